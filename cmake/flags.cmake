@@ -1,0 +1,39 @@
+# Every compiler and linker flag of the project, with its reason.
+
+add_library(ovra_flags INTERFACE)
+target_compile_features(ovra_flags INTERFACE cxx_std_20 c_std_11)
+target_include_directories(ovra_flags INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
+target_compile_options(ovra_flags INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+  $<$<BOOL:${OVRA_WERROR}>:-Werror>
+  # A cut copy is a decision of the caller's, taken where it is written.
+  $<$<CXX_COMPILER_ID:GNU>:-Wno-format-truncation>)
+
+# The core runs inside any program, C ones included: no exceptions, no RTTI, no guards for static locals, so
+# that libovra needs no C++ run-time library.
+add_library(ovra_core_flags INTERFACE)
+target_link_libraries(ovra_core_flags INTERFACE ovra_flags)
+target_compile_options(ovra_core_flags INTERFACE
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
+
+if(OVRA_SANITIZE)
+  # Recovery off: a finding ends the test that made it.
+  set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_compile_options(ovra_flags INTERFACE ${sanitizers})
+  target_link_options(ovra_flags INTERFACE ${sanitizers})
+endif()
+
+# A library with unresolved symbols is a defect here, not at the first call. (Not with sanitizers, whose run
+# time is resolved by the program.)
+function(ovra_no_undefined target)
+  if(NOT OVRA_SANITIZE)
+    target_link_options(${target} PRIVATE -Wl,--no-undefined)
+  endif()
+endfunction()
+
+# A shared library exports what its version script says.
+function(ovra_version_script target map)
+  target_link_options(${target} PRIVATE -Wl,--version-script=${map})
+  set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${map})
+  ovra_no_undefined(${target})
+endfunction()

@@ -1,0 +1,192 @@
+/*
+ * libovra: read and change the firmware's UEFI boot configuration.
+ *
+ * Conventions, which hold for every function below unless it says otherwise:
+ *
+ *  1. The result is 0 on success and -1 on failure, never an errno value. What went wrong is written to
+ *     standard error while the environment variable OVRA_PATH_EPRINT exists (with any value); traces while
+ *     OVRA_PATH_DEBUG exists. Each is looked up once, at the first message of its kind.
+ *  2. Text is UTF-8 and null-terminated; UCS-2 text is an array of CHAR16 units with a zero unit at its end.
+ *     Sizes are in bytes.
+ *  3. Pointers must not be null where the description does not say that they may be.
+ *  4. A result handed out through a pointer belongs to the handle: release it early with memlist_free,
+ *     free_str_array (a null-terminated array of strings), or leave it to ovra_fini.
+ *  5. Outputs are written on success; a failure leaves them as they were unless the function says otherwise.
+ *  6. Arguments are not changed, and nothing keeps a pointer to them.
+ *  7. A handle is used by one thread at a time; separate handles are independent.
+ *  8. An option's name is "Boot" and four upper-case hexadecimal digits, such as "Boot001F". A function that
+ *     takes it more loosely says so.
+ *  9. Variables are those of the EFI global-variable GUID; they are written with attributes 7 (non-volatile,
+ *     boot-service and run-time access). While the environment variable OVRA_TEST_FILE exists they are plain
+ *     files in the working directory instead, named like the variable and holding its data.
+ */
+#ifndef OVRA_OVRA_H
+#define OVRA_OVRA_H
+
+#include <ovra/uefi.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#pragma GCC visibility push(default)
+
+typedef struct ovra_hdl *ovra_hdl_t;
+
+/* A packed device path: nodes laid end to end (UEFI 10.2). Its length in bytes travels beside it. */
+typedef uint8_t *ovra_epath_t;
+
+/*
+ * Opens a handle: the firmware's runtime services, unless OVRA_TEST_FILE exists. Close it with ovra_fini.
+ * -1: no memory, or no runtime services on this machine, or no permission (errno says which). Then *hdl may
+ * have been written but must not be used or finished.
+ */
+int ovra_init(ovra_hdl_t *hdl);
+
+/* Closes the handle and releases everything that it still owns. `hdl` must not be null. */
+void ovra_fini(ovra_hdl_t hdl);
+
+/* Releases one block that the handle owns. A null block is allowed; a block it does not know is just freed. */
+void memlist_free(ovra_hdl_t hdl, void *block);
+
+/* Releases a null-terminated array of strings that the handle owns. A null array is allowed. */
+void free_str_array(ovra_hdl_t hdl, char **array);
+
+/*
+ * Runtime services (UEFI chapter 8). Each passes its arguments to the firmware as they are. 0: the request
+ * was carried out, and *status holds the firmware's answer, which must be looked at too. -1: there was no
+ * answer (no runtime services, no permission; errno says which) and *status is as it was. A null handle opens
+ * the services for the one call. Pointers that UEFI allows to be null may be null.
+ */
+
+/*
+ * Reads a variable of any vendor. *data_size: in the size of `data`, out the size of the variable's data,
+ * also with EFI_BUFFER_TOO_SMALL. `attributes` may be null, and `data` when *data_size is 0.
+ */
+int ovra_get_variable(ovra_hdl_t hdl, CHAR16 *name, EFI_GUID *guid, UINT32 *attributes, UINTN *data_size,
+                      void *data, EFI_STATUS *status);
+
+/* Writes a variable of any vendor. A data_size of 0 deletes it; `data` may be null then. */
+int ovra_set_variable(ovra_hdl_t hdl, CHAR16 *name, EFI_GUID *guid, UINT32 attributes, UINTN data_size,
+                      void *data, EFI_STATUS *status);
+
+/*
+ * Steps through all variables. `name` (a buffer of *name_size bytes) and `guid` hold the previous variable,
+ * at the start the empty name, and receive the next one; *name_size receives the size of its name with the
+ * terminator. EFI_NOT_FOUND: that was the last. EFI_BUFFER_TOO_SMALL: *name_size is what the name needs.
+ */
+int ovra_get_next_variable_name(ovra_hdl_t hdl, UINTN *name_size, CHAR16 *name, EFI_GUID *guid,
+                                EFI_STATUS *status);
+
+/* Capacity for variables of the given attributes, in bytes: in all, left, and the largest single variable. */
+int ovra_query_variable_info(ovra_hdl_t hdl, UINT32 attributes, UINT64 *max_storage,
+                             UINT64 *remaining_storage, UINT64 *max_size, EFI_STATUS *status);
+
+/* Reads the machine's clock. `capabilities` may be null. */
+int ovra_get_time(ovra_hdl_t hdl, EFI_TIME *time, EFI_TIME_CAPABILITIES *capabilities, EFI_STATUS *status);
+
+/* Sets the machine's clock. */
+int ovra_set_time(ovra_hdl_t hdl, EFI_TIME *time, EFI_STATUS *status);
+
+/* Reads the wake-up alarm: whether it is enabled, whether it went off and waits to be acknowledged, its time. */
+int ovra_get_wakeup_time(ovra_hdl_t hdl, BOOLEAN *enabled, BOOLEAN *pending, EFI_TIME *time,
+                         EFI_STATUS *status);
+
+/* Sets the wake-up alarm, or with B_FALSE disables it; `time` may be null then. */
+int ovra_set_wakeup_time(ovra_hdl_t hdl, BOOLEAN enable, EFI_TIME *time, EFI_STATUS *status);
+
+/*
+ * Resets the machine at once. `status` and `data_size` bytes of `data` (may be null when 0) are what the
+ * firmware is told about the reason. On a real machine a successful call does not return.
+ */
+int ovra_reset_system(ovra_hdl_t hdl, EFI_RESET_TYPE type, EFI_STATUS status, UINTN data_size, void *data);
+
+/* Advances and reads the high 32 bits of the firmware's monotonic count. */
+int ovra_get_next_high_monotonic_count(ovra_hdl_t hdl, UINT32 *high_count, EFI_STATUS *status);
+
+/*
+ * Reads a load option (UEFI 3.1.3) and splits it. Any output may be null and is then not filled; optional
+ * data is returned only when both `optdata` and `optdata_len` are given. *desc is UTF-8, cut at 256 bytes;
+ * *path has *path_len bytes; *optdata is null when there is none.
+ * -1: the name is not valid, the variable is missing or too short for its own fields, its description has
+ * more than 127 characters, or there is no memory. Once the variable was read, *attr and *path_len may have
+ * been written; when memory ran out, *desc, *optdata and *path are null.
+ */
+int ovra_bootopt_get(ovra_hdl_t hdl, char *name, ovra_epath_t *path, int *path_len, char **desc,
+                     uint32_t *attr, void **optdata, size_t *optdata_len);
+
+/*
+ * Writes a whole load option, over an existing one of that name. `path` has path_len bytes, `optdata`
+ * optdata_len bytes; either may be null when its length is 0. A path_len above 65535 is stored cut to 16
+ * bits, with zero bytes at the variable's end in place of the rest.
+ * -1: the name is not valid, the description is no UTF-8 text of 16-bit characters, the lengths do not fit
+ * together, there is no memory, or the variable cannot be written; the old option then stands.
+ */
+int ovra_bootopt_set(ovra_hdl_t hdl, char *name, ovra_epath_t path, int path_len, char *desc, uint32_t attr,
+                     void *optdata, size_t optdata_len);
+
+/*
+ * Deletes a load option and takes it out of BootOrder. The name is read as the ovra_bootorder_ functions
+ * read it, but the variable deleted is the one of exactly that name.
+ * -1: the variable cannot be deleted (BootOrder is then as it was), or BootOrder cannot be rewritten.
+ */
+int ovra_bootopt_remove(ovra_hdl_t hdl, char *bootname);
+
+/*
+ * The names of all load options, of any vendor, in the firmware's order; an array without a name when there
+ * are none. When the firmware stops answering, the options found until then are the result.
+ * -1: the firmware has no enumeration, keeps giving errors, or gives a name of over 256 characters; or there
+ * is no memory. *names is null then.
+ */
+int ovra_bootopt_list(ovra_hdl_t hdl, char ***names);
+
+/* The name of the lowest option number that is not in use. -1: none below FFFF is free, or no memory. */
+int ovra_bootopt_unused(ovra_hdl_t hdl, char **bootname);
+
+/*
+ * BootOrder. These read an option's name loosely: "Boot" in any case and a hexadecimal number of which the
+ * low 16 bits count, so "boot1", "Boot0x1" and "Boot1 and more" are all option 0001. Positions count from 0.
+ */
+
+/*
+ * Puts an option into BootOrder at `position`, out of its old places if it had any; the position is that in
+ * the resulting order. Beyond the end it appends; a negative position counts from the end: -1 appends, -2 is
+ * before the last. Without a BootOrder it makes one of this option. Whether the option exists is not checked.
+ * -1: no such name, BootOrder cannot be read or written; it is then as it was.
+ */
+int ovra_bootorder_insert(ovra_hdl_t hdl, char *bootname, int position);
+
+/*
+ * Takes an option out of BootOrder, at every place. 0 also when it was not there or there is no BootOrder.
+ * -1: no such name, BootOrder cannot be read or written; it is then as it was.
+ */
+int ovra_bootorder_remove(ovra_hdl_t hdl, char *bootname);
+
+/* The first position of an option in BootOrder. -1: no such name, not in it, or it cannot be read. */
+int ovra_bootorder_get_position(ovra_hdl_t hdl, char *bootname, int *position);
+
+/*
+ * The name of the option at a position of BootOrder. -1: no BootOrder, a position outside it, it cannot be
+ * read, or no memory.
+ */
+int ovra_bootorder_get_bootname(ovra_hdl_t hdl, int position, char **bootname);
+
+/* The option that was booted. -1: the firmware does not say, or no memory. */
+int ovra_bootcurrent_get(ovra_hdl_t hdl, char **bootname);
+
+/* The option that will be booted once, at the next start. -1: none is set, or no memory. */
+int ovra_bootnext_get(ovra_hdl_t hdl, char **bootname);
+
+/*
+ * Sets the option to boot once, at the next start. The name is read as the ovra_bootorder_ functions read it;
+ * whether the option exists is not checked. -1: no such name, or the variable cannot be written.
+ */
+int ovra_bootnext_set(ovra_hdl_t hdl, char *bootname);
+
+#pragma GCC visibility pop
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

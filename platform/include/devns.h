@@ -1,0 +1,170 @@
+/*
+ * libdevns: the calls with which libovra touches a name below "/dev" or "/devices", and the commands and
+ * records of the runtime-services pseudo-device.
+ *
+ * Each call first does the plain system call on the name as given; only where the system has no such name
+ * does it turn to the machine: a folder laid out like a Linux root, "/" itself or the folder that the
+ * environment variable HWPLAT_ROOT names (not looked at in a set-user-ID program).
+ */
+#ifndef HWPLAT_DEVNS_H
+#define HWPLAT_DEVNS_H
+
+#include <sys/types.h>
+
+#include <ovra/uefi.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define DEVNS_RUNTIME_SERVICES "/devices/pseudo/ovra@0:ovra"
+
+/* Commands of the pseudo-device: plain numbers, no direction or size in them. 10 to 15 are not used. */
+enum {
+    OVRA_GET_VARIABLE = 1,
+    OVRA_GET_NEXT_VARIABLE_NAME = 2,
+    OVRA_SET_VARIABLE = 3,
+    OVRA_QUERY_VARIABLE_INFO = 4,
+    OVRA_GET_TIME = 5,
+    OVRA_SET_TIME = 6,
+    OVRA_GET_WAKEUP_TIME = 7,
+    OVRA_SET_WAKEUP_TIME = 8,
+    OVRA_RESET_SYSTEM = 9,
+    OVRA_GET_NEXT_HIGH_MONOTONIC_COUNT = 16
+};
+
+/* The records: pointers into the caller's memory; `ret` receives the firmware's status. */
+typedef struct {
+    CHAR16 *variable_name; /* null-terminated */
+    EFI_GUID *vendor_guid;
+    UINT32 *attributes; /* Get: out, may be null; Set: in */
+    UINTN *data_size;   /* bytes. Get: in the buffer's size, out the data's; Set: the data's */
+    void *data;
+    EFI_STATUS *ret;
+    UINTN variable_name_size; /* bytes, terminator included */
+} ovra_variable_args_t;
+
+typedef struct {
+    UINTN *variable_name_size; /* bytes. In the buffer's size, out the name's with its terminator */
+    UINT16 *variable_name;     /* in the previous name (empty at the start), out the next */
+    EFI_GUID *vendor_guid;     /* in and out, likewise */
+    EFI_STATUS *ret;
+} ovra_get_next_variable_name_args_t;
+
+typedef struct {
+    UINT32 attributes;
+    UINT64 *max_var_storage_size; /* bytes, as are the next two */
+    UINT64 *remaining_var_storage_size;
+    UINT64 *max_var_size;
+    EFI_STATUS *ret;
+} ovra_query_variable_info_args_t;
+
+typedef struct {
+    EFI_TIME *time;
+    EFI_TIME_CAPABILITIES *capabilities;
+    EFI_STATUS *ret;
+} ovra_get_time_args_t;
+
+typedef struct {
+    EFI_TIME *time;
+    EFI_STATUS *ret;
+} ovra_set_time_args_t;
+
+typedef struct {
+    BOOLEAN *enabled;
+    BOOLEAN *pending;
+    EFI_TIME *time;
+    EFI_STATUS *ret;
+} ovra_get_wakeup_time_args_t;
+
+typedef struct {
+    EFI_TIME *time;
+    EFI_STATUS *ret;
+    BOOLEAN enable;
+} ovra_set_wakeup_time_args_t;
+
+typedef struct {
+    UINTN data_size; /* bytes of reset_data */
+    EFI_STATUS reset_status;
+    void *reset_data;
+    EFI_RESET_TYPE reset_type;
+} ovra_reset_system_args_t;
+
+typedef struct {
+    UINT32 *high_count;
+    EFI_STATUS *ret;
+} ovra_get_next_high_monotonic_count_args_t;
+
+OVRA_SIZE(ovra_variable_args_t, 56);
+OVRA_OFFSET(ovra_variable_args_t, variable_name, 0);
+OVRA_OFFSET(ovra_variable_args_t, vendor_guid, 8);
+OVRA_OFFSET(ovra_variable_args_t, attributes, 16);
+OVRA_OFFSET(ovra_variable_args_t, data_size, 24);
+OVRA_OFFSET(ovra_variable_args_t, data, 32);
+OVRA_OFFSET(ovra_variable_args_t, ret, 40);
+OVRA_OFFSET(ovra_variable_args_t, variable_name_size, 48);
+OVRA_SIZE(ovra_get_next_variable_name_args_t, 32);
+OVRA_OFFSET(ovra_get_next_variable_name_args_t, variable_name_size, 0);
+OVRA_OFFSET(ovra_get_next_variable_name_args_t, variable_name, 8);
+OVRA_OFFSET(ovra_get_next_variable_name_args_t, vendor_guid, 16);
+OVRA_OFFSET(ovra_get_next_variable_name_args_t, ret, 24);
+OVRA_SIZE(ovra_query_variable_info_args_t, 40);
+OVRA_OFFSET(ovra_query_variable_info_args_t, attributes, 0);
+OVRA_OFFSET(ovra_query_variable_info_args_t, max_var_storage_size, 8);
+OVRA_OFFSET(ovra_query_variable_info_args_t, remaining_var_storage_size, 16);
+OVRA_OFFSET(ovra_query_variable_info_args_t, max_var_size, 24);
+OVRA_OFFSET(ovra_query_variable_info_args_t, ret, 32);
+OVRA_SIZE(ovra_get_time_args_t, 24);
+OVRA_OFFSET(ovra_get_time_args_t, time, 0);
+OVRA_OFFSET(ovra_get_time_args_t, capabilities, 8);
+OVRA_OFFSET(ovra_get_time_args_t, ret, 16);
+OVRA_SIZE(ovra_set_time_args_t, 16);
+OVRA_OFFSET(ovra_set_time_args_t, time, 0);
+OVRA_OFFSET(ovra_set_time_args_t, ret, 8);
+OVRA_SIZE(ovra_get_wakeup_time_args_t, 32);
+OVRA_OFFSET(ovra_get_wakeup_time_args_t, enabled, 0);
+OVRA_OFFSET(ovra_get_wakeup_time_args_t, pending, 8);
+OVRA_OFFSET(ovra_get_wakeup_time_args_t, time, 16);
+OVRA_OFFSET(ovra_get_wakeup_time_args_t, ret, 24);
+OVRA_SIZE(ovra_set_wakeup_time_args_t, 24);
+OVRA_OFFSET(ovra_set_wakeup_time_args_t, time, 0);
+OVRA_OFFSET(ovra_set_wakeup_time_args_t, ret, 8);
+OVRA_OFFSET(ovra_set_wakeup_time_args_t, enable, 16);
+OVRA_SIZE(ovra_reset_system_args_t, 32);
+OVRA_OFFSET(ovra_reset_system_args_t, data_size, 0);
+OVRA_OFFSET(ovra_reset_system_args_t, reset_status, 8);
+OVRA_OFFSET(ovra_reset_system_args_t, reset_data, 16);
+OVRA_OFFSET(ovra_reset_system_args_t, reset_type, 24);
+OVRA_SIZE(ovra_get_next_high_monotonic_count_args_t, 16);
+OVRA_OFFSET(ovra_get_next_high_monotonic_count_args_t, high_count, 0);
+OVRA_OFFSET(ovra_get_next_high_monotonic_count_args_t, ret, 8);
+
+/*
+ * open(2). Where the system has no DEVNS_RUNTIME_SERVICES, that name opens the runtime services of the
+ * machine, if it has firmware variables. Returns a descriptor (close it with devns_close), or -1 with
+ * errno: ENOENT when neither has the name, else what open(2) or the allocation gave.
+ */
+int devns_open(const char *path, int flags);
+
+/*
+ * ioctl(2); for a descriptor that devns_open served itself, the command is carried out on the machine in
+ * the caller's process and never reaches the kernel. Returns 0 or more, with the firmware's status written
+ * through the record's `ret`; or -1 with errno when the request itself could not be carried out (unknown
+ * command ENOTTY, null record or a null pointer that the command needs EFAULT): then `ret` is not written.
+ */
+int devns_ioctl(int fd, int command, void *record);
+
+/* close(2). Returns 0, or -1 with errno. */
+int devns_close(int fd);
+
+/*
+ * readlink(2) into buf of `size` bytes. Returns the number of bytes placed there, not terminated, cut at
+ * `size`; or -1 with errno.
+ */
+ssize_t devns_readlink(const char *path, char *buf, size_t size);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

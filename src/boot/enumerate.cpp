@@ -1,0 +1,132 @@
+#include <cstring>
+
+#include "src/boot/boot.h"
+#include "src/rt/diag.h"
+#include "src/rt/strarray.h"
+
+using ovra::fail;
+
+int ovra_bootopt_unused(ovra_hdl_t hdl, char **bootname)
+{
+    EFI_STATUS status = EFI_SUCCESS;
+    for (uint16_t number = 0; number < UINT16_MAX; ++number) {
+        const ovra::option_name name(number);
+        UINTN size = 0;
+        status = get_variable(hdl, name, &size, nullptr);
+        if (status != EFI_NOT_FOUND)
+            continue;
+        char *copy = ovra::hand_out_name(hdl, name);
+        if (!copy)
+            return -1;
+        *bootname = copy;
+        return 0;
+    }
+    return fail("no unused Boot#### variables. ret = %lx\n", status);
+}
+
+namespace {
+
+constexpr size_t name_units = 257; // the longest name asked for: 256 characters and the terminator
+constexpr size_t text_limit = 256; // bytes of a name in UTF-8; more is cut
+
+struct variable_id {
+    EFI_GUID vendor;
+    CHAR16 name[name_units];
+
+    bool operator==(const variable_id &other) const
+    {
+        return memcmp(name, other.name, sizeof name) == 0 && memcmp(&vendor, &other.vendor, sizeof vendor) == 0;
+    }
+};
+
+// The option names found so far, released unless they are handed over.
+struct name_list {
+    ovra_hdl_t hdl;
+    char **names = nullptr;
+    size_t count = 0;
+
+    ~name_list() { free_str_array(hdl, names); }
+    int append(const char *name)
+    {
+        if (ovra::append_str_array(hdl, name, count, &names) != 0)
+            return -1;
+        ++count;
+        return 0;
+    }
+};
+
+// Notices firmware whose enumeration never ends: one name is remembered, each time twice as long, and must not
+// come again.
+class loop_guard {
+public:
+    bool seen_again(const variable_id &id)
+    {
+        if (steps != 0 && id == remembered)
+            return true;
+        if (++steps == limit) {
+            remembered = id;
+            limit *= 2;
+        }
+        return false;
+    }
+
+private:
+    variable_id remembered = {};
+    size_t steps = 0;
+    size_t limit = 1;
+};
+
+int append_if_option(const variable_id &id, name_list *list)
+{
+    char text[text_limit + 1];
+    text[convert_utf16_to_utf8(id.name, name_units, text, text_limit)] = '\0';
+    return validate_bootopt(text) == 0 ? list->append(text) : 0;
+}
+
+// Collects the names. 0 at the end of the store, also when the firmware stops answering; -1 else.
+int enumerate(ovra_hdl_t hdl, name_list *list)
+{
+    variable_id current = {};
+    loop_guard guard;
+    bool stuck = false;
+    for (;;) {
+        const variable_id previous = current;
+        UINTN size = sizeof current.name;
+        EFI_STATUS status = EFI_SUCCESS;
+        if (ovra_get_next_variable_name(hdl, &size, current.name, &current.vendor, &status) != 0)
+            return 0;
+        if (status == EFI_NOT_FOUND)
+            return 0;
+        // Of a name that is too long the same would be asked for again.
+        if (status == EFI_UNSUPPORTED || status == EFI_BUFFER_TOO_SMALL)
+            return -1;
+        if (status == EFI_SUCCESS || current != previous) {
+            stuck = false;
+            if (guard.seen_again(current))
+                return -1;
+        } else {
+            // Kept: any other error is stepped over, and the name counts once more. A second one in a row is
+            // the end.
+            if (stuck)
+                return -1;
+            stuck = true;
+        }
+        if (append_if_option(current, list) != 0)
+            return -1;
+    }
+}
+
+} // namespace
+
+int ovra_bootopt_list(ovra_hdl_t hdl, char ***names)
+{
+    *names = nullptr;
+    name_list list = {hdl};
+    if (enumerate(hdl, &list) != 0)
+        return -1;
+    if (!list.names && add_str_array(hdl, nullptr, &list.names) != 0)
+        return -1;
+    *names = list.names;
+    list.names = nullptr;
+    return 0;
+}

@@ -1,0 +1,42 @@
+/* The only writer of node headers: type, subtype and length come from the record type. */
+#ifndef SRC_DPATH_BUILD_H
+#define SRC_DPATH_BUILD_H
+
+#include "src/dpath/dpath.h"
+#include "src/rt/owned.h"
+
+namespace ovra {
+
+/*
+ * A zeroed node of `length` bytes with its header filled; null without memory. A length above 16 bits is
+ * cut in the header, as the field has no more.
+ */
+inline owned<uefi_device_path_t> new_raw_node(uint8_t type, uint8_t subtype, size_t length)
+{
+    owned<uefi_device_path_t> node(static_cast<uefi_device_path_t *>(calloc(1, length)));
+    if (node)
+        *node = {type, subtype, static_cast<uint16_t>(length)};
+    return node;
+}
+
+/* The same for a record that states its kind, with `tail` bytes behind its fixed part. */
+template <typename record>
+owned<record> new_node(size_t tail = 0)
+{
+    constexpr node_kind kind = kind_of<record>;
+    static_assert(kind.type != 0, "the record states no kind");
+    return owned<record>(
+        reinterpret_cast<record *>(new_raw_node(kind.type, kind.subtype, kind.size + tail).release()));
+}
+
+/* Gives a finished node to the caller of a builder. Returns 0: nothing can fail after it. */
+template <typename record>
+int hand_over(owned<record> node, uefi_device_path_t **out)
+{
+    *out = reinterpret_cast<uefi_device_path_t *>(node.release());
+    return 0;
+}
+
+} // namespace ovra
+
+#endif

@@ -1,0 +1,75 @@
+#include <climits>
+#include <cstring>
+
+#include "src/dpath/build.h"
+#include "src/dpath/list.h"
+#include "src/dpath/view.h"
+#include "src/rt/diag.h"
+
+using ovra::fail;
+using ovra::owned;
+using ovra::trace;
+
+static size_t packed_size(uefi_device_path_t **list)
+{
+    size_t size = 0;
+    for (uefi_device_path_t **node = list; list && *node; ++node)
+        size += (*node)->len;
+    return size;
+}
+
+int device_path_pack(uefi_device_path_t **list, ovra_epath_t *out, int *len)
+{
+    const size_t size = packed_size(list);
+    if (size > INT_MAX)
+        return -1;
+    if (out) {
+        owned<uint8_t> path(static_cast<uint8_t *>(malloc(size)));
+        if (!path)
+            return -1;
+        uint8_t *to = path.get();
+        for (uefi_device_path_t **node = list; list && *node; ++node) {
+            memcpy(to, *node, (*node)->len);
+            to += (*node)->len;
+        }
+        *out = path.release();
+    }
+    if (len)
+        *len = static_cast<int>(size);
+    return 0;
+}
+
+// Copies the nodes up to END-entire. On failure the caller's list is what was built and is to be freed.
+static int unpack_nodes(ovra::cursor nodes, uefi_device_path_t ***list)
+{
+    for (size_t count = 0; !nodes.at_end(); ++count) {
+        if (nodes.cut_off())
+            return fail("encoded_path does not match encoded_path_len\n");
+        const uint8_t type = nodes.peek()->type;
+        const uefi_device_path_t *stored = nodes.next();
+        // A length below that of the header would never advance; such a node has no type to speak of.
+        if (!stored || (type > UEFI_BIOS && type != UEFI_END))
+            return fail("corrupted node-type for node in unpack: type: %d\n", type);
+        owned<uefi_device_path_t> node(static_cast<uefi_device_path_t *>(malloc(stored->len)));
+        if (!node)
+            return fail("unable to allocate device_path\n");
+        memcpy(node.get(), stored, stored->len);
+        if (ovra::append_node(list, count, node.get()) != 0)
+            return fail("unable to add device path\n");
+        node.release();
+        if (ovra::is_end_entire(stored))
+            return 0;
+    }
+    trace("device does not have END type\n");
+    return 0;
+}
+
+int device_path_unpack(ovra_epath_t path, int len, uefi_device_path_t ***list)
+{
+    *list = nullptr;
+    if (unpack_nodes({{path, static_cast<size_t>(len < 1 ? 0 : len)}}, list) == 0)
+        return 0;
+    // Kept: *list is left pointing at what is released here.
+    free_device_path(*list);
+    return -1;
+}

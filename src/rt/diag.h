@@ -1,0 +1,33 @@
+/*
+ * Messages. Each is one whole literal at the place that means it, so that a text seen is a text found; the
+ * name of the function says to which of the two switches it belongs.
+ */
+#ifndef SRC_RT_DIAG_H
+#define SRC_RT_DIAG_H
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* -1: the environment was not asked yet; 0 silent; 1 messages go to standard error. */
+extern int ovra_path_eprint; /* errors, OVRA_PATH_EPRINT */
+extern int ovra_path_debug;  /* traces, OVRA_PATH_DEBUG */
+
+#ifdef __cplusplus
+}
+
+namespace ovra {
+
+/* An error message for a function that goes on. */
+[[gnu::format(printf, 1, 2)]] void say(const char *format, ...);
+
+/* The same for one that fails: always -1, to be returned. */
+[[gnu::format(printf, 1, 2)]] int fail(const char *format, ...);
+
+/* A trace message. */
+[[gnu::format(printf, 1, 2)]] void trace(const char *format, ...);
+
+} // namespace ovra
+#endif
+
+#endif

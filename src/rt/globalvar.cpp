@@ -1,0 +1,40 @@
+#include "src/rt/owned.h"
+#include "src/rt/rt.h"
+#include "src/rt/testfile.h"
+
+using ovra::owned;
+
+// EFI_GLOBAL_VARIABLE (UEFI 3.3). A template: the services take a pointer to a GUID that is not const.
+static constexpr EFI_GUID global_variable = {
+    0x8be4df61, 0x93ca, 0x11d2, {0xaa, 0x0d, 0x00, 0xe0, 0x98, 0x03, 0x2b, 0x8c}};
+
+static constexpr UINT32 global_attributes =
+    EFI_VARIABLE_NON_VOLATILE | EFI_VARIABLE_BOOTSERVICE_ACCESS | EFI_VARIABLE_RUNTIME_ACCESS;
+
+EFI_STATUS set_variable(ovra_hdl_t hdl, const char *name, UINTN size, void *data)
+{
+    if (ovra::test_file_mode())
+        return set_variable_to_file(name, size, data);
+    const owned<uint16_t> unicode_name(convert_utf8_to_leunicode(name));
+    if (!unicode_name)
+        return EFI_INVALID_PARAMETER;
+    EFI_GUID guid = global_variable;
+    EFI_STATUS status = EFI_SUCCESS;
+    if (ovra_set_variable(hdl, unicode_name.get(), &guid, global_attributes, size, data, &status) != 0)
+        return EFI_ACCESS_DENIED;
+    return status;
+}
+
+EFI_STATUS get_variable(ovra_hdl_t hdl, const char *name, UINTN *size, void *data)
+{
+    if (ovra::test_file_mode())
+        return get_variable_from_file(name, size, data);
+    const owned<uint16_t> unicode_name(convert_utf8_to_leunicode(name));
+    if (!unicode_name)
+        return EFI_INVALID_PARAMETER;
+    EFI_GUID guid = global_variable;
+    EFI_STATUS status = EFI_SUCCESS;
+    if (ovra_get_variable(hdl, unicode_name.get(), &guid, nullptr, size, data, &status) != 0)
+        return EFI_ACCESS_DENIED;
+    return status;
+}
