@@ -37,6 +37,17 @@ typedef struct ovra_hdl *ovra_hdl_t;
 typedef uint8_t *ovra_epath_t;
 
 /*
+ * One instance of a device path as text. A whole path is a null-terminated array of pointers to these.
+ * device_path: UEFI text such as "/PciRoot(0x0)/Pci(0x1f,0x2)/Sata(0x0,0xffff,0x0)", or a name of the
+ * operating system; may be empty. file_path: the text of its File-path node such as "\EFI\BOOT\BOOTX64.EFI",
+ * or null.
+ */
+typedef struct {
+    char *device_path;
+    char *file_path;
+} ovra_path_t;
+
+/*
  * Opens a handle: the firmware's runtime services, unless OVRA_TEST_FILE exists. Close it with ovra_fini.
  * -1: no memory, or no runtime services on this machine, or no permission (errno says which). Then *hdl may
  * have been written but must not be used or finished.
@@ -46,7 +57,7 @@ int ovra_init(ovra_hdl_t *hdl);
 /* Closes the handle and releases everything that it still owns. `hdl` must not be null. */
 void ovra_fini(ovra_hdl_t hdl);
 
-/* Releases one block that the handle owns. A null block is allowed; a block it does not know is just freed. */
+/* Releases one block that the handle owns. A null block is allowed; an unknown one is just freed. */
 void memlist_free(ovra_hdl_t hdl, void *block);
 
 /* Releases a null-terminated array of strings that the handle owns. A null array is allowed. */
@@ -88,7 +99,7 @@ int ovra_get_time(ovra_hdl_t hdl, EFI_TIME *time, EFI_TIME_CAPABILITIES *capabil
 /* Sets the machine's clock. */
 int ovra_set_time(ovra_hdl_t hdl, EFI_TIME *time, EFI_STATUS *status);
 
-/* Reads the wake-up alarm: whether it is enabled, whether it went off and waits to be acknowledged, its time. */
+/* Reads the wake-up alarm: whether it is enabled, whether it went off unacknowledged, its time. */
 int ovra_get_wakeup_time(ovra_hdl_t hdl, BOOLEAN *enabled, BOOLEAN *pending, EFI_TIME *time,
                          EFI_STATUS *status);
 
@@ -103,6 +114,18 @@ int ovra_reset_system(ovra_hdl_t hdl, EFI_RESET_TYPE type, EFI_STATUS status, UI
 
 /* Advances and reads the high 32 bits of the firmware's monotonic count. */
 int ovra_get_next_high_monotonic_count(ovra_hdl_t hdl, UINT32 *high_count, EFI_STATUS *status);
+
+/*
+ * Device paths between text and packed form.
+ */
+
+/*
+ * Packs a device path given as text; `paths` has at least one instance. The first instance's device text says
+ * which kind it is: UEFI text, or a name of the operating system. *epath receives a new block of *len bytes,
+ * which the caller frees; either may be null. A handle and `flags` are needed for disk names only.
+ * -1: a text that cannot be read, or no memory.
+ */
+int ovra_epath_encode(ovra_hdl_t hdl, ovra_path_t **paths, int flags, ovra_epath_t *epath, int *len);
 
 /*
  * Reads a load option (UEFI 3.1.3) and splits it. Any output may be null and is then not filled; optional

@@ -137,7 +137,60 @@ typedef struct {
 OVRA_SIZE(uefi_device_path_t, 4);
 OVRA_OFFSET(uefi_device_path_t, len, 2);
 
-/* ACPI device path (UEFI 10.3.3). hid is a compressed EISA identifier: PNP0A03 is 0x0a0341d0. */
+/* Type 1, hardware (UEFI 10.3.2). */
+
+/* PCI function; both numbers within their bus. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint8_t function_number;
+    uint8_t device_number;
+} OVRA_PACKED uefi_pci_device_path_t;
+OVRA_NODE(uefi_pci_device_path_t, UEFI_HARDWARE, 1, 6);
+
+/* PC Card. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint8_t function;
+} OVRA_PACKED uefi_pccard_device_path_t;
+OVRA_NODE(uefi_pccard_device_path_t, UEFI_HARDWARE, 2, 5);
+
+/* A range of memory: its EFI_MEMORY_TYPE, first and last address. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint32_t memory_type;
+    uint64_t start;
+    uint64_t end;
+} OVRA_PACKED uefi_memmap_device_path_t;
+OVRA_NODE(uefi_memmap_device_path_t, UEFI_HARDWARE, 3, 24);
+
+/* Vendor-defined; data goes to the end of the node. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    EFI_GUID guid;
+    uint8_t data[1];
+} OVRA_PACKED uefi_venhw_device_path_t;
+OVRA_TAILED_NODE(uefi_venhw_device_path_t, UEFI_HARDWARE, 4, 20, data);
+
+/* Controller. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint32_t ctrl_number;
+} OVRA_PACKED uefi_ctrl_device_path_t;
+OVRA_NODE(uefi_ctrl_device_path_t, UEFI_HARDWARE, 5, 8);
+
+/* Type 2, ACPI (UEFI 10.3.3). Identifiers are compressed EISA identifiers: PNP0A03 is 0x0a0341d0. */
+
+/* ACPI device. */
 typedef struct {
     uint8_t type;
     uint8_t subtype;
@@ -147,8 +200,325 @@ typedef struct {
 } OVRA_PACKED uefi_acpi_device_path_t;
 OVRA_NODE(uefi_acpi_device_path_t, UEFI_ACPI, 1, 12);
 
-/* File path (UEFI 10.3.5.4): the header, then a null-terminated UCS-2 string. */
+/* Expanded ACPI device. strings: those of HID, UID and CID, each with its terminator. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint32_t hid;
+    uint32_t uid;
+    uint32_t cid;
+    char strings[3];
+} OVRA_PACKED uefi_acpiex_device_path_t;
+OVRA_TAILED_NODE(uefi_acpiex_device_path_t, UEFI_ACPI, 2, 16, strings);
+
+/* ACPI _ADR: one value or more, to the end of the node. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint32_t adr[1];
+} OVRA_PACKED uefi_acpiadr_device_path_t;
+OVRA_TAILED_NODE(uefi_acpiadr_device_path_t, UEFI_ACPI, 3, 4, adr);
+
+/* Type 3, messaging (UEFI 10.3.4). */
+
+/* ATAPI: channel 0 primary, 1 secondary; drive 0 master, 1 slave. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint8_t channel;
+    uint8_t drive;
+    uint16_t lun;
+} OVRA_PACKED uefi_atapi_device_path_t;
+OVRA_NODE(uefi_atapi_device_path_t, UEFI_MESSAGING, 1, 8);
+
+/* SCSI: target identifier (PUN) and logical unit. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint16_t target;
+    uint16_t lun;
+} OVRA_PACKED uefi_scsi_device_path_t;
+OVRA_NODE(uefi_scsi_device_path_t, UEFI_MESSAGING, 2, 8);
+
+/* Fibre Channel. No reserved word before the WWN, unlike UEFI: stored paths are laid out so. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint64_t wwn;
+    uint64_t lun;
+} OVRA_PACKED uefi_fibre_device_path_t;
+OVRA_NODE(uefi_fibre_device_path_t, UEFI_MESSAGING, 3, 20);
+
+/* IEEE 1394: the GUID as its bytes were given. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint32_t reserved;
+    uint8_t guid[8];
+} OVRA_PACKED uefi_i1394_device_path_t;
+OVRA_NODE(uefi_i1394_device_path_t, UEFI_MESSAGING, 4, 16);
+
+/* USB: port of the parent hub, and interface. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint8_t port;
+    uint8_t interface;
+} OVRA_PACKED uefi_usb_device_path_t;
+OVRA_NODE(uefi_usb_device_path_t, UEFI_MESSAGING, 5, 6);
+
+/* I2O: target identifier (TID). */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint32_t target_id;
+} OVRA_PACKED uefi_i2o_device_path_t;
+OVRA_NODE(uefi_i2o_device_path_t, UEFI_MESSAGING, 6, 8);
+
+/* InfiniBand. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint32_t flags;
+    uint8_t guid[16];
+    uint64_t serviceid;
+    uint64_t targetid;
+    uint64_t deviceid;
+} OVRA_PACKED uefi_ib_device_path_t;
+OVRA_NODE(uefi_ib_device_path_t, UEFI_MESSAGING, 9, 48);
+
+/* Vendor-defined; data goes to the end of the node. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    EFI_GUID guid;
+    uint8_t data[1];
+} OVRA_PACKED uefi_venmsg_device_path_t;
+OVRA_TAILED_NODE(uefi_venmsg_device_path_t, UEFI_MESSAGING, 10, 20, data);
+
+/* A vendor-defined node too: UART flow control. One byte of value, where UEFI has a 32-bit map. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    EFI_GUID guid;
+    uint8_t value;
+} OVRA_PACKED uefi_uartflow_device_path_t;
+OVRA_SIZE(uefi_uartflow_device_path_t, 21);
+
+/* A vendor-defined node too: SAS. sassata is device and topology information, rtp the relative target port.
+ */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint8_t guid[16];
+    uint32_t reserved;
+    uint64_t address;
+    uint64_t lun;
+    uint16_t sassata;
+    uint16_t rtp;
+} OVRA_PACKED uefi_sas_msg_device_path_t;
+OVRA_SIZE(uefi_sas_msg_device_path_t, 44);
+
+/* MAC address: the bytes, zeros behind them; the interface type of RFC 3232. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint8_t mac_addr[32];
+    uint8_t iff_type;
+} OVRA_PACKED uefi_macaddr_device_path_t;
+OVRA_NODE(uefi_macaddr_device_path_t, UEFI_MESSAGING, 11, 37);
+
+/* IPv4; addresses in network byte order. type_ip_addr: 1 static, 0 DHCP. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint8_t local_addr[4];
+    uint8_t remote_addr[4];
+    uint16_t local_port;
+    uint16_t remote_port;
+    uint16_t protocol;
+    uint8_t type_ip_addr;
+    uint8_t gateway_addr[4];
+    uint8_t subnet_addr[4];
+} OVRA_PACKED uefi_ipv4_device_path_t;
+OVRA_NODE(uefi_ipv4_device_path_t, UEFI_MESSAGING, 12, 27);
+
+/* IPv6; addresses in network byte order. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint8_t local_addr[16];
+    uint8_t remote_addr[16];
+    uint16_t local_port;
+    uint16_t remote_port;
+    uint16_t protocol;
+    uint8_t ip_addr_origin;
+    uint8_t prefix_length;
+    uint8_t gateway_addr[16];
+} OVRA_PACKED uefi_ipv6_device_path_t;
+OVRA_NODE(uefi_ipv6_device_path_t, UEFI_MESSAGING, 13, 60);
+
+/* UART. parity: 0 default, 1 none, 2 even, 3 odd, 4 mark, 5 space; stopbits: 0 default, 1 one, 2 1.5, 3 two.
+ */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint32_t reserved;
+    uint64_t baud;
+    uint8_t databits;
+    uint8_t parity;
+    uint8_t stopbits;
+} OVRA_PACKED uefi_uart_device_path_t;
+OVRA_NODE(uefi_uart_device_path_t, UEFI_MESSAGING, 14, 19);
+
+/* USB class; all ones match anything. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint16_t vendor_id;
+    uint16_t product_id;
+    uint8_t dev_class;
+    uint8_t dev_sub_class;
+    uint8_t protocol;
+} OVRA_PACKED uefi_usb_class_device_path_t;
+OVRA_NODE(uefi_usb_class_device_path_t, UEFI_MESSAGING, 15, 11);
+
+/* USB device by its serial number, UCS-2 with a terminator. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint16_t if_number;
+    uint16_t vendor_id;
+    uint16_t product_id;
+    uint16_t serial[1];
+} OVRA_PACKED uefi_usb_wwid_device_path_t;
+OVRA_TAILED_NODE(uefi_usb_wwid_device_path_t, UEFI_MESSAGING, 16, 10, serial);
+
+/* Logical unit. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint8_t lun;
+} OVRA_PACKED uefi_lun_device_path_t;
+OVRA_NODE(uefi_lun_device_path_t, UEFI_MESSAGING, 17, 5);
+
+/* SATA: port of the controller, of the port multiplier (0xffff: none), and logical unit. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint16_t port;
+    uint16_t port_mult;
+    uint16_t lun;
+} OVRA_PACKED uefi_sata_device_path_t;
+OVRA_NODE(uefi_sata_device_path_t, UEFI_MESSAGING, 18, 10);
+
+/* iSCSI. The target name is UCS-2 with a terminator, where UEFI has ASCII. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint16_t protocol;
+    uint16_t options;
+    uint8_t lun[8];
+    uint16_t group_tag;
+    uint16_t node_target_name[1];
+} OVRA_PACKED uefi_iscsi_device_path_t;
+OVRA_TAILED_NODE(uefi_iscsi_device_path_t, UEFI_MESSAGING, 19, 18, node_target_name);
+
+/* VLAN. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint16_t vlan;
+} OVRA_PACKED uefi_vlan_device_path_t;
+OVRA_NODE(uefi_vlan_device_path_t, UEFI_MESSAGING, 20, 6);
+
+/* Fibre Channel, extended: both identifiers as their bytes were given. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint32_t reserved;
+    uint8_t wwn[8];
+    uint8_t lun[8];
+} OVRA_PACKED uefi_fibreex_device_path_t;
+OVRA_NODE(uefi_fibreex_device_path_t, UEFI_MESSAGING, 21, 24);
+
+/* SAS, extended: address and lun in big-endian byte order. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint64_t address;
+    uint64_t lun;
+    uint16_t sassata;
+    uint16_t rtp;
+} OVRA_PACKED uefi_sas_ex_device_path_t;
+OVRA_NODE(uefi_sas_ex_device_path_t, UEFI_MESSAGING, 22, 24);
+
+/* Type 4, media (UEFI 10.3.5). */
+
+/*
+ * Hard drive. part_number 0 is the whole disk; start and size are in logical blocks. part_sig by sig_type:
+ * 0 all zero, 1 a 32-bit MBR disk signature and zeros, 2 a GUID. part_format: 1 MBR, 2 GPT, 0 not set.
+ */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint32_t part_number;
+    uint64_t part_start;
+    uint64_t part_size;
+    uint8_t part_sig[16];
+    uint8_t part_format;
+    uint8_t sig_type;
+} OVRA_PACKED uefi_hard_drive_path_t;
+OVRA_NODE(uefi_hard_drive_path_t, UEFI_MEDIA, 1, 42);
+
+/* CD-ROM boot entry; start and size in blocks. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint32_t boot_entry;
+    uint64_t part_start;
+    uint64_t part_size;
+} OVRA_PACKED uefi_cdrom_path_t;
+OVRA_NODE(uefi_cdrom_path_t, UEFI_MEDIA, 2, 24);
+
+/* Vendor-defined; data goes to the end of the node. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    EFI_GUID guid;
+    uint8_t data[1];
+} OVRA_PACKED uefi_venmedia_path_t;
+OVRA_TAILED_NODE(uefi_venmedia_path_t, UEFI_MEDIA, 3, 20, data);
+
 #define UEFI_FILE_PATH_MAX 256 /* units declared; a node is as long as its own string */
+/* File path: a UCS-2 string with a terminator. */
 typedef struct {
     uint8_t type;
     uint8_t subtype;
@@ -156,5 +526,38 @@ typedef struct {
     uint16_t path_name[UEFI_FILE_PATH_MAX];
 } OVRA_PACKED uefi_file_path_t;
 OVRA_TAILED_NODE(uefi_file_path_t, UEFI_MEDIA, 4, 4, path_name);
+
+/* Media protocol. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    EFI_GUID guid;
+} OVRA_PACKED uefi_media_protocol_path_t;
+OVRA_NODE(uefi_media_protocol_path_t, UEFI_MEDIA, 5, 20);
+
+/* Range of offsets, first and last, relative to the device. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint32_t reserved;
+    uint64_t start;
+    uint64_t end;
+} OVRA_PACKED uefi_offset_path_t;
+OVRA_NODE(uefi_offset_path_t, UEFI_MEDIA, 6, 24);
+
+/* Type 5, BIOS boot (UEFI 10.3.6). */
+
+/* Description in ASCII with a terminator. */
+typedef struct {
+    uint8_t type;
+    uint8_t subtype;
+    uint16_t len;
+    uint16_t device_type;
+    uint16_t status_flags;
+    char description[1];
+} OVRA_PACKED uefi_bbs_path_t;
+OVRA_TAILED_NODE(uefi_bbs_path_t, UEFI_BIOS, 1, 8, description);
 
 #endif

@@ -44,7 +44,7 @@ struct boot_order {
 /* Asks for the size of BootOrder in bytes. The firmware's status; *size is 0 when it gave none. */
 EFI_STATUS size_boot_order(ovra_hdl_t hdl, UINTN *size);
 
-enum class [[nodiscard]] order_read { ok, no_memory, failed };
+enum class [[nodiscard]] order_read{ok, no_memory, failed};
 
 /* Reads BootOrder, of `size` bytes when it was asked. An odd last byte is no entry. */
 order_read read_boot_order(ovra_hdl_t hdl, UINTN size, boot_order *order);

@@ -7,7 +7,6 @@
 
 using ovra::fail;
 using ovra::owned;
-using ovra::say;
 using ovra::trace;
 using ovra::tracked;
 
@@ -34,9 +33,10 @@ int ovra_bootopt_set(ovra_hdl_t hdl, char *name, ovra_epath_t path, int path_len
 
     // Kept: the size counts path_len uncut, in 32 bits. Lengths that do not come to a size with room for
     // what is written are refused as memory that cannot be had.
-    const auto total = static_cast<int32_t>(
-        static_cast<uint32_t>(sizeof header + description_size + optdata_len + static_cast<size_t>(path_len)));
-    if (total < 0 || optdata_len > static_cast<size_t>(total) || used > static_cast<size_t>(total) - optdata_len)
+    const auto total = static_cast<int32_t>(static_cast<uint32_t>(
+        sizeof header + description_size + optdata_len + static_cast<size_t>(path_len)));
+    if (total < 0 || optdata_len > static_cast<size_t>(total) ||
+        used > static_cast<size_t>(total) - optdata_len)
         return -1;
     const owned<uint8_t> variable(static_cast<uint8_t *>(calloc(1, static_cast<size_t>(total))));
     if (!variable)
@@ -132,7 +132,9 @@ int ovra_bootopt_get(ovra_hdl_t hdl, char *name, ovra_epath_t *path, int *path_l
     if (read_option(hdl, name, &option) != 0)
         return -1;
 
-    const auto too_short = [name] { return fail("unable to read load option for %s: %lx\n", name, EFI_SUCCESS); };
+    const auto too_short = [name] {
+        return fail("unable to read load option for %s: %lx\n", name, EFI_SUCCESS);
+    };
     if (option.size < sizeof(ovra::load_option_header))
         return too_short();
     const ovra::load_option_header header = option.header();
@@ -163,7 +165,8 @@ int ovra_bootopt_get(ovra_hdl_t hdl, char *name, ovra_epath_t *path, int *path_l
         if (desc && !(desc_copy = hand_out_description(hdl, option.description(), description_size)))
             return -1;
         if (wants_optdata && optdata_size != 0 &&
-            !(optdata_copy = hand_out_bytes(hdl, option.bytes.get() + optdata_offset, optdata_size, "optdata")))
+            !(optdata_copy =
+                  hand_out_bytes(hdl, option.bytes.get() + optdata_offset, optdata_size, "optdata")))
             return -1;
         if (path && !(path_copy = hand_out_bytes(hdl, option.bytes.get() + path_offset, header.path_length,
                                                  "encoded path")))

@@ -35,7 +35,8 @@ struct variable_id {
 
     bool operator==(const variable_id &other) const
     {
-        return memcmp(name, other.name, sizeof name) == 0 && memcmp(&vendor, &other.vendor, sizeof vendor) == 0;
+        return memcmp(name, other.name, sizeof name) == 0 &&
+               memcmp(&vendor, &other.vendor, sizeof vendor) == 0;
     }
 };
 
@@ -55,8 +56,8 @@ struct name_list {
     }
 };
 
-// Notices firmware whose enumeration never ends: one name is remembered, each time twice as long, and must not
-// come again.
+// Notices firmware whose enumeration never ends: one name is remembered, each time twice as long, and must
+// not come again.
 class loop_guard {
 public:
     bool seen_again(const variable_id &id)

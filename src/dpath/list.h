@@ -8,7 +8,7 @@
 
 namespace ovra {
 
-/* add_dpath_list for a caller that knows the number of nodes, so that a long path is not counted each time. */
+/* add_dpath_list for a caller that knows the number of nodes, so that a long path is not counted again. */
 int append_node(uefi_device_path_t ***list, size_t count, uefi_device_path_t *node);
 
 struct node_list_freeing {

@@ -56,7 +56,7 @@ static int unpack_nodes(ovra::cursor nodes, uefi_device_path_t ***list)
         memcpy(node.get(), stored, stored->len);
         if (ovra::append_node(list, count, node.get()) != 0)
             return fail("unable to add device path\n");
-        node.release();
+        static_cast<void>(node.release());
         if (ovra::is_end_entire(stored))
             return 0;
     }

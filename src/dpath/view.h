@@ -18,7 +18,10 @@ struct cursor {
     bool cut_off() const { return rest.size() < sizeof(uefi_device_path_t) || peek()->len > rest.size(); }
 
     /* The node that begins here; only where its header is not cut off. */
-    const uefi_device_path_t *peek() const { return reinterpret_cast<const uefi_device_path_t *>(rest.data()); }
+    const uefi_device_path_t *peek() const
+    {
+        return reinterpret_cast<const uefi_device_path_t *>(rest.data());
+    }
 
     /* The node that begins here, and on to the next; null at the end, or for a node cut off or too short. */
     const uefi_device_path_t *next()

@@ -9,7 +9,9 @@
 using ovra::owned;
 using ovra::say;
 
-static const iconv_t not_open = reinterpret_cast<iconv_t>(-1);
+// What iconv_open gives when it fails.
+static void *const not_open =
+    reinterpret_cast<void *>(-1); // NOLINT(performance-no-int-to-ptr): as iconv says
 
 // One for the process, opened on first need and kept. iconv works inside the descriptor, so that handles in
 // different threads take turns at it.
@@ -78,7 +80,9 @@ uint32_t unit_at(const void *s, size_t index)
 // Writes one character at `out`, which has room for four bytes; returns how many it took.
 size_t put_utf8(uint32_t character, char *out)
 {
-    auto continuation = [&](unsigned shift) { return static_cast<char>(0x80 | ((character >> shift) & 0x3f)); };
+    auto continuation = [&](unsigned shift) {
+        return static_cast<char>(0x80 | ((character >> shift) & 0x3f));
+    };
     if (character < 0x80) {
         out[0] = static_cast<char>(character);
         return 1;

@@ -4,7 +4,6 @@
 #include "src/rt/diag.h"
 #include "src/rt/rt.h"
 
-using ovra::fail;
 using ovra::say;
 
 static constexpr size_t growth = 20; // slots

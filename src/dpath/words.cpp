@@ -1,0 +1,21 @@
+#include "src/dpath/words.h"
+
+#include <strings.h>
+
+const ovra::word *ovra::by_text(std::span<const word> words, const char *text)
+{
+    for (const word &entry : words) {
+        if (strcasecmp(entry.text, text) == 0)
+            return &entry;
+    }
+    return nullptr;
+}
+
+const ovra::word *ovra::by_value(std::span<const word> words, unsigned value)
+{
+    for (const word &entry : words) {
+        if (entry.value == value)
+            return &entry;
+    }
+    return nullptr;
+}

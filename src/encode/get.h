@@ -1,0 +1,94 @@
+/* The typed getters for C++: the width comes from the result, and the outcome has to be looked at. */
+#ifndef SRC_ENCODE_GET_H
+#define SRC_ENCODE_GET_H
+
+#include <cstring>
+
+#include "src/encode/encode.h"
+#include "src/rt/owned.h"
+
+namespace ovra {
+
+enum class [[nodiscard]] got{ok = 0, malformed = -1, absent = -2};
+
+inline got get(uefi_arg_list_t *args, const char *name, uint8_t *out, int base = 0)
+{
+    return static_cast<got>(encode_arg_uint8(args, name, out, base));
+}
+inline got get(uefi_arg_list_t *args, const char *name, uint16_t *out, int base = 0)
+{
+    return static_cast<got>(encode_arg_uint16(args, name, out, base));
+}
+inline got get(uefi_arg_list_t *args, const char *name, uint32_t *out, int base = 0)
+{
+    return static_cast<got>(encode_arg_uint32(args, name, out, base));
+}
+inline got get(uefi_arg_list_t *args, const char *name, uint64_t *out, int base = 0)
+{
+    return static_cast<got>(encode_arg_uint64(args, name, out, base));
+}
+inline got get(uefi_arg_list_t *args, const char *name, EFI_GUID *out)
+{
+    return static_cast<got>(encode_arg_guid(args, name, out));
+}
+inline got get_eisaid(uefi_arg_list_t *args, const char *name, uint32_t *out)
+{
+    return static_cast<got>(encode_arg_eisaid(args, name, out));
+}
+
+/* An argument that must be there. */
+template <typename T>
+bool require(uefi_arg_list_t *args, const char *name, T *out, int base = 0)
+{
+    return get(args, name, out, base) == got::ok;
+}
+
+/* An argument with a default: *out as it is when it is absent, of which the getter speaks. */
+template <typename T>
+bool get_or_keep(uefi_arg_list_t *args, const char *name, T *out, int base = 0)
+{
+    return get(args, name, out, base) != got::malformed;
+}
+
+/* The same, silent about an absent argument. */
+template <typename T>
+bool get_if_given(uefi_arg_list_t *args, const char *name, T *out, int base = 0)
+{
+    return !ovra_get_arg(args, name) || require(args, name, out, base);
+}
+
+inline bool is_given(uefi_arg_list_t *args, const char *name)
+{
+    return ovra_get_arg(args, name) != nullptr;
+}
+
+/* Bytes of a hexadecimal argument. */
+struct hex_bytes {
+    owned<void> bytes;
+    size_t size = 0;
+};
+
+/* True for min to max bytes of it, into *out. */
+inline bool require_hex(uefi_arg_list_t *args, const char *name, size_t min, size_t max, hex_bytes *out)
+{
+    void *bytes = nullptr;
+    if (encode_arg_hexdump(args, name, &bytes, &out->size, min, max) != 0)
+        return false;
+    out->bytes.reset(bytes);
+    return true;
+}
+
+/* True for exactly the bytes of an array of a record. */
+template <size_t size>
+bool require_bytes(uefi_arg_list_t *args, const char *name, uint8_t (&out)[size])
+{
+    hex_bytes hex;
+    if (!require_hex(args, name, size, size, &hex))
+        return false;
+    memcpy(out, hex.bytes.get(), size);
+    return true;
+}
+
+} // namespace ovra
+
+#endif

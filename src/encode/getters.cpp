@@ -1,0 +1,187 @@
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "src/encode/encode.h"
+#include "src/encode/get.h"
+#include "src/rt/diag.h"
+#include "src/rt/owned.h"
+
+using ovra::fail;
+using ovra::owned;
+using ovra::say;
+
+static constexpr int malformed = static_cast<int>(ovra::got::malformed);
+static constexpr int absent = static_cast<int>(ovra::got::absent);
+
+uint64_t encode_arg_uint_common(uefi_arg_list_t *list, const char *name, uint64_t *out, int base)
+{
+    const char *value = ovra_get_arg(list, name);
+    if (!value) {
+        say("failed to get variable '%s'\n", name);
+        return static_cast<uint64_t>(absent);
+    }
+    char *end = nullptr;
+    errno = 0;
+    *out = strtoull(value, &end, base);
+    if (errno != 0) {
+        say("error converting %s = '%s': %s\n", name, value, strerror(errno));
+        return static_cast<uint64_t>(malformed);
+    }
+    if (*end != '\0') {
+        say("strtoull has endptr: arg_name: %s value: %s: end_ptr:%s\n", name, value, end);
+        return static_cast<uint64_t>(malformed);
+    }
+    return 0;
+}
+
+int encode_arg_uint64(uefi_arg_list_t *list, const char *name, uint64_t *out, int base)
+{
+    uint64_t value = 0;
+    const int result = static_cast<int>(encode_arg_uint_common(list, name, &value, base));
+    if (result == 0)
+        *out = value;
+    return result;
+}
+
+int encode_arg_uint32(uefi_arg_list_t *list, const char *name, uint32_t *out, int base)
+{
+    uint64_t value = 0;
+    const int result = encode_arg_uint64(list, name, &value, base);
+    if (result != 0)
+        return result;
+    if (value > UINT32_MAX)
+        return fail("encode_arg_uint32: value out of range: %lu\n", value);
+    *out = static_cast<uint32_t>(value);
+    return 0;
+}
+
+int encode_arg_uint16(uefi_arg_list_t *list, const char *name, uint16_t *out, int base)
+{
+    uint64_t value = 0;
+    const int result = encode_arg_uint64(list, name, &value, base);
+    if (result != 0)
+        return result;
+    if (value > UINT16_MAX)
+        return fail("encode_arg_uint16: value out of range: %lu\n", value);
+    *out = static_cast<uint16_t>(value);
+    return 0;
+}
+
+int encode_arg_uint8(uefi_arg_list_t *list, const char *name, uint8_t *out, int base)
+{
+    uint64_t value = 0;
+    const int result = encode_arg_uint64(list, name, &value, base);
+    if (result != 0)
+        return result;
+    if (value > UINT8_MAX)
+        return fail("encode_arg_uint8: value out of range: %lu\n", value);
+    *out = static_cast<uint8_t>(value);
+    return 0;
+}
+
+int encode_arg_eisaid(uefi_arg_list_t *list, const char *name, uint32_t *out)
+{
+    const char *value = ovra_get_arg(list, name);
+    if (!value) {
+        say("encode_arg_eisaid: argument not found %s\n", name);
+        return absent;
+    }
+    *out = 0;
+    if (strcmp(value, "0") == 0)
+        return 0;
+    if (strlen(value) != 7)
+        return fail("eisaid should be 7 characters");
+    for (int i = 0; i < 3; ++i) {
+        if (value[i] < 'A' || value[i] > 'Z')
+            return fail("first 3 characters of EISAID should be upper case alpha");
+        *out = *out << 5 | static_cast<uint32_t>(value[i] - 0x40);
+    }
+    const char *product = value + 3;
+    errno = 0;
+    // Kept: the first character that is no digit ends the number, without an error.
+    const auto number = static_cast<uint32_t>(strtoul(product, nullptr, 16));
+    if (errno != 0)
+        return fail("unable to strtolu numeric part of EISAIDID: %s\n", product);
+    *out |= number << 16;
+    return 0;
+}
+
+// The digits of one field of a GUID. Kept: other characters end the number, without an error.
+static bool convert_hex(const char *digits, uint64_t *out)
+{
+    errno = 0;
+    *out = strtoull(digits, nullptr, 16);
+    return errno == 0;
+}
+
+// The same for the two digits of one byte, which other digits may follow.
+static bool convert_hex_pair(const char *digits, uint8_t *out)
+{
+    const char pair[3] = {digits[0], digits[1], '\0'};
+    uint64_t value = 0;
+    if (!convert_hex(pair, &value))
+        return false;
+    *out = static_cast<uint8_t>(value);
+    return true;
+}
+
+int encode_arg_guid(uefi_arg_list_t *list, const char *name, EFI_GUID *out)
+{
+    static constexpr int dashes[] = {8, 13, 18, 23};
+    const char *value = ovra_get_arg(list, name);
+    if (!value) {
+        say("encode_arg_guid: argument not found %s\n", name);
+        return absent;
+    }
+    char text[36 + 1];
+    if (strlen(value) != sizeof text - 1)
+        return fail("GUID not 36 characters");
+    memcpy(text, value, sizeof text);
+    for (const int dash : dashes) {
+        if (text[dash] != '-')
+            return fail("GUID improperly formatted");
+        text[dash] = '\0';
+    }
+
+    uint64_t number = 0;
+    if (!convert_hex(text, &number))
+        return fail("can't convert Data1_str: %s %s\n", text, strerror(errno));
+    out->Data1 = static_cast<uint32_t>(number);
+    if (!convert_hex(text + 9, &number))
+        return fail("can't convert Data2_str\n");
+    out->Data2 = static_cast<uint16_t>(number);
+    if (!convert_hex(text + 14, &number))
+        return fail("can't convert Data3_str\n");
+    out->Data3 = static_cast<uint16_t>(number);
+    for (size_t i = 0; i < sizeof out->Data4; ++i) {
+        const size_t digits = i < 2 ? 19 + 2 * i : 20 + 2 * i;
+        if (!convert_hex_pair(text + digits, &out->Data4[i]))
+            return fail("can't convert Data4_str\n");
+    }
+    return 0;
+}
+
+int encode_arg_hexdump(uefi_arg_list_t *list, const char *name, void **out, size_t *out_size, size_t min_size,
+                       size_t max_size)
+{
+    const char *value = ovra_get_arg(list, name);
+    if (!value)
+        return fail("encode_arg_hexdump: property not found: %s\n", name);
+    const size_t length = strlen(value);
+    if (length % 2 != 0)
+        return fail("encode_arg_hexdump: val_str needs to be multiple of 2\n");
+    const size_t size = length / 2;
+    *out_size = size;
+    if (size < min_size || size > max_size)
+        return fail("data_size = %lu but min is %lu and max is %lu\n", size, min_size, max_size);
+    owned<uint8_t> bytes(static_cast<uint8_t *>(malloc(size)));
+    if (!bytes)
+        return fail("encode_arg_hexdump: malloc failed\n");
+    for (size_t i = 0; i < size; ++i) {
+        if (!convert_hex_pair(value + 2 * i, &bytes.get()[i]))
+            return fail("encode_arg_hexdump: strtoull failed\n");
+    }
+    *out = bytes.release();
+    return 0;
+}
