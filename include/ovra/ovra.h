@@ -206,6 +206,43 @@ int ovra_bootnext_get(ovra_hdl_t hdl, char **bootname);
  */
 int ovra_bootnext_set(ovra_hdl_t hdl, char *bootname);
 
+/*
+ * One field of a load option at a time. A getter reads the option and hands out the field; a setter reads
+ * the option, replaces the field and writes the whole option back, so that the other fields stay byte for
+ * byte (the description as ovra_bootopt_get reads it). A setter returns -1, with the option as it was, when
+ * the option cannot be read or written; a getter when it cannot be read.
+ */
+
+/*
+ * The device text, respectively the file text, of the first instance of the option's path, in UEFI text form.
+ * -1 also when the path cannot be decoded or has no such text.
+ */
+int ovra_bootopt_devpath_get(ovra_hdl_t hdl, char *bootname, char **devpath);
+int ovra_bootopt_bootpath_get(ovra_hdl_t hdl, char *bootname, char **bootpath);
+
+/*
+ * Replaces that text. `devpath` may also be the name of a disk. The whole path goes through its text form on
+ * the way, which does not carry everything: see ovra_bootopt_encoded_path_set for changes that keep every
+ * byte. -1 also when the path has no first instance or the text cannot be encoded.
+ */
+int ovra_bootopt_devpath_set(ovra_hdl_t hdl, char *bootname, char *devpath);
+int ovra_bootopt_bootpath_set(ovra_hdl_t hdl, char *bootname, char *bootpath);
+
+/* Replaces the packed path by `path_len` bytes at `epath`. */
+int ovra_bootopt_encoded_path_set(ovra_hdl_t hdl, char *bootname, ovra_epath_t epath, int path_len);
+
+/* The description. Written, it may have any length, but one of more than 127 characters is not read back. */
+int ovra_bootopt_desc_get(ovra_hdl_t hdl, char *bootname, char **description);
+int ovra_bootopt_desc_set(ovra_hdl_t hdl, char *bootname, char *description);
+
+/* The attributes; LOAD_OPTION_ACTIVE and so on. */
+int ovra_bootopt_attr_get(ovra_hdl_t hdl, char *bootname, uint32_t *attributes);
+int ovra_bootopt_attr_set(ovra_hdl_t hdl, char *bootname, uint32_t attributes);
+
+/* The optional data, of *data_len bytes: null and 0 when there is none. A data_len of 0 removes it. */
+int ovra_bootopt_optdata_get(ovra_hdl_t hdl, char *bootname, void **data, size_t *data_len);
+int ovra_bootopt_optdata_set(ovra_hdl_t hdl, char *bootname, void *data, size_t data_len);
+
 #pragma GCC visibility pop
 
 #ifdef __cplusplus

@@ -183,7 +183,8 @@ int ovra_bootopt_get(ovra_hdl_t hdl, char *name, ovra_epath_t *path, int *path_l
         *desc = desc_copy.release();
     if (wants_optdata) {
         *optdata = optdata_copy.release();
-        *optdata_len = optdata_size;
+        if (result == 0)
+            *optdata_len = optdata_size;
     }
     if (path)
         *path = path_copy.release();

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstring>
 
 #include "src/boot/boot.h"
@@ -33,10 +34,16 @@ struct variable_id {
     EFI_GUID vendor;
     CHAR16 name[name_units];
 
+    // Zeroes what stands behind the terminator, which is not part of the name.
+    void trim()
+    {
+        CHAR16 *terminator = std::find(name, name + name_units, 0);
+        std::fill(terminator, name + name_units, 0);
+    }
+    bool has_name_of(const variable_id &other) const { return memcmp(name, other.name, sizeof name) == 0; }
     bool operator==(const variable_id &other) const
     {
-        return memcmp(name, other.name, sizeof name) == 0 &&
-               memcmp(&vendor, &other.vendor, sizeof vendor) == 0;
+        return has_name_of(other) && memcmp(&vendor, &other.vendor, sizeof vendor) == 0;
     }
 };
 
@@ -96,12 +103,13 @@ int enumerate(ovra_hdl_t hdl, name_list *list)
         EFI_STATUS status = EFI_SUCCESS;
         if (ovra_get_next_variable_name(hdl, &size, current.name, &current.vendor, &status) != 0)
             return 0;
+        current.trim();
         if (status == EFI_NOT_FOUND)
             return 0;
         // Of a name that is too long the same would be asked for again.
         if (status == EFI_UNSUPPORTED || status == EFI_BUFFER_TOO_SMALL)
             return -1;
-        if (status == EFI_SUCCESS || current != previous) {
+        if (status == EFI_SUCCESS || !current.has_name_of(previous)) {
             stuck = false;
             if (guard.seen_again(current))
                 return -1;

@@ -56,6 +56,11 @@ void memlist_remove(ovra_hdl_t hdl, void *block)
         empty_slot(hdl, slot);
 }
 
+bool memlist_holds(ovra_hdl_t hdl, void *block)
+{
+    return hdl && block && find_slot(hdl, block);
+}
+
 void memlist_free(ovra_hdl_t hdl, void *block)
 {
     memlist_remove(hdl, block);

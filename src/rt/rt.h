@@ -6,6 +6,7 @@
 #define SRC_RT_RT_H
 
 #include <iconv.h>
+#include <stdbool.h>
 
 #include <ovra/ovra.h>
 
@@ -26,6 +27,9 @@ int memlist_add(ovra_hdl_t hdl, void *block);
 
 /* Empties the first slot that holds `block`, which is not freed. An unknown block is ignored. */
 void memlist_remove(ovra_hdl_t hdl, void *block);
+
+/* Whether `block` is recorded. */
+bool memlist_holds(ovra_hdl_t hdl, void *block);
 
 /* A new recorded block of `size` bytes, or null. `what` names the caller in messages. */
 void *memlist_malloc(ovra_hdl_t hdl, size_t size, const char *what);
