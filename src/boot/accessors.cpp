@@ -1,3 +1,5 @@
+#include <cstdlib>
+
 #include "src/rt/diag.h"
 #include "src/rt/rt.h"
 
@@ -52,9 +54,10 @@ int get_text(ovra_hdl_t hdl, char *bootname, text_field which, char **text)
     ovra_path_t **instances = nullptr;
     if (read_fields(hdl, bootname, path, &option) != 0 || decode_path(hdl, bootname, option, &instances) != 0)
         return -1;
-    if (!instances || !instances[0]->*which)
+    char *found = instances ? instances[0]->*which : nullptr;
+    if (!found)
         return -1;
-    *text = instances[0]->*which;
+    *text = found;
     return 0;
 }
 

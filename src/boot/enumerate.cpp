@@ -6,6 +6,7 @@
 #include "src/rt/strarray.h"
 
 using ovra::fail;
+using ovra::str_array_builder;
 
 int ovra_bootopt_unused(ovra_hdl_t hdl, char **bootname)
 {
@@ -47,22 +48,6 @@ struct variable_id {
     }
 };
 
-// The option names found so far, released unless they are handed over.
-struct name_list {
-    ovra_hdl_t hdl;
-    char **names = nullptr;
-    size_t count = 0;
-
-    ~name_list() { free_str_array(hdl, names); }
-    int append(const char *name)
-    {
-        if (ovra::append_str_array(hdl, name, count, &names) != 0)
-            return -1;
-        ++count;
-        return 0;
-    }
-};
-
 // Notices firmware whose enumeration never ends: one name is remembered, each time twice as long, and must
 // not come again.
 class loop_guard {
@@ -84,7 +69,7 @@ private:
     size_t limit = 1;
 };
 
-int append_if_option(const variable_id &id, name_list *list)
+int append_if_option(const variable_id &id, str_array_builder *list)
 {
     char text[text_limit + 1];
     text[convert_utf16_to_utf8(id.name, name_units, text, text_limit)] = '\0';
@@ -92,7 +77,7 @@ int append_if_option(const variable_id &id, name_list *list)
 }
 
 // Collects the names. 0 at the end of the store, also when the firmware stops answering; -1 else.
-int enumerate(ovra_hdl_t hdl, name_list *list)
+int enumerate(ovra_hdl_t hdl, str_array_builder *list)
 {
     variable_id current = {};
     loop_guard guard;
@@ -130,12 +115,12 @@ int enumerate(ovra_hdl_t hdl, name_list *list)
 int ovra_bootopt_list(ovra_hdl_t hdl, char ***names)
 {
     *names = nullptr;
-    name_list list = {hdl};
+    str_array_builder list(hdl);
     if (enumerate(hdl, &list) != 0)
         return -1;
-    if (!list.names && add_str_array(hdl, nullptr, &list.names) != 0)
+    char **found = list.release();
+    if (!found && add_str_array(hdl, nullptr, &found) != 0)
         return -1;
-    *names = list.names;
-    list.names = nullptr;
+    *names = found;
     return 0;
 }

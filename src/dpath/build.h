@@ -7,16 +7,21 @@
 
 namespace ovra {
 
-/*
- * A zeroed node of `length` bytes with its header filled; null without memory. A length above 16 bits is
- * cut in the header, as the field has no more.
- */
+/* A zeroed block of `size` bytes with a header that says `len`; null without memory. */
+inline owned<uefi_device_path_t> new_block(uint8_t type, uint8_t subtype, size_t size, uint16_t len)
+{
+    owned<uefi_device_path_t> node(static_cast<uefi_device_path_t *>(calloc(1, size)));
+    if (node)
+        *node = {type, subtype, len};
+    return node;
+}
+
+/* A node of `length` bytes; null without memory, and for a length that no node can have. */
 inline owned<uefi_device_path_t> new_raw_node(uint8_t type, uint8_t subtype, size_t length)
 {
-    owned<uefi_device_path_t> node(static_cast<uefi_device_path_t *>(calloc(1, length)));
-    if (node)
-        *node = {type, subtype, static_cast<uint16_t>(length)};
-    return node;
+    if (length > UINT16_MAX)
+        return nullptr;
+    return new_block(type, subtype, length, static_cast<uint16_t>(length));
 }
 
 /* The same for a record that states its kind, with `tail` bytes behind its fixed part. */

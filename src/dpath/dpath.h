@@ -23,7 +23,7 @@ int add_file_path(const char *path, uefi_device_path_t **out);
 /* A new END node. 0 or -1; the caller frees *out. */
 int add_device_end(uint8_t subtype, uefi_device_path_t **out);
 
-/* Frees every node and the list. A null list is allowed. */
+/* Frees every node, one that stands several times in a row once, and the list. A null list is allowed. */
 void free_device_path(uefi_device_path_t **list);
 
 /*
@@ -35,7 +35,7 @@ int device_path_pack(uefi_device_path_t **list, ovra_epath_t *out, int *len);
 /*
  * Splits a packed path of `len` bytes into a new list, up to and with its END-entire node, which may be
  * missing. 0, with a null list when `len` is below 1; or -1: a node that runs past `len`, is shorter than
- * its header or of no known type, or no memory. *list must not be used after -1.
+ * its header or of no known type, or no memory. *list is null then.
  */
 int device_path_unpack(ovra_epath_t path, int len, uefi_device_path_t ***list);
 

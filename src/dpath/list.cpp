@@ -3,10 +3,17 @@
 #include "src/dpath/dpath.h"
 #include "src/dpath/list.h"
 
-int ovra::append_node(uefi_device_path_t ***list, size_t count, uefi_device_path_t *node)
+static uefi_device_path_t **resize(uefi_device_path_t **list, size_t pointers)
 {
-    auto **grown =
-        static_cast<uefi_device_path_t **>(realloc(*list, (count + 2) * sizeof(uefi_device_path_t *)));
+    return static_cast<uefi_device_path_t **>(realloc(list, pointers * sizeof(uefi_device_path_t *)));
+}
+
+int add_dpath_list(uefi_device_path_t ***list, uefi_device_path_t *node)
+{
+    size_t count = 0;
+    while (*list && (*list)[count])
+        ++count;
+    auto **grown = resize(*list, count + 2);
     if (!grown)
         return -1;
     grown[count] = node;
@@ -15,19 +22,30 @@ int ovra::append_node(uefi_device_path_t ***list, size_t count, uefi_device_path
     return 0;
 }
 
-int add_dpath_list(uefi_device_path_t ***list, uefi_device_path_t *node)
+int ovra::node_list_builder::append(owned<uefi_device_path_t> node)
 {
-    size_t count = 0;
-    while (*list && (*list)[count])
-        ++count;
-    return ovra::append_node(list, count, node);
+    if (count + 2 > capacity) {
+        const size_t doubled = capacity == 0 ? 8 : 2 * capacity;
+        auto **grown = resize(list.get(), doubled);
+        if (!grown)
+            return -1;
+        static_cast<void>(list.release());
+        list.reset(grown);
+        capacity = doubled;
+    }
+    list.get()[count] = node.release();
+    list.get()[++count] = nullptr;
+    return 0;
 }
 
 void free_device_path(uefi_device_path_t **list)
 {
     if (!list)
         return;
-    for (uefi_device_path_t **node = list; *node; ++node)
-        free(*node);
+    // A node may stand several times in a row: the disk mapper repeats the one before an "ide" level.
+    for (uefi_device_path_t **node = list; *node; ++node) {
+        if (*node != node[1])
+            free(*node);
+    }
     free(list);
 }

@@ -12,10 +12,13 @@ int add_file_path(const char *path, uefi_device_path_t **out)
     if (!name)
         return -1;
     const size_t size = unicode_strlen(name.get());
-    auto node = ovra::new_node<uefi_file_path_t>(size);
+    constexpr ovra::node_kind kind = ovra::kind_of<uefi_file_path_t>;
+    const size_t length = kind.size + size;
+    // Kept: of a text that is longer than a node can be, the length is cut to its 16 bits.
+    auto node = ovra::new_block(kind.type, kind.subtype, length, static_cast<uint16_t>(length));
     if (!node)
         return fail("unable to allocate device path\n");
-    memcpy(node->path_name, name.get(), size);
+    memcpy(reinterpret_cast<uint8_t *>(node.get()) + kind.size, name.get(), size);
     return ovra::hand_over(std::move(node), out);
 }
 

@@ -39,10 +39,10 @@ int device_path_pack(uefi_device_path_t **list, ovra_epath_t *out, int *len)
     return 0;
 }
 
-// Copies the nodes up to END-entire. On failure the caller's list is what was built and is to be freed.
-static int unpack_nodes(ovra::cursor nodes, uefi_device_path_t ***list)
+// Copies the nodes up to END-entire.
+static int unpack_nodes(ovra::cursor nodes, ovra::node_list_builder *list)
 {
-    for (size_t count = 0; !nodes.at_end(); ++count) {
+    while (!nodes.at_end()) {
         if (nodes.cut_off())
             return fail("encoded_path does not match encoded_path_len\n");
         const uint8_t type = nodes.peek()->type;
@@ -54,9 +54,8 @@ static int unpack_nodes(ovra::cursor nodes, uefi_device_path_t ***list)
         if (!node)
             return fail("unable to allocate device_path\n");
         memcpy(node.get(), stored, stored->len);
-        if (ovra::append_node(list, count, node.get()) != 0)
+        if (list->append(std::move(node)) != 0)
             return fail("unable to add device path\n");
-        static_cast<void>(node.release());
         if (ovra::is_end_entire(stored))
             return 0;
     }
@@ -67,9 +66,9 @@ static int unpack_nodes(ovra::cursor nodes, uefi_device_path_t ***list)
 int device_path_unpack(ovra_epath_t path, int len, uefi_device_path_t ***list)
 {
     *list = nullptr;
-    if (unpack_nodes({{path, static_cast<size_t>(len < 1 ? 0 : len)}}, list) == 0)
-        return 0;
-    // Kept: *list is left pointing at what is released here.
-    free_device_path(*list);
-    return -1;
+    ovra::node_list_builder nodes;
+    if (unpack_nodes({{path, static_cast<size_t>(len < 1 ? 0 : len)}}, &nodes) != 0)
+        return -1;
+    *list = nodes.release();
+    return 0;
 }

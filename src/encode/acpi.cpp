@@ -20,6 +20,7 @@ static int encode_acpi_node(uint32_t hid, uint32_t uid, const char *no_memory, u
 
 int encode_acpi_common(uint32_t hid, uint32_t uid, uefi_device_path_t **out)
 {
+    // Kept: "apci".
     return encode_acpi_node(hid, uid, "unable to allocate apci_dpath\n", out);
 }
 
@@ -34,9 +35,10 @@ int encode_hid_common(uint32_t hid, uefi_arg_list_t *args, uefi_device_path_t **
 int encode_acpi(uefi_arg_list_t *args, uefi_device_path_t **out)
 {
     uint32_t hid = 0;
-    if (get_eisaid(args, "HID", &hid) != got::ok)
+    uint32_t uid = 0;
+    if (get_eisaid(args, "HID", &hid) != got::ok || !get_or_keep(args, "UID", &uid))
         return -1;
-    return encode_hid_common(hid, args, out);
+    return encode_acpi_common(hid, uid, out);
 }
 
 #define FIXED_HID(name, product)                                                                             \

@@ -18,6 +18,12 @@ arg_list new_list(size_t argc)
         calloc(1, offsetof(uefi_arg_list_t, arg_nv) + argc * sizeof(uefi_nv_pair_t))));
 }
 
+// The pairs of a list, of which there may be more than the array was declared with.
+uefi_nv_pair_t *pairs_of(uefi_arg_list_t *list)
+{
+    return list->arg_nv;
+}
+
 // Number of fields that are not empty.
 size_t count_fields(std::string_view text)
 {
@@ -111,7 +117,7 @@ private:
 
     int store(owned<char> name, owned<char> value)
     {
-        list->arg_nv[stored++] = {name.release(), value.release()};
+        pairs_of(list)[stored++] = {name.release(), value.release()};
         return 0;
     }
 
@@ -155,9 +161,10 @@ int arg_list_init(uefi_arg_list_t **out, const char *arg_text, const char *const
 void free_arglist(uefi_arg_list_t *list)
 {
     trace("free_arglist  arg_list->argc = %lu\n", list->argc);
+    uefi_nv_pair_t *pairs = pairs_of(list);
     for (size_t i = 0; i < list->argc; ++i) {
-        free(list->arg_nv[i].name);
-        free(list->arg_nv[i].value);
+        free(pairs[i].name);
+        free(pairs[i].value);
     }
     free(list->arg_str);
     free(list);
@@ -165,9 +172,10 @@ void free_arglist(uefi_arg_list_t *list)
 
 char *ovra_get_arg(uefi_arg_list_t *list, const char *name)
 {
+    const uefi_nv_pair_t *pairs = pairs_of(list);
     for (size_t i = 0; i < list->argc; ++i) {
-        if (strcasecmp(list->arg_nv[i].name, name) == 0)
-            return list->arg_nv[i].value;
+        if (strcasecmp(pairs[i].name, name) == 0)
+            return pairs[i].value;
     }
     return nullptr;
 }

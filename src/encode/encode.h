@@ -17,7 +17,7 @@ typedef struct {
     char *value;
 } uefi_nv_pair_t;
 
-#define UEFI_ARGS_MAX 256 /* declared; a list is as long as its own arguments */
+#define UEFI_ARGS_MAX 256 /* declared; a list has as many as there are arguments, more or less */
 
 typedef struct {
     char *arg_str; /* the whole text, for a keyword without a parameter list; else null */

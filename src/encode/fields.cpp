@@ -85,7 +85,7 @@ static int read_field(uefi_arg_list_t *args, const field &field, uint8_t *node)
 int ovra::encode_fields(uefi_arg_list_t *args, uefi_device_path_t **out, node_kind kind,
                         std::span<const field> fields, const char *no_memory, order allocation)
 {
-    uint8_t image[64] = {};
+    uint8_t image[largest_field_list] = {};
     owned<uefi_device_path_t> node;
     const auto allocate = [&] {
         node = new_raw_node(kind.type, kind.subtype, kind.size);

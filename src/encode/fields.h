@@ -71,6 +71,9 @@ constexpr field need_bytes(const char *name, place at)
 /* Whether the node is allocated before its arguments are read: which message comes first can be seen. */
 enum class order : uint8_t { alloc_last, alloc_first };
 
+/* Bytes of the largest node that is only its fields. */
+inline constexpr size_t largest_field_list = 64;
+
 /* Reads the fields in the order of the list, which is the order of messages, and builds the node. */
 int encode_fields(uefi_arg_list_t *args, uefi_device_path_t **out, node_kind kind,
                   std::span<const field> fields, const char *no_memory, order allocation);
@@ -80,6 +83,7 @@ int encode_fields(uefi_arg_list_t *args, uefi_device_path_t **out, std::span<con
                   const char *no_memory, order allocation = order::alloc_last)
 {
     static_assert(kind_of<record>.size == sizeof(record), "a record with a tail is not only its fields");
+    static_assert(sizeof(record) <= largest_field_list);
     return encode_fields(args, out, kind_of<record>, fields, no_memory, allocation);
 }
 

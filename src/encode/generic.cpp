@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "src/dpath/build.h"
 #include "src/encode/get.h"
 #include "src/rt/diag.h"
@@ -9,9 +11,15 @@ using ovra::owned;
 // A node of raw bytes: its data begins with its own length field.
 static constexpr size_t data_offset = offsetof(uefi_device_path_t, len);
 
+// Whether the length that the data states is the node's.
+static bool states_length(const uefi_device_path_t &node, size_t size)
+{
+    return size >= sizeof node && node.len == size;
+}
+
 static owned<uefi_device_path_t> raw_node(uint8_t type, uint8_t subtype, const hex_bytes &data)
 {
-    // A block may not be shorter than the header, though data of one byte makes such a node; it is refused.
+    // The block holds a header in any case; data that is no more than a part of one is refused later.
     const size_t size = data_offset + data.size;
     auto node = ovra::new_raw_node(type, subtype, std::max(size, sizeof(uefi_device_path_t)));
     if (!node) {
@@ -34,7 +42,7 @@ int encode_path(uefi_arg_list_t *args, uefi_device_path_t **out)
     auto node = raw_node(type, subtype, data);
     if (!node)
         return -1;
-    if (node->len != data_offset + data.size) {
+    if (!states_length(*node, data_offset + data.size)) {
         return fail("invalid payload size: dpath->len = %hu  calculated size = %lu\n", node->len,
                     data_offset + data.size);
     }
@@ -50,7 +58,7 @@ int encode_path_common(uint8_t type, uefi_arg_list_t *args, uefi_device_path_t *
     auto node = raw_node(type, subtype, data);
     if (!node)
         return -1;
-    if (node->len != data_offset + data.size) {
+    if (!states_length(*node, data_offset + data.size)) {
         return fail("dpath->len=%d from data payload does not match buffer size %lu\n", node->len,
                     data_offset + data.size);
     }

@@ -90,6 +90,7 @@ int encode_arg_eisaid(uefi_arg_list_t *list, const char *name, uint32_t *out)
     *out = 0;
     if (strcmp(value, "0") == 0)
         return 0;
+    // Kept: these messages, and those of a GUID's form, have no line end.
     if (strlen(value) != 7)
         return fail("eisaid should be 7 characters");
     for (int i = 0; i < 3; ++i) {

@@ -31,6 +31,7 @@ int encode_memmap(uefi_arg_list_t *args, uefi_device_path_t **out)
         need("StartingAddress", AT(start)),
         need("EndingAddress", AT(end)),
     };
+    // Kept: "memap".
     return encode_fields<rec>(args, out, fields, "unable to allocate memap_dpath\n");
 }
 

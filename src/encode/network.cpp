@@ -124,15 +124,16 @@ constexpr word data_digests[] = {{"CRC32C", 0x0080}, {"NONE", 0}};
 constexpr word authentications[] = {{"NONE", 0x0800}, {"CHAP_UNI", 0x1000}, {"CHAP_BI", 0}};
 constexpr word protocols[] = {{"TCP", 0}};
 
-// Adds the bits of a word that may be absent.
-int get_option_bits(uefi_arg_list_t *args, const char *name, std::span<const word> words, uint16_t *options)
+// Adds the bits of a word that may be absent; `unknown` is the message with a text that is none.
+int get_option_bits(uefi_arg_list_t *args, const char *name, std::span<const word> words, const char *unknown,
+                    uint16_t *options)
 {
     const char *text = ovra_get_arg(args, name);
     if (!text)
         return 0;
     const word *word = by_text(words, text);
     if (!word)
-        return fail("unrecognized argument for %s: %s\n", name, text);
+        return fail(unknown, text); // NOLINT: a literal of the caller's
     *options = static_cast<uint16_t>(*options | word->value);
     return 0;
 }
@@ -169,10 +170,14 @@ int encode_iscsi(uefi_arg_list_t *args, uefi_device_path_t **out)
     if (!require_bytes(args, "LUN", node->lun))
         return -1;
     uint16_t options = 0;
-    if (get_option_bits(args, "HeaderDigest", header_digests, &options) != 0 ||
-        get_option_bits(args, "DataDigest", data_digests, &options) != 0 ||
-        get_option_bits(args, "Authentication", authentications, &options) != 0 ||
-        get_option_bits(args, "Protocol", protocols, &options) != 0)
+    if (get_option_bits(args, "HeaderDigest", header_digests, "unrecognized argument for HeaderDigest: %s\n",
+                        &options) != 0 ||
+        get_option_bits(args, "DataDigest", data_digests, "unrecognized argument for DataDigest: %s\n",
+                        &options) != 0 ||
+        get_option_bits(args, "Authentication", authentications,
+                        "unrecognized argument for Authentication: %s\n", &options) != 0 ||
+        get_option_bits(args, "Protocol", protocols, "unrecognized argument for Protocol: %s\n", &options) !=
+            0)
         return -1;
     node->options = options;
     return hand_over(std::move(node), out);

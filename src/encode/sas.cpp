@@ -115,8 +115,8 @@ bool get_topology(uefi_arg_list_t *args, const dialect &words, uint16_t *sassata
     const bool bay_given = is_given(args, "Drivebay");
     if (info == 0) {
         if (location || connect || bay_given) {
-            say("location, connect, drivebay cannot be specifiedwhen SATASATA is not specified OR when it is "
-                "an int\n");
+            // Kept: the wording, with its missing blank.
+            say("location, connect, drivebay cannot be specifiedwhen SATASATA is not specified OR when it is an int\n");
             return false;
         }
         *sassata = 0;
@@ -157,7 +157,7 @@ int encode_sas(uefi_arg_list_t *args, uefi_device_path_t **out)
     owned<uefi_sas_msg_device_path_t> node(reinterpret_cast<uefi_sas_msg_device_path_t *>(vendor.release()));
     sas_target target;
     uint32_t reserved = 0;
-    if (!get_target(args, sas, 0, &target) || !get_or_keep(args, "Reserved", &reserved))
+    if (!get_target(args, sas, 0, &target) || !get_if_given(args, "Reserved", &reserved))
         return -1;
     memcpy(node->guid, sas_bytes, sizeof sas_bytes);
     node->reserved = reserved;

@@ -23,7 +23,7 @@ const uefi_encode_opt_t *find_keyword(const char *keyword)
     return row == std::end(encode_opt_table) ? nullptr : row;
 }
 
-// The nodes built so far, with the count that appending wants.
+// Appends the nodes of one instance after the other.
 class path_builder {
 public:
     int add_instance(const ovra_path_t &path);
@@ -35,20 +35,12 @@ private:
     int add_file(const char *path);
     int append(owned<uefi_device_path_t> node);
 
-    ovra::node_list list;
-    size_t count = 0;
+    ovra::node_list_builder list;
 };
 
 int path_builder::append(owned<uefi_device_path_t> node)
 {
-    uefi_device_path_t **nodes = list.release();
-    const int result = ovra::append_node(&nodes, count, node.get());
-    list.reset(nodes);
-    if (result != 0)
-        return fail("unable to add dpath_node\n");
-    static_cast<void>(node.release());
-    ++count;
-    return 0;
+    return list.append(std::move(node)) == 0 ? 0 : fail("unable to add dpath_node\n");
 }
 
 int path_builder::add_end(uint8_t subtype)

@@ -1,46 +1,67 @@
+#include "src/rt/strarray.h"
+
 #include <cstdlib>
 #include <cstring>
 
 #include "src/rt/owned.h"
-#include "src/rt/rt.h"
-#include "src/rt/strarray.h"
 
 static constexpr char label[] = "add_str_array";
 
-namespace ovra {
-
-int append_str_array(ovra_hdl_t hdl, const char *str, size_t count, char ***array)
+static char **resize(ovra_hdl_t hdl, char **array, size_t pointers)
 {
-    owned<char> copy(strdup(str));
-    if (!copy || memlist_add(hdl, copy.get()) != 0)
-        return -1;
-    tracked<char> entry(copy.release(), memlist_freeing{hdl});
-
-    auto **grown = static_cast<char **>(memlist_realloc(hdl, *array, (count + 2) * sizeof(char *), label));
-    if (!grown)
-        return -1;
-    grown[count] = entry.release();
-    grown[count + 1] = nullptr;
-    *array = grown;
-    return 0;
+    return static_cast<char **>(memlist_realloc(hdl, array, pointers * sizeof(char *), label));
 }
 
-} // namespace ovra
+// A tracked copy of a string, or null.
+static ovra::tracked<char> copy_string(ovra_hdl_t hdl, const char *str)
+{
+    ovra::owned<char> copy(strdup(str));
+    if (!copy || memlist_add(hdl, copy.get()) != 0)
+        return {nullptr, {hdl}};
+    return {copy.release(), {hdl}};
+}
 
 int add_str_array(ovra_hdl_t hdl, const char *str, char ***array)
 {
     if (!str) {
-        auto **emptied = static_cast<char **>(memlist_realloc(hdl, *array, sizeof(char *), label));
+        auto **emptied = resize(hdl, *array, 1);
         if (!emptied)
             return -1;
         emptied[0] = nullptr;
         *array = emptied;
         return 0;
     }
+    auto copy = copy_string(hdl, str);
+    if (!copy)
+        return -1;
     size_t count = 0;
     while (*array && (*array)[count])
         ++count;
-    return ovra::append_str_array(hdl, str, count, array);
+    auto **grown = resize(hdl, *array, count + 2);
+    if (!grown)
+        return -1;
+    grown[count] = copy.release();
+    grown[count + 1] = nullptr;
+    *array = grown;
+    return 0;
+}
+
+int ovra::str_array_builder::append(const char *str)
+{
+    auto copy = copy_string(hdl, str);
+    if (!copy)
+        return -1;
+    if (count + 2 > capacity) {
+        const size_t doubled = capacity == 0 ? 8 : 2 * capacity;
+        auto **grown = resize(hdl, array, doubled);
+        if (!grown)
+            return -1;
+        array = grown;
+        capacity = doubled;
+    }
+    array[count] = copy.release();
+    array[++count] = nullptr;
+    return 0;
 }
 
 void free_str_array(ovra_hdl_t hdl, char **array)

@@ -2,12 +2,32 @@
 #ifndef SRC_RT_STRARRAY_H
 #define SRC_RT_STRARRAY_H
 
+#include <utility>
+
 #include "src/rt/rt.h"
 
 namespace ovra {
 
-/* add_str_array for a caller that knows the number of entries, so that a long list is not counted again. */
-int append_str_array(ovra_hdl_t hdl, const char *str, size_t count, char ***array);
+/* An array under construction, which neither counts nor moves a long list again for each entry. */
+class str_array_builder {
+public:
+    explicit str_array_builder(ovra_hdl_t handle) : hdl(handle) {}
+    str_array_builder(const str_array_builder &) = delete;
+    str_array_builder &operator=(const str_array_builder &) = delete;
+    ~str_array_builder() { free_str_array(hdl, array); }
+
+    /* Appends a copy; -1 without memory. */
+    int append(const char *str);
+
+    /* The array, null without an entry, for the handle to own. */
+    char **release() { return std::exchange(array, nullptr); }
+
+private:
+    ovra_hdl_t hdl;
+    char **array = nullptr;
+    size_t count = 0;
+    size_t capacity = 0;
+};
 
 } // namespace ovra
 
