@@ -1,0 +1,168 @@
+#include "platform/devns/runtime.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "platform/include/devns.h"
+
+namespace {
+
+using machine::firmware;
+
+int bad_address()
+{
+    errno = EFAULT;
+    return -1;
+}
+
+template <typename... pointer>
+bool any_null(const pointer *...pointers)
+{
+    return ((pointers == nullptr) || ...);
+}
+
+int answer(EFI_STATUS *ret, EFI_STATUS status)
+{
+    *ret = status;
+    return 0;
+}
+
+int get_variable(const firmware &machine, const ovra_variable_args_t &args)
+{
+    if (any_null(args.variable_name, args.vendor_guid, args.ret))
+        return bad_address();
+    auto name = machine::terminated_name(args.variable_name, args.variable_name_size);
+    if (!name)
+        return answer(args.ret, EFI_INVALID_PARAMETER);
+    return answer(args.ret, machine::get_variable(machine, *name, *args.vendor_guid, args.attributes,
+                                                  args.data_size, args.data));
+}
+
+int get_next_variable_name(const firmware &machine, const ovra_get_next_variable_name_args_t &args)
+{
+    if (any_null(args.variable_name_size, args.variable_name, args.vendor_guid, args.ret))
+        return bad_address();
+    return answer(args.ret, machine::next_variable(machine, args.variable_name_size, args.variable_name,
+                                                   args.vendor_guid));
+}
+
+int set_variable(const firmware &machine, const ovra_variable_args_t &args)
+{
+    if (any_null(args.variable_name, args.vendor_guid, args.attributes, args.data_size, args.ret))
+        return bad_address();
+    auto name = machine::terminated_name(args.variable_name, args.variable_name_size);
+    if (!name)
+        return answer(args.ret, EFI_INVALID_PARAMETER);
+    return answer(args.ret, machine::set_variable(machine, *name, *args.vendor_guid, *args.attributes,
+                                                  *args.data_size, args.data));
+}
+
+int query_variable_info(const firmware &machine, const ovra_query_variable_info_args_t &args)
+{
+    if (any_null(args.max_var_storage_size, args.remaining_var_storage_size, args.max_var_size, args.ret))
+        return bad_address();
+    machine::variable_space space;
+    EFI_STATUS status = machine::query_variable_info(machine, args.attributes, &space);
+    if (status == EFI_SUCCESS) {
+        *args.max_var_storage_size = space.store;
+        *args.remaining_var_storage_size = space.remaining;
+        *args.max_var_size = space.variable;
+    }
+    return answer(args.ret, status);
+}
+
+int get_time(const firmware &machine, const ovra_get_time_args_t &args)
+{
+    if (any_null(args.time, args.ret))
+        return bad_address();
+    return answer(args.ret, machine::get_time(machine, args.time, args.capabilities));
+}
+
+int set_time(const firmware &machine, const ovra_set_time_args_t &args)
+{
+    if (any_null(args.time, args.ret))
+        return bad_address();
+    return answer(args.ret, machine::set_time(machine, *args.time));
+}
+
+int get_wakeup_time(const firmware &machine, const ovra_get_wakeup_time_args_t &args)
+{
+    if (any_null(args.enabled, args.pending, args.time, args.ret))
+        return bad_address();
+    machine::wakeup alarm;
+    EFI_STATUS status = machine::get_wakeup_time(machine, &alarm);
+    if (status == EFI_SUCCESS) {
+        *args.enabled = alarm.enabled ? B_TRUE : B_FALSE;
+        *args.pending = alarm.pending ? B_TRUE : B_FALSE;
+        *args.time = alarm.time;
+    }
+    return answer(args.ret, status);
+}
+
+/* An enumeration out of a record, which may hold any number there. */
+template <typename enumeration>
+UINT32 number_of(const enumeration &field)
+{
+    static_assert(sizeof field == sizeof(UINT32));
+    UINT32 number = 0;
+    std::memcpy(&number, &field, sizeof number);
+    return number;
+}
+
+int set_wakeup_time(const firmware &machine, const ovra_set_wakeup_time_args_t &args)
+{
+    if (any_null(args.ret))
+        return bad_address();
+    return answer(args.ret, machine::set_wakeup_time(machine, number_of(args.enable) != B_FALSE, args.time));
+}
+
+int reset_system(const firmware &machine, const ovra_reset_system_args_t &args)
+{
+    return machine::reset_system(machine, number_of(args.reset_type));
+}
+
+int get_next_high_monotonic_count(const firmware &machine,
+                                  const ovra_get_next_high_monotonic_count_args_t &args)
+{
+    if (any_null(args.high_count, args.ret))
+        return bad_address();
+    return answer(args.ret, machine::next_high_monotonic_count(machine, args.high_count));
+}
+
+/* Calls a command with the record that is its own. */
+template <typename args>
+int with(int (*serve)(const firmware &, const args &), const firmware &machine, const void *record)
+{
+    return record == nullptr ? bad_address() : serve(machine, *static_cast<const args *>(record));
+}
+
+} // namespace
+
+int serve_runtime_command(const firmware &machine, int command, void *record)
+{
+    switch (command) {
+    case OVRA_GET_VARIABLE:
+        return with(get_variable, machine, record);
+    case OVRA_GET_NEXT_VARIABLE_NAME:
+        return with(get_next_variable_name, machine, record);
+    case OVRA_SET_VARIABLE:
+        return with(set_variable, machine, record);
+    case OVRA_QUERY_VARIABLE_INFO:
+        return with(query_variable_info, machine, record);
+    case OVRA_GET_TIME:
+        return with(get_time, machine, record);
+    case OVRA_SET_TIME:
+        return with(set_time, machine, record);
+    case OVRA_GET_WAKEUP_TIME:
+        return with(get_wakeup_time, machine, record);
+    case OVRA_SET_WAKEUP_TIME:
+        return with(set_wakeup_time, machine, record);
+    case OVRA_RESET_SYSTEM:
+        return with(reset_system, machine, record);
+    case OVRA_GET_NEXT_HIGH_MONOTONIC_COUNT:
+        return with(get_next_high_monotonic_count, machine, record);
+    default:
+        errno = ENOTTY;
+        return -1;
+    }
+}

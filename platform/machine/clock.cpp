@@ -1,0 +1,195 @@
+#include "platform/machine/machine.h"
+
+#include <array>
+#include <cerrno>
+#include <ctime>
+
+namespace machine {
+
+namespace {
+
+constexpr std::int64_t nanoseconds = 1'000'000'000;
+
+/* time-offset: seconds and nanoseconds from the host's clock to the machine's, time zone, daylight. */
+constexpr const char *offset_file = "time-offset";
+/* wakeup: 1 or 0 for enabled, then year to second, nanosecond, time zone, daylight. */
+constexpr const char *wakeup_file = "wakeup";
+/* monotonic-count: the last number given out. */
+constexpr const char *count_file = "monotonic-count";
+
+struct moment {
+    std::int64_t seconds = 0;
+    std::int64_t nanosecond = 0; // 0 to 999,999,999
+};
+
+moment host_now()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return {now.tv_sec, now.tv_nsec};
+}
+
+/* The state folder could not be made or locked: errno in the firmware's words. */
+EFI_STATUS no_state()
+{
+    // A part of the way that is missing and cannot be made is no unknown variable.
+    EFI_STATUS status = status_of(errno);
+    return status == EFI_NOT_FOUND ? EFI_DEVICE_ERROR : status;
+}
+
+EFI_STATUS store_numbers(const firmware &machine, const char *file_name,
+                         std::span<const std::int64_t> numbers)
+{
+    descriptor locked = lock_state(machine);
+    return locked ? write_state(locked, file_name, numbers) : no_state();
+}
+
+/* The machine's time by what `time-offset` says; nothing when that is absent or makes no sense. */
+std::optional<EFI_TIME> shifted_time(const firmware &machine, moment host)
+{
+    std::array<std::int64_t, 4> stored = {};
+    if (!read_state(machine, offset_file, stored))
+        return std::nullopt;
+    auto [seconds, fraction, zone, daylight] = stored;
+    std::int64_t sum = 0;
+    if (fraction < 0 || fraction >= nanoseconds || __builtin_add_overflow(host.seconds, seconds, &sum))
+        return std::nullopt;
+    fraction += host.nanosecond;
+    if (__builtin_add_overflow(sum, fraction / nanoseconds, &sum))
+        return std::nullopt;
+    auto time = time_of(sum, static_cast<std::uint32_t>(fraction % nanoseconds));
+    if (!time)
+        return std::nullopt;
+    time->timezone = static_cast<int16_t>(zone);
+    time->daylight = static_cast<uint8_t>(daylight);
+    if (time->timezone != zone || time->daylight != daylight || !seconds_of(*time))
+        return std::nullopt;
+    return time;
+}
+
+std::optional<EFI_TIME> time_now(const firmware &machine)
+{
+    moment host = host_now();
+    if (auto time = shifted_time(machine, host))
+        return time;
+    return time_of(host.seconds, static_cast<std::uint32_t>(host.nanosecond));
+}
+
+/* A value that does not fit its field makes the whole alarm one that seconds_of refuses. */
+template <typename field>
+bool put(std::int64_t number, field *out)
+{
+    *out = static_cast<field>(number);
+    return *out == number;
+}
+
+bool read_wakeup(const firmware &machine, wakeup *alarm)
+{
+    std::array<std::int64_t, 10> stored = {};
+    if (!read_state(machine, wakeup_file, stored) || (stored[0] != 0 && stored[0] != 1))
+        return false;
+    EFI_TIME time = {};
+    bool fits = put(stored[1], &time.year) && put(stored[2], &time.month) && put(stored[3], &time.day) &&
+                put(stored[4], &time.hour) && put(stored[5], &time.minute) && put(stored[6], &time.second) &&
+                put(stored[7], &time.nanosecond) && put(stored[8], &time.timezone) &&
+                put(stored[9], &time.daylight);
+    if (!fits || !seconds_of(time))
+        return false;
+    *alarm = {stored[0] == 1, false, time};
+    return true;
+}
+
+} // namespace
+
+EFI_STATUS get_time(const firmware &machine, EFI_TIME *time, EFI_TIME_CAPABILITIES *capabilities)
+{
+    constexpr uint32_t usual_accuracy = 50'000'000; // of a crystal: 50 parts per million
+    EFI_TIME now = {};
+    if (machine.root.live) {
+        if (EFI_STATUS status = rtc_get_time(machine.root, &now); status != EFI_SUCCESS)
+            return status;
+    } else {
+        auto shown = time_now(machine);
+        if (!shown)
+            return EFI_DEVICE_ERROR;
+        now = *shown;
+    }
+    *time = now;
+    if (capabilities != nullptr) {
+        capabilities->resolution = machine.root.live ? 1 : static_cast<uint32_t>(nanoseconds);
+        capabilities->accuracy = usual_accuracy;
+        capabilities->sets_to_zero = 0;
+    }
+    return EFI_SUCCESS;
+}
+
+EFI_STATUS set_time(const firmware &machine, const EFI_TIME &time)
+{
+    auto wanted = seconds_of(time);
+    if (!wanted)
+        return EFI_INVALID_PARAMETER;
+    if (machine.root.live)
+        return rtc_set_time(machine.root, time);
+    moment host = host_now();
+    std::int64_t seconds = *wanted - host.seconds;
+    std::int64_t fraction = static_cast<std::int64_t>(time.nanosecond) - host.nanosecond;
+    if (fraction < 0) {
+        fraction += nanoseconds;
+        --seconds;
+    }
+    return store_numbers(machine, offset_file,
+                         std::array<std::int64_t, 4>{seconds, fraction, time.timezone, time.daylight});
+}
+
+EFI_STATUS get_wakeup_time(const firmware &machine, wakeup *alarm)
+{
+    if (machine.root.live)
+        return rtc_get_wakeup_time(machine.root, alarm);
+    wakeup stored;
+    if (read_wakeup(machine, &stored) && stored.enabled) {
+        auto now = time_now(machine);
+        stored.pending = now && is_reached(stored.time, *now);
+    }
+    *alarm = stored;
+    return EFI_SUCCESS;
+}
+
+EFI_STATUS set_wakeup_time(const firmware &machine, bool enable, const EFI_TIME *time)
+{
+    if (enable && (time == nullptr || !seconds_of(*time)))
+        return EFI_INVALID_PARAMETER;
+    if (machine.root.live)
+        return rtc_set_wakeup_time(machine.root, enable, time);
+    descriptor locked = lock_state(machine);
+    if (!locked)
+        return no_state();
+    wakeup alarm;
+    bool known = read_wakeup(machine, &alarm);
+    if (enable)
+        alarm.time = *time;
+    else if (!known)
+        return EFI_SUCCESS; // there is no alarm that could be switched off
+    const EFI_TIME &t = alarm.time;
+    return write_state(locked, wakeup_file,
+                       std::array<std::int64_t, 10>{enable ? 1 : 0, t.year, t.month, t.day, t.hour, t.minute,
+                                                    t.second, t.nanosecond, t.timezone, t.daylight});
+}
+
+EFI_STATUS next_high_monotonic_count(const firmware &machine, UINT32 *count)
+{
+    if (machine.root.live)
+        return EFI_UNSUPPORTED;
+    descriptor locked = lock_state(machine);
+    if (!locked)
+        return no_state();
+    std::array<std::int64_t, 1> last = {};
+    UINT32 next = 1;
+    if (read_state(machine, count_file, last) && last[0] >= 0 && last[0] <= UINT32_MAX)
+        next = static_cast<UINT32>(last[0]) + 1; // after the last number comes 0, as in firmware
+    EFI_STATUS status = write_state(locked, count_file, std::array<std::int64_t, 1>{next});
+    if (status == EFI_SUCCESS)
+        *count = next;
+    return status;
+}
+
+} // namespace machine

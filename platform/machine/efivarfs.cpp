@@ -1,0 +1,103 @@
+#include "platform/machine/machine.h"
+
+#include <cerrno>
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+namespace machine {
+
+namespace {
+
+/*
+ * The kernel marks most variables immutable, so that nobody deletes them by accident. Lifts that while it
+ * lives, for a file that has the mark.
+ */
+class lifted_immutable_flag {
+public:
+    lifted_immutable_flag(int folder, const char *file_name)
+        : file(openat(folder, file_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC))
+    {
+        if (!file || ioctl(file.get(), FS_IOC_GETFLAGS, &flags) != 0 || (flags & FS_IMMUTABLE_FL) == 0)
+            return;
+        int without = flags & ~FS_IMMUTABLE_FL;
+        lifted = ioctl(file.get(), FS_IOC_SETFLAGS, &without) == 0;
+    }
+    lifted_immutable_flag(const lifted_immutable_flag &) = delete;
+    lifted_immutable_flag &operator=(const lifted_immutable_flag &) = delete;
+    ~lifted_immutable_flag()
+    {
+        int saved = errno;
+        if (lifted)
+            ioctl(file.get(), FS_IOC_SETFLAGS, &flags);
+        errno = saved;
+    }
+    void file_is_gone() { lifted = false; }
+
+private:
+    descriptor file;
+    int flags = 0;
+    bool lifted = false;
+};
+
+/* The kernel hands the firmware each write as one whole variable. */
+EFI_STATUS write_once(int file, byte_view contents)
+{
+    ssize_t written = 0;
+    do {
+        written = write(file, contents.data(), contents.size());
+    } while (written < 0 && errno == EINTR);
+    if (written < 0) // opened for writing, so that this is the firmware's refusal and not the file's
+        return errno == EACCES ? EFI_SECURITY_VIOLATION : status_of(errno);
+    return static_cast<std::size_t>(written) == contents.size() ? EFI_SUCCESS : EFI_DEVICE_ERROR;
+}
+
+} // namespace
+
+EFI_STATUS write_efivarfs(int folder, const char *file_name, byte_view contents)
+{
+    constexpr mode_t mode = 0644;
+    constexpr int flags = O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    lifted_immutable_flag lift(folder, file_name);
+    descriptor file(openat(folder, file_name, flags));
+    bool created = false;
+    if (!file && errno == ENOENT) {
+        file = descriptor(openat(folder, file_name, flags | O_CREAT | O_EXCL, mode));
+        created = static_cast<bool>(file);
+    }
+    if (!file)
+        return status_of(errno);
+    EFI_STATUS status = write_once(file.get(), contents);
+    if (status != EFI_SUCCESS && created)
+        unlinkat(folder, file_name, 0); // a refused variable would stay behind as an empty file
+    return status;
+}
+
+EFI_STATUS remove_efivarfs(int folder, const char *file_name)
+{
+    lifted_immutable_flag lift(folder, file_name);
+    if (unlinkat(folder, file_name, 0) != 0)
+        return status_of(errno);
+    lift.file_is_gone();
+    return EFI_SUCCESS;
+}
+
+EFI_STATUS efivarfs_space(int folder, variable_space *space)
+{
+    struct statfs info = {};
+    if (fstatfs(folder, &info) != 0)
+        return status_of(errno);
+    if (info.f_blocks == 0)
+        return EFI_UNSUPPORTED;
+    auto block = static_cast<UINT64>(info.f_bsize);
+    space->store = info.f_blocks * block;
+    space->remaining = info.f_bfree * block;
+    space->variable =
+        space->remaining; // the kernel keeps the firmware's own limit to itself; none is above this
+    return EFI_SUCCESS;
+}
+
+} // namespace machine

@@ -1,0 +1,213 @@
+#include "platform/machine/files.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace machine {
+
+namespace {
+
+constexpr std::string_view temporary_prefix = ".hwplat-";
+constexpr std::string_view temporary_suffix = ".tmp";
+using temporary_name = std::array<char, 48>;
+
+struct close_folder {
+    void operator()(DIR *folder) const { closedir(folder); }
+};
+using open_folder = std::unique_ptr<DIR, close_folder>;
+
+int write_all(int fd, byte_view rest)
+{
+    while (!rest.empty()) {
+        ssize_t written = write(fd, rest.data(), rest.size());
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return written < 0 ? errno : EIO;
+        rest = rest.subspan(static_cast<std::size_t>(written));
+    }
+    return 0;
+}
+
+/* A name may be left over from a stopped process that had this one's number: then the next one is tried. */
+int create_temporary(int folder, temporary_name *name, descriptor *file)
+{
+    static std::atomic<unsigned> counter;
+    constexpr int attempts = 1000;
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+        std::snprintf(name->data(), name->size(), "%s%ld-%u%s", temporary_prefix.data(),
+                      static_cast<long>(getpid()), counter.fetch_add(1), temporary_suffix.data());
+        constexpr mode_t mode = 0644; // as efivarfs has it
+        file->reset(openat(folder, name->data(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+        if (*file)
+            return 0;
+        if (errno != EEXIST)
+            return errno;
+    }
+    return EEXIST;
+}
+
+} // namespace
+
+void descriptor::reset(int fd) noexcept
+{
+    int old = std::exchange(number, fd);
+    if (old >= 0) {
+        int saved = errno;
+        close(old);
+        errno = saved;
+    }
+}
+
+descriptor open_below(int at, std::initializer_list<const char *> names, missing_folders missing)
+{
+    constexpr mode_t mode = 0755;
+    constexpr int flags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+    descriptor folder;
+    for (const char *name : names) {
+        int above = folder ? folder.get() : at;
+        if (missing == missing_folders::create && mkdirat(above, name, mode) != 0 && errno != EEXIST)
+            return {};
+        folder = descriptor(openat(above, name, flags));
+        if (!folder)
+            return {};
+    }
+    return folder;
+}
+
+descriptor lock_folder(int folder)
+{
+    descriptor readable(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!readable)
+        return {};
+    while (flock(readable.get(), LOCK_EX) != 0) {
+        if (errno != EINTR)
+            return {};
+    }
+    return readable;
+}
+
+int read_file(int folder, const char *name, std::size_t limit, bytes *contents)
+{
+    // Not blocking, as the name may turn out to be a FIFO's or a device's.
+    descriptor file(openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!file)
+        return errno == ELOOP || errno == ENXIO ? EBADMSG : errno;
+    struct stat info = {};
+    if (fstat(file.get(), &info) != 0)
+        return errno;
+    if (!S_ISREG(info.st_mode) || info.st_size < 0 || static_cast<std::size_t>(info.st_size) > limit)
+        return EBADMSG;
+    // One byte more than the file says it has shows that it grew meanwhile.
+    bytes buffer(static_cast<std::size_t>(info.st_size) + 1);
+    std::size_t filled = 0;
+    for (;;) {
+        ssize_t got = read(file.get(), buffer.data() + filled, buffer.size() - filled);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            return errno;
+        if (got == 0)
+            break;
+        filled += static_cast<std::size_t>(got);
+        if (filled > limit)
+            return EBADMSG;
+        if (filled == buffer.size())
+            buffer.resize(std::min(filled * 2, limit + 1));
+    }
+    buffer.resize(filled);
+    *contents = std::move(buffer);
+    return 0;
+}
+
+int replace_file(int locked, const char *name, byte_view contents)
+{
+    temporary_name temporary = {};
+    descriptor file;
+    if (int error = create_temporary(locked, &temporary, &file); error != 0)
+        return error;
+    int error = write_all(file.get(), contents);
+    if (error == 0 && fsync(file.get()) != 0)
+        error = errno;
+    if (error == 0 && renameat(locked, temporary.data(), locked, name) != 0)
+        error = errno;
+    if (error != 0) {
+        unlinkat(locked, temporary.data(), 0);
+        return error;
+    }
+    return fsync(locked) == 0 ? 0 : errno;
+}
+
+int remove_file(int locked, const char *name)
+{
+    if (unlinkat(locked, name, 0) != 0)
+        return errno;
+    return fsync(locked) == 0 ? 0 : errno;
+}
+
+int list_folder(int folder, std::vector<std::string> *names)
+{
+    descriptor readable(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!readable)
+        return errno;
+    open_folder stream(fdopendir(readable.get()));
+    if (!stream)
+        return errno;
+    readable.release(); // the stream's from here on
+    std::vector<std::string> found;
+    for (;;) {
+        errno = 0;
+        const dirent *entry = readdir(stream.get());
+        if (entry == nullptr)
+            break;
+        std::string_view name = static_cast<const char *>(entry->d_name);
+        if (name != "." && name != "..")
+            found.emplace_back(name);
+    }
+    if (errno != 0)
+        return errno;
+    *names = std::move(found);
+    return 0;
+}
+
+bool is_temporary(std::string_view name)
+{
+    return name.starts_with(temporary_prefix) && name.ends_with(temporary_suffix);
+}
+
+EFI_STATUS status_of(int error)
+{
+    switch (error) {
+    case 0:
+        return EFI_SUCCESS;
+    case ENOENT:
+        return EFI_NOT_FOUND;
+    case EACCES:
+    case EPERM:
+        return EFI_ACCESS_DENIED;
+    case EROFS:
+        return EFI_WRITE_PROTECTED;
+    case ENOSPC:
+    case EDQUOT:
+    case ENOMEM:
+        return EFI_OUT_OF_RESOURCES;
+    case EINVAL:
+    case EILSEQ: // a name that this file system cannot hold
+    case ENAMETOOLONG:
+        return EFI_INVALID_PARAMETER;
+    default:
+        return EFI_DEVICE_ERROR;
+    }
+}
+
+} // namespace machine

@@ -1,0 +1,89 @@
+/*
+ * Descriptors and small files of a machine's folders. Every name is looked up in an open folder and symbolic
+ * links are not followed, so nothing here leaves that folder. Functions that return `int` return 0 or an
+ * errno value, and allocate only where they return names or bytes.
+ */
+#ifndef HWPLAT_MACHINE_FILES_H
+#define HWPLAT_MACHINE_FILES_H
+
+#include <cstddef>
+#include <initializer_list>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <ovra/uefi.h>
+
+namespace machine {
+
+/* Owns a file descriptor; closing it leaves errno alone. */
+class descriptor {
+public:
+    descriptor() = default;
+    explicit descriptor(int fd) : number(fd) {}
+    descriptor(descriptor &&other) noexcept : number(other.release()) {}
+    descriptor &operator=(descriptor &&other) noexcept
+    {
+        reset(other.release());
+        return *this;
+    }
+    descriptor(const descriptor &) = delete;
+    descriptor &operator=(const descriptor &) = delete;
+    ~descriptor() { reset(); }
+
+    [[nodiscard]] int get() const { return number; }
+    explicit operator bool() const { return number >= 0; }
+    int release() { return std::exchange(number, -1); }
+    void reset(int fd = -1) noexcept;
+
+private:
+    int number = -1;
+};
+
+using bytes = std::vector<std::byte>;
+using byte_view = std::span<const std::byte>;
+
+enum class missing_folders { fail, create };
+
+/*
+ * Opens the folder that is reached from `at` through `names`, one by one, for look-ups only (O_PATH); with
+ * `create`, folders that are missing are made. An empty descriptor with errno when that is not possible.
+ */
+descriptor open_below(int at, std::initializer_list<const char *> names, missing_folders missing);
+
+/*
+ * Opens `folder` for reading and takes the exclusive lock under which it is written, by every process and
+ * thread. The lock ends with the descriptor. An empty descriptor with errno when that is not possible.
+ */
+descriptor lock_folder(int folder);
+
+/*
+ * Reads a whole regular file. ENOENT when there is none; EBADMSG when the name is there but is no regular
+ * file of at most `limit` bytes. `*contents` changes on success only.
+ */
+int read_file(int folder, const char *name, std::size_t limit, bytes *contents);
+
+/*
+ * Makes `contents` those of a file. A stop at any moment leaves the old file or the new one: the bytes go to
+ * a temporary file (is_temporary), which then takes the name. `locked` is what lock_folder gave. An error
+ * before the new file has the name leaves the old one.
+ */
+int replace_file(int locked, const char *name, byte_view contents);
+
+/* Removes a file so that it stays removed after a crash. ENOENT when there is none. */
+int remove_file(int locked, const char *name);
+
+/* The names in a folder, in no order, without "." and "..". `*names` changes on success only. */
+int list_folder(int folder, std::vector<std::string> *names);
+
+/* Whether a writer that was stopped may have left a file of this name. No variable has such a name. */
+bool is_temporary(std::string_view name);
+
+/* The firmware's word for an errno value. */
+EFI_STATUS status_of(int error);
+
+} // namespace machine
+
+#endif

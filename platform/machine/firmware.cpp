@@ -1,0 +1,50 @@
+#include "platform/machine/machine.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include <linux/magic.h>
+#include <sys/vfs.h>
+
+namespace machine {
+
+store_kind kind_of_filesystem(std::uint64_t type)
+{
+    switch (type) {
+    case EFIVARFS_MAGIC:
+        return store_kind::efivarfs;
+    case SYSFS_MAGIC:
+        return store_kind::none;
+    default:
+        return store_kind::folder;
+    }
+}
+
+std::unique_ptr<firmware> open_firmware()
+{
+    auto machine = std::make_unique<firmware>();
+    machine->root = open_root();
+    if (!machine->root.folder)
+        return nullptr;
+    machine->variables =
+        open_below(machine->root.folder.get(), {"sys", "firmware", "efi", "efivars"}, missing_folders::fail);
+    if (!machine->variables) {
+        debug("no firmware variables: sys/firmware/efi/efivars: %s", std::strerror(errno));
+        if (errno == ENOTDIR || errno == ELOOP)
+            errno = ENOENT;
+        return nullptr;
+    }
+    struct statfs info = {};
+    if (fstatfs(machine->variables.get(), &info) != 0)
+        return nullptr;
+    // f_type is signed and as wide as a long; the magic number is 32 bits.
+    machine->kind = kind_of_filesystem(static_cast<std::uint32_t>(info.f_type));
+    if (machine->kind == store_kind::none) {
+        debug("no firmware variables: efivarfs is not mounted at sys/firmware/efi/efivars");
+        errno = ENOENT;
+        return nullptr;
+    }
+    return machine;
+}
+
+} // namespace machine

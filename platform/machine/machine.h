@@ -1,0 +1,203 @@
+/*
+ * A machine: a folder laid out like a Linux root, and what its firmware's runtime services do there. "/" is
+ * the live machine; any other folder is a captured or simulated one.
+ *
+ * Two things decide how a service is carried out:
+ *   - variables by the file system of the machine's efivars folder: an efivarfs is written as the kernel
+ * wants it, any other as plain files in the same format;
+ *   - time, alarm, count and reset by the root: "/" has the host's clock chip and is really restarted.
+ *
+ * Statuses are the firmware's. Only std::bad_alloc is thrown, and then nothing has been changed.
+ */
+#ifndef HWPLAT_MACHINE_MACHINE_H
+#define HWPLAT_MACHINE_MACHINE_H
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <ovra/uefi.h>
+
+#include "platform/machine/files.h"
+#include "platform/machine/names.h"
+
+namespace machine {
+
+/* root.cpp */
+
+struct machine_root {
+    descriptor folder; /* O_PATH */
+    bool live = false; /* it is "/" itself */
+};
+
+/*
+ * The folder that HWPLAT_ROOT names (not looked at in a set-user-ID program), else "/"; settled at each call.
+ * No folder, with errno, when it cannot be opened; an empty HWPLAT_ROOT names no folder.
+ */
+machine_root open_root();
+
+/* Says on standard error, while HWPLAT_DEBUG exists, why something was passed over. Leaves errno alone. */
+[[gnu::format(printf, 1, 2)]] void debug(const char *format, ...);
+
+/* firmware.cpp */
+
+enum class store_kind {
+    none,    /* sysfs: the place where efivarfs would be mounted */
+    folder,  /* plain files */
+    efivarfs /* the kernel's view of the firmware's own store */
+};
+store_kind kind_of_filesystem(std::uint64_t type);
+
+struct firmware {
+    machine_root root;
+    descriptor variables; /* O_PATH of <root>/sys/firmware/efi/efivars */
+    store_kind kind = store_kind::none;
+};
+
+/* The machine's firmware. Null with errno when there is none: ENOENT when it has no firmware variables. */
+std::unique_ptr<firmware> open_firmware();
+
+/* store.cpp: variables as files */
+
+/* No variable of any machine is larger, attributes included. */
+inline constexpr std::size_t largest_variable_file = 16u << 20;
+
+struct stored_variable {
+    UINT32 attributes = 0;
+    bytes contents; /* as the file has them: 4 bytes of attributes, then the data */
+
+    [[nodiscard]] byte_view data() const { return byte_view(contents).subspan(sizeof attributes); }
+};
+
+/*
+ * EFI_NOT_FOUND when there is no such file or it has no data (a variable without data cannot exist);
+ * EFI_DEVICE_ERROR when it is damaged: no regular file, or of fewer than 4 bytes or more than the largest.
+ */
+EFI_STATUS read_variable(const firmware &machine, const std::string &file_name, stored_variable *found);
+
+/* Whether read_variable would find one, as far as the file's size and kind tell. */
+bool is_variable(const firmware &machine, const std::string &file_name);
+
+/* Writes a variable as it shall be from now on, without the rules of set_variable. */
+EFI_STATUS write_variable(const firmware &machine, int locked, const std::string &file_name,
+                          UINT32 attributes, std::initializer_list<byte_view> data);
+
+/* EFI_NOT_FOUND when there is no such file. */
+EFI_STATUS remove_variable(const firmware &machine, int locked, const std::string &file_name);
+
+/*
+ * How much a folder holds. A variable takes from the store its 4 bytes of attributes, its name in UCS-2 with
+ * the terminator, and its data; the limit for one variable counts its data alone.
+ */
+struct capacity {
+    UINT64 store = 256u << 10;
+    UINT64 variable = 32u << 10;
+};
+capacity capacity_of(const firmware &machine);
+UINT64 space_taken(std::size_t name_units, std::size_t data_size);
+
+/* What the variables of a folder take together. With `locked`, also removes what stopped writers have left.
+ */
+EFI_STATUS space_used(const firmware &machine, const descriptor *locked, UINT64 *used);
+
+/* efivarfs.cpp: the same on an efivarfs, where the firmware itself keeps the value whole */
+
+/* One write of `contents`, with the immutable flag lifted for it and put back. */
+EFI_STATUS write_efivarfs(int folder, const char *file_name, byte_view contents);
+EFI_STATUS remove_efivarfs(int folder, const char *file_name);
+
+struct variable_space {
+    UINT64 store = 0;     /* bytes in all */
+    UINT64 remaining = 0; /* bytes */
+    UINT64 variable = 0;  /* bytes, the largest that one may have */
+};
+/* EFI_UNSUPPORTED on a kernel that does not report it. */
+EFI_STATUS efivarfs_space(int folder, variable_space *space);
+
+/* variables.cpp: the services, with the firmware's rules */
+
+/*
+ * `*size` is the buffer's size in, the data's size out. *size and *attributes (which may be null) are written
+ * with EFI_SUCCESS and with EFI_BUFFER_TOO_SMALL, data with EFI_SUCCESS. Null data is allowed where the
+ * buffer is too small.
+ */
+EFI_STATUS get_variable(const firmware &machine, name_view name, const EFI_GUID &guid, UINT32 *attributes,
+                        UINTN *size, void *data);
+
+/* Nothing is changed unless the answer is EFI_SUCCESS, or EFI_DEVICE_ERROR from a disk that failed at the
+ * end. */
+EFI_STATUS set_variable(const firmware &machine, name_view name, const EFI_GUID &guid, UINT32 attributes,
+                        UINTN size, const void *data);
+
+EFI_STATUS query_variable_info(const firmware &machine, UINT32 attributes, variable_space *space);
+
+/* enumerate.cpp */
+
+/*
+ * The variable behind `name` and `guid` (an empty name: the first) in the order of the file names' bytes. The
+ * order is that of one list, made when a process asks for the first variable: a walk visits each variable of
+ * the list that is still there once, and costs O(n log n) through however many handles. `*size` is the
+ * buffer's size in bytes in, the name's out; EFI_BUFFER_TOO_SMALL changes nothing but `*size`.
+ */
+EFI_STATUS next_variable(const firmware &machine, UINTN *size, CHAR16 *name, EFI_GUID *guid);
+
+/* eficlock.cpp: EFI_TIME as a number */
+
+/* Seconds from 1970 to what the fields say, read as UTC. Nothing when a field is outside what UEFI allows. */
+std::optional<std::int64_t> seconds_of(const EFI_TIME &time);
+
+/* The inverse; time zone and daylight are left 0. Nothing outside the years 1900 to 9999. */
+std::optional<EFI_TIME> time_of(std::int64_t seconds, std::uint32_t nanosecond);
+
+/* Whether `alarm` is at or before `now`; as UTC where both name a time zone, else by their fields. */
+bool is_reached(const EFI_TIME &alarm, const EFI_TIME &now);
+
+/* clock.cpp: the services of a folder machine, or rtc.cpp's where the machine is live */
+
+struct wakeup {
+    bool enabled = false;
+    bool pending = false; /* the alarm has gone off */
+    EFI_TIME time = {};   /* all zero when no alarm was ever set */
+};
+
+EFI_STATUS get_time(const firmware &machine, EFI_TIME *time, EFI_TIME_CAPABILITIES *capabilities);
+EFI_STATUS set_time(const firmware &machine, const EFI_TIME &time);
+EFI_STATUS get_wakeup_time(const firmware &machine, wakeup *alarm);
+/* `time` may be null when the alarm is not enabled; the alarm's time is then kept. */
+EFI_STATUS set_wakeup_time(const firmware &machine, bool enable, const EFI_TIME *time);
+EFI_STATUS next_high_monotonic_count(const firmware &machine, UINT32 *count);
+
+/* rtc.cpp: the host's clock chip, <root>/dev/rtc0. EFI_UNSUPPORTED where there is none. */
+
+EFI_STATUS rtc_get_time(const machine_root &root, EFI_TIME *time);
+EFI_STATUS rtc_set_time(const machine_root &root, const EFI_TIME &time);
+EFI_STATUS rtc_get_wakeup_time(const machine_root &root, wakeup *alarm);
+EFI_STATUS rtc_set_wakeup_time(const machine_root &root, bool enable, const EFI_TIME *time);
+
+/* state.cpp: what a folder machine remembers besides variables, in <root>/var/lib/hwplat */
+
+/*
+ * Reads a file of `count` decimal numbers, parted by single blanks and ended by a line end; false when it is
+ * absent or says anything else.
+ */
+bool read_state(const firmware &machine, const char *file_name, std::span<std::int64_t> numbers);
+
+/* The folder's lock, made with the folder where it is missing. Empty with errno when that is not possible. */
+descriptor lock_state(const firmware &machine);
+EFI_STATUS write_state(const descriptor &locked, const char *file_name,
+                       std::span<const std::int64_t> numbers);
+
+/* reset.cpp */
+
+/*
+ * On "/" writes everything back and restarts or stops the machine: it does not return when that succeeds. On
+ * a folder machine plays what the firmware does at the next start, and returns 0. -1 with errno: EINVAL for a
+ * type that UEFI does not name, EOPNOTSUPP for an efivarfs below another root than "/"; after any other error
+ * BootNext is still there, so that the reset can be tried again.
+ */
+int reset_system(const firmware &machine, UINT32 type);
+
+} // namespace machine
+
+#endif

@@ -1,0 +1,83 @@
+#include "platform/machine/machine.h"
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace machine {
+
+namespace {
+
+/* No state file says more than this many numbers of 20 digits. */
+constexpr std::size_t longest_text = 256;
+
+descriptor open_state(const firmware &machine, missing_folders missing)
+{
+    return open_below(machine.root.folder.get(), {"var", "lib", "hwplat"}, missing);
+}
+
+bool parse(std::string_view text, std::span<std::int64_t> numbers)
+{
+    const char *at = text.data();
+    const char *end = at + text.size();
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        auto [stop, error] = std::from_chars(at, end, numbers[i]);
+        char follows = i + 1 == numbers.size() ? '\n' : ' ';
+        if (error != std::errc() || stop == end || *stop != follows)
+            return false;
+        at = stop + 1;
+    }
+    return at == end;
+}
+
+} // namespace
+
+bool read_state(const firmware &machine, const char *file_name, std::span<std::int64_t> numbers)
+{
+    descriptor folder = open_state(machine, missing_folders::fail);
+    if (!folder)
+        return false;
+    bytes contents;
+    int error = read_file(folder.get(), file_name, longest_text, &contents);
+    if (error == 0 && !parse({reinterpret_cast<const char *>(contents.data()), contents.size()}, numbers))
+        error = EBADMSG;
+    if (error != 0 && error != ENOENT)
+        debug("skipped var/lib/hwplat/%s: %s", file_name,
+              error == EBADMSG ? "it does not say what it should" : std::strerror(error));
+    return error == 0;
+}
+
+descriptor lock_state(const firmware &machine)
+{
+    descriptor folder = open_state(machine, missing_folders::create);
+    if (!folder) {
+        debug("cannot make var/lib/hwplat: %s", std::strerror(errno));
+        return {};
+    }
+    return lock_folder(folder.get());
+}
+
+EFI_STATUS write_state(const descriptor &locked, const char *file_name, std::span<const std::int64_t> numbers)
+{
+    std::vector<std::string> names;
+    if (int error = list_folder(locked.get(), &names); error != 0)
+        return status_of(error);
+    for (const std::string &name : names) {
+        if (is_temporary(name)) // of a stopped writer, as this one has the lock
+            unlinkat(locked.get(), name.c_str(), 0);
+    }
+    std::string text;
+    for (std::int64_t number : numbers) {
+        if (!text.empty())
+            text.push_back(' ');
+        text += std::to_string(number);
+    }
+    text.push_back('\n');
+    return status_of(replace_file(locked.get(), file_name, std::as_bytes(std::span(text))));
+}
+
+} // namespace machine

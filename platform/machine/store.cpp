@@ -1,0 +1,113 @@
+#include "platform/machine/machine.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace machine {
+
+namespace {
+
+/* The size of a variable's file; nothing when it is damaged, or gone, or without data. */
+std::optional<std::size_t> variable_file_size(const firmware &machine, const char *file_name)
+{
+    struct stat info = {};
+    if (fstatat(machine.variables.get(), file_name, &info, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (errno != ENOENT)
+            debug("skipped variable '%s': %s", file_name, std::strerror(errno));
+        return std::nullopt;
+    }
+    auto size = static_cast<std::size_t>(info.st_size);
+    if (!S_ISREG(info.st_mode) || size <= sizeof(UINT32) || size > largest_variable_file) {
+        debug("skipped variable '%s': damaged, or without data", file_name);
+        return std::nullopt;
+    }
+    return size;
+}
+
+} // namespace
+
+EFI_STATUS read_variable(const firmware &machine, const std::string &file_name, stored_variable *found)
+{
+    bytes contents;
+    int error = read_file(machine.variables.get(), file_name.c_str(), largest_variable_file, &contents);
+    if (error != 0)
+        return status_of(error);
+    UINT32 attributes = 0;
+    if (contents.size() < sizeof attributes)
+        return EFI_DEVICE_ERROR;
+    if (contents.size() == sizeof attributes)
+        return EFI_NOT_FOUND;
+    std::memcpy(&attributes, contents.data(), sizeof attributes);
+    found->attributes = attributes;
+    found->contents = std::move(contents);
+    return EFI_SUCCESS;
+}
+
+bool is_variable(const firmware &machine, const std::string &file_name)
+{
+    return variable_file_size(machine, file_name.c_str()).has_value();
+}
+
+EFI_STATUS write_variable(const firmware &machine, int locked, const std::string &file_name,
+                          UINT32 attributes, std::initializer_list<byte_view> data)
+{
+    bytes contents(sizeof attributes);
+    std::memcpy(contents.data(), &attributes, sizeof attributes);
+    for (byte_view part : data)
+        contents.insert(contents.end(), part.begin(), part.end());
+    if (machine.kind == store_kind::efivarfs)
+        return write_efivarfs(machine.variables.get(), file_name.c_str(), contents);
+    return status_of(replace_file(locked, file_name.c_str(), contents));
+}
+
+EFI_STATUS remove_variable(const firmware &machine, int locked, const std::string &file_name)
+{
+    if (machine.kind == store_kind::efivarfs)
+        return remove_efivarfs(machine.variables.get(), file_name.c_str());
+    int error = remove_file(locked, file_name.c_str());
+    // A folder that stands in a variable's place is damage, not a matter of permission.
+    return error == EISDIR ? EFI_DEVICE_ERROR : status_of(error);
+}
+
+capacity capacity_of(const firmware &machine)
+{
+    std::array<std::int64_t, 2> numbers = {};
+    if (!read_state(machine, "capacity", numbers))
+        return {};
+    for (std::int64_t number : numbers) {
+        if (number < 1 || number > static_cast<std::int64_t>(largest_variable_file - sizeof(UINT32)))
+            return {};
+    }
+    return {static_cast<UINT64>(numbers[0]), static_cast<UINT64>(numbers[1])};
+}
+
+UINT64 space_taken(std::size_t name_units, std::size_t data_size)
+{
+    return sizeof(UINT32) + (name_units + 1) * sizeof(CHAR16) + data_size;
+}
+
+EFI_STATUS space_used(const firmware &machine, const descriptor *locked, UINT64 *used)
+{
+    std::vector<std::string> names;
+    if (int error = list_folder(machine.variables.get(), &names); error != 0)
+        return status_of(error);
+    UINT64 total = 0;
+    for (const std::string &name : names) {
+        if (locked != nullptr && is_temporary(name))
+            unlinkat(locked->get(), name.c_str(), 0);
+        auto identity = identity_of(name);
+        if (!identity)
+            continue;
+        if (auto size = variable_file_size(machine, name.c_str()))
+            total += space_taken(identity->name.size(), *size - sizeof(UINT32));
+    }
+    *used = total;
+    return EFI_SUCCESS;
+}
+
+} // namespace machine

@@ -1,0 +1,161 @@
+#include "platform/machine/machine.h"
+
+#include <cerrno>
+#include <cstring>
+
+namespace machine {
+
+namespace {
+
+constexpr UINT32 hardware_error_record = 0x08;
+constexpr UINT32 authenticated_write = 0x10;
+constexpr UINT32 time_based_authenticated_write = 0x20;
+constexpr UINT32 authenticated = authenticated_write | time_based_authenticated_write;
+constexpr UINT32 plain = EFI_VARIABLE_NON_VOLATILE | EFI_VARIABLE_BOOTSERVICE_ACCESS |
+                         EFI_VARIABLE_RUNTIME_ACCESS | EFI_VARIABLE_APPEND_WRITE;
+
+/* A folder cannot check a signature; what a real firmware makes of one is its own affair. */
+EFI_STATUS check_attributes(store_kind kind, UINT32 attributes)
+{
+    UINT32 known = plain | authenticated;
+    if (kind == store_kind::efivarfs)
+        known |= hardware_error_record;
+    if ((attributes & ~known) != 0 || (attributes & EFI_VARIABLE_BOOTSERVICE_ACCESS) == 0)
+        return EFI_INVALID_PARAMETER;
+    if (kind == store_kind::folder && (attributes & authenticated) != 0)
+        return EFI_UNSUPPORTED;
+    return EFI_SUCCESS;
+}
+
+/* One request to change a variable, once its arguments have been checked. */
+struct change {
+    const firmware &machine;
+    const descriptor &locked;
+    std::string file_name;
+    std::size_t name_units;
+    UINT32 attributes;
+    byte_view data;
+};
+
+EFI_STATUS check_space(const change &request, std::size_t old_data, std::size_t new_data, bool exists)
+{
+    if (request.machine.kind == store_kind::efivarfs)
+        return EFI_SUCCESS; // the firmware's own affair
+    capacity limits = capacity_of(request.machine);
+    if (new_data > limits.variable)
+        return EFI_OUT_OF_RESOURCES;
+    UINT64 before = exists ? space_taken(request.name_units, old_data) : 0;
+    UINT64 after = space_taken(request.name_units, new_data);
+    if (after <= before)
+        return EFI_SUCCESS;
+    UINT64 used = 0;
+    if (EFI_STATUS status = space_used(request.machine, &request.locked, &used); status != EFI_SUCCESS)
+        return status;
+    return used - before + after <= limits.store ? EFI_SUCCESS : EFI_OUT_OF_RESOURCES;
+}
+
+EFI_STATUS append(const change &request, EFI_STATUS state, const stored_variable &old)
+{
+    if (state != EFI_SUCCESS && (state != EFI_NOT_FOUND || request.data.empty()))
+        return state;
+    if (request.data.empty())
+        return EFI_SUCCESS;
+    bool exists = state == EFI_SUCCESS;
+    byte_view before = exists ? old.data() : byte_view();
+    EFI_STATUS status = check_space(request, before.size(), before.size() + request.data.size(), exists);
+    if (status != EFI_SUCCESS)
+        return status;
+    if (request.machine.kind == store_kind::efivarfs) // the firmware appends
+        return write_variable(request.machine, request.locked.get(), request.file_name,
+                              request.attributes | EFI_VARIABLE_APPEND_WRITE, {request.data});
+    return write_variable(request.machine, request.locked.get(), request.file_name, request.attributes,
+                          {before, request.data});
+}
+
+EFI_STATUS write(const change &request, EFI_STATUS state, const stored_variable &old)
+{
+    bool exists = state == EFI_SUCCESS;
+    std::size_t before = exists ? old.data().size() : 0;
+    if (EFI_STATUS status = check_space(request, before, request.data.size(), exists); status != EFI_SUCCESS)
+        return status;
+    return write_variable(request.machine, request.locked.get(), request.file_name, request.attributes,
+                          {request.data});
+}
+
+EFI_STATUS apply(change request)
+{
+    bool appending = (request.attributes & EFI_VARIABLE_APPEND_WRITE) != 0;
+    bool deleting = request.attributes == 0 || (request.data.empty() && !appending);
+    request.attributes &= ~EFI_VARIABLE_APPEND_WRITE;
+
+    stored_variable old;
+    EFI_STATUS state = read_variable(request.machine, request.file_name, &old);
+    if (state != EFI_SUCCESS && state != EFI_NOT_FOUND && state != EFI_DEVICE_ERROR)
+        return state;
+    if (deleting) // a damaged one too
+        return state == EFI_NOT_FOUND
+                   ? state
+                   : remove_variable(request.machine, request.locked.get(), request.file_name);
+    if (state == EFI_SUCCESS && old.attributes != request.attributes)
+        return EFI_INVALID_PARAMETER;
+    return appending ? append(request, state, old) : write(request, state, old);
+}
+
+} // namespace
+
+EFI_STATUS get_variable(const firmware &machine, name_view name, const EFI_GUID &guid, UINT32 *attributes,
+                        UINTN *size, void *data)
+{
+    auto file_name = file_name_of(name, guid);
+    if (!file_name || size == nullptr)
+        return EFI_INVALID_PARAMETER;
+    stored_variable found;
+    if (EFI_STATUS status = read_variable(machine, *file_name, &found); status != EFI_SUCCESS)
+        return status;
+    byte_view value = found.data();
+    bool fits = value.size() <= *size;
+    if (fits && data == nullptr)
+        return EFI_INVALID_PARAMETER;
+    if (attributes != nullptr)
+        *attributes = found.attributes;
+    *size = value.size();
+    if (!fits)
+        return EFI_BUFFER_TOO_SMALL;
+    std::memcpy(data, value.data(), value.size());
+    return EFI_SUCCESS;
+}
+
+EFI_STATUS set_variable(const firmware &machine, name_view name, const EFI_GUID &guid, UINT32 attributes,
+                        UINTN size, const void *data)
+{
+    auto file_name = file_name_of(name, guid);
+    if (!file_name || (data == nullptr && size != 0))
+        return EFI_INVALID_PARAMETER;
+    if (attributes != 0) {
+        if (EFI_STATUS status = check_attributes(machine.kind, attributes); status != EFI_SUCCESS)
+            return status;
+    }
+    if (size > largest_variable_file - sizeof attributes)
+        return EFI_OUT_OF_RESOURCES;
+    descriptor locked = lock_folder(machine.variables.get());
+    if (!locked)
+        return status_of(errno);
+    return apply({machine, locked, std::move(*file_name), name.size(), attributes,
+                  byte_view(static_cast<const std::byte *>(data), static_cast<std::size_t>(size))});
+}
+
+EFI_STATUS query_variable_info(const firmware &machine, UINT32 attributes, variable_space *space)
+{
+    if (EFI_STATUS status = check_attributes(machine.kind, attributes); status != EFI_SUCCESS)
+        return status;
+    if (machine.kind == store_kind::efivarfs)
+        return efivarfs_space(machine.variables.get(), space);
+    capacity limits = capacity_of(machine);
+    UINT64 used = 0;
+    if (EFI_STATUS status = space_used(machine, nullptr, &used); status != EFI_SUCCESS)
+        return status;
+    *space = {limits.store, used < limits.store ? limits.store - used : 0, limits.variable};
+    return EFI_SUCCESS;
+}
+
+} // namespace machine

@@ -1,0 +1,235 @@
+#include "platform/include/devns.h"
+
+#include <cerrno>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tests/platform/devns_calls.h"
+
+using platform_test::device;
+using platform_test::environment;
+using platform_test::get_variable;
+using platform_test::machine_folder;
+using platform_test::set_variable;
+using platform_test::walk_all;
+namespace fs = std::filesystem;
+
+namespace {
+
+TEST(DevnsOpen, real_file_is_opened_as_open_does)
+{
+    machine_folder disk;
+    fs::path file = disk.root() / "real";
+    disk.put_file(file, "text");
+    int fd = devns_open(file.c_str(), O_RDONLY);
+    ASSERT_GE(fd, 0);
+    char text[5] = {};
+    EXPECT_EQ(read(fd, text, 4), 4);
+    EXPECT_STREQ(text, "text");
+    EXPECT_EQ(devns_close(fd), 0);
+    EXPECT_EQ(fcntl(fd, F_GETFD), -1);
+}
+
+TEST(DevnsOpen, other_missing_name_is_the_systems_error)
+{
+    machine_folder disk;
+    for (const std::string &name :
+         {std::string("/devices/pseudo/ovra@0"), std::string("/devices/pseudo/ovra@0:ovra/"),
+          std::string("devices/pseudo/ovra@0:ovra"), std::string("/dev/no-such-device"), std::string()}) {
+        errno = 0;
+        EXPECT_EQ(devns_open(name.c_str(), O_RDWR), -1) << name;
+        EXPECT_EQ(errno, ENOENT) << name;
+    }
+    disk.put_file(disk.root() / "file", "");
+    EXPECT_EQ(devns_open((disk.root() / "file/below").c_str(), O_RDWR), -1);
+    EXPECT_EQ(errno, ENOTDIR);
+}
+
+TEST(DevnsOpen, null_path_is_efault)
+{
+    const char *volatile none = nullptr;
+    EXPECT_EQ(devns_open(none, O_RDWR), -1);
+    EXPECT_EQ(errno, EFAULT);
+}
+
+TEST(DevnsOpen, machine_without_firmware_variables_is_enoent)
+{
+    machine_folder disk;
+    fs::remove(disk.store());
+    errno = 0;
+    EXPECT_EQ(devns_open(DEVNS_RUNTIME_SERVICES, O_RDWR), -1);
+    EXPECT_EQ(errno, ENOENT);
+}
+
+TEST(DevnsOpen, served_number_is_a_real_descriptor)
+{
+    machine_folder disk;
+    device opened;
+    ASSERT_GE(opened.fd(), 0);
+    EXPECT_EQ(fcntl(opened.fd(), F_GETFD), FD_CLOEXEC);
+    device again;
+    EXPECT_NE(again.fd(), opened.fd());
+    int plain = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    EXPECT_NE(plain, opened.fd());
+    close(plain);
+}
+
+TEST(DevnsOpen, each_opening_is_of_the_machine_that_the_environment_names_then)
+{
+    machine_folder one;
+    device of_one;
+    machine_folder other;
+    device of_other;
+    EXPECT_EQ(set_variable(of_one.fd(), u"A", 7, "one"), EFI_SUCCESS);
+    EXPECT_EQ(set_variable(of_other.fd(), u"B", 7, "other"), EFI_SUCCESS);
+    EXPECT_NE(one.get("A"), "(none)");
+    EXPECT_EQ(one.get("B"), "(none)");
+    EXPECT_NE(other.get("B"), "(none)");
+    EXPECT_EQ(other.get("A"), "(none)");
+}
+
+TEST(DevnsOpen, flags_do_not_create_anything_in_the_machine)
+{
+    machine_folder disk;
+    int fd = devns_open(DEVNS_RUNTIME_SERVICES, O_RDWR | O_EXCL | O_TRUNC);
+    EXPECT_GE(fd, 0);
+    EXPECT_EQ(devns_close(fd), 0);
+    EXPECT_EQ(disk.names().size(), 0u);
+}
+
+TEST(DevnsOpen, no_descriptor_left_is_emfile)
+{
+    machine_folder disk;
+    int lowest = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    close(lowest);
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    for (rlim_t free_numbers = 0; free_numbers < 2; ++free_numbers) {
+        rlimit few = {static_cast<rlim_t>(lowest) + free_numbers, before.rlim_max};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+        int fd = devns_open(DEVNS_RUNTIME_SERVICES, O_RDWR);
+        int error = errno;
+        setrlimit(RLIMIT_NOFILE, &before);
+        EXPECT_EQ(fd, -1);
+        EXPECT_EQ(error, EMFILE);
+    }
+    int next = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    EXPECT_EQ(next, lowest) << "a failed opening keeps a descriptor";
+    close(next);
+}
+
+TEST(DevnsClose, forgets_a_served_descriptor)
+{
+    machine_folder disk;
+    int fd = devns_open(DEVNS_RUNTIME_SERVICES, O_RDWR);
+    ASSERT_GE(fd, 0);
+    EXPECT_EQ(devns_close(fd), 0);
+    EXPECT_EQ(fcntl(fd, F_GETFD), -1);
+    EXPECT_EQ(devns_close(fd), -1);
+    EXPECT_EQ(errno, EBADF);
+    UINT32 count = 0;
+    EFI_STATUS status = platform_test::not_answered;
+    ovra_get_next_high_monotonic_count_args_t args = {&count, &status};
+    EXPECT_EQ(devns_ioctl(fd, OVRA_GET_NEXT_HIGH_MONOTONIC_COUNT, &args), -1);
+    EXPECT_EQ(errno, EBADF);
+    EXPECT_EQ(status, platform_test::not_answered);
+}
+
+TEST(DevnsClose, leaves_no_descriptor_behind)
+{
+    machine_folder disk;
+    int lowest = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    close(lowest);
+    for (int i = 0; i < 3000; ++i) {
+        int fd = devns_open(DEVNS_RUNTIME_SERVICES, O_RDWR);
+        ASSERT_GE(fd, 0);
+        ASSERT_LE(fd, lowest + 1);
+        ASSERT_EQ(devns_close(fd), 0);
+    }
+}
+
+TEST(DevnsClose, number_that_was_closed_behind_the_librarys_back_can_be_served_again)
+{
+    machine_folder disk;
+    int fd = devns_open(DEVNS_RUNTIME_SERVICES, O_RDWR);
+    ASSERT_GE(fd, 0);
+    close(fd);
+    machine_folder other;
+    int again = -1;
+    int others[4] = {-1, -1, -1, -1};
+    for (int &number : others) {
+        number = devns_open(DEVNS_RUNTIME_SERVICES, O_RDWR);
+        if (number == fd)
+            again = number;
+    }
+    ASSERT_EQ(again, fd);
+    EXPECT_EQ(set_variable(again, u"A", 7, "data"), EFI_SUCCESS);
+    EXPECT_NE(other.get("A"), "(none)");
+    for (int number : others)
+        EXPECT_EQ(devns_close(number), 0);
+}
+
+TEST(DevnsIoctl, unknown_command_is_enotty)
+{
+    machine_folder disk;
+    device opened;
+    std::string record(64, '\0');
+    for (int command : {0, -1, 10, 11, 12, 13, 14, 15, 17, 1 << 30}) {
+        errno = 0;
+        EXPECT_EQ(devns_ioctl(opened.fd(), command, record.data()), -1) << command;
+        EXPECT_EQ(errno, ENOTTY) << command;
+    }
+}
+
+TEST(DevnsIoctl, served_descriptor_never_reaches_the_kernel)
+{
+    machine_folder disk;
+    device opened;
+    // The kernel itself would answer this for any open file.
+    int number = 4711;
+    EXPECT_EQ(devns_ioctl(opened.fd(), FIOCLEX, &number), -1);
+    EXPECT_EQ(errno, ENOTTY);
+    // And write 4 bytes into the record for this one, whose number is GetNextVariableName's.
+    static_assert(_IOC_NR(FIGETBSZ) == OVRA_GET_NEXT_VARIABLE_NAME);
+    EXPECT_EQ(walk_all(opened.fd()).size(), 0u);
+}
+
+TEST(DevnsIoctl, other_descriptor_is_the_kernels)
+{
+    machine_folder disk;
+    int ends[2] = {};
+    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_EQ(write(ends[1], "abc", 3), 3);
+    int waiting = 0;
+    EXPECT_EQ(devns_ioctl(ends[0], FIONREAD, &waiting), 0);
+    EXPECT_EQ(waiting, 3);
+    EXPECT_EQ(devns_close(ends[0]), 0);
+    EXPECT_EQ(devns_close(ends[1]), 0);
+    EXPECT_EQ(devns_ioctl(-1, FIONREAD, &waiting), -1);
+    EXPECT_EQ(errno, EBADF);
+}
+
+TEST(DevnsReadlink, is_readlink)
+{
+    machine_folder disk;
+    fs::create_symlink("some/where", disk.root() / "link");
+    std::string path = (disk.root() / "link").string();
+    char text[32] = {};
+    EXPECT_EQ(devns_readlink(path.c_str(), text, sizeof text), 10);
+    EXPECT_STREQ(text, "some/where");
+    char cut[4] = {'x', 'x', 'x', 'x'};
+    EXPECT_EQ(devns_readlink(path.c_str(), cut, 3), 3);
+    EXPECT_EQ(std::string(cut, 4), "somx");
+    EXPECT_EQ(devns_readlink("/no/such/link", text, sizeof text), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(devns_readlink("/", text, sizeof text), -1);
+    EXPECT_EQ(errno, EINVAL);
+}
+
+} // namespace

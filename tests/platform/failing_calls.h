@@ -1,0 +1,42 @@
+/*
+ * System calls of the machine model that a test lets fail, or stands in for. The test program is linked with
+ * --wrap for each of them; without a failing_call they are the C library's.
+ */
+#ifndef TESTS_PLATFORM_FAILING_CALLS_H
+#define TESTS_PLATFORM_FAILING_CALLS_H
+
+#include <cstddef>
+#include <functional>
+
+namespace platform_test {
+
+enum class wrapped { write, fsync, renameat, flock };
+
+/* How often a call was made so far. */
+int calls_of(wrapped call);
+
+/*
+ * While it lives the call fails with `error`. With error 0, for write alone: no more than `most` bytes are
+ * written at once.
+ */
+class failing_call {
+public:
+    failing_call(wrapped call, int error, std::size_t most = 0);
+    failing_call(const failing_call &) = delete;
+    failing_call &operator=(const failing_call &) = delete;
+    ~failing_call();
+};
+
+/* While it lives, ioctl is this function: 0, or an errno value; -1 hands the call on to the system. */
+using ioctl_stand_in = std::function<int(int fd, unsigned long request, void *argument)>;
+class replaced_ioctl {
+public:
+    explicit replaced_ioctl(ioctl_stand_in stand_in);
+    replaced_ioctl(const replaced_ioctl &) = delete;
+    replaced_ioctl &operator=(const replaced_ioctl &) = delete;
+    ~replaced_ioctl();
+};
+
+} // namespace platform_test
+
+#endif

@@ -1,0 +1,196 @@
+// The host's clock chip, with a stand-in for the kernel's answers: nothing here changes this host's clock.
+#include <cerrno>
+
+#include <gtest/gtest.h>
+#include <linux/rtc.h>
+
+#include "platform/machine/machine.h"
+#include "tests/platform/failing_calls.h"
+#include "tests/platform/machine_folder.h"
+
+using platform_test::machine_folder;
+using platform_test::replaced_ioctl;
+
+namespace {
+
+/* A clock chip as the kernel shows it. */
+struct chip {
+    rtc_time time = {.tm_sec = 56,
+                     .tm_min = 34,
+                     .tm_hour = 12,
+                     .tm_mday = 29,
+                     .tm_mon = 1,
+                     .tm_year = 124,
+                     .tm_wday = 0,
+                     .tm_yday = 0,
+                     .tm_isdst = 0};
+    rtc_wkalrm alarm = {};
+    int error = 0;
+
+    int answer(unsigned long request, void *argument)
+    {
+        if (error != 0)
+            return error;
+        switch (request) {
+        case RTC_RD_TIME:
+            *static_cast<rtc_time *>(argument) = time;
+            return 0;
+        case RTC_SET_TIME:
+            time = *static_cast<rtc_time *>(argument);
+            return 0;
+        case RTC_WKALM_RD:
+            *static_cast<rtc_wkalrm *>(argument) = alarm;
+            return 0;
+        case RTC_WKALM_SET:
+            alarm = *static_cast<rtc_wkalrm *>(argument);
+            return 0;
+        default:
+            return ENOTTY;
+        }
+    }
+};
+
+class Rtc : public testing::Test {
+protected:
+    machine_folder disk;
+    chip clock;
+    replaced_ioctl replaced{
+        [this](int, unsigned long request, void *argument) { return clock.answer(request, argument); }};
+    std::unique_ptr<machine::firmware> firmware;
+
+    void SetUp() override
+    {
+        disk.put_file(disk.root() / "dev/rtc0", "");
+        firmware = machine::open_firmware();
+        firmware->root.live = true;
+    }
+};
+
+EFI_TIME example_time()
+{
+    EFI_TIME time = {};
+    time.year = 2030;
+    time.month = 12;
+    time.day = 31;
+    time.hour = 23;
+    time.minute = 58;
+    time.second = 57;
+    time.timezone = 60;
+    return time;
+}
+
+TEST_F(Rtc, time_is_the_chips_with_no_time_zone)
+{
+    EFI_TIME time = {};
+    EFI_TIME_CAPABILITIES capabilities = {};
+    ASSERT_EQ(machine::get_time(*firmware, &time, &capabilities), EFI_SUCCESS);
+    EXPECT_EQ(time.year, 2024);
+    EXPECT_EQ(time.month, 2);
+    EXPECT_EQ(time.day, 29);
+    EXPECT_EQ(time.hour, 12);
+    EXPECT_EQ(time.minute, 34);
+    EXPECT_EQ(time.second, 56);
+    EXPECT_EQ(time.nanosecond, 0u);
+    EXPECT_EQ(time.timezone, 0x7ff);
+    EXPECT_EQ(capabilities.resolution, 1u);
+}
+
+TEST_F(Rtc, time_that_is_set_is_shown)
+{
+    ASSERT_EQ(machine::set_time(*firmware, example_time()), EFI_SUCCESS);
+    EXPECT_EQ(clock.time.tm_year, 130);
+    EXPECT_EQ(clock.time.tm_mon, 11);
+    EFI_TIME time = {};
+    ASSERT_EQ(machine::get_time(*firmware, &time, nullptr), EFI_SUCCESS);
+    EXPECT_EQ(time.day, 31);
+    EXPECT_EQ(time.second, 57);
+}
+
+TEST_F(Rtc, chip_that_shows_no_date_is_a_device_error)
+{
+    clock.time.tm_mon = 12;
+    EFI_TIME time = {};
+    time.year = 1;
+    EXPECT_EQ(machine::get_time(*firmware, &time, nullptr), EFI_DEVICE_ERROR);
+    EXPECT_EQ(time.year, 1);
+}
+
+TEST_F(Rtc, alarm_that_is_set_is_shown)
+{
+    EFI_TIME wanted = example_time();
+    ASSERT_EQ(machine::set_wakeup_time(*firmware, true, &wanted), EFI_SUCCESS);
+    EXPECT_EQ(clock.alarm.enabled, 1);
+    machine::wakeup alarm;
+    ASSERT_EQ(machine::get_wakeup_time(*firmware, &alarm), EFI_SUCCESS);
+    EXPECT_TRUE(alarm.enabled);
+    EXPECT_FALSE(alarm.pending);
+    EXPECT_EQ(alarm.time.year, 2030);
+    EXPECT_EQ(alarm.time.hour, 23);
+}
+
+TEST_F(Rtc, alarm_is_switched_off_with_its_time_kept)
+{
+    EFI_TIME wanted = example_time();
+    ASSERT_EQ(machine::set_wakeup_time(*firmware, true, &wanted), EFI_SUCCESS);
+    ASSERT_EQ(machine::set_wakeup_time(*firmware, false, nullptr), EFI_SUCCESS);
+    EXPECT_EQ(clock.alarm.enabled, 0);
+    EXPECT_EQ(clock.alarm.time.tm_year, 130);
+}
+
+TEST_F(Rtc, bad_time_never_reaches_the_chip)
+{
+    EFI_TIME bad = example_time();
+    bad.month = 13;
+    EXPECT_EQ(machine::set_time(*firmware, bad), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(machine::set_wakeup_time(*firmware, true, &bad), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(machine::set_wakeup_time(*firmware, true, nullptr), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(clock.time.tm_year, 124);
+    EXPECT_EQ(clock.alarm.enabled, 0);
+}
+
+TEST_F(Rtc, what_the_chip_cannot_do_is_unsupported)
+{
+    EFI_TIME time = example_time();
+    machine::wakeup alarm;
+    for (int error : {ENOTTY, EINVAL}) {
+        clock.error = error;
+        EXPECT_EQ(machine::get_time(*firmware, &time, nullptr), EFI_UNSUPPORTED);
+        EXPECT_EQ(machine::set_time(*firmware, time), EFI_UNSUPPORTED);
+        EXPECT_EQ(machine::get_wakeup_time(*firmware, &alarm), EFI_UNSUPPORTED);
+        EXPECT_EQ(machine::set_wakeup_time(*firmware, true, &time), EFI_UNSUPPORTED);
+        EXPECT_EQ(machine::set_wakeup_time(*firmware, false, nullptr), EFI_UNSUPPORTED);
+    }
+}
+
+TEST_F(Rtc, host_without_a_chip_is_unsupported)
+{
+    std::filesystem::remove(disk.root() / "dev/rtc0");
+    EFI_TIME time = {};
+    EXPECT_EQ(machine::get_time(*firmware, &time, nullptr), EFI_UNSUPPORTED);
+}
+
+TEST_F(Rtc, missing_permission_is_denied_and_a_failure_an_error)
+{
+    EFI_TIME time = example_time();
+    clock.error = EACCES;
+    EXPECT_EQ(machine::set_time(*firmware, time), EFI_ACCESS_DENIED);
+    clock.error = EBUSY;
+    EXPECT_EQ(machine::set_time(*firmware, time), EFI_DEVICE_ERROR);
+}
+
+TEST_F(Rtc, live_machine_has_no_monotonic_count)
+{
+    UINT32 count = 7;
+    EXPECT_EQ(machine::next_high_monotonic_count(*firmware, &count), EFI_UNSUPPORTED);
+    EXPECT_EQ(count, 7u);
+}
+
+TEST_F(Rtc, live_machine_keeps_nothing_in_its_folder)
+{
+    ASSERT_EQ(machine::set_time(*firmware, example_time()), EFI_SUCCESS);
+    EFI_TIME wanted = example_time();
+    ASSERT_EQ(machine::set_wakeup_time(*firmware, true, &wanted), EFI_SUCCESS);
+    EXPECT_FALSE(std::filesystem::exists(disk.root() / "var"));
+}
+
+} // namespace

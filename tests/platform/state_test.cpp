@@ -1,0 +1,111 @@
+#include <array>
+#include <cerrno>
+
+#include <gtest/gtest.h>
+
+#include "platform/machine/machine.h"
+#include "tests/platform/failing_calls.h"
+#include "tests/platform/machine_folder.h"
+
+using platform_test::environment;
+using platform_test::machine_folder;
+namespace fs = std::filesystem;
+
+namespace {
+
+class State : public testing::Test {
+protected:
+    machine_folder disk;
+    std::unique_ptr<machine::firmware> firmware = machine::open_firmware();
+    std::array<std::int64_t, 2> numbers = {};
+
+    EFI_STATUS write(std::int64_t one, std::int64_t other)
+    {
+        machine::descriptor locked = machine::lock_state(*firmware);
+        return locked ? machine::write_state(locked, "test", std::array{one, other})
+                      : machine::status_of(errno);
+    }
+    bool read() { return machine::read_state(*firmware, "test", numbers); }
+};
+
+TEST_F(State, folder_is_made_when_something_is_kept_and_not_before)
+{
+    EXPECT_FALSE(read());
+    EXPECT_FALSE(fs::exists(disk.root() / "var"));
+    EXPECT_EQ(write(1, 2), EFI_SUCCESS);
+    EXPECT_TRUE(fs::is_directory(disk.root() / "var/lib/hwplat"));
+}
+
+TEST_F(State, numbers_come_back)
+{
+    ASSERT_EQ(write(INT64_MIN, INT64_MAX), EFI_SUCCESS);
+    EXPECT_EQ(disk.contents(disk.state("test")), "-9223372036854775808 9223372036854775807\n");
+    ASSERT_TRUE(read());
+    EXPECT_EQ(numbers, (std::array<std::int64_t, 2>{INT64_MIN, INT64_MAX}));
+}
+
+TEST_F(State, anything_else_is_taken_as_absent)
+{
+    for (const std::string &text :
+         {std::string(), std::string("1 2"), std::string("1 2\n\n"), std::string("1 2 3\n"),
+          std::string("1\n"), std::string("1  2\n"), std::string(" 1 2\n"), std::string("1 x\n"),
+          std::string("0x1 2\n"), std::string("+1 2\n"), std::string("1 9223372036854775808\n"),
+          std::string("1.5 2\n"), std::string("1 2\n\0", 5), std::string(300, '1'), std::string("\n"),
+          std::string(" \n")}) {
+        disk.put_file(disk.state("test"), text);
+        EXPECT_FALSE(read()) << testing::PrintToString(text);
+    }
+}
+
+TEST_F(State, file_that_is_a_folder_or_a_link_is_taken_as_absent)
+{
+    fs::create_directories(disk.state("test"));
+    EXPECT_FALSE(read());
+    fs::remove(disk.state("test"));
+    disk.put_file(disk.root() / "outside", "1 2\n");
+    fs::create_symlink(disk.root() / "outside", disk.state("test"));
+    EXPECT_FALSE(read());
+}
+
+TEST_F(State, says_what_it_passes_over_when_asked_to)
+{
+    environment debug("HWPLAT_DEBUG", "1");
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(read());
+    disk.put_file(disk.state("test"), "nonsense");
+    EXPECT_FALSE(read());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "hwplat: skipped var/lib/hwplat/test: it does not say what it should\n");
+}
+
+TEST_F(State, folder_behind_a_link_is_not_the_machines)
+{
+    fs::create_directories(disk.root() / "elsewhere/lib/hwplat");
+    fs::create_directory_symlink(disk.root() / "elsewhere", disk.root() / "var");
+    EXPECT_EQ(write(1, 2), EFI_DEVICE_ERROR);
+    EXPECT_TRUE(fs::is_empty(disk.root() / "elsewhere/lib/hwplat"));
+}
+
+TEST_F(State, failed_write_leaves_the_old_numbers)
+{
+    ASSERT_EQ(write(1, 2), EFI_SUCCESS);
+    {
+        platform_test::failing_call failing(platform_test::wrapped::write, ENOSPC);
+        EXPECT_EQ(write(3, 4), EFI_OUT_OF_RESOURCES);
+    }
+    {
+        platform_test::failing_call failing(platform_test::wrapped::flock, ENOLCK);
+        EXPECT_EQ(write(3, 4), EFI_DEVICE_ERROR);
+    }
+    ASSERT_TRUE(read());
+    EXPECT_EQ(numbers, (std::array<std::int64_t, 2>{1, 2}));
+}
+
+TEST_F(State, what_stopped_writers_left_is_removed)
+{
+    disk.put_file(disk.state(".hwplat-1-1.tmp"), "half");
+    ASSERT_EQ(write(1, 2), EFI_SUCCESS);
+    EXPECT_FALSE(fs::exists(disk.state(".hwplat-1-1.tmp")));
+}
+
+} // namespace

@@ -1,0 +1,134 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "platform/machine/machine.h"
+#include "tests/platform/machine_folder.h"
+
+using platform_test::environment;
+using platform_test::global_suffix;
+using platform_test::machine_folder;
+namespace fs = std::filesystem;
+
+namespace {
+
+class Store : public testing::Test {
+protected:
+    machine_folder disk;
+    std::unique_ptr<machine::firmware> firmware = machine::open_firmware();
+
+    static std::string name(std::string_view variable)
+    {
+        return std::string(variable) + std::string(global_suffix);
+    }
+    EFI_STATUS read(std::string_view variable, machine::stored_variable *found) const
+    {
+        return machine::read_variable(*firmware, name(variable), found);
+    }
+};
+
+TEST_F(Store, file_is_attributes_and_data)
+{
+    disk.put("A", "data", 0x80000007);
+    machine::stored_variable found;
+    ASSERT_EQ(read("A", &found), EFI_SUCCESS);
+    EXPECT_EQ(found.attributes, 0x80000007);
+    EXPECT_EQ(found.data().size(), 4u);
+    EXPECT_TRUE(machine::is_variable(*firmware, name("A")));
+}
+
+TEST_F(Store, file_of_fewer_than_four_bytes_is_damaged)
+{
+    for (const char *contents : {"", "1", "12", "123"}) {
+        disk.put_file(disk.file("A"), contents);
+        machine::stored_variable found;
+        EXPECT_EQ(read("A", &found), EFI_DEVICE_ERROR) << contents;
+        EXPECT_FALSE(machine::is_variable(*firmware, name("A")));
+    }
+}
+
+TEST_F(Store, file_of_four_bytes_is_a_variable_that_does_not_exist)
+{
+    disk.put("A", "");
+    machine::stored_variable found;
+    EXPECT_EQ(read("A", &found), EFI_NOT_FOUND);
+    EXPECT_FALSE(machine::is_variable(*firmware, name("A")));
+}
+
+TEST_F(Store, what_is_no_regular_file_is_damaged)
+{
+    fs::create_directory(disk.file("Folder"));
+    ASSERT_EQ(mkfifo(disk.file("Fifo").c_str(), 0600), 0);
+    disk.put("Real", "data");
+    fs::create_symlink(disk.file("Real"), disk.file("Link"));
+    for (const char *variable : {"Folder", "Fifo", "Link"}) {
+        machine::stored_variable found;
+        EXPECT_EQ(read(variable, &found), EFI_DEVICE_ERROR) << variable;
+        EXPECT_FALSE(machine::is_variable(*firmware, name(variable))) << variable;
+    }
+}
+
+TEST_F(Store, file_larger_than_any_variable_is_damaged)
+{
+    disk.put("A", "data");
+    fs::resize_file(disk.file("A"), machine::largest_variable_file + 1);
+    machine::stored_variable found;
+    EXPECT_EQ(read("A", &found), EFI_DEVICE_ERROR);
+    EXPECT_FALSE(machine::is_variable(*firmware, name("A")));
+    fs::resize_file(disk.file("A"), machine::largest_variable_file);
+    EXPECT_EQ(read("A", &found), EFI_SUCCESS);
+}
+
+TEST_F(Store, says_what_it_passes_over_when_asked_to)
+{
+    disk.put_file(disk.file("A"), "12");
+    environment debug("HWPLAT_DEBUG", "1");
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(machine::is_variable(*firmware, name("A")));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "hwplat: skipped variable '" + name("A") + "': damaged, or without data\n");
+}
+
+TEST_F(Store, space_is_attributes_name_with_terminator_and_data)
+{
+    EXPECT_EQ(machine::space_taken(9, 4), 4u + 20u + 4u);
+    disk.put("BootOrder", "1234");
+    disk.put("A", "1");
+    disk.put_file(disk.store() / "notes.txt", "not a variable");
+    disk.put_file(disk.file("Damaged"), "12");
+    UINT64 used = 0;
+    ASSERT_EQ(machine::space_used(*firmware, nullptr, &used), EFI_SUCCESS);
+    EXPECT_EQ(used, (4u + 20u + 4u) + (4u + 4u + 1u));
+}
+
+TEST_F(Store, what_stopped_writers_left_is_removed_under_the_lock_only)
+{
+    disk.put_file(disk.store() / ".hwplat-1-1.tmp", "half");
+    UINT64 used = 1;
+    ASSERT_EQ(machine::space_used(*firmware, nullptr, &used), EFI_SUCCESS);
+    EXPECT_EQ(used, 0u);
+    EXPECT_EQ(disk.names().size(), 1u);
+    machine::descriptor locked = machine::lock_folder(firmware->variables.get());
+    ASSERT_EQ(machine::space_used(*firmware, &locked, &used), EFI_SUCCESS);
+    EXPECT_EQ(disk.names().size(), 0u);
+}
+
+TEST_F(Store, capacity_is_256_kib_and_32_kib_a_variable_unless_the_machine_says_otherwise)
+{
+    EXPECT_EQ(machine::capacity_of(*firmware).store, 262144u);
+    EXPECT_EQ(machine::capacity_of(*firmware).variable, 32768u);
+    disk.put_file(disk.state("capacity"), "1000 100\n");
+    EXPECT_EQ(machine::capacity_of(*firmware).store, 1000u);
+    EXPECT_EQ(machine::capacity_of(*firmware).variable, 100u);
+}
+
+TEST_F(Store, capacity_that_makes_no_sense_is_taken_as_absent)
+{
+    for (const char *text :
+         {"", "1000", "0 100\n", "1000 -1\n", "1000 99999999\n", "99999999999999999999 1\n"}) {
+        disk.put_file(disk.state("capacity"), text);
+        EXPECT_EQ(machine::capacity_of(*firmware).store, 262144u) << text;
+        EXPECT_EQ(machine::capacity_of(*firmware).variable, 32768u) << text;
+    }
+}
+
+} // namespace

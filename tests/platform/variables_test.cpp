@@ -1,0 +1,494 @@
+#include <string>
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "tests/platform/devns_calls.h"
+
+using platform_test::device;
+using platform_test::environment;
+using platform_test::global_guid;
+using platform_test::machine_folder;
+using platform_test::not_answered;
+using platform_test::other_guid;
+using platform_test::other_suffix;
+using platform_test::ucs2;
+using platform_test::value;
+namespace fs = std::filesystem;
+
+namespace {
+
+class Variables : public testing::Test {
+protected:
+    machine_folder disk;
+    device opened;
+
+    EFI_STATUS set(std::u16string_view name, UINT32 attributes, std::string_view data,
+                   const EFI_GUID &guid = global_guid) const
+    {
+        return platform_test::set_variable(opened.fd(), name, attributes, data, guid);
+    }
+    value get(std::u16string_view name, const EFI_GUID &guid = global_guid) const
+    {
+        return platform_test::get_variable(opened.fd(), name, guid);
+    }
+
+    struct space {
+        EFI_STATUS status = not_answered;
+        UINT64 store = 0;
+        UINT64 remaining = 0;
+        UINT64 variable = 0;
+    };
+    [[nodiscard]] space query(UINT32 attributes = 7) const
+    {
+        space found;
+        ovra_query_variable_info_args_t args = {attributes, &found.store, &found.remaining, &found.variable,
+                                                &found.status};
+        EXPECT_EQ(devns_ioctl(opened.fd(), OVRA_QUERY_VARIABLE_INFO, &args), 0);
+        return found;
+    }
+
+    /* The whole store, to show that a refused request changed nothing. */
+    [[nodiscard]] std::string whole_store() const
+    {
+        std::string text;
+        for (const std::string &name : disk.names())
+            text += name + "=" + disk.contents(disk.store() / name) + "\n";
+        return text;
+    }
+};
+
+using GetVariable = Variables;
+using SetVariable = Variables;
+using AppendWrite = Variables;
+using Capacity = Variables;
+
+TEST_F(GetVariable, gives_attributes_and_data)
+{
+    disk.put("BootOrder", std::string("\1\0\2\0", 4), 3);
+    value found = get(u"BootOrder");
+    EXPECT_EQ(found.status, EFI_SUCCESS);
+    EXPECT_EQ(found.attributes, 3u);
+    EXPECT_EQ(found.data, std::string("\1\0\2\0", 4));
+}
+
+TEST_F(GetVariable, unknown_name_or_vendor_is_not_found)
+{
+    disk.put("A", "data");
+    EXPECT_EQ(get(u"B").status, EFI_NOT_FOUND);
+    EXPECT_EQ(get(u"a").status, EFI_NOT_FOUND);
+    EXPECT_EQ(get(u"A", other_guid).status, EFI_NOT_FOUND);
+}
+
+TEST_F(GetVariable, short_buffer_gets_the_needed_size_and_the_attributes)
+{
+    disk.put("A", "1234567", 3);
+    std::vector<CHAR16> name = ucs2(u"A");
+    EFI_GUID guid = global_guid;
+    for (UINTN room : {UINTN{0}, UINTN{1}, UINTN{6}}) {
+        std::string data(8, 'x');
+        UINT32 attributes = 0;
+        UINTN size = room;
+        EFI_STATUS status = not_answered;
+        ovra_variable_args_t args = {name.data(), &guid, &attributes, &size, data.data(), &status, 4};
+        ASSERT_EQ(devns_ioctl(opened.fd(), OVRA_GET_VARIABLE, &args), 0);
+        EXPECT_EQ(status, EFI_BUFFER_TOO_SMALL);
+        EXPECT_EQ(size, 7u);
+        EXPECT_EQ(attributes, 3u);
+        EXPECT_EQ(data, "xxxxxxxx");
+    }
+}
+
+TEST_F(GetVariable, buffer_may_be_null_where_it_is_too_small_only)
+{
+    disk.put("A", "1234567");
+    std::vector<CHAR16> name = ucs2(u"A");
+    EFI_GUID guid = global_guid;
+    UINTN size = 0;
+    EFI_STATUS status = not_answered;
+    ovra_variable_args_t args = {name.data(), &guid, nullptr, &size, nullptr, &status, 4};
+    ASSERT_EQ(devns_ioctl(opened.fd(), OVRA_GET_VARIABLE, &args), 0);
+    EXPECT_EQ(status, EFI_BUFFER_TOO_SMALL);
+    EXPECT_EQ(size, 7u);
+    ASSERT_EQ(devns_ioctl(opened.fd(), OVRA_GET_VARIABLE, &args), 0);
+    EXPECT_EQ(status, EFI_INVALID_PARAMETER);
+    args.data_size = nullptr;
+    ASSERT_EQ(devns_ioctl(opened.fd(), OVRA_GET_VARIABLE, &args), 0);
+    EXPECT_EQ(status, EFI_INVALID_PARAMETER);
+}
+
+TEST_F(GetVariable, exact_and_larger_buffers_are_filled_with_the_data_alone)
+{
+    disk.put("A", "1234567");
+    std::vector<CHAR16> name = ucs2(u"A");
+    EFI_GUID guid = global_guid;
+    for (UINTN room : {UINTN{7}, UINTN{9}}) {
+        std::string data(10, 'x');
+        UINTN size = room;
+        EFI_STATUS status = not_answered;
+        ovra_variable_args_t args = {name.data(), &guid, nullptr, &size, data.data(), &status, 4};
+        ASSERT_EQ(devns_ioctl(opened.fd(), OVRA_GET_VARIABLE, &args), 0);
+        EXPECT_EQ(status, EFI_SUCCESS);
+        EXPECT_EQ(size, 7u);
+        EXPECT_EQ(data, "1234567xxx");
+    }
+}
+
+TEST_F(GetVariable, damaged_file_is_a_device_error)
+{
+    for (const char *contents : {"", "1", "12", "123"}) {
+        disk.put_file(disk.file("A"), contents);
+        EXPECT_EQ(get(u"A").status, EFI_DEVICE_ERROR);
+    }
+    fs::create_directory(disk.file("Folder"));
+    EXPECT_EQ(get(u"Folder").status, EFI_DEVICE_ERROR);
+    ASSERT_EQ(mkfifo(disk.file("Fifo").c_str(), 0600), 0);
+    EXPECT_EQ(get(u"Fifo").status, EFI_DEVICE_ERROR);
+    fs::create_symlink("/etc/passwd", disk.file("Link"));
+    EXPECT_EQ(get(u"Link").status, EFI_DEVICE_ERROR);
+}
+
+TEST_F(GetVariable, file_without_data_is_no_variable)
+{
+    disk.put("A", "");
+    EXPECT_EQ(get(u"A").status, EFI_NOT_FOUND);
+}
+
+TEST_F(GetVariable, impossible_name_is_an_invalid_parameter)
+{
+    EXPECT_EQ(get(u"").status, EFI_INVALID_PARAMETER);
+    EXPECT_EQ(get(std::u16string(1, 0xd800)).status, EFI_INVALID_PARAMETER);
+    EXPECT_EQ(get(std::u16string(219, u'a')).status, EFI_INVALID_PARAMETER);
+    EXPECT_EQ(get(std::u16string(218, u'a')).status, EFI_NOT_FOUND);
+}
+
+TEST_F(SetVariable, new_variable_is_attributes_and_data_in_a_file)
+{
+    EXPECT_EQ(set(u"A", 7, "data"), EFI_SUCCESS);
+    EXPECT_EQ(disk.get("A"), std::string("\7\0\0\0data", 8));
+    EXPECT_EQ(set(u"A", 3, "volatile or not", other_guid), EFI_SUCCESS);
+    EXPECT_EQ(disk.contents(disk.file("A", other_suffix)), std::string("\3\0\0\0volatile or not", 19));
+}
+
+TEST_F(SetVariable, rewrite_replaces_the_data)
+{
+    EXPECT_EQ(set(u"A", 7, "a long value"), EFI_SUCCESS);
+    EXPECT_EQ(set(u"A", 7, "short"), EFI_SUCCESS);
+    EXPECT_EQ(get(u"A").data, "short");
+    EXPECT_EQ(disk.names().size(), 1u);
+}
+
+TEST_F(SetVariable, data_may_be_any_bytes)
+{
+    std::string all;
+    for (int i = 0; i < 256; ++i)
+        all.push_back(static_cast<char>(i));
+    EXPECT_EQ(set(u"A", 7, all), EFI_SUCCESS);
+    EXPECT_EQ(get(u"A").data, all);
+}
+
+TEST_F(SetVariable, size_of_zero_or_no_attributes_deletes)
+{
+    ASSERT_EQ(set(u"A", 7, "data"), EFI_SUCCESS);
+    EXPECT_EQ(set(u"A", 7, ""), EFI_SUCCESS);
+    EXPECT_EQ(disk.names().size(), 0u);
+    ASSERT_EQ(set(u"A", 7, "data"), EFI_SUCCESS);
+    EXPECT_EQ(set(u"A", 0, "ignored"), EFI_SUCCESS);
+    EXPECT_EQ(disk.names().size(), 0u);
+    ASSERT_EQ(set(u"A", 7, "data"), EFI_SUCCESS);
+    EXPECT_EQ(set(u"A", 0, ""), EFI_SUCCESS);
+    EXPECT_EQ(disk.names().size(), 0u);
+}
+
+TEST_F(SetVariable, deleting_asks_for_no_matching_attributes)
+{
+    disk.put("A", "data", 6);
+    EXPECT_EQ(set(u"A", 7, ""), EFI_SUCCESS);
+    EXPECT_EQ(disk.names().size(), 0u);
+}
+
+TEST_F(SetVariable, deleting_nothing_is_not_found)
+{
+    disk.put("B", "data");
+    EXPECT_EQ(set(u"A", 7, ""), EFI_NOT_FOUND);
+    EXPECT_EQ(set(u"A", 0, ""), EFI_NOT_FOUND);
+    EXPECT_EQ(set(u"B", 7, "", other_guid), EFI_NOT_FOUND);
+    EXPECT_EQ(disk.names().size(), 1u);
+}
+
+TEST_F(SetVariable, deleted_variable_can_be_made_with_other_attributes)
+{
+    ASSERT_EQ(set(u"A", 7, "data"), EFI_SUCCESS);
+    ASSERT_EQ(set(u"A", 7, ""), EFI_SUCCESS);
+    EXPECT_EQ(set(u"A", 3, "data"), EFI_SUCCESS);
+}
+
+TEST_F(SetVariable, other_attributes_than_the_stored_ones_are_refused_on_a_rewrite)
+{
+    disk.put("A", "data", 7);
+    std::string before = whole_store();
+    for (UINT32 attributes : {2u, 3u, 6u})
+        EXPECT_EQ(set(u"A", attributes, "other"), EFI_INVALID_PARAMETER) << attributes;
+    EXPECT_EQ(whole_store(), before);
+}
+
+TEST_F(SetVariable, access_at_run_time_needs_access_for_boot_services)
+{
+    for (UINT32 attributes : {1u, 4u, 5u, 0x40u, 0x41u, 0x44u})
+        EXPECT_EQ(set(u"A", attributes, "data"), EFI_INVALID_PARAMETER) << attributes;
+    for (UINT32 attributes : {2u, 3u, 6u, 7u}) {
+        EXPECT_EQ(set(u"A", attributes, "data"), EFI_SUCCESS) << attributes;
+        EXPECT_EQ(set(u"A", 0, ""), EFI_SUCCESS);
+    }
+}
+
+TEST_F(SetVariable, unknown_attribute_bits_are_refused)
+{
+    for (UINT32 bit : {0x08u, 0x80u, 0x100u, 0x80000000u}) {
+        EXPECT_EQ(set(u"A", 7 | bit, "data"), EFI_INVALID_PARAMETER) << bit;
+        EXPECT_EQ(set(u"A", 7 | bit, ""), EFI_INVALID_PARAMETER) << bit;
+    }
+    EXPECT_EQ(disk.names().size(), 0u);
+}
+
+TEST_F(SetVariable, authenticated_writes_are_unsupported)
+{
+    for (UINT32 bit : {0x10u, 0x20u, 0x30u})
+        EXPECT_EQ(set(u"A", 7 | bit, "data"), EFI_UNSUPPORTED) << bit;
+    EXPECT_EQ(disk.names().size(), 0u);
+}
+
+TEST_F(SetVariable, null_data_with_a_size_is_refused)
+{
+    disk.put("A", "data");
+    std::vector<CHAR16> name = ucs2(u"A");
+    EFI_GUID guid = global_guid;
+    for (UINT32 attributes : {0u, 7u, 0x47u}) {
+        UINTN size = 1;
+        EFI_STATUS status = not_answered;
+        ovra_variable_args_t args = {name.data(), &guid, &attributes, &size, nullptr, &status, 4};
+        ASSERT_EQ(devns_ioctl(opened.fd(), OVRA_SET_VARIABLE, &args), 0);
+        EXPECT_EQ(status, EFI_INVALID_PARAMETER);
+    }
+    EXPECT_EQ(get(u"A").data, "data");
+}
+
+TEST_F(SetVariable, impossible_name_is_an_invalid_parameter)
+{
+    for (const std::u16string &name : {std::u16string(), std::u16string(1, 0xd800), std::u16string(1, 0xdfff),
+                                       std::u16string(219, u'a'), std::u16string(1000, u'a')})
+        EXPECT_EQ(set(name, 7, "data"), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(disk.names().size(), 0u);
+}
+
+TEST_F(SetVariable, hostile_names_stay_in_the_folder)
+{
+    for (std::u16string_view name :
+         {u"../../../escaped", u"/etc/x", u"..", u".", u"a\nb", u"-", u"%s%n", u"\U0001f600"}) {
+        EXPECT_EQ(set(name, 7, "data"), EFI_SUCCESS);
+        EXPECT_EQ(get(name).data, "data");
+    }
+    EXPECT_EQ(disk.names().size(), 8u);
+    std::size_t entries = 0;
+    for (const auto &entry : fs::recursive_directory_iterator(disk.root()))
+        entries += entry.is_regular_file() ? 1 : 0;
+    EXPECT_EQ(entries, 8u);
+}
+
+TEST_F(SetVariable, damaged_variable_is_repaired_by_a_write_and_removed_by_a_deletion)
+{
+    disk.put_file(disk.file("A"), "12");
+    EXPECT_EQ(set(u"A", 7, "data"), EFI_SUCCESS);
+    EXPECT_EQ(get(u"A").data, "data");
+    disk.put_file(disk.file("A"), "12");
+    EXPECT_EQ(set(u"A", 7, ""), EFI_SUCCESS);
+    EXPECT_EQ(disk.names().size(), 0u);
+}
+
+TEST_F(SetVariable, folder_in_a_variables_place_is_a_device_error)
+{
+    fs::create_directory(disk.file("A"));
+    EXPECT_EQ(set(u"A", 7, "data"), EFI_DEVICE_ERROR);
+    EXPECT_EQ(set(u"A", 7, ""), EFI_DEVICE_ERROR);
+    EXPECT_EQ(disk.names().size(), 1u);
+}
+
+TEST_F(SetVariable, file_without_data_is_replaced_but_cannot_be_deleted)
+{
+    disk.put("A", "", 3);
+    EXPECT_EQ(set(u"A", 7, ""), EFI_NOT_FOUND);
+    EXPECT_EQ(set(u"A", 7, "data"), EFI_SUCCESS);
+    EXPECT_EQ(get(u"A").data, "data");
+}
+
+TEST_F(SetVariable, link_in_a_variables_place_is_replaced_and_not_followed)
+{
+    disk.put_file(disk.root() / "outside", "untouched");
+    fs::create_symlink(disk.root() / "outside", disk.file("A"));
+    EXPECT_EQ(set(u"A", 7, "data"), EFI_SUCCESS);
+    EXPECT_EQ(disk.contents(disk.root() / "outside"), "untouched");
+    EXPECT_FALSE(fs::is_symlink(disk.file("A")));
+}
+
+TEST_F(SetVariable, what_a_stopped_writer_left_is_no_variable_and_goes_away)
+{
+    disk.put_file(disk.store() / ".hwplat-999999-0.tmp", "half a value");
+    EXPECT_EQ(platform_test::walk_all(opened.fd()).size(), 0u);
+    EXPECT_EQ(set(u"A", 7, "data"), EFI_SUCCESS);
+    EXPECT_EQ(disk.names().size(), 1u);
+}
+
+TEST_F(SetVariable, user_without_permission_is_denied)
+{
+    if (geteuid() == 0)
+        GTEST_SKIP() << "everything is permitted to this user";
+    disk.put("A", "data");
+    fs::permissions(disk.store(), fs::perms{0555});
+    EXPECT_EQ(set(u"A", 7, "other"), EFI_ACCESS_DENIED);
+    EXPECT_EQ(set(u"A", 7, ""), EFI_ACCESS_DENIED);
+    fs::permissions(disk.store(), fs::perms{0755});
+    EXPECT_EQ(get(u"A").data, "data");
+}
+
+TEST_F(AppendWrite, adds_to_the_data_and_is_not_stored_as_an_attribute)
+{
+    ASSERT_EQ(set(u"A", 7, "one"), EFI_SUCCESS);
+    EXPECT_EQ(set(u"A", 0x47, "two"), EFI_SUCCESS);
+    EXPECT_EQ(disk.get("A"), std::string("\7\0\0\0onetwo", 10));
+}
+
+TEST_F(AppendWrite, makes_a_variable_that_is_not_there)
+{
+    EXPECT_EQ(set(u"A", 0x47, "two"), EFI_SUCCESS);
+    EXPECT_EQ(disk.get("A"), std::string("\7\0\0\0two", 7));
+}
+
+TEST_F(AppendWrite, of_nothing_succeeds_and_changes_nothing)
+{
+    ASSERT_EQ(set(u"A", 7, "one"), EFI_SUCCESS);
+    EXPECT_EQ(set(u"A", 0x47, ""), EFI_SUCCESS);
+    EXPECT_EQ(disk.get("A"), std::string("\7\0\0\0one", 7));
+}
+
+TEST_F(AppendWrite, of_nothing_to_nothing_is_not_found)
+{
+    EXPECT_EQ(set(u"A", 0x47, ""), EFI_NOT_FOUND);
+    EXPECT_EQ(disk.names().size(), 0u);
+}
+
+TEST_F(AppendWrite, needs_the_stored_attributes)
+{
+    ASSERT_EQ(set(u"A", 7, "one"), EFI_SUCCESS);
+    EXPECT_EQ(set(u"A", 0x43, "two"), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(get(u"A").data, "one");
+}
+
+TEST_F(AppendWrite, to_a_damaged_variable_is_a_device_error)
+{
+    disk.put_file(disk.file("A"), "12");
+    EXPECT_EQ(set(u"A", 0x47, "two"), EFI_DEVICE_ERROR);
+    EXPECT_EQ(disk.get("A"), "12");
+}
+
+TEST_F(Capacity, empty_store_has_all_of_it)
+{
+    space found = query();
+    EXPECT_EQ(found.status, EFI_SUCCESS);
+    EXPECT_EQ(found.store, 262144u);
+    EXPECT_EQ(found.remaining, 262144u);
+    EXPECT_EQ(found.variable, 32768u);
+}
+
+TEST_F(Capacity, variable_takes_attributes_name_and_data)
+{
+    ASSERT_EQ(set(u"BootOrder", 7, "1234"), EFI_SUCCESS);
+    EXPECT_EQ(query().remaining, 262144u - (4 + 20 + 4));
+    ASSERT_EQ(set(u"BootOrder", 7, ""), EFI_SUCCESS);
+    EXPECT_EQ(query().remaining, 262144u);
+}
+
+TEST_F(Capacity, attributes_without_sense_are_refused)
+{
+    for (UINT32 attributes : {0u, 1u, 4u, 5u, 0x80000007u})
+        EXPECT_EQ(query(attributes).status, EFI_INVALID_PARAMETER) << attributes;
+    EXPECT_EQ(query(0x27).status, EFI_UNSUPPORTED);
+    EXPECT_EQ(query(2).status, EFI_SUCCESS);
+}
+
+TEST_F(Capacity, variable_may_have_32_kib_and_no_more)
+{
+    EXPECT_EQ(set(u"A", 7, std::string(32768, 'x')), EFI_SUCCESS);
+    std::string before = whole_store();
+    EXPECT_EQ(set(u"A", 7, std::string(32769, 'y')), EFI_OUT_OF_RESOURCES);
+    EXPECT_EQ(set(u"A", 0x47, "y"), EFI_OUT_OF_RESOURCES);
+    EXPECT_EQ(set(u"B", 7, std::string(32769, 'y')), EFI_OUT_OF_RESOURCES);
+    EXPECT_EQ(whole_store(), before);
+}
+
+TEST_F(Capacity, size_beyond_all_memory_is_refused_without_reading_the_data)
+{
+    std::vector<CHAR16> name = ucs2(u"A");
+    EFI_GUID guid = global_guid;
+    char data = 'x';
+    for (UINTN size : {UINTN{1} << 20, UINTN{1} << 32, ~UINTN{0}, ~UINTN{0} - 3}) {
+        for (UINT32 attributes : {7u, 0x47u}) {
+            EFI_STATUS status = not_answered;
+            UINTN copy = size;
+            ovra_variable_args_t args = {name.data(), &guid, &attributes, &copy, &data, &status, 4};
+            ASSERT_EQ(devns_ioctl(opened.fd(), OVRA_SET_VARIABLE, &args), 0);
+            EXPECT_EQ(status, EFI_OUT_OF_RESOURCES);
+        }
+    }
+    EXPECT_EQ(disk.names().size(), 0u);
+}
+
+TEST_F(Capacity, store_takes_exactly_what_remains)
+{
+    disk.put_file(disk.state("capacity"), "1000 900\n");
+    EXPECT_EQ(query().store, 1000u);
+    EXPECT_EQ(query().variable, 900u);
+    ASSERT_EQ(set(u"A", 7, std::string(900, 'x')), EFI_SUCCESS);
+    UINT64 room = query().remaining;
+    ASSERT_EQ(room, 1000u - 908);
+    std::size_t data = room - (4 + 4);
+    std::string before = whole_store();
+    EXPECT_EQ(set(u"B", 7, std::string(data + 1, 'y')), EFI_OUT_OF_RESOURCES);
+    EXPECT_EQ(whole_store(), before);
+    EXPECT_EQ(set(u"B", 7, std::string(data, 'y')), EFI_SUCCESS);
+    EXPECT_EQ(query().remaining, 0u);
+}
+
+TEST_F(Capacity, full_store_refuses_growth_and_loses_nothing)
+{
+    disk.put_file(disk.state("capacity"), "100 100\n");
+    ASSERT_EQ(set(u"A", 7, std::string(92, 'x')), EFI_SUCCESS);
+    std::string before = whole_store();
+    EXPECT_EQ(set(u"B", 7, "y"), EFI_OUT_OF_RESOURCES);
+    EXPECT_EQ(set(u"A", 7, std::string(93, 'x')), EFI_OUT_OF_RESOURCES);
+    EXPECT_EQ(set(u"A", 0x47, "y"), EFI_OUT_OF_RESOURCES);
+    EXPECT_EQ(whole_store(), before);
+}
+
+TEST_F(Capacity, full_store_lets_variables_be_rewritten_shortened_and_deleted)
+{
+    disk.put_file(disk.state("capacity"), "100 100\n");
+    ASSERT_EQ(set(u"A", 7, std::string(92, 'x')), EFI_SUCCESS);
+    EXPECT_EQ(set(u"A", 7, std::string(92, 'y')), EFI_SUCCESS);
+    EXPECT_EQ(set(u"A", 7, std::string(91, 'z')), EFI_SUCCESS);
+    EXPECT_EQ(set(u"A", 0x47, "z"), EFI_SUCCESS);
+    EXPECT_EQ(set(u"A", 7, ""), EFI_SUCCESS);
+    EXPECT_EQ(set(u"B", 7, "room again"), EFI_SUCCESS);
+}
+
+TEST_F(Capacity, store_that_is_over_full_already_has_nothing_remaining)
+{
+    disk.put("A", std::string(30000, 'x'));
+    disk.put_file(disk.state("capacity"), "1000 1000\n");
+    EXPECT_EQ(query().remaining, 0u);
+    EXPECT_EQ(get(u"A").data.size(), 30000u);
+    EXPECT_EQ(set(u"B", 7, "y"), EFI_OUT_OF_RESOURCES);
+    EXPECT_EQ(set(u"A", 7, "short"), EFI_SUCCESS);
+    EXPECT_EQ(set(u"B", 7, "y"), EFI_SUCCESS);
+}
+
+} // namespace
