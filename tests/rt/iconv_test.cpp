@@ -1,0 +1,62 @@
+// The shared conversion descriptor from its first use on: a program of its own, since it is opened once for
+// the process. iconv_open is wrapped at link time.
+#include <gtest/gtest.h>
+
+#include "src/rt/owned.h"
+#include "src/rt/rt.h"
+#include "tests/fakes/driver.h"
+#include "tests/support/bytes.h"
+#include "tests/support/guards.h"
+#include "tests/support/messages.h"
+
+using namespace ovra::test;
+
+extern "C" {
+iconv_t __real_iconv_open(const char *to, const char *from);
+iconv_t __wrap_iconv_open(const char *to, const char *from);
+}
+
+namespace {
+
+bool refused = false;
+std::vector<std::string> opened;
+
+} // namespace
+
+iconv_t __wrap_iconv_open(const char *to, const char *from)
+{
+    opened.push_back(std::string(to) + " from " + from);
+    return refused ? reinterpret_cast<iconv_t>(-1) : __real_iconv_open(to, from);
+}
+
+TEST(shared_descriptor, is_tried_again_until_it_opens_and_then_kept)
+{
+    fakes::reset();
+    const environment no_test_file("OVRA_TEST_FILE", nullptr);
+    EXPECT_TRUE(opened.empty()); // not before it is needed
+    messages said(1, 0);
+
+    refused = true;
+    uint8_t data[1] = {1};
+    UINTN size = sizeof data;
+    EXPECT_EQ(convert_utf8_to_leunicode("x"), nullptr);
+    EXPECT_EQ(said.take(), "iconv_open(UCS-2/UTF-8)");
+    EXPECT_EQ(set_variable(nullptr, "x", 1, data), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(said.take(), "iconv_open(UCS-2/UTF-8)");
+    EXPECT_EQ(get_variable(nullptr, "x", &size, data), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(said.take(), "iconv_open(UCS-2/UTF-8)");
+    EXPECT_EQ(opened, std::vector<std::string>(3, "UCS-2LE from UTF-8"));
+    EXPECT_TRUE(fakes::openings().empty());
+
+    refused = false;
+    const ovra::owned<uint16_t> text(convert_utf8_to_leunicode("x"));
+    ASSERT_NE(text, nullptr);
+    EXPECT_EQ(to_hex(text.get(), 4), "78 00 00 00");
+    EXPECT_EQ(opened.size(), 4U);
+
+    refused = true;
+    EXPECT_EQ(set_variable(nullptr, "x", 1, data), EFI_SUCCESS);
+    EXPECT_EQ(convert_utf8_to_leunicode("\xff"), nullptr);
+    EXPECT_EQ(get_variable(nullptr, "x", &size, data), EFI_SUCCESS);
+    EXPECT_EQ(opened.size(), 4U);
+}

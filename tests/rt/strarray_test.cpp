@@ -1,0 +1,243 @@
+// String arrays: null-terminated, array and strings tracked by the handle.
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "src/rt/rt.h"
+#include "src/rt/strarray.h"
+#include "tests/rt/open_handle.h"
+#include "tests/support/messages.h"
+#include "tests/support/sweep.h"
+
+using namespace ovra::test;
+
+namespace {
+
+class strarray : public open_handle {
+protected:
+    bool recorded(const void *block) const
+    {
+        return std::find(hdl->memlist_addr, hdl->memlist_addr + hdl->memlist_end, block) !=
+               hdl->memlist_addr + hdl->memlist_end;
+    }
+};
+
+std::vector<std::string> strings_of(char **array)
+{
+    std::vector<std::string> strings;
+    for (char **string = array; *string; ++string)
+        strings.emplace_back(*string);
+    return strings;
+}
+
+} // namespace
+
+TEST_F(strarray, null_string_on_a_null_array_is_one_terminator)
+{
+    count_blocks();
+    char **array = nullptr;
+    ASSERT_EQ(add_str_array(hdl, nullptr, &array), 0);
+    ASSERT_NE(array, nullptr);
+    EXPECT_EQ(array[0], nullptr);
+    EXPECT_TRUE(recorded(array));
+    EXPECT_EQ(live_blocks(), 2); // the array and the handle's list
+    stop_counting();
+}
+
+TEST_F(strarray, strings_are_copied_and_appended_in_order)
+{
+    char text[] = "first";
+    char **array = nullptr;
+    ASSERT_EQ(add_str_array(hdl, text, &array), 0);
+    memset(text, 'x', 5);
+    ASSERT_EQ(add_str_array(hdl, "", &array), 0);
+    ASSERT_EQ(add_str_array(hdl, "third", &array), 0);
+    EXPECT_EQ(strings_of(array), (std::vector<std::string>{"first", "", "third"}));
+    EXPECT_TRUE(recorded(array));
+    for (int i = 0; i < 3; ++i)
+        EXPECT_TRUE(recorded(array[i])) << i;
+}
+
+TEST_F(strarray, array_and_strings_are_the_only_blocks)
+{
+    char **array = nullptr;
+    for (const char *text : {"a", "b", "c"})
+        ASSERT_EQ(add_str_array(hdl, text, &array), 0);
+    size_t recorded_blocks = 0;
+    for (size_t slot = 0; slot < hdl->memlist_end; ++slot)
+        recorded_blocks += hdl->memlist_addr[slot] != nullptr;
+    EXPECT_EQ(recorded_blocks, 4U);
+}
+
+TEST_F(strarray, null_string_cuts_an_array_to_empty_without_freeing_its_strings)
+{
+    char **array = nullptr;
+    ASSERT_EQ(add_str_array(hdl, "first", &array), 0);
+    ASSERT_EQ(add_str_array(hdl, "second", &array), 0);
+    char *const first = array[0];
+    char *const second = array[1];
+    ASSERT_EQ(add_str_array(hdl, nullptr, &array), 0);
+    EXPECT_EQ(array[0], nullptr);
+    EXPECT_STREQ(first, "first");
+    EXPECT_STREQ(second, "second");
+    EXPECT_TRUE(recorded(first));
+    EXPECT_TRUE(recorded(second));
+    EXPECT_TRUE(recorded(array));
+}
+
+TEST_F(strarray, grows_after_it_was_cut)
+{
+    char **array = nullptr;
+    ASSERT_EQ(add_str_array(hdl, "first", &array), 0);
+    ASSERT_EQ(add_str_array(hdl, nullptr, &array), 0);
+    ASSERT_EQ(add_str_array(hdl, "fresh", &array), 0);
+    EXPECT_EQ(strings_of(array), (std::vector<std::string>{"fresh"}));
+}
+
+TEST_F(strarray, grows_over_moving_blocks)
+{
+    count_blocks();
+    const realloc_guard moves(realloc_policy::moves);
+    char **array = nullptr;
+    std::vector<std::string> expected;
+    for (int i = 0; i < 50; ++i) {
+        expected.push_back(std::to_string(i));
+        ASSERT_EQ(add_str_array(hdl, expected.back().c_str(), &array), 0);
+        ASSERT_EQ(strings_of(array), expected);
+        ASSERT_TRUE(recorded(array));
+    }
+    ovra_fini(std::exchange(hdl, nullptr));
+    EXPECT_EQ(live_blocks(), 0);
+    stop_counting();
+}
+
+TEST_F(strarray, append_with_a_known_count_gives_the_same_array)
+{
+    char **counted = nullptr;
+    char **known = nullptr;
+    for (size_t i = 0; i < 30; ++i) {
+        const std::string text = std::to_string(i);
+        ASSERT_EQ(add_str_array(hdl, text.c_str(), &counted), 0);
+        ASSERT_EQ(ovra::append_str_array(hdl, text.c_str(), i, &known), 0);
+    }
+    EXPECT_EQ(strings_of(known), strings_of(counted));
+}
+
+TEST_F(strarray, free_releases_strings_and_array_and_forgets_them)
+{
+    count_blocks();
+    void *other = memlist_malloc(hdl, 1, "test");
+    char **array = nullptr;
+    for (const char *text : {"a", "b", "c"})
+        ASSERT_EQ(add_str_array(hdl, text, &array), 0);
+    ASSERT_EQ(live_blocks(), 6); // list, other, three strings, array
+    free_str_array(hdl, array);
+    EXPECT_EQ(live_blocks(), 2);
+    EXPECT_TRUE(recorded(other));
+    for (size_t slot = 1; slot < hdl->memlist_end; ++slot)
+        EXPECT_EQ(hdl->memlist_addr[slot], nullptr) << slot;
+    stop_counting();
+}
+
+TEST_F(strarray, free_of_an_array_without_strings)
+{
+    count_blocks();
+    char **array = nullptr;
+    ASSERT_EQ(add_str_array(hdl, nullptr, &array), 0);
+    free_str_array(hdl, array);
+    EXPECT_EQ(live_blocks(), 1);
+    stop_counting();
+}
+
+TEST_F(strarray, free_of_null_is_ignored)
+{
+    free_str_array(hdl, nullptr);
+    free_str_array(nullptr, nullptr);
+    EXPECT_EQ(hdl->memlist_end, 0U);
+}
+
+TEST_F(strarray, fini_releases_what_was_not_freed)
+{
+    count_blocks();
+    char **array = nullptr;
+    for (int i = 0; i < 100; ++i)
+        ASSERT_EQ(add_str_array(hdl, "text", &array), 0);
+    ovra_fini(std::exchange(hdl, nullptr));
+    EXPECT_EQ(live_blocks(), 0);
+    stop_counting();
+}
+
+TEST_F(strarray, refused_copy_is_silent_and_leaves_the_array)
+{
+    char **array = nullptr;
+    ASSERT_EQ(add_str_array(hdl, "first", &array), 0);
+    char **const before = array;
+    const messages said;
+    refuse_from(0, false);
+    EXPECT_EQ(add_str_array(hdl, "second", &array), -1);
+    stop_refusing();
+    EXPECT_EQ(array, before);
+    EXPECT_EQ(strings_of(array), (std::vector<std::string>{"first"}));
+    EXPECT_EQ(said.text(), "");
+}
+
+TEST_F(strarray, refused_growth_speaks_with_its_label_and_leaves_the_array)
+{
+    count_blocks();
+    char **array = nullptr;
+    ASSERT_EQ(add_str_array(hdl, "first", &array), 0);
+    char **const before = array;
+    const long blocks = live_blocks();
+    messages said;
+    refuse_from(1, false);
+    EXPECT_EQ(add_str_array(hdl, "second", &array), -1);
+    EXPECT_EQ(stop_refusing(), 1);
+    EXPECT_EQ(said.take(), "realloc failed for add_str_array\n");
+    EXPECT_EQ(array, before);
+    EXPECT_EQ(strings_of(array), (std::vector<std::string>{"first"}));
+    EXPECT_EQ(live_blocks(), blocks);
+
+    refuse_from(0, false);
+    EXPECT_EQ(add_str_array(hdl, nullptr, &array), -1);
+    stop_refusing();
+    EXPECT_EQ(said.take(), "realloc failed for add_str_array\n");
+    EXPECT_EQ(array, before);
+    EXPECT_EQ(strings_of(array), (std::vector<std::string>{"first"}));
+
+    char **none = nullptr;
+    refuse_from(0, false);
+    EXPECT_EQ(add_str_array(hdl, nullptr, &none), -1);
+    stop_refusing();
+    EXPECT_EQ(said.take(), "malloc failed for add_str_array\n");
+    EXPECT_EQ(none, nullptr);
+    stop_counting();
+}
+
+TEST_F(strarray, add_survives_every_refusal)
+{
+    for (const realloc_policy policy : {realloc_policy::moves, realloc_policy::stays}) {
+        const realloc_guard as_told(policy);
+        for_each_refused_allocation([](ovra_hdl_t fresh) {
+            char **array = nullptr;
+            for (int i = 0; i < 45; ++i) { // over two growths of the handle's list
+                char **const before = array;
+                if (add_str_array(fresh, "text", &array) != 0) {
+                    EXPECT_EQ(array, before);
+                    EXPECT_EQ(array ? strings_of(array).size() : 0, static_cast<size_t>(i));
+                    return -1;
+                }
+            }
+            return 0;
+        });
+    }
+}
+
+TEST_F(strarray, cut_survives_every_refusal)
+{
+    for_each_refused_allocation([](ovra_hdl_t fresh) {
+        char **array = nullptr;
+        return add_str_array(fresh, nullptr, &array);
+    });
+}
