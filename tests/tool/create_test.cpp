@@ -1,0 +1,256 @@
+#include <fstream>
+
+#include "tests/tool/support.h"
+
+namespace tool_test {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+class Create : public Machine {
+protected:
+    static words linux_option(const words &more = {})
+    {
+        words arguments = {"create", "--desc", "Linux", "--path-hex", sample_path_hex};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return arguments;
+    }
+};
+
+const std::string sample_path = from_hex(sample_path_hex);
+
+TEST_F(Create, writes_the_lowest_unused_option_and_appends_it_to_the_order)
+{
+    EXPECT_EQ(output(linux_option()),
+              "wrote Boot0008: \"Linux\", 0x00000001 (active)\n"
+              "wrote BootOrder: Boot0000 Boot0001 Boot0002 Boot0003 Boot0004 Boot0005 Boot0006 Boot0007 "
+              "Boot0008\n");
+    EXPECT_EQ(get("Boot0008"), load_option(1, "Linux", sample_path));
+    EXPECT_THAT(order(), ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8));
+}
+
+TEST_F(Create, fills_a_gap)
+{
+    std::filesystem::remove(file("Boot0002"));
+    output(linux_option());
+    EXPECT_EQ(get("Boot0002"), load_option(1, "Linux", sample_path));
+    EXPECT_THAT(order(), ElementsAre(0, 1, 3, 4, 5, 6, 7, 2));
+}
+
+TEST_F(Create, makes_an_order_where_there_is_none)
+{
+    std::filesystem::remove(file("BootOrder"));
+    output(linux_option({"--position", "5"}));
+    EXPECT_THAT(order(), ElementsAre(8));
+}
+
+TEST_F(Create, takes_a_number_and_a_position)
+{
+    output(linux_option({"--number", "00fF", "--position", "0"}));
+    EXPECT_EQ(get("Boot00FF"), load_option(1, "Linux", sample_path));
+    EXPECT_THAT(order(), ElementsAre(0xff, 0, 1, 2, 3, 4, 5, 6, 7));
+}
+
+TEST_F(Create, counts_negative_positions_from_the_end)
+{
+    put_order({1, 2});
+    output(linux_option({"--position", "-2"}));
+    EXPECT_THAT(order(), ElementsAre(1, 8, 2));
+    output(linux_option({"--position=-100"}));
+    EXPECT_THAT(order(), ElementsAre(9, 1, 8, 2));
+}
+
+TEST_F(Create, stores_text_as_terminated_ucs2)
+{
+    output(linux_option({"--optdata-text", "root=/dev/sda1 \u00e9\u7acb"}));
+    const std::string text = ucs2("root=/dev/sda1 ") + std::string("\xe9\0\xcb\x7a\0\0", 6);
+    EXPECT_EQ(get("Boot0008"), load_option(1, "Linux", sample_path, text));
+}
+
+TEST_F(Create, stores_empty_text_as_a_terminator)
+{
+    output(linux_option({"--optdata-text", ""}));
+    EXPECT_EQ(get("Boot0008"), load_option(1, "Linux", sample_path, std::string(2, '\0')));
+}
+
+TEST_F(Create, stores_a_file_byte_for_byte)
+{
+    const std::string data("\0\xff\n\x80 text", 9);
+    std::ofstream(folder / "data", std::ios::binary) << data;
+    output(linux_option({"--optdata-file", folder / "data"}));
+    EXPECT_EQ(get("Boot0008"), load_option(1, "Linux", sample_path, data));
+}
+
+TEST_F(Create, stores_a_description_of_utf8)
+{
+    output({"create", "--desc", "D\u00e9bian \u7acb", "--path-hex", sample_path_hex});
+    EXPECT_EQ(get("Boot0008").substr(6, 18),
+              ucs2("D") + std::string("\xe9\0", 2) + ucs2("bian ") + std::string("\xcb\x7a\0\0", 4));
+    EXPECT_EQ(parsed({"show", "Boot0008"})["description"], "D\u00e9bian \u7acb");
+}
+
+TEST_F(Create, takes_descriptions_as_they_are)
+{
+    for (const char *description : {"", "{}", "[a,b]", "%%", "a 'b' \"c\"", "\\EFI\\x", "list"}) {
+        output({"create", "--desc", description, "--path-hex", sample_path_hex, "--number", "9", "--force"});
+        EXPECT_EQ(parsed({"show", "Boot0009"})["description"], description);
+    }
+    output({"create", "--desc=--active", "--path-hex", sample_path_hex, "--number", "9", "--force"});
+    EXPECT_EQ(parsed({"show", "Boot0009"})["description"], "--active");
+}
+
+TEST_F(Create, takes_digits_in_groups)
+{
+    output({"create", "--desc", "x", "--path-hex", " 7F:ff 04\n00 "});
+    EXPECT_EQ(get("Boot0008"), load_option(1, "x", from_hex("7fff0400")));
+}
+
+TEST_F(Create, never_overwrites_an_option_unless_forced)
+{
+    EXPECT_EQ(failure(linux_option({"--number", "0003"})),
+              "ovra: Boot0003 exists\n"
+              "  Without --number the lowest free number is taken; --force overwrites the option.\n");
+    output(linux_option({"--number", "0003", "--force"}));
+    EXPECT_EQ(get("Boot0003"), load_option(1, "Linux", sample_path));
+    EXPECT_THAT(order(), ElementsAre(0, 1, 2, 4, 5, 6, 7, 3));
+}
+
+TEST_F(Create, never_overwrites_a_damaged_option_unless_forced)
+{
+    put("Boot0009", "1");
+    EXPECT_THAT(failure(linux_option({"--number", "9"})), HasSubstr("Boot0009 exists"));
+}
+
+TEST_F(Create, refuses_a_path_that_is_not_well_formed_unless_forced)
+{
+    const struct {
+        const char *digits;
+        const char *why;
+    } cases[] = {
+        {"", "it does not end in an END node (7fff0400)"},
+        {"04012a00", "the node at byte 0 gives its length as 42, 4 bytes are left"},
+        {"7fff0300", "the node at byte 0 gives its length as 3, 4 bytes are left"},
+        {"7fff040004", "at byte 4 less than a node header is left"},
+        {"0101060000027fff0400010106000002", "it does not end in an END node (7fff0400)"},
+        {"7f010400", "it does not end in an END node (7fff0400)"},
+    };
+    for (const auto &[digits, why] : cases) {
+        EXPECT_EQ(failure({"create", "--desc", "x", "--path-hex", digits}),
+                  std::string("ovra: --path-hex is no packed device path: ") + why +
+                      "\n  --force stores it all the same.\n");
+    }
+    output({"create", "--desc", "x", "--path-hex", "04012a00", "--force"});
+    EXPECT_EQ(get("Boot0008"), load_option(1, "x", from_hex("04012a00")));
+}
+
+TEST_F(Create, takes_a_list_of_two_paths)
+{
+    output({"create", "--desc", "x", "--path-hex", "0101060000027fff04007fff0400"});
+    EXPECT_EQ(get("Boot0008"), load_option(1, "x", from_hex("0101060000027fff04007fff0400")));
+}
+
+TEST_F(Create, refuses_a_path_behind_which_optional_data_would_be_lost)
+{
+    std::string digits;
+    for (int node = 0; node < 2184; ++node)
+        digits += "01041e00" + std::string(52, '0');
+    EXPECT_THAT(
+        failure({"create", "--desc", "many", "--path-hex", digits + "01040a00000000000000" + "7fff0400"}),
+        HasSubstr("Where optional data begins must fit in 16 bits."));
+}
+
+TEST_F(Create, refuses_a_file_that_cannot_be_read)
+{
+    EXPECT_EQ(failure(linux_option({"--optdata-file", "/nowhere/x"})),
+              "ovra: cannot read /nowhere/x: No such file or directory\n");
+    EXPECT_EQ(failure(linux_option({"--optdata-file", "/"})), "ovra: cannot read /: Is a directory\n");
+    EXPECT_EQ(failure(linux_option({"--optdata-file", "/dev/zero"})),
+              "ovra: cannot read /dev/zero: it is larger than any firmware variable\n");
+}
+
+TEST_F(Create, says_that_the_store_is_full)
+{
+    std::ofstream(folder / "data", std::ios::binary) << std::string(40000, 'x');
+    const std::string said = failure(linux_option({"--optdata-file", folder / "data"}));
+    EXPECT_THAT(said, HasSubstr("ovra: cannot write Boot0008: no room in the variable store\n"));
+    EXPECT_THAT(said, HasSubstr("    failed to create load option Boot0008\n"));
+}
+
+TEST_F(Create, says_what_stands_when_the_order_cannot_be_written)
+{
+    // Attributes that differ from those of the stored BootOrder: a request to change it is refused.
+    put("BootOrder", std::string("\x01\0", 2), 3);
+    const outcome result = run(linux_option());
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_THAT(result.err, HasSubstr("ovra: cannot put Boot0008 into BootOrder"));
+    EXPECT_THAT(result.err, HasSubstr("  Done before that, and it stands: wrote Boot0008: \"Linux\""));
+    EXPECT_THAT(result.err,
+                HasSubstr("  BootOrder is as it was. 'ovra order insert Boot0008' puts the option into "
+                          "it, 'ovra remove Boot0008' takes it back.\n"));
+    EXPECT_THAT(result.err, HasSubstr("    unable to set BootOrder: 8000000000000002\n"));
+    EXPECT_EQ(get("Boot0008"), load_option(1, "Linux", sample_path));
+    EXPECT_THAT(order(), ElementsAre(1));
+}
+
+TEST_F(Create, refuses_an_order_that_it_cannot_read)
+{
+    std::ofstream(file("BootOrder"), std::ios::trunc) << "12";
+    EXPECT_THAT(failure(linux_option()), HasSubstr("ovra: cannot read BootOrder: EFI_DEVICE_ERROR"));
+}
+
+TEST_F(Create, dry_run_changes_nothing_and_says_what_it_would_write)
+{
+    const auto before = snapshot();
+    const words arguments = {"create",         "--desc", "x",          "--path-hex", "7fff0400",
+                             "--optdata-text", "q",      "--position", "1",          "--dry-run"};
+    put_order({6, 7});
+    const auto changed = snapshot();
+    EXPECT_NE(before, changed);
+    EXPECT_EQ(output(arguments), "would write Boot0008: \"x\", 0x00000001 (active), optional data \"q\"\n"
+                                 "    010000000400780000007fff040071000000\n"
+                                 "would write BootOrder: Boot0006 Boot0008 Boot0007\n"
+                                 "    060008000700\n");
+    const json document = parsed(arguments);
+    EXPECT_EQ(document["dry_run"], true);
+    ASSERT_EQ(document["changes"].size(), 2u);
+    EXPECT_EQ(document["changes"][0], json({{"action", "write"},
+                                            {"variable", "Boot0008"},
+                                            {"data", "010000000400780000007fff040071000000"},
+                                            {"description", "x"},
+                                            {"active", true},
+                                            {"attributes", 1},
+                                            {"path", "7fff0400"},
+                                            {"optional_data", "71000000"},
+                                            {"optional_data_text", "q"}}));
+    EXPECT_EQ(document["changes"][1], json({{"action", "write"},
+                                            {"variable", "BootOrder"},
+                                            {"data", "060008000700"},
+                                            {"order", {"Boot0006", "Boot0008", "Boot0007"}}}));
+    EXPECT_EQ(snapshot(), changed);
+}
+
+TEST_F(Create, dry_run_tells_the_bytes_that_are_then_written)
+{
+    const json planned = parsed(linux_option({"--optdata-text", "\u00e9", "--position", "2", "--dry-run"}));
+    const json done = parsed(linux_option({"--optdata-text", "\u00e9", "--position", "2"}));
+    EXPECT_EQ(done["dry_run"], false);
+    EXPECT_EQ(planned["changes"], done["changes"]);
+    EXPECT_EQ(from_hex(planned["changes"][0]["data"].get<std::string>()), get("Boot0008"));
+    EXPECT_EQ(from_hex(planned["changes"][1]["data"].get<std::string>()), get("BootOrder"));
+}
+
+TEST_F(Create, then_remove_leaves_the_machine_as_it_was)
+{
+    const auto before = snapshot();
+    output(linux_option({"--optdata-text", "quiet"}));
+    EXPECT_THAT(output({"list"}), HasSubstr("8         Boot0008  *       Linux\n"));
+    EXPECT_THAT(output({"show", "Boot0008"}), HasSubstr("Optional data  \"quiet\"\n"));
+    output({"set", "Boot0008", "--desc", "Debian", "--inactive"});
+    EXPECT_THAT(output({"list"}), HasSubstr("8         Boot0008          Debian\n"));
+    EXPECT_NE(snapshot(), before);
+    output({"remove", "Boot0008"});
+    EXPECT_EQ(snapshot(), before);
+}
+
+} // namespace tool_test

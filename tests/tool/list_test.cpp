@@ -1,0 +1,164 @@
+#include <fstream>
+
+#include "tests/tool/support.h"
+
+namespace tool_test {
+
+using ::testing::HasSubstr;
+
+class List : public Machine {};
+
+TEST_F(List, shows_the_options_in_boot_order)
+{
+    EXPECT_EQ(output({"list"}), "Position  Option    Active  Description\n"
+                                "0         Boot0000  *       UiApp\n"
+                                "1         Boot0001  *       UEFI QEMU QEMU HARDDISK\n"
+                                "2         Boot0002  *       UEFI QEMU NVMe Ctrl N1 1\n"
+                                "3         Boot0003  *       UEFI QEMU QEMU USB HARDDRIVE 1-0000:00:05.0-1\n"
+                                "4         Boot0004  *       UEFI Misc Device\n"
+                                "5         Boot0005  *       UEFI QEMU HARDDISK QM00001\n"
+                                "6         Boot0006  *       UEFI QEMU HARDDISK QM00007\n"
+                                "7         Boot0007  *       EFI Internal Shell\n");
+}
+
+TEST_F(List, puts_options_outside_the_order_last_and_marks_current_and_next)
+{
+    put_order({7, 5});
+    for (const char *unused : {"Boot0001", "Boot0002", "Boot0003", "Boot0004", "Boot0006"})
+        std::filesystem::remove(file(unused));
+    put("BootCurrent", std::string("\x07\0", 2), 6);
+    put("BootNext", std::string("\x05\0", 2));
+    EXPECT_EQ(output({"list"}), "Position  Option    Active  Description\n"
+                                "0         Boot0007  *       EFI Internal Shell           current\n"
+                                "1         Boot0005  *       UEFI QEMU HARDDISK QM00001   next\n"
+                                "-         Boot0000  *       UiApp\n");
+}
+
+TEST_F(List, verbose_adds_path_attributes_and_optional_data)
+{
+    put_order({0});
+    put("Boot0000",
+        load_option(0x109, "Linux", from_hex("7fff0400"), ucs2("root=/dev/sda1 quiet") + '\0' + '\0'));
+    for (const char *unused : {"Boot0002", "Boot0003", "Boot0004", "Boot0005", "Boot0006", "Boot0007"})
+        std::filesystem::remove(file(unused));
+    EXPECT_EQ(output({"list", "-v"}),
+              "Position  Option    Active  Description\n"
+              "0         Boot0000  *       Linux\n"
+              "          attributes     0x00000109 (active, hidden, application)\n"
+              "          path           7fff0400\n"
+              "          optional data  \"root=/dev/sda1 quiet\"\n"
+              "-         Boot0001  *       UEFI QEMU QEMU HARDDISK\n"
+              "          attributes     0x00000001 (active)\n"
+              "          path           02010c00d041030a000000000101060000020101060000000302080000000000"
+              "7fff0400\n"
+              "          optional data  4eac0881119f594d850ee21a522c59b2 (16 bytes)\n");
+}
+
+TEST_F(List, json_has_order_marks_and_every_field)
+{
+    put("BootNext", std::string("\x01\0", 2));
+    const json document = parsed({"list"});
+    EXPECT_EQ(document["current"], nullptr);
+    EXPECT_EQ(document["next"], "Boot0001");
+    EXPECT_EQ(document["order"], json({"Boot0000", "Boot0001", "Boot0002", "Boot0003", "Boot0004", "Boot0005",
+                                       "Boot0006", "Boot0007"}));
+    ASSERT_EQ(document["options"].size(), 8u);
+    EXPECT_EQ(document["options"][1],
+              json({{"option", "Boot0001"},
+                    {"position", 1},
+                    {"current", false},
+                    {"next", true},
+                    {"description", "UEFI QEMU QEMU HARDDISK "},
+                    {"active", true},
+                    {"attributes", 1},
+                    {"path", "02010c00d041030a0000000001010600000201010600000003020800000000007fff0400"},
+                    {"optional_data", "4eac0881119f594d850ee21a522c59b2"},
+                    {"optional_data_text", nullptr}}));
+}
+
+TEST_F(List, shows_an_order_that_names_missing_options)
+{
+    put_order({0x1f, 0});
+    EXPECT_THAT(output({"list"}), HasSubstr("0         Boot001F  ?       (no such option)\n"));
+    const json document = parsed({"list"});
+    EXPECT_EQ(document["options"][0]["option"], "Boot001F");
+    EXPECT_EQ(document["options"][0]["error"], "no such option");
+    EXPECT_EQ(document["options"][1]["position"], 1);
+}
+
+TEST_F(List, names_an_option_once_that_the_order_names_twice)
+{
+    put_order({3, 0, 3});
+    const json document = parsed({"list"});
+    EXPECT_EQ(document["order"], json({"Boot0003", "Boot0000", "Boot0003"}));
+    EXPECT_EQ(document["options"].size(), 8u);
+    EXPECT_EQ(document["options"][0]["position"], 0);
+}
+
+TEST_F(List, ignores_the_odd_byte_of_an_order)
+{
+    put("BootOrder", std::string("\x07\0\x05", 3));
+    EXPECT_EQ(parsed({"list"})["order"], json({"Boot0007"}));
+}
+
+TEST_F(List, goes_on_past_a_damaged_option)
+{
+    put("Boot0003", "\x01");
+    const std::string text = output({"list"});
+    EXPECT_THAT(text,
+                HasSubstr("3         Boot0003  ?       (unable to read load option for Boot0003: 0)\n"));
+    EXPECT_THAT(text, HasSubstr("7         Boot0007  *       EFI Internal Shell\n"));
+    EXPECT_EQ(parsed({"list"})["options"][3]["error"], "unable to read load option for Boot0003: 0");
+}
+
+TEST_F(List, goes_on_past_a_damaged_boot_next)
+{
+    put("BootNext", "123");
+    EXPECT_EQ(parsed({"list"})["next"], nullptr);
+}
+
+TEST_F(List, shows_no_control_characters_of_a_description)
+{
+    put("Boot0000", load_option(1, "a\x1b[31m\n\x7f", from_hex("7fff0400")));
+    EXPECT_THAT(output({"list"}), HasSubstr("Boot0000  *       a\\u001b[31m\\u000a\\u007f\n"));
+    EXPECT_EQ(parsed({"list"})["options"][0]["description"], "a\x1b[31m\n\x7f");
+}
+
+TEST_F(List, shows_a_description_that_is_no_text)
+{
+    put("Boot0000", std::string("\x01\0\0\0\x04\0\x00\xd8z\0\0\0\x7f\xff\x04\0", 16));
+    EXPECT_THAT(output({"list"}), HasSubstr("Boot0000"));
+    EXPECT_EQ(parsed({"list"})["options"].size(), 8u);
+}
+
+TEST_F(List, aligns_wide_characters_by_columns)
+{
+    put_order({0, 7});
+    put("Boot0000", std::string("\x01\0\0\0\x04\0", 6) + std::string("\xcb\x7a\x2f\x67\0\0", 6) +
+                        from_hex("7fff0400")); // two ideographs of two columns
+    put("BootNext", std::string("\0\0", 2));
+    const std::string text = output({"list"});
+    const size_t at = text.find("Boot0000");
+    const std::string line = text.substr(at, text.find('\n', at) - at);
+    const size_t widest = std::string("UEFI QEMU QEMU USB HARDDRIVE 1-0000:00:05.0-1").size();
+    EXPECT_EQ(line, "Boot0000  *       \u7acb\u672f" + std::string(widest - 4 + 2, ' ') + "next");
+}
+
+TEST_F(List, passes_over_options_of_other_vendors)
+{
+    std::ofstream(variables / "Boot0042-eb704011-1402-11d3-8e77-00a0c969723b") << "1234567890";
+    EXPECT_EQ(parsed({"list"})["options"].size(), 8u);
+}
+
+TEST_F(List, says_when_there_are_no_options)
+{
+    std::filesystem::remove_all(variables);
+    std::filesystem::create_directory(variables);
+    EXPECT_EQ(output({"list"}), "no boot options\n");
+    EXPECT_EQ(
+        parsed({"list"}),
+        json(
+            {{"current", nullptr}, {"next", nullptr}, {"order", json::array()}, {"options", json::array()}}));
+}
+
+} // namespace tool_test

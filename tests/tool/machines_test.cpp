@@ -1,0 +1,170 @@
+#include <cstdlib>
+#include <fstream>
+#include <unistd.h>
+
+#include "tests/tool/support.h"
+
+namespace tool_test {
+
+using ::testing::HasSubstr;
+
+// Machines on which the command cannot do its work.
+class Machines : public Machine {
+protected:
+    // Runs as a user without rights on the machine.
+    outcome run_without_rights(const words &arguments) const
+    {
+        surroundings around;
+        around.as_nobody = geteuid() == 0;
+        return run(arguments, around);
+    }
+
+    static bool nobody_can_run_the_command()
+    {
+        surroundings around;
+        around.as_nobody = geteuid() == 0;
+        return run_command({"--version"}, around).status == 0;
+    }
+
+    const std::vector<words> readers = {{"list"}, {"show", "Boot0000"}, {"order"},
+                                        {"next"}, {"current"},          {"vars"}};
+    const std::vector<words> writers = {{"create", "--desc", "x", "--path-hex", "7fff0400"},
+                                        {"set", "Boot0000", "--inactive"},
+                                        {"remove", "Boot0000"},
+                                        {"order", "insert", "Boot0000"},
+                                        {"order", "remove", "Boot0000"},
+                                        {"order", "set", "Boot0000"},
+                                        {"next", "Boot0000"},
+                                        {"next", "--clear"},
+                                        {"reset"}};
+};
+
+TEST_F(Machines, without_firmware_variables_are_refused_by_every_verb)
+{
+    std::filesystem::remove_all(root);
+    std::filesystem::create_directory(root);
+    std::vector<words> all = readers;
+    all.insert(all.end(), writers.begin(), writers.end());
+    for (const words &arguments : all) {
+        EXPECT_EQ(failure(arguments), "ovra: no firmware variables on " + root.string() +
+                                          "\n  A machine's folder holds them in sys/firmware/efi/efivars.\n");
+    }
+}
+
+TEST_F(Machines, without_efivars_are_refused)
+{
+    std::filesystem::remove_all(variables);
+    EXPECT_THAT(failure({"list"}), HasSubstr("ovra: no firmware variables on "));
+}
+
+TEST_F(Machines, with_a_file_for_efivars_are_refused)
+{
+    std::filesystem::remove_all(variables);
+    std::ofstream(variables) << "x";
+    EXPECT_THAT(failure({"list"}), HasSubstr("ovra: no firmware variables on "));
+}
+
+TEST_F(Machines, that_do_not_exist_are_refused)
+{
+    const outcome result = run_command({"--root", folder / "nowhere", "list"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "ovra: --root: there is no folder \"" + (folder / "nowhere").string() + "\"\n");
+    EXPECT_EQ(run_command({"--root", "/dev/null", "list"}).status, 1);
+    EXPECT_EQ(run_command({"--root", "", "list"}).status, 1);
+}
+
+TEST_F(Machines, may_be_named_by_a_relative_path)
+{
+    const std::string shell =
+        "cd '" + folder.string() + "' && '" OVRA_TOOL "' --root machine next >/dev/null";
+    EXPECT_EQ(system(shell.c_str()), 0);
+}
+
+TEST_F(Machines, this_one_is_refused_when_it_has_no_firmware_variables)
+{
+    if (std::filesystem::exists("/sys/firmware/efi/efivars"))
+        GTEST_SKIP() << "this machine has firmware variables";
+    const outcome result = run_command({"list"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "ovra: no firmware variables on this machine\n"
+                          "  It was not started by UEFI firmware, or efivarfs is not mounted at\n"
+                          "  /sys/firmware/efi/efivars. '--root DIR' works on a machine in a folder.\n");
+}
+
+TEST_F(Machines, are_not_mixed_with_test_files)
+{
+    surroundings around;
+    around.environment = {{"OVRA_TEST_FILE", ""}};
+    const auto before = snapshot();
+    const outcome result = run({"next", "Boot0007"}, around);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, HasSubstr("ovra: OVRA_TEST_FILE is set\n"));
+    EXPECT_EQ(snapshot(), before);
+}
+
+TEST_F(Machines, that_may_not_be_read_are_refused_with_what_to_do)
+{
+    if (!nobody_can_run_the_command())
+        GTEST_SKIP() << "the command lies where other users cannot run it";
+    std::filesystem::permissions(variables, std::filesystem::perms(0));
+    for (const words &arguments : readers) {
+        const outcome result = run_without_rights(arguments);
+        EXPECT_EQ(result.status, 1) << arguments[0] << result.out;
+        EXPECT_THAT(result.err, HasSubstr("no permission")) << arguments[0];
+        EXPECT_THAT(result.err, HasSubstr("\n  Run this as root, or as the owner of the folder.\n"))
+            << arguments[0];
+    }
+}
+
+TEST_F(Machines, that_may_not_be_written_are_refused_with_what_to_do)
+{
+    if (!nobody_can_run_the_command())
+        GTEST_SKIP() << "the command lies where other users cannot run it";
+    put("BootNext", std::string("\x01\0", 2));
+    std::filesystem::permissions(variables, std::filesystem::perms(0555));
+    const auto before = snapshot();
+    for (const words &arguments : writers) {
+        const outcome result = run_without_rights(arguments);
+        EXPECT_EQ(result.status, 1) << arguments[0] << result.out;
+        EXPECT_THAT(result.err, HasSubstr("no permission")) << arguments[0];
+        EXPECT_THAT(result.err, HasSubstr("\n  Run this as root, or as the owner of the folder.\n"))
+            << arguments[0];
+    }
+    EXPECT_EQ(run_without_rights({"list"}).status, 0);
+    EXPECT_EQ(snapshot(), before);
+}
+
+TEST_F(Machines, with_a_folder_for_a_variable_are_read)
+{
+    std::filesystem::remove(file("Boot0003"));
+    std::filesystem::create_directory(file("Boot0003"));
+    EXPECT_EQ(run({"list"}).status, 0);
+}
+
+TEST_F(Machines, with_many_options_are_listed)
+{
+    std::vector<uint16_t> numbers;
+    for (uint16_t number = 0x100; number < 0x900; ++number) {
+        numbers.push_back(number);
+        put("Boot0" + std::string(1, "0123456789"[number >> 8]) +
+                std::string(1, "0123456789ABCDEF"[number >> 4 & 15]) +
+                std::string(1, "0123456789ABCDEF"[number & 15]),
+            load_option(1, "many", from_hex("7fff0400")));
+    }
+    put_order(numbers);
+    EXPECT_EQ(parsed({"list"})["options"].size(), 0x800u + 8u);
+}
+
+TEST_F(Machines, out_of_numbers_say_so)
+{
+    put_order({});
+    for (unsigned number = 0; number <= 0xfffe; ++number) {
+        char name[16];
+        snprintf(name, sizeof name, "Boot%04X", number);
+        std::ofstream(file(name), std::ios::binary) << "\x07" << std::string(4, '\0');
+    }
+    EXPECT_THAT(failure({"create", "--desc", "x", "--path-hex", "7fff0400"}),
+                HasSubstr("ovra: no option number is free\n"));
+}
+
+} // namespace tool_test

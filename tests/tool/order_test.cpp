@@ -1,0 +1,155 @@
+#include <climits>
+
+#include "tests/tool/support.h"
+
+namespace tool_test {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+class Order : public Machine {
+protected:
+    Order() { put_order({1, 2, 3}); }
+};
+
+TEST_F(Order, shows_positions_and_descriptions)
+{
+    put_order({7, 0x1f});
+    EXPECT_EQ(output({"order"}), "0  Boot0007  EFI Internal Shell\n"
+                                 "1  Boot001F  (no such option)\n");
+    EXPECT_EQ(parsed({"order"}), json({{"order", {"Boot0007", "Boot001F"}}}));
+}
+
+TEST_F(Order, says_when_there_is_none)
+{
+    std::filesystem::remove(file("BootOrder"));
+    EXPECT_EQ(output({"order"}), "BootOrder is not set\n");
+    EXPECT_EQ(parsed({"order"}), json({{"order", json::array()}}));
+}
+
+TEST_F(Order, insert_puts_an_option_last_unless_told_where)
+{
+    EXPECT_EQ(output({"order", "insert", "Boot0000"}),
+              "wrote BootOrder: Boot0001 Boot0002 Boot0003 Boot0000\n");
+    EXPECT_THAT(order(), ElementsAre(1, 2, 3, 0));
+}
+
+TEST_F(Order, insert_tells_the_order_that_is_then_written)
+{
+    for (const std::vector<uint16_t> &before :
+         {std::vector<uint16_t>{1, 2, 3}, {2, 1, 2, 3, 2}, {2}, {2, 2}, {}, {1, 3, 2}}) {
+        for (const int position : {0, 1, 2, 3, 4, 100, -1, -2, -3, -4, -5, -100, INT_MAX, INT_MIN}) {
+            put_order(before);
+            if (before.empty())
+                std::filesystem::remove(file("BootOrder"));
+            const words arguments = {"order", "insert", "Boot0002", std::to_string(position)};
+            words dry = arguments;
+            dry.emplace_back("--dry-run");
+            const json planned = parsed(dry);
+            EXPECT_EQ(order(), before);
+            EXPECT_EQ(parsed(arguments)["changes"], planned["changes"]);
+            EXPECT_EQ(from_hex(planned["changes"][0]["data"].get<std::string>()), get("BootOrder"))
+                << position << " in an order of " << before.size();
+        }
+    }
+}
+
+TEST_F(Order, insert_moves_an_option)
+{
+    output({"order", "insert", "Boot0003", "0"});
+    EXPECT_THAT(order(), ElementsAre(3, 1, 2));
+    output({"order", "insert", "Boot0003", "-2"});
+    EXPECT_THAT(order(), ElementsAre(1, 2, 3));
+}
+
+TEST_F(Order, insert_refuses_an_option_that_does_not_exist_unless_forced)
+{
+    EXPECT_THAT(failure({"order", "insert", "Boot001F"}), HasSubstr("ovra: no such option: Boot001F\n"));
+    output({"order", "insert", "Boot001F", "0", "--force"});
+    EXPECT_THAT(order(), ElementsAre(0x1f, 1, 2, 3));
+}
+
+TEST_F(Order, remove_takes_an_option_out_and_keeps_it)
+{
+    EXPECT_EQ(output({"order", "remove", "Boot0002"}), "wrote BootOrder: Boot0001 Boot0003\n");
+    EXPECT_THAT(order(), ElementsAre(1, 3));
+    EXPECT_NE(get("Boot0002"), "(none)");
+}
+
+TEST_F(Order, remove_takes_out_an_option_that_does_not_exist)
+{
+    put_order({0x1f, 1, 0x1f});
+    output({"order", "remove", "Boot001F"});
+    EXPECT_THAT(order(), ElementsAre(1));
+}
+
+TEST_F(Order, remove_of_the_only_entry_deletes_the_order)
+{
+    put_order({1});
+    EXPECT_EQ(output({"order", "remove", "Boot0001"}), "deleted BootOrder\n");
+    EXPECT_EQ(get("BootOrder"), "(none)");
+}
+
+TEST_F(Order, remove_refuses_an_option_that_is_not_in_it)
+{
+    EXPECT_EQ(failure({"order", "remove", "Boot0007"}), "ovra: Boot0007 is not in BootOrder\n"
+                                                        "  'ovra order' shows what is.\n");
+}
+
+TEST_F(Order, set_writes_the_whole_order)
+{
+    EXPECT_EQ(output({"order", "set", "Boot0007,boot3,0"}), "wrote BootOrder: Boot0007 Boot0003 Boot0000\n");
+    EXPECT_THAT(order(), ElementsAre(7, 3, 0));
+    output({"order", "set", "Boot0000", "Boot0001,Boot0002"});
+    EXPECT_THAT(order(), ElementsAre(0, 1, 2));
+}
+
+TEST_F(Order, set_makes_an_order_with_the_attributes_of_boot_variables)
+{
+    std::filesystem::remove(file("BootOrder"));
+    output({"order", "set", "Boot0001"});
+    EXPECT_EQ(parsed({"vars", "BootOrder"})["variables"][0]["attributes"],
+              json({"non-volatile", "boot-service", "run-time"}));
+}
+
+TEST_F(Order, set_refuses_options_that_do_not_exist_unless_forced)
+{
+    EXPECT_THAT(failure({"order", "set", "Boot0001,Boot001F"}),
+                HasSubstr("ovra: no such option: Boot001F\n"));
+    output({"order", "set", "Boot0001,Boot001F", "--force"});
+    EXPECT_THAT(order(), ElementsAre(1, 0x1f));
+}
+
+TEST_F(Order, set_refuses_an_option_named_twice)
+{
+    const outcome result = run({"order", "set", "Boot0001,Boot0002,boot1", "--force"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.err, HasSubstr("ovra: Boot0001 is named twice\n"));
+    EXPECT_THAT(order(), ElementsAre(1, 2, 3));
+}
+
+TEST_F(Order, set_refuses_empty_names)
+{
+    for (const char *list : {"", ",", "Boot0001,", ",Boot0001", "Boot0001,,Boot0002"})
+        EXPECT_EQ(run({"order", "set", list}).status, 2) << list;
+    EXPECT_THAT(order(), ElementsAre(1, 2, 3));
+}
+
+TEST_F(Order, dry_run_changes_nothing)
+{
+    const auto before = snapshot();
+    EXPECT_EQ(output({"order", "set", "Boot0000", "--dry-run"}),
+              "would write BootOrder: Boot0000\n    0000\n");
+    EXPECT_EQ(output({"order", "remove", "Boot0003", "--dry-run"}),
+              "would write BootOrder: Boot0001 Boot0002\n    01000200\n");
+    EXPECT_EQ(snapshot(), before);
+}
+
+TEST_F(Order, says_why_a_write_failed)
+{
+    put("BootOrder", std::string("\x01\0", 2), 3);
+    EXPECT_THAT(failure({"order", "set", "Boot0002"}),
+                HasSubstr("ovra: cannot write BootOrder: EFI_INVALID_PARAMETER\n"));
+}
+
+} // namespace tool_test

@@ -1,0 +1,95 @@
+#include "tests/tool/support.h"
+
+namespace tool_test {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+class Remove : public Machine {};
+
+TEST_F(Remove, deletes_the_option_and_its_place_in_the_order)
+{
+    EXPECT_EQ(output({"remove", "Boot0003"}),
+              "deleted Boot0003\n"
+              "wrote BootOrder: Boot0000 Boot0001 Boot0002 Boot0004 Boot0005 Boot0006 Boot0007\n");
+    EXPECT_EQ(get("Boot0003"), "(none)");
+    EXPECT_THAT(order(), ElementsAre(0, 1, 2, 4, 5, 6, 7));
+}
+
+TEST_F(Remove, takes_several_options)
+{
+    put_order({7, 6, 7, 0});
+    output({"remove", "Boot0007", "boot6", "Boot0007"});
+    EXPECT_EQ(get("Boot0006"), "(none)");
+    EXPECT_EQ(get("Boot0007"), "(none)");
+    EXPECT_THAT(order(), ElementsAre(0));
+}
+
+TEST_F(Remove, of_the_last_ordered_option_deletes_the_order)
+{
+    put_order({3});
+    EXPECT_EQ(output({"remove", "Boot0003"}), "deleted Boot0003\ndeleted BootOrder\n");
+    EXPECT_EQ(get("BootOrder"), "(none)");
+}
+
+TEST_F(Remove, leaves_an_order_alone_that_does_not_name_the_option)
+{
+    put_order({1});
+    EXPECT_EQ(output({"remove", "Boot0003"}), "deleted Boot0003\n");
+    EXPECT_THAT(order(), ElementsAre(1));
+}
+
+TEST_F(Remove, works_on_a_damaged_option)
+{
+    put("Boot0003", "1");
+    output({"remove", "Boot0003"});
+    EXPECT_EQ(get("Boot0003"), "(none)");
+}
+
+TEST_F(Remove, works_without_an_order)
+{
+    std::filesystem::remove(file("BootOrder"));
+    output({"remove", "Boot0003"});
+    EXPECT_EQ(get("BootOrder"), "(none)");
+}
+
+TEST_F(Remove, removes_nothing_when_one_of_the_options_does_not_exist)
+{
+    EXPECT_EQ(failure({"remove", "Boot0003", "Boot001F"}), "ovra: no such option: Boot001F\n"
+                                                           "  'ovra list' shows the options.\n");
+}
+
+TEST_F(Remove, points_out_that_boot_next_names_the_option)
+{
+    put("BootNext", std::string("\x03\0", 2));
+    EXPECT_THAT(output({"remove", "Boot0003"}), HasSubstr("BootNext still names Boot0003"));
+}
+
+TEST_F(Remove, says_what_stands_when_the_order_cannot_be_written)
+{
+    put("BootOrder", std::string("\x03\0\x01\0", 4), 3);
+    const outcome result = run({"remove", "Boot0003"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "ovra: Boot0003 is removed, but BootOrder still names it\n"
+                          "  'ovra order remove Boot0003' takes it out.\n"
+                          "    unable to set BootOrder\n");
+    EXPECT_EQ(get("Boot0003"), "(none)");
+    EXPECT_THAT(order(), ElementsAre(3, 1));
+}
+
+TEST_F(Remove, dry_run_changes_nothing)
+{
+    const auto before = snapshot();
+    EXPECT_EQ(output({"remove", "Boot0003", "Boot0002", "--dry-run"}),
+              "would delete Boot0003\n"
+              "would write BootOrder: Boot0000 Boot0001 Boot0002 Boot0004 Boot0005 Boot0006 Boot0007\n"
+              "    0000010002000400050006000700\n"
+              "would delete Boot0002\n"
+              "would write BootOrder: Boot0000 Boot0001 Boot0004 Boot0005 Boot0006 Boot0007\n"
+              "    000001000400050006000700\n");
+    EXPECT_EQ(parsed({"remove", "Boot0003", "--dry-run"})["changes"][0],
+              json({{"action", "delete"}, {"variable", "Boot0003"}}));
+    EXPECT_EQ(snapshot(), before);
+}
+
+} // namespace tool_test

@@ -1,0 +1,113 @@
+#include "tests/tool/support.h"
+
+namespace tool_test {
+
+using ::testing::HasSubstr;
+
+class Show : public Machine {};
+
+TEST_F(Show, prints_every_field)
+{
+    EXPECT_EQ(output({"show", "Boot0005"}), "Option         Boot0005\n"
+                                            "Description    UEFI QEMU HARDDISK QM00001\n"
+                                            "Attributes     0x00000001 (active)\n"
+                                            "Position       5\n"
+                                            "Path           02010c00d041030a000000000101060002"
+                                            "1f03120a000000ffff00007fff0400 (32 bytes)\n"
+                                            "Optional data  4eac0881119f594d850ee21a522c59b2 (16 bytes)\n");
+}
+
+TEST_F(Show, json_has_every_field)
+{
+    put_order({});
+    EXPECT_EQ(parsed({"show", "Boot0007"}),
+              json({{"option", "Boot0007"},
+                    {"position", nullptr},
+                    {"description", "EFI Internal Shell"},
+                    {"active", true},
+                    {"attributes", 1},
+                    {"path", "04071400c9bdb87cebf8344faaea3ee4af6516a10406140083a5047c3e9e1c4f"
+                             "ad65e05268d0b4d17fff0400"},
+                    {"optional_data", ""},
+                    {"optional_data_text", nullptr}}));
+}
+
+TEST_F(Show, takes_short_and_lower_case_names)
+{
+    for (const char *name : {"Boot0007", "boot0007", "BOOT7", "0007", "7"})
+        EXPECT_EQ(parsed({"show", name})["option"], "Boot0007") << name;
+}
+
+TEST_F(Show, says_when_an_option_is_not_in_the_order)
+{
+    put_order({0});
+    const std::string text = output({"show", "Boot0007"});
+    EXPECT_THAT(text, HasSubstr("Position       not in BootOrder\n"));
+    EXPECT_THAT(text, HasSubstr("Optional data  none\n"));
+}
+
+TEST_F(Show, refuses_an_option_that_does_not_exist)
+{
+    EXPECT_EQ(failure({"show", "Boot001F"}), "ovra: no such option: Boot001F\n"
+                                             "  'ovra list' shows the options.\n");
+}
+
+TEST_F(Show, prints_the_librarys_message_about_a_damaged_option)
+{
+    put("Boot0003", "12345");
+    EXPECT_EQ(failure({"show", "Boot0003"}),
+              "ovra: cannot read Boot0003\n"
+              "  It is damaged, or is no load option that the library can read.\n"
+              "  'ovra vars -v Boot0003' shows its bytes.\n"
+              "    unable to read load option for Boot0003: 0\n");
+}
+
+TEST_F(Show, refuses_a_description_of_128_characters)
+{
+    put("Boot0003", load_option(1, std::string(127, 'x'), from_hex("7fff0400")));
+    EXPECT_EQ(parsed({"show", "Boot0003"})["description"], std::string(127, 'x'));
+    put("Boot0003", load_option(1, std::string(128, 'x'), from_hex("7fff0400")));
+    EXPECT_THAT(failure({"show", "Boot0003"}), HasSubstr("    invalid description length 258\n"));
+}
+
+struct optional_data_case {
+    const char *name;
+    std::string data;
+    json text; // null: shown as digits
+};
+
+class OptionalData : public Machine, public ::testing::WithParamInterface<optional_data_case> {};
+
+TEST_P(OptionalData, is_shown_as)
+{
+    put("Boot0000", load_option(1, "x", from_hex("7fff0400"), GetParam().data));
+    const json shown = parsed({"show", "Boot0000"});
+    EXPECT_EQ(shown["optional_data_text"], GetParam().text);
+    EXPECT_EQ(from_hex(shown["optional_data"].get<std::string>()), GetParam().data);
+    if (GetParam().text.is_string()) {
+        EXPECT_THAT(output({"show", "Boot0000"}),
+                    HasSubstr("Optional data  \"" + GetParam().text.get<std::string>()));
+    }
+}
+
+const std::string nul(1, '\0');
+
+INSTANTIATE_TEST_SUITE_P(
+    Show, OptionalData,
+    ::testing::Values(
+        optional_data_case{"text_when_ascii", "quiet splash", "quiet splash"},
+        optional_data_case{"text_when_ascii_is_terminated", "quiet" + nul, "quiet"},
+        optional_data_case{"text_when_ucs2", ucs2("root=/dev/sda1") + nul + nul, "root=/dev/sda1"},
+        optional_data_case{"text_when_ucs2_is_not_terminated", ucs2("quiet"), "quiet"},
+        optional_data_case{"text_when_terminated_ucs2_is_no_ascii", std::string("\xcb\x7a\0\0", 4), "\u7acb"},
+        optional_data_case{"digits_when_other_ucs2_is_not_terminated", std::string("\xcb\x7a\x2f\x67", 4),
+                           nullptr},
+        optional_data_case{"digits_when_text_has_data_behind_it", "WINDOWS" + nul + "\x01" + nul, nullptr},
+        optional_data_case{"digits_when_only_zeros", nul + nul, nullptr},
+        optional_data_case{"digits_when_one_zero", nul, nullptr},
+        optional_data_case{"digits_when_it_has_an_escape", ucs2("a\x1b[m") + nul + nul, nullptr},
+        optional_data_case{"digits_when_it_has_half_a_character", std::string("\x00\xd8\0\0", 4), nullptr},
+        optional_data_case{"digits_when_odd", "\xff" + nul + nul, nullptr}),
+    [](const auto &test) { return test.param.name; });
+
+} // namespace tool_test

@@ -1,0 +1,289 @@
+#include "tests/tool/support.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace tool_test {
+
+namespace fs = std::filesystem;
+
+const std::string sample_path_hex =
+    "04012a00010000000008000000000000006000000000000011223344556677889900aabbccddeeff"
+    "0202"
+    "04040e005c004500460049000000"
+    "7fff0400";
+
+namespace {
+
+constexpr const char *global_guid = "8be4df61-93ca-11d2-aa0d-00e098032b8c";
+constexpr uid_t nobody = 65534;
+
+[[noreturn]] void give_up(const char *what)
+{
+    perror(what);
+    abort();
+}
+
+struct pipe_ends {
+    int read = -1;
+    int write = -1;
+};
+
+pipe_ends new_pipe()
+{
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        give_up("pipe2");
+    return {ends[0], ends[1]};
+}
+
+// The two sides of a terminal.
+pipe_ends new_terminal()
+{
+    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (master == -1 || grantpt(master) != 0 || unlockpt(master) != 0)
+        give_up("posix_openpt");
+    const int slave = open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (slave == -1)
+        give_up("open a terminal");
+    return {slave, master};
+}
+
+void write_all(int fd, const std::string &text)
+{
+    if (!text.empty() && write(fd, text.data(), text.size()) != static_cast<ssize_t>(text.size()))
+        give_up("write");
+}
+
+// Reads both to their ends.
+void drain(int out, std::string *out_text, int err, std::string *err_text)
+{
+    pollfd ends[] = {{out, POLLIN, 0}, {err, POLLIN, 0}};
+    std::string *texts[] = {out_text, err_text};
+    while (ends[0].fd != -1 || ends[1].fd != -1) {
+        if (poll(ends, 2, -1) == -1)
+            give_up("poll");
+        for (size_t at = 0; at < 2; ++at) {
+            if (ends[at].fd == -1 || ends[at].revents == 0)
+                continue;
+            char part[4096];
+            const ssize_t size = read(ends[at].fd, part, sizeof part);
+            if (size > 0) {
+                texts[at]->append(part, static_cast<size_t>(size));
+            } else {
+                close(ends[at].fd);
+                ends[at].fd = -1;
+            }
+        }
+    }
+}
+
+std::string read_file(const fs::path &path)
+{
+    std::ifstream stream(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+} // namespace
+
+outcome run_command(const words &arguments, const surroundings &around)
+{
+    pipe_ends in = around.terminal_in.empty() ? new_pipe() : new_terminal();
+    const pipe_ends out = new_pipe();
+    const pipe_ends err = new_pipe();
+    int out_fd = out.write;
+    if (!around.out_file.empty())
+        out_fd = open(around.out_file.c_str(), O_WRONLY | O_CLOEXEC);
+    if (around.broken_pipe) {
+        const pipe_ends broken = new_pipe();
+        close(broken.read);
+        out_fd = broken.write;
+    }
+
+    words command = {OVRA_TOOL};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    // A finding of a sanitizer must not look like a failure that a test expects.
+    words environment = {"PATH=/usr/bin:/bin", "ASAN_OPTIONS=exitcode=99", "UBSAN_OPTIONS=exitcode=99"};
+    for (const auto &[name, value] : around.environment)
+        environment.push_back(name + '=' + value);
+    const auto pointers = [](words &texts) {
+        std::vector<char *> all;
+        for (std::string &text : texts)
+            all.push_back(text.data());
+        all.push_back(nullptr);
+        return all;
+    };
+    const std::vector<char *> argv = pointers(command);
+    const std::vector<char *> envp = pointers(environment);
+
+    const pid_t child = fork();
+    if (child == -1)
+        give_up("fork");
+    if (child == 0) {
+        dup2(in.read, STDIN_FILENO);
+        dup2(out_fd, STDOUT_FILENO);
+        dup2(err.write, STDERR_FILENO);
+        if (around.out_closed)
+            close(STDOUT_FILENO);
+        if (around.as_nobody && (setgid(nobody) != 0 || setuid(nobody) != 0))
+            _exit(98);
+        execve(argv[0], argv.data(), envp.data());
+        _exit(97);
+    }
+    close(out.write);
+    close(err.write);
+    if (out_fd != out.write)
+        close(out_fd);
+    close(in.read);
+    write_all(in.write, around.in + around.terminal_in);
+    outcome result;
+    if (around.terminal_in.empty())
+        close(in.write);
+    drain(out.read, &result.out, err.read, &result.err);
+    if (!around.terminal_in.empty())
+        close(in.write);
+    int status = 0;
+    if (waitpid(child, &status, 0) != child)
+        give_up("waitpid");
+    if (WIFEXITED(status))
+        result.status = WEXITSTATUS(status);
+    return result;
+}
+
+Machine::Machine()
+{
+    std::string name = fs::temp_directory_path() / "ovra-tool-XXXXXX";
+    if (!mkdtemp(name.data()))
+        give_up("mkdtemp");
+    folder = name;
+    fs::permissions(folder, fs::perms(0755));
+    root = folder / "machine";
+    variables = root / "sys/firmware/efi/efivars";
+    fs::create_directory(root);
+    const std::string unpack =
+        "tar -xzf '" OVRA_TEST_DATA "/machines/q35.tar.gz' -C '" + root.string() + "' ./sys/firmware";
+    if (system(unpack.c_str()) != 0)
+        give_up("tar");
+}
+
+Machine::~Machine()
+{
+    std::error_code ignored;
+    fs::permissions(variables, fs::perms(0755), ignored);
+    fs::remove_all(folder, ignored);
+}
+
+outcome Machine::run(words arguments, const surroundings &around) const
+{
+    arguments.insert(arguments.begin(), {"--root", root});
+    return run_command(arguments, around);
+}
+
+std::string Machine::output(const words &arguments) const
+{
+    const outcome result = run(arguments);
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.err, "");
+    return result.out;
+}
+
+json Machine::parsed(words arguments) const
+{
+    arguments.emplace_back("--json");
+    const std::string text = output(arguments);
+    json document = json::parse(text, nullptr, false);
+    EXPECT_FALSE(document.is_discarded()) << text;
+    return document;
+}
+
+std::string Machine::failure(const words &arguments) const
+{
+    const auto before = snapshot();
+    const outcome result = run(arguments);
+    EXPECT_EQ(result.status, 1) << result.out << result.err;
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(snapshot(), before);
+    return result.err;
+}
+
+fs::path Machine::file(const std::string &variable) const
+{
+    return variables / (variable + '-' + global_guid);
+}
+
+void Machine::put(const std::string &variable, std::string_view data, uint32_t attributes) const
+{
+    std::ofstream stream(file(variable), std::ios::binary | std::ios::trunc);
+    stream.write(reinterpret_cast<const char *>(&attributes), sizeof attributes);
+    stream << data;
+    ASSERT_TRUE(stream.flush().good());
+}
+
+std::string Machine::get(const std::string &variable) const
+{
+    if (!fs::exists(file(variable)))
+        return "(none)";
+    return read_file(file(variable)).substr(4);
+}
+
+void Machine::put_order(const std::vector<uint16_t> &order) const
+{
+    put("BootOrder", {reinterpret_cast<const char *>(order.data()), order.size() * 2});
+}
+
+std::vector<uint16_t> Machine::order() const
+{
+    const std::string data = get("BootOrder");
+    std::vector<uint16_t> numbers(data == "(none)" ? 0 : data.size() / 2);
+    if (!numbers.empty())
+        memcpy(numbers.data(), data.data(), numbers.size() * 2);
+    return numbers;
+}
+
+std::map<std::string, std::string> Machine::snapshot() const
+{
+    std::map<std::string, std::string> files;
+    for (const auto &entry : fs::recursive_directory_iterator(root)) {
+        const std::string name = fs::relative(entry.path(), root);
+        files[name] = entry.is_regular_file() ? read_file(entry.path()) : "";
+    }
+    return files;
+}
+
+std::string load_option(uint32_t attributes, std::string_view description, std::string_view path,
+                        std::string_view optional_data)
+{
+    const auto path_size = static_cast<uint16_t>(path.size());
+    std::string data(reinterpret_cast<const char *>(&attributes), sizeof attributes);
+    data.append(reinterpret_cast<const char *>(&path_size), sizeof path_size);
+    data += ucs2(description);
+    data.append(2, '\0');
+    data += path;
+    data += optional_data;
+    return data;
+}
+
+std::string ucs2(std::string_view ascii)
+{
+    std::string units;
+    for (const char c : ascii) {
+        units += c;
+        units += '\0';
+    }
+    return units;
+}
+
+std::string from_hex(std::string_view digits)
+{
+    std::string data;
+    for (size_t at = 0; at + 1 < digits.size(); at += 2)
+        data += static_cast<char>(std::stoi(std::string(digits.substr(at, 2)), nullptr, 16));
+    return data;
+}
+
+} // namespace tool_test

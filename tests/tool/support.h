@@ -1,0 +1,82 @@
+// Runs the built command on a machine in a temporary folder.
+#ifndef TESTS_TOOL_SUPPORT_H
+#define TESTS_TOOL_SUPPORT_H
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+namespace tool_test {
+
+using json = nlohmann::json;
+using words = std::vector<std::string>;
+
+struct outcome {
+    int status = -1; // exit status; -1 when it was ended by a signal
+    std::string out;
+    std::string err;
+};
+
+struct surroundings {
+    std::map<std::string, std::string> environment; // beside PATH
+    std::string in;                                 // standard input: text, from a pipe
+    std::string terminal_in;                        // standard input: typed at a terminal
+    std::string out_file;                           // standard output, such as /dev/full
+    bool out_closed = false;                        // no standard output at all
+    bool broken_pipe = false;                       // standard output is a pipe that nobody reads
+    bool as_nobody = false;                         // as a user without rights; for root only
+};
+
+outcome run_command(const words &arguments, const surroundings &around = {});
+
+// A machine in a folder of its own, the captured PC unless a test makes it something else.
+class Machine : public ::testing::Test {
+protected:
+    Machine();
+    ~Machine() override;
+
+    // Runs "ovra --root <machine> ...".
+    outcome run(words arguments, const surroundings &around = {}) const;
+    // The same, which must succeed and say nothing on standard error; its output.
+    std::string output(const words &arguments) const;
+    json parsed(words arguments) const; // with --json
+    // The same, which must fail with exit status 1; what it says on standard error, the machine untouched.
+    std::string failure(const words &arguments) const;
+
+    // Variables of the global vendor, as files hold them.
+    std::filesystem::path file(const std::string &variable) const;
+    void put(const std::string &variable, std::string_view data, uint32_t attributes = 7) const;
+    std::string get(const std::string &variable) const; // without attributes; "(none)" if there is none
+    void put_order(const std::vector<uint16_t> &order) const;
+    std::vector<uint16_t> order() const;
+
+    // Every file below the machine's folder with its contents.
+    std::map<std::string, std::string> snapshot() const;
+
+    std::filesystem::path folder; // holds the machine and what else a test needs
+    std::filesystem::path root;   // the machine
+    std::filesystem::path variables;
+};
+
+// The data of a load option; the description is ASCII.
+std::string load_option(uint32_t attributes, std::string_view description, std::string_view path,
+                        std::string_view optional_data = {});
+
+// "a" as the bytes 61 00: text as UCS-2 without a terminator.
+std::string ucs2(std::string_view ascii);
+
+std::string from_hex(std::string_view digits);
+
+// A partition and a file on it, END: a well-formed path.
+extern const std::string sample_path_hex;
+
+} // namespace tool_test
+
+#endif

@@ -1,0 +1,123 @@
+#include "tests/tool/support.h"
+
+namespace tool_test {
+
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+class Usage : public Machine {};
+
+TEST_F(Usage, wrong_command_lines_end_with_status_2_and_change_nothing)
+{
+    const words cases[] = {
+        {},
+        {"nonsense"},
+        {"list", "extra"},
+        {"list", "--nonsense"},
+        {"list", "list"},
+        {"show"},
+        {"show", "Boot0000", "Boot0001"},
+        {"show", "BootOrder"},
+        {"show", "Boot"},
+        {"show", "Boot12345"},
+        {"show", "Boot00G0"},
+        {"show", "0x1"},
+        {"show", "+1"},
+        {"show", "-1"},
+        {"show", ""},
+        {"create"},
+        {"create", "--desc", "x"},
+        {"create", "--path-hex", "7fff0400"},
+        {"create", "--desc", "x", "--path-hex", "7fff040"},
+        {"create", "--desc", "x", "--path-hex", "7fff04zz"},
+        {"create", "--desc", "x", "--path-hex", "0x7fff0400"},
+        {"create", "--desc", "x", "--path-hex", "7fff0400", "--position", "first"},
+        {"create", "--desc", "x", "--path-hex", "7fff0400", "--position", "1x"},
+        {"create", "--desc", "x", "--path-hex", "7fff0400", "--position", "99999999999"},
+        {"create", "--desc", "x", "--path-hex", "7fff0400", "--number", "10000"},
+        {"create", "--desc", "x", "--desc", "y", "--path-hex", "7fff0400"},
+        {"create", "--desc", "x", "--path-hex", "7fff0400", "--optdata-text", "a", "--optdata-file", "b"},
+        {"set"},
+        {"set", "Boot0000"},
+        {"set", "Boot0000", "--attr", ""},
+        {"set", "Boot0000", "--attr", "-1"},
+        {"set", "Boot0000", "--attr", "0x"},
+        {"set", "Boot0000", "--attr", "0x100000000"},
+        {"set", "Boot0000", "--attr", "1 "},
+        {"set", "Boot0000", "--active", "--inactive"},
+        {"set", "Boot0000", "--active", "--attr", "1"},
+        {"set", "Boot0000", "--no-optdata", "--optdata-text", "a"},
+        {"set", "Boot0000", "--no-optdata", "--optdata-file", "a"},
+        {"remove"},
+        {"remove", "x"},
+        {"order", "nonsense"},
+        {"order", "insert"},
+        {"order", "insert", "Boot0000", "x"},
+        {"order", "insert", "Boot0000", "1", "2"},
+        {"order", "remove"},
+        {"order", "remove", "Boot0000", "Boot0001"},
+        {"order", "set"},
+        {"next", "x"},
+        {"next", "Boot0000", "--clear"},
+        {"time", "--set"},
+        {"reset", "now"},
+        {"--root"},
+    };
+    const auto before = snapshot();
+    for (const words &arguments : cases) {
+        const outcome result = run(arguments);
+        const std::string line = ::testing::PrintToString(arguments);
+        EXPECT_EQ(result.status, 2) << line << result.out << result.err;
+        EXPECT_EQ(result.out, "") << line;
+        EXPECT_THAT(result.err, StartsWith("ovra: ")) << line;
+        EXPECT_THAT(result.err,
+                    HasSubstr("\n  'ovra --help' and 'ovra VERB --help' show what can be given.\n"))
+            << line;
+    }
+    EXPECT_EQ(snapshot(), before);
+}
+
+TEST_F(Usage, says_what_is_wrong)
+{
+    EXPECT_THAT(
+        run({"show", "BootOrder"}).err,
+        StartsWith(
+            "ovra: \"BootOrder\" is no boot option: they are named Boot and four hexadecimal digits, as "
+            "Boot001F\n"));
+    EXPECT_THAT(run({"set", "Boot0000"}).err, StartsWith("ovra: set: nothing to change is given\n"));
+}
+
+TEST_F(Usage, help_names_every_verb)
+{
+    const outcome help = run_command({"--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_EQ(help.err, "");
+    for (const char *verb :
+         {"list", "show", "create", "set", "remove", "order", "next", "current", "vars", "time", "reset"}) {
+        EXPECT_THAT(help.out, HasSubstr(std::string("\n  ") + verb + ' '));
+        const outcome verb_help = run_command({verb, "--help"});
+        EXPECT_EQ(verb_help.status, 0) << verb;
+        EXPECT_THAT(verb_help.out, HasSubstr("Usage: ovra " + std::string(verb)));
+    }
+}
+
+TEST_F(Usage, help_of_create_says_where_the_option_goes)
+{
+    EXPECT_THAT(run_command({"create", "--help"}).out, HasSubstr("0 is first, -1 (which is also the"));
+}
+
+TEST_F(Usage, version_is_printed)
+{
+    const outcome version = run_command({"--version"});
+    EXPECT_EQ(version.status, 0);
+    EXPECT_THAT(version.out, StartsWith("ovra "));
+}
+
+TEST_F(Usage, global_options_may_stand_before_and_behind_the_verb)
+{
+    EXPECT_EQ(run_command({"--root", root, "--json", "next"}).out,
+              run_command({"next", "--json", "--root", root}).out);
+    EXPECT_EQ(run_command({"--root=" + root.string(), "next", "--json"}).status, 0);
+}
+
+} // namespace tool_test

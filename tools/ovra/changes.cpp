@@ -1,0 +1,89 @@
+#include "tools/ovra/changes.h"
+
+#include "tools/ovra/failure.h"
+
+namespace tool {
+
+change writes(const std::string &variable, byte_view data, const std::string &meaning, json fields)
+{
+    json all = {{"variable", variable}, {"data", hex(data)}};
+    if (!fields.is_null())
+        all.update(fields);
+    return {"write", "wrote", variable + ": " + meaning, std::move(all), hex(data)};
+}
+
+change deletes(const std::string &variable)
+{
+    return {"delete", "deleted", variable, {{"variable", variable}}, {}};
+}
+
+change writes_order(const std::vector<uint16_t> &order)
+{
+    if (order.empty())
+        return deletes("BootOrder");
+    std::vector<std::string> names;
+    for (const uint16_t number : order)
+        names.push_back(option_name(number));
+    return writes("BootOrder", stored(order), join(names, " "), {{"order", names}});
+}
+
+change writes_option(uint16_t number, const load_option &option)
+{
+    std::string meaning = in_quotes(option.description) + ", " + attribute_text(option.attributes);
+    if (!option.optional_data.empty())
+        meaning += ", optional data " + optional_data_text(option.optional_data);
+    return writes(option_name(number), as_stored(option), meaning, as_json(option));
+}
+
+void changes::make(change change, const std::function<void()> &apply)
+{
+    if (!dry_run) {
+        try {
+            apply();
+        } catch (failure &reason) {
+            for (const auto &earlier : made) {
+                if (!reason.advice.empty())
+                    reason.advice += '\n';
+                reason.advice += "Done before that, and it stands: " + earlier.past + ' ' + earlier.what;
+            }
+            throw;
+        }
+    }
+    made.push_back(std::move(change));
+}
+
+void changes::remark(const std::string &text, const std::string &key, json value)
+{
+    remarks += text + '\n';
+    members[key] = std::move(value);
+}
+
+void changes::report() const
+{
+    json list = json::array();
+    std::string text;
+    for (const change &change : made) {
+        json entry = {{"action", change.action}};
+        entry.update(change.fields);
+        list.push_back(std::move(entry));
+        text += (dry_run ? "would " + change.action : change.past) + ' ' + change.what + '\n';
+        if (dry_run && !change.data.empty())
+            text += "    " + change.data + '\n';
+    }
+    if (made.empty())
+        text += "nothing to change\n";
+    json document = {{"dry_run", dry_run}, {"changes", std::move(list)}};
+    document.update(members);
+    try {
+        if (as_json)
+            print_json(document);
+        else
+            print(text + remarks);
+    } catch (failure &reason) {
+        if (!dry_run && !made.empty())
+            reason.advice = "The changes were made.";
+        throw;
+    }
+}
+
+} // namespace tool

@@ -1,0 +1,55 @@
+#include "tools/ovra/bootorder.h"
+#include "tools/ovra/changes.h"
+#include "tools/ovra/failure.h"
+#include "tools/ovra/fields.h"
+#include "tools/ovra/verbs.h"
+
+namespace tool {
+
+namespace {
+
+void check_path(const bytes &path, bool force)
+{
+    const auto error = path_error(path);
+    if (error && (path.size() > UINT16_MAX || !force))
+        throw failure("--path-hex is no packed device path: " + *error,
+                      path.size() > UINT16_MAX ? "" : "--force stores it all the same.");
+}
+
+uint16_t number_for(firmware &machine, const arguments &args)
+{
+    if (!args.number)
+        return machine.unused_option();
+    if (!args.force && machine.option_exists(*args.number))
+        throw failure(option_name(*args.number) + " exists",
+                      "Without --number the lowest free number is taken; --force overwrites the option.");
+    return *args.number;
+}
+
+} // namespace
+
+void run_create(firmware &machine, const arguments &args)
+{
+    check_path(*args.path, args.force);
+    load_option option;
+    option.description = *args.description;
+    option.path = *args.path;
+    option.optional_data = given_optional_data(args).value_or(bytes{});
+    check_size(option);
+    const uint16_t number = number_for(machine, args);
+    const std::vector<uint16_t> order = with_inserted(machine.order(), number, args.position);
+
+    changes changes(args);
+    changes.make(writes_option(number, option), [&] { machine.write_option(number, option); });
+    try {
+        changes.make(writes_order(order), [&] { machine.insert_into_order(number, args.position); });
+    } catch (failure &reason) {
+        reason.advice += "\nBootOrder is as it was. 'ovra order insert " + option_name(number) +
+                         "' puts the option into it, 'ovra remove " + option_name(number) +
+                         "' takes it back.";
+        throw;
+    }
+    changes.report();
+}
+
+} // namespace tool

@@ -1,0 +1,28 @@
+// How a verb ends early: an exception that main() turns into the messages and the exit status.
+#ifndef OVRA_TOOLS_FAILURE_H
+#define OVRA_TOOLS_FAILURE_H
+
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace tool {
+
+// What was asked for could not be done: exit status 1.
+struct failure : std::runtime_error {
+    explicit failure(const std::string &what, std::string what_to_do = {}, std::string from_library = {})
+        : std::runtime_error(what), advice(std::move(what_to_do)), messages(std::move(from_library))
+    {}
+
+    std::string advice;   // what to do about it; lines
+    std::string messages; // what libovra wrote meanwhile; lines
+};
+
+// The command line is wrong: exit status 2.
+struct usage_error : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+} // namespace tool
+
+#endif

@@ -1,0 +1,146 @@
+#include "tools/ovra/failure.h"
+#include "tools/ovra/named.h"
+#include "tools/ovra/output.h"
+#include "tools/ovra/verbs.h"
+
+namespace tool {
+
+namespace {
+
+struct entry {
+    uint16_t number = 0;
+    std::optional<size_t> position; // in BootOrder
+    bool exists = true;
+    std::string error; // why it could not be read
+    load_option option;
+};
+
+struct listing {
+    std::optional<uint16_t> current;
+    std::optional<uint16_t> next;
+    std::vector<uint16_t> order;
+    std::vector<entry> entries; // in boot order, then the others
+};
+
+entry read_entry(firmware &machine, uint16_t number)
+{
+    entry read;
+    read.number = number;
+    try {
+        read.option = machine.read_option(number);
+    } catch (const failure &reason) {
+        read.error = reason.messages.substr(0, reason.messages.find('\n'));
+        if (read.error.empty())
+            read.error = reason.what();
+    }
+    return read;
+}
+
+listing read_listing(firmware &machine)
+{
+    listing all;
+    all.current = named_or_none(machine, &firmware::current);
+    all.next = named_or_none(machine, &firmware::next);
+    all.order = machine.order();
+    std::vector<bool> exists(UINT16_MAX + 1);
+    std::vector<bool> listed(UINT16_MAX + 1);
+    const std::vector<uint16_t> options = machine.options();
+    for (const uint16_t number : options)
+        exists[number] = true;
+    for (size_t position = 0; position < all.order.size(); ++position) {
+        const uint16_t number = all.order[position];
+        if (listed[number])
+            continue;
+        listed[number] = true;
+        entry next;
+        next.number = number;
+        next.exists = exists[number];
+        if (next.exists)
+            next = read_entry(machine, number);
+        next.position = position;
+        all.entries.push_back(std::move(next));
+    }
+    for (const uint16_t number : options) {
+        if (!listed[number])
+            all.entries.push_back(read_entry(machine, number));
+    }
+    return all;
+}
+
+std::string notes(const listing &all, const entry &entry)
+{
+    std::vector<std::string> notes;
+    if (all.current == entry.number)
+        notes.emplace_back("current");
+    if (all.next == entry.number)
+        notes.emplace_back("next");
+    return join(notes, ", ");
+}
+
+std::string described(const entry &entry)
+{
+    if (!entry.exists)
+        return "(no such option)";
+    if (!entry.error.empty())
+        return format("(%s)", printable(entry.error).c_str());
+    return printable(entry.option.description);
+}
+
+json to_json(const listing &all)
+{
+    json options = json::array();
+    for (const entry &entry : all.entries) {
+        json fields = {{"option", option_name(entry.number)},
+                       {"position", entry.position ? json(*entry.position) : json(nullptr)},
+                       {"current", all.current == entry.number},
+                       {"next", all.next == entry.number}};
+        if (!entry.exists)
+            fields["error"] = "no such option";
+        else if (!entry.error.empty())
+            fields["error"] = entry.error;
+        else
+            fields.update(as_json(entry.option));
+        options.push_back(std::move(fields));
+    }
+    return {{"current", as_json(all.current)},
+            {"next", as_json(all.next)},
+            {"order", option_names(all.order)},
+            {"options", std::move(options)}};
+}
+
+std::string as_text(const listing &all, bool verbose)
+{
+    if (all.entries.empty())
+        return "no boot options\n";
+    constexpr size_t indent = 10; // to the options' names
+    table rows;
+    rows.row({"Position", "Option", "Active", "Description", ""});
+    for (const entry &entry : all.entries) {
+        const bool readable = entry.exists && entry.error.empty();
+        rows.row({entry.position ? std::to_string(*entry.position) : "-", option_name(entry.number),
+                  !readable               ? "?"
+                  : entry.option.active() ? "*"
+                                          : "",
+                  described(entry), notes(all, entry)});
+        if (!verbose || !readable)
+            continue;
+        rows.below(indent, "attributes     " + attribute_text(entry.option.attributes));
+        rows.below(indent, "path           " + hex(entry.option.path));
+        if (!entry.option.optional_data.empty())
+            rows.below(indent, "optional data  " + optional_data_text(entry.option.optional_data));
+    }
+    return rows.text();
+}
+
+} // namespace
+
+void run_list(firmware &machine, const arguments &args)
+{
+    const listing all = read_listing(machine);
+    if (args.json)
+        print_json(to_json(all));
+    else
+        print(as_text(all, args.verbose));
+}
+
+} // namespace tool

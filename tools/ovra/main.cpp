@@ -1,0 +1,116 @@
+#include <clocale>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <new>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tools/ovra/failure.h"
+#include "tools/ovra/firmware.h"
+#include "tools/ovra/options.h"
+#include "tools/ovra/verbs.h"
+
+namespace {
+
+struct verb {
+    tool::verb_options options;
+    void (*run)(tool::firmware &machine, const tool::arguments &args);
+};
+
+constexpr verb verbs[] = {
+    {{"list", "the boot options, in boot order", tool::list_options}, tool::run_list},
+    {{"show", "one boot option", tool::show_options}, tool::run_show},
+    {{"create", "make a boot option and put it into BootOrder", tool::create_options}, tool::run_create},
+    {{"set", "change fields of a boot option", tool::set_options}, tool::run_set},
+    {{"remove", "remove boot options, also from BootOrder", tool::remove_options}, tool::run_remove},
+    {{"order", "show or change BootOrder", tool::order_options}, tool::run_order},
+    {{"next", "show or set the option to boot once, at the next start", tool::next_options}, tool::run_next},
+    {{"current", "the option that was booted", tool::current_options}, tool::run_current},
+    {{"vars", "the firmware's variables", tool::vars_options}, tool::run_vars},
+    {{"time", "show or set the firmware's clock", tool::time_options}, tool::run_time},
+    {{"reset", "reset the machine", tool::reset_options}, tool::run_reset},
+};
+
+// A file opened later must not become a standard stream that was closed. Writing to a closed standard output
+// still fails.
+void occupy_standard_streams()
+{
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        if (fcntl(fd, F_GETFD) == -1)
+            open("/dev/null", fd == STDERR_FILENO ? O_WRONLY : O_RDONLY);
+    }
+}
+
+// The machine's folder for the platform libraries. Its absolute path.
+std::string enter_root(const std::string &root)
+{
+    struct stat found = {};
+    if (stat(root.c_str(), &found) != 0 || !S_ISDIR(found.st_mode))
+        throw tool::failure("--root: there is no folder " + tool::in_quotes(root));
+    char *absolute = realpath(root.c_str(), nullptr);
+    if (!absolute)
+        throw tool::failure("--root: cannot enter " + tool::in_quotes(root));
+    const std::string folder = absolute;
+    free(absolute);
+    setenv("HWPLAT_ROOT", folder.c_str(), 1);
+    return folder;
+}
+
+int run(int argc, char **argv)
+{
+    std::vector<tool::verb_options> options;
+    for (const verb &verb : verbs)
+        options.push_back(verb.options);
+    tool::arguments args;
+    const auto chosen = tool::read_command_line(argc, argv, options, &args);
+    if (!chosen)
+        return EXIT_SUCCESS;
+    std::string folder;
+    if (args.root)
+        folder = enter_root(*args.root);
+    tool::firmware machine(folder);
+    verbs[*chosen].run(machine, args);
+    return EXIT_SUCCESS;
+}
+
+void complain(const std::string &what)
+{
+    fprintf(stderr, "ovra: %s\n", what.c_str());
+}
+
+void print_indented(const std::string &lines, int spaces)
+{
+    for (size_t begin = 0; begin < lines.size();) {
+        const size_t end = std::min(lines.find('\n', begin), lines.size());
+        fprintf(stderr, "%*s%s\n", spaces, "", tool::printable(lines.substr(begin, end - begin)).c_str());
+        begin = end + 1;
+    }
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    constexpr int usage_status = 2;
+    occupy_standard_streams();
+    signal(SIGPIPE, SIG_IGN);       // a broken pipe is then an error of the write
+    setlocale(LC_CTYPE, "C.UTF-8"); // what variables hold is shown as UTF-8
+    try {
+        return run(argc, argv);
+    } catch (const tool::usage_error &error) {
+        complain(error.what());
+        fputs("  'ovra --help' and 'ovra VERB --help' show what can be given.\n", stderr);
+        return usage_status;
+    } catch (const tool::failure &error) {
+        complain(error.what());
+        print_indented(error.advice, 2);
+        print_indented(error.messages, 4);
+    } catch (const std::bad_alloc &) {
+        complain("out of memory");
+    } catch (const std::exception &error) {
+        complain(error.what());
+    }
+    return EXIT_FAILURE;
+}

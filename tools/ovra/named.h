@@ -1,0 +1,24 @@
+// BootCurrent and BootNext: variables that name an option.
+#ifndef OVRA_TOOLS_NAMED_H
+#define OVRA_TOOLS_NAMED_H
+
+#include "tools/ovra/firmware.h"
+#include "tools/ovra/options.h"
+
+namespace tool {
+
+using named_option = std::optional<uint16_t> (firmware::*)();
+
+// The option that &firmware::current or &firmware::next gives; nothing also when the variable is damaged.
+std::optional<uint16_t> named_or_none(firmware &machine, named_option get);
+
+// An option's description for people, or in parentheses why there is none.
+std::string description_of(firmware &machine, uint16_t number);
+
+// Shows which option a variable names: under `key` in JSON, with its description in text.
+void print_named_option(firmware &machine, const arguments &args, const char *key, named_option get,
+                        const char *when_not_set);
+
+} // namespace tool
+
+#endif

@@ -1,0 +1,29 @@
+#include "tools/ovra/changes.h"
+#include "tools/ovra/named.h"
+#include "tools/ovra/verbs.h"
+
+namespace tool {
+
+void run_next(firmware &machine, const arguments &args)
+{
+    if (args.options.empty() && !args.clear) {
+        print_named_option(machine, args, "next", &firmware::next,
+                           "BootNext is not set: the machine boots by BootOrder");
+        return;
+    }
+    changes changes(args);
+    if (args.clear) {
+        if (machine.read_global("BootNext").status != EFI_NOT_FOUND)
+            changes.make(deletes("BootNext"), [&] { machine.write_global("BootNext", {}); });
+    } else {
+        const uint16_t number = args.options.front();
+        if (!args.force)
+            machine.require_option(number);
+        changes.make(
+            writes("BootNext", stored(args.options), option_name(number), {{"option", option_name(number)}}),
+            [&] { machine.set_next(number); });
+    }
+    changes.report();
+}
+
+} // namespace tool

@@ -1,0 +1,69 @@
+#include <iostream>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tools/ovra/changes.h"
+#include "tools/ovra/failure.h"
+#include "tools/ovra/named.h"
+#include "tools/ovra/verbs.h"
+
+namespace tool {
+
+namespace {
+
+const char *type_word(EFI_RESET_TYPE type)
+{
+    switch (type) {
+    case EFI_RESET_COLD:
+        return "cold";
+    case EFI_RESET_WARM:
+        return "warm";
+    case EFI_RESET_SHUTDOWN:
+        return "shutdown";
+    }
+    return "";
+}
+
+// Whether the machine may be the one that the command runs on. Only a folder of another machine is certain
+// not to be.
+bool may_be_live(const arguments &args)
+{
+    struct stat folder = {};
+    struct stat live = {};
+    return !args.root || stat(args.root->c_str(), &folder) != 0 || stat("/", &live) != 0 ||
+           (folder.st_dev == live.st_dev && folder.st_ino == live.st_ino);
+}
+
+void confirm(const char *type)
+{
+    if (isatty(STDIN_FILENO) == 0)
+        throw failure("not reset: there is no terminal to ask for confirmation",
+                      "--yes resets without asking.");
+    std::cerr << "Reset this machine now (" << type << ")? [y/N] ";
+    std::string answer;
+    std::getline(std::cin, answer);
+    if (answer != "y" && answer != "Y" && answer != "yes")
+        throw failure("not reset");
+}
+
+} // namespace
+
+void run_reset(firmware &machine, const arguments &args)
+{
+    const char *type = type_word(args.reset);
+    if (may_be_live(args) && !args.yes && !args.dry_run)
+        confirm(type);
+    changes changes(args);
+    // A real machine does not come back from this.
+    changes.make({"reset", "reset", std::string("the machine (") + type + ")", {{"type", type}}, {}},
+                 [&] { machine.reset(args.reset); });
+    if (!args.dry_run) {
+        const auto booted = named_or_none(machine, &firmware::current);
+        changes.remark(booted ? "booted " + option_name(*booted) + "  " + description_of(machine, *booted)
+                              : "booted no option",
+                       "booted", as_json(booted));
+    }
+    changes.report();
+}
+
+} // namespace tool

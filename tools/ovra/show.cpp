@@ -1,0 +1,35 @@
+#include <algorithm>
+
+#include "tools/ovra/output.h"
+#include "tools/ovra/verbs.h"
+
+namespace tool {
+
+void run_show(firmware &machine, const arguments &args)
+{
+    const uint16_t number = args.options.front();
+    machine.require_option(number);
+    const load_option option = machine.read_option(number);
+    const std::vector<uint16_t> order = machine.order();
+    const auto found = std::find(order.begin(), order.end(), number);
+    const bool ordered = found != order.end();
+    const auto position = found - order.begin();
+    if (args.json) {
+        json fields = {{"option", option_name(number)},
+                       {"position", ordered ? json(position) : json(nullptr)}};
+        fields.update(as_json(option));
+        print_json(fields);
+        return;
+    }
+    table rows;
+    rows.row({"Option", option_name(number)});
+    rows.row({"Description", printable(option.description)});
+    rows.row({"Attributes", attribute_text(option.attributes)});
+    rows.row({"Position", ordered ? std::to_string(position) : "not in BootOrder"});
+    rows.row({"Path", hex(option.path) + format(" (%zu bytes)", option.path.size())});
+    rows.row(
+        {"Optional data", option.optional_data.empty() ? "none" : optional_data_text(option.optional_data)});
+    print(rows.text());
+}
+
+} // namespace tool

@@ -1,0 +1,306 @@
+#include "tools/ovra/text.h"
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <cstdarg>
+#include <cstdio>
+#include <cwchar>
+#include <cwctype>
+
+namespace tool {
+
+namespace {
+
+constexpr char32_t replacement = 0xfffd;
+
+struct decoded {
+    char32_t character = replacement;
+    size_t size = 1;
+    bool valid = false;
+};
+
+// The character that a non-empty text begins with; one byte when it is no UTF-8.
+decoded first_character(std::string_view text)
+{
+    const auto byte = [text](size_t at) { return static_cast<unsigned char>(text[at]); };
+    const unsigned char lead = byte(0);
+    if (lead < 0x80)
+        return {lead, 1, true};
+    struct form {
+        unsigned char mask, mark;
+        size_t size;
+        char32_t least;
+    };
+    static constexpr form forms[] = {{0xe0, 0xc0, 2, 0x80}, {0xf0, 0xe0, 3, 0x800}, {0xf8, 0xf0, 4, 0x10000}};
+    for (const form &form : forms) {
+        if ((lead & form.mask) != form.mark)
+            continue;
+        if (text.size() < form.size)
+            return {};
+        auto character = static_cast<char32_t>(lead & static_cast<unsigned char>(~form.mask));
+        for (size_t at = 1; at < form.size; ++at) {
+            if ((byte(at) & 0xc0) != 0x80)
+                return {};
+            character = character << 6 | (byte(at) & 0x3fu);
+        }
+        if (character < form.least || character > 0x10ffff || (character >= 0xd800 && character < 0xe000))
+            return {};
+        return {character, form.size, true};
+    }
+    return {};
+}
+
+void append_utf8(std::string *to, char32_t character)
+{
+    const auto put = [to](char32_t byte) { to->push_back(static_cast<char>(byte)); };
+    if (character < 0x80) {
+        put(character);
+    } else if (character < 0x800) {
+        put(0xc0 | character >> 6);
+        put(0x80 | (character & 0x3f));
+    } else if (character < 0x10000) {
+        put(0xe0 | character >> 12);
+        put(0x80 | (character >> 6 & 0x3f));
+        put(0x80 | (character & 0x3f));
+    } else {
+        put(0xf0 | character >> 18);
+        put(0x80 | (character >> 12 & 0x3f));
+        put(0x80 | (character >> 6 & 0x3f));
+        put(0x80 | (character & 0x3f));
+    }
+}
+
+// Characters that change how the text around them is shown.
+bool reorders_text(char32_t character)
+{
+    return character == 0x61c || (character >= 0x200e && character <= 0x200f) ||
+           (character >= 0x2028 && character <= 0x202e) || (character >= 0x2066 && character <= 0x2069);
+}
+
+bool shows(char32_t character)
+{
+    return !reorders_text(character) && std::iswprint(static_cast<wint_t>(character)) != 0;
+}
+
+std::vector<CHAR16> units_of(byte_view data)
+{
+    std::vector<CHAR16> units;
+    for (size_t at = 0; at + 1 < data.size(); at += 2)
+        units.push_back(static_cast<CHAR16>(data[at] | data[at + 1] << 8));
+    return units;
+}
+
+} // namespace
+
+std::optional<std::vector<CHAR16>> to_ucs2(std::string_view utf8)
+{
+    std::vector<CHAR16> units;
+    while (!utf8.empty()) {
+        const decoded next = first_character(utf8);
+        if (!next.valid || next.character == 0 || next.character > 0xffff)
+            return std::nullopt;
+        units.push_back(static_cast<CHAR16>(next.character));
+        utf8.remove_prefix(next.size);
+    }
+    units.push_back(0);
+    return units;
+}
+
+bytes stored(std::span<const CHAR16> text)
+{
+    bytes data;
+    for (const CHAR16 unit : text) {
+        data.push_back(static_cast<uint8_t>(unit));
+        data.push_back(static_cast<uint8_t>(unit >> 8));
+    }
+    return data;
+}
+
+std::string to_utf8(std::span<const CHAR16> text)
+{
+    const auto is_high = [](CHAR16 unit) { return unit >= 0xd800 && unit < 0xdc00; };
+    const auto is_low = [](CHAR16 unit) { return unit >= 0xdc00 && unit < 0xe000; };
+    std::string utf8;
+    for (size_t at = 0; at < text.size() && text[at] != 0; ++at) {
+        char32_t character = text[at];
+        if (is_high(text[at]) && at + 1 < text.size() && is_low(text[at + 1])) {
+            character = 0x10000 + ((character - 0xd800) << 10) + (text[at + 1] - 0xdc00u);
+            ++at;
+        } else if (is_high(text[at]) || is_low(text[at])) {
+            character = replacement;
+        }
+        append_utf8(&utf8, character);
+    }
+    return utf8;
+}
+
+std::optional<std::string> as_text(byte_view data)
+{
+    if (data.empty())
+        return std::nullopt;
+    const byte_view unterminated = data.back() == 0 ? data.first(data.size() - 1) : data;
+    const auto is_ascii = [](uint8_t byte) { return byte >= 0x20 && byte < 0x7f; };
+    if (!unterminated.empty() && std::all_of(unterminated.begin(), unterminated.end(), is_ascii))
+        return std::string(unterminated.begin(), unterminated.end());
+
+    if (data.size() % 2 != 0)
+        return std::nullopt;
+    std::vector<CHAR16> units = units_of(data);
+    const bool terminated = units.back() == 0;
+    if (terminated)
+        units.pop_back();
+    // Nearly any pair of bytes is some character: without a terminator only European letters count as text.
+    const auto is_text = [terminated](CHAR16 unit) {
+        return (terminated || unit < 0x250) && (unit < 0xd800 || unit >= 0xe000) && shows(unit);
+    };
+    if (units.empty() || !std::all_of(units.begin(), units.end(), is_text))
+        return std::nullopt;
+    return to_utf8(units);
+}
+
+std::string printable(std::string_view utf8)
+{
+    std::string shown;
+    while (!utf8.empty()) {
+        const decoded next = first_character(utf8);
+        if (!next.valid)
+            shown += format("\\x%02x", static_cast<unsigned char>(utf8[0]));
+        else if (shows(next.character))
+            shown += utf8.substr(0, next.size);
+        else
+            shown += format("\\u%04x", static_cast<unsigned>(next.character));
+        utf8.remove_prefix(next.size);
+    }
+    return shown;
+}
+
+size_t columns(std::string_view utf8)
+{
+    size_t total = 0;
+    while (!utf8.empty()) {
+        const decoded next = first_character(utf8);
+        const int width = wcwidth(static_cast<wchar_t>(next.character));
+        total += width < 0 ? 1 : static_cast<size_t>(width);
+        utf8.remove_prefix(next.size);
+    }
+    return total;
+}
+
+std::string hex(byte_view data)
+{
+    static constexpr char digits[] = "0123456789abcdef";
+    std::string text;
+    for (const uint8_t byte : data) {
+        text += digits[byte >> 4];
+        text += digits[byte & 15];
+    }
+    return text;
+}
+
+std::optional<bytes> parse_hex(std::string_view text)
+{
+    const auto separates = [](char c) {
+        return c == ':' || std::isspace(static_cast<unsigned char>(c)) != 0;
+    };
+    bytes data;
+    for (size_t at = 0; at < text.size();) {
+        if (separates(text[at])) {
+            ++at;
+            continue;
+        }
+        uint8_t byte = 0;
+        const std::string_view pair = text.substr(at, 2);
+        const auto [end, error] = std::from_chars(pair.data(), pair.data() + pair.size(), byte, 16);
+        if (error != std::errc() || end != pair.data() + 2)
+            return std::nullopt;
+        data.push_back(byte);
+        at += 2;
+    }
+    return data;
+}
+
+std::vector<std::string> hex_dump(byte_view data)
+{
+    constexpr size_t width = 16;
+    std::vector<std::string> rows;
+    for (size_t offset = 0; offset < data.size(); offset += width) {
+        const byte_view row = data.subspan(offset, std::min(width, data.size() - offset));
+        std::string text = format("%04zx ", offset);
+        std::string ascii;
+        for (size_t at = 0; at < width; ++at) {
+            if (at % 8 == 0)
+                text += ' ';
+            text += at < row.size() ? format("%02x ", row[at]) : "   ";
+        }
+        for (const uint8_t byte : row)
+            ascii += byte >= 0x20 && byte < 0x7f ? static_cast<char>(byte) : '.';
+        rows.push_back(text + ' ' + ascii);
+    }
+    return rows;
+}
+
+std::string in_quotes(std::string_view text)
+{
+    return '"' + printable(text) + '"';
+}
+
+std::string join(const std::vector<std::string> &words, std::string_view separator)
+{
+    std::string text;
+    for (const std::string &word : words) {
+        if (&word != &words.front())
+            text += separator;
+        text += word;
+    }
+    return text;
+}
+
+std::string option_name(uint16_t number)
+{
+    return format("Boot%04X", number);
+}
+
+std::optional<uint16_t> parse_option(std::string_view text)
+{
+    const std::string_view prefix = "boot";
+    const auto same = [](char a, char b) { return std::tolower(static_cast<unsigned char>(a)) == b; };
+    if (text.size() > prefix.size() &&
+        std::equal(prefix.begin(), prefix.end(), text.begin(), [same](char b, char a) { return same(a, b); }))
+        text.remove_prefix(prefix.size());
+    uint16_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, 16);
+    if (text.empty() || text.size() > 4 || error != std::errc() || end != text.data() + text.size())
+        return std::nullopt;
+    return number;
+}
+
+std::optional<uint32_t> parse_number(std::string_view text)
+{
+    int base = 10;
+    if (text.starts_with("0x") || text.starts_with("0X")) {
+        text.remove_prefix(2);
+        base = 16;
+    }
+    uint32_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
+    if (text.empty() || error != std::errc() || end != text.data() + text.size())
+        return std::nullopt;
+    return number;
+}
+
+std::string format(const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    va_list again;
+    va_copy(again, args);
+    const int size = vsnprintf(nullptr, 0, format, args);
+    va_end(args);
+    std::string text(size > 0 ? static_cast<size_t>(size) : 0, '\0');
+    vsnprintf(text.data(), text.size() + 1, format, again);
+    va_end(again);
+    return text;
+}
+
+} // namespace tool

@@ -1,0 +1,64 @@
+// Text, numbers and bytes as people type and read them.
+#ifndef OVRA_TOOLS_TEXT_H
+#define OVRA_TOOLS_TEXT_H
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <ovra/uefi.h>
+
+namespace tool {
+
+using bytes = std::vector<uint8_t>;
+using byte_view = std::span<const uint8_t>;
+
+// UTF-8 as null-terminated UCS-2. Nothing when it is no UTF-8, or has a character that UCS-2 has not.
+std::optional<std::vector<CHAR16>> to_ucs2(std::string_view utf8);
+
+// The bytes of UCS-2 text as a variable holds them.
+bytes stored(std::span<const CHAR16> text);
+
+// UCS-2 up to its terminator as UTF-8; what is no character becomes U+FFFD.
+std::string to_utf8(std::span<const CHAR16> text);
+
+// The text that bytes hold, ASCII or UCS-2, when they hold nothing else.
+std::optional<std::string> as_text(byte_view data);
+
+// Text from a variable or the command line for a terminal: control characters and bytes that are no UTF-8 as
+// escapes, so that a variable cannot drive the terminal.
+std::string printable(std::string_view utf8);
+
+// Columns that printable text takes on a terminal.
+size_t columns(std::string_view utf8);
+
+std::string hex(byte_view data);
+
+// Pairs of hexadecimal digits; blanks and colons between pairs do not count.
+std::optional<bytes> parse_hex(std::string_view text);
+
+// Rows of 16 bytes: offset, hexadecimal, ASCII.
+std::vector<std::string> hex_dump(byte_view data);
+
+std::string in_quotes(std::string_view text);
+
+std::string join(const std::vector<std::string> &words, std::string_view separator);
+
+// "Boot001F" of 0x1F.
+std::string option_name(uint16_t number);
+
+// The number of "Boot001F", "boot1f" or "1f".
+std::optional<uint16_t> parse_option(std::string_view text);
+
+// A whole number that fits in 32 bits: "0x" hexadecimal, else decimal.
+std::optional<uint32_t> parse_number(std::string_view text);
+
+// printf into a string.
+[[gnu::format(printf, 1, 2)]] std::string format(const char *format, ...);
+
+} // namespace tool
+
+#endif

@@ -1,0 +1,24 @@
+// What each verb does once the command line is read. Each has a file of its name.
+#ifndef OVRA_TOOLS_VERBS_H
+#define OVRA_TOOLS_VERBS_H
+
+#include "tools/ovra/firmware.h"
+#include "tools/ovra/options.h"
+
+namespace tool {
+
+void run_list(firmware &machine, const arguments &args);
+void run_show(firmware &machine, const arguments &args);
+void run_create(firmware &machine, const arguments &args);
+void run_set(firmware &machine, const arguments &args);
+void run_remove(firmware &machine, const arguments &args);
+void run_order(firmware &machine, const arguments &args);
+void run_next(firmware &machine, const arguments &args);
+void run_current(firmware &machine, const arguments &args);
+void run_vars(firmware &machine, const arguments &args);
+void run_time(firmware &machine, const arguments &args);
+void run_reset(firmware &machine, const arguments &args);
+
+} // namespace tool
+
+#endif
