@@ -16,10 +16,19 @@ file(GLOB platform_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/platform/incl
 install(FILES ${platform_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/hwplat)
 
 # A program that links libovra alone finds the platform libraries beside it. As a run path (not the older rpath) this
-# comes after LD_LIBRARY_PATH, so that others can be put in their place.
-set_target_properties(ovra ${ovra_platform_libraries} PROPERTIES INSTALL_RPATH "$ORIGIN")
+# comes after LD_LIBRARY_PATH, so that others can be put in their place. The build's lib/ is the same in this.
+set_target_properties(ovra ${ovra_platform_libraries} PROPERTIES
+  INSTALL_RPATH "$ORIGIN" BUILD_WITH_INSTALL_RPATH ON)
 foreach(library ovra ${ovra_platform_libraries})
   target_link_options(${library} PRIVATE -Wl,--enable-new-dtags)
+endforeach()
+foreach(library IN LISTS ovra_platform_libraries)
+  set_target_properties(${library} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+  # Folders of the sources are for the build alone.
+  get_target_property(folders ${library} INTERFACE_INCLUDE_DIRECTORIES)
+  if(folders)
+    set_target_properties(${library} PROPERTIES INTERFACE_INCLUDE_DIRECTORIES "$<BUILD_INTERFACE:${folders}>")
+  endif()
 endforeach()
 install(TARGETS ovra ${ovra_platform_libraries} EXPORT ovra
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}

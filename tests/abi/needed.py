@@ -1,0 +1,66 @@
+#!/usr/bin/env python3
+"""usage: needed.py LIBRARY_FOLDER
+
+What libovra.so.1 and libovra.a need to run: the C library and the platform libraries, these by the dynamic linker
+alone, so that a system or a test can put its own in their place.
+"""
+import os
+import re
+import sys
+import unittest
+
+import elf
+
+FOLDER = sys.argv.pop(1)
+SHARED = os.path.join(FOLDER, "libovra.so.1")
+ARCHIVE = os.path.join(FOLDER, "libovra.a")
+PLATFORM = {"libdevns.so.1"}
+CALLS_INTO_PLATFORM = ("devns_", "ht_", "vs_", "kvlist_")
+# Of the C++ run-time library: its own functions, guards and exceptions, new, delete, class information.
+RUN_TIME = re.compile(r"_ZSt|_ZNSt|_ZNKSt|__cxa_|_Zn|_Zd|_ZTVN10__cxxabiv|__gxx_|_Unwind_")
+
+
+class SharedLibrary(unittest.TestCase):
+    def test_needs_the_c_library_and_the_platform_libraries(self):
+        self.assertEqual(set(elf.needed(SHARED)), {"libc.so.6"} | PLATFORM)
+
+    def test_platform_calls_go_through_the_linkage_table(self):
+        exported, undefined = elf.dynamic_symbols(SHARED)
+        calls = {name for name in undefined if name.startswith(CALLS_INTO_PLATFORM)}
+        self.assertLessEqual({"devns_open", "devns_ioctl", "devns_close"}, calls)
+        own = {symbol.name for symbol in exported if symbol.name.startswith(CALLS_INTO_PLATFORM)}
+        self.assertEqual(own, set())
+        slots = set(re.findall(r"JUMP_SL\S*\s+[0-9a-f]+\s+(\w+)", elf.output("readelf", "-rW", SHARED)))
+        self.assertEqual(calls - slots, set())
+
+    def test_nothing_is_bound_inside_and_no_path_goes_before_the_environments(self):
+        entries = elf.dynamic_entries(SHARED)
+        tags = {tag for tag, _ in entries}
+        flags = " ".join(value for tag, value in entries if tag in ("FLAGS", "FLAGS_1"))
+        self.assertEqual(tags & {"RPATH", "SYMBOLIC", "TEXTREL"}, set())
+        self.assertEqual([value for tag, value in entries if tag == "RUNPATH"], ["$ORIGIN"])
+        self.assertNotIn("SYMBOLIC", flags)
+        self.assertEqual([value for tag, value in entries if tag == "SONAME"], ["libovra.so.1"])
+
+
+class Archive(unittest.TestCase):
+    def test_needs_nothing_of_the_cxx_run_time_library(self):
+        undefined = set(re.findall(r"^\s+[Uw] (\S+)$", elf.output("nm", "-u", ARCHIVE), re.MULTILINE))
+        self.assertIn("malloc", undefined)
+        self.assertEqual({name for name in undefined if RUN_TIME.match(name)}, set())
+
+    def test_nothing_runs_before_main_or_after_it(self):
+        text = elf.output("readelf", "-SW", ARCHIVE)
+        objects = re.split(r"^File: ", text, flags=re.MULTILINE)[1:]
+        self.assertGreater(len(objects), 1)
+        found = []
+        for entry in objects:
+            name = entry.split("\n", 1)[0]
+            self.assertIn(" .text", entry, f"{name} has no sections")
+            found += [f"{name}: {section}" for section in
+                      re.findall(r"\.(?:init_array|fini_array|preinit_array|ctors|dtors)\S*", entry)]
+        self.assertEqual(found, [])
+
+
+if __name__ == "__main__":
+    unittest.main()

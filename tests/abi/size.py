@@ -1,0 +1,42 @@
+#!/usr/bin/env python3
+"""usage: size.py INCLUDE_FOLDER COMPILER...
+
+size.cpp must compile, and must not once a size, an offset or the packing in it is wrong: for that reason alone.
+"""
+import os
+import shutil
+import subprocess
+import sys
+
+SOURCE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "size.cpp")
+LANGUAGES = {"c++": "-std=c++17", "c": "-std=c99"}
+# C has no look at alignment.
+WRONG = {"c++": ["SIZE=8", "OFFSET=2", "TAIL=5", "PACKING="], "c": ["SIZE=8", "OFFSET=2", "TAIL=5"]}
+REASONS = ("static assertion failed", "static_assert failed", "is negative", "with a negative size")
+
+
+def main():
+    include = sys.argv[1]
+    compilers = [name for name in sys.argv[2:] if shutil.which(name)]
+    wrong = [] if compilers else ["no compiler"]
+    for compiler in compilers:
+        for language, standard in LANGUAGES.items():
+            command = [compiler, "-x", language, standard, "-pedantic", "-Wall", "-Wextra", "-Werror", f"-I{include}",
+                       "-fsyntax-only", SOURCE]
+            run = subprocess.run(command, capture_output=True, text=True, check=False)
+            if run.returncode != 0:
+                wrong.append(f"{compiler}, {language}: does not compile as it is\n{run.stderr}")
+            for change in WRONG[language]:
+                run = subprocess.run([*command, f"-D{change}"], capture_output=True, text=True, check=False,
+                                     env={**os.environ, "LC_ALL": "C"})
+                errors = [line for line in run.stderr.splitlines() if "error:" in line]
+                if run.returncode == 0:
+                    wrong.append(f"{compiler}, {language}: compiles with {change}")
+                elif not all(any(reason in line for reason in REASONS) for line in errors) or not errors:
+                    wrong.append(f"{compiler}, {language}: {change} is refused for another reason\n{run.stderr}")
+    print("\n".join(wrong) or f"refused by {', '.join(compilers)}")
+    return 1 if wrong else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
