@@ -10,7 +10,8 @@
  *     Sizes are in bytes.
  *  3. Pointers must not be null where the description does not say that they may be.
  *  4. A result handed out through a pointer belongs to the handle: release it early with memlist_free,
- *     free_str_array (a null-terminated array of strings), or leave it to ovra_fini.
+ *     free_str_array (a null-terminated array of strings) or free_dpath (a decoded path), or leave it to
+ *     ovra_fini.
  *  5. Outputs are written on success; a failure leaves them as they were unless the function says otherwise.
  *  6. Arguments are not changed, and nothing keeps a pointer to them.
  *  7. A handle is used by one thread at a time; separate handles are independent.
@@ -62,6 +63,9 @@ void memlist_free(ovra_hdl_t hdl, void *block);
 
 /* Releases a null-terminated array of strings that the handle owns. A null array is allowed. */
 void free_str_array(ovra_hdl_t hdl, char **array);
+
+/* Releases a decoded path with its instances and their texts. A null path is allowed. */
+void free_dpath(ovra_hdl_t hdl, ovra_path_t **paths);
 
 /*
  * Runtime services (UEFI chapter 8). Each passes its arguments to the firmware as they are. 0: the request
@@ -126,6 +130,17 @@ int ovra_get_next_high_monotonic_count(ovra_hdl_t hdl, UINT32 *high_count, EFI_S
  * -1: a text that cannot be read, or no memory.
  */
 int ovra_epath_encode(ovra_hdl_t hdl, ovra_path_t **paths, int flags, ovra_epath_t *epath, int *len);
+
+/*
+ * The UEFI text of a packed path of `len` bytes: a null-terminated array with one element for each of its END
+ * nodes, null when it has none (with a `len` of 0, for one); nodes behind the last are left out. device_path
+ * is "" for an instance without device nodes, file_path null for one without a File-path node. A node without
+ * a text of its own, or shorter than its kind, shows its bytes. A node's text is cut at 1023 bytes, and left
+ * out when there is no memory for it. Release the array with free_dpath.
+ * -1: the nodes do not fit into `len` bytes or are of no known type, and *paths is as it was; or there is no
+ * memory for the result, and *paths may have been written but must not be used.
+ */
+int ovra_epath_decode_to_uefi(ovra_hdl_t hdl, ovra_epath_t epath, int len, ovra_path_t ***paths);
 
 /*
  * Reads a load option (UEFI 3.1.3) and splits it. Any output may be null and is then not filled; optional

@@ -1,0 +1,49 @@
+#include "src/dpath/list.h"
+#include "src/print/paths.h"
+#include "src/print/rows.h"
+
+using namespace ovra;
+
+namespace {
+
+struct instance {
+    accumulator device;
+    accumulator file;
+
+    void add(const uefi_device_path_t *node)
+    {
+        // Kept: several file paths run together, with nothing between them.
+        accumulator &to = as<uefi_file_path_t>(node) ? file : device;
+        text piece(to.get() != nullptr);
+        if (node_text(node, piece))
+            to.add(piece.view());
+    }
+};
+
+} // namespace
+
+int ovra_epath_decode_to_uefi(ovra_hdl_t hdl, ovra_epath_t epath, int len, ovra_path_t ***paths)
+{
+    uefi_device_path_t **unpacked = nullptr;
+    if (device_path_unpack(epath, len, &unpacked) != 0)
+        return -1;
+    const node_list nodes(unpacked);
+    *paths = nullptr;
+    size_t count = 0;
+    instance current;
+    for (uefi_device_path_t **node = unpacked; node && *node; ++node) {
+        if ((*node)->type != UEFI_END) {
+            current.add(*node);
+            continue;
+        }
+        if (append_path(hdl, current.device.get(), current.file.get(), count, paths) != 0) {
+            // Kept: *paths is left pointing at what is released here.
+            free_dpath(hdl, *paths);
+            return -1;
+        }
+        ++count;
+        current = {};
+    }
+    // Kept: what stands behind the last END node belongs to no instance and is dropped.
+    return 0;
+}

@@ -1,0 +1,61 @@
+#include "src/print/rows.h"
+
+using namespace ovra;
+
+namespace {
+
+void add_signature(text &to, const uefi_hard_drive_path_t &node)
+{
+    if (node.sig_type == 1) {
+        uint32_t signature;
+        memcpy(&signature, node.part_sig, sizeof signature);
+        to.add("0x%08X", signature);
+    } else if (node.sig_type == 2) {
+        EFI_GUID guid;
+        memcpy(&guid, node.part_sig, sizeof guid);
+        char digits[37];
+        print_guid(&guid, digits);
+        to.put(digits);
+    } else {
+        to.put("unknown_sig");
+    }
+}
+
+void print_hard_drive(const uefi_hard_drive_path_t &node, text &to)
+{
+    // Kept: the partition number is signed.
+    to.add("%sHD(%d,", to.media_prefix(), static_cast<int32_t>(node.part_number));
+    add_word(to, partition_formats, node.part_format);
+    to.put(",");
+    add_signature(to, node);
+    if (node.part_number != 0) // 0 is the whole disk
+        to.add(",0x%lx,0x%lx", node.part_start, node.part_size);
+    to.put(")");
+}
+
+void print_file_path(const uefi_file_path_t &node, text &to)
+{
+    const std::span<const uint8_t> name = tail(node);
+    char utf8[1023];
+    to.put({utf8, convert_utf16_to_utf8(name.data(), name.size() / sizeof(uint16_t), utf8, sizeof utf8)});
+}
+
+constexpr printed rows[] = {
+    row<uefi_hard_drive_path_t>([](auto &n, text &t) { print_hard_drive(n, t); }),
+    row<uefi_file_path_t>([](auto &n, text &t) { print_file_path(n, t); }),
+};
+static_assert(distinct_subtypes(rows));
+
+} // namespace
+
+bool ovra::media_text(const uefi_device_path_t *node, text &to)
+{
+    return print_row(rows, node, to) || print_generic(node, to, [](auto &n, const char *hex, text &t) {
+               t.add("%sMediaPath(0x%x,%s)", t.media_prefix(), n.subtype, hex);
+           });
+}
+
+void print_media_path(const uefi_device_path_t *node, char **to)
+{
+    append_node_text(media_text, node, to);
+}
