@@ -137,8 +137,8 @@ int ovra_epath_encode(ovra_hdl_t hdl, ovra_path_t **paths, int flags, ovra_epath
  * is "" for an instance without device nodes, file_path null for one without a File-path node. A node without
  * a text of its own, or shorter than its kind, shows its bytes. A node's text is cut at 1023 bytes, and left
  * out when there is no memory for it. Release the array with free_dpath.
- * -1: the nodes do not fit into `len` bytes or are of no known type, and *paths is as it was; or there is no
- * memory for the result, and *paths may have been written but must not be used.
+ * -1: the nodes do not fit into `len` bytes or are of no known type, or there is no memory for the result;
+ * *paths is as it was, or null.
  */
 int ovra_epath_decode_to_uefi(ovra_hdl_t hdl, ovra_epath_t epath, int len, ovra_path_t ***paths);
 
@@ -166,7 +166,8 @@ int ovra_bootopt_set(ovra_hdl_t hdl, char *name, ovra_epath_t path, int path_len
 /*
  * Deletes a load option and takes it out of BootOrder. The name is read as the ovra_bootorder_ functions
  * read it, but the variable deleted is the one of exactly that name.
- * -1: the variable cannot be deleted (BootOrder is then as it was), or BootOrder cannot be rewritten.
+ * -1: the variable cannot be deleted (BootOrder is then as it was); or, with the variable deleted, the name
+ * holds no number or BootOrder cannot be rewritten.
  */
 int ovra_bootopt_remove(ovra_hdl_t hdl, char *bootname);
 
@@ -178,7 +179,10 @@ int ovra_bootopt_remove(ovra_hdl_t hdl, char *bootname);
  */
 int ovra_bootopt_list(ovra_hdl_t hdl, char ***names);
 
-/* The name of the lowest option number that is not in use. -1: none below FFFF is free, or no memory. */
+/*
+ * The name of the lowest option number that is not in use; one that cannot be asked for counts as used. -1:
+ * none below FFFF is free, or no memory for the name.
+ */
 int ovra_bootopt_unused(ovra_hdl_t hdl, char **bootname);
 
 /*
@@ -188,9 +192,9 @@ int ovra_bootopt_unused(ovra_hdl_t hdl, char **bootname);
 
 /*
  * Puts an option into BootOrder at `position`, out of its old places if it had any; the position is that in
- * the resulting order. Beyond the end it appends; a negative position counts from the end: -1 appends, -2 is
- * before the last. Without a BootOrder it makes one of this option. Whether the option exists is not checked.
- * -1: no such name, BootOrder cannot be read or written; it is then as it was.
+ * the resulting order. Beyond the end it appends; a negative position counts from the end of the order as it
+ * was: -1 appends, -2 is before its last option. Without a BootOrder it makes one of this option. Whether the
+ * option exists is not checked. -1: no such name, BootOrder cannot be read or written; it is then as it was.
  */
 int ovra_bootorder_insert(ovra_hdl_t hdl, char *bootname, int position);
 

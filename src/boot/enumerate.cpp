@@ -48,15 +48,16 @@ struct variable_id {
     }
 };
 
-// Notices firmware whose enumeration never ends: one name is remembered, each time twice as long, and must
-// not come again.
+// Notices firmware whose enumeration goes round for ever: one name is remembered, each time twice as long,
+// and may come again once, which some firmware does, but not twice.
 class loop_guard {
 public:
     bool seen_again(const variable_id &id)
     {
-        if (steps != 0 && id == remembered)
+        if (steps != 0 && id == remembered && ++hits == 2)
             return true;
         if (++steps == limit) {
+            hits = 0;
             remembered = id;
             limit *= 2;
         }
@@ -65,12 +66,17 @@ public:
 
 private:
     variable_id remembered = {};
+    unsigned hits = 0;
     size_t steps = 0;
     size_t limit = 1;
 };
 
 int append_if_option(const variable_id &id, str_array_builder *list)
 {
+    // An option's name has eight characters; what only begins like one, up to a unit that is no text, has
+    // not.
+    if (id.name[8] != 0)
+        return 0;
     char text[text_limit + 1];
     text[convert_utf16_to_utf8(id.name, name_units, text, text_limit)] = '\0';
     return validate_bootopt(text) == 0 ? list->append(text) : 0;

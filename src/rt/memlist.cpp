@@ -3,17 +3,20 @@
 
 #include "src/rt/diag.h"
 #include "src/rt/rt.h"
+#include "src/rt/strarray.h"
 
 using ovra::say;
 
 static constexpr size_t growth = 20; // slots
 
-// The first slot that holds `block`, or null.
-static void **find_slot(ovra_hdl_t hdl, void *block)
+// The first slot from `start` on that holds `block`, else the first at all, or null.
+static void **find_slot(ovra_hdl_t hdl, void *block, size_t start = 0)
 {
     void **end = hdl->memlist_addr + hdl->memlist_end;
-    void **slot = std::find(hdl->memlist_addr, end, block);
-    return slot == end ? nullptr : slot;
+    void **slot = std::find(hdl->memlist_addr + start, end, block);
+    if (slot != end)
+        return slot;
+    return start == 0 ? nullptr : find_slot(hdl, block);
 }
 
 static void empty_slot(ovra_hdl_t hdl, void **slot)
@@ -59,6 +62,15 @@ void memlist_remove(ovra_hdl_t hdl, void *block)
 bool memlist_holds(ovra_hdl_t hdl, void *block)
 {
     return hdl && block && find_slot(hdl, block);
+}
+
+void ovra::memlist_free_next(ovra_hdl_t hdl, void *block, size_t *start)
+{
+    if (void **slot = hdl ? find_slot(hdl, block, *start) : nullptr) {
+        *start = static_cast<size_t>(slot - hdl->memlist_addr);
+        empty_slot(hdl, slot);
+    }
+    free(block);
 }
 
 void memlist_free(ovra_hdl_t hdl, void *block)

@@ -68,7 +68,8 @@ void free_str_array(ovra_hdl_t hdl, char **array)
 {
     if (!array)
         return;
+    size_t start = 0;
     for (char **str = array; *str; ++str)
-        memlist_free(hdl, *str);
+        ovra::memlist_free_next(hdl, *str, &start);
     memlist_free(hdl, array);
 }

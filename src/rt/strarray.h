@@ -8,6 +8,12 @@
 
 namespace ovra {
 
+/*
+ * memlist_free for one of several blocks that were recorded one behind the other: looked for from *start on,
+ * at first 0, which goes with it. So that releasing a long array does not search the whole list for each.
+ */
+void memlist_free_next(ovra_hdl_t hdl, void *block, size_t *start);
+
 /* An array under construction, which neither counts nor moves a long list again for each entry. */
 class str_array_builder {
 public:

@@ -1,0 +1,1 @@
+// Nothing: the program exists for its precompiled headers.
