@@ -5,9 +5,7 @@ target_compile_features(ovra_flags INTERFACE cxx_std_20 c_std_11)
 target_include_directories(ovra_flags INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
 target_compile_options(ovra_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow
-  $<$<BOOL:${OVRA_WERROR}>:-Werror>
-  # A cut copy is a decision of the caller's, taken where it is written.
-  $<$<CXX_COMPILER_ID:GNU>:-Wno-format-truncation>)
+  $<$<BOOL:${OVRA_WERROR}>:-Werror>)
 
 # The core runs inside any program, C ones included: no exceptions, no RTTI, no guards for static locals, so
 # that libovra needs no C++ run-time library.

@@ -29,21 +29,18 @@ int ovra_epath_decode_to_uefi(ovra_hdl_t hdl, ovra_epath_t epath, int len, ovra_
         return -1;
     const node_list nodes(unpacked);
     *paths = nullptr;
-    size_t count = 0;
+    path_list_builder decoded(hdl);
     instance current;
     for (uefi_device_path_t **node = unpacked; node && *node; ++node) {
         if ((*node)->type != UEFI_END) {
             current.add(*node);
             continue;
         }
-        if (append_path(hdl, current.device.get(), current.file.get(), count, paths) != 0) {
-            // Kept: *paths is left pointing at what is released here.
-            free_dpath(hdl, *paths);
+        if (decoded.append(current.device.get(), current.file.get()) != 0)
             return -1;
-        }
-        ++count;
         current = {};
     }
     // Kept: what stands behind the last END node belongs to no instance and is dropped.
+    *paths = decoded.release();
     return 0;
 }

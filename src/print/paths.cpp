@@ -1,73 +1,93 @@
 #include "src/print/paths.h"
 
-#include <bit>
 #include <cstring>
 
 #include "src/rt/owned.h"
 
-using ovra::owned;
-using ovra::tracked;
+namespace {
 
-// A copy that the handle tracks, or null.
-static tracked<char> copy_of(ovra_hdl_t hdl, const char *text)
-{
-    owned<char> copy(strdup(text));
-    if (!copy || memlist_add(hdl, copy.get()) != 0)
-        return {nullptr, {hdl}};
-    return {copy.release(), {hdl}};
-}
-
-// Room for one more than `count` instances. The array doubles, so that a path of many instances is not copied
-// for each of them; how many slots it has follows from the count.
-static ovra_path_t **room_for_one(ovra_hdl_t hdl, ovra_path_t **list, size_t count)
-{
-    const size_t slots = std::bit_ceil(count + 1);
-    if (list && count + 2 <= slots)
-        return list;
-    return static_cast<ovra_path_t **>(
-        memlist_realloc(hdl, list, 2 * slots * sizeof(ovra_path_t *), "decoded_path"));
-}
-
-int ovra::append_path(ovra_hdl_t hdl, const char *device, const char *file, size_t count, ovra_path_t ***list)
-{
-    tracked<char> device_copy = copy_of(hdl, device ? device : "");
-    if (!device_copy)
-        return -1;
-    tracked<char> file_copy(nullptr, {hdl});
-    if (file) {
-        file_copy = copy_of(hdl, file);
-        if (!file_copy)
-            return -1;
+struct path_freeing {
+    ovra_hdl_t hdl;
+    void operator()(ovra_path_t *path) const
+    {
+        memlist_free(hdl, path->device_path);
+        memlist_free(hdl, path->file_path);
+        memlist_free(hdl, path);
     }
-    auto path = tracked_malloc<ovra_path_t>(hdl, sizeof(ovra_path_t), "struct ovra_path_t");
+};
+
+// An instance and its texts, all tracked.
+using tracked_path = std::unique_ptr<ovra_path_t, path_freeing>;
+
+// A tracked copy, or null.
+char *copy_of(ovra_hdl_t hdl, const char *text)
+{
+    ovra::owned<char> copy(strdup(text));
+    if (!copy || memlist_add(hdl, copy.get()) != 0)
+        return nullptr;
+    return copy.release();
+}
+
+tracked_path new_path(ovra_hdl_t hdl, const char *device, const char *file)
+{
+    auto *block = memlist_malloc(hdl, sizeof(ovra_path_t), "struct ovra_path_t");
+    tracked_path path(static_cast<ovra_path_t *>(block), {hdl});
+    if (!path)
+        return path;
+    *path = {copy_of(hdl, device ? device : ""), file ? copy_of(hdl, file) : nullptr};
+    if (!path->device_path || (file && !path->file_path))
+        path.reset();
+    return path;
+}
+
+ovra_path_t **resize(ovra_hdl_t hdl, ovra_path_t **list, size_t pointers)
+{
+    return static_cast<ovra_path_t **>(
+        memlist_realloc(hdl, list, pointers * sizeof(ovra_path_t *), "decoded_path"));
+}
+
+} // namespace
+
+int add_path(ovra_hdl_t hdl, const char *device, const char *file, ovra_path_t ***list)
+{
+    tracked_path path = new_path(hdl, device, file);
     if (!path)
         return -1;
-    ovra_path_t **grown = room_for_one(hdl, *list, count);
+    size_t count = 0;
+    while (*list && (*list)[count])
+        ++count;
+    ovra_path_t **grown = resize(hdl, *list, count + 2);
     if (!grown)
         return -1;
-    *path = {device_copy.release(), file_copy.release()};
     grown[count] = path.release();
     grown[count + 1] = nullptr;
     *list = grown;
     return 0;
 }
 
-int add_path(ovra_hdl_t hdl, const char *device, const char *file, ovra_path_t ***list)
+int ovra::path_list_builder::append(const char *device, const char *file)
 {
-    size_t count = 0;
-    while (*list && (*list)[count])
-        ++count;
-    return ovra::append_path(hdl, device, file, count, list);
+    tracked_path path = new_path(hdl, device, file);
+    if (!path)
+        return -1;
+    if (count + 2 > capacity) {
+        const size_t doubled = capacity == 0 ? 2 : 2 * capacity;
+        ovra_path_t **grown = resize(hdl, list, doubled);
+        if (!grown)
+            return -1;
+        list = grown;
+        capacity = doubled;
+    }
+    list[count] = path.release();
+    list[++count] = nullptr;
+    return 0;
 }
 
 void free_dpath(ovra_hdl_t hdl, ovra_path_t **list)
 {
     if (!list)
         return;
-    for (ovra_path_t **path = list; *path; ++path) {
-        memlist_free(hdl, (*path)->device_path);
-        memlist_free(hdl, (*path)->file_path);
-        memlist_free(hdl, *path);
-    }
+    for (ovra_path_t **path = list; *path; ++path)
+        path_freeing{hdl}(*path);
     memlist_free(hdl, list);
 }

@@ -2,12 +2,32 @@
 #ifndef SRC_PRINT_PATHS_H
 #define SRC_PRINT_PATHS_H
 
+#include <utility>
+
 #include "src/print/print.h"
 
 namespace ovra {
 
-/* add_path for a caller that knows the number of instances, so that a long list is not counted again. */
-int append_path(ovra_hdl_t hdl, const char *device, const char *file, size_t count, ovra_path_t ***list);
+/* A list under construction, which neither counts nor moves a long list again for each instance. */
+class path_list_builder {
+public:
+    explicit path_list_builder(ovra_hdl_t handle) : hdl(handle) {}
+    path_list_builder(const path_list_builder &) = delete;
+    path_list_builder &operator=(const path_list_builder &) = delete;
+    ~path_list_builder() { free_dpath(hdl, list); }
+
+    /* Appends what add_path does; -1 without memory. */
+    int append(const char *device, const char *file);
+
+    /* The list, null without an instance, for the handle to own. */
+    ovra_path_t **release() { return std::exchange(list, nullptr); }
+
+private:
+    ovra_hdl_t hdl;
+    ovra_path_t **list = nullptr;
+    size_t count = 0;
+    size_t capacity = 0;
+};
 
 } // namespace ovra
 

@@ -1,6 +1,6 @@
 /*
  * Device paths as text. A text accumulator is a null-terminated string of the malloc family that the caller
- * owns, null until its first piece. A node's text is at most 1023 characters; what goes beyond is cut.
+ * owns, null until its first piece. A node's text is at most 1023 bytes; what goes beyond is cut.
  * Nothing here writes a message, and a piece for which there is no memory is left out.
  */
 #ifndef SRC_PRINT_PRINT_H

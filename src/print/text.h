@@ -24,7 +24,7 @@ inline char *write_hex(std::span<const uint8_t> bytes, char *out)
     return out;
 }
 
-/* One node's text. Stops taking characters when it holds 1023. */
+/* One node's text. Takes no more when it holds 1023 bytes. */
 class text {
 public:
     /* `follows`: the text of an earlier node stands before this one. */

@@ -117,13 +117,43 @@ static void use_paths(ovra_hdl_t hdl)
     ovra_path_t instance = {"/Pci(0x1f,0x2)", "\\xy"};
     ovra_path_t *paths[] = {&instance, NULL};
     const uint8_t node[] = {0x01, 0x01, 0x06, 0x00, 0x02, 0x1f};
+    ovra_path_t **decoded = NULL;
     ovra_epath_t packed = NULL;
     int len = 0;
 
     CHECK(ovra_epath_encode(hdl, paths, 0, &packed, &len) == 0);
     CHECK(len == (int)(sizeof node + sizeof path) && memcmp(packed, node, sizeof node) == 0);
     CHECK(memcmp(packed + sizeof node, path, sizeof path) == 0);
+    CHECK(ovra_epath_decode_to_uefi(hdl, packed, len, &decoded) == 0);
+    CHECK(strcmp(decoded[0]->device_path, "/Pci(0x1f,0x2)") == 0 && decoded[1] == NULL);
+    CHECK(strcmp(decoded[0]->file_path, "\\xy") == 0);
+    free_dpath(hdl, decoded);
     free(packed);
+}
+
+static void use_fields(ovra_hdl_t hdl)
+{
+    uint8_t optdata[] = {0xcc};
+    char *text = NULL;
+    uint32_t attr = 0;
+    void *data = NULL;
+    size_t data_len = 0;
+
+    CHECK(ovra_bootopt_desc_set(hdl, "Boot0001", "Second") == 0);
+    CHECK(ovra_bootopt_desc_get(hdl, "Boot0001", &text) == 0 && strcmp(text, "Second") == 0);
+    CHECK(ovra_bootopt_attr_set(hdl, "Boot0001", 9) == 0);
+    CHECK(ovra_bootopt_attr_get(hdl, "Boot0001", &attr) == 0 && attr == 9);
+    CHECK(ovra_bootopt_attr_set(hdl, "Boot0001", LOAD_OPTION_ACTIVE) == 0);
+    CHECK(ovra_bootopt_optdata_set(hdl, "Boot0001", optdata, sizeof optdata) == 0);
+    CHECK(ovra_bootopt_optdata_get(hdl, "Boot0001", &data, &data_len) == 0);
+    CHECK(data_len == 1 && memcmp(data, optdata, 1) == 0);
+    CHECK(ovra_bootopt_devpath_get(hdl, "Boot0001", &text) == 0 && strcmp(text, "") == 0);
+    CHECK(ovra_bootopt_devpath_set(hdl, "Boot0001", "/Pci(0x1,0x0)") == 0);
+    CHECK(ovra_bootopt_devpath_get(hdl, "Boot0001", &text) == 0 && strcmp(text, "/Pci(0x1,0x0)") == 0);
+    CHECK(ovra_bootopt_bootpath_set(hdl, "Boot0001", "\\z") == 0);
+    CHECK(ovra_bootopt_bootpath_get(hdl, "Boot0001", &text) == 0 && strcmp(text, "\\z") == 0);
+    CHECK(ovra_bootopt_encoded_path_set(hdl, "Boot0001", path, sizeof path) == 0);
+    CHECK(ovra_bootopt_bootpath_get(hdl, "Boot0001", &text) == 0 && strcmp(text, "\\xy") == 0);
 }
 
 static void use_options(ovra_hdl_t hdl)
@@ -185,6 +215,7 @@ int main(void)
     use_clock(hdl);
     use_paths(hdl);
     use_options(hdl);
+    use_fields(hdl);
     use_order(hdl);
 
     /* A machine made for this program: the one that the program runs on must not be reset. */

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <fstream>
+#include <ostream>
 #include <stdexcept>
 
 namespace ovra::test {
@@ -43,6 +44,11 @@ std::vector<golden_case> read_table()
 }
 
 } // namespace
+
+void PrintTo(const golden_case &one, std::ostream *to)
+{
+    *to << one.name;
+}
 
 const std::vector<golden_case> &golden_cases()
 {

@@ -83,17 +83,38 @@ TEST_F(paths, instances_are_appended_in_order)
     stop_counting();
 }
 
-TEST_F(paths, append_with_a_known_count_gives_the_same_list)
+TEST_F(paths, builder_gives_the_same_list)
 {
-    ovra_path_t **counted = nullptr;
-    ovra_path_t **known = nullptr;
-    for (size_t i = 0; i < 40; ++i) {
-        ASSERT_EQ(add_path(hdl, std::to_string(i).c_str(), nullptr, &counted), 0);
-        ASSERT_EQ(ovra::append_path(hdl, std::to_string(i).c_str(), nullptr, i, &known), 0);
+    ovra_path_t **added = nullptr;
+    ovra::path_list_builder builder(hdl);
+    for (int i = 0; i < 40; ++i) {
+        const char *file = i % 2 ? "odd" : nullptr;
+        ASSERT_EQ(add_path(hdl, std::to_string(i).c_str(), file, &added), 0);
+        ASSERT_EQ(builder.append(std::to_string(i).c_str(), file), 0);
     }
-    ASSERT_EQ(length_of(known), length_of(counted));
-    for (size_t i = 0; i < 40; ++i)
-        EXPECT_STREQ(known[i]->device_path, counted[i]->device_path);
+    ovra_path_t **built = builder.release();
+    ASSERT_EQ(length_of(built), length_of(added));
+    EXPECT_TRUE(recorded(built));
+    for (size_t i = 0; i < 40; ++i) {
+        EXPECT_STREQ(built[i]->device_path, added[i]->device_path);
+        EXPECT_STREQ(built[i]->file_path, added[i]->file_path);
+    }
+}
+
+TEST_F(paths, builder_without_an_instance_gives_no_list)
+{
+    EXPECT_EQ(ovra::path_list_builder(hdl).release(), nullptr);
+    EXPECT_EQ(recorded_blocks(), 0U);
+}
+
+TEST_F(paths, builder_releases_what_is_not_taken)
+{
+    {
+        ovra::path_list_builder builder(hdl);
+        for (int i = 0; i < 10; ++i)
+            ASSERT_EQ(builder.append("device", "file"), 0);
+    }
+    EXPECT_EQ(recorded_blocks(), 0U);
 }
 
 TEST_F(paths, free_releases_everything_and_forgets_it)
@@ -133,7 +154,7 @@ TEST_F(paths, refused_record_and_array_speak_with_their_labels)
     void *slot = memlist_malloc(hdl, 1, "test"); // the handle's list has room now
     ASSERT_NE(slot, nullptr);
     messages said;
-    const char *expected[] = {"", "", "malloc failed for struct ovra_path_t\n",
+    const char *expected[] = {"malloc failed for struct ovra_path_t\n", "", "",
                               "malloc failed for decoded_path\n"};
     for (long n = 0; n < 4; ++n) {
         ovra_path_t **list = nullptr;
@@ -173,14 +194,26 @@ TEST_F(paths, add_survives_every_refusal)
     }
 }
 
-TEST_F(paths, array_of_many_instances_grows_a_few_times_only)
+TEST_F(paths, builder_survives_every_refusal)
 {
+    const realloc_guard moves(realloc_policy::moves);
+    for_each_refused_allocation([](ovra_hdl_t fresh) {
+        ovra::path_list_builder builder(fresh);
+        for (int i = 0; i < 20; ++i)
+            if (builder.append("device", i % 2 ? "file" : nullptr) != 0)
+                return -1;
+        return builder.release() ? 0 : -1;
+    });
+}
+
+TEST_F(paths, list_of_many_instances_is_resized_a_few_times_only)
+{
+    constexpr long instances = 1000;
     count_blocks();
-    ovra_path_t **list = nullptr;
-    constexpr size_t instances = 1000;
-    for (size_t i = 0; i < instances; ++i)
-        ASSERT_EQ(ovra::append_path(hdl, "d", nullptr, i, &list), 0);
-    // Two blocks each, the handle's list by its own steps, and ten doublings.
-    EXPECT_LE(allocations(), static_cast<long>(2 * instances + 2 * instances / 20 + 2 + 11));
+    ovra::path_list_builder builder(hdl);
+    for (long i = 0; i < instances; ++i)
+        ASSERT_EQ(builder.append("d", nullptr), 0);
+    // Two blocks each, ten doublings, and the handle's own list, which grows by 20.
+    EXPECT_LE(allocations(), 2 * instances + 10 + (2 * instances + 1) / 20 + 2);
     stop_counting();
 }
