@@ -125,9 +125,13 @@ int ovra_get_next_high_monotonic_count(ovra_hdl_t hdl, UINT32 *high_count, EFI_S
 
 /*
  * Packs a device path given as text; `paths` has at least one instance. The first instance's device text says
- * which kind it is: UEFI text, or a name of the operating system. *epath receives a new block of *len bytes,
- * which the caller frees; either may be null. A handle and `flags` are needed for disk names only.
- * -1: a text that cannot be read, or no memory.
+ * which kind it is: UEFI text, or the name of a disk's slice or partition ("c0t0d0s0", "/dev/dsk/c0t0d0p1"),
+ * which must be the only instance. For a disk the path is the short form, a hard-drive node; with bit 0 of
+ * `flags` the hardware nodes of the disk stand in front of it. *epath receives a new block of *len bytes;
+ * either may be null. The block of a UEFI text is the caller's, who frees it; that of a disk belongs to the
+ * handle, which only a disk's name needs. Another name below "/dev/" or "/devices/" is looked up in the
+ * device tree; *epath and *len are as they were also when it is found. -1: a text that cannot be read, a
+ * device that is not there, or no memory.
  */
 int ovra_epath_encode(ovra_hdl_t hdl, ovra_path_t **paths, int flags, ovra_epath_t *epath, int *len);
 
@@ -141,6 +145,18 @@ int ovra_epath_encode(ovra_hdl_t hdl, ovra_path_t **paths, int flags, ovra_epath
  * *paths is as it was, or null.
  */
 int ovra_epath_decode_to_uefi(ovra_hdl_t hdl, ovra_epath_t epath, int len, ovra_path_t ***paths);
+
+/*
+ * The operating system's devices that a packed path of `len` bytes stands for: a null-terminated array, null
+ * when the path is empty or has no END node. device_path is a physical path without "/devices" in front.
+ * A path that begins with a hard-drive node gives an instance for each disk with such a partition, with the
+ * minor name and without a file_path; any other one an instance for each of its END nodes, matched level by
+ * level against the device tree, with the text of its File-path nodes. A hard-drive node behind the hardware
+ * nodes of its disk is not found. Release the array with free_dpath.
+ * -1: the nodes do not fit into `len` bytes or are of no known type, a device is not there or cannot be read,
+ * or there is no memory; *paths is then null, or holds the instances found until then.
+ */
+int ovra_epath_decode_to_devices(ovra_hdl_t hdl, ovra_epath_t epath, int len, ovra_path_t ***paths);
 
 /*
  * Reads a load option (UEFI 3.1.3) and splits it. Any output may be null and is then not filled; optional
@@ -178,6 +194,24 @@ int ovra_bootopt_remove(ovra_hdl_t hdl, char *bootname);
  * is no memory. *names is null then.
  */
 int ovra_bootopt_list(ovra_hdl_t hdl, char ***names);
+
+/*
+ * The names of all load options that boot from a disk's slice ("c0t0d0s0", also with "/dev/dsk/" in front) or
+ * partition ("c0t0d0p1", "/dev/rdsk/"): those whose first hard-drive node has that partition's number, start,
+ * size and signature. In the firmware's order; null when there are none. Options that cannot be read are
+ * passed over.
+ * -1: there is no such slice or partition, it or the options cannot be read, or no memory. *names is null
+ * then.
+ */
+int ovra_bootopt_find(ovra_hdl_t hdl, char *disk, char ***names);
+
+/*
+ * The disk names ("c0t0d0s0", "c0t0d0p1") of the partitions that the first hard-drive node of a load option's
+ * path stands for; several when disks are alike in signature, start and size.
+ * -1: the option cannot be read, its path has no hard-drive node (*names is as it was in these cases), no
+ * disk has such a partition, or no memory; *names is null then.
+ */
+int ovra_bootopt_logdev(ovra_hdl_t hdl, char *bootname, char ***names);
 
 /*
  * The name of the lowest option number that is not in use; one that cannot be asked for counts as used. -1:

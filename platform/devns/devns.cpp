@@ -6,12 +6,16 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <optional>
+#include <string>
+#include <string_view>
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include "platform/devns/runtime.h"
+#include "platform/machine/drives.h"
 
 namespace {
 
@@ -61,9 +65,26 @@ served_table &served()
     return only;
 }
 
+/* What the kernel answers to a null pointer, which the C library's headers do not let through to it. */
+int bad_address()
+{
+    errno = EFAULT;
+    return -1;
+}
+
+/* The link that a disk's name of the machine would be. */
+std::optional<std::string> device_link(std::string_view path)
+{
+    for (const std::string_view folder : {"/dev/dsk/", "/dev/rdsk/"}) {
+        if (path.starts_with(folder))
+            return machine::device_link(path.substr(folder.size()));
+    }
+    return std::nullopt;
+}
+
 /* No exception leaves a C function. */
 template <typename body>
-int guarded(body call) noexcept
+auto guarded(body call) noexcept -> decltype(call())
 {
     try {
         return call();
@@ -81,6 +102,8 @@ int guarded(body call) noexcept
 
 int devns_open(const char *path, int flags)
 {
+    if (path == nullptr)
+        return bad_address();
     // With a mode, so that no header turns the call into that of a symbol of another name.
     int fd = open(path, flags, 0);
     if (fd >= 0 || (errno != ENOENT && errno != ENOTDIR) || std::strcmp(path, DEVNS_RUNTIME_SERVICES) != 0)
@@ -108,7 +131,19 @@ int devns_close(int fd)
 
 ssize_t devns_readlink(const char *path, char *buf, size_t size)
 {
-    return readlink(path, buf, size);
+    if (path == nullptr || buf == nullptr)
+        return bad_address();
+    const ssize_t length = readlink(path, buf, size);
+    if (length >= 0 || (errno != ENOENT && errno != ENOTDIR))
+        return length;
+    return guarded([=]() -> ssize_t {
+        const auto link = device_link(path);
+        if (!link) {
+            errno = ENOENT;
+            return -1;
+        }
+        return static_cast<ssize_t>(link->copy(buf, size));
+    });
 }
 
 #pragma GCC visibility pop

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <cstdint>
 #include <cstring>
 #include <mutex>
 
@@ -11,6 +13,8 @@ namespace machine {
 
 namespace {
 
+constexpr std::size_t none = SIZE_MAX;
+
 /*
  * The walk's order. It is kept between calls, as a caller may well open the machine anew for each of them,
  * and belongs to one folder at a time.
@@ -19,7 +23,10 @@ struct snapshot {
     dev_t device = 0;
     ino_t inode = 0;
     bool filled = false;
+    bool settled = false; // a later change of the folder shows in its time
+    timespec modified = {};
     std::vector<std::string> file_names; // sorted
+    std::size_t last = none;             // the one that was given out last
 };
 
 struct shared_snapshot {
@@ -34,8 +41,18 @@ shared_snapshot &shared()
     return only;
 }
 
+/* Whether the folder's time of change lies so far back that its clock has gone on since. */
+bool is_settled(const timespec &modified)
+{
+    constexpr auto coarsest_clock = std::chrono::milliseconds(50);
+    auto changed = std::chrono::seconds(modified.tv_sec) + std::chrono::nanoseconds(modified.tv_nsec);
+    return std::chrono::system_clock::now().time_since_epoch() > changed + coarsest_clock;
+}
+
 EFI_STATUS take_snapshot(const firmware &machine, const struct stat &folder, snapshot *out)
 {
+    // An efivarfs does not say when it changed.
+    bool settled = machine.kind == store_kind::folder && is_settled(folder.st_mtim);
     std::vector<std::string> names;
     if (int error = list_folder(machine.variables.get(), &names); error != 0)
         return status_of(error);
@@ -46,8 +63,24 @@ EFI_STATUS take_snapshot(const firmware &machine, const struct stat &folder, sna
         return skip;
     });
     std::ranges::sort(names);
-    *out = {folder.st_dev, folder.st_ino, true, std::move(names)};
+    *out = {folder.st_dev, folder.st_ino, true, settled, folder.st_mtim, std::move(names), none};
     return EFI_SUCCESS;
+}
+
+/*
+ * Whether the list must be made anew for this step. A walk keeps its list, or deleting on the way would cost
+ * a reading of the folder for each step; who begins in the middle gets one that is up to date.
+ */
+bool needs_snapshot(const snapshot &order, const firmware &machine, const struct stat &folder,
+                    const std::string &previous)
+{
+    if (previous.empty() || !order.filled || order.device != folder.st_dev || order.inode != folder.st_ino)
+        return true;
+    if (order.last != none && order.file_names[order.last] == previous)
+        return false;
+    bool unchanged = order.settled && order.modified.tv_sec == folder.st_mtim.tv_sec &&
+                     order.modified.tv_nsec == folder.st_mtim.tv_nsec;
+    return !unchanged && is_variable(machine, previous);
 }
 
 EFI_STATUS hand_over(const std::string &file_name, UINTN *size, CHAR16 *name, EFI_GUID *guid)
@@ -66,7 +99,7 @@ EFI_STATUS hand_over(const std::string &file_name, UINTN *size, CHAR16 *name, EF
     return EFI_SUCCESS;
 }
 
-EFI_STATUS next_in(const snapshot &order, const firmware &machine, const std::string &previous, UINTN *size,
+EFI_STATUS next_in(snapshot &order, const firmware &machine, const std::string &previous, UINTN *size,
                    CHAR16 *name, EFI_GUID *guid)
 {
     auto next = std::ranges::upper_bound(order.file_names, previous);
@@ -75,7 +108,12 @@ EFI_STATUS next_in(const snapshot &order, const firmware &machine, const std::st
         return EFI_INVALID_PARAMETER;
     next = std::find_if(next, order.file_names.end(),
                         [&](const std::string &candidate) { return is_variable(machine, candidate); });
-    return next == order.file_names.end() ? EFI_NOT_FOUND : hand_over(*next, size, name, guid);
+    if (next == order.file_names.end())
+        return EFI_NOT_FOUND;
+    EFI_STATUS status = hand_over(*next, size, name, guid);
+    if (status == EFI_SUCCESS)
+        order.last = static_cast<std::size_t>(next - order.file_names.begin());
+    return status;
 }
 
 } // namespace
@@ -99,8 +137,7 @@ EFI_STATUS next_variable(const firmware &machine, UINTN *size, CHAR16 *name, EFI
     shared_snapshot &kept = shared();
     std::lock_guard guard(kept.mutex);
     snapshot &order = kept.current;
-    bool usable = order.filled && order.device == folder.st_dev && order.inode == folder.st_ino;
-    if (previous_file.empty() || !usable) {
+    if (needs_snapshot(order, machine, folder, previous_file)) {
         if (EFI_STATUS status = take_snapshot(machine, folder, &order); status != EFI_SUCCESS)
             return status;
     }

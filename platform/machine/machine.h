@@ -135,10 +135,11 @@ EFI_STATUS query_variable_info(const firmware &machine, UINT32 attributes, varia
 /* enumerate.cpp */
 
 /*
- * The variable behind `name` and `guid` (an empty name: the first) in the order of the file names' bytes. The
- * order is that of one list, made when a process asks for the first variable: a walk visits each variable of
- * the list that is still there once, and costs O(n log n) through however many handles. `*size` is the
- * buffer's size in bytes in, the name's out; EFI_BUFFER_TOO_SMALL changes nothing but `*size`.
+ * The variable behind `name` and `guid` (an empty name: the first) in the order of the file names' bytes. A
+ * walk goes along one list, made when it begins: it visits each variable of the list that is still there
+ * once, and costs O(n log n) through however many handles. `*size` is the buffer's size in bytes in, the
+ * name's out; EFI_BUFFER_TOO_SMALL changes nothing but `*size`. A name that neither is a variable nor stands
+ * in the list is EFI_INVALID_PARAMETER.
  */
 EFI_STATUS next_variable(const firmware &machine, UINTN *size, CHAR16 *name, EFI_GUID *guid);
 

@@ -13,6 +13,7 @@ int encode_ata(uefi_arg_list_t *args, uefi_device_path_t **out)
             .absent("Controller is a required argument\n")
             .or_word(ata_channels)
             .max(1, "'channel' cannot be greater than 1: %d\n"),
+        // Kept: two blanks in the last message.
         need("Drive", AT(drive))
             .absent("Drive is a required argument\n")
             .or_word(ata_drives)

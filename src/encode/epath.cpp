@@ -2,6 +2,7 @@
 
 #include "src/dpath/list.h"
 #include "src/encode/encode.h"
+#include "src/osmap/osmap.h"
 #include "src/rt/diag.h"
 
 using ovra::fail;
@@ -28,17 +29,26 @@ static int encode_uefi_text(ovra_path_t **paths, ovra_epath_t *epath_out, int *l
     return 0;
 }
 
-int ovra_epath_encode(ovra_hdl_t, ovra_path_t **paths, int, ovra_epath_t *epath_out, int *len_out)
+// Kept: a name of the device tree is looked up and accepted, but nothing is packed; the outputs stay as they
+// were.
+static int look_up_in_tree(const char *device)
+{
+    ovra::say("encoding non block /dev or any /devices paths not available\n");
+    uefi_device_path_t **nodes = nullptr;
+    const int result = add_hardware_paths(device, &nodes);
+    const ovra::node_list list(nodes);
+    return result == 0 ? 0 : fail("unable to construct full path\n");
+}
+
+int ovra_epath_encode(ovra_hdl_t hdl, ovra_path_t **paths, int flags, ovra_epath_t *epath_out, int *len_out)
 {
     const char *device = paths[0]->device_path;
     if (is_logical_disk(device)) {
         if (paths[1])
             return fail("encoding composite drives not supported\n");
-        return fail("unable to construct full path\n");
+        return encode_path_logdrive(hdl, device, paths[0]->file_path, flags, epath_out, len_out);
     }
-    if (starts_with(device, "/dev/") || starts_with(device, "/devices/")) {
-        ovra::say("encoding non block /dev or any /devices paths not available\n");
-        return fail("unable to construct full path\n");
-    }
+    if (starts_with(device, "/dev/") || starts_with(device, "/devices/"))
+        return look_up_in_tree(device);
     return encode_uefi_text(paths, epath_out, len_out);
 }

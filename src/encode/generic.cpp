@@ -21,12 +21,11 @@ static owned<uefi_device_path_t> raw_node(uint8_t type, uint8_t subtype, const h
 {
     // The block holds a header in any case; data that is no more than a part of one is refused later.
     const size_t size = data_offset + data.size;
-    auto node = ovra::new_raw_node(type, subtype, std::max(size, sizeof(uefi_device_path_t)));
+    auto node = ovra::new_block(type, subtype, std::max(size, sizeof(uefi_device_path_t)), 0);
     if (!node) {
         fail("unable to allocate dpath\n");
         return nullptr;
     }
-    node->len = 0;
     memcpy(reinterpret_cast<uint8_t *>(node.get()) + data_offset, data.bytes.get(), data.size);
     return node;
 }

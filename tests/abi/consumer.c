@@ -129,6 +129,10 @@ static void use_paths(ovra_hdl_t hdl)
     CHECK(strcmp(decoded[0]->file_path, "\\xy") == 0);
     free_dpath(hdl, decoded);
     free(packed);
+    /* A machine without disks: the root of the tree is all there is. */
+    CHECK(ovra_epath_decode_to_devices(hdl, path, sizeof path, &decoded) == 0);
+    CHECK(strcmp(decoded[0]->device_path, "/") == 0 && strcmp(decoded[0]->file_path, "\\xy") == 0);
+    free_dpath(hdl, decoded);
 }
 
 static void use_fields(ovra_hdl_t hdl)
@@ -176,6 +180,8 @@ static void use_options(ovra_hdl_t hdl)
     CHECK(strcmp(desc, "One") == 0 && attr == LOAD_OPTION_ACTIVE);
     CHECK(optdata_len == sizeof optdata && memcmp(optdata_back, optdata, sizeof optdata) == 0);
     memlist_free(hdl, path_back);
+    CHECK(ovra_bootopt_find(hdl, "c0t0d0s0", &names) == -1);
+    CHECK(ovra_bootopt_logdev(hdl, name, &names) == -1);
     memlist_free(hdl, name);
 
     CHECK(ovra_bootopt_set(hdl, "Boot0001", path, sizeof path, "Two", LOAD_OPTION_ACTIVE, NULL, 0) == 0);

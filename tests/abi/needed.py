@@ -14,7 +14,7 @@ import elf
 FOLDER = sys.argv.pop(1)
 SHARED = os.path.join(FOLDER, "libovra.so.1")
 ARCHIVE = os.path.join(FOLDER, "libovra.a")
-PLATFORM = {"libdevns.so.1"}
+PLATFORM = {"libdevns.so.1", "libhwtree.so.1", "libvolset.so.1", "libkvlist.so.1"}
 CALLS_INTO_PLATFORM = ("devns_", "ht_", "vs_", "kvlist_")
 # Of the C++ run-time library: its own functions, guards and exceptions, new, delete, class information.
 RUN_TIME = re.compile(r"_ZSt|_ZNSt|_ZNKSt|__cxa_|_Zn|_Zd|_ZTVN10__cxxabiv|__gxx_|_Unwind_")

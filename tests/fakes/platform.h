@@ -2,7 +2,7 @@
  * What the stand-ins of libhwtree, libvolset and libkvlist have in common: calls are counted over all three,
  * any of them can be made to fail, and what they hand out is watched. A null handle, one that was released,
  * or one released twice or by the wrong call ends the test program. The state is one for the process; calls
- * from several threads are allowed while nothing is set up.
+ * from several threads are allowed while nothing is being set up.
  */
 #ifndef TESTS_FAKES_PLATFORM_H
 #define TESTS_FAKES_PLATFORM_H

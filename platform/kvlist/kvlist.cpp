@@ -1,0 +1,109 @@
+#include "platform/include/kvlist.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <new>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+using byte_array = std::vector<uint8_t>;
+using value = std::variant<uint32_t, uint64_t, byte_array>;
+
+struct kvlist {
+    std::vector<std::pair<std::string, value>> pairs;
+};
+
+namespace {
+
+template <typename type>
+type *find(kvlist_t *list, const char *name)
+{
+    if (list == nullptr)
+        return nullptr;
+    for (auto &[key, held] : list->pairs) {
+        if (key == name && std::holds_alternative<type>(held))
+            return std::get_if<type>(&held);
+    }
+    return nullptr;
+}
+
+template <typename type>
+int look_up(kvlist_t *list, const char *name, type *out)
+{
+    const type *held = find<type>(list, name);
+    if (held == nullptr)
+        return ENOENT;
+    *out = *held;
+    return 0;
+}
+
+template <typename type>
+int add(kvlist_t *list, const char *name, type &&added) noexcept
+{
+    try {
+        list->pairs.emplace_back(name, std::forward<type>(added));
+        return 0;
+    } catch (const std::bad_alloc &) {
+        return ENOMEM;
+    }
+}
+
+} // namespace
+
+#pragma GCC visibility push(default)
+
+kvlist_t *kvlist_alloc(void)
+{
+    auto *list = new (std::nothrow) kvlist;
+    if (list == nullptr)
+        errno = ENOMEM;
+    return list;
+}
+
+void kvlist_free(kvlist_t *list)
+{
+    delete list;
+}
+
+int kvlist_add_uint32(kvlist_t *list, const char *name, uint32_t added)
+{
+    return add(list, name, added);
+}
+
+int kvlist_add_uint64(kvlist_t *list, const char *name, uint64_t added)
+{
+    return add(list, name, added);
+}
+
+int kvlist_add_uint8_array(kvlist_t *list, const char *name, const uint8_t *array, unsigned int count)
+{
+    try {
+        return add(list, name, byte_array(array, array + count));
+    } catch (const std::bad_alloc &) {
+        return ENOMEM;
+    }
+}
+
+int kvlist_lookup_uint32(kvlist_t *list, const char *name, uint32_t *out)
+{
+    return look_up(list, name, out);
+}
+
+int kvlist_lookup_uint64(kvlist_t *list, const char *name, uint64_t *out)
+{
+    return look_up(list, name, out);
+}
+
+int kvlist_lookup_uint8_array(kvlist_t *list, const char *name, uint8_t **array, unsigned int *count)
+{
+    auto *held = find<byte_array>(list, name);
+    if (held == nullptr)
+        return ENOENT;
+    *array = held->data();
+    *count = static_cast<unsigned int>(held->size());
+    return 0;
+}
+
+#pragma GCC visibility pop

@@ -1,0 +1,301 @@
+#include "platform/machine/disks.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <map>
+#include <set>
+
+namespace machine {
+
+namespace {
+
+constexpr std::size_t most_disks = 16384;
+constexpr std::uint32_t largest_block = 65536;
+
+// PCI class codes: base class, and with the subclass below it.
+constexpr unsigned base_class(unsigned class_code)
+{
+    return class_code >> 16;
+}
+constexpr unsigned subclass(unsigned class_code)
+{
+    return class_code >> 8 & 0xff;
+}
+constexpr unsigned mass_storage = 0x01;
+constexpr unsigned ide_subclass = 0x01;
+constexpr unsigned ata_subclass = 0x05;
+constexpr unsigned usb_controller = 0x0c03;
+constexpr unsigned sd_host = 0x0805;
+
+// Functions that count as storage controllers whether or not a disk is on them, so that pulling the only disk
+// of one renumbers no other.
+bool is_storage_controller(const pci_function &function)
+{
+    const unsigned kind = function.class_code >> 8;
+    return base_class(function.class_code) == mass_storage || kind == usb_controller || kind == sd_host;
+}
+
+enum class transport { sata, ide, scsi, other };
+
+// Where a disk is attached, by the components of its sysfs path below its function.
+struct attachment {
+    transport kind = transport::other;
+    unsigned channel = 0; // of an IDE function
+    unsigned target = 0;
+    unsigned lun = 0;
+    auto operator<=>(const attachment &) const = default;
+};
+
+std::vector<std::string_view> split(std::string_view text, char separator)
+{
+    std::vector<std::string_view> parts;
+    while (!text.empty()) {
+        const std::size_t end = std::min(text.find(separator), text.size());
+        if (end != 0)
+            parts.push_back(text.substr(0, end));
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return parts;
+}
+
+struct scsi_address {
+    unsigned host = 0;
+    unsigned channel = 0;
+    unsigned target = 0;
+    unsigned lun = 0;
+};
+
+// "6:0:1:2". Identifiers beyond 16 bits have no place in a device path; their disks are of no known
+// transport.
+std::optional<scsi_address> parse_scsi_address(std::string_view name)
+{
+    const auto parts = split(name, ':');
+    std::array<unsigned, 4> numbers = {};
+    if (parts.size() != numbers.size())
+        return std::nullopt;
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        const auto number = parse_number(parts[i], 10);
+        if (!number || *number > (i == 0 ? UINT32_MAX : 0xffff))
+            return std::nullopt;
+        numbers[i] = static_cast<unsigned>(*number);
+    }
+    return scsi_address{numbers[0], numbers[1], numbers[2], numbers[3]};
+}
+
+bool is_numbered(std::string_view name, std::string_view stem)
+{
+    return name.starts_with(stem) && parse_number(name.substr(stem.size()), 10).has_value();
+}
+
+class disk_finder {
+public:
+    disk_finder(const sysfs &machine_files, const std::vector<pci_function> &in_tree, device_tree *to)
+        : files(machine_files), functions(in_tree), tree(*to)
+    {
+        for (std::size_t i = 0; i < functions.size(); ++i)
+            by_path.emplace(functions[i].path, i);
+    }
+
+    void find()
+    {
+        for (const std::string &name : files.names("sys/block")) {
+            if (found.size() == most_disks) {
+                debug("sys/block: only the first %zu disks are looked at", most_disks);
+                break;
+            }
+            find_disk(name);
+        }
+        // Kernel names in the order of their numbers, sda before sdaa, decide where nothing else does.
+        std::sort(found.begin(), found.end(), [](const found_disk &a, const found_disk &b) {
+            return std::tuple(a.function, a.entry.kernel_name.size(), std::string_view(a.entry.kernel_name)) <
+                   std::tuple(b.function, b.entry.kernel_name.size(), std::string_view(b.entry.kernel_name));
+        });
+        number_controllers();
+        for (found_disk &disk : found)
+            place(&disk);
+    }
+
+private:
+    struct found_disk {
+        std::size_t function = 0;
+        attachment where;
+        disk entry;
+    };
+
+    void find_disk(const std::string &name)
+    {
+        const auto path = files.link("sys/block/" + name);
+        if (!path) {
+            debug("sys/block/%s: no link to a device", name.c_str());
+            return;
+        }
+        // The nearest function above the disk; without one it is a virtual disk, or none of ours.
+        std::string function_path = *path;
+        auto carrier = by_path.end();
+        while (carrier == by_path.end() && function_path.find('/') != std::string::npos) {
+            function_path.resize(function_path.rfind('/'));
+            carrier = by_path.find(function_path);
+        }
+        if (carrier == by_path.end())
+            return;
+        if (files.number(*path + "/hidden").value_or(0) != 0)
+            return;
+        // SCSI peripheral device type: 0 is a disk, 5 an optical drive and so on.
+        if (files.number(*path + "/device/type").value_or(0) != 0)
+            return;
+        if (is_numbered(name, "sr") || is_numbered(name, "fd")) {
+            return;
+        }
+        found_disk disk = {carrier->second, {}, {}};
+        disk.entry.kernel_name = name;
+        read_size(*path, &disk.entry);
+        const pci_function &function = functions[carrier->second];
+        disk.where =
+            locate(function, split(std::string_view(*path).substr(function_path.size()), '/'), function_path);
+        found.push_back(std::move(disk));
+    }
+
+    void read_size(const std::string &path, disk *entry) const
+    {
+        const auto block_size = files.number(path + "/queue/logical_block_size");
+        if (block_size && *block_size >= 512 && *block_size <= largest_block &&
+            (*block_size & (*block_size - 1)) == 0)
+            entry->block_size = static_cast<std::uint32_t>(*block_size);
+        // The kernel counts in units of 512 bytes, whatever the block size.
+        const std::uint64_t units = files.number(path + "/size").value_or(0);
+        entry->blocks = units / (entry->block_size / 512);
+    }
+
+    attachment locate(const pci_function &function, const std::vector<std::string_view> &components,
+                      const std::string &function_path) const
+    {
+        const bool usb = std::any_of(components.begin(), components.end(),
+                                     [](std::string_view name) { return is_numbered(name, "usb"); });
+        const auto disk_name = std::find(components.begin(), components.end(), "block");
+        if (usb || disk_name == components.begin() || disk_name == components.end())
+            return {};
+        const auto address = parse_scsi_address(*(disk_name - 1));
+        if (!address)
+            return {};
+        for (const std::string_view name : components) {
+            if (is_numbered(name, "ata"))
+                return locate_ata(function, function_path + "/" + std::string(name), name, *address);
+        }
+        if (base_class(function.class_code) != mass_storage)
+            return {};
+        return {transport::scsi, 0, address->target, address->lun};
+    }
+
+    attachment locate_ata(const pci_function &function, const std::string &port_path,
+                          std::string_view port_name, const scsi_address &address) const
+    {
+        const std::string attributes = port_path + "/ata_port/" + std::string(port_name);
+        // The controller's own port, which sysfs counts from 1; the name's number counts those of all hosts.
+        const auto port = files.number(attributes + "/port_no");
+        if (!port || *port == 0 || *port > 32) {
+            debug("%s: no port number, its disk has no path", attributes.c_str());
+            return {};
+        }
+        const auto number = static_cast<unsigned>(*port - 1);
+        const unsigned kind = subclass(function.class_code);
+        if (kind == ide_subclass || kind == ata_subclass)
+            return {transport::ide, number, address.target, 0};
+        // Behind a port multiplier the channel is its port: bit 8, and the number from bit 5 on.
+        if (files.number(attributes + "/nr_pmp_links").value_or(0) != 0 && address.channel < 16)
+            return {transport::sata, 0, 0x100 | address.channel << 5 | number, 0};
+        return {transport::sata, 0, number, 0};
+    }
+
+    // Controllers are numbered in the order of their physical path, those that only a disk makes one last.
+    void number_controllers()
+    {
+        unsigned next = 0;
+        for (std::size_t i = 0; i < functions.size(); ++i) {
+            if (is_storage_controller(functions[i]))
+                numbers.emplace(i, next++);
+        }
+        for (const found_disk &disk : found) {
+            if (numbers.emplace(disk.function, next).second)
+                ++next;
+        }
+    }
+
+    // Gives a disk its node and its name.
+    void place(found_disk *disk)
+    {
+        // Two disks that a path cannot tell apart (SCSI channels) must not share one: the later one has none.
+        if (disk->where.kind != transport::other && !taken.insert({disk->function, disk->where}).second) {
+            debug("%s: another disk has the same target, it has no path of its own",
+                  disk->entry.kernel_name.c_str());
+            disk->where = {};
+        }
+        const std::size_t function_node = functions[disk->function].node;
+        const attachment &where = disk->where;
+        switch (where.kind) {
+        case transport::sata:
+            disk->entry.node = add_node(function_node, "disk", where.target, where.lun);
+            disk->entry.target = where.target;
+            break;
+        case transport::ide:
+            disk->entry.node = add_node(ide_node(disk->function, where.channel), "hdrv", where.target, 0);
+            disk->entry.target = where.channel * 2 + where.target;
+            break;
+        case transport::scsi:
+            disk->entry.node = add_node(function_node, "sd", where.target, where.lun);
+            disk->entry.target = where.target;
+            disk->entry.lun = where.lun;
+            break;
+        case transport::other: {
+            const unsigned number = others[disk->function]++;
+            disk->entry.node = add_node(function_node, "blkdev", number, 0);
+            // Beside disks that have targets of their own, beyond these.
+            disk->entry.target = has_targets(disk->function) ? 0x10000 + number : number;
+            break;
+        }
+        }
+        disk->entry.controller = numbers.at(disk->function);
+        tree.disks.push_back(disk->entry);
+    }
+
+    bool has_targets(std::size_t function) const
+    {
+        const auto first = taken.lower_bound({function, {}});
+        return first != taken.end() && first->first == function;
+    }
+
+    std::size_t ide_node(std::size_t function, unsigned channel)
+    {
+        const auto [place, is_new] = channels.try_emplace({function, channel}, 0);
+        if (is_new) {
+            place->second = tree.add_node(functions[function].node, "ide", std::to_string(channel));
+        }
+        return place->second;
+    }
+
+    std::size_t add_node(std::size_t parent, const char *name, unsigned target, unsigned lun)
+    {
+        std::array<char, 32> address;
+        std::snprintf(address.data(), address.size(), "%x,%x", target, lun);
+        return tree.add_node(parent, name, address.data());
+    }
+
+    const sysfs &files;
+    const std::vector<pci_function> &functions;
+    device_tree &tree;
+    std::map<std::string, std::size_t> by_path;
+    std::vector<found_disk> found;
+    std::map<std::size_t, unsigned> numbers; // controllers, by function
+    std::set<std::pair<std::size_t, attachment>> taken;
+    std::map<std::size_t, unsigned> others; // disks without a path so far, by function
+    std::map<std::pair<std::size_t, unsigned>, std::size_t> channels;
+};
+
+} // namespace
+
+void add_disks(const sysfs &files, const std::vector<pci_function> &functions, device_tree *tree)
+{
+    disk_finder(files, functions, tree).find();
+}
+
+} // namespace machine

@@ -1,0 +1,87 @@
+#include "platform/machine/drives.h"
+
+#include <algorithm>
+
+#include "platform/machine/sysfs.h"
+
+namespace machine {
+
+std::optional<volume_name> parse_volume_name(std::string_view text)
+{
+    const std::size_t letter = text.find_last_of("sp");
+    if (letter == std::string_view::npos)
+        return std::nullopt;
+    const auto number = parse_number(text.substr(letter + 1), 10);
+    if (!number || *number > UINT16_MAX)
+        return std::nullopt;
+    return volume_name{std::string(text.substr(0, letter)),
+                       text[letter] == 's' ? table_kind::gpt : table_kind::mbr,
+                       static_cast<unsigned>(*number)};
+}
+
+std::shared_ptr<drive_set> drive_set::read()
+{
+    auto drives = std::make_shared<drive_set>();
+    drives->root = open_root();
+    if (!drives->root.folder)
+        return nullptr;
+    drives->devices = read_device_tree(drives->root);
+    drives->media.resize(drives->devices.disks.size());
+    return drives;
+}
+
+const medium &drive_set::medium_of(std::size_t disk)
+{
+    const std::lock_guard guard(reading);
+    if (!media[disk])
+        media[disk] = std::make_unique<medium>(read_medium(root, devices.disks[disk]));
+    return *media[disk];
+}
+
+std::size_t drive_set::find_drive(std::string_view name) const
+{
+    const disk *found = devices.find_disk(name);
+    return found != nullptr ? static_cast<std::size_t>(found - devices.disks.data()) : devices.disks.size();
+}
+
+unsigned volume_number(table_kind table, const partition &part)
+{
+    return table == table_kind::gpt ? part.number - 1 : part.number;
+}
+
+const partition *find_partition(const medium &medium, const volume_name &name)
+{
+    if (medium.table != name.table)
+        return nullptr;
+    for (const partition &part : medium.partitions) {
+        if (volume_number(medium.table, part) == name.number)
+            return &part;
+    }
+    return nullptr;
+}
+
+// Slices have the letters from a on, partitions those from q on; beyond these, which no table of their time
+// had, the number itself.
+static std::string minor_name(const volume_name &name)
+{
+    const bool slice = name.table == table_kind::gpt;
+    const unsigned letters = slice ? 'q' - 'a' : 'z' + 1 - 'q';
+    if (name.number < letters)
+        return {static_cast<char>((slice ? 'a' : 'q') + name.number)};
+    return (slice ? "s" : "p") + std::to_string(name.number);
+}
+
+std::optional<std::string> device_link(std::string_view volume)
+{
+    const auto name = parse_volume_name(volume);
+    const auto drives = name ? drive_set::read() : nullptr;
+    if (!drives)
+        return std::nullopt;
+    const std::size_t place = drives->find_drive(name->drive);
+    if (place == drives->tree().disks.size() || find_partition(drives->medium_of(place), *name) == nullptr)
+        return std::nullopt;
+    const std::size_t node = drives->tree().disks[place].node;
+    return "../../devices" + drives->tree().path_of(node) + ":" + minor_name(*name);
+}
+
+} // namespace machine

@@ -1,0 +1,37 @@
+/* What is on a disk: its partition table, read through libblkid. */
+#ifndef HWPLAT_MACHINE_MEDIA_H
+#define HWPLAT_MACHINE_MEDIA_H
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include "platform/machine/tree.h"
+
+namespace machine {
+
+enum class table_kind { none, mbr, gpt };
+
+struct partition {
+    unsigned number =
+        0; /* of the table's entry, from 1; logical partitions of an MBR from 5; 0 the whole disk */
+    std::uint64_t start = 0;                /* logical blocks */
+    std::uint64_t size = 0;                 /* logical blocks */
+    std::array<std::uint8_t, 16> guid = {}; /* as it stands on disk; of a GPT */
+};
+
+struct medium {
+    table_kind table = table_kind::none;
+    std::uint32_t signature = 0;       /* of an MBR */
+    std::vector<partition> partitions; /* by number; an MBR's begin with the whole disk */
+};
+
+/*
+ * The medium of a disk. One without a table that can be read has none: a blank or unreadable disk, or one
+ * without a device file below the machine's "dev".
+ */
+medium read_medium(const machine_root &root, const disk &disk);
+
+} // namespace machine
+
+#endif

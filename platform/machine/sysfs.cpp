@@ -1,0 +1,143 @@
+#include "platform/machine/sysfs.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/machine/files.h"
+#include "platform/machine/machine.h"
+
+namespace machine {
+
+namespace {
+
+// A sysfs file is one page at the most; a folder of more entries than this is none that a kernel made.
+constexpr std::size_t largest_text = 4096;
+constexpr std::size_t most_names = 65536;
+
+struct closing {
+    void operator()(DIR *folder) const { closedir(folder); }
+};
+
+// Adds the components of `path` to those of a resolved one. False when it leads above the root.
+bool resolve(std::string_view path, std::vector<std::string_view> *components)
+{
+    while (!path.empty()) {
+        const std::size_t end = std::min(path.find('/'), path.size());
+        const std::string_view component = path.substr(0, end);
+        path.remove_prefix(std::min(end + 1, path.size()));
+        if (component.empty() || component == ".")
+            continue;
+        if (component != "..") {
+            components->push_back(component);
+            continue;
+        }
+        if (components->empty())
+            return false;
+        components->pop_back();
+    }
+    return true;
+}
+
+} // namespace
+
+std::optional<std::uint64_t> parse_number(std::string_view text, int base)
+{
+    std::uint64_t value = 0;
+    const char *end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, value, base);
+    if (error != std::errc() || stop != end)
+        return std::nullopt;
+    return value;
+}
+
+std::optional<std::string> sysfs::text(const std::string &path) const
+{
+    const descriptor file(openat(folder, path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat status = {};
+    if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
+        return std::nullopt;
+    std::array<char, largest_text + 1> buffer;
+    std::size_t length = 0;
+    while (length < buffer.size()) {
+        const ssize_t count = read(file.get(), buffer.data() + length, buffer.size() - length);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            return std::nullopt;
+        if (count == 0)
+            break;
+        length += static_cast<std::size_t>(count);
+    }
+    if (length > largest_text) {
+        debug("%s: longer than a sysfs file can be", path.c_str());
+        return std::nullopt;
+    }
+    std::string_view contents(buffer.data(), length);
+    if (contents.ends_with('\n'))
+        contents.remove_suffix(1);
+    if (contents.find('\0') != std::string_view::npos)
+        return std::nullopt;
+    return std::string(contents);
+}
+
+std::optional<std::uint64_t> sysfs::number(const std::string &path) const
+{
+    const auto contents = text(path);
+    if (!contents)
+        return std::nullopt;
+    const std::string_view digits = *contents;
+    return digits.starts_with("0x") ? parse_number(digits.substr(2), 16) : parse_number(digits, 10);
+}
+
+std::optional<std::string> sysfs::link(const std::string &path) const
+{
+    std::array<char, PATH_MAX> target;
+    const ssize_t length = readlinkat(folder, path.c_str(), target.data(), target.size());
+    if (length <= 0 || static_cast<std::size_t>(length) == target.size() || target[0] == '/')
+        return std::nullopt;
+    std::vector<std::string_view> components;
+    if (!resolve(std::string_view(path).substr(0, path.rfind('/') + 1), &components) ||
+        !resolve({target.data(), static_cast<std::size_t>(length)}, &components))
+        return std::nullopt;
+    std::string resolved;
+    for (const std::string_view component : components) {
+        if (!resolved.empty())
+            resolved += '/';
+        resolved += component;
+    }
+    return resolved;
+}
+
+std::vector<std::string> sysfs::names(const std::string &path) const
+{
+    std::vector<std::string> names;
+    descriptor opened(openat(folder, path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!opened)
+        return names;
+    const std::unique_ptr<DIR, closing> stream(fdopendir(opened.get()));
+    if (!stream)
+        return names;
+    opened.release();
+    while (const dirent *entry = readdir(stream.get())) {
+        if (entry->d_name[0] == '.')
+            continue;
+        if (names.size() == most_names) {
+            debug("%s: only the first %zu names are looked at", path.c_str(), most_names);
+            break;
+        }
+        names.emplace_back(entry->d_name);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+} // namespace machine

@@ -1,0 +1,62 @@
+/*
+ * The device tree of a machine, made of its sysfs: the root "hwplat", PCI host bridges, PCI functions as
+ * sysfs nests them, and the disks below the functions that carry them.
+ */
+#ifndef HWPLAT_MACHINE_TREE_H
+#define HWPLAT_MACHINE_TREE_H
+
+#include <cstddef>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/machine/machine.h"
+
+namespace machine {
+
+struct tree_node {
+    static constexpr std::size_t none = SIZE_MAX;
+
+    std::string name;
+    std::optional<std::string> address;
+    std::size_t parent = none;
+    std::vector<std::size_t> children; /* in the order in which they are walked */
+    std::map<std::string, std::vector<int>, std::less<>> integers;
+    std::map<std::string, std::string, std::less<>> strings;
+};
+
+/* A disk, and how it is known: to Linux, in the tree, by its controller's number, target and logical unit. */
+struct disk {
+    std::string kernel_name; /* "sda" */
+    std::size_t node = 0;    /* its node in the tree */
+    std::uint64_t blocks = 0;
+    std::uint32_t block_size = 512; /* bytes of a logical block */
+    unsigned controller = 0;
+    unsigned target = 0;
+    unsigned lun = 0;
+
+    /* "c0t0d0" */
+    [[nodiscard]] std::string name() const;
+};
+
+struct device_tree {
+    std::vector<tree_node> nodes; /* the root is the first */
+    std::vector<disk> disks;      /* by controller, target and logical unit */
+
+    /* Adds a node behind the children of its parent; returns its place. */
+    std::size_t add_node(std::size_t parent, std::string name, std::string address);
+
+    /* "/pci@0,0/pci8086,2922@1f,2/disk@0,0"; "/" for the root. */
+    [[nodiscard]] std::string path_of(std::size_t node) const;
+
+    /* The disk of a name "c0t0d0", or null. */
+    [[nodiscard]] const disk *find_disk(std::string_view name) const;
+};
+
+/* What cannot be read of it is left out, and said under HWPLAT_DEBUG. */
+device_tree read_device_tree(const machine_root &root);
+
+} // namespace machine
+
+#endif

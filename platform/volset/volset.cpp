@@ -1,0 +1,285 @@
+#include "platform/include/volset.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/machine/drives.h"
+
+using machine::drive_set;
+using machine::partition;
+using machine::table_kind;
+
+namespace {
+
+constexpr std::string_view block_names = "/dev/dsk/";
+constexpr std::string_view raw_names = "/dev/rdsk/";
+
+// What a descriptor stands for. It keeps the snapshot in which it was found.
+struct object {
+    vs_kind_t kind = VS_DRIVE;
+    std::shared_ptr<drive_set> drives;
+    std::size_t disk = 0;
+    const partition *part = nullptr; // of a partition or a slice
+
+    [[nodiscard]] const machine::disk &drive() const { return drives->tree().disks[disk]; }
+    [[nodiscard]] const machine::medium &medium() const { return drives->medium_of(disk); }
+};
+
+using objects = std::vector<std::unique_ptr<object>>;
+
+struct list_freeing {
+    void operator()(kvlist_t *list) const { kvlist_free(list); }
+};
+using list_owner = std::unique_ptr<kvlist_t, list_freeing>;
+
+object *to_object(vs_descriptor_t descriptor)
+{
+    return reinterpret_cast<object *>(
+        descriptor); // NOLINT(performance-no-int-to-ptr): a descriptor is a number
+}
+
+vs_descriptor_t to_descriptor(std::unique_ptr<object> found)
+{
+    return reinterpret_cast<vs_descriptor_t>(found.release());
+}
+
+// No exception leaves a C function, and an outcome is always written.
+template <typename result, typename body>
+result guarded(int *err, body call) noexcept
+{
+    *err = 0;
+    try {
+        return call();
+    } catch (const std::bad_alloc &) {
+        *err = ENOMEM;
+    } catch (...) {
+        *err = EIO;
+    }
+    return result{};
+}
+
+// An array ended by 0.
+vs_descriptor_t *to_array(objects found)
+{
+    auto *array = static_cast<vs_descriptor_t *>(calloc(found.size() + 1, sizeof(vs_descriptor_t)));
+    if (array == nullptr)
+        throw std::bad_alloc();
+    for (std::size_t i = 0; i < found.size(); ++i)
+        array[i] = to_descriptor(std::move(found[i]));
+    return array;
+}
+
+void add(objects *found, object added)
+{
+    found->push_back(std::make_unique<object>(std::move(added)));
+}
+
+// The table of a medium whose entries are of a kind; none for a drive or a medium.
+table_kind table_of(vs_kind_t kind)
+{
+    if (kind == VS_PARTITION)
+        return table_kind::mbr;
+    return kind == VS_SLICE ? table_kind::gpt : table_kind::none;
+}
+
+// Adds what a disk has of a kind: itself, its medium if it has one, or the entries of its table.
+void add_of_disk(const std::shared_ptr<drive_set> &drives, std::size_t disk, vs_kind_t kind, objects *found)
+{
+    if (kind == VS_DRIVE) {
+        add(found, {kind, drives, disk});
+        return;
+    }
+    const machine::medium &medium = drives->medium_of(disk);
+    if (medium.table == table_kind::none)
+        return;
+    if (kind == VS_MEDIA) {
+        add(found, {kind, drives, disk});
+        return;
+    }
+    if (medium.table != table_of(kind))
+        return;
+    for (const partition &part : medium.partitions)
+        add(found, {kind, drives, disk, &part});
+}
+
+bool is_kind(vs_kind_t kind)
+{
+    return kind >= VS_DRIVE && kind <= VS_SLICE;
+}
+
+vs_descriptor_t find_by_name(vs_kind_t kind, std::string_view name, int *err)
+{
+    const std::string_view prefix = kind == VS_PARTITION ? raw_names : block_names;
+    if (name.starts_with(prefix))
+        name.remove_prefix(prefix.size());
+    *err = ENOENT;
+    const bool whole = kind == VS_DRIVE || kind == VS_MEDIA;
+    const auto volume = whole ? machine::volume_name{std::string(name), table_kind::none, 0}
+                              : machine::parse_volume_name(name).value_or(machine::volume_name{});
+    if (!whole && volume.table != table_of(kind))
+        return 0;
+    auto drives = drive_set::read();
+    if (!drives) {
+        *err = errno;
+        return 0;
+    }
+    const std::size_t disk = drives->find_drive(volume.drive);
+    if (disk == drives->tree().disks.size())
+        return 0;
+    object found = {kind, drives, disk};
+    if (!whole)
+        found.part = machine::find_partition(drives->medium_of(disk), volume);
+    if ((!whole && found.part == nullptr) ||
+        (kind == VS_MEDIA && drives->medium_of(disk).table == table_kind::none))
+        return 0;
+    *err = 0;
+    return to_descriptor(std::make_unique<object>(std::move(found)));
+}
+
+void check(int result)
+{
+    if (result != 0)
+        throw std::bad_alloc();
+}
+
+void add_text(kvlist_t *list, const char *name, const std::string &text)
+{
+    check(kvlist_add_uint8_array(list, name, reinterpret_cast<const uint8_t *>(text.c_str()),
+                                 static_cast<unsigned>(text.size() + 1)));
+}
+
+void add_drive_attributes(const object &of, kvlist_t *list)
+{
+    const machine::disk &drive = of.drive();
+    check(kvlist_add_uint32(list, "blocksize", drive.block_size));
+    check(kvlist_add_uint64(list, "nblocks", drive.blocks));
+    add_text(list, "kernel-name", drive.kernel_name);
+    add_text(list, "devfs-path", of.drives->tree().path_of(drive.node));
+}
+
+void add_attributes(const object &of, kvlist_t *list)
+{
+    switch (of.kind) {
+    case VS_DRIVE:
+        add_drive_attributes(of, list);
+        break;
+    case VS_MEDIA:
+        check(kvlist_add_uint32(list, "blocksize", of.drive().block_size));
+        check(kvlist_add_uint64(list, "nblocks", of.drive().blocks));
+        if (of.medium().table == table_kind::mbr)
+            check(kvlist_add_uint32(list, "volserno", of.medium().signature));
+        break;
+    case VS_PARTITION:
+        check(kvlist_add_uint32(list, "relsect", static_cast<uint32_t>(of.part->start)));
+        check(kvlist_add_uint32(list, "nsectors", static_cast<uint32_t>(of.part->size)));
+        break;
+    case VS_SLICE:
+        check(kvlist_add_uint64(list, "start", of.part->start));
+        check(kvlist_add_uint64(list, "size", of.part->size));
+        check(kvlist_add_uint8_array(list, "uguid", of.part->guid.data(),
+                                     static_cast<unsigned>(of.part->guid.size())));
+        break;
+    }
+}
+
+std::string name_of(const object &of)
+{
+    const std::string drive = of.drive().name();
+    if (of.part == nullptr)
+        return drive;
+    const std::string number = std::to_string(machine::volume_number(table_of(of.kind), *of.part));
+    if (of.kind == VS_SLICE)
+        return std::string(block_names) + drive + "s" + number;
+    return std::string(raw_names) + drive + "p" + number;
+}
+
+} // namespace
+
+#pragma GCC visibility push(default)
+
+vs_descriptor_t *vs_get_descriptors(vs_kind_t kind, const int *, int *err)
+{
+    return guarded<vs_descriptor_t *>(err, [=]() -> vs_descriptor_t * {
+        if (!is_kind(kind)) {
+            *err = EINVAL;
+            return nullptr;
+        }
+        const auto drives = drive_set::read();
+        if (!drives) {
+            *err = errno;
+            return nullptr;
+        }
+        objects found;
+        for (std::size_t disk = 0; disk < drives->tree().disks.size(); ++disk)
+            add_of_disk(drives, disk, kind, &found);
+        return to_array(std::move(found));
+    });
+}
+
+vs_descriptor_t vs_get_descriptor_by_name(vs_kind_t kind, const char *name, int *err)
+{
+    return guarded<vs_descriptor_t>(err, [=]() -> vs_descriptor_t {
+        if (!is_kind(kind)) {
+            *err = EINVAL;
+            return 0;
+        }
+        return find_by_name(kind, name, err);
+    });
+}
+
+vs_descriptor_t *vs_get_associated_descriptors(vs_descriptor_t desc, vs_kind_t kind, int *err)
+{
+    return guarded<vs_descriptor_t *>(err, [=]() -> vs_descriptor_t * {
+        if (!is_kind(kind)) {
+            *err = EINVAL;
+            return nullptr;
+        }
+        const object &of = *to_object(desc);
+        objects found;
+        add_of_disk(of.drives, of.disk, kind, &found);
+        return to_array(std::move(found));
+    });
+}
+
+kvlist_t *vs_get_attributes(vs_descriptor_t desc, int *err)
+{
+    return guarded<kvlist_t *>(err, [=] {
+        list_owner list(kvlist_alloc());
+        if (!list)
+            throw std::bad_alloc();
+        add_attributes(*to_object(desc), list.get());
+        return list.release();
+    });
+}
+
+char *vs_get_name(vs_descriptor_t desc, int *err)
+{
+    return guarded<char *>(err, [=] {
+        char *name = strdup(name_of(*to_object(desc)).c_str());
+        if (name == nullptr)
+            throw std::bad_alloc();
+        return name;
+    });
+}
+
+void vs_free_descriptor(vs_descriptor_t desc)
+{
+    delete to_object(desc);
+}
+
+void vs_free_descriptors(vs_descriptor_t *descs)
+{
+    if (descs == nullptr)
+        return;
+    for (vs_descriptor_t *desc = descs; *desc != 0; ++desc)
+        delete to_object(*desc);
+    free(descs);
+}
+
+#pragma GCC visibility pop

@@ -1,0 +1,278 @@
+// Every call of the platform that fails, in every way and at every place, and every refused allocation:
+// nothing is lost, nothing is released twice, and the same call succeeds afterwards.
+#include <functional>
+
+#include "src/osmap/harddrive.h"
+#include "tests/osmap/mapping.h"
+#include "tests/osmap/options.h"
+#include "tests/support/sweep.h"
+
+using ovra::owned;
+using namespace ovra::test;
+
+namespace {
+
+// One routine: its result, and in `text` what it gave, which it has released or left to the handle.
+struct routine {
+    const char *name;
+    std::function<int(ovra_hdl_t hdl, std::string *text)> call;
+    // It may succeed without some memory: an option or a drive is passed over, a message is shorter.
+    bool goes_on = false;
+
+    friend std::ostream &operator<<(std::ostream &out, const routine &one) { return out << one.name; }
+};
+
+int node_result(int result, uefi_device_path_t *node, std::string *text)
+{
+    const owned<uefi_device_path_t> owner(node);
+    EXPECT_TRUE(result == 0 || !node);
+    *text = node ? to_hex(node, node->len) : "";
+    return result;
+}
+
+int names_result(int result, char **names, std::string *text)
+{
+    EXPECT_TRUE(result == 0 || !names);
+    for (const std::string &name : strings_of(names))
+        *text += name + " ";
+    return result;
+}
+
+int translate(const char *component_of_disk, std::string *text)
+{
+    const ovra::snapshot root = ovra::take_snapshot();
+    if (!root)
+        return -1;
+    // Down the first children, to the level that is asked for.
+    ht_node_t node = root.get();
+    for (ht_node_t child = ht_child_node(node); child; child = ht_child_node(child)) {
+        node = child;
+        if (std::string(ovra::name_of(node)) == component_of_disk)
+            break;
+    }
+    uefi_device_path_t *made = nullptr;
+    const int result = dinode_to_uefinode(node, &made);
+    return node_result(result, made, text);
+}
+
+int walk(const char *path, std::string *text)
+{
+    uefi_device_path_t **nodes = nullptr;
+    const int result = add_hardware_paths(path, &nodes);
+    const ovra::node_list list(nodes);
+    *text = bytes_of(nodes);
+    return result;
+}
+
+int encode(ovra_hdl_t hdl, const char *disk, std::string *text)
+{
+    ovra_epath_t path = nullptr;
+    int len = 0;
+    const int result = encode_path_logdrive(hdl, disk, "\\EFI", 1, &path, &len);
+    EXPECT_EQ(result == 0, path != nullptr);
+    *text = path ? to_hex(path, static_cast<size_t>(len)) : "";
+    return result;
+}
+
+int decode(ovra_hdl_t hdl, const std::string &nodes, std::string *text)
+{
+    bytes packed = from_hex(nodes);
+    ovra_path_t **paths = nullptr;
+    const int result =
+        ovra_epath_decode_to_devices(hdl, packed.data(), static_cast<int>(packed.size()), &paths);
+    for (ovra_path_t **path = paths; path && *path; ++path)
+        *text +=
+            std::string((*path)->device_path) + " " + ((*path)->file_path ? (*path)->file_path : "") + "\n";
+    return result;
+}
+
+int build(int (*builder)(const char *, uefi_device_path_t **), const char *name, std::string *text)
+{
+    uefi_device_path_t *node = nullptr;
+    const int result = builder(name, &node);
+    return node_result(result, node, text);
+}
+
+int find(ovra_hdl_t hdl, const char *node, std::string *text)
+{
+    const bytes stored = from_hex(node);
+    char **names = nullptr;
+    const int result =
+        ovra::find_drives(hdl, reinterpret_cast<const uefi_device_path_t *>(stored.data()), &names);
+    return names_result(result, names, text);
+}
+
+int with_name(int (*call)(ovra_hdl_t, char *, char ***), ovra_hdl_t hdl, const char *name, std::string *text)
+{
+    mutable_text copy = {name};
+    char **names = nullptr;
+    const int result = call(hdl, copy, &names);
+    return names_result(result, names, text);
+}
+
+int signature(std::string *text)
+{
+    int err = 0;
+    const ovra::descriptor partition(vs_get_descriptor_by_name(VS_PARTITION, "/dev/rdsk/c0t1d0p1", &err));
+    uint32_t value = 0;
+    const int result = partition ? get_mbr_sig(partition.get(), &value) : -1;
+    *text = std::to_string(value);
+    return result;
+}
+
+const std::string disk_nodes = std::string(root_bridge) + sata_function + sata_disk;
+
+template <typename constructor>
+routine constructing(const char *name, const constructor &construct)
+{
+    return {name, [construct](ovra_hdl_t, std::string *text) {
+                uefi_device_path_t *node = nullptr;
+                const int result = construct(&node);
+                return node_result(result, node, text);
+            }};
+}
+
+const routine routines[] = {
+    constructing("add_acpi", [](auto **out) { return add_acpi(1, 2, out); }),
+    constructing("add_pci", [](auto **out) { return add_pci(1, 2, out); }),
+    constructing("add_ctrl", [](auto **out) { return add_ctrl(1, out); }),
+    constructing("add_scsi", [](auto **out) { return add_scsi(1, 2, out); }),
+    constructing("add_atapi", [](auto **out) { return add_atapi(1, 2, 3, out); }),
+    constructing("add_sata", [](auto **out) { return add_sata(1, 2, 3, out); }),
+    {"dinode_to_uefinode of a bridge", [](ovra_hdl_t, std::string *text) { return translate("pci", text); }},
+    {"dinode_to_uefinode of a function",
+     [](ovra_hdl_t, std::string *text) { return translate("pci-ide", text); }},
+    {"dinode_to_uefinode of ide", [](ovra_hdl_t, std::string *text) { return translate("ide", text); }},
+    {"dinode_to_uefinode of a disk", [](ovra_hdl_t, std::string *text) { return translate("hdrv", text); }},
+    {"add_hardware_paths to SATA",
+     [](ovra_hdl_t, std::string *text) { return walk("/dev/dsk/c0t0d0s0", text); }},
+    {"add_hardware_paths to SCSI",
+     [](ovra_hdl_t, std::string *text) { return walk("/devices/pci@0,0/pci1000,30@5/sd@3,1:a", text); }},
+    {"add_hardware_paths through ide",
+     [](ovra_hdl_t, std::string *text) {
+         return walk("/devices/pci@0,0/pci-ide@1f,1/ide@1/hdrv@0,0:a", text);
+     }},
+    {"add_hd_path of a slice",
+     [](ovra_hdl_t, std::string *text) { return build(add_hd_path, "c0t0d0s0", text); }},
+    {"add_hd_path of a partition",
+     [](ovra_hdl_t, std::string *text) { return build(add_hd_path, "c0t1d0p1", text); }},
+    {"get_mbr_sig", [](ovra_hdl_t, std::string *text) { return signature(text); }},
+    {"encode_path_logdrive", [](ovra_hdl_t hdl, std::string *text) { return encode(hdl, "c0t0d0s0", text); }},
+    {"encode_path_logdrive of a partition",
+     [](ovra_hdl_t hdl, std::string *text) { return encode(hdl, "c0t1d0p1", text); }},
+    {"find_drive_guid", [](ovra_hdl_t hdl, std::string *text) { return find(hdl, slice_node, text); }, true},
+    {"find_drive_mbrsig", [](ovra_hdl_t hdl, std::string *text) { return find(hdl, partition_node, text); },
+     true},
+    {"ovra_epath_decode_to_devices of a short form",
+     [](ovra_hdl_t hdl, std::string *text) { return decode(hdl, partition_node, text); }, true},
+    {"ovra_epath_decode_to_devices of hardware paths",
+     [](ovra_hdl_t hdl, std::string *text) {
+         return decode(hdl, disk_nodes + "04 04 08 00 5c 00 00 00 " + end_instance + disk_nodes + end_entire,
+                       text);
+     },
+     true},
+    {"ovra_bootopt_logdev",
+     [](ovra_hdl_t hdl, std::string *text) { return with_name(ovra_bootopt_logdev, hdl, "Boot0001", text); },
+     true},
+    {"ovra_bootopt_find",
+     [](ovra_hdl_t hdl, std::string *text) { return with_name(ovra_bootopt_find, hdl, "c0t0d0s0", text); },
+     true},
+};
+
+class failing_platform : public mapping, public ::testing::WithParamInterface<routine> {
+protected:
+    void SetUp() override
+    {
+        mapping::SetUp();
+        put_option("Boot0001", std::string(slice_node) + end_entire);
+        put_option("Boot0002", std::string(partition_node) + end_entire);
+        // A second match, so that a drive can be passed over.
+        fakes::add_gpt_drive("c1t0d0").add_slice("/dev/dsk/c1t0d0s0", 0x800, 0x100000,
+                                                 from_hex(guid_of_slice));
+        fakes::add_mbr_drive("c1t1d0", 0x12345678).add_partition("/dev/rdsk/c1t1d0p1", 2048, 409600);
+        fakes::put_link("/dev/dsk/c1t1d0p1", "/devices/pci@1,0/pci8086,a282@17/disk@2,0:r");
+    }
+};
+
+std::string name_of_case(const ::testing::TestParamInfo<routine> &info)
+{
+    std::string name = info.param.name;
+    for (char &c : name)
+        if (!isalnum(static_cast<unsigned char>(c)))
+            c = '_';
+    return name;
+}
+
+} // namespace
+
+TEST_P(failing_platform, at_every_call)
+{
+    std::string expected;
+    ASSERT_EQ(quietly([&] { return GetParam().call(hdl, &expected); }), 0);
+    for (const fakes::failing how : fakes::all_failings) {
+        for (unsigned n = 0;; ++n) {
+            SCOPED_TRACE("call " + std::to_string(n) + " fails in way " +
+                         std::to_string(static_cast<int>(how)));
+            count_blocks();
+            ovra_hdl_t fresh = nullptr;
+            ASSERT_EQ(ovra_init(&fresh), 0);
+            std::string text;
+            fakes::fail_platform_call(n, how);
+            const int result = quietly([&] { return GetParam().call(fresh, &text); });
+            const bool failed = fakes::stop_failing();
+            EXPECT_TRUE(result == 0 || result == -1);
+            EXPECT_EQ(fakes::platform_objects(), 0U);
+            // The same call again, with the platform in order.
+            text.clear();
+            EXPECT_EQ(quietly([&] { return GetParam().call(fresh, &text); }), 0);
+            EXPECT_EQ(text, expected);
+            ovra_fini(fresh);
+            EXPECT_EQ(live_blocks(), 0);
+            stop_counting();
+            if (!failed)
+                break;
+        }
+    }
+}
+
+TEST_P(failing_platform, at_every_allocation)
+{
+    std::string expected;
+    ASSERT_EQ(quietly([&] { return GetParam().call(hdl, &expected); }), 0);
+    const auto body = [](ovra_hdl_t fresh) {
+        std::string text;
+        return GetParam().call(fresh, &text);
+    };
+    const auto check = [](const attempt &) { EXPECT_EQ(fakes::platform_objects(), 0U); };
+    if (!GetParam().goes_on) {
+        for_each_refused_allocation(body, check);
+        return;
+    }
+    for_each_refused_allocation_any_result(body, [&](const attempt &one) {
+        check(one);
+        EXPECT_TRUE(one.result == -1 || one.result == 0);
+        if (one.refused == 0) {
+            EXPECT_EQ(one.result, 0);
+        }
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(each, failing_platform, ::testing::ValuesIn(routines), name_of_case);
+
+// Where one drive is all there is, there is no result without it.
+TEST_F(mapping, a_refused_allocation_loses_the_only_drive)
+{
+    const std::deque<fakes::drive> both = fakes::drives();
+    const std::pair<const char *, fakes::drive> cases[] = {{slice_node, both[0]}, {partition_node, both[1]}};
+    for (const auto &one : cases) {
+        fakes::drives() = {one.second};
+        for_each_refused_allocation([&](ovra_hdl_t fresh) {
+            std::string text;
+            return find(fresh, one.first, &text);
+        });
+        for_each_refused_allocation([&](ovra_hdl_t fresh) {
+            std::string text;
+            return decode(fresh, std::string(one.first) + end_entire, &text);
+        });
+    }
+}
