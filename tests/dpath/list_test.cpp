@@ -65,6 +65,19 @@ TEST(node_list, free_of_a_list_without_nodes_frees_the_array)
     stop_counting();
 }
 
+TEST(node_list, free_of_a_node_that_stands_several_times_in_a_row_frees_it_once)
+{
+    count_blocks();
+    uefi_device_path_t **list = nullptr;
+    uefi_device_path_t *const first = node_of(end_instance).release();
+    uefi_device_path_t *const second = node_of(end_entire).release();
+    for (uefi_device_path_t *one : {first, first, first, second, second})
+        ASSERT_EQ(add_dpath_list(&list, one), 0);
+    free_device_path(list);
+    EXPECT_EQ(live_blocks(), 0);
+    stop_counting();
+}
+
 TEST(node_list, refused_growth_leaves_list_and_node)
 {
     const messages said;
@@ -102,4 +115,54 @@ TEST(node_list, survives_every_refusal_silently)
             return result;
         },
         [](const attempt &one) { EXPECT_EQ(one.messages, ""); });
+}
+
+TEST(node_list_builder, takes_nodes_in_order_and_moves_the_list_only_now_and_then)
+{
+    for (const size_t nodes : {1U, 6U, 7U, 8U, 15U, 5000U}) {
+        std::vector<uefi_device_path_t *> expected;
+        ovra::node_list_builder builder;
+        count_blocks();
+        for (size_t i = 0; i < nodes; ++i) {
+            node fresh = node_of(end_instance);
+            expected.push_back(fresh.get());
+            ASSERT_EQ(builder.append(std::move(fresh)), 0);
+        }
+        EXPECT_LT(allocations(), static_cast<long>(nodes) + 15);
+        uefi_device_path_t **list = builder.release();
+        for (size_t i = 0; i < nodes; ++i)
+            ASSERT_EQ(list[i], expected[i]);
+        EXPECT_EQ(list[nodes], nullptr);
+        free_device_path(list);
+        EXPECT_EQ(live_blocks(), 0);
+        stop_counting();
+    }
+}
+
+TEST(node_list_builder, without_a_node_has_no_list)
+{
+    count_blocks();
+    ovra::node_list_builder builder;
+    EXPECT_EQ(builder.release(), nullptr);
+    EXPECT_EQ(allocations(), 0);
+    stop_counting();
+}
+
+TEST(node_list_builder, frees_what_was_not_released_and_the_node_that_it_could_not_take)
+{
+    count_blocks();
+    {
+        ovra::node_list_builder builder;
+        for (int i = 0; i < 7; ++i)
+            ASSERT_EQ(builder.append(node_of(end_instance)), 0);
+        node eighth = node_of(end_instance);
+        refuse_from(0, false);
+        EXPECT_EQ(builder.append(std::move(eighth)), -1);
+        EXPECT_EQ(stop_refusing(), 1);
+        EXPECT_EQ(live_blocks(), 8); // the seven and the list
+        ASSERT_EQ(builder.append(node_of(end_entire)), 0);
+        EXPECT_EQ(live_blocks(), 9);
+    }
+    EXPECT_EQ(live_blocks(), 0);
+    stop_counting();
 }

@@ -89,7 +89,7 @@ TEST(file_path, may_be_longer_than_the_declared_field)
     EXPECT_EQ(to_hex(reinterpret_cast<const char *>(out) + 4 + 2 * 299, 4), "78 00 00 00");
 }
 
-TEST(file_path, length_has_16_bits_the_string_all_of_its_bytes)
+TEST(file_path, kept_length_is_cut_to_16_bits_while_the_string_keeps_its_bytes)
 {
     const struct {
         size_t characters;
@@ -167,4 +167,14 @@ TEST(builder, is_null_without_memory)
     const auto sata = ovra::new_node<uefi_sata_device_path_t>();
     EXPECT_EQ(stop_refusing(), 1);
     EXPECT_EQ(sata, nullptr);
+}
+
+TEST(builder, refuses_a_length_that_no_node_can_have)
+{
+    const auto longest = ovra::new_raw_node(UEFI_MEDIA, 4, 65535);
+    ASSERT_NE(longest, nullptr);
+    EXPECT_EQ(to_hex(longest.get(), 4), "04 04 ff ff");
+    EXPECT_EQ(ovra::new_raw_node(UEFI_MEDIA, 4, 65536), nullptr);
+    EXPECT_EQ(ovra::new_node<uefi_venmedia_path_t>(65535 - 19), nullptr);
+    EXPECT_NE(ovra::new_node<uefi_venmedia_path_t>(65535 - 20), nullptr);
 }

@@ -190,6 +190,35 @@ TEST_F(Enumerate, walk_goes_on_from_a_variable_made_meanwhile)
     EXPECT_EQ(steps.text(), u"C");
 }
 
+TEST_F(Enumerate, walk_from_the_middle_sees_what_was_made_since_the_last_one)
+{
+    disk.put("A", "data");
+    disk.put("D", "data");
+    EXPECT_EQ(all(), (names{u"A", u"D"}));
+    for (const char *made : {"C", "B"}) {
+        disk.put(made, "data");
+        walk steps;
+        steps.name[0] = 'A';
+        steps.guid = global_guid;
+        ASSERT_EQ(steps.next(opened.fd()), EFI_SUCCESS);
+        EXPECT_EQ(steps.text(), (std::u16string{static_cast<char16_t>(made[0])}));
+    }
+}
+
+TEST_F(Enumerate, variable_made_meanwhile_does_not_come_twice)
+{
+    for (const char *name : {"A", "B", "C"})
+        disk.put(name, "data");
+    walk steps;
+    names found;
+    while (steps.next(opened.fd()) == EFI_SUCCESS) {
+        found.push_back(steps.text());
+        disk.put("AA", "data");
+        disk.put("BB", "data");
+    }
+    EXPECT_EQ(found, (names{u"A", u"B", u"C"}));
+}
+
 TEST_F(Enumerate, new_walk_sees_what_has_changed)
 {
     disk.put("A", "data");
@@ -255,22 +284,20 @@ TEST_F(Enumerate, sixty_thousand_variables_cost_seconds_through_a_fresh_descript
 {
     constexpr int count = 60'000;
     put_many(count);
-    // A walk that reads the folder anew for each name would read 3,600,000,000 entries here.
+    // A walk that reads the folder anew for each name would read 3,600,000,000 entries here: half an hour.
+    constexpr auto bound = std::chrono::seconds(60);
     auto start = std::chrono::steady_clock::now();
     walk steps;
     int found = 0;
-    for (;;) {
+    EFI_STATUS status = EFI_SUCCESS;
+    while (status == EFI_SUCCESS) {
         device fresh;
-        EFI_STATUS status = steps.next(fresh.fd());
-        if (status != EFI_SUCCESS) {
-            EXPECT_EQ(status, EFI_NOT_FOUND);
-            break;
-        }
-        ++found;
+        status = steps.next(fresh.fd());
+        found += status == EFI_SUCCESS ? 1 : 0;
+        ASSERT_LT(std::chrono::steady_clock::now() - start, bound) << found << " variables so far";
     }
-    auto taken = std::chrono::steady_clock::now() - start;
+    EXPECT_EQ(status, EFI_NOT_FOUND);
     EXPECT_EQ(found, count);
-    EXPECT_LT(std::chrono::duration_cast<std::chrono::seconds>(taken).count(), 60);
 }
 
 } // namespace

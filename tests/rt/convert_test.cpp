@@ -233,6 +233,14 @@ TEST(utf16_to_utf8, ends_with_the_units_where_there_is_no_zero)
     EXPECT_EQ(convert_utf16_to_utf8(nullptr, 0, out, sizeof out), 0U);
 }
 
+TEST(utf16_to_utf8, partner_beyond_the_units_does_not_count)
+{
+    const uint16_t units[] = {'a', 0xd83d, 0xde00};
+    char out[8];
+    EXPECT_EQ(convert_utf16_to_utf8(units, 2, out, sizeof out), 1U);
+    EXPECT_EQ(convert_utf16_to_utf8(units, 3, out, sizeof out), 5U);
+}
+
 TEST(utf16_to_utf8, ends_before_a_surrogate_without_its_partner)
 {
     EXPECT_EQ(to_utf8({'a', 0xd800}), "a");      // last unit

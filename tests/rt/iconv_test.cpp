@@ -14,11 +14,14 @@ using namespace ovra::test;
 extern "C" {
 iconv_t __real_iconv_open(const char *to, const char *from);
 iconv_t __wrap_iconv_open(const char *to, const char *from);
+size_t __real_iconv(iconv_t cd, char **in, size_t *in_left, char **out, size_t *out_left);
+size_t __wrap_iconv(iconv_t cd, char **in, size_t *in_left, char **out, size_t *out_left);
 }
 
 namespace {
 
 bool refused = false;
+bool stops_early = false;
 std::vector<std::string> opened;
 
 } // namespace
@@ -27,6 +30,16 @@ iconv_t __wrap_iconv_open(const char *to, const char *from)
 {
     opened.push_back(std::string(to) + " from " + from);
     return refused ? reinterpret_cast<iconv_t>(-1) : __real_iconv_open(to, from);
+}
+
+size_t __wrap_iconv(iconv_t cd, char **in, size_t *in_left, char **out, size_t *out_left)
+{
+    if (!stops_early || !in || *in_left < 2)
+        return __real_iconv(cd, in, in_left, out, out_left);
+    size_t first = 1;
+    const size_t result = __real_iconv(cd, in, &first, out, out_left);
+    *in_left -= 1;
+    return result;
 }
 
 TEST(shared_descriptor, is_tried_again_until_it_opens_and_then_kept)
@@ -59,4 +72,16 @@ TEST(shared_descriptor, is_tried_again_until_it_opens_and_then_kept)
     EXPECT_EQ(convert_utf8_to_leunicode("\xff"), nullptr);
     EXPECT_EQ(get_variable(nullptr, "x", &size, data), EFI_SUCCESS);
     EXPECT_EQ(opened.size(), 4U);
+}
+
+TEST(conversion, that_leaves_input_behind_is_refused_with_a_message)
+{
+    const messages said(1, 0);
+    const iconv_t own = __real_iconv_open("UCS-2LE", "UTF-8"); // the shared one is the other test's
+    stops_early = true;
+    const ovra::owned<uint16_t> text(convert_utf8_to_ucs2xx(own, "xy"));
+    stops_early = false;
+    iconv_close(own);
+    EXPECT_EQ(text, nullptr);
+    EXPECT_EQ(said.text(), "iconv(xy) failed");
 }

@@ -1,5 +1,6 @@
 // The support itself: a sweep that sees nothing would pass everywhere.
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -139,11 +140,11 @@ TEST(sweep, realloc_moves_or_stays_as_told)
     memset(block, 'x', 100);
     {
         const realloc_guard stays(realloc_policy::stays);
-        char *before = block;
+        const auto before = reinterpret_cast<uintptr_t>(block);
         block = static_cast<char *>(realloc(block, 40));
-        EXPECT_EQ(block, before);
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(block), before);
         block = static_cast<char *>(realloc(block, 100));
-        EXPECT_EQ(block, before);
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(block), before);
     }
     {
         const realloc_guard moves(realloc_policy::moves);

@@ -196,7 +196,8 @@ TEST_F(Create, says_what_stands_when_the_order_cannot_be_written)
 TEST_F(Create, refuses_an_order_that_it_cannot_read)
 {
     std::ofstream(file("BootOrder"), std::ios::trunc) << "12";
-    EXPECT_THAT(failure(linux_option()), HasSubstr("ovra: cannot read BootOrder: EFI_DEVICE_ERROR"));
+    EXPECT_THAT(failure(linux_option()),
+                HasSubstr("ovra: BootOrder is damaged\n  'ovra order set' writes a new one.\n"));
 }
 
 TEST_F(Create, dry_run_changes_nothing_and_says_what_it_would_write)

@@ -5,6 +5,7 @@
 namespace tool_test {
 
 using ::testing::HasSubstr;
+using ::testing::StartsWith;
 
 class List : public Machine {};
 
@@ -115,6 +116,16 @@ TEST_F(List, goes_on_past_a_damaged_boot_next)
 {
     put("BootNext", "123");
     EXPECT_EQ(parsed({"list"})["next"], nullptr);
+}
+
+TEST_F(List, goes_on_past_a_damaged_order)
+{
+    std::ofstream(file("BootOrder"), std::ios::trunc) << "12";
+    const std::string text = output({"list"});
+    EXPECT_THAT(text, StartsWith("BootOrder is damaged; 'ovra order set' writes a new one.\nPosition"));
+    EXPECT_THAT(text, HasSubstr("-         Boot0007  *       EFI Internal Shell\n"));
+    EXPECT_EQ(parsed({"list"})["order"], nullptr);
+    EXPECT_EQ(parsed({"list"})["options"].size(), 8u);
 }
 
 TEST_F(List, shows_no_control_characters_of_a_description)

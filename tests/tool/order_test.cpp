@@ -1,4 +1,5 @@
 #include <climits>
+#include <fstream>
 
 #include "tests/tool/support.h"
 
@@ -133,6 +134,13 @@ TEST_F(Order, set_refuses_empty_names)
     for (const char *list : {"", ",", "Boot0001,", ",Boot0001", "Boot0001,,Boot0002"})
         EXPECT_EQ(run({"order", "set", list}).status, 2) << list;
     EXPECT_THAT(order(), ElementsAre(1, 2, 3));
+}
+
+TEST_F(Order, set_replaces_a_damaged_order)
+{
+    std::ofstream(file("BootOrder"), std::ios::trunc) << "12";
+    EXPECT_EQ(output({"order", "set", "Boot0001,Boot0000"}), "wrote BootOrder: Boot0001 Boot0000\n");
+    EXPECT_THAT(order(), ElementsAre(1, 0));
 }
 
 TEST_F(Order, dry_run_changes_nothing)

@@ -13,7 +13,7 @@ bool shown_as_written = false;
 
 void turn_on_library_messages()
 {
-    shown_as_written = getenv("OVRA_PATH_EPRINT") || getenv("OVRA_PATH_DEBUG");
+    shown_as_written = getenv("OVRA_PATH_EPRINT") || getenv("OVRA_PATH_DEBUG") || getenv("HWPLAT_DEBUG");
     setenv("OVRA_PATH_EPRINT", "1", 0);
 }
 

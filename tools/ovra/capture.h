@@ -6,8 +6,8 @@
 
 namespace tool {
 
-// Makes libovra report its errors. Where the user asked for its messages or traces they are left alone: they
-// then appear as they are written. Call before the first call of the library.
+// Makes libovra report its errors. Where the user asked for messages, its own or the platform libraries',
+// they are left alone: they then appear as they are written. Call before the first call of the library.
 void turn_on_library_messages();
 
 // Standard error goes to memory while one of these exists.

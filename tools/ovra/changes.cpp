@@ -4,7 +4,7 @@
 
 namespace tool {
 
-change writes(const std::string &variable, byte_view data, const std::string &meaning, json fields)
+change writes(const std::string &variable, byte_view data, const std::string &meaning, const json &fields)
 {
     json all = {{"variable", variable}, {"data", hex(data)}};
     if (!fields.is_null())
@@ -22,6 +22,7 @@ change writes_order(const std::vector<uint16_t> &order)
     if (order.empty())
         return deletes("BootOrder");
     std::vector<std::string> names;
+    names.reserve(order.size());
     for (const uint16_t number : order)
         names.push_back(option_name(number));
     return writes("BootOrder", stored(order), join(names, " "), {{"order", names}});

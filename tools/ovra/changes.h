@@ -20,7 +20,8 @@ struct change {
 };
 
 // A variable that is written or, without data, deleted; `meaning` is what its data says, for people.
-change writes(const std::string &variable, byte_view data, const std::string &meaning, json fields = {});
+change writes(const std::string &variable, byte_view data, const std::string &meaning,
+              const json &fields = {});
 change deletes(const std::string &variable);
 change writes_order(const std::vector<uint16_t> &order);
 change writes_option(uint16_t number, const load_option &option);

@@ -18,6 +18,11 @@ struct failure : std::runtime_error {
     std::string messages; // what libovra wrote meanwhile; lines
 };
 
+// A variable is there but cannot be made sense of; much can still be done.
+struct damaged : failure {
+    using failure::failure;
+};
+
 // The command line is wrong: exit status 2.
 struct usage_error : std::runtime_error {
     using std::runtime_error::runtime_error;

@@ -44,6 +44,7 @@ public:
     std::vector<variable_id> variables();
     variable read(const variable_id &id);
     variable read_global(const std::string &name);
+    bool exists_global(const std::string &name);            // also one that cannot be read
     void write_global(const std::string &name, bytes data); // no data deletes it
 
     // Load options.
@@ -56,10 +57,10 @@ public:
     void remove_option(uint16_t number);
 
     // BootOrder, BootCurrent, BootNext.
-    std::vector<uint16_t> order(); // empty also when there is none
+    std::vector<uint16_t> order(); // empty also when there is none; throws `damaged`
     void insert_into_order(uint16_t number, int position);
     void remove_from_order(uint16_t number);
-    std::optional<uint16_t> current();
+    std::optional<uint16_t> current(); // throws `damaged`, as next() does
     std::optional<uint16_t> next();
     void set_next(uint16_t number);
 

@@ -19,6 +19,7 @@ struct listing {
     std::optional<uint16_t> current;
     std::optional<uint16_t> next;
     std::vector<uint16_t> order;
+    bool order_is_damaged = false;
     std::vector<entry> entries; // in boot order, then the others
 };
 
@@ -41,7 +42,11 @@ listing read_listing(firmware &machine)
     listing all;
     all.current = named_or_none(machine, &firmware::current);
     all.next = named_or_none(machine, &firmware::next);
-    all.order = machine.order();
+    try {
+        all.order = machine.order();
+    } catch (const damaged &) {
+        all.order_is_damaged = true;
+    }
     std::vector<bool> exists(UINT16_MAX + 1);
     std::vector<bool> listed(UINT16_MAX + 1);
     const std::vector<uint16_t> options = machine.options();
@@ -104,14 +109,16 @@ json to_json(const listing &all)
     }
     return {{"current", as_json(all.current)},
             {"next", as_json(all.next)},
-            {"order", option_names(all.order)},
+            {"order", all.order_is_damaged ? json(nullptr) : option_names(all.order)},
             {"options", std::move(options)}};
 }
 
 std::string as_text(const listing &all, bool verbose)
 {
+    const std::string order =
+        all.order_is_damaged ? "BootOrder is damaged; 'ovra order set' writes a new one.\n" : "";
     if (all.entries.empty())
-        return "no boot options\n";
+        return order + "no boot options\n";
     constexpr size_t indent = 10; // to the options' names
     table rows;
     rows.row({"Position", "Option", "Active", "Description", ""});
@@ -129,7 +136,7 @@ std::string as_text(const listing &all, bool verbose)
         if (!entry.option.optional_data.empty())
             rows.below(indent, "optional data  " + optional_data_text(entry.option.optional_data));
     }
-    return rows.text();
+    return order + rows.text();
 }
 
 } // namespace

@@ -52,7 +52,7 @@ std::string enter_root(const std::string &root)
     char *absolute = realpath(root.c_str(), nullptr);
     if (!absolute)
         throw tool::failure("--root: cannot enter " + tool::in_quotes(root));
-    const std::string folder = absolute;
+    std::string folder = absolute;
     free(absolute);
     setenv("HWPLAT_ROOT", folder.c_str(), 1);
     return folder;
@@ -77,7 +77,7 @@ int run(int argc, char **argv)
 
 void complain(const std::string &what)
 {
-    fprintf(stderr, "ovra: %s\n", what.c_str());
+    fprintf(stderr, "ovra: %s\n", tool::printable(what).c_str());
 }
 
 void print_indented(const std::string &lines, int spaces)

@@ -9,7 +9,7 @@ std::optional<uint16_t> named_or_none(firmware &machine, named_option get)
 {
     try {
         return (machine.*get)();
-    } catch (const failure &) {
+    } catch (const damaged &) {
         return std::nullopt;
     }
 }

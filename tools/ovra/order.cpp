@@ -43,7 +43,6 @@ void run_order(firmware &machine, const arguments &args)
         show_order(machine, args);
         return;
     }
-    const std::vector<uint16_t> before = machine.order();
     changes changes(args);
     if (args.order == set) {
         require_options(machine, args);
@@ -52,10 +51,11 @@ void run_order(firmware &machine, const arguments &args)
     } else if (args.order == insert) {
         require_options(machine, args);
         const uint16_t number = args.options.front();
-        changes.make(writes_order(with_inserted(before, number, args.position)),
+        changes.make(writes_order(with_inserted(machine.order(), number, args.position)),
                      [&] { machine.insert_into_order(number, args.position); });
     } else {
         const uint16_t number = args.options.front();
+        const std::vector<uint16_t> before = machine.order();
         const std::vector<uint16_t> after = without(before, number);
         if (after == before)
             throw failure(option_name(number) + " is not in BootOrder", "'ovra order' shows what is.");

@@ -235,7 +235,7 @@ std::vector<std::string> hex_dump(byte_view data)
         }
         for (const uint8_t byte : row)
             ascii += byte >= 0x20 && byte < 0x7f ? static_cast<char>(byte) : '.';
-        rows.push_back(text + ' ' + ascii);
+        rows.push_back(text.append(1, ' ').append(ascii));
     }
     return rows;
 }
