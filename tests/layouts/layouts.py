@@ -131,7 +131,8 @@ CASES = [
      {"guid": SAS_GUID, "reserved": 0x91929394, "address": A, "lun": B, "sassata": 0x0271, "rtp": 0x8182}),
     (f"SasEx({A:x},{B:x},0x8182,SAS,External,Direct,256)", "sas_ex",
      {"address": A, "lun": B, "sassata": 0xff21, "rtp": 0x8182}),
-    (f"MAC({bytes(range(0x51, 0x71)).hex()},0x81)", "macaddr", {"mac_addr": bytes(range(0x51, 0x71)), "iff_type": 0x81}),
+    (f"MAC({bytes(range(0x51, 0x71)).hex()},0x81)", "macaddr",
+     {"mac_addr": bytes(range(0x51, 0x71)), "iff_type": 0x81}),
     ("MAC(515253545556,1)", "macaddr", {"mac_addr": b"QRSTUV", "iff_type": 1}),
     ("IPv4(1.2.3.4,0x8182,0x91,5.6.7.8,9.10.11.12,13.14.15.16)", "ipv4",
      {"remote_addr": bytes([1, 2, 3, 4]), "protocol": 0x8182, "type_ip_addr": 0x91, "local_addr": bytes([5, 6, 7, 8]),
@@ -165,7 +166,8 @@ CASES = [
 for keyword, product in (("PciRoot", "PNP0A03"), ("PcieRoot", "PNP0A08"), ("Floppy", "PNP0604"),
                          ("Keyboard", "PNP0301"), ("Serial", "PNP0501"), ("ParallelPort", "PNP0401")):
     CASES.append((f"{keyword}(0x81828384)", "acpi", {"hid": eisa(product), "uid": 0x81828384}))
-for keyword, node_type in (("HardwarePath", 1), ("AcpiPath", 2), ("MessagingPath", 3), ("MediaPath", 4), ("BbsPath", 5)):
+for keyword, node_type in (("HardwarePath", 1), ("AcpiPath", 2), ("MessagingPath", 3), ("MediaPath", 4),
+                           ("BbsPath", 5)):
     CASES.append((f"{keyword}(0x22,0800deadbeef)", (node_type, 0x22, 4, RAW), {"data": bytes.fromhex("deadbeef")}))
 for keyword, dev_class in (("UsbAudio", 0x01), ("UsbCDCControl", 0x02), ("UsbHID", 0x03), ("UsbImage", 0x06),
                            ("UsbPrinter", 0x07), ("UsbMassStorage", 0x08), ("UsbHub", 0x09), ("UsbCDCData", 0x0a),

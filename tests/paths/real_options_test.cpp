@@ -1,0 +1,108 @@
+#include <cstring>
+
+#include <gtest/gtest.h>
+
+#include "tests/fakes/driver.h"
+#include "tests/paths/tables.h"
+
+using namespace ovra::test;
+
+namespace {
+
+// The fields of a load option, taken apart without the library.
+struct option {
+    uint32_t attributes = 0;
+    std::u16string description;
+    bytes path;
+    bytes optional_data;
+
+    explicit option(const bytes &variable)
+    {
+        uint16_t path_length = 0;
+        memcpy(&attributes, variable.data(), sizeof attributes);
+        memcpy(&path_length, variable.data() + 4, sizeof path_length);
+        size_t at = 6;
+        for (;; at += 2) {
+            char16_t unit = 0;
+            memcpy(&unit, variable.data() + at, sizeof unit);
+            if (unit == 0)
+                break;
+            description += unit;
+        }
+        at += 2;
+        const auto begin = variable.begin() + static_cast<std::ptrdiff_t>(at);
+        path.assign(begin, begin + path_length);
+        optional_data.assign(begin + path_length, variable.end());
+    }
+};
+
+class real_options : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        fakes::reset();
+        ASSERT_EQ(ovra_init(&hdl), 0);
+        for (const auto &row : read_table("options.tsv")) {
+            if (row.at(0) != "variable")
+                variables.push_back(from_hex(row.at(1)));
+        }
+        ASSERT_EQ(variables.size(), 69U);
+    }
+    void TearDown() override { ovra_fini(hdl); }
+
+    ovra_hdl_t hdl = nullptr;
+    std::vector<bytes> variables;
+    char name[9] = "Boot0000";
+};
+
+} // namespace
+
+TEST_F(real_options, read_back_field_by_field)
+{
+    for (const bytes &variable : variables) {
+        fakes::put_variable(name, variable);
+        const option wanted(variable);
+        ovra_epath_t path = nullptr;
+        int path_len = 0;
+        char *desc = nullptr;
+        uint32_t attr = 0;
+        void *optdata = nullptr;
+        size_t optdata_len = 0;
+        ASSERT_EQ(ovra_bootopt_get(hdl, name, &path, &path_len, &desc, &attr, &optdata, &optdata_len), 0);
+        EXPECT_EQ(attr, wanted.attributes);
+        EXPECT_EQ(to_hex(path, static_cast<size_t>(path_len)), to_hex(wanted.path));
+        EXPECT_EQ(to_hex(optdata, optdata_len), to_hex(wanted.optional_data));
+        EXPECT_EQ(optdata == nullptr, wanted.optional_data.empty());
+        // All of them have plain names.
+        EXPECT_EQ(std::string(desc), std::string(wanted.description.begin(), wanted.description.end()));
+    }
+}
+
+TEST_F(real_options, written_again_are_the_same_bytes)
+{
+    for (const bytes &variable : variables) {
+        fakes::put_variable(name, variable);
+        ovra_epath_t path = nullptr;
+        int path_len = 0;
+        char *desc = nullptr;
+        uint32_t attr = 0;
+        void *optdata = nullptr;
+        size_t optdata_len = 0;
+        ASSERT_EQ(ovra_bootopt_get(hdl, name, &path, &path_len, &desc, &attr, &optdata, &optdata_len), 0);
+        fakes::remove_variable(name);
+        ASSERT_EQ(ovra_bootopt_set(hdl, name, path, path_len, desc, attr, optdata, optdata_len), 0);
+        EXPECT_EQ(to_hex(*fakes::variable(name)), to_hex(variable));
+    }
+}
+
+TEST_F(real_options, keep_every_other_byte_when_one_field_is_set)
+{
+    for (const bytes &variable : variables) {
+        fakes::put_variable(name, variable);
+        const option wanted(variable);
+        ASSERT_EQ(ovra_bootopt_attr_set(hdl, name, wanted.attributes ^ 1), 0);
+        bytes changed = variable;
+        changed[0] ^= 1;
+        EXPECT_EQ(to_hex(*fakes::variable(name)), to_hex(changed));
+    }
+}
