@@ -1,13 +1,17 @@
 /*
  * libvolset: the drives of the machine, their media, and the partitions and slices on these.
  *
- *   drive      c<controller>t<target>d<lun>; has one medium, or none that can be read
- *              "blocksize" (uint32, bytes of a logical block), "nblocks" (uint64), and as text with its
- * terminator (uint8 array) "kernel-name" and "devfs-path", its names to Linux and in the device tree media
- * "blocksize" and "nblocks" too; attributes "volserno" (uint32), the MBR disk signature, on a medium with an
- * MBR partition  of an MBR: "/dev/rdsk/<drive>p<n>", p0 the whole disk; "relsect", "nsectors" (uint32) slice
- * of a GPT: "/dev/dsk/<drive>s<n>", n one less than the entry's number; "start", "size" (uint64), "uguid"
- * (uint8 array, the 16 bytes of the partition GUID as they stand on disk)
+ * A drive, named c<controller>t<target>d<lun>, has one medium, or none that can be read. Attributes:
+ * "blocksize" (uint32, bytes of a logical block), "nblocks" (uint64), and as text with its terminator (uint8
+ * array) "kernel-name" and "devfs-path", its names to Linux and in the device tree.
+ *
+ * A medium. Attributes: "blocksize" and "nblocks" too; with an MBR "volserno" (uint32), the disk signature.
+ *
+ * A partition of an MBR, "/dev/rdsk/<drive>p<n>"; p0 is the whole disk. Attributes: "relsect", "nsectors"
+ * (uint32).
+ *
+ * A slice of a GPT, "/dev/dsk/<drive>s<n>", n one less than the number of its entry. Attributes: "start",
+ * "size" (uint64), "uguid" (uint8 array, the 16 bytes of the partition GUID as they stand on disk).
  *
  * Starts and sizes are in logical blocks of the medium.
  *

@@ -106,11 +106,14 @@ public:
             }
             find_disk(name);
         }
-        // Kernel names in the order of their numbers, sda before sdaa, decide where nothing else does.
-        std::sort(found.begin(), found.end(), [](const found_disk &a, const found_disk &b) {
-            return std::tuple(a.function, a.entry.kernel_name.size(), std::string_view(a.entry.kernel_name)) <
-                   std::tuple(b.function, b.entry.kernel_name.size(), std::string_view(b.entry.kernel_name));
-        });
+        // Disks that have targets of their own come first, so that the others know what is left. Kernel names
+        // in the order of their numbers, sda before sdaa, decide where nothing else does.
+        const auto order = [](const found_disk &disk) {
+            return std::tuple(disk.function, disk.where.kind == transport::other,
+                              disk.entry.kernel_name.size(), std::string_view(disk.entry.kernel_name));
+        };
+        std::sort(found.begin(), found.end(),
+                  [&](const found_disk &a, const found_disk &b) { return order(a) < order(b); });
         number_controllers();
         for (found_disk &disk : found)
             place(&disk);
@@ -142,7 +145,8 @@ private:
         if (files.number(*path + "/hidden").value_or(0) != 0)
             return;
         // SCSI peripheral device type: 0 is a disk, 5 an optical drive and so on.
-        if (files.number(*path + "/device/type").value_or(0) != 0)
+        const auto device = files.link(*path + "/device");
+        if (device && files.number(*device + "/type").value_or(0) != 0)
             return;
         if (is_numbered(name, "sr") || is_numbered(name, "fd")) {
             return;
@@ -199,8 +203,12 @@ private:
         }
         const auto number = static_cast<unsigned>(*port - 1);
         const unsigned kind = subclass(function.class_code);
-        if (kind == ide_subclass || kind == ata_subclass)
+        if (kind == ide_subclass || kind == ata_subclass) {
+            // A channel has a master and a slave; more would take the names of the next channel's.
+            if (address.target > 1)
+                return {};
             return {transport::ide, number, address.target, 0};
+        }
         // Behind a port multiplier the channel is its port: bit 8, and the number from bit 5 on.
         if (files.number(attributes + "/nr_pmp_links").value_or(0) != 0 && address.channel < 16)
             return {transport::sata, 0, 0x100 | address.channel << 5 | number, 0};

@@ -12,7 +12,8 @@ std::optional<volume_name> parse_volume_name(std::string_view text)
     if (letter == std::string_view::npos)
         return std::nullopt;
     const auto number = parse_number(text.substr(letter + 1), 10);
-    if (!number || *number > UINT16_MAX)
+    // Of the ways to write a number, only one is in a name.
+    if (!number || *number > UINT16_MAX || text.substr(letter + 1) != std::to_string(*number))
         return std::nullopt;
     return volume_name{std::string(text.substr(0, letter)),
                        text[letter] == 's' ? table_kind::gpt : table_kind::mbr,

@@ -12,6 +12,7 @@
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "platform/machine/sysfs.h"
 
@@ -21,6 +22,10 @@ namespace {
 
 constexpr std::uint64_t unit = 512; // libblkid's, whatever the block size
 constexpr std::uint64_t largest_mbr_number = UINT32_MAX;
+
+// Of a GPT: as many as have names.
+constexpr std::uint32_t most_entries = 65536;
+constexpr std::uint32_t largest_entry = 4096;
 
 struct probe_freeing {
     void operator()(blkid_probe probe) const { blkid_free_probe(probe); }
@@ -84,7 +89,7 @@ public:
     {
         medium found;
         blkid_parttable table = blkid_partlist_get_table(list);
-        const char *type = table != nullptr ? blkid_parttable_get_type(table) : nullptr;
+        const char *type = blkid_parttable_get_type(table);
         if (type == nullptr)
             return found;
         if (std::strcmp(type, "gpt") == 0)
@@ -153,6 +158,25 @@ private:
     std::uint64_t blocks;
 };
 
+std::uint32_t little_endian(const unsigned char *bytes)
+{
+    return static_cast<std::uint32_t>(bytes[0] | bytes[1] << 8 | bytes[2] << 16) |
+           static_cast<std::uint32_t>(bytes[3]) << 24;
+}
+
+// Whether the block at `offset` is a GPT header that claims more entries, or larger ones, than a table can
+// have: libblkid would read them all into memory, also where a sparse image holds none of them.
+bool claims_too_much(int fd, std::uint64_t offset)
+{
+    static constexpr std::string_view mark = "EFI PART";
+    std::array<unsigned char, 92> header;
+    if (pread(fd, header.data(), header.size(), static_cast<off_t>(offset)) !=
+            static_cast<ssize_t>(header.size()) ||
+        std::memcmp(header.data(), mark.data(), mark.size()) != 0)
+        return false;
+    return little_endian(&header[80]) > most_entries || little_endian(&header[84]) > largest_entry;
+}
+
 } // namespace
 
 medium read_medium(const machine_root &root, const disk &disk)
@@ -164,6 +188,13 @@ medium read_medium(const machine_root &root, const disk &disk)
     const auto size = device ? size_of(device.get()) : std::nullopt;
     if (!size) {
         debug("dev/%s: no disk or image that can be read", disk.kernel_name.c_str());
+        return {};
+    }
+    // Its header and the backup of it.
+    const std::uint64_t block = disk.block_size;
+    if (*size >= 2 * block && (claims_too_much(device.get(), block) ||
+                               claims_too_much(device.get(), (*size / block - 1) * block))) {
+        debug("dev/%s: its partition table claims too many entries", disk.kernel_name.c_str());
         return {};
     }
     const probe_owner probe(blkid_new_probe());
@@ -178,8 +209,10 @@ medium read_medium(const machine_root &root, const disk &disk)
     blkid_probe_enable_partitions(probe.get(), 1);
     blkid_probe_set_partitions_flags(probe.get(), BLKID_PARTS_ENTRY_DETAILS);
     blkid_partlist list = blkid_probe_get_partitions(probe.get());
-    if (list == nullptr)
+    if (list == nullptr || blkid_partlist_get_table(list) == nullptr) {
+        debug("dev/%s: no partition table", disk.kernel_name.c_str());
         return {};
+    }
     return table_reader(disk, *size).read(list);
 }
 

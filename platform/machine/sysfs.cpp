@@ -47,6 +47,26 @@ bool resolve(std::string_view path, std::vector<std::string_view> *components)
     return true;
 }
 
+// Opens what `path` names below `folder`, through real folders only. The path may be longer than PATH_MAX.
+descriptor open_path(int folder, std::string_view path, int flags)
+{
+    std::array<char, NAME_MAX + 1> name;
+    descriptor above;
+    for (;;) {
+        const std::size_t end = std::min(path.find('/'), path.size());
+        if (end == 0 || end >= name.size())
+            return {};
+        *std::copy_n(path.data(), end, name.data()) = '\0';
+        const bool last = end == path.size();
+        const int wanted = last ? flags : O_PATH | O_DIRECTORY;
+        descriptor next(openat(above ? above.get() : folder, name.data(), wanted | O_NOFOLLOW | O_CLOEXEC));
+        if (last || !next)
+            return next;
+        above = std::move(next);
+        path.remove_prefix(end + 1);
+    }
+}
+
 } // namespace
 
 std::optional<std::uint64_t> parse_number(std::string_view text, int base)
@@ -61,7 +81,7 @@ std::optional<std::uint64_t> parse_number(std::string_view text, int base)
 
 std::optional<std::string> sysfs::text(const std::string &path) const
 {
-    const descriptor file(openat(folder, path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    const descriptor file = open_path(folder, path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
     struct stat status = {};
     if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
         return std::nullopt;
@@ -101,7 +121,8 @@ std::optional<std::uint64_t> sysfs::number(const std::string &path) const
 std::optional<std::string> sysfs::link(const std::string &path) const
 {
     std::array<char, PATH_MAX> target;
-    const ssize_t length = readlinkat(folder, path.c_str(), target.data(), target.size());
+    const descriptor link = open_path(folder, path, O_PATH);
+    const ssize_t length = link ? readlinkat(link.get(), "", target.data(), target.size()) : -1;
     if (length <= 0 || static_cast<std::size_t>(length) == target.size() || target[0] == '/')
         return std::nullopt;
     std::vector<std::string_view> components;
@@ -120,7 +141,7 @@ std::optional<std::string> sysfs::link(const std::string &path) const
 std::vector<std::string> sysfs::names(const std::string &path) const
 {
     std::vector<std::string> names;
-    descriptor opened(openat(folder, path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    descriptor opened = open_path(folder, path, O_RDONLY | O_DIRECTORY);
     if (!opened)
         return names;
     const std::unique_ptr<DIR, closing> stream(fdopendir(opened.get()));

@@ -113,6 +113,12 @@ bool is_kind(vs_kind_t kind)
     return kind >= VS_DRIVE && kind <= VS_SLICE;
 }
 
+// Media belong to everything else, and what is on a medium belongs to it.
+bool is_associated(vs_kind_t with, vs_kind_t kind)
+{
+    return with == VS_MEDIA ? kind == VS_PARTITION || kind == VS_SLICE : kind == VS_MEDIA;
+}
+
 vs_descriptor_t find_by_name(vs_kind_t kind, std::string_view name, int *err)
 {
     const std::string_view prefix = kind == VS_PARTITION ? raw_names : block_names;
@@ -236,11 +242,11 @@ vs_descriptor_t vs_get_descriptor_by_name(vs_kind_t kind, const char *name, int 
 vs_descriptor_t *vs_get_associated_descriptors(vs_descriptor_t desc, vs_kind_t kind, int *err)
 {
     return guarded<vs_descriptor_t *>(err, [=]() -> vs_descriptor_t * {
-        if (!is_kind(kind)) {
+        const object &of = *to_object(desc);
+        if (!is_associated(of.kind, kind)) {
             *err = EINVAL;
             return nullptr;
         }
-        const object &of = *to_object(desc);
         objects found;
         add_of_disk(of.drives, of.disk, kind, &found);
         return to_array(std::move(found));

@@ -1,5 +1,6 @@
 #include <cstdlib>
 
+#include "src/print/paths.h"
 #include "src/rt/diag.h"
 #include "src/rt/rt.h"
 
@@ -38,10 +39,12 @@ int write_fields(ovra_hdl_t hdl, char *bootname, const option_fields &option)
     return 0;
 }
 
-// The path of an option as text, in instances; null for a path of none.
+// The path of an option as text, in instances; null for a path of none. A text that lacks a node for want of
+// memory is refused: written back, it would make an option that boots something else.
 int decode_path(ovra_hdl_t hdl, char *bootname, const option_fields &option, ovra_path_t ***instances)
 {
-    if (ovra_epath_decode_to_uefi(hdl, option.path, option.path_len, instances) != 0)
+    bool whole = false;
+    if (ovra::decode_to_uefi(hdl, option.path, option.path_len, instances, &whole) != 0 || !whole)
         return fail("unable to ovra_epath_decode: %s\n", bootname);
     return 0;
 }

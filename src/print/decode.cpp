@@ -10,30 +10,31 @@ struct instance {
     accumulator device;
     accumulator file;
 
-    void add(const uefi_device_path_t *node)
+    // False when there was no memory for the node's text.
+    bool add(const uefi_device_path_t *node)
     {
         // Kept: several file paths run together, with nothing between them.
         accumulator &to = as<uefi_file_path_t>(node) ? file : device;
         text piece(to.get() != nullptr);
-        if (node_text(node, piece))
-            to.add(piece.view());
+        return node_text(node, piece) && to.add(piece.view());
     }
 };
 
 } // namespace
 
-int ovra_epath_decode_to_uefi(ovra_hdl_t hdl, ovra_epath_t epath, int len, ovra_path_t ***paths)
+int ovra::decode_to_uefi(ovra_hdl_t hdl, ovra_epath_t epath, int len, ovra_path_t ***paths, bool *whole)
 {
     uefi_device_path_t **unpacked = nullptr;
     if (device_path_unpack(epath, len, &unpacked) != 0)
         return -1;
     const node_list nodes(unpacked);
     *paths = nullptr;
+    *whole = true;
     path_list_builder decoded(hdl);
     instance current;
     for (uefi_device_path_t **node = unpacked; node && *node; ++node) {
         if ((*node)->type != UEFI_END) {
-            current.add(*node);
+            *whole &= current.add(*node);
             continue;
         }
         if (decoded.append(current.device.get(), current.file.get()) != 0)
@@ -43,4 +44,10 @@ int ovra_epath_decode_to_uefi(ovra_hdl_t hdl, ovra_epath_t epath, int len, ovra_
     // Kept: what stands behind the last END node belongs to no instance and is dropped.
     *paths = decoded.release();
     return 0;
+}
+
+int ovra_epath_decode_to_uefi(ovra_hdl_t hdl, ovra_epath_t epath, int len, ovra_path_t ***paths)
+{
+    bool whole = false;
+    return decode_to_uefi(hdl, epath, len, paths, &whole);
 }

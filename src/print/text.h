@@ -69,13 +69,14 @@ class accumulator {
 public:
     const char *get() const { return block.get(); }
 
-    void add(std::string_view piece)
+    /* False when it was left out. */
+    bool add(std::string_view piece)
     {
         if (!block || piece.size() >= size - length) {
             const size_t grown_size = std::max<size_t>(256, 2 * (length + piece.size() + 1));
             auto *grown = static_cast<char *>(realloc(block.get(), grown_size));
             if (!grown)
-                return;
+                return false;
             static_cast<void>(block.release());
             block.reset(grown);
             size = grown_size;
@@ -83,6 +84,7 @@ public:
         memcpy(block.get() + length, piece.data(), piece.size());
         length += piece.size();
         block.get()[length] = '\0';
+        return true;
     }
 
 private:

@@ -118,7 +118,7 @@ private:
         case 12:
             return "AcpiAdr(" + number(32) + "," + number(32) + ")";
         case 13:
-            return "BBS(" + written(below(256)) + ",Name" + hex(3) + "," + number(16) + ")";
+            return "BBS(" + written(1 + below(255)) + ",Name" + hex(3) + "," + number(16) + ")";
         default:
             // Subtypes that no record has.
             return std::string(generic[below(4)]) + "(" + written(100 + below(100)) + "," + raw_data() + ")";

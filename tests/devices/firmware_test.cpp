@@ -1,0 +1,155 @@
+// What the firmware of the captured machines calls its disks, against what the tree makes of them. Two fields
+// differ by design. The root bridge: the tree has the kind that ACPI gives first (PNP0A08 on PCIe), firmware
+// writes PNP0A03 in either case. The port multiplier of a SATA disk without one: 0x8000 here, 0xffff there.
+#include <cstring>
+
+#include <gtest/gtest.h>
+
+#include <ovra/ovra.h>
+
+#include "tests/devices/sample.h"
+
+namespace {
+
+using namespace devices_test;
+
+using node = std::string; // packed
+
+std::vector<node> split(std::string_view packed)
+{
+    std::vector<node> nodes;
+    while (packed.size() >= 4) {
+        const size_t size = static_cast<unsigned char>(packed[2]) + 256U * static_cast<unsigned char>(packed[3]);
+        if (size < 4 || size > packed.size())
+            break;
+        nodes.emplace_back(packed.substr(0, size));
+        packed.remove_prefix(size);
+    }
+    return nodes;
+}
+
+class Firmware : public testing::Test {
+protected:
+    Firmware()
+    {
+        if (ovra_init(&handle) != 0)
+            throw std::runtime_error("ovra_init");
+    }
+    ~Firmware() override { ovra_fini(handle); }
+
+    // Of an option that the firmware made.
+    std::vector<node> firmware_path(std::string option)
+    {
+        ovra_epath_t packed = nullptr;
+        int size = 0;
+        EXPECT_EQ(
+            ovra_bootopt_get(handle, option.data(), &packed, &size, nullptr, nullptr, nullptr, nullptr), 0);
+        return split({reinterpret_cast<const char *>(packed), static_cast<size_t>(size)});
+    }
+
+    // Of a disk's first slice or partition, from the tree: without the hard-drive node and END.
+    std::vector<node> tree_path(std::string disk)
+    {
+        ovra_path_t instance = {disk.data(), nullptr};
+        ovra_path_t *paths[] = {&instance, nullptr};
+        ovra_epath_t packed = nullptr;
+        int size = 0;
+        EXPECT_EQ(ovra_epath_encode(handle, paths, 1, &packed, &size), 0);
+        auto nodes = split({reinterpret_cast<const char *>(packed), static_cast<size_t>(size)});
+        nodes.resize(nodes.size() - 2);
+        return nodes;
+    }
+
+    // Where the firmware's path leads in the tree; "(none)" when nowhere.
+    std::string device(const std::vector<node> &path)
+    {
+        std::string packed;
+        for (const node &each : path)
+            packed += each;
+        ovra_path_t **found = nullptr;
+        if (ovra_epath_decode_to_devices(handle, reinterpret_cast<ovra_epath_t>(packed.data()),
+                                         static_cast<int>(packed.size()), &found) != 0)
+            return "(none)";
+        return found[0]->device_path;
+    }
+
+    sample machine{"q35"};
+    ovra_hdl_t handle = nullptr;
+};
+
+// All nodes but the root bridge are the same bytes; of that the unit number is.
+void expect_same_place(const std::vector<node> &firmware, const std::vector<node> &tree)
+{
+    ASSERT_EQ(firmware.size(), tree.size() + 1) << "the firmware's ends with END";
+    EXPECT_EQ(firmware[0].substr(0, 4), tree[0].substr(0, 4));
+    EXPECT_EQ(firmware[0].substr(4, 4), node("\xd0\x41\x03\x0a", 4));
+    EXPECT_EQ(tree[0].substr(4, 4), node("\xd0\x41\x08\x0a", 4));
+    EXPECT_EQ(firmware[0].substr(8), tree[0].substr(8));
+    for (size_t i = 1; i < tree.size(); ++i)
+        EXPECT_EQ(firmware[i], tree[i]) << i;
+}
+
+TEST_F(Firmware, scsi_disk_behind_a_root_port)
+{
+    expect_same_place(firmware_path("Boot0001"), tree_path("c0t0d0s0"));
+}
+
+TEST_F(Firmware, sata_disks)
+{
+    for (const auto &[option, disk] : {std::pair("Boot0005", "c5t0d0s0"), {"Boot0006", "c5t3d0p1"}}) {
+        std::vector<node> firmware = firmware_path(option);
+        ASSERT_GE(firmware.size(), 2U);
+        node &sata = firmware[firmware.size() - 2];
+        ASSERT_EQ(sata.size(), 10U);
+        EXPECT_EQ(sata.substr(6, 2), "\xff\xff");
+        sata.replace(6, 2, node("\x00\x80", 2));
+        expect_same_place(firmware, tree_path(disk));
+    }
+}
+
+TEST_F(Firmware, its_scsi_path_leads_to_the_disk)
+{
+    EXPECT_EQ(device(firmware_path("Boot0001")), "/pci@0,0/pci1b36,c@2/pci1af4,1048@0/sd@0,0");
+}
+
+TEST_F(Firmware, its_sata_path_leads_to_the_disk_but_for_the_port_multiplier)
+{
+    for (const auto &[option, path] : {std::pair("Boot0005", "/pci@0,0/pci8086,2922@1f,2/disk@0,0"),
+                                       {"Boot0006", "/pci@0,0/pci8086,2922@1f,2/disk@3,0"}}) {
+        std::vector<node> nodes = firmware_path(option);
+        EXPECT_EQ(device(nodes), "(none)");
+        nodes[nodes.size() - 2].replace(6, 2, node("\x00\x80", 2));
+        EXPECT_EQ(device(nodes), path);
+    }
+}
+
+// Disks whose transport the tree has no node for: the firmware names the same controller.
+TEST_F(Firmware, controllers_of_other_disks)
+{
+    for (const auto &[option, below, path] :
+         {std::tuple("Boot0002", size_t{1}, "/pci@0,0/pci1b36,10@4"), // NVMe
+          std::tuple("Boot0003", size_t{1}, "/pci@0,0/pci1b36,d@5"),  // USB
+          std::tuple("Boot0004", size_t{0}, "/pci@0,0/pci1af4,1001@6")}) {
+        std::vector<node> nodes = firmware_path(option);
+        ASSERT_EQ(nodes.size(), 3 + below) << option;
+        nodes.erase(nodes.begin() + 2, nodes.end() - 1);
+        EXPECT_EQ(device(nodes), path);
+    }
+}
+
+TEST(FirmwarePc, controller_of_its_disk)
+{
+    const sample machine("pc");
+    ovra_hdl_t handle = nullptr;
+    ASSERT_EQ(ovra_init(&handle), 0);
+    std::string option = "Boot0001";
+    ovra_epath_t packed = nullptr;
+    int size = 0;
+    ASSERT_EQ(ovra_bootopt_get(handle, option.data(), &packed, &size, nullptr, nullptr, nullptr, nullptr), 0);
+    ovra_path_t **found = nullptr;
+    ASSERT_EQ(ovra_epath_decode_to_devices(handle, packed, size, &found), 0);
+    EXPECT_STREQ(found[0]->device_path, "/pci@0,0/pci1af4,1001@5");
+    ovra_fini(handle);
+}
+
+} // namespace

@@ -1,1 +1,0 @@
-// Nothing: the program exists for its precompiled headers.
