@@ -15,8 +15,6 @@
 
 #ifdef COMPARE_WITH_EFIVAR
 #include <efivar/efivar.h>
-
-#include <efivar/efiboot.h>
 #endif
 
 namespace {

@@ -268,7 +268,7 @@ private:
 
     bool has_targets(std::size_t function) const
     {
-        const auto first = taken.lower_bound({function, {}});
+        const auto first = taken.lower_bound({function, attachment{transport::sata, 0, 0, 0}});
         return first != taken.end() && first->first == function;
     }
 

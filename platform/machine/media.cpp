@@ -105,8 +105,8 @@ public:
         const int count = blkid_partlist_numof_partitions(list);
         for (int i = 0; i < count; ++i)
             add_partition(blkid_partlist_get_partition(list, i), table, &found);
-        std::stable_sort(found.partitions.begin(), found.partitions.end(),
-                         [](const partition &a, const partition &b) { return a.number < b.number; });
+        std::sort(found.partitions.begin(), found.partitions.end(),
+                  [](const partition &a, const partition &b) { return a.number < b.number; });
         return found;
     }
 

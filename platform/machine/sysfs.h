@@ -1,7 +1,7 @@
 /*
- * The only reader of a machine's sysfs. Everything is looked up below the machine's root, folder by folder; no
- * link is followed, so that none leads out, but link() says as text what one stands for. Whatever a file or a
- * folder holds is bounded here.
+ * The only reader of a machine's sysfs. Everything is looked up below the machine's root, folder by folder;
+ * no link is followed, so that none leads out, but link() says as text what one stands for. Whatever a file
+ * or a folder holds is bounded here.
  */
 #ifndef HWPLAT_MACHINE_SYSFS_H
 #define HWPLAT_MACHINE_SYSFS_H

@@ -232,14 +232,13 @@ TEST(Drives, of_the_captured_machines)
 {
     {
         const sample machine("q35");
-        EXPECT_THAT(drives(),
-                    ElementsAre("c0t0d0 /pci@0,0/pci1b36,c@2/pci1af4,1048@0/sd@0,0 sdd 512 65536",
-                                "c1t1d2 /pci@0,0/pci1af4,1004@3/sd@1,2 sdc 512 65536",
-                                "c2t0d0 /pci@0,0/pci1b36,10@4/blkdev@0,0 nvme0n1 4096 16384",
-                                "c3t0d0 /pci@0,0/pci1b36,d@5/blkdev@0,0 sde 512 16384",
-                                "c4t0d0 /pci@0,0/pci1af4,1001@6/blkdev@0,0 vda 512 16384",
-                                "c5t0d0 /pci@0,0/pci8086,2922@1f,2/disk@0,0 sda 512 131072",
-                                "c5t3d0 /pci@0,0/pci8086,2922@1f,2/disk@3,0 sdb 512 65536"));
+        EXPECT_THAT(drives(), ElementsAre("c0t0d0 /pci@0,0/pci1b36,c@2/pci1af4,1048@0/sd@0,0 sdd 512 65536",
+                                          "c1t1d2 /pci@0,0/pci1af4,1004@3/sd@1,2 sdc 512 65536",
+                                          "c2t0d0 /pci@0,0/pci1b36,10@4/blkdev@0,0 nvme0n1 4096 16384",
+                                          "c3t0d0 /pci@0,0/pci1b36,d@5/blkdev@0,0 sde 512 16384",
+                                          "c4t0d0 /pci@0,0/pci1af4,1001@6/blkdev@0,0 vda 512 16384",
+                                          "c5t0d0 /pci@0,0/pci8086,2922@1f,2/disk@0,0 sda 512 131072",
+                                          "c5t3d0 /pci@0,0/pci8086,2922@1f,2/disk@3,0 sdb 512 65536"));
     }
     const sample machine("pc");
     EXPECT_THAT(drives(), ElementsAre("c1t3d0 /pci@0,0/pci1000,60@3/sd@3,0 sdb 512 65536",

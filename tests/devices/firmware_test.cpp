@@ -19,7 +19,8 @@ std::vector<node> split(std::string_view packed)
 {
     std::vector<node> nodes;
     while (packed.size() >= 4) {
-        const size_t size = static_cast<unsigned char>(packed[2]) + 256U * static_cast<unsigned char>(packed[3]);
+        const size_t size =
+            static_cast<unsigned char>(packed[2]) + 256U * static_cast<unsigned char>(packed[3]);
         if (size < 4 || size > packed.size())
             break;
         nodes.emplace_back(packed.substr(0, size));
@@ -42,8 +43,8 @@ protected:
     {
         ovra_epath_t packed = nullptr;
         int size = 0;
-        EXPECT_EQ(
-            ovra_bootopt_get(handle, option.data(), &packed, &size, nullptr, nullptr, nullptr, nullptr), 0);
+        EXPECT_EQ(ovra_bootopt_get(handle, option.data(), &packed, &size, nullptr, nullptr, nullptr, nullptr),
+                  0);
         return split({reinterpret_cast<const char *>(packed), static_cast<size_t>(size)});
     }
 

@@ -21,7 +21,8 @@ class Media : public testing::Test {
 protected:
     void make_disk(unsigned block_size = 512)
     {
-        machine.disk("sda", machine.ata(machine.function("pci0000:00/0000:00:1f.2", 0x010601), 1, 1, "0:0:0:0"),
+        machine.disk("sda",
+                     machine.ata(machine.function("pci0000:00/0000:00:1f.2", 0x010601), 1, 1, "0:0:0:0"),
                      65536, block_size);
     }
     // A table of which the disk has the image, of 32 MiB.
@@ -67,12 +68,12 @@ protected:
 TEST_F(Media, mbr_with_logical_partitions)
 {
     make_disk();
-    make_table("label: dos\\nlabel-id: 0xcafe0001\\nstart=2048,size=2048,type=83\\n"
-               "start=4096,size=20480,type=5\\nstart=6144,size=2048,type=83\\nstart=10240,size=4096,type=83\\n"
-               "start=16384,size=2048,type=83\\n");
-    EXPECT_THAT(volumes(),
-                ElementsAre("c0t0d0p0 0 65536", "c0t0d0p1 2048 2048", "c0t0d0p2 4096 20480",
-                            "c0t0d0p5 6144 2048", "c0t0d0p6 10240 4096", "c0t0d0p7 16384 2048"));
+    make_table(
+        "label: dos\\nlabel-id: 0xcafe0001\\nstart=2048,size=2048,type=83\\n"
+        "start=4096,size=20480,type=5\\nstart=6144,size=2048,type=83\\nstart=10240,size=4096,type=83\\n"
+        "start=16384,size=2048,type=83\\n");
+    EXPECT_THAT(volumes(), ElementsAre("c0t0d0p0 0 65536", "c0t0d0p1 2048 2048", "c0t0d0p2 4096 20480",
+                                       "c0t0d0p5 6144 2048", "c0t0d0p6 10240 4096", "c0t0d0p7 16384 2048"));
     const descriptors media = all_of(VS_MEDIA);
     EXPECT_EQ(attribute(attributes_of(media[0]).get(), "volserno"), 0xcafe0001);
     EXPECT_EQ(link_of("/dev/rdsk/c0t0d0p7"), "../../devices/pci@0,0/pci8086,1234@1f,2/disk@0,0:x");
@@ -101,7 +102,8 @@ TEST_F(Media, partitions_beyond_the_disk_are_passed_over)
     const std::string messages = said([&] { found = volumes(); });
     EXPECT_THAT(found, ElementsAre("c0t0d0p0 0 65536", "c0t0d0p1 2048 8192"));
     for (const char *number : {"2", "3", "4"})
-        EXPECT_THAT(messages, HasSubstr(std::string("hwplat: sda: partition ") + number + " reaches beyond the disk"));
+        EXPECT_THAT(messages,
+                    HasSubstr(std::string("hwplat: sda: partition ") + number + " reaches beyond the disk"));
 }
 
 // The chain of an extended partition that leads to itself.
@@ -128,8 +130,7 @@ TEST_F(Media, gpt_with_gaps)
     make_disk();
     make_table("label: gpt\\nsda3: start=4096,size=2048\\nsda128: start=2048,size=2048\\n"
                "sda17: start=8192,size=1024\\n");
-    EXPECT_THAT(volumes(),
-                ElementsAre("c0t0d0s2 4096 2048", "c0t0d0s16 8192 1024", "c0t0d0s127 2048 2048"));
+    EXPECT_THAT(volumes(), ElementsAre("c0t0d0s2 4096 2048", "c0t0d0s16 8192 1024", "c0t0d0s127 2048 2048"));
     // Beyond the letters, a minor name is a number.
     EXPECT_EQ(link_of("/dev/dsk/c0t0d0s2"), "../../devices/pci@0,0/pci8086,1234@1f,2/disk@0,0:c");
     EXPECT_EQ(link_of("/dev/dsk/c0t0d0s16"), "../../devices/pci@0,0/pci8086,1234@1f,2/disk@0,0:s16");

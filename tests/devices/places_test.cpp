@@ -85,8 +85,7 @@ TEST(Places, sas_controller)
 {
     const sample machine;
     const auto function = machine.function("pci0000:00/0000:00:04.0", sas_class);
-    machine.disk("sda",
-                 function + "/host2/port-2:0/end_device-2:0/target2:0:11/2:0:11:65535");
+    machine.disk("sda", function + "/host2/port-2:0/end_device-2:0/target2:0:11/2:0:11:65535");
     EXPECT_THAT(drives(), ElementsAre("c0t11d65535 /pci@0,0/pci8086,1234@4/sd@b,ffff sda 512 65536"));
 }
 

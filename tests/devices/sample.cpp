@@ -46,7 +46,8 @@ void walk(ht_node_t node, std::vector<std::string> *paths)
 
 sample::sample(const std::string &captured)
 {
-    run("tar --sparse -xzf '" OVRA_TEST_DATA "/machines/" + captured + ".tar.gz' -C '" + root().string() + "'");
+    run("tar --sparse -xzf '" OVRA_TEST_DATA "/machines/" + captured + ".tar.gz' -C '" + root().string() +
+        "'");
 }
 
 void sample::text(const std::string &path, const std::string &contents) const
@@ -80,9 +81,9 @@ std::string sample::ata(const std::string &function, unsigned host, unsigned por
                         unsigned links) const
 {
     const std::string name = "ata" + std::to_string(host);
-    const std::string attributes = function + "/" + name + "/ata_port/" + name;
-    text(attributes + "/port_no", std::to_string(port));
-    text(attributes + "/nr_pmp_links", std::to_string(links));
+    const std::string port_path = function + "/" + name + "/ata_port/" + name;
+    text(port_path + "/port_no", std::to_string(port));
+    text(port_path + "/nr_pmp_links", std::to_string(links));
     return function + "/" + name + "/host" + std::to_string(host) + "/target/" + address;
 }
 

@@ -1,0 +1,199 @@
+// Every allocation of every call is refused once, and once together with all that follow it: the call then
+// fails as its header says, and keeps no memory and no descriptor.
+#include <cerrno>
+#include <cstdlib>
+#include <functional>
+#include <new>
+#include <string>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "tests/devices/sample.h"
+
+namespace {
+
+struct memory {
+    bool refusing = false;
+    bool all_that_follow = false;
+    long before_refusal = 0;
+    long refused = 0;
+    long live = 0;
+};
+memory state;
+
+bool refuses()
+{
+    if (!state.refusing || (state.before_refusal-- != 0 && (!state.all_that_follow || state.refused == 0)))
+        return false;
+    ++state.refused;
+    return true;
+}
+
+} // namespace
+
+// Not inlined: the compiler would see free() meet an operator new that it knows nothing of.
+[[gnu::noinline]] void *operator new(std::size_t size)
+{
+    void *block = refuses() ? nullptr : std::malloc(size);
+    if (block == nullptr)
+        throw std::bad_alloc();
+    ++state.live;
+    return block;
+}
+
+[[gnu::noinline]] void *operator new(std::size_t size, const std::nothrow_t &) noexcept
+{
+    void *block = refuses() ? nullptr : std::malloc(size);
+    state.live += block != nullptr;
+    return block;
+}
+
+[[gnu::noinline]] void operator delete(void *block) noexcept
+{
+    state.live -= block != nullptr;
+    std::free(block);
+}
+
+void operator delete(void *block, std::size_t) noexcept
+{
+    operator delete(block);
+}
+
+namespace {
+
+using namespace devices_test;
+
+int lowest_free_descriptor()
+{
+    const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    close(fd);
+    return fd;
+}
+
+class DevicesRefusedMemory : public testing::Test {
+protected:
+    /* `body` makes a call, releases what it gave, and returns 0, or the errno value of its failure. */
+    static void sweep(const std::function<int()> &body)
+    {
+        body(); // what a process allocates once
+        for (const bool all_that_follow : {false, true}) {
+            for (long n = 0;; ++n) {
+                const int free_descriptor = lowest_free_descriptor();
+                const memory start = {true, all_that_follow, n, 0, state.live};
+                state = start;
+                const int error = body();
+                state.refusing = false;
+                EXPECT_EQ(state.live, start.live) << n;
+                EXPECT_EQ(lowest_free_descriptor(), free_descriptor) << n;
+                if (state.refused == 0) {
+                    EXPECT_EQ(error, 0);
+                    EXPECT_GT(n, 0) << "nothing was ever refused";
+                    break;
+                }
+                EXPECT_EQ(error, ENOMEM) << n;
+                ASSERT_LT(n, 20000);
+            }
+        }
+    }
+
+    sample machine{"pc"};
+};
+
+TEST_F(DevicesRefusedMemory, snapshot_of_the_tree)
+{
+    sweep([] {
+        ht_node_t root = ht_init("/", HT_SUBTREE | HT_PROPS);
+        const int error = root != nullptr ? 0 : errno;
+        ht_fini(root);
+        return error;
+    });
+}
+
+TEST_F(DevicesRefusedMemory, path_of_a_node)
+{
+    const snapshot root(ht_init("/", HT_SUBTREE));
+    ht_node_t node = ht_child_node(ht_child_node(root.get()));
+    sweep([node] {
+        char *path = ht_devfs_path(node);
+        const int error = path != nullptr ? 0 : errno;
+        ht_devfs_path_free(path);
+        return error;
+    });
+}
+
+TEST_F(DevicesRefusedMemory, all_descriptors)
+{
+    for (const vs_kind_t kind : {VS_DRIVE, VS_MEDIA, VS_PARTITION, VS_SLICE}) {
+        sweep([kind] {
+            int err = -1;
+            vs_free_descriptors(vs_get_descriptors(kind, nullptr, &err));
+            return err;
+        });
+    }
+}
+
+TEST_F(DevicesRefusedMemory, descriptor_by_name)
+{
+    sweep([] {
+        int err = -1;
+        vs_free_descriptor(vs_get_descriptor_by_name(VS_SLICE, "/dev/dsk/c1t3d0s0", &err));
+        return err;
+    });
+}
+
+TEST_F(DevicesRefusedMemory, what_a_descriptor_gives)
+{
+    for (const vs_kind_t kind : {VS_DRIVE, VS_MEDIA, VS_SLICE}) {
+        const descriptors all = all_of(kind);
+        sweep([&] {
+            int err = -1;
+            kvlist_free(vs_get_attributes(all[0], &err));
+            return err;
+        });
+    }
+    const descriptors slices = all_of(VS_SLICE);
+    sweep([&] {
+        int err = -1;
+        free(vs_get_name(slices[0], &err));
+        return err;
+    });
+    sweep([&] {
+        int err = -1;
+        vs_free_descriptors(vs_get_associated_descriptors(slices[0], VS_MEDIA, &err));
+        return err;
+    });
+}
+
+TEST_F(DevicesRefusedMemory, link_of_a_disk)
+{
+    sweep([] {
+        char buffer[1024];
+        return devns_readlink("/dev/dsk/c1t3d0s0", buffer, sizeof buffer) > 0 ? 0 : errno;
+    });
+}
+
+TEST_F(DevicesRefusedMemory, list_stays_as_it_was)
+{
+    const std::string name = "a name that does not fit into a string object";
+    const uint8_t bytes[64] = {};
+    sweep([&] {
+        kvlist_t *list = kvlist_alloc();
+        if (list == nullptr)
+            return errno;
+        int error = kvlist_add_uint32(list, name.c_str(), 1);
+        uint32_t value = 0;
+        if ((kvlist_lookup_uint32(list, name.c_str(), &value) == 0) != (error == 0))
+            error = -1;
+        if (error == 0)
+            error = kvlist_add_uint64(list, name.c_str(), 2);
+        if (error == 0)
+            error = kvlist_add_uint8_array(list, name.c_str(), bytes, sizeof bytes);
+        kvlist_free(list);
+        return error;
+    });
+}
+
+} // namespace
