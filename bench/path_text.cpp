@@ -14,7 +14,9 @@
 #include "bench/allocations.h"
 
 #ifdef COMPARE_WITH_EFIVAR
+extern "C" { // its headers are C alone
 #include <efivar/efivar.h>
+}
 #endif
 
 namespace {
@@ -123,7 +125,7 @@ void decode_path_other(benchmark::State &state, const sample &path)
             state.SkipWithError("the other library refuses this path");
             break;
         }
-        auto *text = static_cast<unsigned char *>(std::malloc(static_cast<std::size_t>(size)));
+        auto *text = static_cast<char *>(std::malloc(static_cast<std::size_t>(size)));
         if (efidp_format_device_path(text, static_cast<std::size_t>(size), nodes, packed.length) < 0)
             std::abort();
         std::free(text);
