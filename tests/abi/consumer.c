@@ -158,6 +158,8 @@ static void use_fields(ovra_hdl_t hdl)
     CHECK(ovra_bootopt_bootpath_get(hdl, "Boot0001", &text) == 0 && strcmp(text, "\\z") == 0);
     CHECK(ovra_bootopt_encoded_path_set(hdl, "Boot0001", path, sizeof path) == 0);
     CHECK(ovra_bootopt_bootpath_get(hdl, "Boot0001", &text) == 0 && strcmp(text, "\\xy") == 0);
+    CHECK(ovra_bootopt_desc_set(hdl, "Boot0001", "Two") == 0);
+    CHECK(ovra_bootopt_optdata_set(hdl, "Boot0001", NULL, 0) == 0);
 }
 
 static void use_options(ovra_hdl_t hdl)
