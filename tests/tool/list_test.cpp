@@ -47,11 +47,13 @@ TEST_F(List, verbose_adds_path_attributes_and_optional_data)
               "0         Boot0000  *       Linux\n"
               "          attributes     0x00000109 (active, hidden, application)\n"
               "          path           7fff0400\n"
+              "          device path    none\n"
               "          optional data  \"root=/dev/sda1 quiet\"\n"
               "-         Boot0001  *       UEFI QEMU QEMU HARDDISK\n"
               "          attributes     0x00000001 (active)\n"
               "          path           02010c00d041030a000000000101060000020101060000000302080000000000"
               "7fff0400\n"
+              "          device path    /PciRoot(0x0)/Pci(0x2,0x0)/Pci(0x0,0x0)/Scsi(0x0,0x0)\n"
               "          optional data  4eac0881119f594d850ee21a522c59b2 (16 bytes)\n");
 }
 
@@ -64,6 +66,8 @@ TEST_F(List, json_has_order_marks_and_every_field)
     EXPECT_EQ(document["order"], json({"Boot0000", "Boot0001", "Boot0002", "Boot0003", "Boot0004", "Boot0005",
                                        "Boot0006", "Boot0007"}));
     ASSERT_EQ(document["options"].size(), 8u);
+    const json instance = {{"devicePath", "/PciRoot(0x0)/Pci(0x2,0x0)/Pci(0x0,0x0)/Scsi(0x0,0x0)"},
+                           {"filePath", nullptr}};
     EXPECT_EQ(document["options"][1],
               json({{"option", "Boot0001"},
                     {"position", 1},
@@ -74,7 +78,8 @@ TEST_F(List, json_has_order_marks_and_every_field)
                     {"attributes", 1},
                     {"path", "02010c00d041030a0000000001010600000201010600000003020800000000007fff0400"},
                     {"optional_data", "4eac0881119f594d850ee21a522c59b2"},
-                    {"optional_data_text", nullptr}}));
+                    {"optional_data_text", nullptr},
+                    {"instances", json::array({instance})}}));
 }
 
 TEST_F(List, shows_an_order_that_names_missing_options)

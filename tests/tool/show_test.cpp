@@ -8,18 +8,23 @@ class Show : public Machine {};
 
 TEST_F(Show, prints_every_field)
 {
-    EXPECT_EQ(output({"show", "Boot0005"}), "Option         Boot0005\n"
-                                            "Description    UEFI QEMU HARDDISK QM00001\n"
-                                            "Attributes     0x00000001 (active)\n"
-                                            "Position       5\n"
-                                            "Path           02010c00d041030a000000000101060002"
-                                            "1f03120a000000ffff00007fff0400 (32 bytes)\n"
-                                            "Optional data  4eac0881119f594d850ee21a522c59b2 (16 bytes)\n");
+    EXPECT_EQ(output({"show", "Boot0005"}),
+              "Option         Boot0005\n"
+              "Description    UEFI QEMU HARDDISK QM00001\n"
+              "Attributes     0x00000001 (active)\n"
+              "Position       5\n"
+              "Path           02010c00d041030a000000000101060002"
+              "1f03120a000000ffff00007fff0400 (32 bytes)\n"
+              "Device path    /PciRoot(0x0)/Pci(0x1f,0x2)/Sata(0x0,0xffff,0x0)\n"
+              "Optional data  4eac0881119f594d850ee21a522c59b2 (16 bytes)\n");
 }
 
 TEST_F(Show, json_has_every_field)
 {
     put_order({});
+    const json instance = {{"devicePath", "MediaPath(0x7,1400c9bdb87cebf8344faaea3ee4af6516a1)/"
+                                          "MediaPath(0x6,140083a5047c3e9e1c4fad65e05268d0b4d1)"},
+                           {"filePath", nullptr}};
     EXPECT_EQ(parsed({"show", "Boot0007"}),
               json({{"option", "Boot0007"},
                     {"position", nullptr},
@@ -29,7 +34,34 @@ TEST_F(Show, json_has_every_field)
                     {"path", "04071400c9bdb87cebf8344faaea3ee4af6516a10406140083a5047c3e9e1c4f"
                              "ad65e05268d0b4d17fff0400"},
                     {"optional_data", ""},
-                    {"optional_data_text", nullptr}}));
+                    {"optional_data_text", nullptr},
+                    {"instances", json::array({instance})},
+                    {"disks", json::array()}}));
+}
+
+TEST_F(Show, prints_every_instance_of_a_path)
+{
+    put("Boot0003", load_option(1, "two",
+                                from_hex("01010600020104040a005c00610000007f010400"
+                                         "010106000302"
+                                         "7fff0400")));
+    EXPECT_THAT(output({"show", "Boot0003"}), HasSubstr("Device path    /Pci(0x1,0x2)\n"
+                                                        "File path      \\a\n"
+                                                        "Device path    /Pci(0x2,0x3)\n"
+                                                        "Optional data"));
+    const json first = {{"devicePath", "/Pci(0x1,0x2)"}, {"filePath", "\\a"}};
+    const json next = {{"devicePath", "/Pci(0x2,0x3)"}, {"filePath", nullptr}};
+    EXPECT_EQ(parsed({"show", "Boot0003"})["instances"], json::array({first, next}));
+}
+
+TEST_F(Show, says_why_a_path_has_no_text)
+{
+    put("Boot0003", load_option(1, "bad", from_hex("04012a00")));
+    const std::string why = "the node at byte 0 gives its length as 42, 4 bytes are left";
+    EXPECT_THAT(output({"show", "Boot0003"}), HasSubstr("Device path    (has no text: " + why + ")\n"));
+    const json shown = parsed({"show", "Boot0003"});
+    EXPECT_EQ(shown["instances"], nullptr);
+    EXPECT_EQ(shown["path_error"], why);
 }
 
 TEST_F(Show, takes_short_and_lower_case_names)

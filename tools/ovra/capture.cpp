@@ -13,6 +13,11 @@ bool shown_as_written = false;
 
 void turn_on_library_messages()
 {
+    // What the first call sets must not look like the user's wish to the second.
+    static bool done = false;
+    if (done)
+        return;
+    done = true;
     shown_as_written = getenv("OVRA_PATH_EPRINT") || getenv("OVRA_PATH_DEBUG") || getenv("HWPLAT_DEBUG");
     setenv("OVRA_PATH_EPRINT", "1", 0);
 }

@@ -1,5 +1,7 @@
 #include "tools/ovra/bootorder.h"
 #include "tools/ovra/changes.h"
+#include "tools/ovra/devicepaths.h"
+#include "tools/ovra/drives.h"
 #include "tools/ovra/failure.h"
 #include "tools/ovra/fields.h"
 #include "tools/ovra/verbs.h"
@@ -8,11 +10,21 @@ namespace tool {
 
 namespace {
 
-void check_path(const bytes &path, bool force)
+bytes given_path(const arguments &args, changes *changes)
+{
+    if (args.path)
+        return *args.path;
+    device_paths paths;
+    if (args.device_text)
+        return paths.encode(*args.device_text, args.file);
+    return paths.encode_disk(disk_argument(*args.disk, changes), args.file, args.full);
+}
+
+void check_path(const std::string &what, const bytes &path, bool force)
 {
     const auto error = path_error(path);
     if (error && (path.size() > UINT16_MAX || !force))
-        throw failure("--path-hex is no packed device path: " + *error,
+        throw failure(what + " is no packed device path: " + *error,
                       path.size() > UINT16_MAX ? "" : "--force stores it all the same.");
 }
 
@@ -30,16 +42,16 @@ uint16_t number_for(firmware &machine, const arguments &args)
 
 void run_create(firmware &machine, const arguments &args)
 {
-    check_path(*args.path, args.force);
+    changes changes(args);
     load_option option;
     option.description = *args.description;
-    option.path = *args.path;
+    option.path = given_path(args, &changes);
+    check_path(args.path ? "--path-hex" : "the path", option.path, args.force);
     option.optional_data = given_optional_data(args).value_or(bytes{});
     check_size(option);
     const uint16_t number = number_for(machine, args);
     const std::vector<uint16_t> order = with_inserted(machine.order(), number, args.position);
 
-    changes changes(args);
     changes.make(writes_option(number, option), [&] { machine.write_option(number, option); });
     try {
         changes.make(writes_order(order), [&] { machine.insert_into_order(number, args.position); });

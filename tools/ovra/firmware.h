@@ -54,7 +54,12 @@ public:
     uint16_t unused_option();
     load_option read_option(uint16_t number);
     void write_option(uint16_t number, load_option option);
+    // Replaces the packed path of an option alone.
+    void write_path(uint16_t number, const load_option &option);
     void remove_option(uint16_t number);
+    // The disks that an option boots from, and the options that boot from a disk.
+    std::vector<std::string> disks_of(uint16_t number);
+    std::vector<uint16_t> options_on(const std::string &disk);
 
     // BootOrder, BootCurrent, BootNext.
     std::vector<uint16_t> order(); // empty also when there is none; throws `damaged`

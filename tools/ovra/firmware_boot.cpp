@@ -78,6 +78,48 @@ void firmware::write_option(uint16_t number, load_option option)
         cannot_change("cannot write " + name, EFI_SUCCESS, as_stored(option).size());
 }
 
+void firmware::write_path(uint16_t number, const load_option &option)
+{
+    std::string name = option_name(number);
+    bytes path = option.path;
+    if (call([&] {
+            return ovra_bootopt_encoded_path_set(handle, name.data(), path.data(),
+                                                 static_cast<int>(path.size()));
+        }) != 0)
+        cannot_change("cannot write " + name, EFI_SUCCESS, as_stored(option).size());
+}
+
+std::vector<std::string> firmware::disks_of(uint16_t number)
+{
+    std::string name = option_name(number);
+    char **names = nullptr;
+    // An option that is for no disk, or for one that is not there, is no failure of the question.
+    if (call([&] { return ovra_bootopt_logdev(handle, name.data(), &names); }) != 0 || !names)
+        return {};
+    std::vector<std::string> disks;
+    for (char **disk = names; *disk; ++disk)
+        disks.emplace_back(*disk);
+    free_str_array(handle, names);
+    return disks;
+}
+
+std::vector<uint16_t> firmware::options_on(const std::string &disk)
+{
+    std::string name = disk;
+    char **names = nullptr;
+    if (call([&] { return ovra_bootopt_find(handle, name.data(), &names); }) != 0)
+        throw failure("cannot look for options that boot from " + in_quotes(disk),
+                      "'ovra disks' shows the disks.", messages);
+    std::set<uint16_t> numbers;
+    for (char **option = names; option && *option; ++option) {
+        const auto number = parse_option(*option);
+        if (number && option_exists(*number))
+            numbers.insert(*number);
+    }
+    free_str_array(handle, names);
+    return {numbers.begin(), numbers.end()};
+}
+
 void firmware::remove_option(uint16_t number)
 {
     std::string name = option_name(number);

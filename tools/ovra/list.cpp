@@ -1,3 +1,4 @@
+#include "tools/ovra/devicepaths.h"
 #include "tools/ovra/failure.h"
 #include "tools/ovra/named.h"
 #include "tools/ovra/output.h"
@@ -13,6 +14,7 @@ struct entry {
     bool exists = true;
     std::string error; // why it could not be read
     load_option option;
+    decoded_path path;
 };
 
 struct listing {
@@ -23,12 +25,13 @@ struct listing {
     std::vector<entry> entries; // in boot order, then the others
 };
 
-entry read_entry(firmware &machine, uint16_t number)
+entry read_entry(firmware &machine, device_paths &paths, uint16_t number)
 {
     entry read;
     read.number = number;
     try {
         read.option = machine.read_option(number);
+        read.path = paths.decode(read.option.path);
     } catch (const failure &reason) {
         read.error = reason.messages.substr(0, reason.messages.find('\n'));
         if (read.error.empty())
@@ -40,6 +43,7 @@ entry read_entry(firmware &machine, uint16_t number)
 listing read_listing(firmware &machine)
 {
     listing all;
+    device_paths paths;
     all.current = named_or_none(machine, &firmware::current);
     all.next = named_or_none(machine, &firmware::next);
     try {
@@ -61,13 +65,13 @@ listing read_listing(firmware &machine)
         next.number = number;
         next.exists = exists[number];
         if (next.exists)
-            next = read_entry(machine, number);
+            next = read_entry(machine, paths, number);
         next.position = position;
         all.entries.push_back(std::move(next));
     }
     for (const uint16_t number : options) {
         if (!listed[number])
-            all.entries.push_back(read_entry(machine, number));
+            all.entries.push_back(read_entry(machine, paths, number));
     }
     return all;
 }
@@ -99,12 +103,14 @@ json to_json(const listing &all)
                        {"position", entry.position ? json(*entry.position) : json(nullptr)},
                        {"current", all.current == entry.number},
                        {"next", all.next == entry.number}};
-        if (!entry.exists)
+        if (!entry.exists) {
             fields["error"] = "no such option";
-        else if (!entry.error.empty())
+        } else if (!entry.error.empty()) {
             fields["error"] = entry.error;
-        else
+        } else {
             fields.update(as_json(entry.option));
+            fields.update(as_json(entry.path));
+        }
         options.push_back(std::move(fields));
     }
     return {{"current", as_json(all.current)},
@@ -133,6 +139,11 @@ std::string as_text(const listing &all, bool verbose)
             continue;
         rows.below(indent, "attributes     " + attribute_text(entry.option.attributes));
         rows.below(indent, "path           " + hex(entry.option.path));
+        for (const auto &row : as_rows(entry.path)) {
+            std::string name = row.front();
+            name[0] = static_cast<char>(tolower(name[0]));
+            rows.below(indent, name + std::string(15 - name.size(), ' ') + row.back());
+        }
         if (!entry.option.optional_data.empty())
             rows.below(indent, "optional data  " + optional_data_text(entry.option.optional_data));
     }

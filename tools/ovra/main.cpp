@@ -17,6 +17,8 @@ namespace {
 struct verb {
     tool::verb_options options;
     void (*run)(tool::firmware &machine, const tool::arguments &args);
+    // Instead of that: works without firmware variables too.
+    void (*run_without_firmware)(const std::string &folder, const tool::arguments &args) = nullptr;
 };
 
 constexpr verb verbs[] = {
@@ -28,6 +30,10 @@ constexpr verb verbs[] = {
     {{"order", "show or change BootOrder", tool::order_options}, tool::run_order},
     {{"next", "show or set the option to boot once, at the next start", tool::next_options}, tool::run_next},
     {{"current", "the option that was booted", tool::current_options}, tool::run_current},
+    {{"find", "the boot options that boot from a disk", tool::find_options}, tool::run_find},
+    {{"disks", "the disks, and which boot options use them", tool::disks_options}, nullptr, tool::run_disks},
+    {{"tree", "the device tree", tool::tree_options}, nullptr, tool::run_tree},
+    {{"path", "device paths between text and packed form", tool::path_options}, nullptr, tool::run_path},
     {{"vars", "the firmware's variables", tool::vars_options}, tool::run_vars},
     {{"time", "show or set the firmware's clock", tool::time_options}, tool::run_time},
     {{"reset", "reset the machine", tool::reset_options}, tool::run_reset},
@@ -70,6 +76,10 @@ int run(int argc, char **argv)
     std::string folder;
     if (args.root)
         folder = enter_root(*args.root);
+    if (verbs[*chosen].run_without_firmware) {
+        verbs[*chosen].run_without_firmware(folder, args);
+        return EXIT_SUCCESS;
+    }
     tool::firmware machine(folder);
     verbs[*chosen].run(machine, args);
     return EXIT_SUCCESS;

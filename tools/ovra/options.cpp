@@ -92,6 +92,26 @@ void description_option(CLI::App &verb, arguments &args, bool required)
         ->required(required);
 }
 
+CLI::Option *device_text_option(CLI::App &verb, arguments &args)
+{
+    return value(verb, "--devpath", "TEXT", "the device path as text, as /PciRoot(0)/Pci(0x1F,2)/Sata(0,0,0)",
+                 [&args](const std::string &text) {
+                     if (text.empty())
+                         throw usage_error("--devpath: a device path is needed");
+                     args.device_text = text;
+                 });
+}
+
+CLI::Option *file_option(CLI::App &verb, arguments &args)
+{
+    return value(verb, "--file", "FILE", "the file to boot from the device, as \\EFI\\BOOT\\BOOTX64.EFI",
+                 [&args](const std::string &text) {
+                     if (text.empty())
+                         throw usage_error("--file: the name of a file is needed");
+                     args.file = text;
+                 });
+}
+
 CLI::Option *optional_data_options(CLI::App &verb, arguments &args)
 {
     auto *file = value(verb, "--optdata-file", "FILE", "optional data: the contents of FILE",
@@ -122,13 +142,23 @@ void show_options(CLI::App &verb, arguments &args)
 void create_options(CLI::App &verb, arguments &args)
 {
     description_option(verb, args, true);
-    value(verb, "--path-hex", "HEX", "the packed device path, as hexadecimal digits",
-          [&args](const std::string &text) {
-              args.path = parse_hex(text);
-              if (!args.path)
-                  throw usage_error("--path-hex: pairs of hexadecimal digits are needed");
-          })
-        ->required();
+    auto *digits = value(verb, "--path-hex", "HEX", "the packed device path, as hexadecimal digits",
+                         [&args](const std::string &text) {
+                             args.path = parse_hex(text);
+                             if (!args.path)
+                                 throw usage_error("--path-hex: pairs of hexadecimal digits are needed");
+                         });
+    auto *devices = device_text_option(verb, args);
+    auto *disk =
+        value(verb, "--disk", "DISK",
+              "the path of a disk's slice or partition, by its name (c0t0d0s0) or Linux's (/dev/sda1)",
+              [&args](const std::string &name) { args.disk = name; });
+    digits->excludes(devices)->excludes(disk);
+    devices->excludes(disk);
+    file_option(verb, args)->excludes(digits);
+    verb.add_flag("--full", args.full,
+                  "with --disk: the path begins with the hardware that leads to the disk")
+        ->needs(disk);
     optional_data_options(verb, args);
     value(verb, "--number", "####", "hexadecimal number of the option; else the lowest that is not in use",
           [&args](const std::string &text) { args.number = option_argument(text); });
@@ -136,12 +166,18 @@ void create_options(CLI::App &verb, arguments &args)
           [&args](const std::string &text) { args.position = position_argument(text); });
     verb.add_flag("--force", args.force,
                   "overwrite an option that --number names, take a path that is not well-formed");
+    verb.final_callback([&args] {
+        if (!args.path && !args.device_text && !args.disk)
+            throw usage_error("create: one of --path-hex, --devpath and --disk is required");
+    });
 }
 
 void set_options(CLI::App &verb, arguments &args)
 {
     named_options(verb, args, false, "the option to change")->required();
     description_option(verb, args, false);
+    device_text_option(verb, args);
+    file_option(verb, args);
     auto *attributes = value(verb, "--attr", "N", "attributes: the whole 32-bit number, as 0x1",
                              [&args](const std::string &text) {
                                  args.attributes = parse_number(text);
@@ -159,8 +195,8 @@ void set_options(CLI::App &verb, arguments &args)
         ->excludes(text)
         ->excludes(verb.get_option("--optdata-file"));
     verb.final_callback([&args] {
-        if (!args.description && !args.attributes && !args.active && !args.optional_data_file &&
-            !args.optional_data_text && !args.no_optional_data)
+        if (!args.description && !args.device_text && !args.file && !args.attributes && !args.active &&
+            !args.optional_data_file && !args.optional_data_text && !args.no_optional_data)
             throw usage_error("set: nothing to change is given");
     });
 }
@@ -245,6 +281,40 @@ void reset_options(CLI::App &verb, arguments &args)
     cold->excludes(warm)->excludes(off);
     warm->excludes(off);
     verb.add_flag("--yes", args.yes, "do not ask for confirmation");
+}
+
+void path_options(CLI::App &verb, arguments &args)
+{
+    auto *encode = verb.add_subcommand("encode", "pack a device path that is given as text");
+    value(*encode, "text", "TEXT", "the device path", [&args](const std::string &text) {
+        args.device_text = text;
+    })->required();
+    file_option(*encode, args);
+    encode->add_flag("--raw", args.raw, "print the bytes themselves instead of hexadecimal digits");
+    encode->callback([&args] { args.path_action = arguments::path_action::encode; });
+
+    auto *decode = verb.add_subcommand("decode", "show a packed device path as text");
+    value(*decode, "path", "HEX", "hexadecimal digits, or - to read them from standard input",
+          [&args](const std::string &text) {
+              if (text != "-" && !parse_hex(text))
+                  throw usage_error("path decode: pairs of hexadecimal digits are needed");
+              args.packed = text;
+          })
+        ->required();
+    decode->callback([&args] { args.path_action = arguments::path_action::decode; });
+
+    verb.require_subcommand(1);
+}
+
+void disks_options(CLI::App &, arguments &) {}
+
+void tree_options(CLI::App &, arguments &) {}
+
+void find_options(CLI::App &verb, arguments &args)
+{
+    value(verb, "disk", "DISK", "a disk's slice or partition, by its name (c0t0d0s0) or Linux's (/dev/sda1)",
+          [&args](const std::string &name) { args.disk = name; })
+        ->required();
 }
 
 std::optional<size_t> read_command_line(int argc, char **argv, const std::vector<verb_options> &verbs,

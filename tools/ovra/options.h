@@ -38,6 +38,15 @@ struct arguments {
     std::optional<uint32_t> attributes;
     std::optional<bool> active;
 
+    // Device paths as text, and disks by their names or Linux's.
+    enum class path_action { encode, decode } path_action = path_action::encode;
+    std::optional<std::string> device_text; // create, set: --devpath; path encode
+    std::optional<std::string> file;        // the file on the device
+    std::optional<std::string> disk;        // create: --disk; find
+    bool full = false;                      // create --disk: with the disk's hardware nodes
+    bool raw = false;                       // path encode: bytes instead of digits
+    std::string packed;                     // path decode: digits, or "-" for standard input
+
     // create and order: where in BootOrder, counted from 0; negative counts from the end, -1 is the end.
     std::optional<uint16_t> number;
     int position = -1;
@@ -66,6 +75,10 @@ void current_options(CLI::App &verb, arguments &args);
 void vars_options(CLI::App &verb, arguments &args);
 void time_options(CLI::App &verb, arguments &args);
 void reset_options(CLI::App &verb, arguments &args);
+void path_options(CLI::App &verb, arguments &args);
+void disks_options(CLI::App &verb, arguments &args);
+void tree_options(CLI::App &verb, arguments &args);
+void find_options(CLI::App &verb, arguments &args);
 
 struct verb_options {
     const char *name;

@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "tools/ovra/changes.h"
+#include "tools/ovra/devicepaths.h"
 #include "tools/ovra/failure.h"
 #include "tools/ovra/fields.h"
 #include "tools/ovra/verbs.h"
@@ -36,6 +37,17 @@ void require_kept(uint16_t number, const variable &stored_option, const load_opt
                       "It begins further in than can be read back. Give the optional data as well.");
 }
 
+// Text does not carry all of a path: only what is new goes through it.
+bytes changed_path(bytes path, const arguments &args)
+{
+    device_paths paths;
+    if (args.device_text)
+        path = with_devices(path, paths.encode(*args.device_text, std::nullopt));
+    if (args.file)
+        path = with_file(path, paths.encode("", args.file));
+    return path;
+}
+
 } // namespace
 
 void run_set(firmware &machine, const arguments &args)
@@ -56,11 +68,19 @@ void run_set(firmware &machine, const arguments &args)
             *args.active ? option.attributes | LOAD_OPTION_ACTIVE : option.attributes & ~LOAD_OPTION_ACTIVE;
     if (optional_data)
         option.optional_data = *optional_data;
+    const bytes fields_alone = as_stored(option);
+    if (args.device_text || args.file)
+        option.path = changed_path(option.path, args);
     check_size(option);
 
     changes changes(args);
     if (as_stored(option) != before.data)
-        changes.make(writes_option(number, option), [&] { machine.write_option(number, option); });
+        changes.make(writes_option(number, option), [&] {
+            if (fields_alone == before.data)
+                machine.write_path(number, option);
+            else
+                machine.write_option(number, option);
+        });
     changes.report();
 }
 

@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "tools/ovra/devicepaths.h"
 #include "tools/ovra/output.h"
 #include "tools/ovra/verbs.h"
 
@@ -14,10 +15,15 @@ void run_show(firmware &machine, const arguments &args)
     const auto found = std::find(order.begin(), order.end(), number);
     const bool ordered = found != order.end();
     const auto position = found - order.begin();
+    device_paths paths;
+    const decoded_path path = paths.decode(option.path);
+    const std::vector<std::string> disks = machine.disks_of(number);
     if (args.json) {
         json fields = {{"option", option_name(number)},
                        {"position", ordered ? json(position) : json(nullptr)}};
         fields.update(as_json(option));
+        fields.update(as_json(path));
+        fields["disks"] = disks;
         print_json(fields);
         return;
     }
@@ -27,6 +33,10 @@ void run_show(firmware &machine, const arguments &args)
     rows.row({"Attributes", attribute_text(option.attributes)});
     rows.row({"Position", ordered ? std::to_string(position) : "not in BootOrder"});
     rows.row({"Path", hex(option.path) + format(" (%zu bytes)", option.path.size())});
+    for (auto &row : as_rows(path))
+        rows.row(std::move(row));
+    for (const std::string &disk : disks)
+        rows.row({"Disk", printable(disk)});
     rows.row(
         {"Optional data", option.optional_data.empty() ? "none" : optional_data_text(option.optional_data)});
     print(rows.text());

@@ -1,0 +1,136 @@
+#include "tests/tool/support.h"
+
+namespace tool_test {
+
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+namespace {
+
+const std::string sata_hex = "02010c00d041030a0000000001010600021f";
+
+std::string said_at_failure(const words &arguments)
+{
+    const outcome result = run_command(arguments);
+    EXPECT_EQ(result.status, 1) << result.out;
+    EXPECT_EQ(result.out, "");
+    return result.err;
+}
+
+} // namespace
+
+// These run without a machine: paths need no firmware.
+
+TEST(PathEncode, prints_digits)
+{
+    const outcome result = run_command({"path", "encode", "/PciRoot(0)/Pci(0x1F,2)", "--file", "\\EFI"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.out, sata_hex + "04040e005c0045004600490000007fff0400\n");
+}
+
+TEST(PathEncode, prints_bytes_and_json)
+{
+    const outcome raw = run_command({"path", "encode", "/Pci(1,2)", "--raw"});
+    EXPECT_EQ(raw.out, from_hex("0101060002017fff0400"));
+    const outcome document = run_command({"path", "encode", "/Pci(1,2)", "--json"});
+    EXPECT_EQ(json::parse(document.out), json({{"path", "0101060002017fff0400"}, {"size", 10}}));
+}
+
+TEST(PathEncode, takes_an_empty_text_for_a_file_alone)
+{
+    EXPECT_EQ(run_command({"path", "encode", "", "--file", "a"}).out, "04040800610000007fff0400\n");
+}
+
+TEST(PathEncode, points_at_the_node_that_is_wrong)
+{
+    EXPECT_EQ(said_at_failure({"path", "encode", "/PciRoot(0)/Pci(32,2)/Sata(0,0,0)"}),
+              "ovra: node 2 of the path cannot be packed: \"Pci(32,2)\"\n"
+              "  /PciRoot(0)/Pci(32,2)/Sata(0,0,0)\n"
+              "              ^^^^^^^^^\n"
+              "    'device' cannot be greater than 31:  32\n"
+              "    failure encoding Pci\n"
+              "    error with encode_uefipath\n");
+    EXPECT_THAT(said_at_failure({"path", "encode", "//\u7acb/Pci(0,0)"}),
+                StartsWith("ovra: node 1 of the path cannot be packed: \"\u7acb\"\n"
+                           "  //\u7acb/Pci(0,0)\n"
+                           "    ^^\n"
+                           "    invalid devnode: "));
+    EXPECT_THAT(
+        said_at_failure({"path", "encode", "/Pci(1,2)//"}),
+        HasSubstr("node 2 of the path cannot be packed: it is empty\n  /Pci(1,2)//\n             ^\n"));
+}
+
+TEST(PathEncode, says_that_a_file_or_a_device_is_wrong)
+{
+    EXPECT_THAT(said_at_failure({"path", "encode", "/Pci(1,2)", "--file", "\xff"}),
+                StartsWith("ovra: the file \"\\xff\" cannot be packed\n"));
+    EXPECT_THAT(said_at_failure({"path", "encode", "/devices/nothing"}),
+                StartsWith("ovra: the path \"/devices/nothing\" cannot be packed\n"));
+}
+
+TEST(PathEncode, keeps_to_a_path_where_test_files_are_wanted)
+{
+    surroundings around;
+    around.environment = {{"OVRA_TEST_FILE", ""}};
+    EXPECT_EQ(run_command({"path", "encode", "/Pci(1,2)"}, around).out, "0101060002017fff0400\n");
+}
+
+TEST(PathDecode, prints_every_instance)
+{
+    const std::string two = sata_hex + "04040e005c0045004600490000007f010400"
+                                       "010106000201"
+                                       "7fff0400";
+    const outcome text = run_command({"path", "decode", two});
+    EXPECT_EQ(text.status, 0) << text.err;
+    EXPECT_EQ(text.out, "Device path  /PciRoot(0x0)/Pci(0x1f,0x2)\n"
+                        "File path    \\EFI\n"
+                        "Device path  /Pci(0x1,0x2)\n");
+    const json first = {{"devicePath", "/PciRoot(0x0)/Pci(0x1f,0x2)"}, {"filePath", "\\EFI"}};
+    const json next = {{"devicePath", "/Pci(0x1,0x2)"}, {"filePath", nullptr}};
+    EXPECT_EQ(json::parse(run_command({"--json", "path", "decode", two}).out)["instances"],
+              json::array({first, next}));
+}
+
+TEST(PathDecode, reads_standard_input)
+{
+    surroundings around;
+    around.in = "0101 0600\n0201 7fff:0400\n";
+    EXPECT_EQ(run_command({"path", "decode", "-"}, around).out, "Device path  /Pci(0x1,0x2)\n");
+    around.in = "01x";
+    EXPECT_EQ(run_command({"path", "decode", "-"}, around).err,
+              "ovra: pairs of hexadecimal digits are needed on standard input\n");
+}
+
+TEST(PathDecode, refuses_what_is_no_path)
+{
+    EXPECT_THAT(said_at_failure({"path", "decode", "01010700020100"}),
+                StartsWith("ovra: this path has no text: it does not end in an END node (7fff0400)\n"));
+    EXPECT_THAT(said_at_failure({"path", "decode", "01010300"}),
+                StartsWith("ovra: this path has no text: the node at byte 0 gives its length as 3"));
+    EXPECT_EQ(said_at_failure({"path", "decode", ""}), "ovra: this path has no text: it is empty\n");
+    const outcome digits = run_command({"path", "decode", "0g"});
+    EXPECT_EQ(digits.status, 2);
+    EXPECT_THAT(digits.err, HasSubstr("path decode: pairs of hexadecimal digits are needed\n"));
+}
+
+TEST(PathDecode, is_what_was_encoded)
+{
+    for (const char *text : {"/PciRoot(0x0)/Pci(0x1f,0x2)/Sata(0x0,0x8000,0x0)", "/Pci(0x1,0x2)"}) {
+        const outcome encoded = run_command({"path", "encode", text});
+        surroundings around;
+        around.in = encoded.out;
+        EXPECT_EQ(run_command({"path", "decode", "-"}, around).out,
+                  "Device path  " + std::string(text) + "\n");
+    }
+}
+
+TEST(PathVerb, needs_to_know_what_to_do)
+{
+    EXPECT_EQ(run_command({"path"}).status, 2);
+    EXPECT_EQ(run_command({"path", "encode"}).status, 2);
+    EXPECT_EQ(run_command({"path", "decode"}).status, 2);
+}
+
+} // namespace tool_test

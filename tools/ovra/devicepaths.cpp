@@ -1,0 +1,178 @@
+#include "tools/ovra/devicepaths.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <string_view>
+
+#include "tools/ovra/capture.h"
+#include "tools/ovra/failure.h"
+#include "tools/ovra/loadoption.h"
+
+namespace tool {
+
+namespace {
+
+constexpr const char *test_files = "OVRA_TEST_FILE";
+
+struct text_range {
+    size_t begin = 0;
+    size_t end = 0;
+};
+
+// Where the nodes of a text stand, split as the library splits it: a run of slashes counts as one, and one
+// more at the very end leaves an empty node.
+std::vector<text_range> nodes_of(const std::string &text)
+{
+    std::vector<text_range> nodes;
+    for (size_t at = 0; at < text.size();) {
+        const size_t begin = std::min(text.find_first_not_of('/', at), text.size());
+        const size_t end = std::min(text.find('/', begin), text.size());
+        nodes.push_back({begin, end});
+        at = end + 1;
+    }
+    return nodes;
+}
+
+} // namespace
+
+device_paths::device_paths()
+{
+    turn_on_library_messages();
+    // A handle opens the firmware unless the library is told to use test files. Paths need neither, and must
+    // work where there is no firmware: the variable exists only while the handle is made.
+    const bool was_set = getenv(test_files) != nullptr;
+    if (!was_set)
+        setenv(test_files, "", 1);
+    const int result = call([this] { return ovra_init(&handle); });
+    if (!was_set)
+        unsetenv(test_files);
+    if (result != 0)
+        throw std::bad_alloc();
+}
+
+device_paths::~device_paths()
+{
+    ovra_fini(handle);
+}
+
+int device_paths::call(const std::function<int()> &function)
+{
+    error_capture capture;
+    const int result = function();
+    messages = capture.end();
+    return result;
+}
+
+std::optional<bytes> device_paths::try_encode(const std::string &device,
+                                              const std::optional<std::string> &file, int flags)
+{
+    std::string device_text = device;
+    std::string file_text = file.value_or("");
+    ovra_path_t instance = {device_text.data(), file ? file_text.data() : nullptr};
+    ovra_path_t *paths[] = {&instance, nullptr};
+    ovra_epath_t packed = nullptr;
+    int size = 0;
+    const int result = call([&] { return ovra_epath_encode(handle, paths, flags, &packed, &size); });
+    if (result != 0 || !packed)
+        return std::nullopt;
+    bytes path(packed, packed + size);
+    memlist_free(handle, packed); // of a text the block is not the handle's, and is just freed
+    return path;
+}
+
+bytes device_paths::encode(const std::string &device, const std::optional<std::string> &file)
+{
+    const auto path = try_encode(device, file, 0);
+    if (!path)
+        point_at_failure(device, file);
+    return *path;
+}
+
+bytes device_paths::encode_disk(const std::string &disk, const std::optional<std::string> &file, bool full)
+{
+    const auto path = try_encode(disk, file, full ? 1 : 0);
+    if (!path)
+        throw failure("cannot make a path to the disk " + in_quotes(disk), "'ovra disks' shows the disks.",
+                      messages);
+    return *path;
+}
+
+void device_paths::point_at_failure(const std::string &text, const std::optional<std::string> &file)
+{
+    const std::string said = messages;
+    const std::vector<text_range> nodes = nodes_of(text);
+    // A text that names a device of the operating system has no nodes.
+    const bool is_name = text.starts_with("/dev/") || text.starts_with("/devices/") ||
+                         (text.size() > 1 && text[0] == 'c' && text[1] >= '0' && text[1] <= '9');
+    for (size_t at = 0; !is_name && at < nodes.size(); ++at) {
+        const auto [begin, end] = nodes[at];
+        // An empty node is what a second slash makes.
+        const std::string node = end > begin ? '/' + text.substr(begin, end - begin) : "//";
+        if (try_encode(node, std::nullopt, 0))
+            continue;
+        const std::string mark(std::max<size_t>(columns(printable(text.substr(begin, end - begin))), 1), '^');
+        throw failure(format("node %zu of the path cannot be packed: ", at + 1) +
+                          (end > begin ? in_quotes(text.substr(begin, end - begin)) : "it is empty"),
+                      printable(text) + '\n' + std::string(columns(printable(text.substr(0, begin))), ' ') +
+                          mark,
+                      messages);
+    }
+    if (!is_name && file)
+        throw failure("the file " + in_quotes(*file) + " cannot be packed", {}, said);
+    throw failure("the path " + in_quotes(text) + " cannot be packed", {}, said);
+}
+
+decoded_path device_paths::decode(byte_view path)
+{
+    bytes copy(path.begin(), path.end());
+    ovra_path_t **paths = nullptr;
+    decoded_path result;
+    const int status = call([&] {
+        return ovra_epath_decode_to_uefi(handle, copy.data(), static_cast<int>(copy.size()), &paths);
+    });
+    if (status != 0) {
+        result.error = path_error(path).value_or("it has a node of a type that has no text");
+        result.messages = messages;
+        return result;
+    }
+    if (!paths) {
+        result.error = path.empty() ? "it is empty" : path_error(path).value_or("it has no END node");
+        return result;
+    }
+    for (ovra_path_t **instance = paths; *instance; ++instance) {
+        path_text text;
+        if ((*instance)->device_path)
+            text.device = (*instance)->device_path;
+        if ((*instance)->file_path)
+            text.file = (*instance)->file_path;
+        result.instances.push_back(std::move(text));
+    }
+    free_dpath(handle, paths);
+    return result;
+}
+
+json as_json(const decoded_path &path)
+{
+    if (!path.error.empty())
+        return {{"instances", nullptr}, {"path_error", path.error}};
+    json instances = json::array();
+    for (const path_text &instance : path.instances)
+        instances.push_back({{"devicePath", instance.device},
+                             {"filePath", instance.file ? json(*instance.file) : json(nullptr)}});
+    return {{"instances", std::move(instances)}};
+}
+
+std::vector<std::vector<std::string>> as_rows(const decoded_path &path)
+{
+    if (!path.error.empty())
+        return {{"Device path", "(has no text: " + path.error + ")"}};
+    std::vector<std::vector<std::string>> rows;
+    for (const path_text &instance : path.instances) {
+        rows.push_back({"Device path", instance.device.empty() ? "none" : printable(instance.device)});
+        if (instance.file)
+            rows.push_back({"File path", printable(*instance.file)});
+    }
+    return rows;
+}
+
+} // namespace tool

@@ -1,0 +1,66 @@
+// Device paths between packed form and text, through libovra. No firmware is needed.
+#ifndef OVRA_TOOLS_DEVICEPATHS_H
+#define OVRA_TOOLS_DEVICEPATHS_H
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <ovra/ovra.h>
+
+#include "tools/ovra/output.h"
+#include "tools/ovra/text.h"
+
+namespace tool {
+
+struct path_text {
+    std::string device; // may be empty
+    std::optional<std::string> file;
+};
+
+struct decoded_path {
+    std::vector<path_text> instances;
+    std::string error;    // why it cannot be shown as text; empty if it can
+    std::string messages; // what libovra said about that
+};
+
+class device_paths {
+public:
+    device_paths();
+    ~device_paths();
+    device_paths(const device_paths &) = delete;
+    device_paths &operator=(const device_paths &) = delete;
+
+    // Packs a text, which a file may stand on. Throws a failure that points at the node that cannot be
+    // packed.
+    bytes encode(const std::string &device, const std::optional<std::string> &file);
+    // The path of a disk's slice or partition; `full`: behind the disk's hardware nodes.
+    bytes encode_disk(const std::string &disk, const std::optional<std::string> &file, bool full);
+    // All instances of a packed path.
+    decoded_path decode(byte_view path);
+
+private:
+    std::optional<bytes> try_encode(const std::string &device, const std::optional<std::string> &file,
+                                    int flags);
+    [[noreturn]] void point_at_failure(const std::string &text, const std::optional<std::string> &file);
+    int call(const std::function<int()> &function);
+
+    ovra_hdl_t handle = nullptr;
+    std::string messages;
+};
+
+// The path in `packed` with other device nodes, respectively another file, in its first instance. Every other
+// byte stays, also of nodes that have no text. `nodes` is a packed path of just what is new. Throws a failure
+// when the path is not well-formed.
+bytes with_devices(byte_view packed, byte_view nodes);
+bytes with_file(byte_view packed, byte_view nodes);
+
+json as_json(const decoded_path &path);
+
+// Rows with the texts of all instances.
+std::vector<std::vector<std::string>> as_rows(const decoded_path &path);
+
+} // namespace tool
+
+#endif

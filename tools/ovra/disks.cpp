@@ -1,0 +1,142 @@
+#include <string_view>
+#include <unordered_map>
+
+#include "tools/ovra/drives.h"
+#include "tools/ovra/failure.h"
+#include "tools/ovra/output.h"
+#include "tools/ovra/verbs.h"
+
+namespace tool {
+
+namespace {
+
+// Options by the hard-drive node that their paths name first.
+class uses {
+public:
+    explicit uses(const std::string &folder);
+
+    // Nothing when the options are not known.
+    std::optional<std::vector<uint16_t>> of(const drive &drive, const volume &volume) const;
+    std::string why_unknown;
+
+private:
+    static std::string key(byte_view node) { return {node.begin(), node.end()}; }
+
+    std::unordered_map<std::string, std::vector<uint16_t>> options;
+};
+
+uses::uses(const std::string &folder)
+{
+    // Disks are shown also where the firmware cannot be asked.
+    try {
+        firmware machine(folder);
+        for (const uint16_t number : machine.options()) {
+            load_option option;
+            try {
+                option = machine.read_option(number);
+            } catch (const failure &) {
+                continue; // damaged: it boots from nothing that can be told
+            }
+            const byte_view node = first_hard_drive(option.path);
+            if (!node.empty())
+                options[key(node)].push_back(number);
+        }
+    } catch (const failure &reason) {
+        why_unknown = reason.what();
+    }
+}
+
+std::optional<std::vector<uint16_t>> uses::of(const drive &drive, const volume &volume) const
+{
+    if (!why_unknown.empty())
+        return std::nullopt;
+    const auto found = options.find(key(hard_drive_node(drive, volume)));
+    return found == options.end() ? std::vector<uint16_t>() : found->second;
+}
+
+std::string signature_text(uint32_t signature)
+{
+    return format("%08x", signature);
+}
+
+json to_json(const std::vector<drive> &drives, const uses &uses)
+{
+    json list = json::array();
+    for (const drive &drive : drives) {
+        json volumes = json::array();
+        for (const volume &volume : drive.volumes) {
+            const auto options = uses.of(drive, volume);
+            volumes.push_back({{"name", volume.name},
+                               {"kernel_name", volume.kernel_name},
+                               {"kind", volume.is_slice ? "slice" : "partition"},
+                               {"start", volume.start},
+                               {"size", volume.size},
+                               {"guid", volume.is_slice ? json(guid_text(volume.guid)) : json(nullptr)},
+                               {"options", options ? option_names(*options) : json(nullptr)}});
+        }
+        const size_t slash = drive.path.rfind('/');
+        list.push_back(
+            {{"drive", drive.name},
+             {"kernel_name", drive.kernel_name},
+             {"path", drive.path},
+             {"controller", drive.path.substr(0, slash == std::string::npos ? 0 : slash)},
+             {"block_size", drive.block_size},
+             {"blocks", drive.blocks},
+             {"medium", drive.has_medium ? json(drive.medium()) : json(nullptr)},
+             {"signature", drive.signature ? json(signature_text(*drive.signature)) : json(nullptr)},
+             {"volumes", std::move(volumes)}});
+    }
+    return {{"disks", std::move(list)}};
+}
+
+std::string identity(const volume &volume)
+{
+    if (volume.is_slice)
+        return guid_text(volume.guid);
+    return volume.number == 0 ? "whole disk" : "";
+}
+
+std::string as_text(const std::vector<drive> &drives, const uses &uses)
+{
+    if (drives.empty())
+        return "no disks\n";
+    std::string all;
+    for (const drive &drive : drives) {
+        std::string line = drive.name + "  " + printable(drive.kernel_name) + "  " +
+                           size_text(drive.blocks * drive.block_size);
+        line += drive.has_medium ? std::string("  ") + drive.medium() : "  no partition table";
+        if (drive.signature)
+            line += " " + signature_text(*drive.signature);
+        all += line + "\n  " + printable(drive.path) + '\n';
+        if (drive.volumes.empty())
+            continue;
+        table rows;
+        rows.row({"  Name", "Linux", "Start", "Blocks", "GUID", "Boot options"});
+        for (const volume &volume : drive.volumes) {
+            std::vector<std::string> names;
+            const auto options = uses.of(drive, volume);
+            for (const uint16_t option : options.value_or(std::vector<uint16_t>()))
+                names.push_back(option_name(option));
+            rows.row({"  " + volume.name, printable(volume.kernel_name), std::to_string(volume.start),
+                      std::to_string(volume.size), identity(volume), options ? join(names, " ") : "?"});
+        }
+        all += rows.text();
+    }
+    if (!uses.why_unknown.empty())
+        all += "Which boot options use them is not known: " + printable(uses.why_unknown) + ".\n";
+    return all;
+}
+
+} // namespace
+
+void run_disks(const std::string &folder, const arguments &args)
+{
+    const std::vector<drive> drives = read_drives(true);
+    const uses uses(folder);
+    if (args.json)
+        print_json(to_json(drives, uses));
+    else
+        print(as_text(drives, uses));
+}
+
+} // namespace tool

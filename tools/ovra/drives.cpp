@@ -1,0 +1,260 @@
+#include "tools/ovra/drives.h"
+
+#include <cctype>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "platform/include/kvlist.h"
+#include "platform/include/volset.h"
+#include "tools/ovra/failure.h"
+
+namespace tool {
+
+namespace {
+
+constexpr std::string_view slice_folder = "/dev/dsk/";
+constexpr std::string_view partition_folder = "/dev/rdsk/";
+
+struct releasing {
+    void operator()(vs_descriptor_t *all) const { vs_free_descriptors(all); }
+    void operator()(kvlist_t *list) const { kvlist_free(list); }
+    void operator()(char *text) const { free(text); }
+};
+using descriptors = std::unique_ptr<vs_descriptor_t, releasing>;
+using attributes = std::unique_ptr<kvlist_t, releasing>;
+
+attributes attributes_of(vs_descriptor_t of)
+{
+    int error = 0;
+    attributes list(vs_get_attributes(of, &error));
+    if (!list)
+        throw failure(std::string("cannot read a disk: ") + strerror(error));
+    return list;
+}
+
+std::string name_of(vs_descriptor_t of)
+{
+    int error = 0;
+    const std::unique_ptr<char, releasing> name(vs_get_name(of, &error));
+    if (!name)
+        throw failure(std::string("cannot read the name of a disk: ") + strerror(error));
+    std::string_view text = name.get();
+    return std::string(text.substr(text.rfind('/') + 1)); // without its folder, if it has one
+}
+
+bytes array_of(kvlist_t *list, const char *name)
+{
+    uint8_t *array = nullptr;
+    unsigned count = 0;
+    if (kvlist_lookup_uint8_array(list, name, &array, &count) != 0 || !array)
+        return {};
+    return {array, array + count};
+}
+
+std::string text_of(kvlist_t *list, const char *name)
+{
+    const bytes array = array_of(list, name);
+    const auto *text = reinterpret_cast<const char *>(array.data());
+    return array.empty() ? std::string() : std::string(text, strnlen(text, array.size()));
+}
+
+uint64_t number_of(kvlist_t *list, const char *name)
+{
+    uint64_t wide = 0;
+    uint32_t narrow = 0;
+    if (kvlist_lookup_uint64(list, name, &wide) == 0)
+        return wide;
+    return kvlist_lookup_uint32(list, name, &narrow) == 0 ? narrow : 0;
+}
+
+// Linux puts a "p" between a name that ends in a digit and the number: "nvme0n1p1".
+std::string linux_name(const std::string &kernel_name, unsigned number)
+{
+    if (kernel_name.empty() || number == 0)
+        return kernel_name;
+    const bool digit = isdigit(static_cast<unsigned char>(kernel_name.back())) != 0;
+    return kernel_name + (digit ? "p" : "") + std::to_string(number);
+}
+
+void read_volumes(vs_descriptor_t medium, vs_kind_t kind, drive *of)
+{
+    int error = 0;
+    const descriptors found(vs_get_associated_descriptors(medium, kind, &error));
+    for (const vs_descriptor_t *at = found.get(); at && *at; ++at) {
+        const attributes list = attributes_of(*at);
+        volume next;
+        next.name = name_of(*at);
+        next.is_slice = kind == VS_SLICE;
+        const size_t digits = next.name.find_last_not_of("0123456789") + 1;
+        std::from_chars(next.name.data() + digits, next.name.data() + next.name.size(), next.number);
+        next.kernel_name = linux_name(of->kernel_name, next.is_slice ? next.number + 1 : next.number);
+        next.start = number_of(list.get(), next.is_slice ? "start" : "relsect");
+        next.size = number_of(list.get(), next.is_slice ? "size" : "nsectors");
+        next.guid = array_of(list.get(), "uguid");
+        of->volumes.push_back(std::move(next));
+    }
+}
+
+void read_medium(vs_descriptor_t of, drive *drive)
+{
+    int error = 0;
+    const descriptors media(vs_get_associated_descriptors(of, VS_MEDIA, &error));
+    if (!media || !media.get()[0])
+        return; // blank, or not readable
+    const vs_descriptor_t medium = media.get()[0];
+    const attributes list = attributes_of(medium);
+    drive->has_medium = true;
+    uint32_t signature = 0;
+    if (kvlist_lookup_uint32(list.get(), "volserno", &signature) == 0)
+        drive->signature = signature;
+    read_volumes(medium, VS_SLICE, drive);
+    read_volumes(medium, VS_PARTITION, drive);
+}
+
+drive read_drive(vs_descriptor_t of)
+{
+    const attributes list = attributes_of(of);
+    drive next;
+    next.name = name_of(of);
+    next.kernel_name = text_of(list.get(), "kernel-name");
+    next.path = text_of(list.get(), "devfs-path");
+    next.block_size = static_cast<uint32_t>(number_of(list.get(), "blocksize"));
+    next.blocks = number_of(list.get(), "nblocks");
+    return next;
+}
+
+// Reads every drive, and the media of those for which `wanted` says so.
+template <typename predicate>
+std::vector<drive> read_all(predicate wanted)
+{
+    int error = 0;
+    const descriptors found(vs_get_descriptors(VS_DRIVE, nullptr, &error));
+    if (!found)
+        throw failure(std::string("cannot read the disks: ") + strerror(error));
+    std::vector<drive> drives;
+    for (const vs_descriptor_t *at = found.get(); *at; ++at) {
+        drives.push_back(read_drive(*at));
+        if (wanted(drives.back()))
+            read_medium(*at, &drives.back());
+    }
+    return drives;
+}
+
+bool is_volset_name(std::string_view text)
+{
+    return text.size() > 1 && text[0] == 'c' && isdigit(static_cast<unsigned char>(text[1]));
+}
+
+} // namespace
+
+const char *drive::medium() const
+{
+    if (!has_medium)
+        return "none";
+    return signature ? "MBR" : "GPT";
+}
+
+std::vector<drive> read_drives(bool media)
+{
+    return read_all([media](const drive &) { return media; });
+}
+
+bytes hard_drive_node(const drive &drive, const volume &volume)
+{
+    constexpr unsigned last_primary = 4;
+    uefi_hard_drive_path_t node = {};
+    node.type = UEFI_MEDIA;
+    node.subtype = 1;
+    node.len = sizeof node;
+    node.part_start = volume.start;
+    node.part_size = volume.size;
+    if (volume.is_slice) {
+        node.part_number = volume.number + 1;
+        node.part_format = 2;
+        node.sig_type = volume.guid.size() == sizeof node.part_sig ? 2 : 0;
+        if (node.sig_type != 0)
+            memcpy(node.part_sig, volume.guid.data(), sizeof node.part_sig);
+    } else {
+        // libovra numbers logical partitions like the whole disk.
+        node.part_number = volume.number > last_primary ? 0 : volume.number;
+        node.part_format = 1;
+        node.sig_type = 1;
+        const uint32_t signature = drive.signature.value_or(0);
+        memcpy(node.part_sig, &signature, sizeof signature);
+    }
+    const auto *begin = reinterpret_cast<const uint8_t *>(&node);
+    return {begin, begin + sizeof node};
+}
+
+byte_view first_hard_drive(byte_view path)
+{
+    while (path.size() >= sizeof(uefi_device_path_t)) {
+        const size_t length = static_cast<size_t>(path[2] | path[3] << 8);
+        if (length < sizeof(uefi_device_path_t) || length > path.size())
+            return {};
+        if (path[0] == UEFI_MEDIA && path[1] == 1)
+            return path.first(length);
+        path = path.subspan(length);
+    }
+    return {};
+}
+
+std::string disk_argument(const std::string &text, changes *changes)
+{
+    std::string_view name = text;
+    for (const std::string_view folder : {slice_folder, partition_folder, std::string_view("/dev/")}) {
+        if (name.starts_with(folder)) {
+            name.remove_prefix(folder.size());
+            break;
+        }
+    }
+    if (is_volset_name(name))
+        return std::string(name);
+    const std::string wanted(name);
+    const std::string unknown = "no disk is named " + in_quotes(text);
+    const std::string advice = "'ovra disks' shows the disks with their names.";
+    // Only drives of which the name can be a partition are looked into.
+    const std::vector<drive> drives = read_all([&](const drive &drive) {
+        return !drive.kernel_name.empty() && wanted.size() > drive.kernel_name.size() &&
+               wanted.starts_with(drive.kernel_name);
+    });
+    for (const drive &drive : drives) {
+        if (drive.kernel_name == wanted)
+            throw failure(in_quotes(text) + " is the whole disk " + drive.name,
+                          "One of its slices or partitions is needed. " + advice);
+        for (const volume &volume : drive.volumes) {
+            if (volume.kernel_name != wanted)
+                continue;
+            if (changes)
+                changes->remark(printable(text) + " is " + volume.name + '.', "disk", volume.name);
+            return volume.name;
+        }
+    }
+    throw failure(unknown, advice);
+}
+
+std::string guid_text(byte_view guid)
+{
+    EFI_GUID fields = {};
+    if (guid.size() != sizeof fields)
+        return {};
+    memcpy(&fields, guid.data(), sizeof fields);
+    return format("%08x-%04x-%04x-", fields.Data1, fields.Data2, fields.Data3) + hex({fields.Data4, 2}) +
+           '-' + hex({fields.Data4 + 2, 6});
+}
+
+std::string size_text(uint64_t count)
+{
+    static constexpr const char *units[] = {"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+    auto value = static_cast<double>(count);
+    size_t unit = 0;
+    while (value >= 1024 && unit + 1 < std::size(units)) {
+        value /= 1024;
+        ++unit;
+    }
+    return format("%.*f %s", unit == 0 ? 0 : 1, value, units[unit]);
+}
+
+} // namespace tool

@@ -1,0 +1,109 @@
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <unordered_map>
+
+#include "platform/include/hwtree.h"
+#include "tools/ovra/drives.h"
+#include "tools/ovra/failure.h"
+#include "tools/ovra/output.h"
+#include "tools/ovra/verbs.h"
+
+namespace tool {
+
+namespace {
+
+struct tree_releasing {
+    void operator()(ht_node_t root) const { ht_fini(root); }
+};
+using tree_owner = std::unique_ptr<ht_node, tree_releasing>;
+
+using drives_by_path = std::unordered_map<std::string, drive>;
+
+constexpr const char *string_properties[] = {"acpi-hid", "acpi-uid", "acpi-cid"};
+constexpr const char *integer_properties[] = {"vendor-id", "device-id", "revision-id", "class-code", "reg"};
+
+std::string path_of(ht_node_t node)
+{
+    char *path = ht_devfs_path(node);
+    if (!path)
+        throw std::bad_alloc();
+    std::string copy = path;
+    ht_devfs_path_free(path);
+    return copy;
+}
+
+json properties_of(ht_node_t node)
+{
+    json properties = json::object();
+    for (const char *name : string_properties) {
+        char *text = nullptr;
+        if (ht_prop_lookup_strings(HT_DEV_ANY, node, name, &text) > 0)
+            properties[name] = text;
+    }
+    for (const char *name : integer_properties) {
+        int *values = nullptr;
+        const int count = ht_prop_lookup_ints(HT_DEV_ANY, node, name, &values);
+        if (count == 1)
+            properties[name] = values[0];
+        else if (count > 1)
+            properties[name] = std::vector<int>(values, values + count);
+    }
+    return properties;
+}
+
+json to_json(ht_node_t node, const drives_by_path &drives)
+{
+    const std::string path = path_of(node);
+    const char *address = ht_bus_addr(node);
+    const auto disk = drives.find(path);
+    json children = json::array();
+    for (ht_node_t child = ht_child_node(node); child; child = ht_sibling_node(child))
+        children.push_back(to_json(child, drives));
+    return {{"name", ht_node_name(node)},
+            {"address", address ? json(address) : json(nullptr)},
+            {"path", path},
+            {"properties", properties_of(node)},
+            {"drive", disk == drives.end() ? json(nullptr) : json(disk->second.name)},
+            {"kernel_name", disk == drives.end() ? json(nullptr) : json(disk->second.kernel_name)},
+            {"children", std::move(children)}};
+}
+
+void append_text(ht_node_t node, size_t depth, const drives_by_path &drives, table *rows)
+{
+    const char *address = ht_bus_addr(node);
+    std::string component = std::string(depth * 2, ' ') + ht_node_name(node);
+    if (address)
+        component += std::string("@") + address;
+    std::string note;
+    char *hid = nullptr;
+    if (ht_prop_lookup_strings(HT_DEV_ANY, node, "acpi-hid", &hid) > 0)
+        note = hid;
+    const auto disk = drives.find(path_of(node));
+    if (disk != drives.end())
+        note = disk->second.name + "  " + disk->second.kernel_name;
+    rows->row({printable(component), printable(note)});
+    for (ht_node_t child = ht_child_node(node); child; child = ht_sibling_node(child))
+        append_text(child, depth + 1, drives, rows);
+}
+
+} // namespace
+
+void run_tree(const std::string &, const arguments &args)
+{
+    const tree_owner root(ht_init("/", HT_SUBTREE | HT_PROPS));
+    if (!root)
+        throw failure(std::string("cannot read the device tree: ") + strerror(errno));
+    drives_by_path drives;
+    for (drive &drive : read_drives(false))
+        drives.emplace(drive.path, drive);
+    if (args.json) {
+        print_json(to_json(root.get(), drives));
+        return;
+    }
+    table rows;
+    append_text(root.get(), 0, drives, &rows);
+    print(rows.text());
+}
+
+} // namespace tool
