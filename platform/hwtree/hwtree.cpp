@@ -68,7 +68,7 @@ ht_node *take_snapshot(const char *path, unsigned flags)
             taken->handles[children[position]].position = position;
     }
     ht_node *top = &taken->handles[taken->top];
-    taken.release();
+    static_cast<void>(taken.release());
     return top;
 }
 

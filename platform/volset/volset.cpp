@@ -40,8 +40,8 @@ using list_owner = std::unique_ptr<kvlist_t, list_freeing>;
 
 object *to_object(vs_descriptor_t descriptor)
 {
-    return reinterpret_cast<object *>(
-        descriptor); // NOLINT(performance-no-int-to-ptr): a descriptor is a number
+    // A descriptor is a number to its users.
+    return reinterpret_cast<object *>(descriptor); // NOLINT(performance-no-int-to-ptr)
 }
 
 vs_descriptor_t to_descriptor(std::unique_ptr<object> found)
@@ -196,7 +196,7 @@ void add_attributes(const object &of, kvlist_t *list)
 
 std::string name_of(const object &of)
 {
-    const std::string drive = of.drive().name();
+    std::string drive = of.drive().name();
     if (of.part == nullptr)
         return drive;
     const std::string number = std::to_string(machine::volume_number(table_of(of.kind), *of.part));

@@ -75,7 +75,7 @@ int set_text(ovra_hdl_t hdl, char *bootname, text_field which, char *text)
     instances[0]->*which = text;
 
     // The encoder accepts some texts without producing a path; the one that was read is then written back.
-    const ovra_epath_t stored = option.path;
+    uint8_t *const stored = option.path;
     if (ovra_epath_encode(hdl, instances, 0, &option.path, &option.path_len) != 0)
         return fail("unable to ovra_epath_encode: %s\n", bootname);
     const int result = write_fields(hdl, bootname, option);
