@@ -36,11 +36,9 @@ install(TARGETS ovra ${ovra_platform_libraries} EXPORT ovra
 # Not in the CMake package: what links the archive chooses its platform libraries itself.
 install(TARGETS ovra_static ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 
-if(TARGET ovra_tool)
-  file(RELATIVE_PATH bin_to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
-  set_target_properties(ovra_tool PROPERTIES INSTALL_RPATH "$ORIGIN/${bin_to_lib}")
-  install(TARGETS ovra_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-endif()
+file(RELATIVE_PATH bin_to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+set_target_properties(ovra_tool PROPERTIES INSTALL_RPATH "$ORIGIN/${bin_to_lib}")
+install(TARGETS ovra_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/ovra)
 configure_package_config_file(cmake/ovraConfig.cmake.in ${PROJECT_BINARY_DIR}/ovraConfig.cmake

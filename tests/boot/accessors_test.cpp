@@ -1,3 +1,6 @@
+#include <set>
+#include <utility>
+
 #include "tests/boot/fixture.h"
 
 using namespace ovra::test;
@@ -44,6 +47,30 @@ protected:
         messages said(1, 0);
         EXPECT_EQ(body(), -1);
         return said.text();
+    }
+
+    // The eleven accessors, each of which must say `wanted`.
+    void expect_every_accessor_fails(char *name, const std::string &wanted)
+    {
+        char *text = nullptr;
+        uint32_t attr = 0;
+        void *data = nullptr;
+        size_t len = 0;
+        uint8_t path[] = {0x7f, 0xff, 4, 0};
+        EXPECT_EQ(failing([&] { return ovra_bootopt_devpath_get(hdl, name, &text); }), wanted);
+        EXPECT_EQ(failing([&] { return ovra_bootopt_devpath_set(hdl, name, arg("Pci(0,0)")); }), wanted);
+        EXPECT_EQ(failing([&] { return ovra_bootopt_bootpath_get(hdl, name, &text); }), wanted);
+        EXPECT_EQ(failing([&] { return ovra_bootopt_bootpath_set(hdl, name, arg("\\x")); }), wanted);
+        EXPECT_EQ(failing([&] { return ovra_bootopt_encoded_path_set(hdl, name, path, sizeof path); }),
+                  wanted);
+        EXPECT_EQ(failing([&] { return ovra_bootopt_desc_get(hdl, name, &text); }), wanted);
+        EXPECT_EQ(failing([&] { return ovra_bootopt_desc_set(hdl, name, arg("x")); }), wanted);
+        EXPECT_EQ(failing([&] { return ovra_bootopt_attr_get(hdl, name, &attr); }), wanted);
+        EXPECT_EQ(failing([&] { return ovra_bootopt_attr_set(hdl, name, 1); }), wanted);
+        EXPECT_EQ(failing([&] { return ovra_bootopt_optdata_get(hdl, name, &data, &len); }), wanted);
+        EXPECT_EQ(failing([&] { return ovra_bootopt_optdata_set(hdl, name, path, sizeof path); }), wanted);
+        EXPECT_EQ(text, nullptr);
+        EXPECT_EQ(data, nullptr);
     }
 
     char *option = arg("Boot0001");
@@ -199,38 +226,17 @@ TEST_F(accessors, optional_data_of_length_0_ends_the_variable_at_the_path)
 
 TEST_F(accessors, every_accessor_fails_for_a_missing_option_and_creates_nothing)
 {
-    const std::string wanted =
-        "unable to read variable Boot0002\nunable to get existing boot option Boot0002\n";
-    char *text = nullptr;
-    uint32_t attr = 0;
-    void *data = nullptr;
-    size_t len = 0;
-    uint8_t path[] = {0x7f, 0xff, 4, 0};
-    EXPECT_EQ(failing([&] { return ovra_bootopt_devpath_get(hdl, missing, &text); }), wanted);
-    EXPECT_EQ(failing([&] { return ovra_bootopt_devpath_set(hdl, missing, arg("Pci(0,0)")); }), wanted);
-    EXPECT_EQ(failing([&] { return ovra_bootopt_bootpath_get(hdl, missing, &text); }), wanted);
-    EXPECT_EQ(failing([&] { return ovra_bootopt_bootpath_set(hdl, missing, arg("\\x")); }), wanted);
-    EXPECT_EQ(failing([&] { return ovra_bootopt_encoded_path_set(hdl, missing, path, sizeof path); }),
-              wanted);
-    EXPECT_EQ(failing([&] { return ovra_bootopt_desc_get(hdl, missing, &text); }), wanted);
-    EXPECT_EQ(failing([&] { return ovra_bootopt_desc_set(hdl, missing, arg("x")); }), wanted);
-    EXPECT_EQ(failing([&] { return ovra_bootopt_attr_get(hdl, missing, &attr); }), wanted);
-    EXPECT_EQ(failing([&] { return ovra_bootopt_attr_set(hdl, missing, 1); }), wanted);
-    EXPECT_EQ(failing([&] { return ovra_bootopt_optdata_get(hdl, missing, &data, &len); }), wanted);
-    EXPECT_EQ(failing([&] { return ovra_bootopt_optdata_set(hdl, missing, path, sizeof path); }), wanted);
+    expect_every_accessor_fails(
+        missing, "unable to read variable Boot0002\nunable to get existing boot option Boot0002\n");
     EXPECT_EQ(fakes::variable_count(), 1U);
 }
 
-TEST_F(accessors, name_that_is_no_option_fails)
+TEST_F(accessors, every_accessor_fails_for_a_name_that_is_no_option)
 {
-    char *bad = arg("Boot000a");
-    char *text = nullptr;
-    uint32_t attr = 0;
-    const std::string wanted =
-        "incorrect bootopt name: Boot000a\nunable to get existing boot option Boot000a\n";
-    EXPECT_EQ(failing([&] { return ovra_bootopt_desc_get(hdl, bad, &text); }), wanted);
-    EXPECT_EQ(failing([&] { return ovra_bootopt_attr_get(hdl, bad, &attr); }), wanted);
-    EXPECT_EQ(failing([&] { return ovra_bootopt_devpath_set(hdl, bad, arg("Pci(0,0)")); }), wanted);
+    fakes::put_variable("Boot000a", option_bytes(whole_path())); // the name alone is what is wrong
+    expect_every_accessor_fails(
+        arg("Boot000a"), "incorrect bootopt name: Boot000a\nunable to get existing boot option Boot000a\n");
+    EXPECT_EQ(to_hex(fakes::variable("Boot000a").value()), to_hex(option_bytes(whole_path())));
 }
 
 TEST_F(accessors, write_that_the_firmware_refuses_says_so)
@@ -240,7 +246,10 @@ TEST_F(accessors, write_that_the_firmware_refuses_says_so)
         "failed to create load option Boot0001\nunable to set existing boot option Boot0001\n";
     EXPECT_EQ(failing([&] { return ovra_bootopt_attr_set(hdl, option, 0); }), wanted);
     EXPECT_EQ(failing([&] { return ovra_bootopt_desc_set(hdl, option, arg("B")); }), wanted);
+    EXPECT_EQ(failing([&] { return ovra_bootopt_devpath_set(hdl, option, arg("Pci(0,0)")); }), wanted);
     EXPECT_EQ(failing([&] { return ovra_bootopt_bootpath_set(hdl, option, arg("\\y")); }), wanted);
+    uint8_t path[] = {0x7f, 0xff, 4, 0};
+    EXPECT_EQ(failing([&] { return ovra_bootopt_encoded_path_set(hdl, option, path, sizeof path); }), wanted);
     EXPECT_EQ(failing([&] { return ovra_bootopt_optdata_set(hdl, option, nullptr, 0); }), wanted);
 }
 
@@ -312,14 +321,6 @@ TEST(accessors_without_memory, getters_fail)
     const auto option = arg("Boot0001");
     for_each_refused_allocation([=](ovra_hdl_t hdl) {
         char *text = nullptr;
-        return ovra_bootopt_devpath_get(hdl, option, &text);
-    });
-    for_each_refused_allocation([=](ovra_hdl_t hdl) {
-        char *text = nullptr;
-        return ovra_bootopt_bootpath_get(hdl, option, &text);
-    });
-    for_each_refused_allocation([=](ovra_hdl_t hdl) {
-        char *text = nullptr;
         return ovra_bootopt_desc_get(hdl, option, &text);
     });
     for_each_refused_allocation([=](ovra_hdl_t hdl) {
@@ -327,4 +328,50 @@ TEST(accessors_without_memory, getters_fail)
         size_t length = 0;
         return ovra_bootopt_optdata_get(hdl, option, &optional, &length);
     });
+}
+
+// As the decoder gives it; only what is written back must be whole.
+TEST(accessors_without_memory, text_getters_fail_or_give_a_shorter_text)
+{
+    const environment no_files{"OVRA_TEST_FILE", nullptr};
+    fakes::reset();
+    const std::string path = "01 03 06 00  ab cd"
+                             "01 01 06 00  02 1f" +
+                             std::string(file_node) + end_node;
+    const bytes before = option_bytes(path);
+    fakes::put_variable("Boot0001", before);
+    const auto texts = [](auto getter) {
+        std::set<std::string> whole;
+        std::set<std::string> refused;
+        std::string text;
+        for_each_refused_allocation_any_result(
+            [&](ovra_hdl_t hdl) {
+                char *found = nullptr;
+                const int result = getter(hdl, arg("Boot0001"), &found);
+                text = result == 0 ? found : "(none)";
+                return result;
+            },
+            [&](const attempt &attempt) {
+                EXPECT_EQ(attempt.result, text == "(none)" ? -1 : 0);
+                (attempt.refused == 0 ? whole : refused).insert(text);
+            });
+        return std::pair(whole, refused);
+    };
+    using set = std::set<std::string>;
+    const std::string device = "/HardwarePath(0x3,0600abcd)/Pci(0x1f,0x2)";
+    EXPECT_EQ(texts(ovra_bootopt_devpath_get),
+              std::pair(set{device}, set{"(none)", "/Pci(0x1f,0x2)", device})); // the file's text was lost
+    EXPECT_EQ(texts(ovra_bootopt_bootpath_get), std::pair(set{"\\x"}, set{"(none)", "\\x"}));
+
+    // What the getters give shorter the setters refuse.
+    for_each_refused_allocation(
+        [&](ovra_hdl_t hdl) {
+            fakes::put_variable("Boot0001", before);
+            return ovra_bootopt_bootpath_set(hdl, arg("Boot0001"), arg("\\y"));
+        },
+        [&](const attempt &attempt) {
+            if (attempt.result != 0) {
+                EXPECT_EQ(to_hex(fakes::variable("Boot0001").value()), to_hex(before));
+            }
+        });
 }

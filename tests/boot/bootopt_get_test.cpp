@@ -13,7 +13,7 @@ struct bootopt_get_file : file_fixture {
     using file_fixture::hdl;
 };
 
-struct text_case {
+struct stored_text {
     const char *name;
     std::u16string stored;
     std::string desc;
@@ -27,7 +27,7 @@ std::string repeat(const char *text, size_t times)
     return all;
 }
 
-const text_case texts[] = {
+const stored_text stored_texts[] = {
     {"empty_description", u"", ""},
     {"description_of_127_characters_reads_back", std::u16string(127, u'd'), std::string(127, 'd')},
     {"description_with_characters_of_two_and_three_bytes", u"\u00e9\u20ac", "\xc3\xa9\xe2\x82\xac"},
@@ -49,7 +49,7 @@ const text_case texts[] = {
      u"a" + std::u16string(84, u'\u20ac') + u"\xd83d\xde00", "a" + repeat("\xe2\x82\xac", 84)},
 };
 
-void check_text(bootopt_get &test, const text_case &row)
+void check_stored_text(bootopt_get &test, const stored_text &row)
 {
     fakes::put_variable("Boot0001", load_option(1, row.stored, {1, 2}, {3}));
     const parts all = get(test.hdl);
@@ -59,7 +59,8 @@ void check_text(bootopt_get &test, const text_case &row)
     EXPECT_EQ(all.hex_optdata(), "03");
 }
 
-const bool texts_registered = register_rows("bootopt_get", texts, check_text, __FILE__, __LINE__);
+const bool stored_texts_registered =
+    register_rows("bootopt_get", stored_texts, check_stored_text, __FILE__, __LINE__);
 
 } // namespace
 

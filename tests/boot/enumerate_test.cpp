@@ -8,21 +8,21 @@ using namespace ovra::test;
 
 namespace {
 
-using names = std::vector<std::string>;
+using option_names = std::vector<std::string>;
 
 struct bootopt_list : driver_fixture {};
 struct bootopt_list_file : driver_fixture {};
 
-names names_in(char **array)
+option_names names_in(char **array)
 {
-    names all;
+    option_names all;
     for (char **name = array; *name; ++name)
         all.emplace_back(*name);
     return all;
 }
 
 // The list, which must be had without a word; empty when it was not.
-names list(ovra_hdl_t hdl)
+option_names option_list(ovra_hdl_t hdl)
 {
     const messages said(1, 1);
     char **array = nullptr;
@@ -32,7 +32,7 @@ names list(ovra_hdl_t hdl)
         ADD_FAILURE() << "no array";
         return {};
     }
-    const names all = names_in(array);
+    const option_names all = names_in(array);
     free_str_array(hdl, array);
     return all;
 }
@@ -49,7 +49,7 @@ void expect_no_list(ovra_hdl_t hdl)
     EXPECT_EQ(tracked_blocks(hdl), 0U);
 }
 
-ovra_get_next_variable_name_args_t args_of(const fakes::request &seen)
+ovra_get_next_variable_name_args_t enumeration_args_of(const fakes::request &seen)
 {
     ovra_get_next_variable_name_args_t args;
     memcpy(&args, seen.record.data(), sizeof args);
@@ -66,7 +66,7 @@ void firmware_writes(EFI_STATUS status,
 {
     fakes::before_each([write, made = 0U](const fakes::request &seen) mutable {
         if (seen.command == OVRA_GET_NEXT_VARIABLE_NAME)
-            write(made++, args_of(seen).variable_name, args_of(seen).vendor_guid);
+            write(made++, enumeration_args_of(seen).variable_name, enumeration_args_of(seen).vendor_guid);
     });
     fakes::answer_command(OVRA_GET_NEXT_VARIABLE_NAME, status, 0, patience);
     fakes::answer_command(OVRA_GET_NEXT_VARIABLE_NAME, EFI_NOT_FOUND, patience);
@@ -97,7 +97,7 @@ TEST_F(bootopt_list, options_are_listed_in_the_order_of_the_firmware)
 {
     for (const char *name : {"Boot0010", "BootOrder", "Boot0002", "Timeout", "BootFFFF", "Boot0001"})
         fakes::put_variable(name, {1});
-    EXPECT_EQ(list(hdl), (names{"Boot0010", "Boot0002", "BootFFFF", "Boot0001"}));
+    EXPECT_EQ(option_list(hdl), (option_names{"Boot0010", "Boot0002", "BootFFFF", "Boot0001"}));
     EXPECT_EQ(tracked_blocks(hdl), 0U);
 }
 
@@ -108,7 +108,7 @@ TEST_F(bootopt_list, other_names_are_not_listed)
         fakes::put_variable(name, {1});
     fakes::put_variable(u"Boot000\uff11", {1});
     fakes::put_variable(u"\u0142oot0001", {1}); // its low byte is that of "B"
-    EXPECT_EQ(list(hdl), names());
+    EXPECT_EQ(option_list(hdl), option_names());
 }
 
 TEST_F(bootopt_list, options_of_any_vendor_are_listed)
@@ -116,12 +116,12 @@ TEST_F(bootopt_list, options_of_any_vendor_are_listed)
     fakes::put_variable("Boot0010", {1}, 7, fakes::other_guid);
     fakes::put_variable("Boot0001", {1});
     fakes::put_variable("Boot0001", {1}, 7, fakes::other_guid);
-    EXPECT_EQ(list(hdl), (names{"Boot0010", "Boot0001", "Boot0001"}));
+    EXPECT_EQ(option_list(hdl), (option_names{"Boot0010", "Boot0001", "Boot0001"}));
 }
 
 TEST_F(bootopt_list, store_without_options_gives_an_empty_array)
 {
-    EXPECT_EQ(list(hdl), names());
+    EXPECT_EQ(option_list(hdl), option_names());
     fakes::put_variable("BootOrder", {1, 0});
     char **array = nullptr;
     EXPECT_EQ(ovra_bootopt_list(hdl, &array), 0);
@@ -146,7 +146,7 @@ TEST_F(bootopt_list, enumeration_starts_with_the_empty_name_and_no_vendor)
 {
     fakes::put_variable("Boot0001", {1});
     fakes::put_variable("A", {1}, 7, fakes::other_guid);
-    list(hdl);
+    option_list(hdl);
     ASSERT_EQ(fakes::requests().size(), 3U);
     const EFI_GUID nobody = {};
     EXPECT_EQ(fakes::requests()[0].name.narrow(), "");
@@ -166,7 +166,7 @@ TEST_F(bootopt_list, name_of_256_characters_is_stepped_over)
     fakes::put_variable(std::string(256, 'x'), {1});
     fakes::put_variable(std::u16string(256, u'\u20ac'), {1}); // 768 bytes in UTF-8: cut
     fakes::put_variable("Boot0002", {1});
-    EXPECT_EQ(list(hdl), (names{"Boot0001", "Boot0002"}));
+    EXPECT_EQ(option_list(hdl), (option_names{"Boot0001", "Boot0002"}));
 }
 
 TEST_F(bootopt_list, name_of_257_characters_ends_it)
@@ -192,22 +192,22 @@ TEST_F(bootopt_list, failing_request_ends_it_with_what_was_found)
 {
     fakes::script_enumeration(
         {{.name = "Boot0001"}, {.name = "Boot0002"}, {.error = EIO}, {.name = "Boot0003"}});
-    EXPECT_EQ(list(hdl), (names{"Boot0001", "Boot0002"}));
+    EXPECT_EQ(option_list(hdl), (option_names{"Boot0001", "Boot0002"}));
     fakes::script_enumeration({{.error = EIO}, {.name = "Boot0003"}});
-    EXPECT_EQ(list(hdl), names());
+    EXPECT_EQ(option_list(hdl), option_names());
 }
 
 TEST_F(bootopt_list, absent_driver_lists_nothing)
 {
     fakes::set_absent(ENOENT);
-    EXPECT_EQ(list(nullptr), names());
+    EXPECT_EQ(option_list(nullptr), option_names());
 }
 
 TEST_F(bootopt_list, null_handle_opens_the_driver_for_each_request)
 {
     fakes::put_variable("Boot0001", {1});
     fakes::put_variable("Boot0002", {1});
-    EXPECT_EQ(list(nullptr), (names{"Boot0001", "Boot0002"}));
+    EXPECT_EQ(option_list(nullptr), (option_names{"Boot0001", "Boot0002"}));
     EXPECT_EQ(fakes::openings().size(), 4U);
     EXPECT_EQ(fakes::open_descriptors(), 1U);
 }
@@ -223,7 +223,7 @@ TEST_F(bootopt_list, kept_error_is_stepped_over_and_the_name_counts_once_more)
                                    {.status = status},
                                    {.name = "A"},
                                    {.status = status}});
-        EXPECT_EQ(list(hdl), (names{"Boot0001", "Boot0001"}));
+        EXPECT_EQ(option_list(hdl), (option_names{"Boot0001", "Boot0001"}));
     }
 }
 
@@ -255,7 +255,7 @@ TEST_F(bootopt_list, errors_that_give_other_names_are_stepped_over)
             fakes::answer_command(OVRA_GET_NEXT_VARIABLE_NAME, EFI_NOT_FOUND);
         write_name(name, boot_name(request));
     });
-    EXPECT_EQ(list(hdl), (names{"Boot0000", "Boot0001", "Boot0002", "Boot0003"}));
+    EXPECT_EQ(option_list(hdl), (option_names{"Boot0000", "Boot0001", "Boot0002", "Boot0003"}));
 }
 
 TEST_F(bootopt_list, firmware_that_gives_the_same_name_for_ever_ends_it)
@@ -310,13 +310,13 @@ TEST_F(bootopt_list, name_without_terminator_ends_with_the_buffer)
         if (request == 1)
             write_name(name, "Boot0001");
     });
-    EXPECT_EQ(list(hdl), names{"Boot0001"});
+    EXPECT_EQ(option_list(hdl), option_names{"Boot0001"});
 }
 
 TEST_F(bootopt_list, size_that_the_firmware_gives_back_is_not_believed)
 {
     fakes::script_enumeration({{.name = "Boot0001", .size = SIZE_MAX}, {.name = "Boot0002", .size = 0}});
-    EXPECT_EQ(list(hdl), (names{"Boot0001", "Boot0002"}));
+    EXPECT_EQ(option_list(hdl), (option_names{"Boot0001", "Boot0002"}));
     for (const auto &request : fakes::requests())
         EXPECT_EQ(request.variable_name_size, 514U);
 }
@@ -324,7 +324,7 @@ TEST_F(bootopt_list, size_that_the_firmware_gives_back_is_not_believed)
 // A way that looks at every name for every name takes far more than ten times as long as one that does not.
 TEST_F(bootopt_list, sixty_thousand_options_take_linear_time)
 {
-    names all;
+    option_names all;
     for (unsigned number = 60000; number-- > 0;) {
         all.push_back(boot_name(number));
         fakes::put_variable(all.back(), {1});
@@ -345,7 +345,7 @@ TEST_F(bootopt_list, sixty_thousand_options_take_linear_time)
 // More names than the array and the handle's list have room for at first.
 TEST_F(bootopt_list, without_memory_the_names_are_taken_back)
 {
-    names all;
+    option_names all;
     for (unsigned number = 0; number < 30; ++number) {
         all.push_back(boot_name(number));
         fakes::put_variable(all.back(), {1});
@@ -398,8 +398,8 @@ TEST_F(bootopt_list_file, the_driver_is_asked_also_in_test_file_mode)
     folder.write("Boot0002", {1});
     ovra_hdl_t one = nullptr;
     ASSERT_EQ(ovra_init(&one), 0);
-    EXPECT_EQ(list(one), names{"Boot0001"});
+    EXPECT_EQ(option_list(one), option_names{"Boot0001"});
     fakes::set_absent(ENOENT);
-    EXPECT_EQ(list(one), names());
+    EXPECT_EQ(option_list(one), option_names());
     ovra_fini(one);
 }

@@ -22,6 +22,12 @@
 
 namespace ovra::test {
 
+/* What the boot manager says of a missing and of an unreadable order. */
+inline constexpr char no_order[] = "BootOrder doesn't exist\n";
+inline constexpr char unreadable[] = "unable to read BootOrder\n";
+
+inline constexpr char one_two_three[] = "01 00 02 00 03 00";
+
 /* The interface takes char * and changes nothing behind it: a literal shows that. */
 inline char *arg(const char *text)
 {

@@ -12,9 +12,6 @@ struct bootopt_remove : driver_fixture {
 
 struct bootopt_remove_file : file_fixture {};
 
-constexpr char no_order[] = "BootOrder doesn't exist\n";
-constexpr char unreadable[] = "unable to read BootOrder\n";
-
 } // namespace
 
 TEST_F(bootopt_remove, removed_option_is_deleted_and_taken_out_of_the_order)

@@ -5,9 +5,6 @@ using namespace ovra::test;
 
 namespace {
 
-constexpr char no_order[] = "BootOrder doesn't exist\n";
-constexpr char unreadable[] = "unable to read BootOrder\n";
-
 struct bootorder_file : file_fixture {};
 
 } // namespace

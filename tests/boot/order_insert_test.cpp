@@ -13,8 +13,6 @@ struct bootorder_insert : driver_fixture {
     using driver_fixture::hdl;
 };
 
-constexpr char unreadable[] = "unable to read BootOrder\n";
-
 struct insert_case {
     const char *name;
     const char *order; // bytes; null: no BootOrder
@@ -22,8 +20,6 @@ struct insert_case {
     int position;
     const char *result;
 };
-
-constexpr char one_two_three[] = "01 00 02 00 03 00";
 
 constexpr insert_case inserts[] = {
     {"at_0_moves_to_the_front", one_two_three, "Boot0002", 0, "02 00 01 00 03 00"},

@@ -8,10 +8,6 @@ using namespace ovra::test;
 
 namespace {
 
-constexpr char no_order[] = "BootOrder doesn't exist\n";
-constexpr char unreadable[] = "unable to read BootOrder\n";
-constexpr char one_two_three[] = "01 00 02 00 03 00";
-
 struct bootorder : driver_fixture {
     using driver_fixture::hdl;
 };

@@ -10,7 +10,7 @@ namespace tool {
 
 namespace {
 
-struct entry {
+struct named_variable {
     std::string name;
     std::string guid;
     variable content;
@@ -45,21 +45,21 @@ std::vector<std::string> attribute_words(uint32_t attributes)
     return set;
 }
 
-std::vector<entry> matching(firmware &machine, const std::string &filter)
+std::vector<named_variable> matching(firmware &machine, const std::string &filter)
 {
-    std::vector<entry> entries;
+    std::vector<named_variable> entries;
     for (const variable_id &id : machine.variables()) {
         const std::string name = to_utf8(id.name);
         if (fnmatch(filter.c_str(), name.c_str(), 0) == 0)
             entries.push_back({name, guid_text(id.guid), machine.read(id)});
     }
-    std::sort(entries.begin(), entries.end(), [](const entry &a, const entry &b) {
+    std::sort(entries.begin(), entries.end(), [](const named_variable &a, const named_variable &b) {
         return std::tie(a.name, a.guid) < std::tie(b.name, b.guid);
     });
     return entries;
 }
 
-json to_json(const std::vector<entry> &entries)
+json to_json(const std::vector<named_variable> &entries)
 {
     json variables = json::array();
     for (const auto &[name, guid, content] : entries) {
@@ -76,7 +76,7 @@ json to_json(const std::vector<entry> &entries)
     return {{"variables", std::move(variables)}};
 }
 
-std::string as_text(const std::vector<entry> &entries, bool verbose)
+std::string as_text(const std::vector<named_variable> &entries, bool verbose)
 {
     table rows;
     rows.row({"Name", "GUID", "Size", "Attributes"});
@@ -99,7 +99,7 @@ std::string as_text(const std::vector<entry> &entries, bool verbose)
 
 void run_vars(firmware &machine, const arguments &args)
 {
-    const std::vector<entry> entries = matching(machine, args.name_filter);
+    const std::vector<named_variable> entries = matching(machine, args.name_filter);
     if (entries.empty() && args.name_filter != "*")
         throw failure("no variable is named " + in_quotes(args.name_filter), "'ovra vars' shows all.");
     if (args.json)
