@@ -148,6 +148,9 @@ public:
     }
     void print_ratios() const
     {
+#ifndef COMPARE_WITH_EFIVAR
+        std::printf("no ratios: built without libefivar, the library to compare with\n");
+#endif
         for (const sample &path : samples()) {
             const auto ours = times.find(std::string("decode/") + path.name);
             const auto other = times.find(std::string("decode_other/") + path.name);

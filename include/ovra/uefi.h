@@ -135,6 +135,8 @@ typedef struct {
     uint16_t len;
 } OVRA_PACKED uefi_device_path_t;
 OVRA_SIZE(uefi_device_path_t, 4);
+OVRA_OFFSET(uefi_device_path_t, type, 0);
+OVRA_OFFSET(uefi_device_path_t, subtype, 1);
 OVRA_OFFSET(uefi_device_path_t, len, 2);
 
 /* Type 1, hardware (UEFI 10.3.2). */
@@ -148,6 +150,8 @@ typedef struct {
     uint8_t device_number;
 } OVRA_PACKED uefi_pci_device_path_t;
 OVRA_NODE(uefi_pci_device_path_t, UEFI_HARDWARE, 1, 6);
+OVRA_OFFSET(uefi_pci_device_path_t, function_number, 4);
+OVRA_OFFSET(uefi_pci_device_path_t, device_number, 5);
 
 /* PC Card. */
 typedef struct {
@@ -168,6 +172,9 @@ typedef struct {
     uint64_t end;
 } OVRA_PACKED uefi_memmap_device_path_t;
 OVRA_NODE(uefi_memmap_device_path_t, UEFI_HARDWARE, 3, 24);
+OVRA_OFFSET(uefi_memmap_device_path_t, memory_type, 4);
+OVRA_OFFSET(uefi_memmap_device_path_t, start, 8);
+OVRA_OFFSET(uefi_memmap_device_path_t, end, 16);
 
 /* Vendor-defined; data goes to the end of the node. */
 typedef struct {
@@ -178,6 +185,7 @@ typedef struct {
     uint8_t data[1];
 } OVRA_PACKED uefi_venhw_device_path_t;
 OVRA_TAILED_NODE(uefi_venhw_device_path_t, UEFI_HARDWARE, 4, 20, data);
+OVRA_OFFSET(uefi_venhw_device_path_t, guid, 4);
 
 /* Controller. */
 typedef struct {
@@ -199,6 +207,8 @@ typedef struct {
     uint32_t uid;
 } OVRA_PACKED uefi_acpi_device_path_t;
 OVRA_NODE(uefi_acpi_device_path_t, UEFI_ACPI, 1, 12);
+OVRA_OFFSET(uefi_acpi_device_path_t, hid, 4);
+OVRA_OFFSET(uefi_acpi_device_path_t, uid, 8);
 
 /* Expanded ACPI device. strings: those of HID, UID and CID, each with its terminator. */
 typedef struct {
@@ -211,6 +221,9 @@ typedef struct {
     char strings[3];
 } OVRA_PACKED uefi_acpiex_device_path_t;
 OVRA_TAILED_NODE(uefi_acpiex_device_path_t, UEFI_ACPI, 2, 16, strings);
+OVRA_OFFSET(uefi_acpiex_device_path_t, hid, 4);
+OVRA_OFFSET(uefi_acpiex_device_path_t, uid, 8);
+OVRA_OFFSET(uefi_acpiex_device_path_t, cid, 12);
 
 /* ACPI _ADR: one value or more, to the end of the node. */
 typedef struct {
@@ -233,6 +246,9 @@ typedef struct {
     uint16_t lun;
 } OVRA_PACKED uefi_atapi_device_path_t;
 OVRA_NODE(uefi_atapi_device_path_t, UEFI_MESSAGING, 1, 8);
+OVRA_OFFSET(uefi_atapi_device_path_t, channel, 4);
+OVRA_OFFSET(uefi_atapi_device_path_t, drive, 5);
+OVRA_OFFSET(uefi_atapi_device_path_t, lun, 6);
 
 /* SCSI: target identifier (PUN) and logical unit. */
 typedef struct {
@@ -243,6 +259,8 @@ typedef struct {
     uint16_t lun;
 } OVRA_PACKED uefi_scsi_device_path_t;
 OVRA_NODE(uefi_scsi_device_path_t, UEFI_MESSAGING, 2, 8);
+OVRA_OFFSET(uefi_scsi_device_path_t, target, 4);
+OVRA_OFFSET(uefi_scsi_device_path_t, lun, 6);
 
 /* Fibre Channel. No reserved word before the WWN, unlike UEFI: stored paths are laid out so. */
 typedef struct {
@@ -253,6 +271,8 @@ typedef struct {
     uint64_t lun;
 } OVRA_PACKED uefi_fibre_device_path_t;
 OVRA_NODE(uefi_fibre_device_path_t, UEFI_MESSAGING, 3, 20);
+OVRA_OFFSET(uefi_fibre_device_path_t, wwn, 4);
+OVRA_OFFSET(uefi_fibre_device_path_t, lun, 12);
 
 /* IEEE 1394: the GUID as its bytes were given. */
 typedef struct {
@@ -263,6 +283,8 @@ typedef struct {
     uint8_t guid[8];
 } OVRA_PACKED uefi_i1394_device_path_t;
 OVRA_NODE(uefi_i1394_device_path_t, UEFI_MESSAGING, 4, 16);
+OVRA_OFFSET(uefi_i1394_device_path_t, reserved, 4);
+OVRA_OFFSET(uefi_i1394_device_path_t, guid, 8);
 
 /* USB: port of the parent hub, and interface. */
 typedef struct {
@@ -273,6 +295,8 @@ typedef struct {
     uint8_t interface;
 } OVRA_PACKED uefi_usb_device_path_t;
 OVRA_NODE(uefi_usb_device_path_t, UEFI_MESSAGING, 5, 6);
+OVRA_OFFSET(uefi_usb_device_path_t, port, 4);
+OVRA_OFFSET(uefi_usb_device_path_t, interface, 5);
 
 /* I2O: target identifier (TID). */
 typedef struct {
@@ -295,6 +319,11 @@ typedef struct {
     uint64_t deviceid;
 } OVRA_PACKED uefi_ib_device_path_t;
 OVRA_NODE(uefi_ib_device_path_t, UEFI_MESSAGING, 9, 48);
+OVRA_OFFSET(uefi_ib_device_path_t, flags, 4);
+OVRA_OFFSET(uefi_ib_device_path_t, guid, 8);
+OVRA_OFFSET(uefi_ib_device_path_t, serviceid, 24);
+OVRA_OFFSET(uefi_ib_device_path_t, targetid, 32);
+OVRA_OFFSET(uefi_ib_device_path_t, deviceid, 40);
 
 /* Vendor-defined; data goes to the end of the node. */
 typedef struct {
@@ -305,6 +334,7 @@ typedef struct {
     uint8_t data[1];
 } OVRA_PACKED uefi_venmsg_device_path_t;
 OVRA_TAILED_NODE(uefi_venmsg_device_path_t, UEFI_MESSAGING, 10, 20, data);
+OVRA_OFFSET(uefi_venmsg_device_path_t, guid, 4);
 
 /* A vendor-defined node too: UART flow control. One byte of value, where UEFI has a 32-bit map. */
 typedef struct {
@@ -315,6 +345,8 @@ typedef struct {
     uint8_t value;
 } OVRA_PACKED uefi_uartflow_device_path_t;
 OVRA_SIZE(uefi_uartflow_device_path_t, 21);
+OVRA_OFFSET(uefi_uartflow_device_path_t, guid, 4);
+OVRA_OFFSET(uefi_uartflow_device_path_t, value, 20);
 
 /* A vendor-defined node too: SAS. sassata is device and topology information, rtp the relative target port.
  */
@@ -330,6 +362,12 @@ typedef struct {
     uint16_t rtp;
 } OVRA_PACKED uefi_sas_msg_device_path_t;
 OVRA_SIZE(uefi_sas_msg_device_path_t, 44);
+OVRA_OFFSET(uefi_sas_msg_device_path_t, guid, 4);
+OVRA_OFFSET(uefi_sas_msg_device_path_t, reserved, 20);
+OVRA_OFFSET(uefi_sas_msg_device_path_t, address, 24);
+OVRA_OFFSET(uefi_sas_msg_device_path_t, lun, 32);
+OVRA_OFFSET(uefi_sas_msg_device_path_t, sassata, 40);
+OVRA_OFFSET(uefi_sas_msg_device_path_t, rtp, 42);
 
 /* MAC address: the bytes, zeros behind them; the interface type of RFC 3232. */
 typedef struct {
@@ -340,6 +378,8 @@ typedef struct {
     uint8_t iff_type;
 } OVRA_PACKED uefi_macaddr_device_path_t;
 OVRA_NODE(uefi_macaddr_device_path_t, UEFI_MESSAGING, 11, 37);
+OVRA_OFFSET(uefi_macaddr_device_path_t, mac_addr, 4);
+OVRA_OFFSET(uefi_macaddr_device_path_t, iff_type, 36);
 
 /* IPv4; addresses in network byte order. type_ip_addr: 1 static, 0 DHCP. */
 typedef struct {
@@ -356,6 +396,14 @@ typedef struct {
     uint8_t subnet_addr[4];
 } OVRA_PACKED uefi_ipv4_device_path_t;
 OVRA_NODE(uefi_ipv4_device_path_t, UEFI_MESSAGING, 12, 27);
+OVRA_OFFSET(uefi_ipv4_device_path_t, local_addr, 4);
+OVRA_OFFSET(uefi_ipv4_device_path_t, remote_addr, 8);
+OVRA_OFFSET(uefi_ipv4_device_path_t, local_port, 12);
+OVRA_OFFSET(uefi_ipv4_device_path_t, remote_port, 14);
+OVRA_OFFSET(uefi_ipv4_device_path_t, protocol, 16);
+OVRA_OFFSET(uefi_ipv4_device_path_t, type_ip_addr, 18);
+OVRA_OFFSET(uefi_ipv4_device_path_t, gateway_addr, 19);
+OVRA_OFFSET(uefi_ipv4_device_path_t, subnet_addr, 23);
 
 /* IPv6; addresses in network byte order. */
 typedef struct {
@@ -372,6 +420,14 @@ typedef struct {
     uint8_t gateway_addr[16];
 } OVRA_PACKED uefi_ipv6_device_path_t;
 OVRA_NODE(uefi_ipv6_device_path_t, UEFI_MESSAGING, 13, 60);
+OVRA_OFFSET(uefi_ipv6_device_path_t, local_addr, 4);
+OVRA_OFFSET(uefi_ipv6_device_path_t, remote_addr, 20);
+OVRA_OFFSET(uefi_ipv6_device_path_t, local_port, 36);
+OVRA_OFFSET(uefi_ipv6_device_path_t, remote_port, 38);
+OVRA_OFFSET(uefi_ipv6_device_path_t, protocol, 40);
+OVRA_OFFSET(uefi_ipv6_device_path_t, ip_addr_origin, 42);
+OVRA_OFFSET(uefi_ipv6_device_path_t, prefix_length, 43);
+OVRA_OFFSET(uefi_ipv6_device_path_t, gateway_addr, 44);
 
 /* UART. parity: 0 default, 1 none, 2 even, 3 odd, 4 mark, 5 space; stopbits: 0 default, 1 one, 2 1.5, 3 two.
  */
@@ -386,6 +442,11 @@ typedef struct {
     uint8_t stopbits;
 } OVRA_PACKED uefi_uart_device_path_t;
 OVRA_NODE(uefi_uart_device_path_t, UEFI_MESSAGING, 14, 19);
+OVRA_OFFSET(uefi_uart_device_path_t, reserved, 4);
+OVRA_OFFSET(uefi_uart_device_path_t, baud, 8);
+OVRA_OFFSET(uefi_uart_device_path_t, databits, 16);
+OVRA_OFFSET(uefi_uart_device_path_t, parity, 17);
+OVRA_OFFSET(uefi_uart_device_path_t, stopbits, 18);
 
 /* USB class; all ones match anything. */
 typedef struct {
@@ -399,6 +460,11 @@ typedef struct {
     uint8_t protocol;
 } OVRA_PACKED uefi_usb_class_device_path_t;
 OVRA_NODE(uefi_usb_class_device_path_t, UEFI_MESSAGING, 15, 11);
+OVRA_OFFSET(uefi_usb_class_device_path_t, vendor_id, 4);
+OVRA_OFFSET(uefi_usb_class_device_path_t, product_id, 6);
+OVRA_OFFSET(uefi_usb_class_device_path_t, dev_class, 8);
+OVRA_OFFSET(uefi_usb_class_device_path_t, dev_sub_class, 9);
+OVRA_OFFSET(uefi_usb_class_device_path_t, protocol, 10);
 
 /* USB device by its serial number, UCS-2 with a terminator. */
 typedef struct {
@@ -411,6 +477,9 @@ typedef struct {
     uint16_t serial[1];
 } OVRA_PACKED uefi_usb_wwid_device_path_t;
 OVRA_TAILED_NODE(uefi_usb_wwid_device_path_t, UEFI_MESSAGING, 16, 10, serial);
+OVRA_OFFSET(uefi_usb_wwid_device_path_t, if_number, 4);
+OVRA_OFFSET(uefi_usb_wwid_device_path_t, vendor_id, 6);
+OVRA_OFFSET(uefi_usb_wwid_device_path_t, product_id, 8);
 
 /* Logical unit. */
 typedef struct {
@@ -431,6 +500,9 @@ typedef struct {
     uint16_t lun;
 } OVRA_PACKED uefi_sata_device_path_t;
 OVRA_NODE(uefi_sata_device_path_t, UEFI_MESSAGING, 18, 10);
+OVRA_OFFSET(uefi_sata_device_path_t, port, 4);
+OVRA_OFFSET(uefi_sata_device_path_t, port_mult, 6);
+OVRA_OFFSET(uefi_sata_device_path_t, lun, 8);
 
 /* iSCSI. The target name is UCS-2 with a terminator, where UEFI has ASCII. */
 typedef struct {
@@ -444,6 +516,10 @@ typedef struct {
     uint16_t node_target_name[1];
 } OVRA_PACKED uefi_iscsi_device_path_t;
 OVRA_TAILED_NODE(uefi_iscsi_device_path_t, UEFI_MESSAGING, 19, 18, node_target_name);
+OVRA_OFFSET(uefi_iscsi_device_path_t, protocol, 4);
+OVRA_OFFSET(uefi_iscsi_device_path_t, options, 6);
+OVRA_OFFSET(uefi_iscsi_device_path_t, lun, 8);
+OVRA_OFFSET(uefi_iscsi_device_path_t, group_tag, 16);
 
 /* VLAN. */
 typedef struct {
@@ -464,6 +540,9 @@ typedef struct {
     uint8_t lun[8];
 } OVRA_PACKED uefi_fibreex_device_path_t;
 OVRA_NODE(uefi_fibreex_device_path_t, UEFI_MESSAGING, 21, 24);
+OVRA_OFFSET(uefi_fibreex_device_path_t, reserved, 4);
+OVRA_OFFSET(uefi_fibreex_device_path_t, wwn, 8);
+OVRA_OFFSET(uefi_fibreex_device_path_t, lun, 16);
 
 /* SAS, extended: address and lun in big-endian byte order. */
 typedef struct {
@@ -476,6 +555,10 @@ typedef struct {
     uint16_t rtp;
 } OVRA_PACKED uefi_sas_ex_device_path_t;
 OVRA_NODE(uefi_sas_ex_device_path_t, UEFI_MESSAGING, 22, 24);
+OVRA_OFFSET(uefi_sas_ex_device_path_t, address, 4);
+OVRA_OFFSET(uefi_sas_ex_device_path_t, lun, 12);
+OVRA_OFFSET(uefi_sas_ex_device_path_t, sassata, 20);
+OVRA_OFFSET(uefi_sas_ex_device_path_t, rtp, 22);
 
 /* Type 4, media (UEFI 10.3.5). */
 
@@ -495,6 +578,12 @@ typedef struct {
     uint8_t sig_type;
 } OVRA_PACKED uefi_hard_drive_path_t;
 OVRA_NODE(uefi_hard_drive_path_t, UEFI_MEDIA, 1, 42);
+OVRA_OFFSET(uefi_hard_drive_path_t, part_number, 4);
+OVRA_OFFSET(uefi_hard_drive_path_t, part_start, 8);
+OVRA_OFFSET(uefi_hard_drive_path_t, part_size, 16);
+OVRA_OFFSET(uefi_hard_drive_path_t, part_sig, 24);
+OVRA_OFFSET(uefi_hard_drive_path_t, part_format, 40);
+OVRA_OFFSET(uefi_hard_drive_path_t, sig_type, 41);
 
 /* CD-ROM boot entry; start and size in blocks. */
 typedef struct {
@@ -506,6 +595,9 @@ typedef struct {
     uint64_t part_size;
 } OVRA_PACKED uefi_cdrom_path_t;
 OVRA_NODE(uefi_cdrom_path_t, UEFI_MEDIA, 2, 24);
+OVRA_OFFSET(uefi_cdrom_path_t, boot_entry, 4);
+OVRA_OFFSET(uefi_cdrom_path_t, part_start, 8);
+OVRA_OFFSET(uefi_cdrom_path_t, part_size, 16);
 
 /* Vendor-defined; data goes to the end of the node. */
 typedef struct {
@@ -516,6 +608,7 @@ typedef struct {
     uint8_t data[1];
 } OVRA_PACKED uefi_venmedia_path_t;
 OVRA_TAILED_NODE(uefi_venmedia_path_t, UEFI_MEDIA, 3, 20, data);
+OVRA_OFFSET(uefi_venmedia_path_t, guid, 4);
 
 #define UEFI_FILE_PATH_MAX 256 /* units declared; a node is as long as its own string */
 /* File path: a UCS-2 string with a terminator. */
@@ -546,6 +639,9 @@ typedef struct {
     uint64_t end;
 } OVRA_PACKED uefi_offset_path_t;
 OVRA_NODE(uefi_offset_path_t, UEFI_MEDIA, 6, 24);
+OVRA_OFFSET(uefi_offset_path_t, reserved, 4);
+OVRA_OFFSET(uefi_offset_path_t, start, 8);
+OVRA_OFFSET(uefi_offset_path_t, end, 16);
 
 /* Type 5, BIOS boot (UEFI 10.3.6). */
 
@@ -559,5 +655,7 @@ typedef struct {
     char description[1];
 } OVRA_PACKED uefi_bbs_path_t;
 OVRA_TAILED_NODE(uefi_bbs_path_t, UEFI_BIOS, 1, 8, description);
+OVRA_OFFSET(uefi_bbs_path_t, device_type, 4);
+OVRA_OFFSET(uefi_bbs_path_t, status_flags, 6);
 
 #endif

@@ -39,12 +39,12 @@ int write_fields(ovra_hdl_t hdl, char *bootname, const option_fields &option)
     return 0;
 }
 
-// The path of an option as text, in instances; null for a path of none. A text that lacks a node for want of
-// memory is refused: written back, it would make an option that boots something else.
-int decode_path(ovra_hdl_t hdl, char *bootname, const option_fields &option, ovra_path_t ***instances)
+// The path of an option as text, in instances; null for a path of none. *whole is false when the text lacks a
+// node for want of memory.
+int decode_path(ovra_hdl_t hdl, char *bootname, const option_fields &option, ovra_path_t ***instances,
+                bool *whole)
 {
-    bool whole = false;
-    if (ovra::decode_to_uefi(hdl, option.path, option.path_len, instances, &whole) != 0 || !whole)
+    if (ovra::decode_to_uefi(hdl, option.path, option.path_len, instances, whole) != 0)
         return fail("unable to ovra_epath_decode: %s\n", bootname);
     return 0;
 }
@@ -55,7 +55,9 @@ int get_text(ovra_hdl_t hdl, char *bootname, text_field which, char **text)
 {
     option_fields option;
     ovra_path_t **instances = nullptr;
-    if (read_fields(hdl, bootname, path, &option) != 0 || decode_path(hdl, bootname, option, &instances) != 0)
+    bool whole = false; // without memory a text is just shorter, as the decoder's own
+    if (read_fields(hdl, bootname, path, &option) != 0 ||
+        decode_path(hdl, bootname, option, &instances, &whole) != 0)
         return -1;
     char *found = instances ? instances[0]->*which : nullptr;
     if (!found)
@@ -68,9 +70,13 @@ int set_text(ovra_hdl_t hdl, char *bootname, text_field which, char *text)
 {
     option_fields option;
     ovra_path_t **instances = nullptr;
-    if (read_fields(hdl, bootname, all, &option) != 0 || decode_path(hdl, bootname, option, &instances) != 0)
+    bool whole = false;
+    if (read_fields(hdl, bootname, all, &option) != 0 ||
+        decode_path(hdl, bootname, option, &instances, &whole) != 0)
         return -1;
-    if (!instances) // a path without a first instance has no text to put this one beside
+    // A path without a first instance has no text to put this one beside; a text that lacks a node, written
+    // back, would make an option that boots something else.
+    if (!instances || !whole)
         return fail("unable to ovra_epath_decode: %s\n", bootname);
     instances[0]->*which = text;
 

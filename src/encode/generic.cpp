@@ -11,7 +11,8 @@ using ovra::owned;
 // A node of raw bytes: its data begins with its own length field.
 static constexpr size_t data_offset = offsetof(uefi_device_path_t, len);
 
-// Whether the length that the data states is the node's.
+// Whether the length that the data states is the node's. Data of one byte is half of a length: refused even
+// when the node would be as long as that byte says, since it would be shorter than a header.
 static bool states_length(const uefi_device_path_t &node, size_t size)
 {
     return size >= sizeof node && node.len == size;

@@ -3,16 +3,27 @@
 #include <cstring>
 
 #include "src/rt/owned.h"
+#include "src/rt/strarray.h"
 
 namespace {
+
+// In the order in which they were tracked, looked for from *start on: in a long list each is then the next.
+void free_path(ovra_hdl_t hdl, ovra_path_t *path, size_t *start)
+{
+    const auto [device, file] = *path;
+    ovra::memlist_free_next(hdl, path, start);
+    for (char *text : {device, file}) {
+        if (text)
+            ovra::memlist_free_next(hdl, text, start);
+    }
+}
 
 struct path_freeing {
     ovra_hdl_t hdl;
     void operator()(ovra_path_t *path) const
     {
-        memlist_free(hdl, path->device_path);
-        memlist_free(hdl, path->file_path);
-        memlist_free(hdl, path);
+        size_t start = 0;
+        free_path(hdl, path, &start);
     }
 };
 
@@ -87,7 +98,8 @@ void free_dpath(ovra_hdl_t hdl, ovra_path_t **list)
 {
     if (!list)
         return;
+    size_t start = 0;
     for (ovra_path_t **path = list; *path; ++path)
-        path_freeing{hdl}(*path);
+        free_path(hdl, *path, &start);
     memlist_free(hdl, list);
 }

@@ -13,7 +13,7 @@ using ovra::arg_list;
 
 namespace {
 
-constexpr const char *parameters[] = {"A", nullptr};
+constexpr const char *one_parameter[] = {"A", nullptr};
 
 class getter : public testing::Test {
 protected:
@@ -21,14 +21,14 @@ protected:
     uefi_arg_list_t *of(const std::string &value)
     {
         uefi_arg_list_t *made = nullptr;
-        EXPECT_EQ(arg_list_init(&made, ("A=" + value).c_str(), parameters), 0);
+        EXPECT_EQ(arg_list_init(&made, ("A=" + value).c_str(), one_parameter), 0);
         list.reset(made);
         return made;
     }
     uefi_arg_list_t *of_nothing()
     {
         uefi_arg_list_t *made = nullptr;
-        EXPECT_EQ(arg_list_init(&made, "", parameters), 0);
+        EXPECT_EQ(arg_list_init(&made, "", one_parameter), 0);
         list.reset(made);
         return made;
     }

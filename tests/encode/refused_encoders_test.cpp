@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/encode/refused.h"
+#include "tests/support/messages.h"
 
 using namespace ovra::test;
 
@@ -126,6 +127,51 @@ TEST(refused_allocation, each_encoder)
 {
     for (const encoder_case &one : encoders)
         sweep_encoder(one);
+}
+
+// With the first allocation refused and an argument that is wrong: what is met first is what is said.
+TEST(refused_allocation, comes_before_the_arguments_are_read_or_behind)
+{
+    struct order_case {
+        const char *text;
+        const char *said;
+        long refused;
+    };
+    const order_case cases[] = {
+        {"I2O(x)", "unable to allocate i2o dpath\n", 1},
+        {"I1394(x)", "unable to allocate i1394 dpath\n", 1},
+        {"Infiniband(x)", "unable to allocate infiniband dpath\n", 1},
+        {"Unit()", "unable to allocate lun dpath\n", 1},
+        {"Vlan(x)", "unable to allocate vlan dpath\n", 1},
+        {"Sata()", "unable to allocate sata dpath\n", 1},
+        {"SAS()", "unable to allocate sas_msg dpath\n", 1},
+        {"SasEx()", "unable to allocate sas_ex dpath\n", 1},
+        {"IPv4()", "unable to allocate ipv4 dpath\n", 1},
+        {"IPv6()", "unable to allocate ipv6 dpath\n", 1},
+        {"UsbClass(x)", "unable to allocate usb_class dpath\n", 1},
+        {"UsbHID(x)", "unable to allocate usb_class dpath\n", 1},
+        {"UsbIrdaBridge(x)", "unable to allocate usb_class dpath\n", 1},
+        {"HD(x)", "unable to allocate hd_dpath\n", 1},
+        {"CDROM(0)", "unable to allocate cdrom dpath\n", 1},
+        {"FibreEx(x,y)", "encode_arg_hexdump: val_str needs to be multiple of 2\n", 0},
+        {"Ata(x,0,0)", "strtoull has endptr: arg_name: Controller value: x: end_ptr:x\n", 0},
+        {"Scsi(x,0)", "strtoull has endptr: arg_name: Pun value: x: end_ptr:x\n", 0},
+        {"Fibre(x,0)", "strtoull has endptr: arg_name: WWN value: x: end_ptr:x\n", 0},
+    };
+    for (const order_case &one : cases) {
+        SCOPED_TRACE(one.text);
+        const made_arguments args(one.text);
+        ASSERT_TRUE(args.list);
+        auto *const untouched = reinterpret_cast<uefi_device_path_t *>(args.list.get());
+        uefi_device_path_t *node = untouched;
+        const messages said(1, 0);
+        refuse_from(0, false);
+        const int result = args.row->opt_encode_fcn(args.list.get(), &node);
+        EXPECT_EQ(stop_refusing(), one.refused);
+        EXPECT_EQ(result, -1);
+        EXPECT_EQ(node, untouched);
+        EXPECT_EQ(said.text(), one.said);
+    }
 }
 
 TEST(refused_allocation, no_encoder_is_left_out)

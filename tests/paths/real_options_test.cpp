@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstring>
 
 #include <gtest/gtest.h>
@@ -92,6 +93,40 @@ TEST_F(real_options, written_again_are_the_same_bytes)
         fakes::remove_variable(name);
         ASSERT_EQ(ovra_bootopt_set(hdl, name, path, path_len, desc, attr, optdata, optdata_len), 0);
         EXPECT_EQ(to_hex(*fakes::variable(name)), to_hex(variable));
+    }
+}
+
+// Through the accessors, and of the path as text what the table of reviewed texts says.
+TEST_F(real_options, give_each_field_by_itself)
+{
+    const auto table = read_table("decoded.tsv");
+    for (const bytes &variable : variables) {
+        fakes::put_variable(name, variable);
+        const option wanted(variable);
+        const std::string digits = to_hex(wanted.path);
+        const auto row = std::find_if(table.begin(), table.end(), [&](const auto &known) {
+            return to_hex(from_hex(known[0])) == digits;
+        });
+        ASSERT_NE(row, table.end()) << digits;
+        SCOPED_TRACE(row->at(1));
+
+        char *text = nullptr;
+        ASSERT_EQ(ovra_bootopt_devpath_get(hdl, name, &text), 0);
+        EXPECT_EQ(text, row->at(1));
+        text = nullptr;
+        const int result = ovra_bootopt_bootpath_get(hdl, name, &text);
+        EXPECT_EQ(result, row->at(2) == "-" ? -1 : 0);
+        EXPECT_EQ(std::string(text ? text : "-"), row->at(2));
+        ASSERT_EQ(ovra_bootopt_desc_get(hdl, name, &text), 0);
+        EXPECT_EQ(text, std::string(wanted.description.begin(), wanted.description.end()));
+        uint32_t attr = 0;
+        ASSERT_EQ(ovra_bootopt_attr_get(hdl, name, &attr), 0);
+        EXPECT_EQ(attr, wanted.attributes);
+        void *optdata = nullptr;
+        size_t optdata_len = 0;
+        ASSERT_EQ(ovra_bootopt_optdata_get(hdl, name, &optdata, &optdata_len), 0);
+        EXPECT_EQ(to_hex(optdata, optdata_len), to_hex(wanted.optional_data));
+        EXPECT_EQ(optdata == nullptr, wanted.optional_data.empty());
     }
 }
 

@@ -18,11 +18,14 @@ std::string keyword_of(const std::string &text)
 
 } // namespace
 
-TEST(roundtrip, table_has_every_keyword_once)
+TEST(roundtrip, table_has_every_keyword)
 {
     std::set<std::string> keywords;
-    for (const auto &row : read_table("roundtrip.tsv"))
-        EXPECT_TRUE(keywords.insert(keyword_of(row.at(0))).second) << row.at(0);
+    std::set<std::string> texts;
+    for (const auto &row : read_table("roundtrip.tsv")) {
+        keywords.insert(keyword_of(row.at(0)));
+        EXPECT_TRUE(texts.insert(row[0]).second) << row[0];
+    }
     for (const uefi_encode_opt_t &row : encode_opt_table)
         EXPECT_EQ(keywords.count(row.opt_name), 1U) << row.opt_name;
     EXPECT_EQ(keywords.size(), std::size(encode_opt_table));

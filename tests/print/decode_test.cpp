@@ -215,6 +215,42 @@ TEST_F(decode, path_of_10000_instances)
     EXPECT_LT(processor_seconds() - start, 2);
 }
 
+TEST_F(decode, node_of_a_long_path_costs_as_much_as_one_of_a_short_path)
+{
+    constexpr int short_paths = 2000;
+    constexpr size_t nodes = 100;
+    const bytes short_path = repeated(pci, nodes, end_entire);
+    const bytes long_path = repeated(pci, short_paths * nodes, end_entire);
+    count_blocks();
+    const realloc_guard moves(realloc_policy::moves);
+    const double start = processor_seconds();
+    for (int i = 0; i < short_paths; ++i) {
+        ASSERT_EQ(decoded(short_path).size(), 1U);
+        free_dpath(hdl, paths);
+    }
+    const double between = processor_seconds();
+    ASSERT_EQ(decoded(long_path).front().device.size(), short_paths * nodes * strlen("/Pci(0x1f,0x2)"));
+    const double end = processor_seconds();
+    stop_counting();
+    // A text that was walked or moved for each node would be 280 GB.
+    EXPECT_LT(end - between, 4 * (between - start));
+}
+
+TEST_F(decode, instance_of_many_is_freed_as_fast_as_one_of_few)
+{
+    const auto seconds = [this](size_t instances) {
+        decoded(repeated(joined({pci, file_path, end_instance}), instances - 1, end_entire));
+        const double start = processor_seconds();
+        free_dpath(hdl, paths);
+        return processor_seconds() - start;
+    };
+    double few = 0;
+    for (int i = 0; i < 10; ++i)
+        few += seconds(2000);
+    // Each searched for from the beginning of the handle's list, they would take ten times as long.
+    EXPECT_LT(seconds(20000), 4 * few);
+}
+
 TEST_F(decode, path_of_10000_file_nodes)
 {
     const auto result = decoded(repeated("04 04 0800 6100 0000", 10000, end_entire));

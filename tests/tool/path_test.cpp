@@ -70,6 +70,46 @@ TEST(PathEncode, says_that_a_file_or_a_device_is_wrong)
                 StartsWith("ovra: the path \"/devices/nothing\" cannot be packed\n"));
 }
 
+TEST(PathEncode, refuses_a_file_that_no_node_holds)
+{
+    const auto encode = [](size_t characters) {
+        return words{"path", "encode", "", "--file", std::string(characters, 'x')};
+    };
+    const outcome longest = run_command(encode(32764));
+    EXPECT_EQ(longest.status, 0) << longest.err;
+    EXPECT_THAT(longest.out, StartsWith("0404feff78007800"));
+    EXPECT_EQ(longest.out.size(), 2 * (65534 + 4) + 1U);
+    for (const size_t characters : {32765U, 32766U, 32770U}) {
+        EXPECT_EQ(said_at_failure(encode(characters)),
+                  "ovra: the file \"" + std::string(40, 'x') + "...\" cannot be packed\n  It has " +
+                      std::to_string(characters) + " characters; a node holds 32764.\n");
+    }
+    EXPECT_THAT(said_at_failure({"path", "encode", "/Pci(1,2)", "--file", std::string(32765, 'x')}),
+                HasSubstr("...\" cannot be packed\n"));
+}
+
+// The library stores the third argument of a Sata node in place of the first.
+TEST(PathEncode, warns_of_a_port_that_is_lost)
+{
+    const auto warning = [](const std::string &node, const std::string &packed_as) {
+        return "ovra: warning: " + node + " is packed as " + packed_as +
+               "\n  Text cannot give the port of such a disk; 'ovra create' with --disk and --full, or with "
+               "--path-hex, can.\n";
+    };
+    const outcome lost = run_command({"path", "encode", "/Pci(1,2)/Sata(5,0xffff,0)"});
+    EXPECT_EQ(lost.status, 0);
+    EXPECT_EQ(lost.out, "01010600020103120a000000ffff00007fff0400\n");
+    EXPECT_EQ(lost.err, warning("Sata(5,0xffff,0)", "Sata(0x0,0xffff,0x0)"));
+    for (const char *node : {"sata(hpn=010,LUN=1)", "Sata(0,,0x1)", "Sata(1,2,1)", "Sata(lun=1,Hpn=0,hpn=1)"})
+        EXPECT_THAT(run_command({"path", "encode", node}).err,
+                    StartsWith("ovra: warning: " + std::string(node) + " is packed as Sata(0x1,"));
+    EXPECT_EQ(run_command({"path", "encode", "Sata(1,0,2)//Pci(1,2)/Sata(3,0,4)/Sata(0,5,0)"}).err,
+              warning("Sata(1,0,2)", "Sata(0x2,0x0,0x0)") + warning("Sata(3,0,4)", "Sata(0x4,0x0,0x0)"));
+    for (const char *node :
+         {"Sata(0,0xffff,0)", "Sata(0,,0)", "SATA(LUN=0,hpn=0x0,PMPN=017)", "Sata(0,0,00)x"})
+        EXPECT_EQ(run_command({"path", "encode", node}).err, "") << node;
+}
+
 TEST(PathEncode, keeps_to_a_path_where_test_files_are_wanted)
 {
     surroundings around;
@@ -91,6 +131,34 @@ TEST(PathDecode, prints_every_instance)
     const json next = {{"devicePath", "/Pci(0x1,0x2)"}, {"filePath", nullptr}};
     EXPECT_EQ(json::parse(run_command({"--json", "path", "decode", two}).out)["instances"],
               json::array({first, next}));
+}
+
+TEST(PathDecode, says_how_much_stands_behind_the_end)
+{
+    const auto said = [](const std::string &digits) {
+        const outcome result = run_command({"path", "decode", digits});
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.out, "Device path  /Pci(0x1,0x2)\n");
+        return result.err;
+    };
+    const std::string pci = "010106000201";
+    EXPECT_EQ(said(pci + "7fff0400"), "");
+    EXPECT_EQ(said(pci + "7fff0400" + pci + "7fff0400"),
+              "ovra: warning: 10 bytes behind the path's END node are not shown\n");
+    // Whatever it is, as long as it is behind the end.
+    EXPECT_EQ(said(pci + "7fff0400" + "00"),
+              "ovra: warning: 1 bytes behind the path's END node are not shown\n");
+    EXPECT_EQ(said(pci + "7f010400" + pci),
+              "ovra: warning: 6 bytes behind the path's END node are not shown\n");
+
+    const outcome document = run_command({"path", "decode", "--json", pci + "7fff0400" + "7fff0400"});
+    EXPECT_EQ(document.status, 0);
+    EXPECT_EQ(document.err, "ovra: warning: 4 bytes behind the path's END node are not shown\n");
+    const json instance = {{"devicePath", "/Pci(0x1,0x2)"}, {"filePath", nullptr}};
+    EXPECT_EQ(json::parse(document.out),
+              json({{"instances", json::array({instance})}, {"bytes_not_shown", 4}}));
+    EXPECT_EQ(json::parse(run_command({"path", "decode", "--json", pci + "7fff0400"}).out)["bytes_not_shown"],
+              0);
 }
 
 TEST(PathDecode, reads_standard_input)

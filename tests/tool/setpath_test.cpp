@@ -100,6 +100,53 @@ TEST_F(SetPath, a_bad_text_is_pointed_at)
                           "    Nothing not found in encode table\n"));
 }
 
+TEST_F(SetPath, an_end_node_in_the_text_is_refused)
+{
+    store(pci + file_node + end);
+    const std::string advice =
+        "  What stands behind it would not belong to the path's first instance; --path-hex "
+        "stores any path.\n";
+    EXPECT_EQ(failure({"set", "Boot0003", "--devpath", "/Path(0x7f,1,0400)/Pci(1,2)"}),
+              "ovra: node 1 of the path is an END node\n" + advice);
+    EXPECT_EQ(failure({"set", "Boot0003", "--devpath", "/Pci(1,2)/Path(0x7f,0xff,0400)"}),
+              "ovra: node 2 of the path is an END node\n" + advice);
+    for (const words &more : {words{}, words{"--file", "\\a"}}) {
+        words arguments = {"create", "--desc", "x", "--devpath",
+                           "/Pci(1,2)/Pci(1,3)/Path(0x7f,1,0400)/Pci(1,2)"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        EXPECT_EQ(failure(arguments), "ovra: node 3 of the path is an END node\n" + advice);
+    }
+}
+
+TEST_F(SetPath, a_file_that_no_node_holds_is_refused)
+{
+    store(pci + file_node + end);
+    for (const size_t characters : {32765U, 32770U}) {
+        const std::string name(characters, 'x');
+        const std::string said = "ovra: the file \"" + std::string(40, 'x') + "...\" cannot be packed\n";
+        EXPECT_THAT(failure({"set", "Boot0003", "--file", name}), HasSubstr(said));
+        EXPECT_THAT(failure({"create", "--desc", "x", "--devpath", "/Pci(1,2)", "--file", name}),
+                    HasSubstr(said));
+    }
+    // A node holds the name, and a path does not hold the node.
+    EXPECT_THAT(failure({"set", "Boot0003", "--file", std::string(32764, 'x')}),
+                HasSubstr("ovra: the description and the path have "));
+}
+
+TEST_F(SetPath, a_port_that_is_lost_is_told_of)
+{
+    store(pci + file_node + end);
+    const std::string warning = "ovra: warning: Sata(5,0xffff,0) is packed as Sata(0x0,0xffff,0x0)\n";
+    const outcome set = run({"set", "Boot0003", "--devpath", "/Pci(1,2)/Sata(5,0xffff,0)"});
+    EXPECT_EQ(set.status, 0);
+    EXPECT_THAT(set.err, HasSubstr(warning));
+    EXPECT_EQ(get("Boot0003"), with(pci + "03120a000000ffff0000" + file_node + end));
+    const outcome create = run({"create", "--desc", "x", "--devpath", "Sata(5,0xffff,0)", "--json"});
+    EXPECT_EQ(create.status, 0);
+    EXPECT_THAT(create.err, HasSubstr(warning));
+    EXPECT_EQ(json::parse(create.out)["changes"].size(), 2U);
+}
+
 TEST_F(SetPath, a_path_that_is_not_well_formed_is_refused)
 {
     store("01010700" + pci);
@@ -133,6 +180,37 @@ TEST_F(SetPath, create_takes_exactly_one_kind_of_path)
         arguments.insert(arguments.end(), more.begin(), more.end());
         EXPECT_EQ(run(arguments).status, 2) << more[0] << more[2];
     }
+}
+
+// On a machine with disks.
+class SetPathOfDisk : public SetPath {
+protected:
+    SetPathOfDisk()
+    {
+        const std::string unpack =
+            "tar --sparse -xzf '" OVRA_TEST_DATA "/machines/q35.tar.gz' -C '" + root.string() + "'";
+        EXPECT_EQ(system(unpack.c_str()), 0);
+    }
+};
+
+TEST_F(SetPathOfDisk, devpath_takes_the_name_of_a_disk)
+{
+    store(pci + odd + file_node + second);
+    output({"set", "Boot0003", "--devpath", "c5t0d0s1"});
+    EXPECT_EQ(get("Boot0003"), with("04012a000200000000a80000000000000080000000000000"
+                                    "370a9f5f448ad04a9c2e1d9e6f5b7c020202" +
+                                    file_node + second));
+}
+
+TEST_F(SetPathOfDisk, a_name_of_the_tree_has_no_path)
+{
+    store(pci + file_node + end);
+    // libovra accepts such a name and makes no path of it.
+    const std::string said = "ovra: the path \"/devices/pci@0,0\" cannot be packed\n"
+                             "    encoding non block /dev or any /devices paths not available\n";
+    EXPECT_EQ(failure({"path", "encode", "/devices/pci@0,0"}), said);
+    EXPECT_EQ(failure({"create", "--desc", "x", "--devpath", "/devices/pci@0,0"}), said);
+    EXPECT_EQ(failure({"set", "Boot0003", "--devpath", "/devices/pci@0,0"}), said);
 }
 
 } // namespace tool_test

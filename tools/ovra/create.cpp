@@ -15,8 +15,11 @@ bytes given_path(const arguments &args, changes *changes)
     if (args.path)
         return *args.path;
     device_paths paths;
-    if (args.device_text)
-        return paths.encode(*args.device_text, args.file);
+    if (args.device_text) {
+        bytes path = paths.encode(*args.device_text, args.file);
+        require_one_instance(path);
+        return path;
+    }
     return paths.encode_disk(disk_argument(*args.disk, changes), args.file, args.full);
 }
 

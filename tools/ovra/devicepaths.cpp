@@ -1,8 +1,10 @@
 #include "tools/ovra/devicepaths.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <string_view>
+#include <strings.h>
 
 #include "tools/ovra/capture.h"
 #include "tools/ovra/failure.h"
@@ -31,6 +33,35 @@ std::vector<text_range> nodes_of(const std::string &text)
         at = end + 1;
     }
     return nodes;
+}
+
+// The number that an accepted node text gives as an argument, by its name or at its place; 0 if it does not.
+unsigned long long argument(const std::string &node, const std::string &name, size_t place)
+{
+    const size_t open = node.find('(') + 1;
+    const std::string text = node.substr(open, node.rfind(')') - open);
+    for (size_t at = 0, begin = 0; begin <= text.size(); ++at) {
+        const size_t end = std::min(text.find(',', begin), text.size());
+        const std::string field = text.substr(begin, end - begin);
+        const size_t equals = field.find('=');
+        if (equals == std::string::npos ? at == place && !field.empty()
+                                        : strcasecmp(field.substr(0, equals).c_str(), name.c_str()) == 0)
+            return strtoull(field.c_str() + (equals == std::string::npos ? 0 : equals + 1), nullptr, 0);
+        begin = end + 1;
+    }
+    return 0;
+}
+
+// The library cuts the length of a name that is too long for a node to the 16 bits that a node has for it.
+void require_room_for(const std::optional<std::string> &file)
+{
+    constexpr size_t most = (UINT16_MAX - sizeof(uefi_device_path_t)) / sizeof(CHAR16) - 1;
+    constexpr size_t shown = 40;
+    const auto name = to_ucs2(file.value_or(""));
+    if (name && name->size() - 1 > most)
+        throw failure("the file " + in_quotes(to_utf8(std::span(*name).first(shown)) + "...") +
+                          " cannot be packed",
+                      format("It has %zu characters; a node holds %zu.", name->size() - 1, most));
 }
 
 } // namespace
@@ -82,14 +113,17 @@ std::optional<bytes> device_paths::try_encode(const std::string &device,
 
 bytes device_paths::encode(const std::string &device, const std::optional<std::string> &file)
 {
+    require_room_for(file);
     const auto path = try_encode(device, file, 0);
     if (!path)
         point_at_failure(device, file);
+    warn_of_lost_ports(device);
     return *path;
 }
 
 bytes device_paths::encode_disk(const std::string &disk, const std::optional<std::string> &file, bool full)
 {
+    require_room_for(file);
     const auto path = try_encode(disk, file, full ? 1 : 0);
     if (!path)
         throw failure("cannot make a path to the disk " + in_quotes(disk), "'ovra disks' shows the disks.",
@@ -122,6 +156,24 @@ void device_paths::point_at_failure(const std::string &text, const std::optional
     throw failure("the path " + in_quotes(text) + " cannot be packed", {}, said);
 }
 
+// The encoder stores the LUN of a Sata node in place of its port.
+void device_paths::warn_of_lost_ports(const std::string &text)
+{
+    for (const auto [begin, end] : nodes_of(text)) {
+        const std::string node = text.substr(begin, end - begin);
+        if (strncasecmp(node.c_str(), "Sata(", 5) != 0)
+            continue;
+        const auto packed = try_encode('/' + node, std::nullopt, 0);
+        const std::string stored = packed ? decode(*packed).instances.at(0).device : "";
+        if (stored == format("/Sata(0x%llx,0x%llx,0x%llx)", argument(node, "HPN", 0),
+                             argument(node, "PMPN", 1), argument(node, "LUN", 2)))
+            continue;
+        warn(printable(node) + " is packed as " + stored.substr(1),
+             "Text cannot give the port of such a disk; 'ovra create' with --disk and --full, or with "
+             "--path-hex, can.");
+    }
+}
+
 decoded_path device_paths::decode(byte_view path)
 {
     bytes copy(path.begin(), path.end());
@@ -148,7 +200,15 @@ decoded_path device_paths::decode(byte_view path)
         result.instances.push_back(std::move(text));
     }
     free_dpath(handle, paths);
+    result.bytes_behind_end = bytes_behind_end(path);
     return result;
+}
+
+void warn(const std::string &what, const std::string &advice)
+{
+    fprintf(stderr, "ovra: warning: %s\n", what.c_str());
+    if (!advice.empty())
+        fprintf(stderr, "  %s\n", advice.c_str());
 }
 
 json as_json(const decoded_path &path)

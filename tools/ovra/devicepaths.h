@@ -21,8 +21,9 @@ struct path_text {
 
 struct decoded_path {
     std::vector<path_text> instances;
-    std::string error;    // why it cannot be shown as text; empty if it can
-    std::string messages; // what libovra said about that
+    size_t bytes_behind_end = 0; // what no text shows
+    std::string error;           // why it cannot be shown as text; empty if it can
+    std::string messages;        // what libovra said about that
 };
 
 class device_paths {
@@ -33,7 +34,7 @@ public:
     device_paths &operator=(const device_paths &) = delete;
 
     // Packs a text, which a file may stand on. Throws a failure that points at the node that cannot be
-    // packed.
+    // packed. Warns of a node that is not packed as it was typed.
     bytes encode(const std::string &device, const std::optional<std::string> &file);
     // The path of a disk's slice or partition; `full`: behind the disk's hardware nodes.
     bytes encode_disk(const std::string &disk, const std::optional<std::string> &file, bool full);
@@ -44,17 +45,27 @@ private:
     std::optional<bytes> try_encode(const std::string &device, const std::optional<std::string> &file,
                                     int flags);
     [[noreturn]] void point_at_failure(const std::string &text, const std::optional<std::string> &file);
+    void warn_of_lost_ports(const std::string &text);
     int call(const std::function<int()> &function);
 
     ovra_hdl_t handle = nullptr;
     std::string messages;
 };
 
+// Bytes behind the last END node of which the text speaks: the first END-entire node, else the last at all.
+size_t bytes_behind_end(byte_view packed);
+
+// Throws a failure when a path that was encoded has an END node before its last node.
+void require_one_instance(byte_view encoded);
+
 // The path in `packed` with other device nodes, respectively another file, in its first instance. Every other
 // byte stays, also of nodes that have no text. `nodes` is a packed path of just what is new. Throws a failure
 // when the path is not well-formed.
 bytes with_devices(byte_view packed, byte_view nodes);
 bytes with_file(byte_view packed, byte_view nodes);
+
+// One line to standard error, and what to do about it.
+void warn(const std::string &what, const std::string &advice = {});
 
 json as_json(const decoded_path &path);
 

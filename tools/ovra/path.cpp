@@ -51,8 +51,12 @@ void decode(device_paths &paths, const arguments &args)
     const decoded_path text = paths.decode(*path);
     if (!text.error.empty())
         throw failure("this path has no text: " + text.error, {}, text.messages);
+    if (text.bytes_behind_end != 0)
+        warn(format("%zu bytes behind the path's END node are not shown", text.bytes_behind_end));
     if (args.json) {
-        print_json(as_json(text));
+        json document = as_json(text);
+        document["bytes_not_shown"] = text.bytes_behind_end;
+        print_json(document);
         return;
     }
     table rows;

@@ -16,19 +16,33 @@ struct first_instance {
     byte_view rest;               // the END node and all behind it
 };
 
+// The node that begins here; nothing when it is cut off or gives no length.
+byte_view first_node(byte_view packed)
+{
+    if (packed.size() < sizeof(uefi_device_path_t))
+        return {};
+    const size_t length = static_cast<size_t>(packed[2] | packed[3] << 8);
+    return length < sizeof(uefi_device_path_t) || length > packed.size() ? byte_view() : packed.first(length);
+}
+
 first_instance split_first(byte_view packed)
+{
+    first_instance first;
+    for (byte_view node = first_node(packed); !node.empty() && node[0] != UEFI_END;
+         node = first_node(packed)) {
+        first.nodes.push_back(node);
+        packed = packed.subspan(node.size());
+    }
+    first.rest = packed;
+    return first;
+}
+
+first_instance split_stored(byte_view packed)
 {
     if (const auto error = path_error(packed))
         throw failure("the option's path is no packed device path: " + *error,
                       "What should stay of it cannot be told; 'ovra create --force' overwrites the option.");
-    first_instance first;
-    while (packed[0] != UEFI_END) {
-        const size_t length = static_cast<size_t>(packed[2] | packed[3] << 8);
-        first.nodes.push_back(packed.first(length));
-        packed = packed.subspan(length);
-    }
-    first.rest = packed;
-    return first;
+    return split_first(packed);
 }
 
 bool is_file(byte_view node)
@@ -49,9 +63,33 @@ void append_nodes(bytes *to, byte_view path)
 
 } // namespace
 
+size_t bytes_behind_end(byte_view packed)
+{
+    size_t behind = packed.size();
+    for (byte_view node = first_node(packed); !node.empty(); node = first_node(packed)) {
+        packed = packed.subspan(node.size());
+        if (node[0] != UEFI_END)
+            continue;
+        behind = packed.size();
+        if (node[1] == UEFI_END_ENTIRE)
+            break;
+    }
+    return behind;
+}
+
+void require_one_instance(byte_view encoded)
+{
+    const first_instance first = split_first(encoded);
+    if (first.rest.size() == first_node(first.rest).size())
+        return;
+    throw failure(format("node %zu of the path is an END node", first.nodes.size() + 1),
+                  "What stands behind it would not belong to the path's first instance; --path-hex stores "
+                  "any path.");
+}
+
 bytes with_devices(byte_view packed, byte_view nodes)
 {
-    const first_instance first = split_first(packed);
+    const first_instance first = split_stored(packed);
     bytes path;
     append_nodes(&path, nodes);
     for (const byte_view node : first.nodes) {
@@ -64,7 +102,7 @@ bytes with_devices(byte_view packed, byte_view nodes)
 
 bytes with_file(byte_view packed, byte_view nodes)
 {
-    const first_instance first = split_first(packed);
+    const first_instance first = split_stored(packed);
     bytes path;
     bool placed = false;
     // The nodes of a file in several parts are all replaced, where the first of them stands.

@@ -41,8 +41,11 @@ void require_kept(uint16_t number, const variable &stored_option, const load_opt
 bytes changed_path(bytes path, const arguments &args)
 {
     device_paths paths;
-    if (args.device_text)
-        path = with_devices(path, paths.encode(*args.device_text, std::nullopt));
+    if (args.device_text) {
+        const bytes devices = paths.encode(*args.device_text, std::nullopt);
+        require_one_instance(devices);
+        path = with_devices(path, devices);
+    }
     if (args.file)
         path = with_file(path, paths.encode("", args.file));
     return path;
