@@ -158,8 +158,14 @@ int devns_ioctl(int fd, int command, void *record);
 int devns_close(int fd);
 
 /*
- * readlink(2) into buf of `size` bytes. Returns the number of bytes placed there, not terminated, cut at
- * `size`; or -1 with errno.
+ * readlink(2) into buf of `size` bytes. Where the system has no such name, the names "/dev/dsk/<volume>" and
+ * "/dev/rdsk/<volume>" of the machine's slices and partitions (either folder for both kinds) are links to
+ * "../../devices<physical path>:<minor>", such as "../../devices/pci@0,0/pci8086,2922@1f,2/disk@0,0:a". The
+ * minor of s0 to s15 is a to p, that of p0 to p9 q to z, beyond these the letter with the number ("s16").
+ *
+ * Returns the number of bytes placed in buf, not terminated, cut at `size`; or -1 with errno: ENOENT when
+ * neither the system nor the machine has the name, EFAULT for a null pointer, EINVAL for a size of 0, ENOMEM,
+ * or what readlink(2) gave.
  */
 ssize_t devns_readlink(const char *path, char *buf, size_t size);
 

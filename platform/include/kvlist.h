@@ -16,8 +16,9 @@ extern "C" {
 typedef struct kvlist kvlist_t;
 
 /*
- * Look-ups. 0 with *value written when the list has a value of that name and type; else nonzero (an errno
- * value: ENOENT, EINVAL), and the outputs are as they were. A value of another type is not converted.
+ * Look-ups. 0 with *value written when the list has a value of that name and type; else ENOENT, also for a
+ * null list and for a value of another type, and the outputs are as they were. Callers look for 0 and nonzero
+ * only.
  */
 int kvlist_lookup_uint32(kvlist_t *list, const char *name, uint32_t *value);
 int kvlist_lookup_uint64(kvlist_t *list, const char *name, uint64_t *value);

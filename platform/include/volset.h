@@ -23,6 +23,9 @@
  * errno value, and returns null: ENOENT (no such name, or gone), ENOMEM, EINVAL (no such kind, or none
  * associated with this one), or why the device cannot be read. That there are none is no failure: the array
  * is then empty.
+ *
+ * A disk that cannot be opened is left out of arrays of all descriptors of a kind. Asked for the media of its
+ * drive, the call fails with the reason, such as EACCES. A blank disk, or one without a file, has no media.
  */
 #ifndef HWPLAT_VOLSET_H
 #define HWPLAT_VOLSET_H
@@ -44,7 +47,10 @@ typedef enum { VS_DRIVE = 1, VS_MEDIA = 2, VS_PARTITION = 3, VS_SLICE = 4 } vs_k
  */
 vs_descriptor_t *vs_get_descriptors(vs_kind_t kind, const int *filter, int *err);
 
-/* The slice of the name "/dev/dsk/<slice>", or the partition of the name "/dev/rdsk/<partition>". */
+/*
+ * The slice of the name "/dev/dsk/<slice>", or the partition of the name "/dev/rdsk/<partition>", either also
+ * without its folder; the drive, respectively its medium, of the name "<drive>" or "/dev/dsk/<drive>".
+ */
 vs_descriptor_t vs_get_descriptor_by_name(vs_kind_t kind, const char *name, int *err);
 
 /*
@@ -56,7 +62,10 @@ vs_descriptor_t *vs_get_associated_descriptors(vs_descriptor_t desc, vs_kind_t k
 /* The attributes of a descriptor, as a new list (kvlist_free). One that is not known is not in the list. */
 kvlist_t *vs_get_attributes(vs_descriptor_t desc, int *err);
 
-/* The name of a drive, a partition or a slice, as a new string: free() it. */
+/*
+ * The name of a drive ("c0t0d0"), a partition ("/dev/rdsk/c0t0d0p1") or a slice ("/dev/dsk/c0t0d0s0"), as a
+ * new string: free() it. A medium has the name of its drive.
+ */
 char *vs_get_name(vs_descriptor_t desc, int *err);
 
 /* Release one descriptor, respectively an array with those in it. 0 and null are allowed. */

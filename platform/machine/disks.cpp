@@ -2,16 +2,29 @@
 
 #include <algorithm>
 #include <array>
+#include <cinttypes>
 #include <cstdio>
 #include <map>
 #include <set>
+#include <tuple>
 
 namespace machine {
 
 namespace {
 
 constexpr std::size_t most_disks = 16384;
+constexpr std::uint32_t smallest_block = 512;
 constexpr std::uint32_t largest_block = 65536;
+
+// What a device path has room for.
+constexpr unsigned largest_identifier = 0xffff; // of a SCSI target or unit
+constexpr unsigned most_ports = 32;             // of a SATA controller
+constexpr unsigned most_multiplier_ports = 16;
+constexpr unsigned drives_of_a_channel = 2; // master and slave
+
+// Disks of the kinds that have targets, but without a place in a path, are named behind all that have one.
+constexpr unsigned first_target_without_place = 0x10000;
+static_assert(first_target_without_place > largest_identifier);
 
 // PCI class codes: base class, and with the subclass below it.
 constexpr unsigned base_class(unsigned class_code)
@@ -25,18 +38,32 @@ constexpr unsigned subclass(unsigned class_code)
 constexpr unsigned mass_storage = 0x01;
 constexpr unsigned ide_subclass = 0x01;
 constexpr unsigned ata_subclass = 0x05;
-constexpr unsigned usb_controller = 0x0c03;
 constexpr unsigned sd_host = 0x0805;
+constexpr unsigned firewire_controller = 0x0c00;
+constexpr unsigned usb_controller = 0x0c03;
+constexpr unsigned fibre_channel = 0x0c04;
 
 // Functions that count as storage controllers whether or not a disk is on them, so that pulling the only disk
 // of one renumbers no other.
 bool is_storage_controller(const pci_function &function)
 {
     const unsigned kind = function.class_code >> 8;
-    return base_class(function.class_code) == mass_storage || kind == usb_controller || kind == sd_host;
+    return base_class(function.class_code) == mass_storage || kind == sd_host ||
+           kind == firewire_controller || kind == usb_controller || kind == fibre_channel;
 }
 
-enum class transport { sata, ide, scsi, other };
+enum class transport {
+    sata,
+    ide,
+    scsi,
+    without_place, // one of these, of which no path can tell where it is
+    other
+};
+
+constexpr bool has_place(transport kind)
+{
+    return kind != transport::without_place && kind != transport::other;
+}
 
 // Where a disk is attached, by the components of its sysfs path below its function.
 struct attachment {
@@ -44,8 +71,9 @@ struct attachment {
     unsigned channel = 0; // of an IDE function
     unsigned target = 0;
     unsigned lun = 0;
-    auto operator<=>(const attachment &) const = default;
 };
+
+constexpr attachment without_place = {transport::without_place, 0, 0, 0};
 
 std::vector<std::string_view> split(std::string_view text, char separator)
 {
@@ -66,8 +94,7 @@ struct scsi_address {
     unsigned lun = 0;
 };
 
-// "6:0:1:2". Identifiers beyond 16 bits have no place in a device path; their disks are of no known
-// transport.
+// "6:0:1:2"
 std::optional<scsi_address> parse_scsi_address(std::string_view name)
 {
     const auto parts = split(name, ':');
@@ -76,7 +103,7 @@ std::optional<scsi_address> parse_scsi_address(std::string_view name)
         return std::nullopt;
     for (std::size_t i = 0; i < numbers.size(); ++i) {
         const auto number = parse_number(parts[i], 10);
-        if (!number || *number > (i == 0 ? UINT32_MAX : 0xffff))
+        if (!number || *number > UINT32_MAX)
             return std::nullopt;
         numbers[i] = static_cast<unsigned>(*number);
     }
@@ -109,8 +136,8 @@ public:
         // Disks that have targets of their own come first, so that the others know what is left. Kernel names
         // in the order of their numbers, sda before sdaa, decide where nothing else does.
         const auto order = [](const found_disk &disk) {
-            return std::tuple(disk.function, disk.where.kind == transport::other,
-                              disk.entry.kernel_name.size(), std::string_view(disk.entry.kernel_name));
+            return std::tuple(disk.function, !has_place(disk.where.kind), disk.entry.kernel_name.size(),
+                              std::string_view(disk.entry.kernel_name));
         };
         std::sort(found.begin(), found.end(),
                   [&](const found_disk &a, const found_disk &b) { return order(a) < order(b); });
@@ -148,9 +175,8 @@ private:
         const auto device = files.link(*path + "/device");
         if (device && files.number(*device + "/type").value_or(0) != 0)
             return;
-        if (is_numbered(name, "sr") || is_numbered(name, "fd")) {
+        if (is_numbered(name, "sr") || is_numbered(name, "fd"))
             return;
-        }
         found_disk disk = {carrier->second, {}, {}};
         disk.entry.kernel_name = name;
         read_size(*path, &disk.entry);
@@ -163,12 +189,17 @@ private:
     void read_size(const std::string &path, disk *entry) const
     {
         const auto block_size = files.number(path + "/queue/logical_block_size");
-        if (block_size && *block_size >= 512 && *block_size <= largest_block &&
+        if (block_size && *block_size >= smallest_block && *block_size <= largest_block &&
             (*block_size & (*block_size - 1)) == 0)
             entry->block_size = static_cast<std::uint32_t>(*block_size);
+        else
+            debug("%s/queue/logical_block_size: not the size of a block, %" PRIu32 " bytes are taken",
+                  path.c_str(), entry->block_size);
+        const auto units = files.number(path + "/size");
+        if (!units)
+            debug("%s/size: no size, 0 is taken", path.c_str());
         // The kernel counts in units of 512 bytes, whatever the block size.
-        const std::uint64_t units = files.number(path + "/size").value_or(0);
-        entry->blocks = units / (entry->block_size / 512);
+        entry->blocks = units.value_or(0) / (entry->block_size / 512);
     }
 
     attachment locate(const pci_function &function, const std::vector<std::string_view> &components,
@@ -179,15 +210,21 @@ private:
         const auto disk_name = std::find(components.begin(), components.end(), "block");
         if (usb || disk_name == components.begin() || disk_name == components.end())
             return {};
-        const auto address = parse_scsi_address(*(disk_name - 1));
-        if (!address)
+        const std::string_view unit = *(disk_name - 1);
+        const auto port = std::find_if(components.begin(), components.end(),
+                                       [](std::string_view name) { return is_numbered(name, "ata"); });
+        // A virtio-blk disk is on a function of the same class, but on no host that has targets.
+        if (port == components.end() &&
+            (base_class(function.class_code) != mass_storage || unit.find(':') == std::string_view::npos))
             return {};
-        for (const std::string_view name : components) {
-            if (is_numbered(name, "ata"))
-                return locate_ata(function, function_path + "/" + std::string(name), name, *address);
+        const auto address = parse_scsi_address(unit);
+        if (!address || address->target > largest_identifier || address->lun > largest_identifier) {
+            debug("%s: %.*s has no place in a path", function_path.c_str(), static_cast<int>(unit.size()),
+                  unit.data());
+            return without_place;
         }
-        if (base_class(function.class_code) != mass_storage)
-            return {};
+        if (port != components.end())
+            return locate_ata(function, function_path + "/" + std::string(*port), *port, *address);
         return {transport::scsi, 0, address->target, address->lun};
     }
 
@@ -197,22 +234,33 @@ private:
         const std::string attributes = port_path + "/ata_port/" + std::string(port_name);
         // The controller's own port, which sysfs counts from 1; the name's number counts those of all hosts.
         const auto port = files.number(attributes + "/port_no");
-        if (!port || *port == 0 || *port > 32) {
+        if (!port || *port == 0) {
             debug("%s: no port number, its disk has no path", attributes.c_str());
-            return {};
+            return without_place;
+        }
+        if (*port > most_ports) {
+            debug("%s: beyond port %u, its disk has no path", attributes.c_str(), most_ports);
+            return without_place;
         }
         const auto number = static_cast<unsigned>(*port - 1);
         const unsigned kind = subclass(function.class_code);
         if (kind == ide_subclass || kind == ata_subclass) {
-            // A channel has a master and a slave; more would take the names of the next channel's.
-            if (address.target > 1)
-                return {};
+            // One more would have the name of the next channel's master.
+            if (address.target >= drives_of_a_channel) {
+                debug("%s: drive %u of a channel has no path", attributes.c_str(), address.target);
+                return without_place;
+            }
             return {transport::ide, number, address.target, 0};
         }
+        if (files.number(attributes + "/nr_pmp_links").value_or(0) == 0)
+            return {transport::sata, 0, number, 0};
         // Behind a port multiplier the channel is its port: bit 8, and the number from bit 5 on.
-        if (files.number(attributes + "/nr_pmp_links").value_or(0) != 0 && address.channel < 16)
-            return {transport::sata, 0, 0x100 | address.channel << 5 | number, 0};
-        return {transport::sata, 0, number, 0};
+        if (address.channel >= most_multiplier_ports) {
+            debug("%s: the disk of port %u of a port multiplier has no path", attributes.c_str(),
+                  address.channel);
+            return without_place;
+        }
+        return {transport::sata, 0, 0x100 | address.channel << 5 | number, 0};
     }
 
     // Controllers are numbered in the order of their physical path, those that only a disk makes one last.
@@ -232,33 +280,35 @@ private:
     // Gives a disk its node and its name.
     void place(found_disk *disk)
     {
-        // Two disks that a path cannot tell apart (SCSI channels) must not share one: the later one has none.
-        if (disk->where.kind != transport::other && !taken.insert({disk->function, disk->where}).second) {
+        // Two disks that a path cannot tell apart (SCSI channels), or that a name cannot (a port and a target
+        // of one function), must not share one: the later one has no place.
+        if (has_place(disk->where.kind) &&
+            !take_name(disk->function, target_in_name(disk->where), disk->where.lun)) {
             debug("%s: another disk has the same target, it has no path of its own",
                   disk->entry.kernel_name.c_str());
-            disk->where = {};
+            disk->where = without_place;
         }
         const std::size_t function_node = functions[disk->function].node;
         const attachment &where = disk->where;
+        disk->entry.target = target_in_name(where);
+        disk->entry.lun = where.lun;
         switch (where.kind) {
         case transport::sata:
             disk->entry.node = add_node(function_node, "disk", where.target, where.lun);
-            disk->entry.target = where.target;
             break;
         case transport::ide:
             disk->entry.node = add_node(ide_node(disk->function, where.channel), "hdrv", where.target, 0);
-            disk->entry.target = where.channel * 2 + where.target;
             break;
         case transport::scsi:
             disk->entry.node = add_node(function_node, "sd", where.target, where.lun);
-            disk->entry.target = where.target;
-            disk->entry.lun = where.lun;
             break;
+        case transport::without_place:
         case transport::other: {
             const unsigned number = others[disk->function]++;
             disk->entry.node = add_node(function_node, "blkdev", number, 0);
-            // Beside disks that have targets of their own, beyond these.
-            disk->entry.target = has_targets(disk->function) ? 0x10000 + number : number;
+            // By the disk's own kind, not by what is beside it, so that its name stays when that goes.
+            const bool counted = where.kind == transport::other && take_name(disk->function, number, 0);
+            disk->entry.target = counted ? number : first_target_without_place + number;
             break;
         }
         }
@@ -266,18 +316,23 @@ private:
         tree.disks.push_back(disk->entry);
     }
 
-    bool has_targets(std::size_t function) const
+    static unsigned target_in_name(const attachment &where)
     {
-        const auto first = taken.lower_bound({function, attachment{transport::sata, 0, 0, 0}});
-        return first != taken.end() && first->first == function;
+        return where.kind == transport::ide ? where.channel * drives_of_a_channel + where.target
+                                            : where.target;
+    }
+
+    bool take_name(std::size_t function, unsigned target, unsigned lun)
+    {
+        return taken.insert({function, target, lun}).second;
     }
 
     std::size_t ide_node(std::size_t function, unsigned channel)
     {
         const auto [place, is_new] = channels.try_emplace({function, channel}, 0);
-        if (is_new) {
+        if (is_new)
+            // Decimal, unlike all other numbers in the tree: the core reads this one with atoi.
             place->second = tree.add_node(functions[function].node, "ide", std::to_string(channel));
-        }
         return place->second;
     }
 
@@ -293,9 +348,9 @@ private:
     device_tree &tree;
     std::map<std::string, std::size_t> by_path;
     std::vector<found_disk> found;
-    std::map<std::size_t, unsigned> numbers; // controllers, by function
-    std::set<std::pair<std::size_t, attachment>> taken;
-    std::map<std::size_t, unsigned> others; // disks without a path so far, by function
+    std::map<std::size_t, unsigned> numbers;                     // controllers, by function
+    std::set<std::tuple<std::size_t, unsigned, unsigned>> taken; // names: function, target, unit
+    std::map<std::size_t, unsigned> others;                      // disks without a path so far, by function
     std::map<std::pair<std::size_t, unsigned>, std::size_t> channels;
 };
 

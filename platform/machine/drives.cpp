@@ -1,10 +1,18 @@
 #include "platform/machine/drives.h"
 
 #include <algorithm>
+#include <cinttypes>
 
 #include "platform/machine/sysfs.h"
 
 namespace machine {
+
+namespace {
+
+// As many as a GPT may have entries.
+constexpr std::uint64_t largest_volume_number = most_gpt_entries - 1;
+
+} // namespace
 
 std::optional<volume_name> parse_volume_name(std::string_view text)
 {
@@ -13,8 +21,13 @@ std::optional<volume_name> parse_volume_name(std::string_view text)
         return std::nullopt;
     const auto number = parse_number(text.substr(letter + 1), 10);
     // Of the ways to write a number, only one is in a name.
-    if (!number || *number > UINT16_MAX || text.substr(letter + 1) != std::to_string(*number))
+    if (!number || text.substr(letter + 1) != std::to_string(*number))
         return std::nullopt;
+    if (*number > largest_volume_number) {
+        debug("%.*s: no volume has a number beyond %" PRIu64, static_cast<int>(text.size()), text.data(),
+              largest_volume_number);
+        return std::nullopt;
+    }
     return volume_name{std::string(text.substr(0, letter)),
                        text[letter] == 's' ? table_kind::gpt : table_kind::mbr,
                        static_cast<unsigned>(*number)};

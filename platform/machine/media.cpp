@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cinttypes>
 #include <cstring>
 #include <memory>
 #include <optional>
@@ -23,9 +24,7 @@ namespace {
 constexpr std::uint64_t unit = 512; // libblkid's, whatever the block size
 constexpr std::uint64_t largest_mbr_number = UINT32_MAX;
 
-// Of a GPT: as many as have names.
-constexpr std::uint32_t most_entries = 65536;
-constexpr std::uint32_t largest_entry = 4096;
+constexpr std::uint32_t largest_gpt_entry = 4096; // bytes
 
 struct probe_freeing {
     void operator()(blkid_probe probe) const { blkid_free_probe(probe); }
@@ -101,7 +100,7 @@ public:
             return found;
         }
         if (found.table == table_kind::mbr)
-            found.partitions.push_back({0, 0, std::min(blocks, largest_mbr_number), {}});
+            found.partitions.push_back(whole_disk());
         const int count = blkid_partlist_numof_partitions(list);
         for (int i = 0; i < count; ++i)
             add_partition(blkid_partlist_get_partition(list, i), table, &found);
@@ -120,6 +119,13 @@ private:
             return false;
         *signature = static_cast<std::uint32_t>(*number);
         return true;
+    }
+
+    partition whole_disk() const
+    {
+        if (blocks > largest_mbr_number)
+            debug("%s: p0 is cut to %" PRIu64 " blocks", entry.kernel_name.c_str(), largest_mbr_number);
+        return {0, 0, std::min(blocks, largest_mbr_number), {}};
     }
 
     void add_partition(blkid_partition stored, blkid_parttable table, medium *found) const
@@ -144,10 +150,13 @@ private:
         }
         if (found->table == table_kind::gpt) {
             const auto guid = guid_bytes(blkid_partition_get_uuid(stored));
-            if (!guid)
+            if (!guid) {
+                debug("%s: partition %d has no GUID", entry.kernel_name.c_str(), number);
                 return;
+            }
             part.guid = *guid;
         } else if (part.start > largest_mbr_number || part.size > largest_mbr_number) {
+            debug("%s: partition %d has a number beyond 32 bits", entry.kernel_name.c_str(), number);
             return;
         }
         found->partitions.push_back(part);
@@ -174,7 +183,26 @@ bool claims_too_much(int fd, std::uint64_t offset)
             static_cast<ssize_t>(header.size()) ||
         std::memcmp(header.data(), mark.data(), mark.size()) != 0)
         return false;
-    return little_endian(&header[80]) > most_entries || little_endian(&header[84]) > largest_entry;
+    return little_endian(&header[80]) > most_gpt_entries || little_endian(&header[84]) > largest_gpt_entry;
+}
+
+// Whether the disk's first bytes are an MBR that leaves the disk to a GPT. Without one, what looks like the
+// header of a GPT is a remnant that nobody reads.
+bool has_protective_mbr(int fd)
+{
+    static constexpr std::size_t first_entry = 446;
+    static constexpr std::size_t entry_size = 16;
+    static constexpr std::size_t type_in_entry = 4;
+    static constexpr unsigned char protective = 0xee;
+    std::array<unsigned char, 512> record;
+    if (pread(fd, record.data(), record.size(), 0) != static_cast<ssize_t>(record.size()) ||
+        record[510] != 0x55 || record[511] != 0xaa)
+        return false;
+    for (std::size_t at = first_entry; at < 510; at += entry_size) {
+        if (record[at + type_in_entry] == protective)
+            return true;
+    }
+    return false;
 }
 
 } // namespace
@@ -185,6 +213,13 @@ medium read_medium(const machine_root &root, const disk &disk)
     const descriptor device(devices ? openat(devices.get(), disk.kernel_name.c_str(),
                                              O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)
                                     : -1);
+    if (!device && errno != ENOENT) {
+        medium unreadable;
+        unreadable.error = errno;
+        debug("dev/%s: no disk or image that can be read: %s", disk.kernel_name.c_str(),
+              std::strerror(unreadable.error));
+        return unreadable;
+    }
     const auto size = device ? size_of(device.get()) : std::nullopt;
     if (!size) {
         debug("dev/%s: no disk or image that can be read", disk.kernel_name.c_str());
@@ -192,8 +227,9 @@ medium read_medium(const machine_root &root, const disk &disk)
     }
     // Its header and the backup of it.
     const std::uint64_t block = disk.block_size;
-    if (*size >= 2 * block && (claims_too_much(device.get(), block) ||
-                               claims_too_much(device.get(), (*size / block - 1) * block))) {
+    if (*size >= 2 * block && has_protective_mbr(device.get()) &&
+        (claims_too_much(device.get(), block) ||
+         claims_too_much(device.get(), (*size / block - 1) * block))) {
         debug("dev/%s: its partition table claims too many entries", disk.kernel_name.c_str());
         return {};
     }

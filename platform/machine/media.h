@@ -10,6 +10,9 @@
 
 namespace machine {
 
+/* A GPT whose header claims more has none that is used. */
+inline constexpr std::uint32_t most_gpt_entries = 65536;
+
 enum class table_kind { none, mbr, gpt };
 
 struct partition {
@@ -24,6 +27,7 @@ struct medium {
     table_kind table = table_kind::none;
     std::uint32_t signature = 0;       /* of an MBR */
     std::vector<partition> partitions; /* by number; an MBR's begin with the whole disk */
+    int error = 0;                     /* errno value: why the device cannot be opened, if there is one */
 };
 
 /*

@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <memory>
+#include <new>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -54,8 +56,10 @@ descriptor open_path(int folder, std::string_view path, int flags)
     descriptor above;
     for (;;) {
         const std::size_t end = std::min(path.find('/'), path.size());
-        if (end == 0 || end >= name.size())
+        if (end == 0 || end >= name.size()) {
+            errno = end == 0 ? ENOENT : ENAMETOOLONG;
             return {};
+        }
         *std::copy_n(path.data(), end, name.data()) = '\0';
         const bool last = end == path.size();
         const int wanted = last ? flags : O_PATH | O_DIRECTORY;
@@ -65,6 +69,13 @@ descriptor open_path(int folder, std::string_view path, int flags)
         above = std::move(next);
         path.remove_prefix(end + 1);
     }
+}
+
+// Much of sysfs need not be there; what is there and cannot be read is something to tell.
+void debug_unreadable(const std::string &path)
+{
+    if (errno != ENOENT)
+        debug("%s: cannot be read: %s", path.c_str(), std::strerror(errno));
 }
 
 } // namespace
@@ -83,6 +94,8 @@ std::optional<std::string> sysfs::text(const std::string &path) const
 {
     const descriptor file = open_path(folder, path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
     struct stat status = {};
+    if (!file)
+        debug_unreadable(path);
     if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
         return std::nullopt;
     std::array<char, largest_text + 1> buffer;
@@ -91,8 +104,10 @@ std::optional<std::string> sysfs::text(const std::string &path) const
         const ssize_t count = read(file.get(), buffer.data() + length, buffer.size() - length);
         if (count < 0 && errno == EINTR)
             continue;
-        if (count < 0)
+        if (count < 0) {
+            debug_unreadable(path);
             return std::nullopt;
+        }
         if (count == 0)
             break;
         length += static_cast<std::size_t>(count);
@@ -142,13 +157,22 @@ std::vector<std::string> sysfs::names(const std::string &path) const
 {
     std::vector<std::string> names;
     descriptor opened = open_path(folder, path, O_RDONLY | O_DIRECTORY);
-    if (!opened)
+    if (!opened) {
+        debug_unreadable(path);
         return names;
+    }
     const std::unique_ptr<DIR, closing> stream(fdopendir(opened.get()));
     if (!stream)
-        return names;
+        throw std::bad_alloc();
     opened.release();
-    while (const dirent *entry = readdir(stream.get())) {
+    for (;;) {
+        errno = 0;
+        const dirent *entry = readdir(stream.get());
+        if (entry == nullptr) {
+            if (errno != 0)
+                debug_unreadable(path);
+            break;
+        }
         if (entry->d_name[0] == '.')
             continue;
         if (names.size() == most_names) {

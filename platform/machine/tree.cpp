@@ -15,7 +15,7 @@ namespace {
 // Deeper nesting than any chain of bridges, and more functions than any machine has: a bound for what a
 // hostile folder can make of us.
 constexpr unsigned deepest_bridge = 32;
-constexpr std::size_t most_nodes = 65536;
+constexpr std::size_t most_nodes = 16384;
 
 struct bus_number {
     unsigned domain = 0;

@@ -247,6 +247,11 @@ vs_descriptor_t *vs_get_associated_descriptors(vs_descriptor_t desc, vs_kind_t k
             *err = EINVAL;
             return nullptr;
         }
+        // Whoever asks for all media does not get those of unreadable disks; whoever asks for one hears why.
+        if (of.medium().error != 0) {
+            *err = of.medium().error;
+            return nullptr;
+        }
         objects found;
         add_of_disk(of.drives, of.disk, kind, &found);
         return to_array(std::move(found));

@@ -16,6 +16,7 @@ SHARED = os.path.join(FOLDER, "libovra.so.1")
 ARCHIVE = os.path.join(FOLDER, "libovra.a")
 PLATFORM = {"libdevns.so.1", "libhwtree.so.1", "libvolset.so.1", "libkvlist.so.1"}
 CALLS_INTO_PLATFORM = ("devns_", "ht_", "vs_", "kvlist_")
+ONE_FOR_ALL_THREADS = {"strtok", "asctime", "ctime", "gmtime", "localtime", "setlocale", "rand"}
 # Of the C++ run-time library: its own functions, guards and exceptions, new, delete, class information.
 RUN_TIME = re.compile(r"_ZSt|_ZNSt|_ZNKSt|__cxa_|_Zn|_Zd|_ZTVN10__cxxabiv|__gxx_|_Unwind_")
 
@@ -41,6 +42,18 @@ class SharedLibrary(unittest.TestCase):
         self.assertEqual([value for tag, value in entries if tag == "RUNPATH"], ["$ORIGIN"])
         self.assertNotIn("SYMBOLIC", flags)
         self.assertEqual([value for tag, value in entries if tag == "SONAME"], ["libovra.so.1"])
+
+
+class Threads(unittest.TestCase):
+    """Calls of the C library that keep their state for the whole process would let two threads disturb each other."""
+
+    def test_no_state_of_the_process_is_used(self):
+        for library in sorted({os.path.basename(SHARED)} | PLATFORM):
+            _, undefined = elf.dynamic_symbols(os.path.join(FOLDER, library))
+            self.assertTrue(undefined & {"free", "_ZdlPvm"}, f"{library}: {undefined}")
+            self.assertEqual(undefined & ONE_FOR_ALL_THREADS, set(), library)
+        undefined = set(re.findall(r"^\s+[Uw] (\S+)$", elf.output("nm", "-u", ARCHIVE), re.MULTILINE))
+        self.assertEqual(undefined & ONE_FOR_ALL_THREADS, set(), ARCHIVE)
 
 
 class Archive(unittest.TestCase):

@@ -8,6 +8,7 @@
 #include <ovra/ovra.h>
 
 #include "tests/devices/sample.h"
+#include "tests/support/messages.h"
 
 namespace {
 
@@ -64,7 +65,7 @@ protected:
     }
     ~Captured() override { ovra_fini(handle); }
 
-    // "-" when there is no such path.
+    // "-" when the transport has no node; of any other failure what the library says about it.
     std::string encoded(const std::string &disk, int flags)
     {
         std::string text = disk;
@@ -72,9 +73,12 @@ protected:
         ovra_path_t *paths[] = {&instance, nullptr};
         ovra_epath_t packed = nullptr;
         int size = 0;
-        if (ovra_epath_encode(handle, paths, flags, &packed, &size) != 0)
-            return "-";
-        return to_hex(packed, size);
+        if (ovra_epath_encode(handle, paths, flags, &packed, &size) == 0)
+            return to_hex(packed, size);
+        const ovra::test::messages library(1, 0);
+        EXPECT_EQ(ovra_epath_encode(handle, paths, flags, &packed, &size), -1);
+        const std::string message = library.text();
+        return message.starts_with("unrecognized node name: blkdev@0,0\n") ? "-" : message;
     }
 
     sample machine;

@@ -13,11 +13,11 @@ namespace {
 
 using namespace devices_test;
 
-using node = std::string; // packed
+using packed_node = std::string; // packed
 
-std::vector<node> split(std::string_view packed)
+std::vector<packed_node> split(std::string_view packed)
 {
-    std::vector<node> nodes;
+    std::vector<packed_node> nodes;
     while (packed.size() >= 4) {
         const size_t size =
             static_cast<unsigned char>(packed[2]) + 256U * static_cast<unsigned char>(packed[3]);
@@ -39,7 +39,7 @@ protected:
     ~Firmware() override { ovra_fini(handle); }
 
     // Of an option that the firmware made.
-    std::vector<node> firmware_path(std::string option)
+    std::vector<packed_node> firmware_path(std::string option)
     {
         ovra_epath_t packed = nullptr;
         int size = 0;
@@ -49,7 +49,7 @@ protected:
     }
 
     // Of a disk's first slice or partition, from the tree: without the hard-drive node and END.
-    std::vector<node> tree_path(std::string disk)
+    std::vector<packed_node> tree_path(std::string disk)
     {
         ovra_path_t instance = {disk.data(), nullptr};
         ovra_path_t *paths[] = {&instance, nullptr};
@@ -62,10 +62,10 @@ protected:
     }
 
     // Where the firmware's path leads in the tree; "(none)" when nowhere.
-    std::string device(const std::vector<node> &path)
+    std::string device(const std::vector<packed_node> &path)
     {
         std::string packed;
-        for (const node &each : path)
+        for (const packed_node &each : path)
             packed += each;
         ovra_path_t **found = nullptr;
         if (ovra_epath_decode_to_devices(handle, reinterpret_cast<ovra_epath_t>(packed.data()),
@@ -79,12 +79,12 @@ protected:
 };
 
 // All nodes but the root bridge are the same bytes; of that the unit number is.
-void expect_same_place(const std::vector<node> &firmware, const std::vector<node> &tree)
+void expect_same_place(const std::vector<packed_node> &firmware, const std::vector<packed_node> &tree)
 {
     ASSERT_EQ(firmware.size(), tree.size() + 1) << "the firmware's ends with END";
     EXPECT_EQ(firmware[0].substr(0, 4), tree[0].substr(0, 4));
-    EXPECT_EQ(firmware[0].substr(4, 4), node("\xd0\x41\x03\x0a", 4));
-    EXPECT_EQ(tree[0].substr(4, 4), node("\xd0\x41\x08\x0a", 4));
+    EXPECT_EQ(firmware[0].substr(4, 4), packed_node("\xd0\x41\x03\x0a", 4));
+    EXPECT_EQ(tree[0].substr(4, 4), packed_node("\xd0\x41\x08\x0a", 4));
     EXPECT_EQ(firmware[0].substr(8), tree[0].substr(8));
     for (size_t i = 1; i < tree.size(); ++i)
         EXPECT_EQ(firmware[i], tree[i]) << i;
@@ -98,12 +98,12 @@ TEST_F(Firmware, scsi_disk_behind_a_root_port)
 TEST_F(Firmware, sata_disks)
 {
     for (const auto &[option, disk] : {std::pair("Boot0005", "c5t0d0s0"), {"Boot0006", "c5t3d0p1"}}) {
-        std::vector<node> firmware = firmware_path(option);
+        std::vector<packed_node> firmware = firmware_path(option);
         ASSERT_GE(firmware.size(), 2U);
-        node &sata = firmware[firmware.size() - 2];
+        packed_node &sata = firmware[firmware.size() - 2];
         ASSERT_EQ(sata.size(), 10U);
         EXPECT_EQ(sata.substr(6, 2), "\xff\xff");
-        sata.replace(6, 2, node("\x00\x80", 2));
+        sata.replace(6, 2, packed_node("\x00\x80", 2));
         expect_same_place(firmware, tree_path(disk));
     }
 }
@@ -117,9 +117,9 @@ TEST_F(Firmware, its_sata_path_leads_to_the_disk_but_for_the_port_multiplier)
 {
     for (const auto &[option, path] : {std::pair("Boot0005", "/pci@0,0/pci8086,2922@1f,2/disk@0,0"),
                                        {"Boot0006", "/pci@0,0/pci8086,2922@1f,2/disk@3,0"}}) {
-        std::vector<node> nodes = firmware_path(option);
+        std::vector<packed_node> nodes = firmware_path(option);
         EXPECT_EQ(device(nodes), "(none)");
-        nodes[nodes.size() - 2].replace(6, 2, node("\x00\x80", 2));
+        nodes[nodes.size() - 2].replace(6, 2, packed_node("\x00\x80", 2));
         EXPECT_EQ(device(nodes), path);
     }
 }
@@ -131,7 +131,7 @@ TEST_F(Firmware, controllers_of_other_disks)
          {std::tuple("Boot0002", size_t{1}, "/pci@0,0/pci1b36,10@4"), // NVMe
           std::tuple("Boot0003", size_t{1}, "/pci@0,0/pci1b36,d@5"),  // USB
           std::tuple("Boot0004", size_t{0}, "/pci@0,0/pci1af4,1001@6")}) {
-        std::vector<node> nodes = firmware_path(option);
+        std::vector<packed_node> nodes = firmware_path(option);
         ASSERT_EQ(nodes.size(), 3 + below) << option;
         nodes.erase(nodes.begin() + 2, nodes.end() - 1);
         EXPECT_EQ(device(nodes), path);

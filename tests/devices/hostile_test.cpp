@@ -1,8 +1,11 @@
 // A machine's folder that somebody filled to do harm: what makes no sense is left out, and nothing outside is
 // looked at.
 #include <cerrno>
+#include <cstdio>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -93,26 +96,108 @@ TEST_F(Hostile, sizes_of_a_disk)
             EXPECT_EQ(drives().size(), 1U);
             EXPECT_THAT(volumes(), ElementsAre("c0t0d0s0 2048 2048")) << contents.substr(0, 30);
         }
+        fs::remove(path);
+        EXPECT_THAT(volumes(), ElementsAre("c0t0d0s0 2048 2048")) << "without " << file;
         machine.put_file(path, good);
     }
     for (const char *size : {"0", "1", "511", "513", "768", "131072", "4294967296"}) {
         machine.text(disk + "/queue/logical_block_size", size);
-        EXPECT_THAT(drives(), ElementsAre(std::string("c0t0d0 ") + controller + "/disk@0,0 sda 512 65536"))
+        std::vector<std::string> found;
+        const std::string messages = said([&] { found = drives(); });
+        EXPECT_THAT(found, ElementsAre(std::string("c0t0d0 ") + controller + "/disk@0,0 sda 512 65536"))
             << size;
+        EXPECT_THAT(messages,
+                    HasSubstr("/queue/logical_block_size: not the size of a block, 512 bytes are taken"));
     }
+}
+
+TEST_F(Hostile, disk_without_a_size)
+{
+    fs::remove(machine.root() / port / "block/sda/size");
+    std::vector<std::string> found;
+    const std::string messages = said([&] { found = drives(); });
+    EXPECT_THAT(found, ElementsAre(std::string("c0t0d0 ") + controller + "/disk@0,0 sda 512 0"));
+    EXPECT_THAT(messages, HasSubstr("/block/sda/size: no size, 0 is taken"));
+}
+
+// What is no number does not hide a disk, nor make it one of another kind.
+TEST_F(Hostile, kinds_of_disks)
+{
+    for (const std::string &file : {port + "/type", port + "/block/sda/hidden"}) {
+        for (const std::string &contents : nonsense()) {
+            machine.put_file(machine.root() / file, contents);
+            EXPECT_THAT(drives(),
+                        ElementsAre(std::string("c0t0d0 ") + controller + "/disk@0,0 sda 512 65536"))
+                << file << ": " << contents.substr(0, 30);
+        }
+        fs::remove(machine.root() / file);
+    }
+}
+
+TEST_F(Hostile, links_of_port_multipliers)
+{
+    const fs::path path = machine.root() / function / "ata1/ata_port/ata1/nr_pmp_links";
+    for (const std::string &contents : nonsense()) {
+        machine.put_file(path, contents);
+        EXPECT_THAT(drives(), ElementsAre(std::string("c0t0d0 ") + controller + "/disk@0,0 sda 512 65536"))
+            << contents.substr(0, 30);
+    }
+    fs::remove(path);
+    EXPECT_THAT(drives(), ElementsAre(std::string("c0t0d0 ") + controller + "/disk@0,0 sda 512 65536"));
+}
+
+TEST_F(Hostile, files_that_are_too_long)
+{
+    machine.put_file(machine.root() / function / "vendor", std::string(4097, '1'));
+    const std::string messages = said([] { EXPECT_THAT(drives(), IsEmpty()); });
+    EXPECT_THAT(messages, HasSubstr("hwplat: " + function + "/vendor: longer than a sysfs file can be\n"));
+    // The longest that is read: a line end is not part of the number.
+    machine.put_file(machine.root() / function / "vendor", std::string(4089, '0') + "32902\n");
+    EXPECT_EQ(drives().size(), 1U);
+}
+
+// What is there and cannot be read is said, so that a machine is not empty in silence.
+TEST_F(Hostile, folders_that_cannot_be_opened)
+{
+    struct rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const int next = dup(0);
+    ASSERT_GE(next, 0);
+    close(next);
+    std::vector<std::string> paths;
+    const std::string messages = said([&] {
+        // Room for the machine's folder, and one level below it.
+        const struct rlimit tight = {static_cast<rlim_t>(next) + 2, before.rlim_max};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &tight), 0);
+        paths = tree_paths();
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    });
+    EXPECT_THAT(paths, ElementsAre("/"));
+    EXPECT_THAT(messages, HasSubstr("hwplat: sys/devices: cannot be read: Too many open files"));
+    EXPECT_THAT(messages, HasSubstr("hwplat: sys/block: cannot be read: Too many open files"));
 }
 
 TEST_F(Hostile, port_numbers)
 {
     const fs::path path = machine.root() / function / "ata1/ata_port/ata1/port_no";
-    for (std::string contents : nonsense()) {
+    const auto expect_no_place = [&](const std::string &message) {
+        std::vector<std::string> found;
+        const std::string messages = said([&] { found = drives(); });
+        EXPECT_THAT(found,
+                    ElementsAre(std::string("c0t65536d0 ") + controller + "/blkdev@0,0 sda 512 65536"));
+        EXPECT_THAT(messages, HasSubstr("hwplat: " + function + "/ata1/ata_port/ata1: " + message));
+    };
+    for (const std::string &contents : nonsense()) {
         machine.put_file(path, contents);
-        EXPECT_THAT(drives(), ElementsAre(std::string("c0t0d0 ") + controller + "/blkdev@0,0 sda 512 65536"))
-            << contents.substr(0, 30);
+        expect_no_place("no port number, its disk has no path");
     }
-    for (const char *number : {"0", "33", "4294967297"}) {
+    machine.text(function + "/ata1/ata_port/ata1/port_no", "0");
+    expect_no_place("no port number, its disk has no path");
+    fs::remove(path);
+    expect_no_place("no port number, its disk has no path");
+    for (const char *number : {"33", "4294967297"}) {
         machine.text(function + "/ata1/ata_port/ata1/port_no", number);
-        EXPECT_THAT(drives(), ElementsAre(std::string("c0t0d0 ") + controller + "/blkdev@0,0 sda 512 65536"));
+        expect_no_place("beyond port 32, its disk has no path");
     }
     machine.text(function + "/ata1/ata_port/ata1/port_no", "32");
     EXPECT_THAT(drives(), ElementsAre(std::string("c0t31d0 ") + controller + "/disk@1f,0 sda 512 65536"));
@@ -135,6 +220,13 @@ TEST_F(Hostile, links_of_disks)
     EXPECT_THAT(found, ElementsAre(std::string("c0t0d0 ") + controller + "/disk@0,0 sda 512 65536"));
     for (const char *name : {"absolute", "above", "file", "folder"})
         EXPECT_THAT(messages, HasSubstr(std::string("hwplat: sys/block/") + name + ": no link to a device"));
+    // The others lead somewhere, to itself in the case of "loop", where there is no function above: no disks
+    // of a function, as virtual ones are.
+    for (const char *name : {"loop", "up", "bridge", "function", "long", "sda"})
+        EXPECT_THAT(messages, Not(HasSubstr(std::string("sys/block/") + name + ":")));
+    for (const char *name : {"loop", "up", "bridge", "function", "long"})
+        fs::remove(blocks / name);
+    EXPECT_EQ(drives(), found);
 }
 
 // A file that is a link, a FIFO or a folder is not read.
@@ -172,7 +264,7 @@ TEST_F(Hostile, folders_that_are_links)
     const fs::path outside = machine.root().string() + "-outside";
     fs::rename(inside, outside);
     fs::create_directory_symlink(outside, inside);
-    EXPECT_THAT(drives(), ElementsAre(std::string("c0t0d0 ") + controller + "/blkdev@0,0 sda 512 0"));
+    EXPECT_THAT(drives(), ElementsAre(std::string("c0t65536d0 ") + controller + "/blkdev@0,0 sda 512 0"));
     fs::remove_all(outside);
 }
 
@@ -185,7 +277,16 @@ TEST_F(Hostile, firmware_nodes)
         EXPECT_EQ(ht_prop_lookup_strings(HT_DEV_ANY, tree.get(), "acpi-hid", &text), 1);
         return std::string(text);
     };
+    const auto other_identifier = [](const char *name) {
+        const snapshot tree(ht_init("/pci@0,0", HT_PROPS));
+        char *text = nullptr;
+        const int count = ht_prop_lookup_strings(HT_DEV_ANY, tree.get(), name, &text);
+        EXPECT_EQ(count, text != nullptr ? 1 : -1);
+        return std::string(text != nullptr ? text : "(none)");
+    };
     EXPECT_EQ(identifier(), "PNP0A03");
+    EXPECT_EQ(other_identifier("acpi-uid"), "(none)");
+    EXPECT_EQ(other_identifier("acpi-cid"), "(none)");
     machine.text("sys/devices/node/hid", "PNP0A08");
     for (const char *target : {"/etc", "../../../../../..", "firmware_node", "../nothing"}) {
         fs::create_symlink(target, link);
@@ -194,6 +295,29 @@ TEST_F(Hostile, firmware_nodes)
     }
     fs::create_symlink("../node", link);
     EXPECT_EQ(identifier(), "PNP0A08");
+    EXPECT_EQ(other_identifier("acpi-uid"), "(none)");
+    EXPECT_EQ(other_identifier("acpi-cid"), "(none)");
+    for (const char *modalias : {"acpi:PNP0A08", "acpi:PNP0A08:", "acpi:", "", "PNP0A08:PNP0A03:",
+                                 "pci:PNP0A08:PNP0A03:", "acpi:PNP0A03:PNP0A08:", "acpi:PNP0A080:PNP0A03:"}) {
+        machine.text("sys/devices/node/modalias", modalias);
+        EXPECT_EQ(other_identifier("acpi-cid"), "(none)") << modalias;
+    }
+    for (const char *modalias :
+         {"acpi:PNP0A08:PNP0A03:", "acpi:PNP0A08:PNP0A03", "acpi:PNP0A08:PNP0A03:X:"}) {
+        machine.text("sys/devices/node/modalias", modalias);
+        EXPECT_EQ(other_identifier("acpi-cid"), "PNP0A03") << modalias;
+    }
+    machine.text("sys/devices/node/uid", "7");
+    EXPECT_EQ(other_identifier("acpi-uid"), "7");
+    // As the firmware says it: what the text means is for its reader.
+    machine.text("sys/devices/node/uid", "no number");
+    EXPECT_EQ(other_identifier("acpi-uid"), "no number");
+    for (const std::string &unreadable : {std::string(5000, '7'), std::string("7\0", 2)}) {
+        machine.put_file(machine.root() / "sys/devices/node/uid", unreadable);
+        machine.put_file(machine.root() / "sys/devices/node/modalias", unreadable);
+        EXPECT_EQ(other_identifier("acpi-uid"), "(none)");
+        EXPECT_EQ(other_identifier("acpi-cid"), "(none)");
+    }
     machine.put_file(machine.root() / "sys/devices/node/hid", std::string(5000, 'P'));
     EXPECT_EQ(identifier(), "PNP0A03");
 }
@@ -251,6 +375,37 @@ TEST_F(Hostile, folders_with_thousands_of_entries)
     EXPECT_THAT(messages, HasSubstr("hwplat: sys/block: only the first 16384 disks are looked at"));
 }
 
+TEST_F(Hostile, folders_with_more_names_than_are_looked_at)
+{
+    const fs::path devices = machine.root() / "sys/devices";
+    for (const char *file : {"x", "y"}) { // a file has 65,000 names at the most on some file systems
+        machine.put_file(devices / file, "");
+        for (int i = 0; i < 32768; ++i)
+            fs::create_hard_link(devices / file, devices / (file + std::to_string(i)));
+    }
+    const std::string messages = said([] { tree_paths(); });
+    EXPECT_THAT(messages, HasSubstr("hwplat: sys/devices: only the first 65536 names are looked at"));
+}
+
+TEST_F(Hostile, more_functions_than_any_machine_has)
+{
+    const fs::path model = machine.root() / function;
+    const fs::path bridge = machine.root() / "sys/devices/pci0000:01";
+    fs::create_directory(bridge);
+    for (int i = 0; i < 16400; ++i) {
+        char name[16];
+        std::snprintf(name, sizeof name, "0000:%x:%02x.%d", i / 256, i / 8 % 32, i % 8);
+        fs::create_directory(bridge / name);
+        for (const char *file : {"vendor", "device", "revision", "class"})
+            fs::create_hard_link(model / file, bridge / name / file);
+    }
+    std::vector<std::string> paths;
+    const std::string messages = said([&] { paths = tree_paths(); });
+    EXPECT_THAT(messages, HasSubstr("left out, there are too many functions"));
+    EXPECT_EQ(paths.size(), 16384 + 1U); // with the disk
+    EXPECT_EQ(drives().size(), 1U);
+}
+
 TEST_F(Hostile, scsi_addresses)
 {
     const std::string raid = machine.function("pci0000:00/0000:00:03.0", 0x010400);
@@ -293,6 +448,8 @@ TEST_F(Hostile, names_asked_for)
         }
     }
     EXPECT_NE(link_of("/dev/dsk/c0t0d0s0"), "errno " + std::to_string(ENOENT));
+    EXPECT_THAT(said([] { link_of("/dev/dsk/c0t0d0s65536"); }),
+                HasSubstr("hwplat: c0t0d0s65536: no volume has a number beyond 65535"));
 }
 
 TEST(Machines, without_anything_or_not_there)

@@ -1,6 +1,10 @@
 // What is on a disk: tables of both kinds, and none.
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <sstream>
 
 #include <sys/stat.h>
 
@@ -8,10 +12,13 @@
 #include <gtest/gtest.h>
 
 #include "tests/devices/sample.h"
+#include "tests/support/gpt.h"
 
 namespace {
 
 using namespace devices_test;
+using ovra::test::gpt_bytes;
+using ovra::test::make_gpt;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -47,6 +54,18 @@ protected:
             sample::patch(image, 0x1be + 16 * i, entry);
         }
         sample::patch(image, 0x1fe, "\x55\xaa");
+    }
+
+    // A GPT by hand, with checksums that are right.
+    void make_gpt_of(const std::vector<ovra::test::gpt_entry> &entries)
+    {
+        image = machine.image("sda");
+        ovra::test::write_gpt(image, 65536, make_gpt(65536, entries));
+    }
+
+    std::string what_is_said(std::vector<std::string> *found)
+    {
+        return said([&] { *found = volumes(); });
     }
 
     // The drive is there, its medium is not, and a message says why.
@@ -160,6 +179,20 @@ TEST_F(Media, gpt_whose_first_header_is_damaged)
 }
 
 // A table is read in the disk's blocks. sfdisk writes one in blocks of 512, which means nothing on this disk.
+// More blocks than an MBR can tell of.
+TEST_F(Media, mbr_of_a_disk_beyond_32_bits)
+{
+    constexpr uint64_t units = uint64_t{1} << 33;
+    machine.disk("sda", machine.ata(machine.function("pci0000:00/0000:00:1f.2", 0x010601), 1, 1, "0:0:0:0"),
+                 units);
+    make_mbr({{0x83, 2048, 8192}});
+    fs::resize_file(image, units * 512);
+    std::vector<std::string> found;
+    const std::string messages = what_is_said(&found);
+    EXPECT_THAT(found, ElementsAre("c0t0d0p0 0 4294967295", "c0t0d0p1 2048 8192"));
+    EXPECT_THAT(messages, HasSubstr("hwplat: sda: p0 is cut to 4294967295 blocks"));
+}
+
 TEST_F(Media, mbr_in_blocks_of_4096)
 {
     make_disk(4096);
@@ -173,7 +206,7 @@ TEST_F(Media, gpt_of_other_blocks_is_no_table)
 {
     make_disk(4096);
     make_table("label: gpt\\nstart=2048,size=2048\\n");
-    EXPECT_THAT(all_of(VS_SLICE)[0], 0U);
+    expect_no_medium("dev/sda: no partition table");
 }
 
 TEST_F(Media, header_that_claims_too_many_entries)
@@ -186,6 +219,132 @@ TEST_F(Media, header_that_claims_too_many_entries)
             expect_no_medium("dev/sda: its partition table claims too many entries");
         }
     }
+}
+
+// What a GPT has left behind on a disk that has an MBR now: nobody reads it, whatever it claims.
+TEST_F(Media, mbr_with_remains_of_a_gpt)
+{
+    make_disk();
+    for (const uint32_t count : {uint32_t{128}, UINT32_MAX}) {
+        make_mbr({{0x83, 2048, 8192}});
+        gpt_bytes remains = make_gpt(65536, {{1, 4096, 8191}});
+        ovra::test::put_number(&remains.head, 512 + 80, count, 4);
+        ovra::test::put_number(&remains.tail, remains.tail.size() - 512 + 80, count, 4);
+        sample::patch(image, 512, remains.head.substr(512));
+        sample::patch(image, 65536 * 512 - remains.tail.size(), remains.tail);
+        EXPECT_THAT(volumes(), ElementsAre("c0t0d0p0 0 65536", "c0t0d0p1 2048 8192")) << count;
+    }
+}
+
+// An MBR that some tools write beside a GPT, with partitions of its own: it is the GPT that counts.
+TEST_F(Media, gpt_with_a_hybrid_mbr)
+{
+    make_disk();
+    make_gpt_of({{1, 4096, 8191}});
+    std::string entry(16, '\0');
+    entry[4] = '\x83';
+    ovra::test::put_number(&entry, 8, 4096, 4);
+    ovra::test::put_number(&entry, 12, 4096, 4);
+    sample::patch(image, 0x1be + 16, entry);
+    EXPECT_THAT(volumes(), ElementsAre("c0t0d0s0 4096 4096"));
+}
+
+TEST_F(Media, mbr_without_a_signature)
+{
+    make_disk();
+    make_mbr({{0x83, 2048, 8192}});
+    sample::patch(image, 0x1b8, std::string(4, '\0'));
+    EXPECT_THAT(volumes(), ElementsAre("c0t0d0p0 0 65536", "c0t0d0p1 2048 8192"));
+    EXPECT_EQ(attribute(attributes_of(all_of(VS_MEDIA)[0]).get(), "volserno"), 0U);
+}
+
+// A disk of 65,536 entries, the last of them used; as another program writes it.
+TEST_F(Media, gpt_with_as_many_entries_as_there_are_names)
+{
+    constexpr uint64_t units = 8388608; // 4 GiB, sparse
+    machine.disk("sda", machine.ata(machine.function("pci0000:00/0000:00:1f.2", 0x010601), 1, 1, "0:0:0:0"),
+                 units);
+    image = machine.image("sda", units);
+    sample::partition(image, "label: gpt\\ntable-length: 65536\\nsda65536: start=1048576,size=2048\\n");
+    EXPECT_THAT(volumes(), ElementsAre("c0t0d0s65535 1048576 2048"));
+    EXPECT_EQ(link_of("/dev/dsk/c0t0d0s65535"), "../../devices/pci@0,0/pci8086,1234@1f,2/disk@0,0:s65535");
+    // One more is refused, before it is read.
+    for (const uint64_t header : {uint64_t{512}, (units - 1) * 512})
+        sample::patch(image, header + 80, std::string("\x01\0\x01\0", 4));
+    expect_no_medium("dev/sda: its partition table claims too many entries");
+}
+
+TEST_F(Media, gpt_with_every_entry_in_use)
+{
+#ifdef __SANITIZE_ADDRESS__
+    constexpr double seconds_for_all = 60; // each of libblkid's many blocks is checked on the way
+#else
+    constexpr double seconds_for_all = 2;
+#endif
+    constexpr unsigned count = 65536;
+    constexpr uint64_t units = 262144;
+    std::vector<ovra::test::gpt_entry> entries;
+    for (unsigned i = 1; i <= count; ++i)
+        entries.push_back({i, 32768 + i, 32768 + i});
+    machine.disk("sda", machine.ata(machine.function("pci0000:00/0000:00:1f.2", 0x010601), 1, 1, "0:0:0:0"),
+                 units);
+    image = machine.image("sda", units);
+    ovra::test::write_gpt(image, units, make_gpt(units, entries, count));
+    const auto start = std::chrono::steady_clock::now();
+    const std::vector<std::string> found = volumes();
+    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
+    ASSERT_EQ(found.size(), count);
+    EXPECT_EQ(found.front(), "c0t0d0s0 32769 1");
+    EXPECT_EQ(found.back(), "c0t0d0s65535 98304 1");
+    EXPECT_LT(seconds.count(), seconds_for_all);
+    RecordProperty("milliseconds", static_cast<int>(seconds.count() * 1000));
+}
+
+TEST_F(Media, gpt_entries_that_overlap_are_kept)
+{
+    make_disk();
+    make_gpt_of({{1, 2048, 10239}, {2, 4096, 8191}, {5, 4096, 8191}});
+    EXPECT_THAT(volumes(), ElementsAre("c0t0d0s0 2048 8192", "c0t0d0s1 4096 4096", "c0t0d0s4 4096 4096"));
+}
+
+// What reaches over the last usable block (65502 here) or lies before the first libblkid passes over itself.
+TEST_F(Media, gpt_entries_out_of_range_are_passed_over)
+{
+    make_disk();
+    constexpr uint64_t far = uint64_t{1} << 63;
+    make_gpt_of({{1, 2048, 4095},
+                 {2, 65000, 65502},
+                 {3, 65000, 65503},
+                 {4, 65503, 65503},
+                 {5, 65000, 65535},
+                 {6, 65536, 65536},
+                 {7, 1, 40},
+                 {8, far, far + 2047},
+                 {9, 2048, 2048 + UINT64_MAX - 1},
+                 {10, 0, UINT64_MAX - 1},
+                 {11, 2048, UINT64_MAX}});
+    EXPECT_THAT(volumes(), ElementsAre("c0t0d0s0 2048 2048", "c0t0d0s1 65000 503"));
+}
+
+TEST_F(Media, gpt_entries_that_end_before_they_start_are_passed_over)
+{
+    make_disk();
+    make_gpt_of({{1, 2048, 4095}, {2, 8192, 8191}, {3, 8192, 8190}, {4, 8192, 2048}});
+    std::vector<std::string> found;
+    const std::string messages = what_is_said(&found);
+    EXPECT_THAT(found, ElementsAre("c0t0d0s0 2048 2048"));
+    EXPECT_THAT(messages, HasSubstr("hwplat: sda: a partition entry makes no sense"));
+}
+
+// A header may say that blocks are usable which the disk does not have.
+TEST_F(Media, gpt_of_a_larger_disk)
+{
+    make_disk();
+    image = machine.image("sda");
+    ovra::test::write_gpt(image, 65536, make_gpt(131072, {{1, 2048, 4095}, {2, 65000, 70000}}));
+    std::vector<std::string> found;
+    what_is_said(&found);
+    EXPECT_THAT(found, IsEmpty());
 }
 
 TEST_F(Media, blank_disk)
@@ -213,6 +372,22 @@ TEST_F(Media, disk_without_a_file)
 {
     make_disk();
     expect_no_medium("dev/sda: no disk or image that can be read");
+}
+
+// Of a disk that cannot be opened whoever asks for its medium hears why; the others are listed without it.
+TEST_F(Media, disk_that_cannot_be_opened)
+{
+    make_disk();
+    make_table("label: gpt\\nstart=2048,size=2048\\n");
+    const descriptors drive = all_of(VS_DRIVE);
+    fs::rename(image, machine.root() / "dev/sdb");
+    fs::create_symlink("sdb", image);
+    expect_no_medium("dev/sda: no disk or image that can be read: " + std::string(strerror(ELOOP)));
+    int err = 0;
+    EXPECT_EQ(vs_get_associated_descriptors(drive[0], VS_MEDIA, &err), nullptr);
+    EXPECT_EQ(err, ELOOP);
+    fs::remove(image);
+    EXPECT_EQ(associated(all_of(VS_DRIVE)[0], VS_MEDIA)[0], 0U);
 }
 
 TEST_F(Media, what_is_no_image)
@@ -248,14 +423,28 @@ TEST_F(Media, damaged_tables)
          {"label: gpt\\nstart=2048,size=2048\\n", "label: dos\\nstart=2048,size=2048,type=83\\n"}) {
         make_table(script);
         const std::string good = machine.contents(image);
+        const std::vector<std::string> undamaged = volumes();
+        ASSERT_FALSE(undamaged.empty());
         for (size_t at = 0; at < 1200; at += at >= 440 && at < 700 ? 1 : 16) {
             const std::string byte(1, static_cast<char>(~good[at]));
             sample::patch(image, at, byte);
-            for (const std::string &row : volumes())
-                EXPECT_TRUE(row.starts_with("c0t0d0")) << at;
+            // An MBR's entry that was damaged may be another partition of its number.
+            const bool in_entries = at >= 446 && at < 510;
+            const std::string damaged = "c0t0d0p" + std::to_string((at - 446) / 16 + 1) + ' ';
+            for (const std::string &row : volumes()) {
+                EXPECT_TRUE(std::ranges::count(undamaged, row) == 1 || row == "c0t0d0p0 0 65536" ||
+                            (in_entries && row.starts_with(damaged)))
+                    << at << ": " << row;
+                std::istringstream fields(row);
+                std::string name;
+                uint64_t first = 0;
+                uint64_t size = 0;
+                EXPECT_TRUE(fields >> name >> first >> size) << row;
+                EXPECT_TRUE(size > 0 && size <= 65536 && first <= 65536 - size) << at << ": " << row;
+            }
             sample::patch(image, at, good.substr(at, 1));
         }
-        EXPECT_FALSE(volumes().empty());
+        EXPECT_EQ(volumes(), undamaged);
     }
 }
 

@@ -2,7 +2,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <ovra/ovra.h>
+
 #include "tests/devices/sample.h"
+#include "tests/support/gpt.h"
 
 namespace {
 
@@ -50,8 +53,61 @@ TEST(Places, ide_channel_with_too_many_disks)
     const auto function = machine.function("pci0000:00/0000:00:01.1", ide_class);
     machine.disk("sda", machine.ata(function, 1, 1, "0:0:2:0"));
     machine.disk("sdb", machine.ata(function, 2, 2, "1:0:0:0"));
-    EXPECT_THAT(drives(), ElementsAre("c0t2d0 /pci@0,0/pci8086,1234@1,1/ide@1/hdrv@0,0 sdb 512 65536",
-                                      "c0t65536d0 /pci@0,0/pci8086,1234@1,1/blkdev@0,0 sda 512 65536"));
+    std::vector<std::string> found;
+    const std::string messages = said([&] { found = drives(); });
+    EXPECT_THAT(found, ElementsAre("c0t2d0 /pci@0,0/pci8086,1234@1,1/ide@1/hdrv@0,0 sdb 512 65536",
+                                   "c0t65536d0 /pci@0,0/pci8086,1234@1,1/blkdev@0,0 sda 512 65536"));
+    EXPECT_THAT(messages, testing::HasSubstr("drive 2 of a channel has no path"));
+}
+
+TEST(Places, port_multiplier_with_too_many_ports)
+{
+    const sample machine;
+    const auto function = machine.function("pci0000:00/0000:00:1f.2", sata_class);
+    machine.disk("sda", machine.ata(function, 1, 1, "0:15:0:0", 17));
+    machine.disk("sdb", machine.ata(function, 1, 1, "0:16:0:0", 17));
+    // Not the one that is attached to the controller itself.
+    machine.disk("sdc", machine.ata(function, 2, 2, "1:0:0:0"));
+    std::vector<std::string> found;
+    const std::string messages = said([&] { found = drives(); });
+    EXPECT_THAT(found, ElementsAre("c0t1d0 /pci@0,0/pci8086,1234@1f,2/disk@1,0 sdc 512 65536",
+                                   "c0t480d0 /pci@0,0/pci8086,1234@1f,2/disk@1e0,0 sda 512 65536",
+                                   "c0t65536d0 /pci@0,0/pci8086,1234@1f,2/blkdev@0,0 sdb 512 65536"));
+    EXPECT_THAT(messages, testing::HasSubstr("the disk of port 16 of a port multiplier has no path"));
+}
+
+// Of a multiplier's port the path has three bits besides the one that says that there is a multiplier.
+TEST(Places, port_multiplier_ports_that_a_path_cannot_tell_apart)
+{
+    const sample machine;
+    const auto function = machine.function("pci0000:00/0000:00:1f.2", sata_class);
+    machine.disk("sda", machine.ata(function, 1, 1, "0:1:0:0", 15));
+    machine.disk("sdb", machine.ata(function, 1, 1, "0:9:0:0", 15));
+    EXPECT_THAT(drives(), ElementsAre("c0t288d0 /pci@0,0/pci8086,1234@1f,2/disk@120,0 sda 512 65536",
+                                      "c0t65536d0 /pci@0,0/pci8086,1234@1f,2/blkdev@0,0 sdb 512 65536"));
+}
+
+// A path tells them apart, a name does not.
+TEST(Places, disks_of_two_transports_never_share_a_name)
+{
+    const sample machine;
+    const auto function = machine.function("pci0000:00/0000:00:1f.2", raid_class);
+    machine.disk("sda", machine.ata(function, 6, 6, "5:0:0:0"));
+    machine.disk("sdb", function + "/host9/target9:0:5/9:0:5:0");
+    machine.disk("sdc", function + "/host9/target9:0:5/9:0:5:1");
+    std::vector<std::string> found;
+    const std::string messages = said([&] { found = drives(); });
+    EXPECT_THAT(found, ElementsAre("c0t5d0 /pci@0,0/pci8086,1234@1f,2/disk@5,0 sda 512 65536",
+                                   "c0t5d1 /pci@0,0/pci8086,1234@1f,2/sd@5,1 sdc 512 65536",
+                                   "c0t65536d0 /pci@0,0/pci8086,1234@1f,2/blkdev@0,0 sdb 512 65536"));
+    EXPECT_THAT(messages, testing::HasSubstr("hwplat: sdb: another disk has the same target"));
+    // Neither does a disk that is counted take the name of one that has a target.
+    const auto both = machine.function("pci0000:00/0000:00:02.0", raid_class);
+    machine.disk("vda", both + "/virtio0");
+    machine.disk("sdd", both + "/host10/target10:0:0/10:0:0:0");
+    EXPECT_THAT(drives(),
+                testing::IsSupersetOf({"c0t0d0 /pci@0,0/pci8086,1234@2/sd@0,0 sdd 512 65536",
+                                       "c0t65536d0 /pci@0,0/pci8086,1234@2/blkdev@0,0 vda 512 65536"}));
 }
 
 // A path has no channel: the second disk of a target keeps a name, but has no path of its own.
@@ -77,8 +133,11 @@ TEST(Places, disks_without_a_path_get_names_of_their_own)
     const auto function = machine.function("pci0000:00/0000:00:03.0", raid_class);
     machine.disk("sda", function + "/host0/target0:0:70000/0:0:70000:0");
     machine.disk("sdb", function + "/host0/target0:0:0/0:0:0:0");
-    EXPECT_THAT(drives(), ElementsAre("c0t0d0 /pci@0,0/pci8086,1234@3/sd@0,0 sdb 512 65536",
-                                      "c0t65536d0 /pci@0,0/pci8086,1234@3/blkdev@0,0 sda 512 65536"));
+    std::vector<std::string> found;
+    const std::string messages = said([&] { found = drives(); });
+    EXPECT_THAT(found, ElementsAre("c0t0d0 /pci@0,0/pci8086,1234@3/sd@0,0 sdb 512 65536",
+                                   "c0t65536d0 /pci@0,0/pci8086,1234@3/blkdev@0,0 sda 512 65536"));
+    EXPECT_THAT(messages, testing::HasSubstr("0:0:70000:0 has no place in a path"));
 }
 
 TEST(Places, sas_controller)
@@ -129,6 +188,80 @@ TEST(Places, what_is_no_disk_is_passed_over)
     machine.disk("fd0", "sys/devices/platform/floppy.0");
     EXPECT_THAT(drives(), IsEmpty());
     EXPECT_THAT(tree_paths(), ElementsAre("/", "/pci@0,0", "/pci@0,0/pci8086,1234@1f,2"));
+}
+
+// What a disk is called does not depend on which others are there.
+TEST(Places, disks_keep_their_names_when_another_of_the_function_goes)
+{
+    const sample machine;
+    const auto raid = machine.function("pci0000:00/0000:00:03.0", raid_class);
+    machine.disk("sda", raid + "/host0/target0:0:1/0:0:1:0");
+    machine.disk("sdb", raid + "/host0/target0:0:70000/0:0:70000:0");
+    const std::vector<std::string> before = drives();
+    EXPECT_THAT(before, ElementsAre("c0t1d0 /pci@0,0/pci8086,1234@3/sd@1,0 sda 512 65536",
+                                    "c0t65536d0 /pci@0,0/pci8086,1234@3/blkdev@0,0 sdb 512 65536"));
+    fs::remove(machine.root() / "sys/block/sda");
+    EXPECT_THAT(drives(), ElementsAre(before[1]));
+}
+
+TEST(Places, controllers_keep_their_numbers_when_their_only_disk_goes)
+{
+    for (const unsigned class_code : {0x0c0010U, 0x0c0330U, 0x0c0400U, 0x080501U, 0x010802U}) {
+        const sample machine;
+        // Numbered in the order of the tree, also where a controller of another class carries a disk.
+        const auto counted = machine.function("pci0000:00/0000:00:07.0", class_code);
+        machine.disk("sda", machine.function("pci0000:00/0000:00:06.0", 0xff0000) + "/host0/target/0:0:0:0");
+        machine.disk("sdb", counted + "/host1/target1:0:0/1:0:0:0");
+        machine.disk("sdc",
+                     machine.function("pci0000:00/0000:00:08.0", raid_class) + "/host2/target/2:0:0:0");
+        const std::vector<std::string> before = drives();
+        ASSERT_EQ(before.size(), 3U);
+        EXPECT_TRUE(before[0].starts_with("c0t0d0 ")) << before[0];
+        EXPECT_THAT(before[0], testing::HasSubstr(" sdb ")) << class_code;
+        fs::remove(machine.root() / "sys/block/sdb");
+        EXPECT_THAT(drives(), ElementsAre(before[1], before[2])) << class_code;
+    }
+}
+
+// A function may carry buses of a domain of its own.
+TEST(Places, host_bridge_below_a_function)
+{
+    const sample machine;
+    const auto function = machine.function("pci0000:00/0000:00:0e.0", raid_class, 0x8086, 0x9a0b);
+    const std::string below = function.substr(std::string("sys/devices/").size()) + "/pci10000:e0";
+    machine.function(below + "/10000:e0:06.0", 0x060400);
+    machine.disk("nvme0n1",
+                 machine.function(below + "/10000:e0:06.0/10000:e1:00.0", 0x010802) + "/nvme/nvme0");
+    EXPECT_THAT(drives(),
+                ElementsAre("c1t0d0 /pci@0,0/pci8086,9a0b@e/pci8086,1234@6/pci8086,1234@0/blkdev@0,0 nvme0n1 "
+                            "512 65536"));
+    EXPECT_THAT(tree_paths(),
+                ElementsAre("/", "/pci@0,0", "/pci@0,0/pci8086,9a0b@e",
+                            "/pci@0,0/pci8086,9a0b@e/pci8086,1234@6",
+                            "/pci@0,0/pci8086,9a0b@e/pci8086,1234@6/pci8086,1234@0",
+                            "/pci@0,0/pci8086,9a0b@e/pci8086,1234@6/pci8086,1234@0/blkdev@0,0"));
+}
+
+// Decimal, unlike all other numbers of the tree, since that is how the core reads it.
+TEST(Places, ide_channels_are_decimal)
+{
+    const sample machine;
+    const auto function = machine.function("pci0000:00/0000:00:01.1", ide_class);
+    machine.disk("sda", machine.ata(function, 11, 11, "0:0:1:0"));
+    ovra::test::write_gpt(machine.image("sda"), 65536, ovra::test::make_gpt(65536, {{1, 2048, 4095}}));
+    EXPECT_THAT(drives(), ElementsAre("c0t21d0 /pci@0,0/pci8086,1234@1,1/ide@10/hdrv@1,0 sda 512 65536"));
+    ovra_hdl_t handle = nullptr;
+    ASSERT_EQ(ovra_init(&handle), 0);
+    std::string name = "c0t21d0s0";
+    ovra_path_t instance = {name.data(), nullptr};
+    ovra_path_t *paths[] = {&instance, nullptr};
+    ovra_epath_t packed = nullptr;
+    int size = 0;
+    ASSERT_EQ(ovra_epath_encode(handle, paths, 1, &packed, &size), 0);
+    const std::string bytes(static_cast<const char *>(static_cast<void *>(packed)),
+                            static_cast<size_t>(size));
+    EXPECT_THAT(bytes, testing::HasSubstr(std::string("\x03\x01\x08\0\x0a\x01\0\0", 8)));
+    ovra_fini(handle);
 }
 
 // In the order of their paths: bridges, then devices, with what is behind a bridge at its place.

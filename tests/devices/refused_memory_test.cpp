@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <functional>
-#include <new>
 #include <string>
 
 #include <fcntl.h>
@@ -12,66 +11,14 @@
 #include <gtest/gtest.h>
 
 #include "tests/devices/sample.h"
-
-namespace {
-
-struct memory {
-    bool refusing = false;
-    bool all_that_follow = false;
-    long before_refusal = 0;
-    long refused = 0;
-    long live = 0;
-};
-memory state;
-
-bool refuses()
-{
-    if (!state.refusing || (state.before_refusal-- != 0 && (!state.all_that_follow || state.refused == 0)))
-        return false;
-    ++state.refused;
-    return true;
-}
-
-} // namespace
-
-// Not inlined: the compiler would see free() meet an operator new that it knows nothing of.
-[[gnu::noinline]] void *operator new(std::size_t size)
-{
-    void *block = refuses() ? nullptr : std::malloc(size);
-    if (block == nullptr)
-        throw std::bad_alloc();
-    ++state.live;
-    return block;
-}
-
-[[gnu::noinline]] void *operator new(std::size_t size, const std::nothrow_t &) noexcept
-{
-    void *block = refuses() ? nullptr : std::malloc(size);
-    state.live += block != nullptr;
-    return block;
-}
-
-[[gnu::noinline]] void operator delete(void *block) noexcept
-{
-    state.live -= block != nullptr;
-    std::free(block);
-}
-
-void operator delete(void *block, std::size_t) noexcept
-{
-    operator delete(block);
-}
+#include "tests/support/refused_new.h"
 
 namespace {
 
 using namespace devices_test;
-
-int lowest_free_descriptor()
-{
-    const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    close(fd);
-    return fd;
-}
+using ovra::test::lowest_free_descriptor;
+using ovra::test::new_state;
+using ovra::test::operator_new;
 
 class DevicesRefusedMemory : public testing::Test {
 protected:
@@ -82,13 +29,13 @@ protected:
         for (const bool all_that_follow : {false, true}) {
             for (long n = 0;; ++n) {
                 const int free_descriptor = lowest_free_descriptor();
-                const memory start = {true, all_that_follow, n, 0, state.live};
-                state = start;
+                const new_state start = {true, all_that_follow, n, 0, operator_new.live};
+                operator_new = start;
                 const int error = body();
-                state.refusing = false;
-                EXPECT_EQ(state.live, start.live) << n;
+                operator_new.refusing = false;
+                EXPECT_EQ(operator_new.live, start.live) << n;
                 EXPECT_EQ(lowest_free_descriptor(), free_descriptor) << n;
-                if (state.refused == 0) {
+                if (operator_new.refused == 0) {
                     EXPECT_EQ(error, 0);
                     EXPECT_GT(n, 0) << "nothing was ever refused";
                     break;

@@ -13,6 +13,7 @@
 #include "platform/include/kvlist.h"
 #include "platform/include/volset.h"
 #include "tests/platform/machine_folder.h"
+#include "tests/support/memory_folder.h"
 
 namespace devices_test {
 
@@ -20,7 +21,7 @@ using platform_test::environment;
 namespace fs = std::filesystem;
 
 /* A machine in a temporary folder, which HWPLAT_ROOT names for as long as this lives. */
-class sample : public platform_test::machine_folder {
+class sample : ovra::test::folders_in_memory, public platform_test::machine_folder {
 public:
     /* An empty machine. */
     sample() = default;

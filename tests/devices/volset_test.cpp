@@ -1,5 +1,7 @@
 // Descriptors: what they stand for, and what belongs to what.
+#include <atomic>
 #include <cerrno>
+#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -48,6 +50,36 @@ TEST_F(Volset, names_by_kind)
         }
         vs_free_descriptor(found);
     }
+}
+
+// A name may stand without its folder; drives and media have none.
+TEST_F(Volset, names_without_a_folder)
+{
+    for (const auto &[kind, name, own] :
+         {std::tuple(VS_SLICE, "c5t0d0s0", "/dev/dsk/c5t0d0s0"),
+          std::tuple(VS_PARTITION, "c5t3d0p1", "/dev/rdsk/c5t3d0p1"),
+          std::tuple(VS_DRIVE, "c5t3d0", "c5t3d0"), std::tuple(VS_DRIVE, "/dev/dsk/c5t3d0", "c5t3d0"),
+          std::tuple(VS_DRIVE, "c4t0d0", "c4t0d0"), std::tuple(VS_MEDIA, "c5t3d0", "c5t3d0")}) {
+        const vs_descriptor_t found = named(kind, name);
+        ASSERT_NE(found, 0U) << name;
+        EXPECT_EQ(name_of(found), own);
+        vs_free_descriptor(found);
+    }
+    for (const auto &[kind, name] :
+         {std::pair(VS_SLICE, "c5t0d0"), std::pair(VS_PARTITION, "c5t3d0"), std::pair(VS_DRIVE, "c5t3d0p1"),
+          std::pair(VS_DRIVE, "/dev/rdsk/c5t3d0"), std::pair(VS_MEDIA, "c5t3d0p1"),
+          std::pair(VS_MEDIA, "c4t0d0"), std::pair(VS_DRIVE, "c9t0d0"), std::pair(VS_DRIVE, "")})
+        EXPECT_EQ(named(kind, name), 0U) << name;
+}
+
+// A medium has the name of its drive.
+TEST_F(Volset, names_of_media)
+{
+    std::vector<std::string> names;
+    const descriptors media = all_of(VS_MEDIA);
+    for (size_t i = 0; media[i] != 0; ++i)
+        names.push_back(name_of(media[i]));
+    EXPECT_THAT(names, testing::ElementsAre("c0t0d0", "c1t1d2", "c2t0d0", "c5t0d0", "c5t3d0"));
 }
 
 TEST_F(Volset, what_belongs_to_what)
@@ -119,6 +151,43 @@ TEST_F(Volset, descriptors_stay_usable_while_the_machine_changes)
     EXPECT_EQ(name_of(slices[0]), "/dev/dsk/c0t0d0s0");
     EXPECT_EQ(attribute(attributes_of(slices[0]).get(), "start"), 2048U);
     EXPECT_NE(associated(slices[0], VS_MEDIA)[0], 0U);
+}
+
+TEST_F(Volset, two_threads_at_once)
+{
+    const std::vector<std::string> paths = tree_paths();
+    const std::vector<std::string> parts = volumes();
+    const std::string link = link_of("/dev/dsk/c5t0d0s0");
+    std::atomic<int> differences = 0;
+    const auto look = [&] {
+        for (int i = 0; i < 20; ++i)
+            differences +=
+                (tree_paths() != paths) + (volumes() != parts) + (link_of("/dev/dsk/c5t0d0s0") != link);
+    };
+    std::thread other(look);
+    look();
+    other.join();
+    EXPECT_EQ(differences, 0);
+}
+
+// Descriptors of one snapshot, of which the media are read when they are first asked for.
+TEST_F(Volset, two_threads_with_descriptors_of_one_array)
+{
+    const descriptors all = all_of(VS_DRIVE);
+    const auto look = [&](std::vector<std::string> *names) {
+        for (size_t i = 0; all[i] != 0; ++i) {
+            const descriptors media = associated(all[i], VS_MEDIA);
+            for (size_t j = 0; media[j] != 0; ++j)
+                names->push_back(name_of(media[j]));
+        }
+    };
+    std::vector<std::string> here;
+    std::vector<std::string> there;
+    std::thread other(look, &there);
+    look(&here);
+    other.join();
+    EXPECT_THAT(here, testing::ElementsAre("c0t0d0", "c1t1d2", "c2t0d0", "c5t0d0", "c5t3d0"));
+    EXPECT_EQ(there, here);
 }
 
 TEST_F(Volset, nothing_is_released)

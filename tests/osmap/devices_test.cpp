@@ -38,9 +38,6 @@ protected:
     bool is_null = false;
 };
 
-const std::string disk_nodes = std::string(root_bridge) + sata_function + sata_disk;
-const std::string file_node = "04 04 08 00 5c 00 00 00 "; // "\"
-
 } // namespace
 
 TEST_F(devices, the_short_form_of_a_slice)

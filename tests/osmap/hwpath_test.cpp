@@ -24,8 +24,6 @@ protected:
     }
 };
 
-const std::string disk_nodes = std::string(root_bridge) + sata_function + sata_disk;
-
 } // namespace
 
 TEST_F(hwpath, a_disk_name_is_read_through_its_link)

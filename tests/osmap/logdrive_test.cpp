@@ -6,8 +6,6 @@ using namespace ovra::test;
 
 namespace {
 
-const std::string file_node = "04 04 08 00 5c 00 00 00 ";
-
 class logdrive : public mapping {
 protected:
     std::string encode(const char *device, const char *file, int flags)
@@ -31,7 +29,6 @@ protected:
     }
 };
 
-const std::string disk_nodes = std::string(root_bridge) + sata_function + sata_disk;
 const std::string second_disk_nodes =
     std::string(root_bridge) + sata_function + "03 12 0a 00 01 00 00 80 00 00 ";
 

@@ -27,6 +27,8 @@ inline constexpr char sata_function[] = "01 01 06 00 02 1f ";
 inline constexpr char ide_function[] = "01 01 06 00 01 1f ";
 inline constexpr char scsi_function[] = "01 01 06 00 00 05 ";
 inline constexpr char sata_disk[] = "03 12 0a 00 00 00 00 80 00 00 ";
+inline const std::string disk_nodes = std::string(root_bridge) + sata_function + sata_disk;
+inline const std::string file_node = "04 04 08 00 5c 00 00 00 "; // "\\"
 inline constexpr char end_entire[] = "7f ff 04 00 ";
 inline constexpr char end_instance[] = "7f 01 04 00 ";
 

@@ -3,63 +3,20 @@
 #include <cerrno>
 #include <cstdlib>
 #include <functional>
-#include <new>
 #include <string>
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "tests/platform/devns_calls.h"
-
-namespace {
-
-struct memory {
-    bool refusing = false;
-    bool all_that_follow = false;
-    long before_refusal = 0;
-    long refused = 0;
-    long live = 0;
-};
-memory state;
-
-} // namespace
-
-// Not inlined: the compiler would see free() meet an operator new that it knows nothing of.
-[[gnu::noinline]] void *operator new(std::size_t size)
-{
-    if (state.refusing && (state.before_refusal-- == 0 || (state.all_that_follow && state.refused != 0))) {
-        ++state.refused;
-        throw std::bad_alloc();
-    }
-    void *block = std::malloc(size);
-    if (block == nullptr)
-        throw std::bad_alloc();
-    ++state.live;
-    return block;
-}
-
-[[gnu::noinline]] void operator delete(void *block) noexcept
-{
-    if (block != nullptr)
-        --state.live;
-    std::free(block);
-}
-
-void operator delete(void *block, std::size_t) noexcept
-{
-    operator delete(block);
-}
+#include "tests/support/refused_new.h"
 
 namespace {
 
 using namespace platform_test;
-
-int lowest_free_descriptor()
-{
-    int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    close(fd);
-    return fd;
-}
+using ovra::test::lowest_free_descriptor;
+using ovra::test::new_state;
+using ovra::test::operator_new;
 
 class RefusedMemory : public testing::Test {
 protected:
@@ -104,14 +61,14 @@ protected:
                 std::string before = everything();
                 int free_descriptor = lowest_free_descriptor();
                 status = not_answered;
-                memory start = {true, all_that_follow, n, 0, state.live};
-                state = start;
+                new_state start = {true, all_that_follow, n, 0, operator_new.live};
+                operator_new = start;
                 int result = body();
                 int error = errno;
-                state.refusing = false;
-                EXPECT_EQ(state.live, start.live) << n;
+                operator_new.refusing = false;
+                EXPECT_EQ(operator_new.live, start.live) << n;
                 EXPECT_EQ(lowest_free_descriptor(), free_descriptor) << n;
-                if (state.refused == 0) {
+                if (operator_new.refused == 0) {
                     EXPECT_EQ(result, 0);
                     EXPECT_EQ(status, expected);
                     EXPECT_GT(n, 0) << "nothing was ever refused";

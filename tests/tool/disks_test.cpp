@@ -1,10 +1,19 @@
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 
+#include <unistd.h>
+
+#include "tests/support/gpt.h"
+#include "tests/support/memory_folder.h"
 #include "tests/tool/support.h"
 
 namespace tool_test {
 
+namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 
 namespace {
@@ -19,7 +28,7 @@ struct known_volume {
     std::string full_form;
 };
 
-std::vector<known_volume> known_volumes()
+std::vector<known_volume> known_volumes(const std::string &of)
 {
     std::ifstream table(OVRA_TEST_DATA "/devices.tsv");
     std::vector<known_volume> all;
@@ -30,7 +39,7 @@ std::vector<known_volume> known_volumes()
         known_volume next;
         if (!(cells >> machine >> next.name >> link >> next.path >> next.start >> next.size >>
               next.short_form >> next.full_form) ||
-            machine != "q35")
+            machine != of)
             continue;
         all.push_back(next);
     }
@@ -44,13 +53,38 @@ bool is_hex(const std::string &text)
 
 } // namespace
 
-class Disks : public Machine {
+class Disks : ovra::test::folders_in_memory, public Machine {
 protected:
-    Disks()
+    explicit Disks(const std::string &captured = "q35")
     {
-        const std::string unpack =
-            "tar --sparse -xzf '" OVRA_TEST_DATA "/machines/q35.tar.gz' -C '" + root.string() + "'";
+        fs::remove_all(root / "sys");
+        const std::string unpack = "tar --sparse -xzf '" OVRA_TEST_DATA "/machines/" + captured +
+                                   ".tar.gz' -C '" + root.string() + "'";
         EXPECT_EQ(system(unpack.c_str()), 0);
+    }
+
+    // A text file of sysfs.
+    void put_text(const std::string &path, const std::string &text) const
+    {
+        fs::create_directories((root / path).parent_path());
+        std::ofstream(root / path) << text << '\n';
+    }
+
+    // A disk of 32 MiB at a place in sysfs, without an image.
+    void put_disk(const std::string &name, const std::string &place) const
+    {
+        const std::string path = place + "/block/" + name;
+        put_text(path + "/size", "65536");
+        put_text(path + "/queue/logical_block_size", "512");
+        fs::create_symlink(".." + path.substr(3), root / "sys/block" / name);
+    }
+
+    // The same with an image of two slices.
+    void put_partitioned_disk(const std::string &name, const std::string &place) const
+    {
+        put_disk(name, place);
+        ovra::test::write_gpt(root / "dev" / name, 65536,
+                              ovra::test::make_gpt(65536, {{1, 2048, 4095}, {2, 4096, 8191}}));
     }
 
     // The entry of a slice or partition in what "ovra disks" says.
@@ -64,37 +98,146 @@ protected:
         }
         return nullptr;
     }
+
+    // The entry of the disk that has it.
+    static json disk_of(const json &disks, const std::string &volume)
+    {
+        for (const json &disk : disks["disks"]) {
+            for (const json &each : disk["volumes"]) {
+                if (each["name"] == volume)
+                    return disk;
+            }
+        }
+        return nullptr;
+    }
+
+    // As a GUID's text stands on disk.
+    static std::string bytes_of_guid(std::string text)
+    {
+        std::erase(text, '-');
+        std::string data = from_hex(text);
+        std::reverse(data.begin(), data.begin() + 4);
+        std::reverse(data.begin() + 4, data.begin() + 6);
+        std::reverse(data.begin() + 6, data.begin() + 8);
+        return data;
+    }
 };
 
-TEST_F(Disks, agree_with_what_is_known_of_them)
+// Each captured machine.
+class KnownDisks : public Disks, public ::testing::WithParamInterface<const char *> {
+protected:
+    KnownDisks() : Disks(GetParam()) {}
+
+    std::vector<known_volume> known = known_volumes(GetParam());
+};
+
+INSTANTIATE_TEST_SUITE_P(Machines, KnownDisks, ::testing::Values("q35", "pc"),
+                         [](const auto &tested) { return std::string(tested.param); });
+
+TEST_P(KnownDisks, agree_with_what_is_known_of_them)
 {
     const json disks = parsed({"disks"});
-    const auto known = known_volumes();
-    ASSERT_GE(known.size(), 4u);
+    ASSERT_GE(known.size(), 2u);
+    std::vector<std::string> names;
+    for (const json &disk : disks["disks"]) {
+        for (const json &volume : disk["volumes"])
+            names.push_back(volume["name"]);
+        const std::string path = disk["path"];
+        EXPECT_EQ(disk["controller"], path.substr(0, path.rfind('/')));
+    }
+    std::vector<std::string> known_names;
     for (const known_volume &expected : known) {
+        known_names.push_back(expected.name);
         const json found = volume(disks, expected.name);
         ASSERT_FALSE(found.is_null()) << expected.name;
         EXPECT_EQ(found["start"], expected.start) << expected.name;
         EXPECT_EQ(found["size"], expected.size) << expected.name;
+        const bool slice = expected.name.find('s') != std::string::npos;
+        EXPECT_EQ(found["kind"], slice ? "slice" : "partition") << expected.name;
+        const json disk = disk_of(disks, expected.name);
+        EXPECT_EQ(disk["path"], expected.path) << expected.name;
+        EXPECT_EQ(disk["medium"], slice ? "GPT" : "MBR") << expected.name;
+        EXPECT_EQ(disk["error"], nullptr);
+        // The signature stands in the known path behind 24 bytes: of a slice its GUID, else that of the MBR.
+        const std::string stored = from_hex(expected.short_form).substr(24, 16);
+        if (slice) {
+            EXPECT_EQ(bytes_of_guid(found["guid"]), stored) << expected.name;
+            EXPECT_EQ(disk["signature"], nullptr);
+        } else {
+            EXPECT_EQ(found["guid"], nullptr) << expected.name;
+            std::string signature = from_hex(disk["signature"].get<std::string>());
+            std::ranges::reverse(signature);
+            EXPECT_EQ(signature + std::string(12, '\0'), stored) << expected.name;
+        }
     }
+    std::ranges::sort(names);
+    std::ranges::sort(known_names);
+    EXPECT_EQ(names, known_names);
 }
 
-TEST_F(Disks, become_the_known_paths)
+// Options of each, in both forms: the bytes are the known ones, and each shows and is found by its disk.
+TEST_P(KnownDisks, become_the_known_paths_and_are_found_by_them)
 {
     size_t in_full = 0;
-    for (const known_volume &expected : known_volumes()) {
-        const words create = {"create", "--desc", "x", "--dry-run", "--disk", expected.name};
-        if (is_hex(expected.short_form)) {
-            EXPECT_EQ(parsed(create)["changes"][0]["path"], expected.short_form) << expected.name;
+    std::map<std::string, std::vector<std::string>> of_disks;
+    for (const known_volume &expected : known) {
+        ASSERT_TRUE(is_hex(expected.short_form)) << expected.name;
+        std::vector<std::string> &options = of_disks[expected.name];
+        for (const bool full : {false, true}) {
+            words create = {"create", "--desc", "x", "--disk", expected.name};
+            if (full)
+                create.emplace_back("--full");
+            const std::string &path = full ? expected.full_form : expected.short_form;
+            if (!is_hex(path)) {
+                EXPECT_EQ(path, "-");
+                const outcome refused = run(create);
+                EXPECT_EQ(refused.status, 1);
+                EXPECT_THAT(refused.err, HasSubstr("unrecognized node name: blkdev@0,0"));
+                continue;
+            }
+            const json created = parsed(create);
+            EXPECT_EQ(created["changes"][0]["path"], path) << expected.name;
+            options.push_back(created["changes"][0]["variable"]);
+            const json shown = parsed({"show", options.back()});
+            EXPECT_EQ(shown["disks"], json({expected.name}));
+            EXPECT_EQ(shown["path"], path) << expected.name;
+            in_full += full;
         }
-        if (!is_hex(expected.full_form))
-            continue;
-        words full = create;
-        full.emplace_back("--full");
-        EXPECT_EQ(parsed(full)["changes"][0]["path"], expected.full_form) << expected.name;
-        ++in_full;
+        EXPECT_EQ(parsed({"find", expected.name})["options"], json(options)) << expected.name;
     }
+    const json disks = parsed({"disks"});
+    for (const auto &[name, options] : of_disks)
+        EXPECT_EQ(volume(disks, name)["options"], json(options)) << name;
     EXPECT_GE(in_full, 2u);
+}
+
+TEST_F(Disks, have_the_sizes_of_their_blocks)
+{
+    const json disks = parsed({"disks"});
+    const json sata = disk_of(disks, "c5t0d0s0");
+    EXPECT_EQ(sata["block_size"], 512);
+    EXPECT_EQ(sata["blocks"], 131072);
+    const json nvme = disk_of(disks, "c2t0d0s0");
+    EXPECT_EQ(nvme["block_size"], 4096);
+    EXPECT_EQ(nvme["blocks"], 16384);
+    EXPECT_EQ(disk_of(disks, "c5t3d0p0")["signature"], "1234abcd");
+    EXPECT_EQ(volume(disks, "c5t0d0s1")["guid"], "5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02");
+}
+
+// Between an IDE disk and its function there is a channel.
+TEST_F(Disks, of_an_ide_channel_have_its_function_as_controller)
+{
+    put_text("sys/devices/pci0000:00/0000:00:1f.1/vendor", "0x8086");
+    put_text("sys/devices/pci0000:00/0000:00:1f.1/device", "0x7010");
+    put_text("sys/devices/pci0000:00/0000:00:1f.1/revision", "0x00");
+    put_text("sys/devices/pci0000:00/0000:00:1f.1/class", "0x010180");
+    const std::string port = "sys/devices/pci0000:00/0000:00:1f.1/ata9";
+    put_text(port + "/ata_port/ata9/port_no", "2");
+    put_partitioned_disk("sdi", port + "/host9/target9:0:1/9:0:1:0");
+    const json disks = parsed({"disks"});
+    const json disk = disk_of(disks, "c5t3d0s0");
+    EXPECT_EQ(disk["path"], "/pci@0,0/pci8086,7010@1f,1/ide@1/hdrv@1,0");
+    EXPECT_EQ(disk["controller"], "/pci@0,0/pci8086,7010@1f,1");
 }
 
 TEST_F(Disks, are_shown_with_the_options_that_find_gives)
@@ -124,13 +267,46 @@ TEST_F(Disks, are_printed)
     const std::string text = output({"disks"});
     EXPECT_THAT(text,
                 HasSubstr("c5t0d0  sda  64.0 MiB  GPT\n"
-                          "  /pci@0,0/pci8086,2922@1f,2/disk@0,0\n"
+                          "  Controller  /pci@0,0/pci8086,2922@1f,2\n"
+                          "  Path        /pci@0,0/pci8086,2922@1f,2/disk@0,0\n"
                           "  Name      Linux  Start  Blocks  GUID                                  Boot "
                           "options\n"));
     EXPECT_THAT(text, HasSubstr("  c5t0d0s1  sda2   43008  32768   5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02  "
                                 "Boot0008\n"));
     EXPECT_THAT(text, HasSubstr("c5t3d0  sdb  32.0 MiB  MBR 1234abcd\n"));
-    EXPECT_THAT(text, HasSubstr("c4t0d0  vda  8.0 MiB  no partition table\n"));
+    EXPECT_THAT(text, HasSubstr("c4t0d0  vda  8.0 MiB  no medium that can be read\n"));
+}
+
+// Most disks are not for everybody to read; that is not to say that they are blank.
+TEST_F(Disks, that_cannot_be_read_say_so)
+{
+    if (geteuid() == 0) {
+        fs::permissions(root / "dev/sda", fs::perms::none);
+        surroundings nobody;
+        nobody.as_nobody = true;
+        const outcome printed = run({"disks"}, nobody);
+        EXPECT_EQ(printed.status, 0) << printed.err;
+        EXPECT_THAT(printed.out,
+                    HasSubstr("c5t0d0  sda  64.0 MiB  no medium that can be read: Permission denied\n"));
+        EXPECT_THAT(printed.out, HasSubstr("c3t0d0  sde  8.0 MiB  no medium that can be read\n"));
+        EXPECT_THAT(printed.out, HasSubstr("c5t3d0  sdb  32.0 MiB  MBR 1234abcd\n"));
+    }
+    // The same for a reason that everybody meets.
+    fs::remove(root / "dev/sda");
+    fs::create_symlink("sdb", root / "dev/sda");
+    const json disks = parsed({"disks"});
+    size_t unreadable = 0;
+    for (const json &disk : disks["disks"]) {
+        if (disk["kernel_name"] == "sda") {
+            EXPECT_EQ(disk["medium"], nullptr);
+            EXPECT_EQ(disk["error"], strerror(ELOOP));
+            ++unreadable;
+        } else if (disk["kernel_name"] == "sde" || disk["kernel_name"] == "vda") { // blank; without a file
+            EXPECT_EQ(disk["medium"], nullptr);
+            EXPECT_EQ(disk["error"], nullptr);
+        }
+    }
+    EXPECT_EQ(unreadable, 1u);
 }
 
 TEST_F(Disks, are_shown_without_firmware)
@@ -163,11 +339,28 @@ TEST_F(Disks, may_be_given_by_their_linux_names)
             << given;
         EXPECT_EQ(parsed({"find", given})["disk"], name) << given;
     }
+    EXPECT_EQ(parsed({"create", "--desc", "x", "--disk", "/dev/sda1", "--dry-run"})["disk"], "c5t0d0s0");
+    EXPECT_EQ(parsed({"create", "--desc", "y", "--disk", "/dev/sdb5"})["disk"], "c5t3d0p5");
+    EXPECT_EQ(output({"remove", "Boot0008"}).find("/dev"), std::string::npos);
     EXPECT_THAT(output({"create", "--desc", "x", "--disk", "/dev/sda1"}),
                 HasSubstr("/dev/sda1 is c5t0d0s0.\n"));
     EXPECT_EQ(output({"find", "/dev/sda1"}), "/dev/sda1 is c5t0d0s0.\nBoot0008  x\n");
     EXPECT_EQ(output({"find", "c5t0d0s0"}), "Boot0008  x\n");
     EXPECT_EQ(output({"find", "c5t0d0s1"}), "no option boots from c5t0d0s1\n");
+}
+
+// Behind a name that ends in a digit Linux writes a "p" before the number.
+TEST_F(Disks, of_an_sd_host_may_be_given_by_their_linux_names)
+{
+    const std::string host = "sys/devices/pci0000:00/0000:00:1e.0";
+    for (const auto &[file, text] :
+         {std::pair("vendor", "0x8086"), {"device", "0xa32b"}, {"revision", "0x10"}, {"class", "0x080501"}})
+        put_text(host + "/" + file, text);
+    put_partitioned_disk("mmcblk0", host + "/mmc_host/mmc0/mmc0:0001");
+    const json found = parsed({"find", "/dev/mmcblk0p2"});
+    EXPECT_THAT(found["disk"].get<std::string>(), ::testing::MatchesRegex("c[0-9]+t0d0s1"));
+    EXPECT_EQ(volume(parsed({"disks"}), found["disk"])["kernel_name"], "mmcblk0p2");
+    EXPECT_EQ(run({"find", "mmcblk02"}).status, 1);
 }
 
 TEST_F(Disks, that_are_not_there_are_refused)
@@ -194,26 +387,47 @@ TEST_F(Disks, of_an_option_are_shown)
     EXPECT_EQ(parsed({"show", "Boot0005"})["disks"], json::array());
 }
 
+// 1,000 disks of 16 slices each, beside those of the machine.
 TEST_F(Disks, may_be_a_thousand)
 {
-    namespace fs = std::filesystem;
-    const std::string host = "devices/pci0000:00/0000:00:03.0/virtio0/host6/target6:0:";
-    const fs::path sys = root / "sys";
-    for (int at = 0; at < 1000; ++at) {
+    constexpr int most = 1000;
+    constexpr unsigned slices = 16;
+    constexpr uint64_t blocks = 65536;
+    std::vector<ovra::test::gpt_entry> entries;
+    for (unsigned i = 1; i <= slices; ++i)
+        entries.push_back({i, i * 2048, i * 2048 + 2047});
+    const ovra::test::gpt_bytes table = ovra::test::make_gpt(blocks, entries);
+    const std::string host = "sys/devices/pci0000:00/0000:00:03.0/virtio0/host6/target6:0:";
+    for (int at = 0; at < most; ++at) {
         const std::string target = std::to_string(2 + at / 8);
-        const std::string unit = host + target + "/6:0:" + target + ":" + std::to_string(at % 8) + "/block/";
         const std::string name = "sdx" + std::string(1, static_cast<char>('a' + at / 100)) +
                                  static_cast<char>('a' + at / 10 % 10) + static_cast<char>('a' + at % 10);
-        fs::create_directories(sys / unit);
-        fs::copy(sys / (host + "1/6:0:1:2/block/sdc"), sys / (unit + name),
-                 fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-        fs::create_symlink("../" + unit + name, sys / "block" / name);
-        fs::create_hard_link(root / "dev/sdc", root / "dev" / name);
+        put_disk(name, host + target + "/6:0:" + target + ":" + std::to_string(at % 8));
+        ovra::test::write_gpt(root / "dev" / name, blocks, table);
     }
-    const json disks = parsed({"disks"});
-    ASSERT_EQ(disks["disks"].size(), 1007u);
-    EXPECT_EQ(volume(disks, "c1t2d0s0")["kernel_name"], "sdxaaa1");
-    EXPECT_EQ(volume(disks, "c1t126d7s0")["kernel_name"], "sdxjjj1");
+    const auto start = std::chrono::steady_clock::now();
+    std::istringstream text(output({"disks"}));
+    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
+    std::map<std::string, std::string> linux_names; // of the slices on that controller
+    size_t shown = 0;
+    for (std::string line; std::getline(text, line);) {
+        std::istringstream cells(line);
+        std::string name;
+        std::string linux_name;
+        cells >> name >> linux_name;
+        shown += line.starts_with("c");
+        if (line.starts_with("  c1t"))
+            linux_names[name] = linux_name;
+    }
+    EXPECT_EQ(shown, most + 7u);
+    EXPECT_EQ(linux_names.size(), most * slices + 1) << "with that of sdc";
+    EXPECT_EQ(linux_names["c1t2d0s0"], "sdxaaa1");
+    EXPECT_EQ(linux_names["c1t126d7s0"], "sdxjjj1");
+    EXPECT_EQ(linux_names["c1t126d7s15"], "sdxjjj16");
+#ifndef __SANITIZE_ADDRESS__
+    EXPECT_LT(seconds.count(), 2);
+#endif
+    RecordProperty("milliseconds", static_cast<int>(seconds.count() * 1000));
     EXPECT_EQ(parsed({"find", "/dev/sdxjjj1"})["disk"], "c1t126d7s0");
 }
 
@@ -229,6 +443,19 @@ TEST_F(Disks, stand_in_the_tree)
     EXPECT_EQ(bridge["properties"]["acpi-hid"], "PNP0A08");
     EXPECT_EQ(bridge["children"][0]["properties"]["vendor-id"], 0x8086);
     EXPECT_EQ(bridge["children"][0]["path"], "/pci@0,0/pci8086,29c0@0");
+    EXPECT_EQ(bridge["drive"], nullptr);
+    EXPECT_EQ(bridge["kernel_name"], nullptr);
+    std::map<std::string, std::string> names;
+    for (const json &function : bridge["children"]) {
+        for (const json &child : function["children"]) {
+            if (!child["drive"].is_null())
+                names[child["drive"]] = child["kernel_name"];
+        }
+    }
+    EXPECT_THAT(names, ::testing::IsSupersetOf({std::pair<const std::string, std::string>("c5t0d0", "sda"),
+                                                {"c5t3d0", "sdb"},
+                                                {"c1t1d2", "sdc"},
+                                                {"c2t0d0", "nvme0n1"}}));
 }
 
 } // namespace tool_test

@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <cstring>
 #include <string_view>
 #include <unordered_map>
 
@@ -59,6 +61,18 @@ std::string signature_text(uint32_t signature)
     return format("%08x", signature);
 }
 
+// The tree path of the function that carries a drive.
+std::string controller_of(const drive &drive)
+{
+    std::string path = drive.path;
+    const auto cut = [&path] { path.resize(std::min(path.rfind('/'), path.size())); };
+    cut();
+    const std::string_view above = path;
+    if (above.substr(above.rfind('/') + 1).starts_with("ide@")) // a channel of it
+        cut();
+    return path;
+}
+
 json to_json(const std::vector<drive> &drives, const uses &uses)
 {
     json list = json::array();
@@ -74,15 +88,15 @@ json to_json(const std::vector<drive> &drives, const uses &uses)
                                {"guid", volume.is_slice ? json(guid_text(volume.guid)) : json(nullptr)},
                                {"options", options ? option_names(*options) : json(nullptr)}});
         }
-        const size_t slash = drive.path.rfind('/');
         list.push_back(
             {{"drive", drive.name},
              {"kernel_name", drive.kernel_name},
              {"path", drive.path},
-             {"controller", drive.path.substr(0, slash == std::string::npos ? 0 : slash)},
+             {"controller", controller_of(drive)},
              {"block_size", drive.block_size},
              {"blocks", drive.blocks},
              {"medium", drive.has_medium ? json(drive.medium()) : json(nullptr)},
+             {"error", drive.error != 0 ? json(strerror(drive.error)) : json(nullptr)},
              {"signature", drive.signature ? json(signature_text(*drive.signature)) : json(nullptr)},
              {"volumes", std::move(volumes)}});
     }
@@ -96,18 +110,24 @@ std::string identity(const volume &volume)
     return volume.number == 0 ? "whole disk" : "";
 }
 
+std::string medium_text(const drive &drive)
+{
+    if (drive.has_medium)
+        return drive.medium() + (drive.signature ? " " + signature_text(*drive.signature) : "");
+    return std::string("no medium that can be read") +
+           (drive.error != 0 ? std::string(": ") + strerror(drive.error) : "");
+}
+
 std::string as_text(const std::vector<drive> &drives, const uses &uses)
 {
     if (drives.empty())
         return "no disks\n";
     std::string all;
     for (const drive &drive : drives) {
-        std::string line = drive.name + "  " + printable(drive.kernel_name) + "  " +
-                           size_text(drive.blocks * drive.block_size);
-        line += drive.has_medium ? std::string("  ") + drive.medium() : "  no partition table";
-        if (drive.signature)
-            line += " " + signature_text(*drive.signature);
-        all += line + "\n  " + printable(drive.path) + '\n';
+        all += drive.name + "  " + printable(drive.kernel_name) + "  " +
+               size_text(drive.blocks * drive.block_size) + "  " + medium_text(drive) + '\n';
+        all += "  Controller  " + printable(controller_of(drive)) + '\n';
+        all += "  Path        " + printable(drive.path) + '\n';
         if (drive.volumes.empty())
             continue;
         table rows;

@@ -23,12 +23,12 @@ struct releasing {
     void operator()(char *text) const { free(text); }
 };
 using descriptors = std::unique_ptr<vs_descriptor_t, releasing>;
-using attributes = std::unique_ptr<kvlist_t, releasing>;
+using attribute_list = std::unique_ptr<kvlist_t, releasing>;
 
-attributes attributes_of(vs_descriptor_t of)
+attribute_list attribute_list_of(vs_descriptor_t of)
 {
     int error = 0;
-    attributes list(vs_get_attributes(of, &error));
+    attribute_list list(vs_get_attributes(of, &error));
     if (!list)
         throw failure(std::string("cannot read a disk: ") + strerror(error));
     return list;
@@ -83,7 +83,7 @@ void read_volumes(vs_descriptor_t medium, vs_kind_t kind, drive *of)
     int error = 0;
     const descriptors found(vs_get_associated_descriptors(medium, kind, &error));
     for (const vs_descriptor_t *at = found.get(); at && *at; ++at) {
-        const attributes list = attributes_of(*at);
+        const attribute_list list = attribute_list_of(*at);
         volume next;
         next.name = name_of(*at);
         next.is_slice = kind == VS_SLICE;
@@ -101,10 +101,12 @@ void read_medium(vs_descriptor_t of, drive *drive)
 {
     int error = 0;
     const descriptors media(vs_get_associated_descriptors(of, VS_MEDIA, &error));
-    if (!media || !media.get()[0])
-        return; // blank, or not readable
+    if (!media || !media.get()[0]) {
+        drive->error = error;
+        return;
+    }
     const vs_descriptor_t medium = media.get()[0];
-    const attributes list = attributes_of(medium);
+    const attribute_list list = attribute_list_of(medium);
     drive->has_medium = true;
     uint32_t signature = 0;
     if (kvlist_lookup_uint32(list.get(), "volserno", &signature) == 0)
@@ -115,7 +117,7 @@ void read_medium(vs_descriptor_t of, drive *drive)
 
 drive read_drive(vs_descriptor_t of)
 {
-    const attributes list = attributes_of(of);
+    const attribute_list list = attribute_list_of(of);
     drive next;
     next.name = name_of(of);
     next.kernel_name = text_of(list.get(), "kernel-name");

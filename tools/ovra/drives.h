@@ -30,6 +30,7 @@ struct drive {
     uint32_t block_size = 0;
     uint64_t blocks = 0;
     bool has_medium = false;
+    int error = 0;                     // errno value: why its medium cannot be read, where that is known
     std::optional<uint32_t> signature; // of an MBR
     std::vector<volume> volumes;
 

@@ -1,0 +1,111 @@
+/* GUID partition tables made by hand: many of them at little cost, and such as no tool would write. */
+#ifndef TESTS_SUPPORT_GPT_H
+#define TESTS_SUPPORT_GPT_H
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace ovra::test {
+
+struct gpt_entry {
+    unsigned number = 0; /* from 1 */
+    std::uint64_t first = 0;
+    std::uint64_t last = 0; /* the entry's own last block */
+};
+
+/* What stands at the start and at the end of a disk, in blocks of 512 bytes. */
+struct gpt_bytes {
+    std::string head; /* protective MBR, header, entries */
+    std::string tail; /* entries, header */
+};
+
+inline std::uint32_t crc32(const std::string &bytes)
+{
+    static const auto table = [] {
+        std::array<std::uint32_t, 256> rows = {};
+        for (std::uint32_t row = 0; row < rows.size(); ++row) {
+            rows[row] = row;
+            for (int bit = 0; bit < 8; ++bit)
+                rows[row] = rows[row] >> 1 ^ ((rows[row] & 1) != 0 ? 0xedb88320 : 0);
+        }
+        return rows;
+    }();
+    std::uint32_t sum = ~0U;
+    for (const char byte : bytes)
+        sum = sum >> 8 ^ table[(sum ^ static_cast<unsigned char>(byte)) & 0xff];
+    return ~sum;
+}
+
+inline void put_number(std::string *bytes, std::size_t at, std::uint64_t value, std::size_t size)
+{
+    for (std::size_t i = 0; i < size; ++i)
+        (*bytes)[at + i] = static_cast<char>(value >> (8 * i) & 0xff);
+}
+
+/*
+ * A table of `count` entries for a disk of `blocks`, with both checksums right whatever the entries say. The
+ * GUID of an entry is `seed` and its number, each in 8 bytes.
+ */
+inline gpt_bytes make_gpt(std::uint64_t blocks, const std::vector<gpt_entry> &entries, unsigned count = 128,
+                          std::uint64_t seed = 1)
+{
+    constexpr std::size_t block = 512;
+    constexpr std::size_t entry_size = 128;
+    std::string table(count * entry_size, '\0');
+    for (const gpt_entry &entry : entries) {
+        const std::size_t at = (entry.number - 1) * entry_size;
+        put_number(&table, at, 0x477284830fc63daf, 8); // type: Linux file system data
+        put_number(&table, at + 8, 0xe47d47d8693d798e, 8);
+        put_number(&table, at + 16, seed, 8);
+        put_number(&table, at + 24, entry.number, 8);
+        put_number(&table, at + 32, entry.first, 8);
+        put_number(&table, at + 40, entry.last, 8);
+    }
+    const std::uint64_t table_blocks = (table.size() + block - 1) / block;
+    const std::uint32_t table_sum = crc32(table);
+    table.resize(table_blocks * block);
+    const auto header = [&](std::uint64_t own, std::uint64_t other, std::uint64_t table_at) {
+        std::string bytes(92, '\0');
+        bytes.replace(0, 8, "EFI PART");
+        put_number(&bytes, 8, 0x10000, 4); // revision
+        put_number(&bytes, 12, bytes.size(), 4);
+        put_number(&bytes, 24, own, 8);
+        put_number(&bytes, 32, other, 8);
+        put_number(&bytes, 40, 2 + table_blocks, 8); // the first usable block, and the last
+        put_number(&bytes, 48, blocks - 2 - table_blocks, 8);
+        put_number(&bytes, 56, seed, 8);
+        put_number(&bytes, 72, table_at, 8);
+        put_number(&bytes, 80, count, 4);
+        put_number(&bytes, 84, entry_size, 4);
+        put_number(&bytes, 88, table_sum, 4);
+        put_number(&bytes, 16, crc32(bytes), 4);
+        bytes.resize(block);
+        return bytes;
+    };
+    std::string mbr(block, '\0');
+    mbr[446 + 4] = '\xee';
+    put_number(&mbr, 446 + 8, 1, 4);
+    put_number(&mbr, 446 + 12, 0xffffffff, 4);
+    put_number(&mbr, 510, 0xaa55, 2);
+    return {mbr + header(1, blocks - 1, 2) + table, table + header(blocks - 1, 1, blocks - 1 - table_blocks)};
+}
+
+/* A sparse image that holds nothing but the table. */
+inline void write_gpt(const std::filesystem::path &image, std::uint64_t blocks, const gpt_bytes &table)
+{
+    std::ofstream stream(image, std::ios::binary | std::ios::trunc);
+    stream << table.head;
+    stream.seekp(static_cast<std::streamoff>(blocks * 512 - table.tail.size()));
+    stream << table.tail;
+    if (!stream.flush())
+        throw std::runtime_error("cannot write " + image.string());
+}
+
+} // namespace ovra::test
+
+#endif
