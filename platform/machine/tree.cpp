@@ -17,6 +17,9 @@ namespace {
 constexpr unsigned deepest_bridge = 32;
 constexpr std::size_t most_nodes = 16384;
 
+constexpr char pci_bridge[] = "PNP0A03";
+constexpr char pcie_bridge[] = "PNP0A08";
+
 struct bus_number {
     unsigned domain = 0;
     unsigned bus = 0;
@@ -119,7 +122,7 @@ private:
         const auto firmware_node = files.link(path + "/firmware_node");
         const auto hid = firmware_node ? files.text(*firmware_node + "/hid") : std::nullopt;
         // A bridge that the firmware does not describe is taken for a plain PCI one.
-        strings["acpi-hid"] = hid.value_or("PNP0A03");
+        strings["acpi-hid"] = hid.value_or(pci_bridge);
         if (!hid)
             return;
         if (auto uid = files.text(*firmware_node + "/uid"))
@@ -130,6 +133,10 @@ private:
         if (modalias.starts_with(own) && modalias.size() > own.size()) {
             const std::size_t end = std::min(modalias.find(':', own.size()), modalias.size());
             strings["acpi-cid"] = modalias.substr(own.size(), end - own.size());
+            // Firmware starts nothing whose path begins otherwise than its own, which begin with PNP0A03 on
+            // PCIe too.
+            if (*hid == pcie_bridge && strings["acpi-cid"] == pci_bridge)
+                strings["acpi-hid"] = pci_bridge;
         }
     }
 

@@ -301,12 +301,20 @@ TEST_F(Hostile, firmware_nodes)
                                  "pci:PNP0A08:PNP0A03:", "acpi:PNP0A03:PNP0A08:", "acpi:PNP0A080:PNP0A03:"}) {
         machine.text("sys/devices/node/modalias", modalias);
         EXPECT_EQ(other_identifier("acpi-cid"), "(none)") << modalias;
+        EXPECT_EQ(identifier(), "PNP0A08") << modalias;
     }
     for (const char *modalias :
          {"acpi:PNP0A08:PNP0A03:", "acpi:PNP0A08:PNP0A03", "acpi:PNP0A08:PNP0A03:X:"}) {
         machine.text("sys/devices/node/modalias", modalias);
         EXPECT_EQ(other_identifier("acpi-cid"), "PNP0A03") << modalias;
+        EXPECT_EQ(identifier(), "PNP0A03") << modalias;
     }
+    machine.text("sys/devices/node/modalias", "acpi:PNP0A08:ABC0001:");
+    EXPECT_EQ(identifier(), "PNP0A08");
+    machine.text("sys/devices/node/hid", "ABC0001");
+    machine.text("sys/devices/node/modalias", "acpi:ABC0001:PNP0A03:");
+    EXPECT_EQ(identifier(), "ABC0001");
+    machine.text("sys/devices/node/hid", "PNP0A08");
     machine.text("sys/devices/node/uid", "7");
     EXPECT_EQ(other_identifier("acpi-uid"), "7");
     // As the firmware says it: what the text means is for its reader.

@@ -61,7 +61,7 @@ TEST_F(Hwtree, all_nodes_in_order)
 TEST_F(Hwtree, properties)
 {
     const snapshot bridge(ht_init("/pci@0,0", HT_PROPS));
-    EXPECT_EQ(text(bridge.get(), "acpi-hid"), "PNP0A08");
+    EXPECT_EQ(text(bridge.get(), "acpi-hid"), "PNP0A03");
     EXPECT_EQ(text(bridge.get(), "acpi-cid"), "PNP0A03");
     EXPECT_EQ(text(bridge.get(), "acpi-uid"), "0");
     const snapshot sata(ht_init("/pci@0,0/pci8086,2922@1f,2", HT_PROPS));
@@ -128,7 +128,7 @@ TEST_F(Hwtree, snapshot_stays_while_the_machine_changes)
     EXPECT_THAT(tree_paths(), ElementsAre("/"));
     ht_node_t bridge = ht_child_node(before.get());
     ASSERT_NE(bridge, nullptr);
-    EXPECT_EQ(text(bridge, "acpi-hid"), "PNP0A08");
+    EXPECT_EQ(text(bridge, "acpi-hid"), "PNP0A03");
 }
 
 TEST_F(Hwtree, null_is_released)

@@ -177,6 +177,32 @@ TEST_F(Efivarfs, space_is_what_the_file_system_reports)
     EXPECT_EQ(space.variable, space.remaining);
 }
 
+// Kernels hold some of the store back: "free" counts that, "available" does not.
+TEST_F(Efivarfs, space_is_what_can_be_written)
+{
+    const platform_test::replaced_fstatfs reports{[](int, struct statfs *info) {
+        *info = {};
+        info->f_bsize = 2;
+        info->f_blocks = 131022;
+        info->f_bfree = 123312;
+        info->f_bavail = 120752;
+        return 0;
+    }};
+    machine::variable_space space;
+    ASSERT_EQ(machine::query_variable_info(*firmware, 7, &space), EFI_SUCCESS);
+    EXPECT_EQ(space.store, 262044u);
+    EXPECT_EQ(space.remaining, 241504u);
+    EXPECT_EQ(space.variable, 241504u);
+}
+
+TEST_F(Efivarfs, space_cannot_be_read)
+{
+    const platform_test::replaced_fstatfs fails{[](int, struct statfs *) { return EIO; }};
+    machine::variable_space space = {1, 2, 3};
+    EXPECT_EQ(machine::query_variable_info(*firmware, 7, &space), EFI_DEVICE_ERROR);
+    EXPECT_EQ(space.store, 1u);
+}
+
 TEST_F(Efivarfs, space_is_unsupported_where_nothing_is_reported)
 {
     machine::descriptor proc(open("/proc", O_PATH | O_DIRECTORY | O_CLOEXEC));

@@ -21,6 +21,7 @@ struct failure {
 std::optional<failure> active;
 std::map<wrapped, int> counts;
 ioctl_stand_in stand_in_for_ioctl;
+fstatfs_stand_in stand_in_for_fstatfs;
 
 /* Counts the call; true when it shall fail, errno set. */
 bool fails(wrapped call)
@@ -59,6 +60,16 @@ replaced_ioctl::~replaced_ioctl()
     stand_in_for_ioctl = nullptr;
 }
 
+replaced_fstatfs::replaced_fstatfs(fstatfs_stand_in stand_in)
+{
+    stand_in_for_fstatfs = std::move(stand_in);
+}
+
+replaced_fstatfs::~replaced_fstatfs()
+{
+    stand_in_for_fstatfs = nullptr;
+}
+
 extern "C" {
 
 ssize_t __real_write(int fd, const void *data, std::size_t size);
@@ -66,6 +77,7 @@ int __real_fsync(int fd);
 int __real_renameat(int from_folder, const char *from, int to_folder, const char *to);
 int __real_flock(int fd, int operation);
 int __real_ioctl(int fd, unsigned long request, ...);
+int __real_fstatfs(int fd, struct statfs *info);
 
 ssize_t __wrap_write(int fd, const void *data, std::size_t size)
 {
@@ -102,6 +114,17 @@ int __wrap_ioctl(int fd, unsigned long request, ...)
     if (answer == 0)
         return 0;
     errno = answer;
+    return -1;
+}
+
+int __wrap_fstatfs(int fd, struct statfs *info)
+{
+    if (!stand_in_for_fstatfs)
+        return __real_fstatfs(fd, info);
+    const int error = stand_in_for_fstatfs(fd, info);
+    if (error == 0)
+        return 0;
+    errno = error;
     return -1;
 }
 

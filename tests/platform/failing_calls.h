@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <functional>
 
+#include <sys/vfs.h>
+
 namespace platform_test {
 
 enum class wrapped { write, fsync, renameat, flock };
@@ -35,6 +37,16 @@ public:
     replaced_ioctl(const replaced_ioctl &) = delete;
     replaced_ioctl &operator=(const replaced_ioctl &) = delete;
     ~replaced_ioctl();
+};
+
+/* While it lives, fstatfs is this function: 0, or an errno value. */
+using fstatfs_stand_in = std::function<int(int fd, struct statfs *info)>;
+class replaced_fstatfs {
+public:
+    explicit replaced_fstatfs(fstatfs_stand_in stand_in);
+    replaced_fstatfs(const replaced_fstatfs &) = delete;
+    replaced_fstatfs &operator=(const replaced_fstatfs &) = delete;
+    ~replaced_fstatfs();
 };
 
 } // namespace platform_test

@@ -434,13 +434,13 @@ TEST_F(Disks, may_be_a_thousand)
 TEST_F(Disks, stand_in_the_tree)
 {
     const std::string text = output({"tree"});
-    EXPECT_THAT(text, HasSubstr("hwplat\n  pci@0,0              PNP0A08\n"));
+    EXPECT_THAT(text, HasSubstr("hwplat\n  pci@0,0              PNP0A03\n"));
     EXPECT_THAT(text, HasSubstr("    pci8086,2922@1f,2\n      disk@0,0         c5t0d0  sda\n"));
     const json tree = parsed({"tree"});
     EXPECT_EQ(tree["name"], "hwplat");
     EXPECT_EQ(tree["address"], nullptr);
     const json &bridge = tree["children"][0];
-    EXPECT_EQ(bridge["properties"]["acpi-hid"], "PNP0A08");
+    EXPECT_EQ(bridge["properties"]["acpi-hid"], "PNP0A03");
     EXPECT_EQ(bridge["children"][0]["properties"]["vendor-id"], 0x8086);
     EXPECT_EQ(bridge["children"][0]["path"], "/pci@0,0/pci8086,29c0@0");
     EXPECT_EQ(bridge["drive"], nullptr);

@@ -140,7 +140,7 @@ void firmware::cannot_change(const std::string &what, EFI_STATUS status, size_t 
         return ovra_query_variable_info(handle, boot_variable_attributes, &in_all, &left, &largest, &answer);
     });
     const bool full = asked == 0 && answer == EFI_SUCCESS && (left < size || largest < size);
-    if (full || status == EFI_OUT_OF_RESOURCES) {
+    if (full || status == EFI_OUT_OF_RESOURCES || reason == ENOSPC) {
         std::string advice = "Remove options that are not needed; 'ovra vars' shows what takes the room.";
         if (asked == 0 && answer == EFI_SUCCESS)
             advice += format("\n%lu bytes are left, %lu for one variable.", left, largest);

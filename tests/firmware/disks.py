@@ -1,0 +1,49 @@
+"""Disk images whose first partition is an EFI system partition with the guest's kernel on it."""
+import os
+import subprocess
+
+PATH = os.environ["PATH"] + ":/usr/sbin:/sbin"  # where users other than root do not look
+
+BLOCK = 512
+START = 2048  # blocks
+SIZE = 98304  # blocks, 48 MiB
+
+KERNEL = r"\EFI\T\K.EFI"
+INITRD = r"\EFI\T\I.GZ"
+COMMAND_LINE = rf"initrd={INITRD} console=ttyS0 quiet panic=-1"
+
+
+def run(*command, text=None):
+    done = subprocess.run(command, input=text, capture_output=True, text=True, env={**os.environ, "PATH": PATH})
+    if done.returncode != 0:
+        raise RuntimeError(f"{' '.join(map(str, command))}: {done.stdout}{done.stderr}")
+
+
+def system_partition(kernel, initramfs, folder):
+    """The contents of an EFI system partition. The firmware's shell, which the firmware comes to when no disk has a
+    default loader, starts the kernel by startup.nsh."""
+    image = folder / "esp"
+    with open(image, "wb") as file:
+        file.truncate(SIZE * BLOCK)
+    run("mformat", "-i", image, "-T", str(SIZE), "-h", "16", "-s", "32", "-c", "4", "::")
+    run("mmd", "-i", image, "::/EFI", "::/EFI/T")
+    run("mcopy", "-i", image, kernel, "::/EFI/T/K.EFI")
+    run("mcopy", "-i", image, initramfs, "::/EFI/T/I.GZ")
+    script = folder / "startup.nsh"
+    script.write_text(f"{KERNEL} {COMMAND_LINE}\r\n")
+    run("mcopy", "-i", image, script, "::/startup.nsh")
+    return image
+
+
+def disk(image, table, partition, guid=None, signature=None):
+    """Makes the disk `image` with the file `partition` as its first partition, behind a GPT (with the entry's `guid`)
+    or an MBR (with the disk's `signature`)."""
+    with open(image, "wb") as file:
+        file.truncate((START + SIZE + START) * BLOCK)
+    if table == "gpt":
+        run("sgdisk", "--new", f"1:{START}:{START + SIZE - 1}", "--typecode", "1:ef00", "--partition-guid", f"1:{guid}",
+            image)
+    else:
+        script = f"label: dos\nlabel-id: {signature:#010x}\nstart={START}, size={SIZE}, type=ef\n"
+        run("sfdisk", "--quiet", image, text=script)
+    run("dd", f"if={partition}", f"of={image}", f"bs={BLOCK}", f"seek={START}", "conv=notrunc,sparse", "status=none")

@@ -1,0 +1,113 @@
+"""Makes the initramfs of the guests: busybox, the kernel modules that they need, the command with its libraries."""
+import gzip
+import os
+import re
+import stat
+import subprocess
+from pathlib import Path
+
+MODULES = ["ahci", "sd_mod", "virtio_pci", "virtio_scsi", "nvme", "efivarfs"]
+
+
+def newest_kernel():
+    """The version of the newest installed kernel; None when there is none."""
+
+    def by_number(version):
+        return [int(part) for part in re.findall(r"\d+", version)]
+
+    versions = [image.name.removeprefix("vmlinuz-") for image in Path("/boot").glob("vmlinuz-*")]
+    versions = [version for version in versions if Path("/lib/modules", version, "modules.dep").exists()]
+    return max(versions, key=by_number, default=None)
+
+
+def modules_in_order(version):
+    """The files of MODULES and of all that they need, each behind what it needs."""
+    folder = Path("/lib/modules", version)
+    needs = {}
+    for line in (folder / "modules.dep").read_text().splitlines():
+        module, _, others = line.partition(":")
+        needs[module] = others.split()
+    by_name = {re.sub(r"\.ko.*", "", Path(module).name).replace("-", "_"): module for module in needs}
+    order = []
+
+    def add(module):
+        if module not in order:
+            for other in reversed(needs[module]):
+                add(other)
+            order.append(module)
+
+    # What sd_mod computes its checksums with is found by name only when it is loaded.
+    for name in ["crct10dif_generic", *MODULES]:
+        add(by_name[name])
+    return [folder / module for module in order]
+
+
+def libraries_of(programs):
+    """The shared libraries that the programs load, as they are found on this machine: name in the guest to file."""
+    libraries = {}
+    for program in programs:
+        listing = subprocess.run(["ldd", program], check=True, capture_output=True, text=True).stdout
+        for line in listing.splitlines():
+            found = re.fullmatch(r"\s*(?:(\S+) => )?(/\S+) \(0x[0-9a-f]+\)", line)
+            if found:
+                name, file = found.groups()
+                libraries[f"lib/{name}" if name else file.lstrip("/")] = file
+    return libraries
+
+
+class Archive:
+    """A cpio archive in the form that the kernel unpacks ("newc")."""
+
+    def __init__(self):
+        self.data = bytearray()
+        self.folders = set()
+        self.inode = 0
+
+    def _entry(self, name, mode, content=b"", device=(0, 0)):
+        self.inode += 1
+        numbers = [self.inode, mode, 0, 0, 1, 0, len(content), 0, 0, *device, len(name) + 1, 0]
+        self.data += b"070701" + b"".join(b"%08x" % number for number in numbers) + name.encode() + b"\0"
+        self._pad()
+        self.data += content
+        self._pad()
+
+    def _pad(self):
+        self.data += bytes(-len(self.data) % 4)
+
+    def folder(self, name):
+        if name in ("", ".") or name in self.folders:
+            return
+        self.folder(os.path.dirname(name))
+        self.folders.add(name)
+        self._entry(name, stat.S_IFDIR | 0o755)
+
+    def file(self, name, content, mode=0o755):
+        self.folder(os.path.dirname(name))
+        self._entry(name, stat.S_IFREG | mode, content)
+
+    def console(self, name):
+        self.folder(os.path.dirname(name))
+        self._entry(name, stat.S_IFCHR | 0o600, device=(5, 1))
+
+    def end(self):
+        self._entry("TRAILER!!!", 0)
+        return bytes(self.data)
+
+
+def make(programs, guest_init, version):
+    """The compressed initramfs with the programs and the libraries that they load."""
+    archive = Archive()
+    for folder in ["proc", "sys", "dev", "tmp", "lib/modules"]:
+        archive.folder(folder)
+    archive.console("dev/console")
+    archive.file("init", Path(guest_init).read_bytes())
+    archive.file("bin/busybox", Path("/bin/busybox").read_bytes())
+    for program in programs:
+        archive.file(f"bin/{Path(program).name}", Path(program).read_bytes())
+    for name, file in libraries_of(programs).items():
+        archive.file(name, Path(file).read_bytes())
+    modules = modules_in_order(version)
+    for module in modules:
+        archive.file(f"lib/modules/{module.name}", module.read_bytes(), 0o644)
+    archive.file("lib/modules/order", "".join(f"{module.name}\n" for module in modules).encode(), 0o644)
+    return gzip.compress(archive.end(), 1, mtime=0)

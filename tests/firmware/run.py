@@ -1,0 +1,107 @@
+"""Starts virtual machines with real firmware.
+    run.py packages                  fails with what is missing on this machine
+    run.py images COMMAND SPACE DIR  makes the disks of the guests in DIR
+    run.py SCENARIO DIR              runs one scenario on the disks in DIR
+"""
+import importlib
+import shutil
+import sys
+import tempfile
+from pathlib import Path
+
+import disks
+import initramfs
+from machine import FIRMWARE_CODE, FIRMWARE_VARIABLES, Failure, Machine
+
+HERE = Path(__file__).parent
+
+# Where each Debian package is seen.
+PACKAGES = {
+    "qemu-system-x86": lambda: shutil.which("qemu-system-x86_64"),
+    "ovmf": lambda: Path(FIRMWARE_CODE).exists() and Path(FIRMWARE_VARIABLES).exists(),
+    "linux-image-amd64": initramfs.newest_kernel,
+    "busybox-static": lambda: Path("/bin/busybox").exists(),
+    "mtools": lambda: shutil.which("mformat"),
+    "gdisk": lambda: shutil.which("sgdisk", path=disks.PATH),
+    "fdisk": lambda: shutil.which("sfdisk", path=disks.PATH),
+    "efibootmgr": lambda: Path("/bin/efibootmgr").exists(),
+}
+
+# The GPTs' first entries, so that a scenario can give one machine several disks that differ.
+GUIDS = {
+    "gpt": "5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c01",
+    "gpt2": "5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02",
+    "gpt3": "5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c03",
+}
+SIGNATURE = 0x1234ABCD
+
+
+class Lab:
+    """Machines of one scenario: their folder, and the disks that all scenarios share."""
+
+    def __init__(self, images, folder):
+        self.images = Path(images).resolve()
+        self.folder = Path(folder)
+        self.machines = []
+
+    def machine(self, *devices):
+        folder = self.folder / f"machine-{len(self.machines) + 1}"
+        folder.mkdir()
+        self.machines.append(Machine(folder, [argument for device in devices for argument in device]))
+        return self.machines[-1]
+
+    def image(self, name):
+        return self.images / name
+
+    def close(self):
+        for machine in self.machines:
+            machine.off()
+
+
+def check_packages():
+    missing = [name for name, is_there in PACKAGES.items() if not is_there()]
+    if missing:
+        sys.exit(f"The tests on real firmware need these Debian packages, which are missing: {' '.join(missing)}\n"
+                 "scripts/check installs them; scripts/check --fast leaves these tests out.")
+
+
+def make_images(command, space, folder):
+    folder = Path(folder)
+    folder.mkdir(parents=True, exist_ok=True)
+    version = initramfs.newest_kernel()
+    archive = folder / "initramfs"
+    archive.write_bytes(initramfs.make([command, space, "/bin/efibootmgr"], HERE / "init", version))
+    partition = disks.system_partition(Path("/boot", f"vmlinuz-{version}"), archive, folder)
+    for name, guid in GUIDS.items():
+        disks.disk(folder / name, "gpt", partition, guid=guid)
+    disks.disk(folder / "mbr", "mbr", partition, signature=SIGNATURE)
+
+
+def run_scenario(name, images):
+    scenario = importlib.import_module(f"scenarios.{name}")
+    with tempfile.TemporaryDirectory(prefix=f"ovra-{name}-") as folder:
+        lab = Lab(images, folder)
+        try:
+            scenario.run(lab)
+        except (Failure, AssertionError):
+            for machine in lab.machines:
+                print(machine.transcript())
+            raise
+        finally:
+            lab.close()
+
+
+def main(arguments):
+    match arguments:
+        case ["packages"]:
+            check_packages()
+        case ["images", command, space, folder]:
+            make_images(command, space, folder)
+        case [scenario, images]:
+            run_scenario(scenario, images)
+        case _:
+            sys.exit(__doc__)
+
+
+if __name__ == "__main__":
+    main(sys.argv[1:])

@@ -1,0 +1,29 @@
+"""An option made from a disk's name, booted once through BootNext."""
+from machine import sata_disk
+
+from . import common
+
+
+def run(lab):
+    machine = lab.machine(sata_disk(lab.image("gpt"), 0))
+    start = machine.start().wait_for_guest()
+    own = [option["description"] for option in common.options(start).values()]
+    assert any("HARDDISK" in description for description in own), f"the firmware's own options: {own}"
+    common.expect("BootNext", start.ovra("next")["next"], None)
+    before = common.order(start)
+
+    number = common.create(start, "second-loader", "c0t0d0s0")
+    common.expect("BootOrder", common.order(start), before + [common.name(number)])
+    start.output(f"ovra next {common.name(number)}")
+    common.expect("BootNext", start.ovra("next")["next"], common.name(number))
+    common.reset(start)
+
+    start = machine.start().wait_for_guest()
+    common.expect_started(start, number, "second-loader")
+    common.expect("BootNext", start.ovra("next")["next"], None)
+    common.expect("BootOrder", common.order(start), before + [common.name(number)])
+    common.reset(start)
+
+    # Once only: the firmware goes back to its order.
+    start = machine.start().wait_for_guest()
+    assert start.option_started()[0] != number, "the option was started twice"

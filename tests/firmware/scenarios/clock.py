@@ -1,0 +1,58 @@
+"""The clock, the wake-up alarm, and the room for variables."""
+import datetime
+import re
+
+from machine import sata_disk
+
+from . import common
+
+VARIABLES = "/sys/firmware/efi/efivars"
+
+
+def seconds(text):
+    return int(datetime.datetime.fromisoformat(text + "+00:00").timestamp())
+
+
+def chip(start):
+    """What the kernel's driver says of the clock's chip."""
+    return dict(re.findall(r"^(\S+)\s*: (.*)$", start.output("cat /proc/driver/rtc"), re.MULTILINE))
+
+
+def run(lab):
+    machine = lab.machine(sata_disk(lab.image("gpt"), 0))
+    start = machine.start().wait_for_guest()
+
+    # The kernel took its own clock from the chip when it started.
+    before, ours, after = start.output("date -u +%s; ovra time; date -u +%s").split()
+    assert int(before) - 2 <= seconds(ours) <= int(after) + 2, f"{ours} between {before} and {after}"
+
+    start.output("ovra time --set 2031-02-03T04:05:06")
+    ours = start.output("ovra time").strip()
+    assert 0 <= seconds(ours) - seconds("2031-02-03T04:05:06") <= 5, ours
+    now = chip(start)
+    assert 0 <= seconds(f"{now['rtc_date']}T{now['rtc_time']}") - seconds(ours) <= 5, f"{ours}, but the chip: {now}"
+
+    common.expect("the alarm", start.ovra("time --wakeup"), {"enabled": False, "pending": False, "time": None})
+    start.output("ovra time --wakeup --set 2031-02-03T12:34:56")
+    common.expect("the alarm", start.ovra("time --wakeup"),
+                  {"enabled": True, "pending": False, "time": "2031-02-03T12:34:56"})
+    now = chip(start)
+    common.expect("the chip's alarm", (now["alrm_date"], now["alrm_time"], now["alarm_IRQ"]),
+                  ("2031-02-03", "12:34:56", "yes"))
+    start.output("ovra time --wakeup --clear")
+    common.expect("the alarm", start.ovra("time --wakeup")["enabled"], False)
+    common.expect("the chip's alarm", chip(start)["alarm_IRQ"], "no")
+    # An alarm that goes off is over.
+    soon = datetime.datetime.fromisoformat(start.output("ovra time").strip()) + datetime.timedelta(seconds=3)
+    start.output(f"ovra time --wakeup --set {soon.isoformat()}")
+    common.expect("the alarm", start.ovra("time --wakeup")["enabled"], True)
+    start.output("sleep 5")
+    common.expect("the alarm", start.ovra("time --wakeup")["enabled"], False)
+
+    # Where the kernel does not say how large the store is (statfs shows 0 blocks), nobody does.
+    said = start.output("space").strip()
+    block, blocks, free = (int(word) for word in start.output(f"stat -f -c '%S %b %a' {VARIABLES}").split())
+    if blocks == 0:
+        common.expect("QueryVariableInfo", said, "status 8000000000000003")
+    else:
+        common.expect("QueryVariableInfo", said, f"{block * blocks} {block * free} {block * free}")
