@@ -94,7 +94,7 @@ EFI_STATUS efivarfs_space(int folder, variable_space *space)
         return EFI_UNSUPPORTED;
     auto block = static_cast<UINT64>(info.f_bsize);
     space->store = info.f_blocks * block;
-    space->remaining = info.f_bavail * block; // the kernel lets nobody write into what it holds back of the rest
+    space->remaining = info.f_bavail * block; // into what the kernel holds back nobody can write
     space->variable =
         space->remaining; // the kernel keeps the firmware's own limit to itself; none is above this
     return EFI_SUCCESS;

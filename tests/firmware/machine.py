@@ -58,6 +58,7 @@ class Start:
     """One start of a machine, from switching on until it is off."""
 
     def __init__(self, machine, number, arguments):
+        self.machine = machine
         self.folder = machine.folder
         self.sockets = [self.folder / name for name in ("console", "guest", "qmp")]
         for path in self.sockets:
@@ -120,6 +121,8 @@ class Start:
             return True
 
         self._wait("guest", limit, ready)
+        starting = re.findall(r"BdsDxe: starting .*\n", self.console_text())
+        self.machine.shown += "".join(starting)
         return self
 
     def _line(self):
@@ -147,6 +150,13 @@ class Start:
         if done.status != 0:
             raise Failure(f"{command}: exit status {done.status}\n{done.out}{done.err}")
         return done.out
+
+    def show(self, command):
+        """Like output, for the record of the machine."""
+        self.machine.shown += f"# {command}\n"
+        out = self.output(command)
+        self.machine.shown += out + "\n"
+        return out
 
     def ovra(self, arguments, limit=COMMAND_LIMIT):
         """The JSON that `ovra` prints."""
@@ -184,6 +194,7 @@ class Machine:
         self.variables = self.folder / "variables"
         shutil.copyfile(FIRMWARE_VARIABLES, self.variables)
         self.starts = []
+        self.shown = ""  # what the firmware said it starts, and commands with their output
 
     def start(self, extra=()):
         arguments = [

@@ -2,9 +2,11 @@
     run.py packages                  fails with what is missing on this machine
     run.py images COMMAND SPACE DIR  makes the disks of the guests in DIR
     run.py SCENARIO DIR              runs one scenario on the disks in DIR
+    run.py SCENARIO DIR --show       and prints what was typed and seen
 """
 import importlib
 import shutil
+import signal
 import sys
 import tempfile
 from pathlib import Path
@@ -14,6 +16,8 @@ import initramfs
 from machine import FIRMWARE_CODE, FIRMWARE_VARIABLES, Failure, Machine
 
 HERE = Path(__file__).parent
+
+SCENARIO_LIMIT = 240  # seconds; ctest's own is longer, so that the machines are switched off here
 
 # Where each Debian package is seen.
 PACKAGES = {
@@ -77,13 +81,25 @@ def make_images(command, space, folder):
     disks.disk(folder / "mbr", "mbr", partition, signature=SIGNATURE)
 
 
-def run_scenario(name, images):
+def end_in_time():
+    def end(number, _):
+        raise Failure(f"ended by signal {signal.Signals(number).name}")
+
+    signal.signal(signal.SIGALRM, end)
+    signal.signal(signal.SIGTERM, end)
+    signal.alarm(SCENARIO_LIMIT)
+
+
+def run_scenario(name, images, show=False):
     scenario = importlib.import_module(f"scenarios.{name}")
+    end_in_time()
     with tempfile.TemporaryDirectory(prefix=f"ovra-{name}-") as folder:
         lab = Lab(images, folder)
         try:
             scenario.run(lab)
-        except (Failure, AssertionError):
+            if show:
+                print(*(machine.shown for machine in lab.machines), sep="\n")
+        except BaseException:
             for machine in lab.machines:
                 print(machine.transcript())
             raise
@@ -99,6 +115,8 @@ def main(arguments):
             make_images(command, space, folder)
         case [scenario, images]:
             run_scenario(scenario, images)
+        case [scenario, images, "--show"]:
+            run_scenario(scenario, images, show=True)
         case _:
             sys.exit(__doc__)
 

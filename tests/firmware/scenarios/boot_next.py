@@ -7,18 +7,24 @@ from . import common
 def run(lab):
     machine = lab.machine(sata_disk(lab.image("gpt"), 0))
     start = machine.start().wait_for_guest()
+    start.show("ovra list")
+    start.show("ovra disks")
     own = [option["description"] for option in common.options(start).values()]
     assert any("HARDDISK" in description for description in own), f"the firmware's own options: {own}"
     common.expect("BootNext", start.ovra("next")["next"], None)
     before = common.order(start)
 
-    number = common.create(start, "second-loader", "c0t0d0s0")
+    number = common.create(start, "second-loader", "c0t0d0s0", shown=True)
     common.expect("BootOrder", common.order(start), before + [common.name(number)])
-    start.output(f"ovra next {common.name(number)}")
+    start.show(f"ovra next {common.name(number)}")
     common.expect("BootNext", start.ovra("next")["next"], common.name(number))
+    machine.shown += "# ovra reset --yes\n\n"
     common.reset(start)
 
     start = machine.start().wait_for_guest()
+    start.show("cat /proc/cmdline")
+    start.show("ovra current")
+    start.show("ovra next")
     common.expect_started(start, number, "second-loader")
     common.expect("BootNext", start.ovra("next")["next"], None)
     common.expect("BootOrder", common.order(start), before + [common.name(number)])

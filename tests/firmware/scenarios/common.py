@@ -13,10 +13,13 @@ def expect(what, seen, wanted):
     assert seen == wanted, f"{what}: {reprlib.repr(seen)} instead of {reprlib.repr(wanted)}"
 
 
-def create(start, description, disk, *more):
+def create(start, description, disk, *more, shown=False):
     """Makes an option that starts the kernel from `disk`, with `description` on its command line; its number."""
     text = f"{COMMAND_LINE} marker={description}"
     arguments = ["--desc", description, "--disk", disk, "--file", KERNEL, "--optdata-text", text, *more]
+    if shown:
+        start.show(f"ovra create {shlex.join(arguments)}")
+        return next(int(name[4:], 16) for name, option in options(start).items() if option["description"] == description)
     changes = start.ovra(f"create {shlex.join(arguments)}")["changes"]
     return int(changes[0]["variable"][4:], 16)
 
