@@ -8,7 +8,16 @@ BLOCK = 512
 START = 2048  # blocks
 SIZE = 98304  # blocks, 48 MiB
 
+# The tables' first entries, so that one machine can have several disks.
+GUIDS = {
+    "gpt": "5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c01",
+    "gpt2": "5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02",
+    "gpt3": "5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c03",
+}
+SIGNATURE = 0x1234ABCD  # of the disk "mbr"
+
 KERNEL = r"\EFI\T\K.EFI"
+SECOND_LOADER = r"\EFI\T\SECOND.EFI"  # the same kernel
 INITRD = r"\EFI\T\I.GZ"
 COMMAND_LINE = rf"initrd={INITRD} console=ttyS0 quiet panic=-1"
 
@@ -28,6 +37,7 @@ def system_partition(kernel, initramfs, folder):
     run("mformat", "-i", image, "-T", str(SIZE), "-h", "16", "-s", "32", "-c", "4", "::")
     run("mmd", "-i", image, "::/EFI", "::/EFI/T")
     run("mcopy", "-i", image, kernel, "::/EFI/T/K.EFI")
+    run("mcopy", "-i", image, kernel, "::/EFI/T/SECOND.EFI")
     run("mcopy", "-i", image, initramfs, "::/EFI/T/I.GZ")
     script = folder / "startup.nsh"
     script.write_text(f"{KERNEL} {COMMAND_LINE}\r\n")
@@ -35,15 +45,15 @@ def system_partition(kernel, initramfs, folder):
     return image
 
 
-def disk(image, table, partition, guid=None, signature=None):
-    """Makes the disk `image` with the file `partition` as its first partition, behind a GPT (with the entry's `guid`)
-    or an MBR (with the disk's `signature`)."""
+def disk(image, partition, guid=None):
+    """Makes the disk `image` with the file `partition` as its first partition, behind a GPT with the entry's `guid`, or
+    without one behind an MBR with the disk's signature."""
     with open(image, "wb") as file:
         file.truncate((START + SIZE + START) * BLOCK)
-    if table == "gpt":
+    if guid:
         run("sgdisk", "--new", f"1:{START}:{START + SIZE - 1}", "--typecode", "1:ef00", "--partition-guid", f"1:{guid}",
             image)
     else:
-        script = f"label: dos\nlabel-id: {signature:#010x}\nstart={START}, size={SIZE}, type=ef\n"
+        script = f"label: dos\nlabel-id: {SIGNATURE:#010x}\nstart={START}, size={SIZE}, type=ef\n"
         run("sfdisk", "--quiet", image, text=script)
     run("dd", f"if={partition}", f"of={image}", f"bs={BLOCK}", f"seek={START}", "conv=notrunc,sparse", "status=none")

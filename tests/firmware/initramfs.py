@@ -9,25 +9,42 @@ from pathlib import Path
 MODULES = ["ahci", "sd_mod", "virtio_pci", "virtio_scsi", "nvme", "efivarfs"]
 
 
-def newest_kernel():
-    """The version of the newest installed kernel; None when there is none."""
-
-    def by_number(version):
-        return [int(part) for part in re.findall(r"\d+", version)]
-
-    versions = [image.name.removeprefix("vmlinuz-") for image in Path("/boot").glob("vmlinuz-*")]
-    versions = [version for version in versions if Path("/lib/modules", version, "modules.dep").exists()]
-    return max(versions, key=by_number, default=None)
+def module_name(file):
+    return re.sub(r"\.ko.*", "", Path(file).name).replace("-", "_")
 
 
-def modules_in_order(version):
-    """The files of MODULES and of all that they need, each behind what it needs."""
+def modules_of(version):
+    """The modules of a kernel: what each loadable one needs, by file, and the names of those that are built in."""
     folder = Path("/lib/modules", version)
     needs = {}
     for line in (folder / "modules.dep").read_text().splitlines():
         module, _, others = line.partition(":")
         needs[module] = others.split()
-    by_name = {re.sub(r"\.ko.*", "", Path(module).name).replace("-", "_"): module for module in needs}
+    built_in = {module_name(line) for line in (folder / "modules.builtin").read_text().splitlines()}
+    return needs, built_in
+
+
+def has_what_guests_need(version):
+    if not os.access(f"/boot/vmlinuz-{version}", os.R_OK) or not Path("/lib/modules", version, "modules.dep").exists():
+        return False
+    needs, built_in = modules_of(version)
+    return set(MODULES) <= {module_name(module) for module in needs} | built_in
+
+
+def newest_kernel():
+    """The version of the newest installed kernel that the guests can run on; None when there is none."""
+
+    def by_number(version):
+        return [int(part) for part in re.findall(r"\d+", version)]
+
+    versions = [image.name.removeprefix("vmlinuz-") for image in Path("/boot").glob("vmlinuz-*")]
+    return max(filter(has_what_guests_need, versions), key=by_number, default=None)
+
+
+def modules_in_order(version):
+    """The files of MODULES and of all that they need, each behind what it needs."""
+    needs, _ = modules_of(version)
+    by_name = {module_name(module): module for module in needs}
     order = []
 
     def add(module):
@@ -36,10 +53,16 @@ def modules_in_order(version):
                 add(other)
             order.append(module)
 
-    # What sd_mod computes its checksums with is found by name only when it is loaded.
+    # What sd_mod computes its checksums with is found by name only when it is loaded; newer kernels have it built in.
     for name in ["crct10dif_generic", *MODULES]:
-        add(by_name[name])
-    return [folder / module for module in order]
+        if name in by_name:
+            add(by_name[name])
+    return [Path("/lib/modules", version, module) for module in order]
+
+
+def busybox_is_static():
+    """Whether busybox runs where there is no C library: `ldd` refuses such a program."""
+    return Path("/bin/busybox").exists() and subprocess.run(["ldd", "/bin/busybox"], capture_output=True).returncode != 0
 
 
 def libraries_of(programs):
@@ -48,7 +71,9 @@ def libraries_of(programs):
     for program in programs:
         listing = subprocess.run(["ldd", program], check=True, capture_output=True, text=True).stdout
         for line in listing.splitlines():
-            found = re.fullmatch(r"\s*(?:(\S+) => )?(/\S+) \(0x[0-9a-f]+\)", line)
+            if "not found" in line:
+                raise RuntimeError(f"{program}: {line.strip()}")
+            found = re.fullmatch(r"\s*(?:(\S+) => )?(/.+) \(0x[0-9a-f]+\)", line)
             if found:
                 name, file = found.groups()
                 libraries[f"lib/{name}" if name else file.lstrip("/")] = file

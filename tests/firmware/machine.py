@@ -1,6 +1,5 @@
-"""A virtual machine with real firmware: its starts, its console, and the guest that runs on it."""
+"""A virtual machine with real firmware: its starts, its consoles, and the guest that runs on it."""
 import json
-import os
 import re
 import select
 import shutil
@@ -18,74 +17,73 @@ COMMAND_LIMIT = 60  # seconds for one command in the guest
 
 
 class Failure(Exception):
-    pass
+    """What a scenario found, or why it cannot go on."""
 
 
 @dataclass
 class Result:
+    """What a command in the guest ended with."""
+
     status: int
     out: str
     err: str
 
 
 class Channel:
-    """One of the emulator's sockets; what comes from it is kept."""
+    """A connection to the emulator; what comes from it is kept."""
 
-    def __init__(self, path):
-        self.socket = socket.socket(socket.AF_UNIX)
-        deadline = time.monotonic() + 20
-        while True:
-            try:
-                self.socket.connect(str(path))
-                break
-            except (FileNotFoundError, ConnectionRefusedError):
-                if time.monotonic() > deadline:
-                    raise Failure(f"the emulator does not open {path.name}") from None
-                time.sleep(0.02)
+    def __init__(self):
+        self.socket, self.emulator_end = socket.socketpair()
         self.received = b""
         self.open = True
 
     def receive(self):
-        part = self.socket.recv(65536)
+        try:
+            part = self.socket.recv(65536)
+        except ConnectionResetError:
+            part = b""
         self.open = bool(part)
         self.received += part
 
     def send(self, data):
         self.socket.sendall(data)
 
+    def close(self):
+        self.open = False
+        self.socket.close()
+        self.emulator_end.close()
+
 
 class Start:
     """One start of a machine, from switching on until it is off."""
 
-    def __init__(self, machine, number, arguments):
+    def __init__(self, machine, number):
         self.machine = machine
-        self.folder = machine.folder
-        self.sockets = [self.folder / name for name in ("console", "guest", "qmp")]
-        for path in self.sockets:
-            path.unlink(missing_ok=True)
-        self.log = open(self.folder / f"qemu-{number}.log", "w+b")
-        self.process = subprocess.Popen(
-            ["qemu-system-x86_64", *arguments], stdin=subprocess.DEVNULL, stdout=self.log, stderr=subprocess.STDOUT,
-            cwd=self.folder)
-        try:
-            self.console, self.guest, self.qmp = (Channel(path) for path in self.sockets)
-        except Failure as failure:
-            self.cut_power()
-            self.log.seek(0)
-            raise Failure(f"{failure}: {self.log.read().decode()}") from None
-        self.qmp.send(b'{"execute": "qmp_capabilities"}\n')
         self.read = 0  # of what came from the guest
+        self.console, self.guest, self.qmp = self.channels = [Channel() for _ in range(3)]
+        ends = [channel.emulator_end.fileno() for channel in self.channels]
+        arguments = [
+            "-chardev", f"socket,id=console,fd={ends[0]}", "-serial", "chardev:console",
+            "-chardev", f"socket,id=guest,fd={ends[1]}", "-serial", "chardev:guest",
+            "-chardev", f"socket,id=qmp,fd={ends[2]}", "-mon", "chardev=qmp,mode=control",
+        ]  # fmt: skip
+        self.log = machine.folder / f"qemu-{number}.log"
+        with open(self.log, "wb") as log:
+            # No machine outlives us, whatever we die of.
+            self.process = subprocess.Popen(
+                ["setpriv", "--pdeathsig", "KILL", "qemu-system-x86_64", *machine.arguments, *arguments],
+                stdin=subprocess.DEVNULL, stdout=log, stderr=subprocess.STDOUT, pass_fds=ends)  # fmt: skip
+        for channel in self.channels:
+            channel.emulator_end.close()
+        self.qmp.send(b'{"execute": "qmp_capabilities"}\n')
 
     def _pump(self, seconds):
-        """Receives what the sockets hold; False when all of them are closed."""
-        channels = {each.socket: each for each in (self.console, self.guest, self.qmp) if each.open}
+        """Receives what the channels hold; False when all of them are closed."""
+        channels = {each.socket: each for each in self.channels if each.open}
         if not channels:
             return False
         for ready in select.select(list(channels), [], [], seconds)[0]:
-            try:
-                channels[ready].receive()
-            except ConnectionResetError:
-                channels[ready].open = False
+            channels[ready].receive()
         return True
 
     def _wait(self, what, limit, condition):
@@ -98,10 +96,17 @@ class Start:
         return found
 
     def console_text(self):
+        """What is on the console, without what moves the cursor and sets colours."""
         text = self.console.received.decode("utf-8", "replace").replace("\r", "")
         return re.sub(r"\x1b(\[[0-9;?=]*[A-Za-z]|[()].)", "", text)
 
+    def transcript(self):
+        """All that was said: on the console, by the guest since its last answer, and by the emulator."""
+        unread = self.guest.received[self.read:].decode("utf-8", "replace")
+        return f"{self.console_text()}\n-- guest\n{unread}\n-- emulator\n{self.log.read_text(errors='replace')}"
+
     def wait_for_console(self, pattern, limit=START_LIMIT):
+        """Waits until the console's text holds the pattern."""
         return self._wait(f"{pattern!r} on the console", limit, lambda: re.search(pattern, self.console_text()))
 
     def wait_for_guest(self, limit=START_LIMIT):
@@ -121,8 +126,7 @@ class Start:
             return True
 
         self._wait("guest", limit, ready)
-        starting = re.findall(r"BdsDxe: starting .*\n", self.console_text())
-        self.machine.shown += "".join(starting)
+        self.machine.shown += "".join(re.findall(r"BdsDxe: starting .*\n", self.console_text()))
         return self
 
     def _line(self):
@@ -168,7 +172,8 @@ class Start:
         return (int(started[-1][0], 16), started[-1][1]) if started else None
 
     def command_line(self):
-        return self.output("cat /proc/cmdline").strip()
+        """The words that the kernel was started with."""
+        return self.output("cat /proc/cmdline").split()
 
     def wait_until_off(self, limit=30):
         """Waits until the guest has switched the machine off or reset it, which ends a start; says which."""
@@ -176,13 +181,16 @@ class Start:
         while self._pump(0.2):
             if time.monotonic() > deadline:
                 raise Failure(f"the machine is still on after {limit} s")
-        self.process.wait()
+        self.cut_power()
         reasons = re.findall(rb'"event": "SHUTDOWN".*?"reason": "([^"]*)"', self.qmp.received)
         return reasons[-1].decode() if reasons else None
 
     def cut_power(self):
+        """Ends the emulator on the spot."""
         self.process.kill()
         self.process.wait()
+        for channel in self.channels:
+            channel.close()
 
 
 class Machine:
@@ -190,55 +198,59 @@ class Machine:
 
     def __init__(self, folder, devices):
         self.folder = Path(folder)
-        self.devices = devices
-        self.variables = self.folder / "variables"
-        shutil.copyfile(FIRMWARE_VARIABLES, self.variables)
-        self.starts = []
-        self.shown = ""  # what the firmware said it starts, and commands with their output
-
-    def start(self, extra=()):
-        arguments = [
+        variables = self.folder / "variables"
+        shutil.copyfile(FIRMWARE_VARIABLES, variables)
+        self.arguments = [
             "-machine", "q35", "-accel", "tcg", "-m", "512", "-smp", "1",
             "-nodefaults", "-no-user-config", "-display", "none", "-no-reboot", "-rtc", "base=utc",
             "-drive", f"if=pflash,format=raw,readonly=on,file={FIRMWARE_CODE}",
-            "-drive", f"if=pflash,format=raw,file={self.variables}",
-            "-chardev", "socket,id=console,path=console,server=on,wait=off", "-serial", "chardev:console",
-            "-chardev", "socket,id=guest,path=guest,server=on,wait=off", "-serial", "chardev:guest",
-            "-chardev", "socket,id=qmp,path=qmp,server=on,wait=off", "-mon", "chardev=qmp,mode=control",
-            *self.devices, *extra,
+            "-drive", f"if=pflash,format=raw,file={variables}",
+            *(argument for device in devices for argument in device),
         ]  # fmt: skip
-        self.starts.append(Start(self, len(self.starts) + 1, arguments))
+        self.starts = []
+        self.shown = ""  # what the firmware said it starts, and commands with their output
+
+    def start(self):
+        """Switches the machine on."""
+        self.starts.append(Start(self, len(self.starts) + 1))
         return self.starts[-1]
 
     def off(self):
         for start in self.starts:
             start.cut_power()
 
+    def console_text(self):
+        """The console of all starts."""
+        return "".join(start.console_text() for start in self.starts)
+
     def transcript(self):
-        """What all starts wrote to the console."""
-        return "".join(f"-- start {number}\n{start.console_text()}\n" for number, start in enumerate(self.starts, 1))
+        """What all starts said."""
+        return "".join(f"-- start {number}\n{start.transcript()}\n" for number, start in enumerate(self.starts, 1))
 
 
-def sata_disk(image, port):
-    return ["-drive", f"if=none,id=sata{port},format=raw,snapshot=on,file={image}",
-            "-device", f"ide-hd,bus=ide.{port},drive=sata{port}"]  # fmt: skip
+# The firmware connects every disk that it can enumerate, or, where one has a boot index, those that have one. On a SCSI
+# controller it enumerates the first unit only: any other needs an index, and then the machine's other disks do too.
 
 
-def scsi_disk(image, target, slot):
-    """On a controller of its own in the given slot."""
-    return ["-device", f"virtio-scsi-pci,id=scsi{slot},addr={slot:#x}",
-            "-drive", f"if=none,id=unit{slot},format=raw,snapshot=on,file={image}",
-            "-device", f"scsi-hd,bus=scsi{slot}.0,scsi-id={target},lun=0,drive=unit{slot}"]  # fmt: skip
+def _disk(name, image, device, index):
+    if index is not None:
+        device += f",bootindex={index}"
+    return ["-drive", f"if=none,id={name},format=raw,snapshot=on,file={image}", "-device", f"{device},drive={name}"]
 
 
-def nvme_disk(image, slot):
-    return ["-drive", f"if=none,id=nvme{slot},format=raw,snapshot=on,file={image}",
-            "-device", f"nvme,addr={slot:#x},serial=ovra{slot},drive=nvme{slot}"]  # fmt: skip
+def sata_disk(image, port, index=None):
+    """On a port of the chipset's controller."""
+    return _disk(f"sata{port}", image, f"ide-hd,bus=ide.{port}", index)
 
 
-def scsi_disk_behind_a_bridge(image, target, slot):
-    """On a controller behind a PCIe root port in the given slot."""
-    return ["-device", f"pcie-root-port,id=port{slot},addr={slot:#x},chassis={slot},slot={slot}",
-            "-device", f"virtio-scsi-pci,id=scsi{slot},bus=port{slot}",
-            "-drive", f"if=none,id=unit{slot},format=raw,snapshot=on,file={image}",
-            "-device", f"scsi-hd,bus=scsi{slot}.0,scsi-id={target},lun=0,drive=unit{slot}"]  # fmt: skip
+def scsi_disk(image, target, unit, slot, index=None, bridge=False):
+    """On a controller of its own in the given slot, or behind a PCIe root port there."""
+    port = ["-device", f"pcie-root-port,id=port{slot},addr={slot:#x},chassis={slot},slot={slot}"] if bridge else []
+    place = f"bus=port{slot}" if bridge else f"addr={slot:#x}"
+    disk = _disk(f"unit{slot}", image, f"scsi-hd,bus=scsi{slot}.0,scsi-id={target},lun={unit}", index)
+    return [*port, "-device", f"virtio-scsi-pci,id=scsi{slot},{place}", *disk]
+
+
+def nvme_disk(image, slot, index=None):
+    """In the given slot."""
+    return _disk(f"nvme{slot}", image, f"nvme,addr={slot:#x},serial=ovra{slot}", index)

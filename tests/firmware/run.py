@@ -24,48 +24,33 @@ PACKAGES = {
     "qemu-system-x86": lambda: shutil.which("qemu-system-x86_64"),
     "ovmf": lambda: Path(FIRMWARE_CODE).exists() and Path(FIRMWARE_VARIABLES).exists(),
     "linux-image-amd64": initramfs.newest_kernel,
-    "busybox-static": lambda: Path("/bin/busybox").exists(),
+    "busybox-static": initramfs.busybox_is_static,
     "mtools": lambda: shutil.which("mformat"),
     "gdisk": lambda: shutil.which("sgdisk", path=disks.PATH),
     "fdisk": lambda: shutil.which("sfdisk", path=disks.PATH),
     "efibootmgr": lambda: Path("/bin/efibootmgr").exists(),
 }
 
-# The GPTs' first entries, so that a scenario can give one machine several disks that differ.
-GUIDS = {
-    "gpt": "5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c01",
-    "gpt2": "5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02",
-    "gpt3": "5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c03",
-}
-SIGNATURE = 0x1234ABCD
-
-
 class Lab:
-    """Machines of one scenario: their folder, and the disks that all scenarios share."""
+    """What a scenario works with: the disks that all share, and one machine in a folder of its own."""
 
     def __init__(self, images, folder):
         self.images = Path(images).resolve()
         self.folder = Path(folder)
-        self.machines = []
+        self.made = None
 
     def machine(self, *devices):
-        folder = self.folder / f"machine-{len(self.machines) + 1}"
-        folder.mkdir()
-        self.machines.append(Machine(folder, [argument for device in devices for argument in device]))
-        return self.machines[-1]
+        self.made = Machine(self.folder, devices)
+        return self.made
 
     def image(self, name):
         return self.images / name
-
-    def close(self):
-        for machine in self.machines:
-            machine.off()
 
 
 def check_packages():
     missing = [name for name, is_there in PACKAGES.items() if not is_there()]
     if missing:
-        sys.exit(f"The tests on real firmware need these Debian packages, which are missing: {' '.join(missing)}\n"
+        sys.exit(f"The tests on real firmware need these Debian packages, which are missing or not readable: {' '.join(missing)}\n"
                  "scripts/check installs them; scripts/check --fast leaves these tests out.")
 
 
@@ -76,9 +61,9 @@ def make_images(command, space, folder):
     archive = folder / "initramfs"
     archive.write_bytes(initramfs.make([command, space, "/bin/efibootmgr"], HERE / "init", version))
     partition = disks.system_partition(Path("/boot", f"vmlinuz-{version}"), archive, folder)
-    for name, guid in GUIDS.items():
-        disks.disk(folder / name, "gpt", partition, guid=guid)
-    disks.disk(folder / "mbr", "mbr", partition, signature=SIGNATURE)
+    for name, guid in disks.GUIDS.items():
+        disks.disk(folder / name, partition, guid)
+    disks.disk(folder / "mbr", partition)
 
 
 def end_in_time():
@@ -98,13 +83,14 @@ def run_scenario(name, images, show=False):
         try:
             scenario.run(lab)
             if show:
-                print(*(machine.shown for machine in lab.machines), sep="\n")
+                print(lab.made.shown)
         except BaseException:
-            for machine in lab.machines:
-                print(machine.transcript())
+            if lab.made:
+                print(lab.made.transcript())
             raise
         finally:
-            lab.close()
+            if lab.made:
+                lab.made.off()
 
 
 def main(arguments):

@@ -43,10 +43,10 @@ def run(lab):
     common.expect("the alarm", start.ovra("time --wakeup")["enabled"], False)
     common.expect("the chip's alarm", chip(start)["alarm_IRQ"], "no")
     # An alarm that goes off is over.
-    soon = datetime.datetime.fromisoformat(start.output("ovra time").strip()) + datetime.timedelta(seconds=3)
+    soon = datetime.datetime.fromisoformat(start.output("ovra time").strip()) + datetime.timedelta(seconds=8)
     start.output(f"ovra time --wakeup --set {soon.isoformat()}")
     common.expect("the alarm", start.ovra("time --wakeup")["enabled"], True)
-    start.output("sleep 5")
+    start.output("for second in $(seq 20); do sleep 1; ovra time --wakeup | grep -q 'no wake-up is set' && break; done")
     common.expect("the alarm", start.ovra("time --wakeup")["enabled"], False)
 
     # Where the kernel does not say how large the store is (statfs shows 0 blocks), nobody does.

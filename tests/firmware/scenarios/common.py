@@ -3,6 +3,7 @@ import reprlib
 import shlex
 
 from disks import COMMAND_LINE, KERNEL
+from machine import Failure
 
 # Values of variables are long.
 reprlib.aRepr.maxstring = 400
@@ -10,17 +11,19 @@ reprlib.aRepr.maxlist = reprlib.aRepr.maxtuple = 60
 
 
 def expect(what, seen, wanted):
-    assert seen == wanted, f"{what}: {reprlib.repr(seen)} instead of {reprlib.repr(wanted)}"
+    if seen != wanted:
+        raise Failure(f"{what}: {reprlib.repr(seen)} instead of {reprlib.repr(wanted)}")
 
 
-def create(start, description, disk, *more, shown=False):
-    """Makes an option that starts the kernel from `disk`, with `description` on its command line; its number."""
+def creation(description, disk, *more, loader=KERNEL):
+    """The command that makes an option to start the kernel from `disk`, with `description` on its command line."""
     text = f"{COMMAND_LINE} marker={description}"
-    arguments = ["--desc", description, "--disk", disk, "--file", KERNEL, "--optdata-text", text, *more]
-    if shown:
-        start.show(f"ovra create {shlex.join(arguments)}")
-        return next(int(name[4:], 16) for name, option in options(start).items() if option["description"] == description)
-    changes = start.ovra(f"create {shlex.join(arguments)}")["changes"]
+    return "create " + shlex.join(["--desc", description, "--disk", disk, "--file", loader, "--optdata-text", text, *more])
+
+
+def create(start, description, disk, *more, **fields):
+    """Makes such an option; its number."""
+    changes = start.ovra(creation(description, disk, *more, **fields))["changes"]
     return int(changes[0]["variable"][4:], 16)
 
 
@@ -40,7 +43,7 @@ def options(start):
 def expect_started(start, number, description):
     """The firmware started that option, and everybody inside knows."""
     expect("the firmware started", start.option_started(), (number, description))
-    words = start.command_line().split()
+    words = start.command_line()
     assert f"marker={description}" in words, f"the kernel was started with: {words}"
     expect("BootCurrent", start.ovra("current")["current"], name(number))
 

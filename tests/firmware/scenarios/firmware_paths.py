@@ -1,5 +1,5 @@
 """The paths of the options that the firmware made for its disks, against what the device tree says of the same disks."""
-from machine import nvme_disk, sata_disk, scsi_disk, scsi_disk_behind_a_bridge
+from machine import nvme_disk, sata_disk, scsi_disk
 
 from . import common
 
@@ -16,6 +16,7 @@ def nodes(path):
     found = []
     while data:
         size = int.from_bytes(data[2:4], "little")
+        assert 4 <= size <= len(data), f"the path {path} has a node of {size} bytes"
         found.append(((data[0], data[1]), data[4:size]))
         data = data[size:]
     return found
@@ -42,8 +43,9 @@ def tree_path(start, volume):
 
 def run(lab):
     machine = lab.machine(
-        sata_disk(lab.image("gpt"), 0), sata_disk(lab.image("gpt2"), 3), scsi_disk(lab.image("gpt3"), 0, 4),
-        scsi_disk_behind_a_bridge(lab.image("mbr"), 0, 6), nvme_disk(lab.image("gpt3"), 5))
+        sata_disk(lab.image("gpt"), 0, index=1), sata_disk(lab.image("gpt2"), 3, index=2),
+        scsi_disk(lab.image("gpt3"), 5, 2, 4, index=3), scsi_disk(lab.image("mbr"), 2, 0, 6, index=4, bridge=True),
+        nvme_disk(lab.image("gpt3"), 5, index=5))
     start = machine.start().wait_for_guest()
     by_firmware = firmware_made(start)
     common.expect("disks that the firmware made options for", sum(map(len, by_firmware.values())), 5)

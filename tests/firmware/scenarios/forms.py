@@ -1,8 +1,8 @@
 """Each form of a disk's path, on each kind of disk: the firmware finds the disk that was meant."""
 import re
 
+from disks import GUIDS, SIGNATURE
 from machine import nvme_disk, sata_disk, scsi_disk
-from run import GUIDS, SIGNATURE
 
 from . import common
 
@@ -24,16 +24,16 @@ def gpt(image):
 
 def run(lab):
     machine = lab.machine(
-        sata_disk(lab.image("gpt"), 0), sata_disk(lab.image("mbr"), 2),
-        scsi_disk(lab.image("gpt2"), 0, SCSI_SLOT), nvme_disk(lab.image("gpt3"), NVME_SLOT))
+        sata_disk(lab.image("gpt"), 0, index=1), sata_disk(lab.image("mbr"), 2, index=2),
+        scsi_disk(lab.image("gpt2"), 3, 1, SCSI_SLOT, index=3), nvme_disk(lab.image("gpt3"), NVME_SLOT, index=4))
     start = machine.start().wait_for_guest()
-    scsi = drive_on(start, r"@4/sd@0,0$")
+    scsi = drive_on(start, r"@4/sd@3,1$")
     made = []
 
     def make(description, disk, path, *more):
         made.append((common.create(start, description, disk, *more), description, path))
 
-    make("scsi-full", f"{scsi}s0", f"PciRoot(0x0)/Pci(0x4,0x0)/Scsi(0x0,0x0)/{gpt('gpt2')}", "--full")
+    make("scsi-full", f"{scsi}s0", f"PciRoot(0x0)/Pci(0x4,0x0)/Scsi(0x3,0x1)/{gpt('gpt2')}", "--full")
     make("scsi-short", f"{scsi}s0", gpt("gpt2"))
     make("sata-short", drive_on(start, r"@1f,2/disk@0,0$") + "s0", gpt("gpt"))
     make("mbr-short", drive_on(start, r"@1f,2/disk@2,0$") + "p1", f"HD(1,MBR,0x{SIGNATURE:08X},")
@@ -46,5 +46,5 @@ def run(lab):
         common.expect_started(start, number, description)
 
     for number, description, path in made:
-        started = re.search(rf'starting {common.name(number)} "{description}" from (\S+)', machine.transcript())
+        started = re.search(rf'starting {common.name(number)} "{description}" from (\S+)', machine.console_text())
         assert started and started.group(1).startswith(path), f"{description}: {started and started.group(1)}, not {path}"
