@@ -247,10 +247,17 @@ std::vector<uint16_t> Machine::order() const
 
 std::map<std::string, std::string> Machine::snapshot() const
 {
+    constexpr uintmax_t largest_read = 1 << 20; // images of disks: their size and when they were written
     std::map<std::string, std::string> files;
     for (const auto &entry : fs::recursive_directory_iterator(root)) {
-        const std::string name = fs::relative(entry.path(), root);
-        files[name] = entry.is_regular_file() ? read_file(entry.path()) : "";
+        std::string &contents = files[fs::relative(entry.path(), root)];
+        if (!entry.is_regular_file())
+            continue;
+        if (const uintmax_t size = entry.file_size(); size > largest_read)
+            contents = std::to_string(size) + " " +
+                       std::to_string(entry.last_write_time().time_since_epoch().count());
+        else
+            contents = read_file(entry.path());
     }
     return files;
 }
