@@ -31,6 +31,7 @@ PACKAGES = {
     "efibootmgr": lambda: Path("/bin/efibootmgr").exists(),
 }
 
+
 class Lab:
     """What a scenario works with: the disks that all share, and one machine in a folder of its own."""
 
@@ -50,8 +51,8 @@ class Lab:
 def check_packages():
     missing = [name for name, is_there in PACKAGES.items() if not is_there()]
     if missing:
-        sys.exit(f"The tests on real firmware need these Debian packages, which are missing or not readable: {' '.join(missing)}\n"
-                 "scripts/check installs them; scripts/check --fast leaves these tests out.")
+        sys.exit("The tests on real firmware need these Debian packages, which are missing or not readable:\n"
+                 f"    {' '.join(missing)}\nscripts/check installs them; scripts/check --fast leaves these tests out.")
 
 
 def make_images(command, space, folder):
@@ -67,6 +68,8 @@ def make_images(command, space, folder):
 
 
 def end_in_time():
+    """Lets a scenario that takes too long, or that ctest ends, fail as any other does."""
+
     def end(number, _):
         raise Failure(f"ended by signal {signal.Signals(number).name}")
 

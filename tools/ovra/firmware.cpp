@@ -149,7 +149,12 @@ void firmware::cannot_change(const std::string &what, EFI_STATUS status, size_t 
     std::string why = status == EFI_SUCCESS ? std::string() : ": " + status_name(status);
     if (reason != 0)
         why += std::string(": ") + strerror(reason);
-    throw failure(what + why, {}, said);
+    // Firmware answers so to a variable beyond its limit for one, which no call tells; it is nowhere lower.
+    constexpr size_t lowest_limit = 1024;
+    std::string advice;
+    if (reason == EINVAL && size > lowest_limit)
+        advice = format("The firmware may be unable to keep a variable of %zu bytes.", size);
+    throw failure(what + why, advice, said);
 }
 
 std::vector<variable_id> firmware::variables()
