@@ -16,6 +16,7 @@
 
 #include "platform/devns/runtime.h"
 #include "platform/machine/drives.h"
+#include "platform/machine/lock.h"
 
 namespace {
 
@@ -143,6 +144,30 @@ ssize_t devns_readlink(const char *path, char *buf, size_t size)
             return -1;
         }
         return static_cast<ssize_t>(link->copy(buf, size));
+    });
+}
+
+int devns_lock(unsigned int seconds, pid_t *holder)
+{
+    return guarded([=] {
+        auto root = machine::open_root();
+        int error = root.folder ? machine::take_lock(root, std::chrono::seconds(seconds), holder) : errno;
+        if (error == 0)
+            return 0;
+        errno = error;
+        return -1;
+    });
+}
+
+int devns_unlock()
+{
+    return guarded([] {
+        auto root = machine::open_root();
+        int error = root.folder ? machine::give_lock(root) : errno;
+        if (error == 0)
+            return 0;
+        errno = error;
+        return -1;
     });
 }
 

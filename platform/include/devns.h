@@ -169,6 +169,29 @@ int devns_close(int fd);
  */
 ssize_t devns_readlink(const char *path, char *buf, size_t size);
 
+/*
+ * Takes the machine's lock for the calling thread, for a program that reads, decides and writes: until it is
+ * given back, no other thread and no other process that goes through this library changes the machine. The
+ * services that change it take the same lock for themselves, and wait up to 30 s for it. A thread that has
+ * the lock takes it again at once; it is free when it was given back as often. The machine is the one that
+ * HWPLAT_ROOT names at the call. Reading needs no lock.
+ *
+ * The lock is that of a file of mode 0600, made where it is missing: /run/ovra.lock of the live machine (root
+ * alone can take it), var/lib/hwplat/lock below the root of any other. It is given back when the thread or
+ * the process ends, however that happens. A child made by fork does not have it.
+ *
+ * Waits for at most `seconds`; 0 does not wait. Returns 0, or -1 with errno and nothing taken: ETIMEDOUT when
+ * another had it all that time, and then *holder (which may be null) is that process, 0 where the system does
+ * not tell; EACCES for a user who may not open the file; EROFS and ENOSPC when it cannot be made; EPERM when
+ * the name is that of a link, of a file of somebody else's or of no file; ENOENT when there is no such
+ * machine; ENOMEM; or what open(2) and flock(2) gave. errno says nothing otherwise, and *holder is unchanged.
+ */
+int devns_lock(unsigned int seconds, pid_t *holder);
+
+/* Gives back what one devns_lock took. Returns 0, or -1 with errno EPERM when the calling thread does not
+ * have the lock of the machine that HWPLAT_ROOT names. */
+int devns_unlock(void);
+
 #ifdef __cplusplus
 }
 #endif

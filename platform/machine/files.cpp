@@ -9,7 +9,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -49,8 +48,13 @@ int create_temporary(int folder, temporary_name *name, descriptor *file)
                       static_cast<long>(getpid()), counter.fetch_add(1), temporary_suffix.data());
         constexpr mode_t mode = 0644; // as efivarfs has it
         file->reset(openat(folder, name->data(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
-        if (*file)
+        if (*file && fchmod(file->get(), mode) == 0)
             return 0;
+        if (*file) {
+            int error = errno;
+            unlinkat(folder, name->data(), 0);
+            return error;
+        }
         if (errno != EEXIST)
             return errno;
     }
@@ -76,8 +80,12 @@ descriptor open_below(int at, std::initializer_list<const char *> names, missing
     descriptor folder;
     for (const char *name : names) {
         int above = folder ? folder.get() : at;
-        if (missing == missing_folders::create && mkdirat(above, name, mode) != 0 && errno != EEXIST)
-            return {};
+        if (missing == missing_folders::create) {
+            if (mkdirat(above, name, mode) == 0)
+                fchmodat(above, name, mode, 0); // a umask may have left not even the owner a way in
+            else if (errno != EEXIST)
+                return {};
+        }
         folder = descriptor(openat(above, name, flags));
         if (!folder)
             return {};
@@ -85,16 +93,17 @@ descriptor open_below(int at, std::initializer_list<const char *> names, missing
     return folder;
 }
 
-descriptor lock_folder(int folder)
+std::optional<identity> identity_of_descriptor(int fd)
 {
-    descriptor readable(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!readable)
-        return {};
-    while (flock(readable.get(), LOCK_EX) != 0) {
-        if (errno != EINTR)
-            return {};
-    }
-    return readable;
+    struct stat info = {};
+    if (fstat(fd, &info) != 0)
+        return std::nullopt;
+    return identity{info.st_dev, info.st_ino};
+}
+
+descriptor open_for_reading(int folder)
+{
+    return descriptor(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
 int read_file(int folder, const char *name, std::size_t limit, bytes *contents)
@@ -130,34 +139,34 @@ int read_file(int folder, const char *name, std::size_t limit, bytes *contents)
     return 0;
 }
 
-int replace_file(int locked, const char *name, byte_view contents)
+int replace_file(int folder, const char *name, byte_view contents)
 {
     temporary_name temporary = {};
     descriptor file;
-    if (int error = create_temporary(locked, &temporary, &file); error != 0)
+    if (int error = create_temporary(folder, &temporary, &file); error != 0)
         return error;
     int error = write_all(file.get(), contents);
     if (error == 0 && fsync(file.get()) != 0)
         error = errno;
-    if (error == 0 && renameat(locked, temporary.data(), locked, name) != 0)
+    if (error == 0 && renameat(folder, temporary.data(), folder, name) != 0)
         error = errno;
     if (error != 0) {
-        unlinkat(locked, temporary.data(), 0);
+        unlinkat(folder, temporary.data(), 0);
         return error;
     }
-    return fsync(locked) == 0 ? 0 : errno;
+    return fsync(folder) == 0 ? 0 : errno;
 }
 
-int remove_file(int locked, const char *name)
+int remove_file(int folder, const char *name)
 {
-    if (unlinkat(locked, name, 0) != 0)
+    if (unlinkat(folder, name, 0) != 0)
         return errno;
-    return fsync(locked) == 0 ? 0 : errno;
+    return fsync(folder) == 0 ? 0 : errno;
 }
 
 int list_folder(int folder, std::vector<std::string> *names)
 {
-    descriptor readable(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    descriptor readable = open_for_reading(folder);
     if (!readable)
         return errno;
     open_folder stream(fdopendir(readable.get()));
@@ -197,6 +206,8 @@ EFI_STATUS status_of(int error)
         return EFI_ACCESS_DENIED;
     case EROFS:
         return EFI_WRITE_PROTECTED;
+    case ETIMEDOUT:
+        return EFI_TIMEOUT;
     case ENOSPC:
     case EDQUOT:
     case ENOMEM:

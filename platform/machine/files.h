@@ -8,11 +8,14 @@
 
 #include <cstddef>
 #include <initializer_list>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include <sys/types.h>
 
 #include <ovra/uefi.h>
 
@@ -42,6 +45,15 @@ private:
     int number = -1;
 };
 
+/* Which file a descriptor is open on, whatever its number. */
+struct identity {
+    dev_t device = 0;
+    ino_t inode = 0;
+    bool operator==(const identity &) const = default;
+};
+/* Nothing, with errno, when it is open on none. */
+std::optional<identity> identity_of_descriptor(int fd);
+
 using bytes = std::vector<std::byte>;
 using byte_view = std::span<const std::byte>;
 
@@ -53,11 +65,8 @@ enum class missing_folders { fail, create };
  */
 descriptor open_below(int at, std::initializer_list<const char *> names, missing_folders missing);
 
-/*
- * Opens `folder` for reading and takes the exclusive lock under which it is written, by every process and
- * thread. The lock ends with the descriptor. An empty descriptor with errno when that is not possible.
- */
-descriptor lock_folder(int folder);
+/* Opens `folder` anew to read its names or write it back to the disk. An empty descriptor with errno. */
+descriptor open_for_reading(int folder);
 
 /*
  * Reads a whole regular file. ENOENT when there is none; EBADMSG when the name is there but is no regular
@@ -67,13 +76,13 @@ int read_file(int folder, const char *name, std::size_t limit, bytes *contents);
 
 /*
  * Makes `contents` those of a file. A stop at any moment leaves the old file or the new one: the bytes go to
- * a temporary file (is_temporary), which then takes the name. `locked` is what lock_folder gave. An error
- * before the new file has the name leaves the old one.
+ * a temporary file (is_temporary), which then takes the name. `folder` is what open_for_reading gave. An
+ * error before the new file has the name leaves the old one.
  */
-int replace_file(int locked, const char *name, byte_view contents);
+int replace_file(int folder, const char *name, byte_view contents);
 
 /* Removes a file so that it stays removed after a crash. ENOENT when there is none. */
-int remove_file(int locked, const char *name);
+int remove_file(int folder, const char *name);
 
 /* The names in a folder, in no order, without "." and "..". `*names` changes on success only. */
 int list_folder(int folder, std::vector<std::string> *names);

@@ -79,12 +79,15 @@ EFI_STATUS read_variable(const firmware &machine, const std::string &file_name, 
 /* Whether read_variable would find one, as far as the file's size and kind tell. */
 bool is_variable(const firmware &machine, const std::string &file_name);
 
-/* Writes a variable as it shall be from now on, without the rules of set_variable. */
-EFI_STATUS write_variable(const firmware &machine, int locked, const std::string &file_name,
+/*
+ * Writes a variable as it shall be from now on, without the rules of set_variable; under the machine's lock.
+ * The folder is that of the variables, open for reading.
+ */
+EFI_STATUS write_variable(const firmware &machine, int folder, const std::string &file_name,
                           UINT32 attributes, std::initializer_list<byte_view> data);
 
 /* EFI_NOT_FOUND when there is no such file. */
-EFI_STATUS remove_variable(const firmware &machine, int locked, const std::string &file_name);
+EFI_STATUS remove_variable(const firmware &machine, int folder, const std::string &file_name);
 
 /*
  * How much a folder holds. A variable takes from the store its 4 bytes of attributes, its name in UCS-2 with
@@ -94,12 +97,13 @@ struct capacity {
     UINT64 store = 256u << 10;
     UINT64 variable = 32u << 10;
 };
-capacity capacity_of(const firmware &machine);
+EFI_STATUS capacity_of(const firmware &machine, capacity *limits);
 UINT64 space_taken(std::size_t name_units, std::size_t data_size);
 
-/* What the variables of a folder take together. With `locked`, also removes what stopped writers have left.
- */
-EFI_STATUS space_used(const firmware &machine, const descriptor *locked, UINT64 *used);
+enum class stopped_writers { leave, clean_up }; /* clean_up: under the machine's lock only */
+
+/* What the variables of a folder take together. Also removes what stopped writers have left there. */
+EFI_STATUS space_used(const firmware &machine, stopped_writers temporaries, UINT64 *used);
 
 /* efivarfs.cpp: the same on an efivarfs, where the firmware itself keeps the value whole */
 
@@ -179,15 +183,18 @@ EFI_STATUS rtc_set_wakeup_time(const machine_root &root, bool enable, const EFI_
 /* state.cpp: what a folder machine remembers besides variables, in <root>/var/lib/hwplat */
 
 /*
- * Reads a file of `count` decimal numbers, parted by single blanks and ended by a line end; false when it is
- * absent or says anything else.
+ * Reads a file of decimal numbers, parted by single blanks and ended by a line end. EFI_SUCCESS with *found
+ * false when there is none. A file that cannot be read is not absent, nor is one that says anything else:
+ * that is EFI_DEVICE_ERROR, or what status_of makes of the failure.
  */
-bool read_state(const firmware &machine, const char *file_name, std::span<std::int64_t> numbers);
+EFI_STATUS read_state(const firmware &machine, const char *file_name, std::span<std::int64_t> numbers,
+                      bool *found);
 
-/* The folder's lock, made with the folder where it is missing. Empty with errno when that is not possible. */
-descriptor lock_state(const firmware &machine);
-EFI_STATUS write_state(const descriptor &locked, const char *file_name,
-                       std::span<const std::int64_t> numbers);
+/* What is to be answered where the numbers make no sense. */
+EFI_STATUS refuse_state(const char *file_name);
+
+/* Under the machine's lock. Makes the folder where it is missing. */
+EFI_STATUS write_state(const firmware &machine, const char *file_name, std::span<const std::int64_t> numbers);
 
 /* reset.cpp */
 

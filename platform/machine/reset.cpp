@@ -8,6 +8,8 @@
 #include <sys/reboot.h>
 #include <unistd.h>
 
+#include "platform/machine/lock.h"
+
 namespace machine {
 
 namespace {
@@ -65,9 +67,9 @@ std::optional<UINT16> first_in_boot_order(const firmware &machine)
     return std::nullopt;
 }
 
-EFI_STATUS remove_if_there(const firmware &machine, int locked, const std::string &file_name)
+EFI_STATUS remove_if_there(const firmware &machine, int folder, const std::string &file_name)
 {
-    EFI_STATUS removed = remove_variable(machine, locked, file_name);
+    EFI_STATUS removed = remove_variable(machine, folder, file_name);
     return removed == EFI_NOT_FOUND ? EFI_SUCCESS : removed;
 }
 
@@ -79,16 +81,19 @@ EFI_STATUS play_start(const firmware &machine)
 {
     std::string next_file = global_file("BootNext");
     std::string current_file = global_file("BootCurrent");
-    descriptor locked = lock_folder(machine.variables.get());
-    if (!locked)
+    held_lock lock(machine.root);
+    if (lock.error() != 0)
+        return lock.status();
+    descriptor folder = open_for_reading(machine.variables.get());
+    if (!folder)
         return status_of(errno);
     std::optional<UINT16> option = boot_next(machine, next_file);
     if (!option)
         option = first_in_boot_order(machine);
-    EFI_STATUS status = option ? write_variable(machine, locked.get(), current_file, boot_current_attributes,
+    EFI_STATUS status = option ? write_variable(machine, folder.get(), current_file, boot_current_attributes,
                                                 {std::as_bytes(std::span(&*option, 1))})
-                               : remove_if_there(machine, locked.get(), current_file);
-    return status == EFI_SUCCESS ? remove_if_there(machine, locked.get(), next_file) : status;
+                               : remove_if_there(machine, folder.get(), current_file);
+    return status == EFI_SUCCESS ? remove_if_there(machine, folder.get(), next_file) : status;
 }
 
 int errno_of(EFI_STATUS status)
@@ -100,13 +105,22 @@ int errno_of(EFI_STATUS status)
         return EROFS;
     case EFI_OUT_OF_RESOURCES:
         return ENOSPC;
+    case EFI_TIMEOUT:
+        return ETIMEDOUT;
     default:
         return EIO;
     }
 }
 
-int restart_host(UINT32 type)
+int restart_host(const machine_root &root, UINT32 type)
 {
+    // Not between two writes of another program's. A host that has no place for the lock can be reset all the
+    // same.
+    held_lock lock(root);
+    if (lock.error() == ETIMEDOUT) {
+        errno = ETIMEDOUT;
+        return -1;
+    }
     sync();
     return reboot(type == EFI_RESET_SHUTDOWN ? RB_POWER_OFF : RB_AUTOBOOT);
 }
@@ -120,7 +134,7 @@ int reset_system(const firmware &machine, UINT32 type)
         return -1;
     }
     if (machine.root.live)
-        return restart_host(type);
+        return restart_host(machine.root, type);
     if (machine.kind != store_kind::folder) {
         debug("no reset: the variables are those of real firmware, but the machine's root is not \"/\"");
         errno = EOPNOTSUPP;

@@ -53,7 +53,7 @@ bool is_variable(const firmware &machine, const std::string &file_name)
     return variable_file_size(machine, file_name.c_str()).has_value();
 }
 
-EFI_STATUS write_variable(const firmware &machine, int locked, const std::string &file_name,
+EFI_STATUS write_variable(const firmware &machine, int folder, const std::string &file_name,
                           UINT32 attributes, std::initializer_list<byte_view> data)
 {
     bytes contents(sizeof attributes);
@@ -62,28 +62,34 @@ EFI_STATUS write_variable(const firmware &machine, int locked, const std::string
         contents.insert(contents.end(), part.begin(), part.end());
     if (machine.kind == store_kind::efivarfs)
         return write_efivarfs(machine.variables.get(), file_name.c_str(), contents);
-    return status_of(replace_file(locked, file_name.c_str(), contents));
+    return status_of(replace_file(folder, file_name.c_str(), contents));
 }
 
-EFI_STATUS remove_variable(const firmware &machine, int locked, const std::string &file_name)
+EFI_STATUS remove_variable(const firmware &machine, int folder, const std::string &file_name)
 {
     if (machine.kind == store_kind::efivarfs)
         return remove_efivarfs(machine.variables.get(), file_name.c_str());
-    int error = remove_file(locked, file_name.c_str());
+    int error = remove_file(folder, file_name.c_str());
     // A folder that stands in a variable's place is damage, not a matter of permission.
     return error == EISDIR ? EFI_DEVICE_ERROR : status_of(error);
 }
 
-capacity capacity_of(const firmware &machine)
+EFI_STATUS capacity_of(const firmware &machine, capacity *limits)
 {
+    constexpr const char *file_name = "capacity";
     std::array<std::int64_t, 2> numbers = {};
-    if (!read_state(machine, "capacity", numbers))
-        return {};
+    bool found = false;
+    if (EFI_STATUS status = read_state(machine, file_name, numbers, &found); status != EFI_SUCCESS)
+        return status;
+    *limits = {};
+    if (!found)
+        return EFI_SUCCESS;
     for (std::int64_t number : numbers) {
         if (number < 1 || number > static_cast<std::int64_t>(largest_variable_file - sizeof(UINT32)))
-            return {};
+            return refuse_state(file_name);
     }
-    return {static_cast<UINT64>(numbers[0]), static_cast<UINT64>(numbers[1])};
+    *limits = {static_cast<UINT64>(numbers[0]), static_cast<UINT64>(numbers[1])};
+    return EFI_SUCCESS;
 }
 
 UINT64 space_taken(std::size_t name_units, std::size_t data_size)
@@ -91,15 +97,15 @@ UINT64 space_taken(std::size_t name_units, std::size_t data_size)
     return sizeof(UINT32) + (name_units + 1) * sizeof(CHAR16) + data_size;
 }
 
-EFI_STATUS space_used(const firmware &machine, const descriptor *locked, UINT64 *used)
+EFI_STATUS space_used(const firmware &machine, stopped_writers temporaries, UINT64 *used)
 {
     std::vector<std::string> names;
     if (int error = list_folder(machine.variables.get(), &names); error != 0)
         return status_of(error);
     UINT64 total = 0;
     for (const std::string &name : names) {
-        if (locked != nullptr && is_temporary(name))
-            unlinkat(locked->get(), name.c_str(), 0);
+        if (temporaries == stopped_writers::clean_up && is_temporary(name))
+            unlinkat(machine.variables.get(), name.c_str(), 0);
         auto identity = identity_of(name);
         if (!identity)
             continue;

@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/machine/lock.h"
+
 namespace machine {
 
 namespace {
@@ -30,7 +32,7 @@ EFI_STATUS check_attributes(store_kind kind, UINT32 attributes)
 /* One request to change a variable, once its arguments have been checked. */
 struct change {
     const firmware &machine;
-    const descriptor &locked;
+    const descriptor &folder;
     std::string file_name;
     std::size_t name_units;
     UINT32 attributes;
@@ -41,7 +43,9 @@ EFI_STATUS check_space(const change &request, std::size_t old_data, std::size_t 
 {
     if (request.machine.kind == store_kind::efivarfs)
         return EFI_SUCCESS; // the firmware's own affair
-    capacity limits = capacity_of(request.machine);
+    capacity limits;
+    if (EFI_STATUS status = capacity_of(request.machine, &limits); status != EFI_SUCCESS)
+        return status;
     if (new_data > limits.variable)
         return EFI_OUT_OF_RESOURCES;
     UINT64 before = exists ? space_taken(request.name_units, old_data) : 0;
@@ -49,7 +53,8 @@ EFI_STATUS check_space(const change &request, std::size_t old_data, std::size_t 
     if (after <= before)
         return EFI_SUCCESS;
     UINT64 used = 0;
-    if (EFI_STATUS status = space_used(request.machine, &request.locked, &used); status != EFI_SUCCESS)
+    EFI_STATUS status = space_used(request.machine, stopped_writers::clean_up, &used);
+    if (status != EFI_SUCCESS)
         return status;
     return used - before + after <= limits.store ? EFI_SUCCESS : EFI_OUT_OF_RESOURCES;
 }
@@ -66,9 +71,9 @@ EFI_STATUS append(const change &request, EFI_STATUS state, const stored_variable
     if (status != EFI_SUCCESS)
         return status;
     if (request.machine.kind == store_kind::efivarfs) // the firmware appends
-        return write_variable(request.machine, request.locked.get(), request.file_name,
+        return write_variable(request.machine, request.folder.get(), request.file_name,
                               request.attributes | EFI_VARIABLE_APPEND_WRITE, {request.data});
-    return write_variable(request.machine, request.locked.get(), request.file_name, request.attributes,
+    return write_variable(request.machine, request.folder.get(), request.file_name, request.attributes,
                           {before, request.data});
 }
 
@@ -78,7 +83,7 @@ EFI_STATUS write(const change &request, EFI_STATUS state, const stored_variable 
     std::size_t before = exists ? old.data().size() : 0;
     if (EFI_STATUS status = check_space(request, before, request.data.size(), exists); status != EFI_SUCCESS)
         return status;
-    return write_variable(request.machine, request.locked.get(), request.file_name, request.attributes,
+    return write_variable(request.machine, request.folder.get(), request.file_name, request.attributes,
                           {request.data});
 }
 
@@ -95,7 +100,7 @@ EFI_STATUS apply(change request)
     if (deleting) // a damaged one too
         return state == EFI_NOT_FOUND
                    ? state
-                   : remove_variable(request.machine, request.locked.get(), request.file_name);
+                   : remove_variable(request.machine, request.folder.get(), request.file_name);
     if (state == EFI_SUCCESS && old.attributes != request.attributes)
         return EFI_INVALID_PARAMETER;
     return appending ? append(request, state, old) : write(request, state, old);
@@ -137,10 +142,13 @@ EFI_STATUS set_variable(const firmware &machine, name_view name, const EFI_GUID 
     }
     if (size > largest_variable_file - sizeof attributes)
         return EFI_OUT_OF_RESOURCES;
-    descriptor locked = lock_folder(machine.variables.get());
-    if (!locked)
+    held_lock lock(machine.root);
+    if (lock.error() != 0)
+        return lock.status();
+    descriptor folder = open_for_reading(machine.variables.get());
+    if (!folder)
         return status_of(errno);
-    return apply({machine, locked, std::move(*file_name), name.size(), attributes,
+    return apply({machine, folder, std::move(*file_name), name.size(), attributes,
                   byte_view(static_cast<const std::byte *>(data), static_cast<std::size_t>(size))});
 }
 
@@ -150,9 +158,11 @@ EFI_STATUS query_variable_info(const firmware &machine, UINT32 attributes, varia
         return status;
     if (machine.kind == store_kind::efivarfs)
         return efivarfs_space(machine.variables.get(), space);
-    capacity limits = capacity_of(machine);
+    capacity limits;
+    if (EFI_STATUS status = capacity_of(machine, &limits); status != EFI_SUCCESS)
+        return status;
     UINT64 used = 0;
-    if (EFI_STATUS status = space_used(machine, nullptr, &used); status != EFI_SUCCESS)
+    if (EFI_STATUS status = space_used(machine, stopped_writers::leave, &used); status != EFI_SUCCESS)
         return status;
     *space = {limits.store, used < limits.store ? limits.store - used : 0, limits.variable};
     return EFI_SUCCESS;

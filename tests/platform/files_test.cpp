@@ -5,7 +5,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -41,8 +40,8 @@ protected:
     }
     [[nodiscard]] int replace(const char *name, std::string_view text) const
     {
-        descriptor locked = machine::lock_folder(folder.get());
-        return machine::replace_file(locked.get(), name, view(text));
+        descriptor opened = machine::open_for_reading(folder.get());
+        return machine::replace_file(opened.get(), name, view(text));
     }
     [[nodiscard]] std::string text_of(const char *name) const { return disk.contents(disk.store() / name); }
 };
@@ -141,8 +140,8 @@ TEST_F(Files, missing_file_is_enoent)
 {
     std::string text;
     EXPECT_EQ(read("a", &text), ENOENT);
-    descriptor locked = machine::lock_folder(folder.get());
-    EXPECT_EQ(machine::remove_file(locked.get(), "a"), ENOENT);
+    descriptor opened = machine::open_for_reading(folder.get());
+    EXPECT_EQ(machine::remove_file(opened.get(), "a"), ENOENT);
 }
 
 TEST_F(Files, file_is_read_up_to_its_limit)
@@ -188,18 +187,6 @@ TEST_F(Files, folders_are_opened_without_following_links)
     EXPECT_FALSE(fs::exists(disk.root() / "new"));
     EXPECT_TRUE(machine::open_below(root.get(), {"new", "inner"}, missing_folders::create));
     EXPECT_TRUE(fs::is_directory(disk.root() / "new/inner"));
-}
-
-TEST_F(Files, lock_lasts_as_long_as_its_descriptor)
-{
-    descriptor other(open(disk.store().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    {
-        descriptor locked = machine::lock_folder(folder.get());
-        ASSERT_TRUE(locked);
-        EXPECT_EQ(flock(other.get(), LOCK_EX | LOCK_NB), -1);
-        EXPECT_EQ(errno, EWOULDBLOCK);
-    }
-    EXPECT_EQ(flock(other.get(), LOCK_EX | LOCK_NB), 0);
 }
 
 TEST_F(Files, list_has_every_name_but_the_two_of_folders)

@@ -4,6 +4,7 @@
 #include "platform/machine/machine.h"
 #include "tests/platform/machine_folder.h"
 
+using machine::stopped_writers;
 using platform_test::environment;
 using platform_test::global_suffix;
 using platform_test::machine_folder;
@@ -96,7 +97,7 @@ TEST_F(Store, space_is_attributes_name_with_terminator_and_data)
     disk.put_file(disk.store() / "notes.txt", "not a variable");
     disk.put_file(disk.file("Damaged"), "12");
     UINT64 used = 0;
-    ASSERT_EQ(machine::space_used(*firmware, nullptr, &used), EFI_SUCCESS);
+    ASSERT_EQ(machine::space_used(*firmware, stopped_writers::leave, &used), EFI_SUCCESS);
     EXPECT_EQ(used, (4u + 20u + 4u) + (4u + 4u + 1u));
 }
 
@@ -104,30 +105,32 @@ TEST_F(Store, what_stopped_writers_left_is_removed_under_the_lock_only)
 {
     disk.put_file(disk.store() / ".hwplat-1-1.tmp", "half");
     UINT64 used = 1;
-    ASSERT_EQ(machine::space_used(*firmware, nullptr, &used), EFI_SUCCESS);
+    ASSERT_EQ(machine::space_used(*firmware, stopped_writers::leave, &used), EFI_SUCCESS);
     EXPECT_EQ(used, 0u);
     EXPECT_EQ(disk.names().size(), 1u);
-    machine::descriptor locked = machine::lock_folder(firmware->variables.get());
-    ASSERT_EQ(machine::space_used(*firmware, &locked, &used), EFI_SUCCESS);
+    ASSERT_EQ(machine::space_used(*firmware, stopped_writers::clean_up, &used), EFI_SUCCESS);
     EXPECT_EQ(disk.names().size(), 0u);
 }
 
 TEST_F(Store, capacity_is_256_kib_and_32_kib_a_variable_unless_the_machine_says_otherwise)
 {
-    EXPECT_EQ(machine::capacity_of(*firmware).store, 262144u);
-    EXPECT_EQ(machine::capacity_of(*firmware).variable, 32768u);
+    machine::capacity limits;
+    EXPECT_EQ(machine::capacity_of(*firmware, &limits), EFI_SUCCESS);
+    EXPECT_EQ(limits.store, 262144u);
+    EXPECT_EQ(limits.variable, 32768u);
     disk.put_file(disk.state("capacity"), "1000 100\n");
-    EXPECT_EQ(machine::capacity_of(*firmware).store, 1000u);
-    EXPECT_EQ(machine::capacity_of(*firmware).variable, 100u);
+    EXPECT_EQ(machine::capacity_of(*firmware, &limits), EFI_SUCCESS);
+    EXPECT_EQ(limits.store, 1000u);
+    EXPECT_EQ(limits.variable, 100u);
 }
 
-TEST_F(Store, capacity_that_makes_no_sense_is_taken_as_absent)
+TEST_F(Store, capacity_that_makes_no_sense_is_not_taken_as_absent)
 {
     for (const char *text :
          {"", "1000", "0 100\n", "1000 -1\n", "1000 99999999\n", "99999999999999999999 1\n"}) {
         disk.put_file(disk.state("capacity"), text);
-        EXPECT_EQ(machine::capacity_of(*firmware).store, 262144u) << text;
-        EXPECT_EQ(machine::capacity_of(*firmware).variable, 32768u) << text;
+        machine::capacity limits = {1, 2};
+        EXPECT_EQ(machine::capacity_of(*firmware, &limits), EFI_DEVICE_ERROR) << text;
     }
 }
 
