@@ -108,7 +108,7 @@ EFI_STATUS list_names(const firmware &machine, name_list *out)
 {
     std::vector<std::string> names;
     if (int error = list_folder(machine.variables.get(), &names); error != 0)
-        return status_of(error);
+        return status_of_folder(error);
     std::erase_if(names, [](const std::string &name) {
         bool skip = !identity_of(name);
         if (skip)

@@ -204,8 +204,11 @@ int remove_file(int folder, const char *name)
 int list_folder(int folder, std::vector<std::string> *names)
 {
     descriptor readable = open_for_reading(folder);
-    if (!readable)
+    struct stat info = {};
+    if (!readable || fstat(readable.get(), &info) != 0)
         return errno;
+    if (info.st_nlink == 0) // removed: it looks empty, which it may never have been
+        return ENOENT;
     open_folder stream(fdopendir(readable.get()));
     if (!stream)
         return errno;
@@ -229,6 +232,11 @@ int list_folder(int folder, std::vector<std::string> *names)
 bool is_temporary(std::string_view name)
 {
     return name.starts_with(temporary_prefix) && name.ends_with(temporary_suffix);
+}
+
+EFI_STATUS status_of_folder(int error)
+{
+    return error == ENOENT ? EFI_DEVICE_ERROR : status_of(error);
 }
 
 EFI_STATUS status_of(int error)

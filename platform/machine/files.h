@@ -101,6 +101,9 @@ bool is_temporary(std::string_view name);
 /* The firmware's word for an errno value of a file system. */
 EFI_STATUS status_of(int error);
 
+/* The same for an error of the folder that files are in: one that is missing is no unknown variable. */
+EFI_STATUS status_of_folder(int error);
+
 } // namespace machine
 
 #endif

@@ -108,7 +108,7 @@ EFI_STATUS play_start(const firmware &machine)
         return lock.status();
     descriptor folder = open_for_reading(machine.variables.get());
     if (!folder)
-        return status_of(errno);
+        return status_of_folder(errno);
     std::optional<UINT16> option;
     if (int error = choose_option(machine, next_file, &option); error != 0)
         return status_of(error);

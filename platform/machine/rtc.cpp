@@ -24,6 +24,8 @@ EFI_STATUS rtc_status(int error)
     case ENOTTY:
     case EINVAL:
         return EFI_UNSUPPORTED;
+    case ERANGE: // a date that the chip has no digits for
+        return EFI_INVALID_PARAMETER;
     default:
         return status_of(error);
     }
@@ -109,7 +111,7 @@ EFI_STATUS switch_on(const machine_root &root, const EFI_TIME &time)
     wanted.time = to_chip(time);
     int error = ask_chip(root, RTC_WKALM_SET, &wanted);
     EFI_STATUS status = rtc_status(error);
-    if (error == EINVAL || error == ERANGE || error == EDOM) // it has alarms, as it was asked for the old one
+    if (error == EINVAL || error == EDOM) // it has alarms, as it was asked for the old one
         status = EFI_INVALID_PARAMETER;
     if (status == EFI_SUCCESS) {
         rtc_wkalrm shown = {};

@@ -74,7 +74,7 @@ EFI_STATUS write_variable(const firmware &machine, int folder, const std::string
         contents.insert(contents.end(), part.begin(), part.end());
     if (machine.kind == store_kind::efivarfs)
         return write_efivarfs(machine.variables.get(), file_name.c_str(), contents);
-    return status_of(replace_file(folder, file_name.c_str(), contents));
+    return status_of_folder(replace_file(folder, file_name.c_str(), contents));
 }
 
 EFI_STATUS remove_variable(const firmware &machine, int folder, const std::string &file_name,
@@ -114,7 +114,7 @@ EFI_STATUS space_used(const firmware &machine, stopped_writers temporaries, UINT
 {
     std::vector<std::string> names;
     if (int error = list_folder(machine.variables.get(), &names); error != 0)
-        return status_of(error);
+        return status_of_folder(error);
     UINT64 total = 0;
     for (const std::string &name : names) {
         if (temporaries == stopped_writers::clean_up && is_temporary(name))

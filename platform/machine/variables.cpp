@@ -188,7 +188,7 @@ EFI_STATUS set_variable(const firmware &machine, name_view name, const EFI_GUID 
         return lock.status();
     descriptor folder = open_for_reading(machine.variables.get());
     if (!folder)
-        return status_of(errno);
+        return status_of_folder(errno);
     bool is_global = std::memcmp(&guid, &global_variable_guid, sizeof guid) == 0;
     return apply({machine, folder, std::move(*file_name), name, is_global, attributes,
                   byte_view(static_cast<const std::byte *>(data), static_cast<std::size_t>(size))});

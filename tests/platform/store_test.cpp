@@ -70,6 +70,23 @@ TEST_F(Store, file_that_cannot_be_looked_at_is_not_absent)
     EXPECT_EQ(machine::next_variable(*firmware, &size, text.data(), &guid), EFI_DEVICE_ERROR);
 }
 
+// All variables of a machine that was taken away are not "none".
+TEST_F(Store, folder_that_is_gone_has_no_empty_list)
+{
+    fs::remove(disk.store());
+    std::vector<CHAR16> text(10);
+    UINTN size = text.size() * sizeof(CHAR16);
+    EFI_GUID guid = {};
+    EXPECT_EQ(machine::next_variable(*firmware, &size, text.data(), &guid), EFI_DEVICE_ERROR);
+    machine::variable_space space;
+    EXPECT_EQ(machine::query_variable_info(*firmware, 7, &space), EFI_DEVICE_ERROR);
+    const std::vector<CHAR16> name = {'A'};
+    EXPECT_EQ(machine::set_variable(*firmware, name, platform_test::global_guid, 7, 4, "data"),
+              EFI_DEVICE_ERROR);
+    EXPECT_EQ(machine::set_variable(*firmware, name, platform_test::global_guid, 7, 0, nullptr),
+              EFI_DEVICE_ERROR);
+}
+
 TEST_F(Store, empty_file_is_one_that_an_efivarfs_was_never_given)
 {
     disk.put_file(disk.file("A"), "");
