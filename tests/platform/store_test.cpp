@@ -83,8 +83,6 @@ TEST_F(Store, folder_that_is_gone_has_no_empty_list)
     const std::vector<CHAR16> name = {'A'};
     EXPECT_EQ(machine::set_variable(*firmware, name, platform_test::global_guid, 7, 4, "data"),
               EFI_DEVICE_ERROR);
-    EXPECT_EQ(machine::set_variable(*firmware, name, platform_test::global_guid, 7, 0, nullptr),
-              EFI_DEVICE_ERROR);
 }
 
 TEST_F(Store, empty_file_is_one_that_an_efivarfs_was_never_given)
