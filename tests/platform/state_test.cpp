@@ -121,6 +121,21 @@ TEST_F(State, services_say_what_they_cannot_read)
     EXPECT_EQ(machine::query_variable_info(*firmware, 7, &space), EFI_DEVICE_ERROR);
 }
 
+// Its attributes are not known, and the request may not fit them.
+TEST_F(State, variable_that_cannot_be_read_is_not_written_over)
+{
+    disk.put("A", "data", 3);
+    const std::vector<CHAR16> name = {'A'};
+    const platform_test::failing_call failing(platform_test::wrapped::read, EIO);
+    for (UINT32 attributes : {7u, 0x47u}) {
+        EXPECT_EQ(machine::set_variable(*firmware, name, platform_test::global_guid, attributes, 5, "other"),
+                  EFI_DEVICE_ERROR);
+    }
+    EXPECT_EQ(machine::set_variable(*firmware, name, platform_test::global_guid, 0, 0, nullptr),
+              EFI_DEVICE_ERROR);
+    EXPECT_EQ(disk.get("A"), std::string("\3\0\0\0data", 8));
+}
+
 TEST_F(State, start_is_not_played_by_what_cannot_be_read)
 {
     for (const char *option : {"Boot0001", "Boot0002"})

@@ -279,16 +279,6 @@ TEST_F(SetVariable, new_name_that_an_efivarfs_cannot_say_is_refused)
     EXPECT_EQ(set(u"a/b", 7, ""), EFI_SUCCESS);
 }
 
-TEST_F(SetVariable, variable_that_cannot_be_read_is_not_written_over)
-{
-    if (geteuid() == 0)
-        GTEST_SKIP() << "root reads everything";
-    disk.put("A", "data");
-    fs::permissions(disk.file("A"), fs::perms::none);
-    EXPECT_EQ(set(u"A", 7, "other"), EFI_ACCESS_DENIED);
-    EXPECT_EQ(set(u"A", 7, ""), EFI_ACCESS_DENIED);
-}
-
 TEST_F(SetVariable, umask_leaves_no_variable_that_nobody_reads)
 {
     mode_t before = umask(0777);
