@@ -1,8 +1,9 @@
 #include "platform/machine/machine.h"
 
 #include <array>
-#include <cerrno>
 #include <ctime>
+
+#include "platform/machine/lock.h"
 
 namespace machine {
 
@@ -29,27 +30,9 @@ moment host_now()
     return {now.tv_sec, now.tv_nsec};
 }
 
-/* The state folder could not be made or locked: errno in the firmware's words. */
-EFI_STATUS no_state()
+/* The host's time moved by what `time-offset` says; nothing when that makes no sense. */
+std::optional<EFI_TIME> shifted_time(moment host, const std::array<std::int64_t, 4> &stored)
 {
-    // A part of the way that is missing and cannot be made is no unknown variable.
-    EFI_STATUS status = status_of(errno);
-    return status == EFI_NOT_FOUND ? EFI_DEVICE_ERROR : status;
-}
-
-EFI_STATUS store_numbers(const firmware &machine, const char *file_name,
-                         std::span<const std::int64_t> numbers)
-{
-    descriptor locked = lock_state(machine);
-    return locked ? write_state(locked, file_name, numbers) : no_state();
-}
-
-/* The machine's time by what `time-offset` says; nothing when that is absent or makes no sense. */
-std::optional<EFI_TIME> shifted_time(const firmware &machine, moment host)
-{
-    std::array<std::int64_t, 4> stored = {};
-    if (!read_state(machine, offset_file, stored))
-        return std::nullopt;
     auto [seconds, fraction, zone, daylight] = stored;
     std::int64_t sum = 0;
     if (fraction < 0 || fraction >= nanoseconds || __builtin_add_overflow(host.seconds, seconds, &sum))
@@ -67,12 +50,17 @@ std::optional<EFI_TIME> shifted_time(const firmware &machine, moment host)
     return time;
 }
 
-std::optional<EFI_TIME> time_now(const firmware &machine)
+EFI_STATUS time_now(const firmware &machine, EFI_TIME *time)
 {
-    moment host = host_now();
-    if (auto time = shifted_time(machine, host))
-        return time;
-    return time_of(host.seconds, static_cast<std::uint32_t>(host.nanosecond));
+    std::array<std::int64_t, 4> stored = {};
+    bool found = false;
+    if (EFI_STATUS status = read_state(machine, offset_file, stored, &found); status != EFI_SUCCESS)
+        return status;
+    auto shown = shifted_time(host_now(), stored); // by nothing where nothing was ever set
+    if (!shown)
+        return refuse_state(offset_file);
+    *time = *shown;
+    return EFI_SUCCESS;
 }
 
 /* A value that does not fit its field makes the whole alarm one that seconds_of refuses. */
@@ -83,20 +71,23 @@ bool put(std::int64_t number, field *out)
     return *out == number;
 }
 
-bool read_wakeup(const firmware &machine, wakeup *alarm)
+EFI_STATUS read_wakeup(const firmware &machine, wakeup *alarm, bool *found)
 {
     std::array<std::int64_t, 10> stored = {};
-    if (!read_state(machine, wakeup_file, stored) || (stored[0] != 0 && stored[0] != 1))
-        return false;
+    if (EFI_STATUS status = read_state(machine, wakeup_file, stored, found); status != EFI_SUCCESS)
+        return status;
+    *alarm = {};
+    if (!*found)
+        return EFI_SUCCESS;
     EFI_TIME time = {};
     bool fits = put(stored[1], &time.year) && put(stored[2], &time.month) && put(stored[3], &time.day) &&
                 put(stored[4], &time.hour) && put(stored[5], &time.minute) && put(stored[6], &time.second) &&
                 put(stored[7], &time.nanosecond) && put(stored[8], &time.timezone) &&
                 put(stored[9], &time.daylight);
-    if (!fits || !seconds_of(time))
-        return false;
+    if (!fits || !seconds_of(time) || (stored[0] != 0 && stored[0] != 1))
+        return refuse_state(wakeup_file);
     *alarm = {stored[0] == 1, false, time};
-    return true;
+    return EFI_SUCCESS;
 }
 
 } // namespace
@@ -105,15 +96,9 @@ EFI_STATUS get_time(const firmware &machine, EFI_TIME *time, EFI_TIME_CAPABILITI
 {
     constexpr uint32_t usual_accuracy = 50'000'000; // of a crystal: 50 parts per million
     EFI_TIME now = {};
-    if (machine.root.live) {
-        if (EFI_STATUS status = rtc_get_time(machine.root, &now); status != EFI_SUCCESS)
-            return status;
-    } else {
-        auto shown = time_now(machine);
-        if (!shown)
-            return EFI_DEVICE_ERROR;
-        now = *shown;
-    }
+    EFI_STATUS status = machine.root.live ? rtc_get_time(machine.root, &now) : time_now(machine, &now);
+    if (status != EFI_SUCCESS)
+        return status;
     *time = now;
     if (capabilities != nullptr) {
         capabilities->resolution = machine.root.live ? 1 : static_cast<uint32_t>(nanoseconds);
@@ -128,6 +113,9 @@ EFI_STATUS set_time(const firmware &machine, const EFI_TIME &time)
     auto wanted = seconds_of(time);
     if (!wanted)
         return EFI_INVALID_PARAMETER;
+    held_lock lock(machine.root);
+    if (lock.error() != 0)
+        return lock.status();
     if (machine.root.live)
         return rtc_set_time(machine.root, time);
     moment host = host_now();
@@ -137,8 +125,8 @@ EFI_STATUS set_time(const firmware &machine, const EFI_TIME &time)
         fraction += nanoseconds;
         --seconds;
     }
-    return store_numbers(machine, offset_file,
-                         std::array<std::int64_t, 4>{seconds, fraction, time.timezone, time.daylight});
+    return write_state(machine, offset_file,
+                       std::array<std::int64_t, 4>{seconds, fraction, time.timezone, time.daylight});
 }
 
 EFI_STATUS get_wakeup_time(const firmware &machine, wakeup *alarm)
@@ -146,9 +134,14 @@ EFI_STATUS get_wakeup_time(const firmware &machine, wakeup *alarm)
     if (machine.root.live)
         return rtc_get_wakeup_time(machine.root, alarm);
     wakeup stored;
-    if (read_wakeup(machine, &stored) && stored.enabled) {
-        auto now = time_now(machine);
-        stored.pending = now && is_reached(stored.time, *now);
+    bool found = false;
+    if (EFI_STATUS status = read_wakeup(machine, &stored, &found); status != EFI_SUCCESS)
+        return status;
+    if (stored.enabled) {
+        EFI_TIME now = {};
+        if (EFI_STATUS status = time_now(machine, &now); status != EFI_SUCCESS)
+            return status;
+        stored.pending = is_reached(stored.time, now);
     }
     *alarm = stored;
     return EFI_SUCCESS;
@@ -158,19 +151,22 @@ EFI_STATUS set_wakeup_time(const firmware &machine, bool enable, const EFI_TIME 
 {
     if (enable && (time == nullptr || !seconds_of(*time)))
         return EFI_INVALID_PARAMETER;
+    held_lock lock(machine.root);
+    if (lock.error() != 0)
+        return lock.status();
     if (machine.root.live)
         return rtc_set_wakeup_time(machine.root, enable, time);
-    descriptor locked = lock_state(machine);
-    if (!locked)
-        return no_state();
     wakeup alarm;
-    bool known = read_wakeup(machine, &alarm);
-    if (enable)
+    if (enable) {
         alarm.time = *time;
-    else if (!known)
-        return EFI_SUCCESS; // there is no alarm that could be switched off
+    } else {
+        bool found = false;
+        EFI_STATUS status = read_wakeup(machine, &alarm, &found);
+        if (status != EFI_SUCCESS || !found) // there is no alarm that could be switched off
+            return status;
+    }
     const EFI_TIME &t = alarm.time;
-    return write_state(locked, wakeup_file,
+    return write_state(machine, wakeup_file,
                        std::array<std::int64_t, 10>{enable ? 1 : 0, t.year, t.month, t.day, t.hour, t.minute,
                                                     t.second, t.nanosecond, t.timezone, t.daylight});
 }
@@ -179,14 +175,18 @@ EFI_STATUS next_high_monotonic_count(const firmware &machine, UINT32 *count)
 {
     if (machine.root.live)
         return EFI_UNSUPPORTED;
-    descriptor locked = lock_state(machine);
-    if (!locked)
-        return no_state();
+    held_lock lock(machine.root);
+    if (lock.error() != 0)
+        return lock.status();
     std::array<std::int64_t, 1> last = {};
-    UINT32 next = 1;
-    if (read_state(machine, count_file, last) && last[0] >= 0 && last[0] <= UINT32_MAX)
-        next = static_cast<UINT32>(last[0]) + 1; // after the last number comes 0, as in firmware
-    EFI_STATUS status = write_state(locked, count_file, std::array<std::int64_t, 1>{next});
+    bool found = false;
+    EFI_STATUS status = read_state(machine, count_file, last, &found);
+    if (status != EFI_SUCCESS)
+        return status;
+    if (last[0] < 0 || last[0] > UINT32_MAX)
+        return refuse_state(count_file);
+    auto next = static_cast<UINT32>(last[0]) + 1; // after the last number comes 0, as in firmware
+    status = write_state(machine, count_file, std::array<std::int64_t, 1>{next});
     if (status == EFI_SUCCESS)
         *count = next;
     return status;

@@ -4,12 +4,12 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <memory>
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -26,17 +26,53 @@ struct close_folder {
 };
 using open_folder = std::unique_ptr<DIR, close_folder>;
 
+/* While it lives, a file that would grow beyond the process's limit does not end the program (SIGXFSZ). */
+class no_size_signal {
+public:
+    no_size_signal()
+    {
+        sigemptyset(&signal);
+        sigaddset(&signal, SIGXFSZ);
+        sigset_t pending = {};
+        was_pending = sigpending(&pending) == 0 && sigismember(&pending, SIGXFSZ) == 1;
+        pthread_sigmask(SIG_BLOCK, &signal, &before);
+    }
+    no_size_signal(const no_size_signal &) = delete;
+    no_size_signal &operator=(const no_size_signal &) = delete;
+    ~no_size_signal()
+    {
+        int saved = errno;
+        const timespec at_once = {};
+        while (!was_pending && sigtimedwait(&signal, nullptr, &at_once) < 0 && errno == EINTR) {
+        }
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
+        errno = saved;
+    }
+
+private:
+    sigset_t signal = {};
+    sigset_t before = {};
+    bool was_pending = false;
+};
+
 int write_all(int fd, byte_view rest)
 {
-    while (!rest.empty()) {
+    no_size_signal quiet;
+    for (int interruptions = 0; !rest.empty();) {
         ssize_t written = write(fd, rest.data(), rest.size());
-        if (written < 0 && errno == EINTR)
+        if (written < 0 && errno == EINTR && ++interruptions < most_interruptions)
             continue;
         if (written <= 0)
             return written < 0 ? errno : EIO;
         rest = rest.subspan(static_cast<std::size_t>(written));
     }
     return 0;
+}
+
+/* What has happened stands whatever this answers: any failure is one and the same, and never "no room". */
+int write_back(int folder)
+{
+    return fsync(folder) == 0 ? 0 : EIO;
 }
 
 /* A name may be left over from a stopped process that had this one's number: then the next one is tried. */
@@ -49,8 +85,13 @@ int create_temporary(int folder, temporary_name *name, descriptor *file)
                       static_cast<long>(getpid()), counter.fetch_add(1), temporary_suffix.data());
         constexpr mode_t mode = 0644; // as efivarfs has it
         file->reset(openat(folder, name->data(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
-        if (*file)
+        if (*file && fchmod(file->get(), mode) == 0)
             return 0;
+        if (*file) {
+            int error = errno;
+            unlinkat(folder, name->data(), 0);
+            return error;
+        }
         if (errno != EEXIST)
             return errno;
     }
@@ -76,8 +117,12 @@ descriptor open_below(int at, std::initializer_list<const char *> names, missing
     descriptor folder;
     for (const char *name : names) {
         int above = folder ? folder.get() : at;
-        if (missing == missing_folders::create && mkdirat(above, name, mode) != 0 && errno != EEXIST)
-            return {};
+        if (missing == missing_folders::create) {
+            if (mkdirat(above, name, mode) == 0)
+                fchmodat(above, name, mode, 0); // a umask may have left not even the owner a way in
+            else if (errno != EEXIST)
+                return {};
+        }
         folder = descriptor(openat(above, name, flags));
         if (!folder)
             return {};
@@ -85,16 +130,17 @@ descriptor open_below(int at, std::initializer_list<const char *> names, missing
     return folder;
 }
 
-descriptor lock_folder(int folder)
+std::optional<identity> identity_of_descriptor(int fd)
 {
-    descriptor readable(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!readable)
-        return {};
-    while (flock(readable.get(), LOCK_EX) != 0) {
-        if (errno != EINTR)
-            return {};
-    }
-    return readable;
+    struct stat info = {};
+    if (fstat(fd, &info) != 0)
+        return std::nullopt;
+    return identity{info.st_dev, info.st_ino};
+}
+
+descriptor open_for_reading(int folder)
+{
+    return descriptor(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
 int read_file(int folder, const char *name, std::size_t limit, bytes *contents)
@@ -111,9 +157,9 @@ int read_file(int folder, const char *name, std::size_t limit, bytes *contents)
     // One byte more than the file says it has shows that it grew meanwhile.
     bytes buffer(static_cast<std::size_t>(info.st_size) + 1);
     std::size_t filled = 0;
-    for (;;) {
+    for (int interruptions = 0;;) {
         ssize_t got = read(file.get(), buffer.data() + filled, buffer.size() - filled);
-        if (got < 0 && errno == EINTR)
+        if (got < 0 && errno == EINTR && ++interruptions < most_interruptions)
             continue;
         if (got < 0)
             return errno;
@@ -130,36 +176,39 @@ int read_file(int folder, const char *name, std::size_t limit, bytes *contents)
     return 0;
 }
 
-int replace_file(int locked, const char *name, byte_view contents)
+int replace_file(int folder, const char *name, byte_view contents)
 {
     temporary_name temporary = {};
     descriptor file;
-    if (int error = create_temporary(locked, &temporary, &file); error != 0)
+    if (int error = create_temporary(folder, &temporary, &file); error != 0)
         return error;
     int error = write_all(file.get(), contents);
     if (error == 0 && fsync(file.get()) != 0)
         error = errno;
-    if (error == 0 && renameat(locked, temporary.data(), locked, name) != 0)
+    if (error == 0 && renameat(folder, temporary.data(), folder, name) != 0)
         error = errno;
     if (error != 0) {
-        unlinkat(locked, temporary.data(), 0);
+        unlinkat(folder, temporary.data(), 0);
         return error;
     }
-    return fsync(locked) == 0 ? 0 : errno;
+    return write_back(folder);
 }
 
-int remove_file(int locked, const char *name)
+int remove_file(int folder, const char *name)
 {
-    if (unlinkat(locked, name, 0) != 0)
+    if (unlinkat(folder, name, 0) != 0)
         return errno;
-    return fsync(locked) == 0 ? 0 : errno;
+    return write_back(folder);
 }
 
 int list_folder(int folder, std::vector<std::string> *names)
 {
-    descriptor readable(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!readable)
+    descriptor readable = open_for_reading(folder);
+    struct stat info = {};
+    if (!readable || fstat(readable.get(), &info) != 0)
         return errno;
+    if (info.st_nlink == 0) // removed: it looks empty, which it may never have been
+        return ENOENT;
     open_folder stream(fdopendir(readable.get()));
     if (!stream)
         return errno;
@@ -185,6 +234,11 @@ bool is_temporary(std::string_view name)
     return name.starts_with(temporary_prefix) && name.ends_with(temporary_suffix);
 }
 
+EFI_STATUS status_of_folder(int error)
+{
+    return error == ENOENT ? EFI_DEVICE_ERROR : status_of(error);
+}
+
 EFI_STATUS status_of(int error)
 {
     switch (error) {
@@ -197,10 +251,17 @@ EFI_STATUS status_of(int error)
         return EFI_ACCESS_DENIED;
     case EROFS:
         return EFI_WRITE_PROTECTED;
-    case ENOSPC:
+    case ETIMEDOUT:
+        return EFI_TIMEOUT;
+    case ENOSPC: // of the file system: the variable store may have room yet
     case EDQUOT:
+    case EFBIG:
+        return EFI_VOLUME_FULL;
     case ENOMEM:
         return EFI_OUT_OF_RESOURCES;
+    case ENOSYS:
+    case EOPNOTSUPP:
+        return EFI_UNSUPPORTED;
     case EINVAL:
     case EILSEQ: // a name that this file system cannot hold
     case ENAMETOOLONG:

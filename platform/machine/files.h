@@ -8,11 +8,14 @@
 
 #include <cstddef>
 #include <initializer_list>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include <sys/types.h>
 
 #include <ovra/uefi.h>
 
@@ -42,8 +45,23 @@ private:
     int number = -1;
 };
 
+/* Which file a descriptor is open on, whatever its number. */
+struct identity {
+    dev_t device = 0;
+    ino_t inode = 0;
+    bool operator==(const identity &) const = default;
+};
+/* Nothing, with errno, when it is open on none. */
+std::optional<identity> identity_of_descriptor(int fd);
+
 using bytes = std::vector<std::byte>;
 using byte_view = std::span<const std::byte>;
+
+/*
+ * How often a call is made again that the system or the firmware breaks off (EINTR, which is also the
+ * kernel's word for EFI_ABORTED): a firmware that always does must not keep us for ever.
+ */
+inline constexpr int most_interruptions = 50;
 
 enum class missing_folders { fail, create };
 
@@ -53,11 +71,8 @@ enum class missing_folders { fail, create };
  */
 descriptor open_below(int at, std::initializer_list<const char *> names, missing_folders missing);
 
-/*
- * Opens `folder` for reading and takes the exclusive lock under which it is written, by every process and
- * thread. The lock ends with the descriptor. An empty descriptor with errno when that is not possible.
- */
-descriptor lock_folder(int folder);
+/* Opens `folder` anew to read its names or write it back to the disk. An empty descriptor with errno. */
+descriptor open_for_reading(int folder);
 
 /*
  * Reads a whole regular file. ENOENT when there is none; EBADMSG when the name is there but is no regular
@@ -66,14 +81,16 @@ descriptor lock_folder(int folder);
 int read_file(int folder, const char *name, std::size_t limit, bytes *contents);
 
 /*
- * Makes `contents` those of a file. A stop at any moment leaves the old file or the new one: the bytes go to
- * a temporary file (is_temporary), which then takes the name. `locked` is what lock_folder gave. An error
- * before the new file has the name leaves the old one.
+ * Makes `contents` those of a file of mode 0644, as on an efivarfs, whatever the umask is. A stop at any
+ * moment leaves the old file or the new one: the bytes go to a temporary file (is_temporary), which then
+ * takes the name. `folder` is what open_for_reading gave. An error before the new file has the name leaves
+ * the old one; an error of the last fsync leaves the new one, of which nobody knows whether it would survive
+ * a crash. A limit on the size of files is EFBIG, and no signal.
  */
-int replace_file(int locked, const char *name, byte_view contents);
+int replace_file(int folder, const char *name, byte_view contents);
 
 /* Removes a file so that it stays removed after a crash. ENOENT when there is none. */
-int remove_file(int locked, const char *name);
+int remove_file(int folder, const char *name);
 
 /* The names in a folder, in no order, without "." and "..". `*names` changes on success only. */
 int list_folder(int folder, std::vector<std::string> *names);
@@ -81,8 +98,11 @@ int list_folder(int folder, std::vector<std::string> *names);
 /* Whether a writer that was stopped may have left a file of this name. No variable has such a name. */
 bool is_temporary(std::string_view name);
 
-/* The firmware's word for an errno value. */
+/* The firmware's word for an errno value of a file system. */
 EFI_STATUS status_of(int error);
+
+/* The same for an error of the folder that files are in: one that is missing is no unknown variable. */
+EFI_STATUS status_of_folder(int error);
 
 } // namespace machine
 

@@ -34,41 +34,54 @@ bool parse(std::string_view text, std::span<std::int64_t> numbers)
     return at == end;
 }
 
+void say_why(const char *file_name, int error)
+{
+    debug("cannot go by var/lib/hwplat/%s: %s", file_name,
+          error == EBADMSG ? "it does not say what it should" : std::strerror(error));
+}
+
 } // namespace
 
-bool read_state(const firmware &machine, const char *file_name, std::span<std::int64_t> numbers)
+EFI_STATUS read_state(const firmware &machine, const char *file_name, std::span<std::int64_t> numbers,
+                      bool *found)
 {
-    descriptor folder = open_state(machine, missing_folders::fail);
-    if (!folder)
-        return false;
     bytes contents;
-    int error = read_file(folder.get(), file_name, longest_text, &contents);
+    descriptor folder = open_state(machine, missing_folders::fail);
+    int error = folder ? read_file(folder.get(), file_name, longest_text, &contents) : errno;
+    if (error == ENOENT || error == ENOTDIR) {
+        *found = false;
+        return EFI_SUCCESS;
+    }
     if (error == 0 && !parse({reinterpret_cast<const char *>(contents.data()), contents.size()}, numbers))
         error = EBADMSG;
-    if (error != 0 && error != ENOENT)
-        debug("skipped var/lib/hwplat/%s: %s", file_name,
-              error == EBADMSG ? "it does not say what it should" : std::strerror(error));
-    return error == 0;
-}
-
-descriptor lock_state(const firmware &machine)
-{
-    descriptor folder = open_state(machine, missing_folders::create);
-    if (!folder) {
-        debug("cannot make var/lib/hwplat: %s", std::strerror(errno));
-        return {};
-    }
-    return lock_folder(folder.get());
-}
-
-EFI_STATUS write_state(const descriptor &locked, const char *file_name, std::span<const std::int64_t> numbers)
-{
-    std::vector<std::string> names;
-    if (int error = list_folder(locked.get(), &names); error != 0)
+    if (error != 0) {
+        say_why(file_name, error);
         return status_of(error);
+    }
+    *found = true;
+    return EFI_SUCCESS;
+}
+
+EFI_STATUS refuse_state(const char *file_name)
+{
+    say_why(file_name, EBADMSG);
+    return status_of(EBADMSG);
+}
+
+EFI_STATUS write_state(const firmware &machine, const char *file_name, std::span<const std::int64_t> numbers)
+{
+    descriptor above = open_state(machine, missing_folders::create);
+    descriptor folder = above ? open_for_reading(above.get()) : descriptor();
+    if (!folder) {
+        debug("cannot write var/lib/hwplat/%s: %s", file_name, std::strerror(errno));
+        return status_of_folder(errno);
+    }
+    std::vector<std::string> names;
+    if (int error = list_folder(folder.get(), &names); error != 0)
+        return status_of_folder(error);
     for (const std::string &name : names) {
         if (is_temporary(name)) // of a stopped writer, as this one has the lock
-            unlinkat(locked.get(), name.c_str(), 0);
+            unlinkat(folder.get(), name.c_str(), 0);
     }
     std::string text;
     for (std::int64_t number : numbers) {
@@ -77,7 +90,7 @@ EFI_STATUS write_state(const descriptor &locked, const char *file_name, std::spa
         text += std::to_string(number);
     }
     text.push_back('\n');
-    return status_of(replace_file(locked.get(), file_name, std::as_bytes(std::span(text))));
+    return status_of_folder(replace_file(folder.get(), file_name, std::as_bytes(std::span(text))));
 }
 
 } // namespace machine

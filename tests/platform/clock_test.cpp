@@ -70,13 +70,13 @@ protected:
         BOOLEAN pending = B_TRUE;
         EFI_TIME time = {};
     };
-    [[nodiscard]] alarm wakeup() const
+    [[nodiscard]] alarm wakeup(EFI_STATUS expected = EFI_SUCCESS) const
     {
         alarm found;
         EFI_STATUS status = not_answered;
         ovra_get_wakeup_time_args_t args = {&found.enabled, &found.pending, &found.time, &status};
         EXPECT_EQ(devns_ioctl(opened.fd(), OVRA_GET_WAKEUP_TIME, &args), 0);
-        EXPECT_EQ(status, EFI_SUCCESS);
+        EXPECT_EQ(status, expected);
         return found;
     }
     EFI_STATUS set_wakeup(BOOLEAN enable, EFI_TIME *time) const
@@ -173,15 +173,20 @@ TEST_F(Time, bad_field_is_refused_and_nothing_kept)
     EXPECT_FALSE(fs::exists(disk.root() / "var"));
 }
 
-TEST_F(Time, offset_that_makes_no_sense_is_taken_as_absent)
+TEST_F(Time, offset_that_makes_no_sense_is_said_until_the_time_is_set)
 {
     for (const char *text :
          {"", "1 2 3\n", "x\n", "9223372036854775807 999999999 0 0\n", "-9223372036854775808 0 0 0\n",
           "999999999999 0 0 0\n", "0 -1 0 0\n", "0 1000000000 0 0\n", "0 0 1441 0\n", "0 0 65536 0\n",
           "0 0 0 4\n", "0 0 0 256\n"}) {
         disk.put_file(disk.state("time-offset"), text);
-        expect_host_time();
+        EFI_TIME time = {};
+        EXPECT_EQ(get(&time), EFI_DEVICE_ERROR) << text;
     }
+    EXPECT_EQ(set(make_time(2000, 1, 1)), EFI_SUCCESS);
+    EFI_TIME time = {};
+    EXPECT_EQ(get(&time), EFI_SUCCESS);
+    EXPECT_EQ(time.year, 2000);
 }
 
 TEST_F(Time, each_machine_has_its_own)
@@ -253,15 +258,18 @@ TEST_F(Wakeup, needs_a_valid_time_to_be_switched_on)
     EXPECT_EQ(wakeup().enabled, B_FALSE);
 }
 
-TEST_F(Wakeup, state_that_makes_no_sense_is_taken_as_absent)
+TEST_F(Wakeup, state_that_makes_no_sense_is_said_until_an_alarm_is_set)
 {
     for (const char *text :
          {"", "1\n", "2 2024 1 1 0 0 0 0 0 0\n", "1 2024 13 1 0 0 0 0 0 0\n", "1 67560 1 1 0 0 0 0 0 0\n",
           "1 2024 257 1 0 0 0 0 0 0\n", "1 2024 1 1 0 0 0 4294967296 0 0\n", "1 2024 1 1 0 0 0 0 0 0 0\n"}) {
         disk.put_file(disk.state("wakeup"), text);
-        EXPECT_EQ(wakeup().enabled, B_FALSE) << text;
-        EXPECT_EQ(wakeup().time.year, 0) << text;
+        EXPECT_EQ(wakeup(EFI_DEVICE_ERROR).enabled, B_TRUE) << text; // as it was before the call
+        EXPECT_EQ(set_wakeup(B_FALSE, nullptr), EFI_DEVICE_ERROR) << text;
     }
+    EFI_TIME time = make_time(2024, 1, 1);
+    EXPECT_EQ(set_wakeup(B_TRUE, &time), EFI_SUCCESS);
+    EXPECT_EQ(wakeup().enabled, B_TRUE);
 }
 
 TEST_F(MonotonicCount, goes_up_by_one_through_every_handle)
@@ -285,11 +293,14 @@ TEST_F(MonotonicCount, begins_anew_behind_its_last_number)
     EXPECT_EQ(count(), 1u);
 }
 
-TEST_F(MonotonicCount, state_that_makes_no_sense_is_taken_as_absent)
+TEST_F(MonotonicCount, state_that_makes_no_sense_gives_out_no_number_twice)
 {
     for (const char *text : {"", "-1\n", "4294967296\n", "seven\n", "7"}) {
         disk.put_file(disk.state("monotonic-count"), text);
-        EXPECT_EQ(count(), 1u) << text;
+        EFI_STATUS status = EFI_SUCCESS;
+        EXPECT_EQ(count(&status), 0xdeadu) << text;
+        EXPECT_EQ(status, EFI_DEVICE_ERROR) << text;
+        EXPECT_EQ(disk.contents(disk.state("monotonic-count")), text);
     }
 }
 

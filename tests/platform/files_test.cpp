@@ -5,7 +5,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -41,8 +40,8 @@ protected:
     }
     [[nodiscard]] int replace(const char *name, std::string_view text) const
     {
-        descriptor locked = machine::lock_folder(folder.get());
-        return machine::replace_file(locked.get(), name, view(text));
+        descriptor opened = machine::open_for_reading(folder.get());
+        return machine::replace_file(opened.get(), name, view(text));
     }
     [[nodiscard]] std::string text_of(const char *name) const { return disk.contents(disk.store() / name); }
 };
@@ -81,6 +80,29 @@ TEST_F(Files, failure_of_any_call_before_the_rename_leaves_the_old_file_alone)
         EXPECT_EQ(text_of("a"), "old");
         EXPECT_EQ(disk.names(), std::vector<std::string>{"a"});
     }
+}
+
+TEST_F(Files, call_that_is_always_broken_off_ends)
+{
+    ASSERT_EQ(replace("a", "old"), 0);
+    using platform_test::wrapped;
+    {
+        failing_call failing(wrapped::write, EINTR);
+        EXPECT_EQ(replace("a", "new"), EINTR);
+    }
+    failing_call failing(wrapped::read, EINTR);
+    std::string text;
+    EXPECT_EQ(read("a", &text), EINTR);
+}
+
+// The new value stands; that it survives a crash is what nobody knows.
+TEST_F(Files, failure_of_the_last_call_leaves_the_new_file)
+{
+    ASSERT_EQ(replace("a", "old"), 0);
+    failing_call failing(platform_test::wrapped::fsync, EIO, 1);
+    EXPECT_EQ(replace("a", "new"), EIO);
+    EXPECT_EQ(text_of("a"), "new");
+    EXPECT_EQ(disk.names(), std::vector<std::string>{"a"});
 }
 
 TEST_F(Files, temporary_names_are_never_shared)
@@ -141,8 +163,8 @@ TEST_F(Files, missing_file_is_enoent)
 {
     std::string text;
     EXPECT_EQ(read("a", &text), ENOENT);
-    descriptor locked = machine::lock_folder(folder.get());
-    EXPECT_EQ(machine::remove_file(locked.get(), "a"), ENOENT);
+    descriptor opened = machine::open_for_reading(folder.get());
+    EXPECT_EQ(machine::remove_file(opened.get(), "a"), ENOENT);
 }
 
 TEST_F(Files, file_is_read_up_to_its_limit)
@@ -190,18 +212,6 @@ TEST_F(Files, folders_are_opened_without_following_links)
     EXPECT_TRUE(fs::is_directory(disk.root() / "new/inner"));
 }
 
-TEST_F(Files, lock_lasts_as_long_as_its_descriptor)
-{
-    descriptor other(open(disk.store().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    {
-        descriptor locked = machine::lock_folder(folder.get());
-        ASSERT_TRUE(locked);
-        EXPECT_EQ(flock(other.get(), LOCK_EX | LOCK_NB), -1);
-        EXPECT_EQ(errno, EWOULDBLOCK);
-    }
-    EXPECT_EQ(flock(other.get(), LOCK_EX | LOCK_NB), 0);
-}
-
 TEST_F(Files, list_has_every_name_but_the_two_of_folders)
 {
     disk.put_file(disk.store() / ".hidden", "");
@@ -238,7 +248,11 @@ TEST(StatusOf, each_error_has_the_firmwares_word)
     EXPECT_EQ(machine::status_of(EACCES), EFI_ACCESS_DENIED);
     EXPECT_EQ(machine::status_of(EPERM), EFI_ACCESS_DENIED);
     EXPECT_EQ(machine::status_of(EROFS), EFI_WRITE_PROTECTED);
-    EXPECT_EQ(machine::status_of(ENOSPC), EFI_OUT_OF_RESOURCES);
+    EXPECT_EQ(machine::status_of(ENOSPC), EFI_VOLUME_FULL);
+    EXPECT_EQ(machine::status_of(EDQUOT), EFI_VOLUME_FULL);
+    EXPECT_EQ(machine::status_of(EFBIG), EFI_VOLUME_FULL);
+    EXPECT_EQ(machine::status_of(ENOMEM), EFI_OUT_OF_RESOURCES);
+    EXPECT_EQ(machine::status_of(ETIMEDOUT), EFI_TIMEOUT);
     EXPECT_EQ(machine::status_of(EINVAL), EFI_INVALID_PARAMETER);
     EXPECT_EQ(machine::status_of(ENAMETOOLONG), EFI_INVALID_PARAMETER);
     EXPECT_EQ(machine::status_of(EBADMSG), EFI_DEVICE_ERROR);

@@ -88,9 +88,10 @@ class Kill : public testing::Test {
 protected:
     machine_folder disk;
 
-    /* What a killed writer left would make the next one's calls others. */
+    /* What a killed writer left would make the next one's calls others; so would the lock that it made. */
     void remove_temporaries() const
     {
+        fs::remove(disk.state("lock"));
         for (const fs::path &folder : {disk.store(), disk.root() / "var/lib/hwplat"}) {
             std::error_code missing;
             for (const auto &entry : fs::directory_iterator(folder, missing)) {

@@ -2,8 +2,10 @@
 #include <sys/stat.h>
 
 #include "platform/machine/machine.h"
+#include "tests/platform/failing_calls.h"
 #include "tests/platform/machine_folder.h"
 
+using machine::stopped_writers;
 using platform_test::environment;
 using platform_test::global_suffix;
 using platform_test::machine_folder;
@@ -20,6 +22,12 @@ protected:
     {
         return std::string(variable) + std::string(global_suffix);
     }
+    [[nodiscard]] bool is_there(const std::string &file_name) const
+    {
+        bool found = false;
+        EXPECT_EQ(machine::find_variable(*firmware, file_name, &found), EFI_SUCCESS);
+        return found;
+    }
     EFI_STATUS read(std::string_view variable, machine::stored_variable *found) const
     {
         return machine::read_variable(*firmware, name(variable), found);
@@ -33,7 +41,7 @@ TEST_F(Store, file_is_attributes_and_data)
     ASSERT_EQ(read("A", &found), EFI_SUCCESS);
     EXPECT_EQ(found.attributes, 0x80000007);
     EXPECT_EQ(found.data().size(), 4u);
-    EXPECT_TRUE(machine::is_variable(*firmware, name("A")));
+    EXPECT_TRUE(is_there(name("A")));
 }
 
 TEST_F(Store, file_of_fewer_than_four_bytes_is_damaged)
@@ -42,8 +50,49 @@ TEST_F(Store, file_of_fewer_than_four_bytes_is_damaged)
         disk.put_file(disk.file("A"), contents);
         machine::stored_variable found;
         EXPECT_EQ(read("A", &found), EFI_DEVICE_ERROR) << contents;
-        EXPECT_FALSE(machine::is_variable(*firmware, name("A")));
+        EXPECT_FALSE(is_there(name("A")));
     }
+}
+
+TEST_F(Store, file_that_cannot_be_looked_at_is_not_absent)
+{
+    disk.put("A", "data");
+    disk.put("B", "data");
+    const platform_test::failing_call failing(platform_test::wrapped::fstatat, EIO);
+    bool found = false;
+    EXPECT_EQ(machine::find_variable(*firmware, name("A"), &found), EFI_DEVICE_ERROR);
+    UINT64 used = 7;
+    EXPECT_EQ(machine::space_used(*firmware, stopped_writers::leave, &used), EFI_DEVICE_ERROR);
+    EXPECT_EQ(used, 7u);
+    std::vector<CHAR16> text = {'A', 0, 0, 0};
+    UINTN size = text.size() * sizeof(CHAR16);
+    EFI_GUID guid = platform_test::global_guid;
+    EXPECT_EQ(machine::next_variable(*firmware, &size, text.data(), &guid), EFI_DEVICE_ERROR);
+}
+
+// All variables of a machine that was taken away are not "none".
+TEST_F(Store, folder_that_is_gone_has_no_empty_list)
+{
+    fs::remove(disk.store());
+    std::vector<CHAR16> text(10);
+    UINTN size = text.size() * sizeof(CHAR16);
+    EFI_GUID guid = {};
+    EXPECT_EQ(machine::next_variable(*firmware, &size, text.data(), &guid), EFI_DEVICE_ERROR);
+    machine::variable_space space;
+    EXPECT_EQ(machine::query_variable_info(*firmware, 7, &space), EFI_DEVICE_ERROR);
+    const std::vector<CHAR16> name = {'A'};
+    EXPECT_EQ(machine::set_variable(*firmware, name, platform_test::global_guid, 7, 4, "data"),
+              EFI_DEVICE_ERROR);
+}
+
+TEST_F(Store, empty_file_is_one_that_an_efivarfs_was_never_given)
+{
+    disk.put_file(disk.file("A"), "");
+    machine::stored_variable found;
+    EXPECT_EQ(read("A", &found), EFI_DEVICE_ERROR);
+    firmware->kind = machine::store_kind::efivarfs;
+    EXPECT_EQ(read("A", &found), EFI_NOT_FOUND);
+    EXPECT_FALSE(is_there(name("A")));
 }
 
 TEST_F(Store, file_of_four_bytes_is_a_variable_that_does_not_exist)
@@ -51,7 +100,7 @@ TEST_F(Store, file_of_four_bytes_is_a_variable_that_does_not_exist)
     disk.put("A", "");
     machine::stored_variable found;
     EXPECT_EQ(read("A", &found), EFI_NOT_FOUND);
-    EXPECT_FALSE(machine::is_variable(*firmware, name("A")));
+    EXPECT_FALSE(is_there(name("A")));
 }
 
 TEST_F(Store, what_is_no_regular_file_is_damaged)
@@ -63,7 +112,7 @@ TEST_F(Store, what_is_no_regular_file_is_damaged)
     for (const char *variable : {"Folder", "Fifo", "Link"}) {
         machine::stored_variable found;
         EXPECT_EQ(read(variable, &found), EFI_DEVICE_ERROR) << variable;
-        EXPECT_FALSE(machine::is_variable(*firmware, name(variable))) << variable;
+        EXPECT_FALSE(is_there(name(variable))) << variable;
     }
 }
 
@@ -73,7 +122,7 @@ TEST_F(Store, file_larger_than_any_variable_is_damaged)
     fs::resize_file(disk.file("A"), machine::largest_variable_file + 1);
     machine::stored_variable found;
     EXPECT_EQ(read("A", &found), EFI_DEVICE_ERROR);
-    EXPECT_FALSE(machine::is_variable(*firmware, name("A")));
+    EXPECT_FALSE(is_there(name("A")));
     fs::resize_file(disk.file("A"), machine::largest_variable_file);
     EXPECT_EQ(read("A", &found), EFI_SUCCESS);
 }
@@ -83,7 +132,7 @@ TEST_F(Store, says_what_it_passes_over_when_asked_to)
     disk.put_file(disk.file("A"), "12");
     environment debug("HWPLAT_DEBUG", "1");
     testing::internal::CaptureStderr();
-    EXPECT_FALSE(machine::is_variable(*firmware, name("A")));
+    EXPECT_FALSE(is_there(name("A")));
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "hwplat: skipped variable '" + name("A") + "': damaged, or without data\n");
 }
@@ -96,7 +145,7 @@ TEST_F(Store, space_is_attributes_name_with_terminator_and_data)
     disk.put_file(disk.store() / "notes.txt", "not a variable");
     disk.put_file(disk.file("Damaged"), "12");
     UINT64 used = 0;
-    ASSERT_EQ(machine::space_used(*firmware, nullptr, &used), EFI_SUCCESS);
+    ASSERT_EQ(machine::space_used(*firmware, stopped_writers::leave, &used), EFI_SUCCESS);
     EXPECT_EQ(used, (4u + 20u + 4u) + (4u + 4u + 1u));
 }
 
@@ -104,30 +153,32 @@ TEST_F(Store, what_stopped_writers_left_is_removed_under_the_lock_only)
 {
     disk.put_file(disk.store() / ".hwplat-1-1.tmp", "half");
     UINT64 used = 1;
-    ASSERT_EQ(machine::space_used(*firmware, nullptr, &used), EFI_SUCCESS);
+    ASSERT_EQ(machine::space_used(*firmware, stopped_writers::leave, &used), EFI_SUCCESS);
     EXPECT_EQ(used, 0u);
     EXPECT_EQ(disk.names().size(), 1u);
-    machine::descriptor locked = machine::lock_folder(firmware->variables.get());
-    ASSERT_EQ(machine::space_used(*firmware, &locked, &used), EFI_SUCCESS);
+    ASSERT_EQ(machine::space_used(*firmware, stopped_writers::clean_up, &used), EFI_SUCCESS);
     EXPECT_EQ(disk.names().size(), 0u);
 }
 
 TEST_F(Store, capacity_is_256_kib_and_32_kib_a_variable_unless_the_machine_says_otherwise)
 {
-    EXPECT_EQ(machine::capacity_of(*firmware).store, 262144u);
-    EXPECT_EQ(machine::capacity_of(*firmware).variable, 32768u);
+    machine::capacity limits;
+    EXPECT_EQ(machine::capacity_of(*firmware, &limits), EFI_SUCCESS);
+    EXPECT_EQ(limits.store, 262144u);
+    EXPECT_EQ(limits.variable, 32768u);
     disk.put_file(disk.state("capacity"), "1000 100\n");
-    EXPECT_EQ(machine::capacity_of(*firmware).store, 1000u);
-    EXPECT_EQ(machine::capacity_of(*firmware).variable, 100u);
+    EXPECT_EQ(machine::capacity_of(*firmware, &limits), EFI_SUCCESS);
+    EXPECT_EQ(limits.store, 1000u);
+    EXPECT_EQ(limits.variable, 100u);
 }
 
-TEST_F(Store, capacity_that_makes_no_sense_is_taken_as_absent)
+TEST_F(Store, capacity_that_makes_no_sense_is_not_taken_as_absent)
 {
     for (const char *text :
          {"", "1000", "0 100\n", "1000 -1\n", "1000 99999999\n", "99999999999999999999 1\n"}) {
         disk.put_file(disk.state("capacity"), text);
-        EXPECT_EQ(machine::capacity_of(*firmware).store, 262144u) << text;
-        EXPECT_EQ(machine::capacity_of(*firmware).variable, 32768u) << text;
+        machine::capacity limits = {1, 2};
+        EXPECT_EQ(machine::capacity_of(*firmware, &limits), EFI_DEVICE_ERROR) << text;
     }
 }
 

@@ -1,0 +1,347 @@
+#include "platform/machine/lock.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include "platform/machine/machine.h"
+#include "platform/machine/process.h"
+
+namespace machine {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr mode_t lock_mode = 0600; // whoever can open the file can hold the lock
+
+struct machine_identity {
+    identity root;
+    bool live = false;
+    bool operator==(const machine_identity &) const = default;
+};
+
+/* A lock that a thread has, or waits for. Listed, so that a child made meanwhile knows what to close. */
+struct entry {
+    entry *next = nullptr;
+    const void *thread = nullptr;
+    machine_identity machine;
+    descriptor file;
+    identity file_identity;
+    unsigned depth = 0; // 0 while it waits
+};
+
+constinit entry *entries = nullptr; // under shared_state()
+
+void remove_from_list(const entry *gone)
+{
+    for (entry **link = &entries; *link != nullptr; link = &(*link)->next) {
+        if (*link == gone) {
+            *link = gone->next;
+            return;
+        }
+    }
+}
+
+/* The program may have closed all descriptors, and the number may be another file's by now. */
+bool is_still_open(const entry &lock)
+{
+    auto now = identity_of_descriptor(lock.file.get());
+    return now && *now == lock.file_identity;
+}
+
+struct take_off_list {
+    void operator()(entry *lock) const
+    {
+        {
+            auto guard = shared_state();
+            remove_from_list(lock);
+        }
+        if (!is_still_open(*lock))
+            lock->file.release();
+        else if (lock->depth > 0) // not by closing alone: a copy of the descriptor may be left in some child
+            flock(lock->file.get(), LOCK_UN);
+        delete lock;
+    }
+};
+using listed_entry = std::unique_ptr<entry, take_off_list>;
+
+/* Its address names the thread; a thread that ends gives back what it has. */
+struct this_thread {
+    this_thread() = default;
+    this_thread(const this_thread &) = delete;
+    this_thread &operator=(const this_thread &) = delete;
+    ~this_thread()
+    {
+        for (;;) {
+            listed_entry mine;
+            {
+                auto guard = shared_state();
+                entry *found = entries;
+                while (found != nullptr && found->thread != this)
+                    found = found->next;
+                if (found == nullptr)
+                    return;
+                remove_from_list(found);
+                mine.reset(found);
+            }
+        }
+    }
+};
+thread_local this_thread current;
+
+entry *find_own(const machine_identity &machine)
+{
+    auto guard = shared_state();
+    entry *found = entries;
+    while (found != nullptr && (found->thread != &current || !(found->machine == machine)))
+        found = found->next;
+    return found;
+}
+
+struct lock_place {
+    descriptor folder;
+    const char *name;
+};
+
+lock_place place_of(const machine_root &root)
+{
+    if (root.live)
+        return {open_below(root.folder.get(), {"run"}, missing_folders::create), "ovra.lock"};
+    return {open_below(root.folder.get(), {"var", "lib", "hwplat"}, missing_folders::create), "lock"};
+}
+
+/* Whose file the lock may be, besides the caller's: who owns the machine's folder can do there what he likes.
+ */
+std::optional<uid_t> owner_of(const machine_root &root)
+{
+    struct stat info = {};
+    if (fstat(root.folder.get(), &info) != 0)
+        return std::nullopt;
+    return info.st_uid;
+}
+
+/* 0, or why the lock cannot be trusted to the file. */
+int check_file(int file, const machine_root &root, const char *name)
+{
+    struct stat info = {};
+    if (fstat(file, &info) != 0)
+        return errno;
+    bool trusted = info.st_uid == geteuid() || info.st_uid == 0 || info.st_uid == owner_of(root);
+    if (!S_ISREG(info.st_mode) || info.st_nlink > 1 || !trusted) {
+        debug("the lock file '%s' is no regular file of one name, or somebody else's", name);
+        return EPERM;
+    }
+    if ((info.st_mode & ALLPERMS) != lock_mode && fchmod(file, lock_mode) != 0)
+        return errno;
+    return 0;
+}
+
+/* What root makes in somebody's machine is that user's, who could not write his machine otherwise. */
+void hand_to_owner(int file, const machine_root &root)
+{
+    auto owner = owner_of(root);
+    if (geteuid() == 0 && owner && *owner != 0 && fchown(file, *owner, static_cast<gid_t>(-1)) != 0)
+        debug("the lock file stays root's: %s", std::strerror(errno));
+}
+
+int open_lock_file(const lock_place &place, const machine_root &root, descriptor *out)
+{
+    // Not blocking, as the name may be a FIFO's.
+    constexpr int flags = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    constexpr int attempts = 100; // it comes and goes under our hands only if somebody plays with it
+    descriptor file;
+    for (int attempt = 0; !file && attempt < attempts; ++attempt) {
+        file.reset(openat(place.folder.get(), place.name, flags));
+        if (file || errno != ENOENT)
+            break;
+        file.reset(openat(place.folder.get(), place.name, flags | O_CREAT | O_EXCL, lock_mode));
+        if (file)
+            hand_to_owner(file.get(), root);
+        else if (errno != EEXIST)
+            break;
+    }
+    if (!file) {
+        int error = errno == ELOOP || errno == ENXIO || errno == EISDIR ? EPERM : errno;
+        debug("cannot open the lock file '%s': %s", place.name, std::strerror(errno));
+        return error;
+    }
+    if (int error = check_file(file.get(), root, place.name); error != 0)
+        return error;
+    *out = std::move(file);
+    return 0;
+}
+
+/* Opens the file and lists it, in one: a child made in between would keep what it does not know of. */
+int list_new_entry(const machine_root &root, const machine_identity &machine, listed_entry *out)
+{
+    lock_place place = place_of(root);
+    if (!place.folder) {
+        debug("no place for the machine's lock: %s", std::strerror(errno));
+        return errno;
+    }
+    auto made = std::make_unique<entry>();
+    made->thread = &current;
+    made->machine = machine;
+    auto guard = shared_state();
+    if (int error = open_lock_file(place, root, &made->file); error != 0)
+        return error;
+    auto file_identity = identity_of_descriptor(made->file.get());
+    if (!file_identity)
+        return errno;
+    made->file_identity = *file_identity;
+    made->next = entries;
+    entries = made.get();
+    out->reset(made.release());
+    return 0;
+}
+
+/* Whether the name is still that of the file: a lock on a removed one keeps nobody out. */
+bool is_in_place(const entry &lock, const machine_root &root)
+{
+    lock_place place = place_of(root);
+    struct stat info = {};
+    return place.folder && fstatat(place.folder.get(), place.name, &info, AT_SYMLINK_NOFOLLOW) == 0 &&
+           identity{info.st_dev, info.st_ino} == lock.file_identity;
+}
+
+/* Who has the lock, as /proc/locks says; 0 when it does not. */
+pid_t holder_of(const identity &file)
+{
+    struct close_stream {
+        void operator()(FILE *stream) const { std::fclose(stream); }
+    };
+    struct release {
+        void operator()(char *line) const { std::free(line); }
+    };
+    std::unique_ptr<FILE, close_stream> locks(std::fopen("/proc/locks", "re"));
+    if (!locks)
+        return 0;
+    char *line = nullptr;
+    std::size_t size = 0;
+    pid_t found = 0;
+    while (found == 0 && getline(&line, &size, locks.get()) > 0) {
+        long process = 0;
+        unsigned major = 0;
+        unsigned minor = 0;
+        unsigned long inode = 0;
+        if (std::sscanf(line, "%*[0-9]: FLOCK %*s WRITE %ld %x:%x:%lu ", &process, &major, &minor, &inode) ==
+                4 &&
+            process > 0 && makedev(major, minor) == file.device && inode == file.inode)
+            found = static_cast<pid_t>(process);
+    }
+    std::unique_ptr<char, release> owned(line);
+    return found;
+}
+
+milliseconds now()
+{
+    timespec time = {};
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    return std::chrono::duration_cast<milliseconds>(std::chrono::seconds(time.tv_sec) +
+                                                    std::chrono::nanoseconds(time.tv_nsec));
+}
+
+/*
+ * Waits for the lock of an open file. The system has no such wait with a limit but for signals, which are the
+ * program's own: so it is asked again and again, soon at first.
+ */
+int wait_for(const entry &lock, milliseconds deadline)
+{
+    constexpr long longest_pause = 4'000'000; // nanoseconds
+    long pause = 50'000;
+    while (flock(lock.file.get(), LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK && errno != EINTR)
+            return errno;
+        if (now() >= deadline)
+            return ETIMEDOUT;
+        timespec time = {0, pause};
+        nanosleep(&time, nullptr);
+        pause = std::min(pause * 2, longest_pause);
+    }
+    return 0;
+}
+
+} // namespace
+
+int take_lock(const machine_root &root, milliseconds patience, pid_t *holder)
+{
+    if (!follows_forks())
+        return ENOMEM;
+    auto folder = identity_of_descriptor(root.folder.get());
+    if (!folder)
+        return errno;
+    machine_identity machine = {*folder, root.live};
+    unsigned depth = 0;
+    if (entry *own = find_own(machine)) {
+        if (is_still_open(*own)) {
+            ++own->depth;
+            return 0;
+        }
+        depth = own->depth; // closed behind our back: what was taken is taken anew
+        listed_entry lost(own);
+    }
+    milliseconds deadline = now() + patience;
+    for (;;) {
+        listed_entry lock;
+        if (int error = list_new_entry(root, machine, &lock); error != 0)
+            return error;
+        int error = wait_for(*lock, deadline);
+        if (error == 0 && is_in_place(*lock, root)) {
+            lock->depth = depth + 1;
+            static_cast<void>(lock.release()); // the list's, until it is given back
+            return 0;
+        }
+        if (error == 0 && now() >= deadline)
+            error = ETIMEDOUT;
+        if (error != 0) {
+            if (error == ETIMEDOUT) {
+                pid_t process = holder_of(lock->file_identity);
+                debug("another has the machine's lock: process %ld", static_cast<long>(process));
+                if (holder != nullptr)
+                    *holder = process;
+            }
+            return error;
+        }
+    }
+}
+
+int give_lock(const machine_root &root)
+{
+    auto folder = identity_of_descriptor(root.folder.get());
+    if (!folder)
+        return errno;
+    entry *own = find_own({*folder, root.live});
+    if (own == nullptr)
+        return EPERM;
+    if (--own->depth == 0) {
+        own->depth = 1; // it is given back as one that is held
+        listed_entry last(own);
+    }
+    return 0;
+}
+
+EFI_STATUS held_lock::status() const
+{
+    return status_of_folder(failure);
+}
+
+void forget_locks()
+{
+    while (entries != nullptr) {
+        std::unique_ptr<entry> copy(entries);
+        entries = copy->next;
+        if (!is_still_open(*copy))
+            copy->file.release();
+    }
+}
+
+} // namespace machine
