@@ -2,11 +2,13 @@
 #include <fcntl.h>
 
 #include "platform/include/devns.h"
+#include "src/rt/cancel.h"
 #include "src/rt/rt.h"
 #include "src/rt/testfile.h"
 
 int ovra_init(ovra_hdl_t *hdl)
 {
+    const ovra::uncancelled opening;
     auto *fresh = static_cast<ovra_hdl_t>(calloc(1, sizeof(ovra_hdl)));
     *hdl = fresh;
     if (!fresh)
@@ -25,6 +27,7 @@ int ovra_init(ovra_hdl_t *hdl)
 
 void ovra_fini(ovra_hdl_t hdl)
 {
+    const ovra::uncancelled closing;
     if (hdl->ovra_fd != -1)
         devns_close(hdl->ovra_fd);
     for (size_t slot = 0; slot < hdl->memlist_end; ++slot)
