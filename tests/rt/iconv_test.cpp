@@ -105,7 +105,7 @@ int status_of_child(const std::function<bool()> &work)
 {
     const pid_t child = fork();
     if (child == 0) {
-        alarm(20);
+        alarm(60);
         _exit(work() ? 0 : 1);
     }
     int status = -1;

@@ -64,8 +64,12 @@ using sweep_body = std::function<int(ovra_hdl_t hdl)>;
 using sweep_check = std::function<void(const attempt &attempt)>;
 void for_each_refused_allocation(const sweep_body &body, const sweep_check &check = {});
 
-/* The same without the rule for the result, for a routine that has another: `check` must look at it. */
-void for_each_refused_allocation_any_result(const sweep_body &body, const sweep_check &check);
+/*
+ * The same without the rule for the result, for a routine that has another: `check` must look at it. The
+ * handle tracks so many blocks before.
+ */
+void for_each_refused_allocation_any_result(const sweep_body &body, const sweep_check &check,
+                                            unsigned blocks_before = 0);
 
 } // namespace ovra::test
 
