@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
 
@@ -19,7 +20,9 @@ int ovra_init(ovra_hdl_t *hdl)
     fresh->ovra_fd = devns_open(DEVNS_RUNTIME_SERVICES, O_RDWR);
     if (fresh->ovra_fd == -1) {
         // Kept: the caller's handle is left pointing at what was released.
+        const int error = errno;
         free(fresh);
+        errno = error; // which not every allocator leaves alone
         return -1;
     }
     return 0;

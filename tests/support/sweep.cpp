@@ -31,6 +31,7 @@ namespace {
 using ovra::test::realloc_policy;
 
 bool counting = false;
+bool spoiling = false;
 long asked = 0;
 // Blocks by address (not by pointer: a freed one is looked up by what it was), with the size they have room
 // for.
@@ -124,6 +125,8 @@ void __wrap_free(void *block)
     if (counting && block)
         live->erase(address_of(block));
     __real_free(block);
+    if (spoiling)
+        errno = EDOM;
 }
 
 char *__wrap_strdup(const char *text)
@@ -147,6 +150,16 @@ char *__wrap_strndup(const char *text, size_t size)
 }
 
 namespace ovra::test {
+
+errno_spoiled_by_free::errno_spoiled_by_free()
+{
+    spoiling = true;
+}
+
+errno_spoiled_by_free::~errno_spoiled_by_free()
+{
+    spoiling = false;
+}
 
 void count_blocks()
 {

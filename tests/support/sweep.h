@@ -28,6 +28,15 @@ void refuse_from(long n, bool persistent);
 /* Ends that; returns how many were refused. */
 long stop_refusing();
 
+/* While it lives, free changes errno, as some allocators do. */
+class errno_spoiled_by_free {
+public:
+    errno_spoiled_by_free();
+    ~errno_spoiled_by_free();
+    errno_spoiled_by_free(const errno_spoiled_by_free &) = delete;
+    errno_spoiled_by_free &operator=(const errno_spoiled_by_free &) = delete;
+};
+
 /*
  * While it lives, a realloc of a non-null block while blocks are counted: always moves, or stays where it is
  * when the block had room enough when it was made (else it moves).
