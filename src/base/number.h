@@ -50,7 +50,10 @@ constexpr number_text read_digits(const char *text, unsigned base)
         base = prefixed ? 16 : *text == '0' ? 8 : 10;
     if (prefixed)
         text += 2;
-    for (unsigned digit = 0; (digit = digit_value(*text)) < base; ++text) {
+    for (; *text != '\0'; ++text) {
+        const unsigned digit = digit_value(*text);
+        if (digit >= base)
+            break;
         number.any = true;
         number.too_large = number.too_large || number.magnitude > (UINT64_MAX - digit) / base;
         number.magnitude = number.too_large ? UINT64_MAX : number.magnitude * base + digit;
