@@ -5,7 +5,9 @@
  *
  *  1. The result is 0 on success and -1 on failure, never an errno value. What went wrong is written to
  *     standard error while the environment variable OVRA_PATH_EPRINT exists (with any value); traces while
- *     OVRA_PATH_DEBUG exists. Each is looked up once, at the first message of its kind.
+ *     OVRA_PATH_DEBUG exists. Each is looked up once, at the first message of its kind. A program that has
+ *     more rights than its user (set-user-ID, set-group-ID, file capabilities) has none of the library's
+ *     environment variables.
  *  2. Text is UTF-8 and null-terminated; UCS-2 text is an array of CHAR16 units with a zero unit at its end.
  *     Sizes are in bytes.
  *  3. Pointers must not be null where the description does not say that they may be.
@@ -14,12 +16,44 @@
  *     ovra_fini.
  *  5. Outputs are written on success; a failure leaves them as they were unless the function says otherwise.
  *  6. Arguments are not changed, and nothing keeps a pointer to them.
- *  7. A handle is used by one thread at a time; separate handles are independent.
- *  8. An option's name is "Boot" and four upper-case hexadecimal digits, such as "Boot001F". A function that
- *     takes it more loosely says so.
- *  9. Variables are those of the EFI global-variable GUID; they are written with attributes 7 (non-volatile,
- *     boot-service and run-time access). While the environment variable OVRA_TEST_FILE exists they are plain
- *     files in the working directory instead, named like the variable and holding its data.
+ *  7. A handle is used by one thread at a time; separate handles are independent. No function is for
+ *     signal handlers. The locale that the program has set changes nothing but the language of the
+ *     system's own texts in messages.
+ *  8. An option's name is "Boot" and four upper-case hexadecimal digits, such as "Boot001F". A function
+ *     that takes it more loosely says so.
+ *  9. Variables are those of the EFI global-variable GUID; they are written with attributes 7
+ *     (non-volatile, boot-service and run-time access). While the environment variable OVRA_TEST_FILE
+ *     exists they are plain files in the working directory instead, named like the variable and holding
+ *     its data.
+ * 10. No function holds a lock from one request to the next. Those that read, change and write (the
+ *     setters of fields, ovra_bootorder_insert and _remove, ovra_bootopt_remove, also ovra_bootopt_unused
+ *     with the writing of the option) lose what another thread or process writes in between. A program
+ *     that is not alone takes the machine's lock around them, and around what it decides before them:
+ *     devns_lock and devns_unlock of libdevns (<hwplat/devns.h>), which the command ovra takes too.
+ *
+ * What stays with the calling program:
+ *
+ *  - What a call hands out or keeps with the handle grows with each call until it is released. The
+ *    setters of fields, ovra_bootopt_devpath_get and ovra_bootopt_bootpath_get keep the parts of the
+ *    option that they read until ovra_fini: a program that runs for long finishes its handle now and then.
+ *  - OVRA_TEST_FILE stands in for variables by name only. Enumeration (ovra_bootopt_list,
+ *    ovra_bootopt_find), the runtime services of any vendor, the clock and ovra_reset_system reach the
+ *    real machine all the same. A name is a path then: "../x" or a symbolic link leads out of the folder
+ *    where the name is not checked first (ovra_bootopt_remove).
+ *  - The environment is read at many calls: setenv, putenv and unsetenv beside other threads in the
+ *    library are a race of the program's, as the C library says of them.
+ *  - A handle needs two descriptors, and a call on a null handle the same for as long as it takes. A
+ *    program that closes descriptors which are not its own (closefrom when it becomes a daemon) takes a
+ *    new handle behind it; on the old one calls fail with EBADF, and ovra_fini closes nothing that is not
+ *    its own.
+ *  - A handle stays with the variables of the machine that it was opened on, but disks and the device tree
+ *    are looked up by name at each call: behind a chroot they are another machine's.
+ *  - fork waits until no thread is inside a text conversion, so that the child may use the library, with
+ *    handles of its own. (_Fork and clone do not wait.) The descriptor of an inherited handle is one for
+ *    both processes.
+ *  - pthread_cancel takes effect behind a call, not in the middle: calls that wait hold it off.
+ *    Asynchronous cancellation (PTHREAD_CANCEL_ASYNCHRONOUS) must not be on inside the library.
+ *  - Once loaded, the library stays loaded: dlclose does not unload it.
  */
 #ifndef OVRA_OVRA_H
 #define OVRA_OVRA_H
@@ -55,7 +89,10 @@ typedef struct {
  */
 int ovra_init(ovra_hdl_t *hdl);
 
-/* Closes the handle and releases everything that it still owns. `hdl` must not be null. */
+/*
+ * Closes the handle and releases everything that it still owns. `hdl` must not be null. A descriptor that the
+ * program has closed itself, or has given to another file since, is left alone.
+ */
 void ovra_fini(ovra_hdl_t hdl);
 
 /* Releases one block that the handle owns. A null block is allowed; an unknown one is just freed. */
@@ -226,9 +263,12 @@ int ovra_bootopt_unused(ovra_hdl_t hdl, char **bootname);
 
 /*
  * Puts an option into BootOrder at `position`, out of its old places if it had any; the position is that in
- * the resulting order. Beyond the end it appends; a negative position counts from the end of the order as it
- * was: -1 appends, -2 is before its last option. Without a BootOrder it makes one of this option. Whether the
- * option exists is not checked. -1: no such name, BootOrder cannot be read or written; it is then as it was.
+ * the resulting order. Beyond the end it appends. A negative position counts from the end of the order as it
+ * was, with the option still in its old places: -1 is the place behind the last entry, -2 the place of the
+ * last entry, and so on, the first place at the least. An option that was in the order therefore comes behind
+ * more of the others than one that was not: into 1 2 3, -2 puts 9 as 1 2 9 3, but 1 as 2 3 1. Without a
+ * BootOrder it makes one of this option. Whether the option exists is not checked. -1: no such name,
+ * BootOrder cannot be read or written; it is then as it was.
  */
 int ovra_bootorder_insert(ovra_hdl_t hdl, char *bootname, int position);
 

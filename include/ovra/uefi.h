@@ -1,8 +1,8 @@
 /*
  * UEFI base types, and the packed record of each device path node kind that the library knows.
- * C99 and C++. Everything is little-endian; records have no padding and may stand at any address.
- * Sources: UEFI Specification 2.10, appendix A (GUIDs), appendix D (status codes), 2.3.1 (data types),
- * chapter 8 (runtime services), chapter 10 (device paths).
+ * C99 and C++11, also inside extern "C". Everything is little-endian; records have no padding and may stand
+ * at any address. Sources: UEFI Specification 2.10, appendix A (GUIDs), appendix D (status codes), 2.3.1
+ * (data types), chapter 8 (runtime services), chapter 10 (device paths).
  */
 #ifndef OVRA_UEFI_H
 #define OVRA_UEFI_H
@@ -36,11 +36,22 @@ typedef enum { B_FALSE = 0, B_TRUE = 1 } BOOLEAN;
 #define EFI_TIMEOUT EFI_ERROR_CODE(18ULL)
 #define EFI_SECURITY_VIOLATION EFI_ERROR_CODE(26ULL)
 
-/* Variable attributes. */
-#define EFI_VARIABLE_NON_VOLATILE 0x01u
-#define EFI_VARIABLE_BOOTSERVICE_ACCESS 0x02u
-#define EFI_VARIABLE_RUNTIME_ACCESS 0x04u
-#define EFI_VARIABLE_APPEND_WRITE 0x40u
+/* Variable attributes. No macros: other headers have some of these names, included before or behind. */
+#ifndef EFI_VARIABLE_NON_VOLATILE
+#ifdef __cplusplus
+static const UINT32 EFI_VARIABLE_NON_VOLATILE = 0x01;
+static const UINT32 EFI_VARIABLE_BOOTSERVICE_ACCESS = 0x02;
+static const UINT32 EFI_VARIABLE_RUNTIME_ACCESS = 0x04;
+static const UINT32 EFI_VARIABLE_APPEND_WRITE = 0x40;
+#else
+enum {
+    EFI_VARIABLE_NON_VOLATILE = 0x01,
+    EFI_VARIABLE_BOOTSERVICE_ACCESS = 0x02,
+    EFI_VARIABLE_RUNTIME_ACCESS = 0x04,
+    EFI_VARIABLE_APPEND_WRITE = 0x40
+};
+#endif
+#endif
 
 /* Data1 to Data3 are stored little-endian, Data4 in text order. */
 typedef struct {
@@ -90,39 +101,34 @@ typedef enum { EFI_RESET_COLD = 0, EFI_RESET_WARM = 1, EFI_RESET_SHUTDOWN = 2 } 
 #define OVRA_PACKED __attribute__((packed))
 
 /*
- * OVRA_SIZE checks a record's size. OVRA_NODE states the kind of node that a record stands for, so that type
- * and subtype are written once; OVRA_TAILED_NODE that of a record which ends in a member of variable length,
- * declared at its largest: `size` is then the length without that member.
+ * OVRA_SIZE checks a record's size, OVRA_OFFSET where a member stands, OVRA_BYTES that the record may stand
+ * at any address. OVRA_NODE states the kind of node that a record stands for, so that type and subtype are
+ * written once; OVRA_TAILED_NODE that of a record which ends in a member of variable length, declared at its
+ * largest: `size` is then the length without that member.
  */
 #ifdef __cplusplus
-namespace ovra {
-struct node_kind {
-    uint8_t type;
-    uint8_t subtype;
-    uint16_t size;
-};
-template <typename record>
-inline constexpr node_kind kind_of = {};
-} // namespace ovra
-#define OVRA_SIZE(record, size) static_assert(sizeof(record) == (size))
+#define OVRA_CHECK(name, holds) static_assert(holds, #name)
+#else
+#define OVRA_CHECK(name, holds) typedef char name[(holds) ? 1 : -1]
+#endif
+#define OVRA_SIZE(record, size) OVRA_CHECK(record##_size_check, sizeof(record) == (size))
+#define OVRA_OFFSET(record, field, offset)                                                                   \
+    OVRA_CHECK(record##_##field##_check, offsetof(record, field) == (offset))
+#define OVRA_BYTES(record)                                                                                   \
+    struct record##_behind_a_byte {                                                                          \
+        uint8_t byte;                                                                                        \
+        record behind;                                                                                       \
+    };                                                                                                       \
+    OVRA_CHECK(record##_packing_check, offsetof(struct record##_behind_a_byte, behind) == 1)
 #define OVRA_KIND(record, type, subtype, size)                                                               \
-    static_assert(alignof(record) == 1);                                                                     \
-    template <>                                                                                              \
-    inline constexpr ovra::node_kind ovra::kind_of<record> = {type, subtype, size}
+    OVRA_BYTES(record);                                                                                      \
+    enum { record##_kind_type = (type), record##_kind_subtype = (subtype), record##_kind_size = (size) }
 #define OVRA_NODE(record, type, subtype, size)                                                               \
     OVRA_SIZE(record, size);                                                                                 \
     OVRA_KIND(record, type, subtype, size)
 #define OVRA_TAILED_NODE(record, type, subtype, size, tail)                                                  \
     OVRA_OFFSET(record, tail, size);                                                                         \
     OVRA_KIND(record, type, subtype, size)
-#define OVRA_OFFSET(record, field, offset) static_assert(offsetof(record, field) == (offset))
-#else
-#define OVRA_SIZE(record, size) typedef char record##_size_check[sizeof(record) == (size) ? 1 : -1]
-#define OVRA_NODE(record, type, subtype, size) OVRA_SIZE(record, size)
-#define OVRA_TAILED_NODE(record, type, subtype, size, tail) OVRA_OFFSET(record, tail, size)
-#define OVRA_OFFSET(record, field, offset)                                                                   \
-    typedef char record##_##field##_check[offsetof(record, field) == (offset) ? 1 : -1]
-#endif
 
 OVRA_SIZE(EFI_GUID, 16);
 OVRA_SIZE(EFI_TIME, 16);

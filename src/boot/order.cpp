@@ -2,8 +2,8 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
-#include <strings.h>
 
+#include "src/base/number.h"
 #include "src/boot/boot.h"
 #include "src/rt/diag.h"
 
@@ -23,7 +23,12 @@ ovra::option_name::option_name(uint16_t number)
 
 bool ovra::parse_option_number(const char *name, uint16_t *number)
 {
-    return strncasecmp(name, "Boot", 4) == 0 && sscanf(name + 4, "%hx", number) == 1;
+    const char *digits = behind_prefix(name, "Boot");
+    uint64_t value = 0;
+    if (!digits || !scan_number(&digits, 16, &value))
+        return false;
+    *number = static_cast<uint16_t>(value);
+    return true;
 }
 
 char *ovra::hand_out_name(ovra_hdl_t hdl, const option_name &name)

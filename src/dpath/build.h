@@ -2,6 +2,7 @@
 #ifndef SRC_DPATH_BUILD_H
 #define SRC_DPATH_BUILD_H
 
+#include "src/base/nodes.h"
 #include "src/dpath/dpath.h"
 #include "src/rt/owned.h"
 

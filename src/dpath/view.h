@@ -4,6 +4,7 @@
 
 #include <span>
 
+#include "src/base/nodes.h"
 #include "src/dpath/dpath.h"
 
 namespace ovra {

@@ -1,11 +1,11 @@
 #include "src/dpath/words.h"
 
-#include <strings.h>
+#include "src/base/ascii.h"
 
 const ovra::word *ovra::by_text(std::span<const word> words, const char *text)
 {
     for (const word &entry : words) {
-        if (strcasecmp(entry.text, text) == 0)
+        if (alike(entry.text, text))
             return &entry;
     }
     return nullptr;

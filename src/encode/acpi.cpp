@@ -1,6 +1,6 @@
-#include <cerrno>
 #include <cstring>
 
+#include "src/base/number.h"
 #include "src/dpath/build.h"
 #include "src/dpath/ids.h"
 #include "src/encode/get.h"
@@ -149,10 +149,10 @@ int encode_acpiadr(uefi_arg_list_t *args, uefi_device_path_t **out)
     char *rest = text.get();
     for (size_t i = 0; i < count; ++i) {
         const char *value = strsep(&rest, ",");
-        char *end = nullptr;
-        errno = 0;
-        const unsigned long number = strtoul(value, &end, 0);
-        if (errno != 0 || *end != '\0' || number > UINT32_MAX)
+        const char *end = nullptr;
+        int error = 0;
+        const uint64_t number = read_unsigned(value, &end, 0, &error);
+        if (error != 0 || *end != '\0' || number > UINT32_MAX)
             return -1;
         const auto adr = static_cast<uint32_t>(number);
         memcpy(reinterpret_cast<uint8_t *>(node.get()) + sizeof(uefi_device_path_t) + i * sizeof adr, &adr,

@@ -1,9 +1,10 @@
 #include <algorithm>
-#include <strings.h>
 
+#include "src/base/ascii.h"
 #include "src/encode/args.h"
 #include "src/rt/diag.h"
 
+using ovra::alike;
 using ovra::arg_list;
 using ovra::copy_of;
 using ovra::fail;
@@ -39,7 +40,7 @@ size_t count_fields(std::string_view text)
 const char *find_parameter(const char *const *param_list, const char *name)
 {
     for (; *param_list; ++param_list) {
-        if (strcasecmp(*param_list, name) == 0)
+        if (alike(*param_list, name))
             return *param_list;
     }
     return nullptr;
@@ -174,7 +175,7 @@ char *ovra_get_arg(uefi_arg_list_t *list, const char *name)
 {
     const uefi_nv_pair_t *pairs = pairs_of(list);
     for (size_t i = 0; i < list->argc; ++i) {
-        if (strcasecmp(pairs[i].name, name) == 0)
+        if (alike(pairs[i].name, name))
             return pairs[i].value;
     }
     return nullptr;

@@ -2,6 +2,7 @@
 #ifndef SRC_ENCODE_FIELDS_H
 #define SRC_ENCODE_FIELDS_H
 
+#include "src/base/nodes.h"
 #include "src/dpath/words.h"
 #include "src/encode/encode.h"
 

@@ -1,7 +1,7 @@
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
+#include "src/base/number.h"
 #include "src/encode/encode.h"
 #include "src/encode/get.h"
 #include "src/rt/diag.h"
@@ -21,11 +21,11 @@ uint64_t encode_arg_uint_common(uefi_arg_list_t *list, const char *name, uint64_
         say("failed to get variable '%s'\n", name);
         return static_cast<uint64_t>(absent);
     }
-    char *end = nullptr;
-    errno = 0;
-    *out = strtoull(value, &end, base);
-    if (errno != 0) {
-        say("error converting %s = '%s': %s\n", name, value, strerror(errno));
+    const char *end = nullptr;
+    int error = 0;
+    *out = ovra::read_unsigned(value, &end, base, &error);
+    if (error != 0) {
+        say("error converting %s = '%s': %s\n", name, value, strerror(error));
         return static_cast<uint64_t>(malformed);
     }
     if (*end != '\0') {
@@ -99,10 +99,10 @@ int encode_arg_eisaid(uefi_arg_list_t *list, const char *name, uint32_t *out)
         *out = *out << 5 | static_cast<uint32_t>(value[i] - 0x40);
     }
     const char *product = value + 3;
-    errno = 0;
+    int error = 0;
     // Kept: the first character that is no digit ends the number, without an error.
-    const auto number = static_cast<uint32_t>(strtoul(product, nullptr, 16));
-    if (errno != 0)
+    const auto number = static_cast<uint32_t>(ovra::read_unsigned(product, nullptr, 16, &error));
+    if (error != 0)
         return fail("unable to strtolu numeric part of EISAIDID: %s\n", product);
     *out |= number << 16;
     return 0;
@@ -111,9 +111,9 @@ int encode_arg_eisaid(uefi_arg_list_t *list, const char *name, uint32_t *out)
 // The digits of one field of a GUID. Kept: other characters end the number, without an error.
 static bool convert_hex(const char *digits, uint64_t *out)
 {
-    errno = 0;
-    *out = strtoull(digits, nullptr, 16);
-    return errno == 0;
+    int error = 0;
+    *out = ovra::read_unsigned(digits, nullptr, 16, &error);
+    return error == 0;
 }
 
 // The same for the two digits of one byte, which other digits may follow.
@@ -147,7 +147,7 @@ int encode_arg_guid(uefi_arg_list_t *list, const char *name, EFI_GUID *out)
 
     uint64_t number = 0;
     if (!convert_hex(text, &number))
-        return fail("can't convert Data1_str: %s %s\n", text, strerror(errno));
+        return fail("can't convert Data1_str: %s %s\n", text, strerror(ERANGE));
     out->Data1 = static_cast<uint32_t>(number);
     if (!convert_hex(text + 9, &number))
         return fail("can't convert Data2_str\n");

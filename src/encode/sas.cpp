@@ -1,5 +1,4 @@
-#include <strings.h>
-
+#include "src/base/ascii.h"
 #include "src/dpath/build.h"
 #include "src/dpath/ids.h"
 #include "src/encode/get.h"
@@ -26,21 +25,16 @@ constexpr dialect sas = {"'location' out of range. can't be > 1: %d\n", "'Driveb
 constexpr dialect sas_ex = {"'Location' cannot be greater than 1: %d\n", "'Drivebay' range is 1 to 256: %d\n",
                             1};
 
-bool is_word(const char *text, const char *word)
-{
-    return strcasecmp(text, word) == 0;
-}
-
 bool get_device(uefi_arg_list_t *args, unsigned *info)
 {
     const char *text = ovra_get_arg(args, "SASSATA");
-    if (!text || is_word(text, "NoTopology"))
+    if (!text || alike(text, "NoTopology"))
         return true;
-    if (is_word(text, "SAS")) {
+    if (alike(text, "SAS")) {
         *info = sas_device;
         return true;
     }
-    if (is_word(text, "SATA")) {
+    if (alike(text, "SATA")) {
         *info = sata_device;
         return true;
     }
@@ -54,9 +48,9 @@ bool get_device(uefi_arg_list_t *args, unsigned *info)
 
 bool get_location(uefi_arg_list_t *args, const char *text, const dialect &words, unsigned *info)
 {
-    if (is_word(text, "Internal"))
+    if (alike(text, "Internal"))
         return true;
-    if (is_word(text, "External")) {
+    if (alike(text, "External")) {
         *info |= *info == sas_device ? 0x20 : 0x30;
         return true;
     }
@@ -74,9 +68,9 @@ bool get_location(uefi_arg_list_t *args, const char *text, const dialect &words,
 
 bool get_connection(uefi_arg_list_t *args, const char *text, unsigned *info)
 {
-    if (is_word(text, "Direct"))
+    if (alike(text, "Direct"))
         return true;
-    if (is_word(text, "Expanded")) {
+    if (alike(text, "Expanded")) {
         *info |= expanded;
         return true;
     }

@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <cstring>
 #include <string_view>
-#include <strings.h>
 
+#include "src/base/ascii.h"
 #include "src/dpath/list.h"
 #include "src/encode/args.h"
 #include "src/rt/diag.h"
@@ -19,7 +19,7 @@ namespace {
 const uefi_encode_opt_t *find_keyword(const char *keyword)
 {
     const auto row = std::find_if(std::begin(encode_opt_table), std::end(encode_opt_table),
-                                  [&](const auto &opt) { return strcasecmp(opt.opt_name, keyword) == 0; });
+                                  [&](const auto &opt) { return ovra::alike(opt.opt_name, keyword); });
     return row == std::end(encode_opt_table) ? nullptr : row;
 }
 

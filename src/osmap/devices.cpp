@@ -5,6 +5,7 @@
 #include "src/osmap/harddrive.h"
 #include "src/osmap/platform.h"
 #include "src/print/paths.h"
+#include "src/rt/cancel.h"
 #include "src/rt/diag.h"
 #include "src/rt/owned.h"
 
@@ -152,6 +153,7 @@ int decode_tree_path(uefi_device_path_t **list, path_list_builder *paths)
 int ovra_epath_decode_to_devices(ovra_hdl_t hdl, ovra_epath_t epath, int len, ovra_path_t ***paths)
 {
     *paths = nullptr;
+    const ovra::uncancelled reading;
     uefi_device_path_t **nodes = nullptr;
     if (device_path_unpack(epath, len, &nodes) != 0)
         return fail("device_path_unpack failed in decode_devices\n");

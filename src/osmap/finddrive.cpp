@@ -4,6 +4,7 @@
 #include "src/dpath/view.h"
 #include "src/osmap/harddrive.h"
 #include "src/osmap/platform.h"
+#include "src/rt/cancel.h"
 #include "src/rt/diag.h"
 #include "src/rt/owned.h"
 
@@ -245,6 +246,7 @@ int search_drive(const drive &drive, const uefi_hard_drive_path_t *hd, name_arra
 template <typename search>
 int find_drive(ovra_hdl_t hdl, const uefi_hard_drive_path_t *hd, char ***out)
 {
+    const ovra::uncancelled reading;
     int err = 0;
     const descriptors drives(vs_get_descriptors(VS_DRIVE, nullptr, &err));
     if (err != 0)

@@ -4,6 +4,7 @@
 
 #include <memory>
 
+#include "src/base/nodes.h"
 #include "src/osmap/osmap.h"
 
 namespace ovra {

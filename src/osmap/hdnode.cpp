@@ -1,12 +1,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
+#include "src/base/number.h"
 #include "src/dpath/build.h"
 #include "src/osmap/harddrive.h"
 #include "src/osmap/platform.h"
+#include "src/rt/cancel.h"
 #include "src/rt/diag.h"
 
 using ovra::fail;
@@ -34,12 +35,12 @@ vs_descriptor_t find_descriptor(vs_kind_t kind, const char *folder, const char *
 // The number behind the last "s" or "p" of a disk's name.
 uint32_t unit_number(const char *digits)
 {
-    return static_cast<uint32_t>(strtol(digits, nullptr, 10));
+    return static_cast<uint32_t>(ovra::read_decimal(digits));
 }
 
 bool all_digits(const char *text)
 {
-    return std::all_of(text, text + strlen(text), [](char c) { return c >= '0' && c <= '9'; });
+    return std::all_of(text, text + strlen(text), ovra::is_ascii_digit);
 }
 
 } // namespace
@@ -148,6 +149,7 @@ int add_hd_path_partition(const char *disk, uefi_device_path_t **out)
 
 int add_hd_path(const char *name, uefi_device_path_t **out)
 {
+    const ovra::uncancelled reading;
     // Kept: a folder anywhere in the name cuts the name's start by its length.
     const char *disk = name;
     if (strstr(name, ovra::slice_folder))

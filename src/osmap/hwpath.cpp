@@ -4,6 +4,7 @@
 #include "src/dpath/dpath.h"
 #include "src/osmap/osmap.h"
 #include "src/osmap/platform.h"
+#include "src/rt/cancel.h"
 #include "src/rt/diag.h"
 #include "src/rt/owned.h"
 
@@ -80,6 +81,7 @@ int add_hardware_paths(const char *path, uefi_device_path_t ***list)
 {
     if (!path)
         return fail("path cannot be NULL\n");
+    const ovra::uncancelled reading;
     path_buffer physical;
     if (physical_path(path, &physical) != 0)
         return -1;

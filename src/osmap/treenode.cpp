@@ -1,7 +1,7 @@
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+#include "src/base/number.h"
 #include "src/dpath/build.h"
 #include "src/dpath/ids.h"
 #include "src/osmap/osmap.h"
@@ -115,25 +115,36 @@ bool is_top_level(ht_node_t node)
     return parent && is_named(parent, "hwplat");
 }
 
+// The number of a PNP identifier; what follows it is not looked at.
+bool parse_product(const char *hid, uint64_t *product)
+{
+    constexpr size_t vendor = 3;
+    if (strncmp(hid, "PNP", vendor) != 0)
+        return false;
+    const char *digits = hid + vendor;
+    return ovra::scan_number(&digits, 16, product);
+}
+
 int translate_top_level(ht_node_t node, uefi_device_path_t **out)
 {
     const char *hid = first_string(node, "acpi-hid");
     if (!hid)
         return fail("can't find acpi-hid prop in top level node\n");
-    uint16_t product = 0;
-    if (sscanf(hid, "PNP%hx", &product) != 1)
+    uint64_t product = 0;
+    if (!parse_product(hid, &product))
         return fail("unable to parse acpi_hid: %s\n", hid);
 
-    uint32_t uid = 0;
+    uint64_t uid = 0;
     if (const char *text = first_string(node, "acpi-uid")) {
-        if (sscanf(text, "%u", &uid) != 1)
+        const char *digits = text;
+        if (!ovra::scan_number(&digits, 10, &uid))
             return fail("unable to parse acpi_uid: %s\n", text);
     } else {
         trace("acpi-uid prop not present\n");
     }
     if (!first_string(node, "acpi-cid"))
         trace("acpi-cid prop not present\n");
-    return add_acpi(ovra::eisa_id("PNP", product), uid, out);
+    return add_acpi(ovra::eisa_id("PNP", static_cast<uint16_t>(product)), static_cast<uint32_t>(uid), out);
 }
 
 bool is_pci_function(ht_node_t node)
@@ -183,7 +194,7 @@ int translate_scsi_disk(uint32_t target, uint32_t lun, uefi_device_path_t **out)
 int translate_ide_disk(ht_node_t node, uint32_t target, uint32_t lun, uefi_device_path_t **out)
 {
     ht_node_t parent = ht_parent_node(node);
-    const long channel = parent ? strtol(address_of(parent), nullptr, 10) : 0;
+    const int64_t channel = parent ? ovra::read_decimal(address_of(parent)) : 0;
     return add_atapi(static_cast<uint8_t>(channel), static_cast<uint8_t>(target), static_cast<uint16_t>(lun),
                      out);
 }
@@ -199,13 +210,25 @@ int translate_sata_disk(uint32_t target, uefi_device_path_t **out)
                     out);
 }
 
+// "target,lun", both hexadecimal; what follows is not looked at.
+bool parse_address(const char *text, uint32_t *target, uint32_t *lun)
+{
+    uint64_t first = 0;
+    uint64_t second = 0;
+    if (!ovra::scan_number(&text, 16, &first) || *text != ',' || !ovra::scan_number(&++text, 16, &second))
+        return false;
+    *target = static_cast<uint32_t>(first);
+    *lun = static_cast<uint32_t>(second);
+    return true;
+}
+
 int translate_disk(ht_node_t node, uefi_device_path_t **out)
 {
     const char *name = name_of(node);
     const char *address = address_of(node);
     uint32_t target = 0;
     uint32_t lun = 0;
-    if (sscanf(address, "%x,%x", &target, &lun) != 2)
+    if (!parse_address(address, &target, &lun))
         return fail("unable to parse %s busaddr: %s\n", name, address);
     uint32_t class_code = 0;
     if (!controller_class(node, &class_code))

@@ -1,7 +1,11 @@
+#include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <pthread.h>
+#include <utility>
 
+#include "src/rt/cancel.h"
 #include "src/rt/diag.h"
 #include "src/rt/owned.h"
 #include "src/rt/rt.h"
@@ -17,6 +21,99 @@ static void *const not_open =
 // different threads take turns at it.
 static iconv_t utf8_to_ucs2le = not_open;
 static pthread_mutex_t utf8_to_ucs2le_in_use = PTHREAD_MUTEX_INITIALIZER;
+static pthread_once_t fork_prepared = PTHREAD_ONCE_INIT;
+
+// fork waits for the end of a turn: a child has the lock as it was, but not the thread that would give it
+// back.
+static void wait_before_fork()
+{
+    pthread_mutex_lock(&utf8_to_ucs2le_in_use);
+}
+
+static void go_on_after_fork()
+{
+    pthread_mutex_unlock(&utf8_to_ucs2le_in_use);
+}
+
+static void prepare_for_fork()
+{
+    pthread_atfork(wait_before_fork, go_on_after_fork, go_on_after_fork);
+}
+
+namespace {
+
+// Signals wait while it lives, in this thread.
+class signals_held {
+public:
+    signals_held()
+    {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_BLOCK, &all, &before);
+    }
+    signals_held(const signals_held &) = delete;
+    signals_held &operator=(const signals_held &) = delete;
+    ~signals_held() { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
+
+private:
+    sigset_t before;
+};
+
+// A turn at the descriptor. A handler of a signal could fork, which would wait for this very turn, or jump
+// away and never give it back; so signals are held as the outermost.
+class turn {
+public:
+    turn()
+    {
+        pthread_once(&fork_prepared, prepare_for_fork);
+        pthread_mutex_lock(&utf8_to_ucs2le_in_use);
+    }
+    turn(const turn &) = delete;
+    turn &operator=(const turn &) = delete;
+    ~turn() { pthread_mutex_unlock(&utf8_to_ucs2le_in_use); }
+
+private:
+    signals_held held;
+    ovra::uncancelled converting;
+};
+
+enum class outcome { ok, no_descriptor, no_memory, refused };
+
+outcome convert(iconv_t cd, const char *s, owned<uint16_t> *converted)
+{
+    if (cd == not_open)
+        return outcome::no_descriptor;
+    size_t in_left = strlen(s);
+    size_t out_left = in_left * sizeof(uint16_t);
+    owned<uint16_t> text(static_cast<uint16_t *>(malloc(out_left + sizeof(uint16_t))));
+    if (!text)
+        return outcome::no_memory;
+    // Characters of four bytes do not fit into 16 bits. glibc's iconv refuses most of them, but leaves out
+    // U+E0000 to U+E007F without a word.
+    if (std::any_of(s, s + in_left, [](char c) { return static_cast<unsigned char>(c) >= 0xf0; }))
+        return outcome::refused;
+    char *in = const_cast<char *>(s); // iconv does not write there; its prototype predates const
+    char *out = reinterpret_cast<char *>(text.get());
+    if (iconv(cd, &in, &in_left, &out, &out_left) == static_cast<size_t>(-1) || in_left != 0) {
+        iconv(cd, nullptr, nullptr, nullptr, nullptr);
+        return outcome::refused;
+    }
+    memset(out, 0, sizeof(uint16_t));
+    *converted = std::move(text);
+    return outcome::ok;
+}
+
+// Says what a conversion came to, and gives its text to the caller.
+uint16_t *hand_out(outcome result, const char *s, owned<uint16_t> text)
+{
+    if (result == outcome::no_descriptor)
+        say("iconv_open(UCS-2/UTF-8)");
+    else if (result == outcome::refused)
+        say("iconv(%s) failed", s);
+    return text.release();
+}
+
+} // namespace
 
 size_t unicode_strlen(const uint16_t *s)
 {
@@ -28,34 +125,21 @@ size_t unicode_strlen(const uint16_t *s)
 
 uint16_t *convert_utf8_to_ucs2xx(iconv_t cd, const char *s)
 {
-    if (cd == not_open) {
-        say("iconv_open(UCS-2/UTF-8)");
-        return nullptr;
-    }
-    size_t in_left = strlen(s);
-    size_t out_left = in_left * sizeof(uint16_t);
-    owned<uint16_t> text(static_cast<uint16_t *>(malloc(out_left + sizeof(uint16_t))));
-    if (!text)
-        return nullptr;
-    char *in = const_cast<char *>(s); // iconv does not write there; its prototype predates const
-    char *out = reinterpret_cast<char *>(text.get());
-    if (iconv(cd, &in, &in_left, &out, &out_left) == static_cast<size_t>(-1) || in_left != 0) {
-        iconv(cd, nullptr, nullptr, nullptr, nullptr);
-        say("iconv(%s) failed", s);
-        return nullptr;
-    }
-    memset(out, 0, sizeof(uint16_t));
-    return text.release();
+    owned<uint16_t> text;
+    const outcome result = convert(cd, s, &text);
+    return hand_out(result, s, std::move(text));
 }
 
 uint16_t *convert_utf8_to_leunicode(const char *s)
 {
-    pthread_mutex_lock(&utf8_to_ucs2le_in_use);
-    if (utf8_to_ucs2le == not_open)
-        utf8_to_ucs2le = iconv_open("UCS-2LE", "UTF-8");
-    uint16_t *text = convert_utf8_to_ucs2xx(utf8_to_ucs2le, s);
-    pthread_mutex_unlock(&utf8_to_ucs2le_in_use);
-    return text;
+    owned<uint16_t> text;
+    const outcome result = [&] {
+        const turn at_the_descriptor;
+        if (utf8_to_ucs2le == not_open)
+            utf8_to_ucs2le = iconv_open("UCS-2LE", "UTF-8");
+        return convert(utf8_to_ucs2le, s, &text);
+    }();
+    return hand_out(result, s, std::move(text));
 }
 
 namespace {

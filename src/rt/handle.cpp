@@ -1,12 +1,15 @@
+#include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
 
 #include "platform/include/devns.h"
+#include "src/rt/cancel.h"
 #include "src/rt/rt.h"
 #include "src/rt/testfile.h"
 
 int ovra_init(ovra_hdl_t *hdl)
 {
+    const ovra::uncancelled opening;
     auto *fresh = static_cast<ovra_hdl_t>(calloc(1, sizeof(ovra_hdl)));
     *hdl = fresh;
     if (!fresh)
@@ -17,7 +20,9 @@ int ovra_init(ovra_hdl_t *hdl)
     fresh->ovra_fd = devns_open(DEVNS_RUNTIME_SERVICES, O_RDWR);
     if (fresh->ovra_fd == -1) {
         // Kept: the caller's handle is left pointing at what was released.
+        const int error = errno;
         free(fresh);
+        errno = error; // which not every allocator leaves alone
         return -1;
     }
     return 0;
@@ -25,6 +30,7 @@ int ovra_init(ovra_hdl_t *hdl)
 
 void ovra_fini(ovra_hdl_t hdl)
 {
+    const ovra::uncancelled closing;
     if (hdl->ovra_fd != -1)
         devns_close(hdl->ovra_fd);
     for (size_t slot = 0; slot < hdl->memlist_end; ++slot)

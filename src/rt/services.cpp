@@ -2,10 +2,12 @@
 #include <fcntl.h>
 
 #include "platform/include/devns.h"
+#include "src/rt/cancel.h"
 #include "src/rt/rt.h"
 
 int ovra_common(ovra_hdl_t hdl, int command, void *record)
 {
+    const ovra::uncancelled asking;
     if (hdl && hdl->ovra_fd != -1)
         return devns_ioctl(hdl->ovra_fd, command, record) == -1 ? -1 : 0;
 

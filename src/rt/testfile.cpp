@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 
+#include "src/rt/cancel.h"
 #include "src/rt/diag.h"
 #include "src/rt/rt.h"
 
@@ -22,12 +23,13 @@ using open_file = std::unique_ptr<FILE, closing>;
 
 bool ovra::test_file_mode()
 {
-    return getenv("OVRA_TEST_FILE") != nullptr;
+    return secure_getenv("OVRA_TEST_FILE") != nullptr;
 }
 
 EFI_STATUS set_variable_to_file(const char *path, UINTN size, const void *data)
 {
-    const open_file file(fopen(path, "w"));
+    const ovra::uncancelled writing;
+    const open_file file(fopen(path, "we"));
     if (!file) {
         say("can't open file %s: %s\n", path, strerror(errno));
         return EFI_DEVICE_ERROR;
@@ -41,7 +43,8 @@ EFI_STATUS set_variable_to_file(const char *path, UINTN size, const void *data)
 
 EFI_STATUS get_variable_from_file(const char *path, UINTN *size, void *data)
 {
-    const open_file file(fopen(path, "r"));
+    const ovra::uncancelled reading;
+    const open_file file(fopen(path, "re"));
     if (!file)
         return EFI_NOT_FOUND;
     if (fseek(file.get(), 0, SEEK_END) != 0)

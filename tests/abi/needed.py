@@ -44,6 +44,11 @@ class SharedLibrary(unittest.TestCase):
         self.assertEqual([value for tag, value in entries if tag == "SONAME"], ["libovra.so.1"])
 
 
+    def test_stays_loaded(self):
+        flags = [value for tag, value in elf.dynamic_entries(SHARED) if tag == "FLAGS_1"]
+        self.assertIn("NODELETE", " ".join(flags).split())
+
+
 class Threads(unittest.TestCase):
     """Calls of the C library that keep their state for the whole process would let two threads disturb each other."""
 
@@ -54,6 +59,18 @@ class Threads(unittest.TestCase):
             self.assertEqual(undefined & ONE_FOR_ALL_THREADS, set(), library)
         undefined = set(re.findall(r"^\s+[Uw] (\S+)$", elf.output("nm", "-u", ARCHIVE), re.MULTILINE))
         self.assertEqual(undefined & ONE_FOR_ALL_THREADS, set(), ARCHIVE)
+
+
+    def test_state_of_the_process_is_the_switches_and_the_conversion(self):
+        """What else could be written to would be shared by all handles in all threads. Tables are written by the linker
+        alone, in sections of their own."""
+        found = set()
+        for line in elf.output("nm", "-f", "sysv", ARCHIVE).splitlines():
+            fields = [field.strip() for field in line.split("|")]
+            if len(fields) == 7 and re.fullmatch(r"\.(data|bss|tdata|tbss)(\.(?!rel\.ro).*)?", fields[6]):
+                found.add(fields[0])
+        self.assertEqual(found - {"_ZL14utf8_to_ucs2le", "_ZL21utf8_to_ucs2le_in_use", "_ZL13fork_prepared"},
+                         {"ovra_path_eprint", "ovra_path_debug"})
 
 
 class Archive(unittest.TestCase):

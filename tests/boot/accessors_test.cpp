@@ -328,6 +328,18 @@ TEST(accessors_without_memory, getters_fail)
         size_t length = 0;
         return ovra_bootopt_optdata_get(hdl, option, &optional, &length);
     });
+    uint32_t attributes = 0;
+    for_each_refused_allocation(
+        [&](ovra_hdl_t hdl) {
+            attributes = 0x5a5a5a5a;
+            return ovra_bootopt_attr_get(hdl, option, &attributes);
+        },
+        [&](const attempt &attempt) {
+            const auto stored = fakes::variable("Boot0001").value();
+            uint32_t wanted = 0;
+            memcpy(&wanted, stored.data(), sizeof wanted);
+            EXPECT_EQ(attributes, attempt.result == 0 ? wanted : 0x5a5a5a5a);
+        });
 }
 
 // As the decoder gives it; only what is written back must be whole.

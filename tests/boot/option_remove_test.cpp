@@ -51,6 +51,24 @@ TEST_F(bootopt_remove, option_that_cannot_be_deleted_stays_in_the_order)
     EXPECT_EQ(stored("BootOrder"), hex_order({1, 2}));
 }
 
+// A name that the conversion would shorten is not the shorter one.
+TEST_F(bootopt_remove, option_of_another_name_is_not_removed_through_characters_that_vanish)
+{
+    fakes::put_variable("Boot0005", {1, 2, 3});
+    put_order({5});
+    for (const std::string character : {"\xf3\xa0\x80\x80", "\xf3\xa0\x81\x81", "\xf3\xa0\x81\xbf"}) {
+        for (const size_t place : {0U, 4U, 8U}) {
+            std::string name = "Boot0005";
+            name.insert(place, character);
+            expect_errors("iconv(" + name + ") failedunable to remove " + name + "\n",
+                          [&] { EXPECT_EQ(ovra_bootopt_remove(hdl, name.data()), -1); });
+        }
+    }
+    EXPECT_EQ(fakes::requests().size(), 0U);
+    EXPECT_EQ(stored("Boot0005"), "01 02 03");
+    EXPECT_EQ(stored("BootOrder"), "05 00");
+}
+
 TEST_F(bootopt_remove, removed_option_without_an_order)
 {
     expect_errors(no_order, [&] {

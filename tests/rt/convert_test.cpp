@@ -126,6 +126,39 @@ TEST(utf8_to_ucs2, what_is_no_text_of_16_bit_characters_is_refused_with_a_messag
     }
 }
 
+// The C library's conversion leaves some of them out without a word, so that another variable is meant.
+TEST(utf8_to_ucs2, every_character_beyond_16_bits_is_refused)
+{
+    const messages silent(0, 0);
+    const auto refused = [](uint32_t character) {
+        const uint16_t pair[] = {static_cast<uint16_t>(0xd7c0 + (character >> 10)),
+                                 static_cast<uint16_t>(0xdc00 + (character & 0x3ff))};
+        char text[20] = "Boot0005";
+        return convert_utf16_to_utf8(pair, 2, text + 8, 4) == 4 && to_ucs2(text) == "null" &&
+               to_ucs2(text + 8) == "null" && to_ucs2((text + std::string(8, 'x')).c_str()) == "null";
+    };
+    for (uint32_t character = 0xe0000; character < 0xe1000; ++character)
+        ASSERT_TRUE(refused(character)) << character;
+    for (uint32_t character = 0x10000; character < 0x110000; character += 251)
+        ASSERT_TRUE(refused(character)) << character;
+    for (uint32_t plane = 1; plane <= 16; ++plane) {
+        ASSERT_TRUE(refused(plane << 16)) << plane;
+        ASSERT_TRUE(refused(plane << 16 | 0xffff)) << plane;
+    }
+}
+
+TEST(utf8_to_ucs2, every_byte_that_begins_such_a_character_is_refused_with_a_message)
+{
+    for (int byte = 0xf0; byte < 0x100; ++byte) {
+        for (const char *rest : {"", "\x80", "\x80\x80\x80", "\xa0\x80\x81", "x"}) {
+            const std::string text = std::string("a") + static_cast<char>(byte) + rest;
+            const messages said(1, 0);
+            EXPECT_EQ(to_ucs2(text.c_str()), "null");
+            EXPECT_EQ(said.text(), "iconv(" + text + ") failed");
+        }
+    }
+}
+
 TEST(utf8_to_ucs2, refusal_is_silent_while_the_switch_is_off)
 {
     const messages said(0, 1);

@@ -78,6 +78,7 @@ TEST_F(handle, absent_driver_fails_init_silently_with_its_errno)
     for (const int error : {ENOENT, EACCES, EMFILE}) {
         fakes::set_absent(error);
         const messages said;
+        const errno_spoiled_by_free spoiled;
         count_blocks();
         errno = 0;
         EXPECT_EQ(ovra_init(&hdl), -1);

@@ -1,5 +1,14 @@
 // The shared conversion descriptor from its first use on: a program of its own, since it is opened once for
 // the process. iconv_open is wrapped at link time.
+#include <atomic>
+#include <csetjmp>
+#include <csignal>
+#include <functional>
+#include <semaphore>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include "src/rt/owned.h"
@@ -22,6 +31,7 @@ namespace {
 
 bool refused = false;
 bool stops_early = false;
+std::function<void()> while_converting; // called once, inside the conversion
 std::vector<std::string> opened;
 
 } // namespace
@@ -34,6 +44,8 @@ iconv_t __wrap_iconv_open(const char *to, const char *from)
 
 size_t __wrap_iconv(iconv_t cd, char **in, size_t *in_left, char **out, size_t *out_left)
 {
+    if (in && while_converting)
+        std::exchange(while_converting, nullptr)();
     if (!stops_early || !in || *in_left < 2)
         return __real_iconv(cd, in, in_left, out, out_left);
     size_t first = 1;
@@ -84,4 +96,104 @@ TEST(conversion, that_leaves_input_behind_is_refused_with_a_message)
     iconv_close(own);
     EXPECT_EQ(text, nullptr);
     EXPECT_EQ(said.text(), "iconv(xy) failed");
+}
+
+namespace {
+
+// What a child that runs `work` ends with: 0 when the work gave true. One that hangs is ended by a signal.
+int status_of_child(const std::function<bool()> &work)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(60);
+        _exit(work() ? 0 : 1);
+    }
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return status;
+}
+
+bool converts()
+{
+    const ovra::owned<uint16_t> text(convert_utf8_to_leunicode("x"));
+    return text && text.get()[0] == 'x' && text.get()[1] == 0;
+}
+
+sigjmp_buf escape;
+
+void jump_away(int)
+{
+    siglongjmp(escape, 1);
+}
+
+int status_in_handler = -1;
+
+void fork_in_handler(int)
+{
+    status_in_handler = status_of_child(converts);
+}
+
+} // namespace
+
+TEST(conversion, goes_on_in_a_child_forked_while_another_thread_was_inside)
+{
+    refused = false;
+    ASSERT_TRUE(converts());
+    std::binary_semaphore inside(0);
+    while_converting = [&] {
+        inside.release();
+        usleep(200000); // time to fork, for a fork that does not wait
+    };
+    bool converted = false;
+    std::thread other([&] { converted = converts(); });
+    inside.acquire();
+    EXPECT_EQ(status_of_child(converts), 0);
+    other.join();
+    EXPECT_TRUE(converted);
+    EXPECT_TRUE(converts());
+}
+
+TEST(conversion, goes_on_in_a_child_that_a_signal_handler_forked_in_the_middle)
+{
+    refused = false;
+    EXPECT_EQ(status_of_child([] {
+                  signal(SIGUSR1, fork_in_handler);
+                  while_converting = [] { raise(SIGUSR1); };
+                  return converts() && status_in_handler == 0 && converts();
+              }),
+              0);
+}
+
+TEST(conversion, goes_on_after_a_signal_handler_jumped_out_of_it)
+{
+    refused = false;
+    EXPECT_EQ(status_of_child([] {
+                  signal(SIGUSR1, jump_away);
+                  while_converting = [] { raise(SIGUSR1); };
+                  if (sigsetjmp(escape, 1) == 0) {
+                      convert_utf8_to_leunicode("x");
+                      return false; // the handler was to run
+                  }
+                  return converts();
+              }),
+              0);
+}
+
+TEST(conversion, keeps_the_signals_and_the_cancellation_of_the_thread)
+{
+    refused = false;
+    sigset_t before;
+    sigset_t after;
+    sigemptyset(&before);
+    sigaddset(&before, SIGUSR2);
+    ASSERT_EQ(pthread_sigmask(SIG_SETMASK, &before, nullptr), 0);
+    EXPECT_TRUE(converts());
+    pthread_sigmask(SIG_SETMASK, nullptr, &after);
+    for (int signal = 1; signal < 32; ++signal)
+        EXPECT_EQ(sigismember(&after, signal), signal == SIGUSR2) << signal;
+    int state = -1;
+    pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &state);
+    EXPECT_EQ(state, PTHREAD_CANCEL_ENABLE);
+    sigemptyset(&before);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }

@@ -1,4 +1,5 @@
 // String arrays: null-terminated, array and strings tracked by the handle.
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -33,6 +34,27 @@ std::vector<std::string> strings_of(char **array)
 }
 
 } // namespace
+
+// Strings are looked for behind the one before, which a program that has sorted them has changed.
+TEST_F(strarray, strings_in_another_order_than_they_were_made_are_all_released)
+{
+    count_blocks();
+    constexpr int count = 60; // the handle's list grows on the way
+    for (const int step : {1, 7, 23, 59}) {
+        char **array = nullptr;
+        for (int i = 0; i < count; ++i)
+            ASSERT_EQ(add_str_array(hdl, std::to_string(i * step % 61).c_str(), &array), 0);
+        std::sort(array, array + count, [](const char *a, const char *b) { return strcmp(a, b) > 0; });
+        const std::vector<char *> strings(array, array + count);
+        free_str_array(hdl, array);
+        for (const char *string : strings)
+            EXPECT_FALSE(recorded(string));
+        EXPECT_EQ(live_blocks(), 1); // the handle's list
+    }
+    ovra_fini(std::exchange(hdl, nullptr)); // releases nothing twice
+    EXPECT_EQ(live_blocks(), 0);
+    stop_counting();
+}
 
 TEST_F(strarray, null_string_on_a_null_array_is_one_terminator)
 {

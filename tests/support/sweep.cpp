@@ -31,6 +31,7 @@ namespace {
 using ovra::test::realloc_policy;
 
 bool counting = false;
+bool spoiling = false;
 long asked = 0;
 // Blocks by address (not by pointer: a freed one is looked up by what it was), with the size they have room
 // for.
@@ -124,6 +125,8 @@ void __wrap_free(void *block)
     if (counting && block)
         live->erase(address_of(block));
     __real_free(block);
+    if (spoiling)
+        errno = EDOM;
 }
 
 char *__wrap_strdup(const char *text)
@@ -147,6 +150,16 @@ char *__wrap_strndup(const char *text, size_t size)
 }
 
 namespace ovra::test {
+
+errno_spoiled_by_free::errno_spoiled_by_free()
+{
+    spoiling = true;
+}
+
+errno_spoiled_by_free::~errno_spoiled_by_free()
+{
+    spoiling = false;
+}
 
 void count_blocks()
 {
@@ -220,7 +233,7 @@ void expect_usable(ovra_hdl_t hdl)
     free_str_array(hdl, array);
 }
 
-attempt try_once(const sweep_body &body, long n, bool persistent)
+attempt try_once(const sweep_body &body, long n, bool persistent, unsigned blocks_before)
 {
     attempt one = {.n = n, .persistent = persistent, .refused = 0, .result = 0, .messages = {}};
     const unsigned descriptors = fakes::open_descriptors();
@@ -231,6 +244,8 @@ attempt try_once(const sweep_body &body, long n, bool persistent)
         ADD_FAILURE() << "ovra_init";
         return one;
     }
+    for (unsigned i = 0; i < blocks_before; ++i)
+        EXPECT_NE(memlist_malloc(hdl, 1, "sweep"), nullptr);
     {
         const messages said(1, 1);
         refuse_from(n, persistent);
@@ -247,16 +262,16 @@ attempt try_once(const sweep_body &body, long n, bool persistent)
     return one;
 }
 
-void sweep(const sweep_body &body, const sweep_check &check, bool any_result)
+void sweep(const sweep_body &body, const sweep_check &check, bool any_result, unsigned blocks_before)
 {
     // Freely first: what is made once for the process must not count.
-    static_cast<void>(try_once(body, LONG_MAX, false));
+    static_cast<void>(try_once(body, LONG_MAX, false, blocks_before));
     for (const bool persistent : {false, true})
         for (long n = 0;; ++n) {
             SCOPED_TRACE("allocation " + std::to_string(n) + (persistent ? " and all later ones" : "") +
                          " refused");
             ASSERT_LT(n, most_allocations);
-            const attempt one = try_once(body, n, persistent);
+            const attempt one = try_once(body, n, persistent, blocks_before);
             if (!any_result) {
                 EXPECT_EQ(one.result, one.refused == 0 ? 0 : -1) << one.messages;
             }
@@ -271,12 +286,13 @@ void sweep(const sweep_body &body, const sweep_check &check, bool any_result)
 
 void for_each_refused_allocation(const sweep_body &body, const sweep_check &check)
 {
-    sweep(body, check, false);
+    sweep(body, check, false, 0);
 }
 
-void for_each_refused_allocation_any_result(const sweep_body &body, const sweep_check &check)
+void for_each_refused_allocation_any_result(const sweep_body &body, const sweep_check &check,
+                                            unsigned blocks_before)
 {
-    sweep(body, check, true);
+    sweep(body, check, true, blocks_before);
 }
 
 } // namespace ovra::test

@@ -28,6 +28,15 @@ void refuse_from(long n, bool persistent);
 /* Ends that; returns how many were refused. */
 long stop_refusing();
 
+/* While it lives, free changes errno, as some allocators do. */
+class errno_spoiled_by_free {
+public:
+    errno_spoiled_by_free();
+    ~errno_spoiled_by_free();
+    errno_spoiled_by_free(const errno_spoiled_by_free &) = delete;
+    errno_spoiled_by_free &operator=(const errno_spoiled_by_free &) = delete;
+};
+
 /*
  * While it lives, a realloc of a non-null block while blocks are counted: always moves, or stays where it is
  * when the block had room enough when it was made (else it moves).
@@ -64,8 +73,12 @@ using sweep_body = std::function<int(ovra_hdl_t hdl)>;
 using sweep_check = std::function<void(const attempt &attempt)>;
 void for_each_refused_allocation(const sweep_body &body, const sweep_check &check = {});
 
-/* The same without the rule for the result, for a routine that has another: `check` must look at it. */
-void for_each_refused_allocation_any_result(const sweep_body &body, const sweep_check &check);
+/*
+ * The same without the rule for the result, for a routine that has another: `check` must look at it. The
+ * handle tracks so many blocks before.
+ */
+void for_each_refused_allocation_any_result(const sweep_body &body, const sweep_check &check,
+                                            unsigned blocks_before = 0);
 
 } // namespace ovra::test
 

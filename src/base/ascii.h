@@ -1,0 +1,46 @@
+/*
+ * Text as stored formats and their notations have it: ASCII. The C library's own functions ask the caller's
+ * locale, in which "I" may be no "i" and other characters may be blanks.
+ */
+#ifndef SRC_BASE_ASCII_H
+#define SRC_BASE_ASCII_H
+
+namespace ovra {
+
+constexpr char ascii_lower(char c)
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+constexpr bool is_ascii_digit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+/* What C calls white space: blank, tab, line feed, vertical tab, form feed, carriage return. */
+constexpr bool is_ascii_space(char c)
+{
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+/* What follows a text's beginning, which is alike `prefix` but for the case of A to Z; null when it is not.
+ */
+constexpr const char *behind_prefix(const char *text, const char *prefix)
+{
+    for (; *prefix; ++text, ++prefix) {
+        if (ascii_lower(*text) != ascii_lower(*prefix))
+            return nullptr;
+    }
+    return text;
+}
+
+/* Whether two texts are alike but for the case of A to Z. */
+constexpr bool alike(const char *a, const char *b)
+{
+    const char *rest = behind_prefix(a, b);
+    return rest && !*rest;
+}
+
+} // namespace ovra
+
+#endif

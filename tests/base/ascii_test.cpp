@@ -1,0 +1,51 @@
+// Letters, digits and blanks, byte by byte against the C library in its own locale.
+#include <cctype>
+#include <clocale>
+#include <cstring>
+#include <strings.h>
+
+#include <gtest/gtest.h>
+
+#include "src/base/ascii.h"
+
+TEST(ascii, every_byte_is_what_the_c_locale_says)
+{
+    ASSERT_STREQ(setlocale(LC_ALL, nullptr), "C");
+    for (int i = 0; i < 256; ++i) {
+        const char c = static_cast<char>(i);
+        EXPECT_EQ(ovra::is_ascii_space(c), isspace(i) != 0) << i;
+        EXPECT_EQ(ovra::is_ascii_digit(c), isdigit(i) != 0) << i;
+        EXPECT_EQ(ovra::ascii_lower(c), static_cast<char>(tolower(i))) << i;
+    }
+}
+
+TEST(alike, every_pair_of_bytes_is_what_the_c_locale_says)
+{
+    for (int a = 0; a < 256; ++a) {
+        for (int b = 0; b < 256; ++b) {
+            const char left[] = {'x', static_cast<char>(a), 'y', '\0'};
+            const char right[] = {'X', static_cast<char>(b), 'Y', '\0'};
+            ASSERT_EQ(ovra::alike(left, right), strcasecmp(left, right) == 0) << a << " " << b;
+        }
+    }
+}
+
+TEST(alike, texts_of_different_lengths_are_not)
+{
+    EXPECT_TRUE(ovra::alike("", ""));
+    EXPECT_FALSE(ovra::alike("Pci", "PciRoot"));
+    EXPECT_FALSE(ovra::alike("PciRoot", "Pci"));
+    EXPECT_FALSE(ovra::alike("", "a"));
+    EXPECT_FALSE(ovra::alike("a", ""));
+    EXPECT_TRUE(ovra::alike("pCIrOOT", "PciRoot"));
+}
+
+TEST(behind_prefix, is_the_rest_of_a_text_that_begins_so)
+{
+    EXPECT_STREQ(ovra::behind_prefix("boot0001", "Boot"), "0001");
+    EXPECT_STREQ(ovra::behind_prefix("BOOT", "Boot"), "");
+    EXPECT_STREQ(ovra::behind_prefix("x", ""), "x");
+    EXPECT_EQ(ovra::behind_prefix("Boo", "Boot"), nullptr);
+    EXPECT_EQ(ovra::behind_prefix("", "Boot"), nullptr);
+    EXPECT_EQ(ovra::behind_prefix("B\xc3\x96OT", "Boot"), nullptr);
+}
