@@ -16,6 +16,7 @@
 
 #include "platform/devns/runtime.h"
 #include "platform/machine/drives.h"
+#include "platform/machine/failure.h"
 
 namespace {
 
@@ -88,6 +89,8 @@ auto guarded(body call) noexcept -> decltype(call())
 {
     try {
         return call();
+    } catch (const machine::read_failure &failure) {
+        errno = failure.error;
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;
     } catch (...) {
