@@ -1,7 +1,7 @@
 /*
  * System calls that fail once. In a child process of its own every call is stopped at the kernel's door,
  * whichever library makes it, libblkid and the insides of the C library included. Allocations of libblkid,
- * which are none of the model's, can fail too (not with sanitizers, which have an allocator of their own).
+ * which are none of the model's, can fail too.
  */
 #ifndef TESTS_DEVICES_FAILING_CALLS_H
 #define TESTS_DEVICES_FAILING_CALLS_H
