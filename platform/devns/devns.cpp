@@ -16,6 +16,7 @@
 
 #include "platform/devns/runtime.h"
 #include "platform/machine/drives.h"
+#include "platform/machine/failure.h"
 #include "platform/machine/lock.h"
 #include "platform/machine/process.h"
 
@@ -169,6 +170,8 @@ auto guarded(body call) noexcept -> decltype(call())
     no_cancellation whole;
     try {
         return call();
+    } catch (const machine::read_failure &failure) {
+        errno = failure.error;
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;
     } catch (...) {

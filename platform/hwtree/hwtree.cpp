@@ -4,10 +4,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <new>
 #include <vector>
 
-#include "platform/machine/tree.h"
+#include "platform/machine/drives.h"
+#include "platform/machine/failure.h"
 
 namespace {
 
@@ -47,16 +47,12 @@ std::size_t find_path(const machine::device_tree &tree, const char *path)
 
 ht_node *take_snapshot(const char *path, unsigned flags)
 {
-    const machine::machine_root root = machine::open_root();
-    if (!root.folder)
-        return nullptr;
     auto taken = std::make_unique<snapshot>();
-    taken->tree = machine::read_device_tree(root);
+    // A copy: its strings and integers are handed out as if they could be written to.
+    taken->tree = machine::drive_set::read()->tree();
     taken->top = find_path(taken->tree, path);
-    if (taken->top == machine::tree_node::none) {
-        errno = ENOENT;
-        return nullptr;
-    }
+    if (taken->top == machine::tree_node::none)
+        throw machine::read_failure{ENOENT};
     taken->subtree = (flags & HT_SUBTREE) != 0;
     taken->properties = (flags & HT_PROPS) != 0;
     taken->handles.resize(taken->tree.nodes.size());
@@ -89,12 +85,10 @@ bool is_top(const ht_node *node)
 
 ht_node_t ht_init(const char *path, unsigned int flags)
 {
-    try {
-        return take_snapshot(path, flags);
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return nullptr;
-    }
+    ht_node_t top = nullptr;
+    if (const int error = machine::outcome_of([&] { top = take_snapshot(path, flags); }); error != 0)
+        errno = error;
+    return top;
 }
 
 void ht_fini(ht_node_t root)
@@ -132,12 +126,12 @@ const char *ht_bus_addr(ht_node_t node)
 
 char *ht_devfs_path(ht_node_t node)
 {
-    try {
-        return strdup(node->owner->tree.path_of(node->place).c_str());
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return nullptr;
-    }
+    char *path = nullptr;
+    const int error =
+        machine::outcome_of([&] { path = strdup(node->owner->tree.path_of(node->place).c_str()); });
+    if (error != 0)
+        errno = error;
+    return path;
 }
 
 void ht_devfs_path_free(char *path)

@@ -179,7 +179,7 @@ int devns_close(int fd);
  *
  * Returns the number of bytes placed in buf, not terminated, cut at `size`; or -1 with errno: ENOENT when
  * neither the system nor the machine has the name, EFAULT for a null pointer, EINVAL for a size of 0, ENOMEM,
- * or what readlink(2) gave.
+ * what readlink(2) gave, or why the machine or the disk cannot be read, such as EACCES or EIO.
  */
 ssize_t devns_readlink(const char *path, char *buf, size_t size);
 
@@ -205,6 +205,27 @@ int devns_lock(unsigned int seconds, pid_t *holder);
 /* Gives back what one devns_lock took. Returns 0, or -1 with errno EPERM when the calling thread does not
  * have the lock of the machine that HWPLAT_ROOT names. */
 int devns_unlock(void);
+
+/*
+ * One picture of the machine: what this thread reads of the machine's device tree and disks between
+ * devns_begin and devns_end, through any of the platform libraries, it reads once, at the first call that
+ * needs it; so that several calls speak of the same disks. Elsewhere each call reads the machine anew.
+ * HWPLAT_ROOT is looked at when the picture is made. Firmware variables are no part of it. Pairs may be
+ * nested, and the outermost counts. In between the thread is not cancelled (pthread_cancel). A child that is
+ * forked in between has the picture too and ends it for itself.
+ *
+ * Both always succeed; a devns_end without its devns_begin does nothing. A replacement libdevns may lack the
+ * two (libovra then does without), but not one of them alone.
+ */
+void devns_begin(void);
+void devns_end(void);
+
+/*
+ * Where the platform libraries of one build keep what they have in common; null for the number of another
+ * build. It is for these libraries alone, and a replacement libdevns may lack it: each of them then stands
+ * for itself.
+ */
+void *devns_shared(unsigned long layout);
 
 #ifdef __cplusplus
 }

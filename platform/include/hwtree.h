@@ -26,8 +26,9 @@ typedef struct ht_node *ht_node_t; /* null: no node */
 
 /*
  * Takes a snapshot from `path` ("/": the root of the tree) on. Returns its root, to be released with ht_fini;
- * or null with errno: ENOENT (no such node), ENOMEM, or why the machine cannot be read. Parts of a machine
- * that cannot be read are left out, and do not fail the snapshot.
+ * or null with errno: ENOENT (no such node), ENOMEM, or why the machine cannot be read, such as EMFILE, EIO
+ * or EACCES. Nothing is left out because it cannot be read; what is not there, or says nothing that makes
+ * sense, is. Between devns_begin and devns_end (devns.h) it is of the one picture that the thread has there.
  */
 ht_node_t ht_init(const char *path, unsigned int flags);
 

@@ -21,11 +21,15 @@
  *
  * Errors: each call that takes `err` (which must not be null) writes 0 there on success, and on failure an
  * errno value, and returns null: ENOENT (no such name, or gone), ENOMEM, EINVAL (no such kind, or none
- * associated with this one), or why the device cannot be read. That there are none is no failure: the array
- * is then empty.
+ * associated with this one), or why the machine or the disk cannot be read. That there are none is no
+ * failure: the array is then empty. A machine that cannot be read whole fails every call that looks at it,
+ * such as with EMFILE, EIO or EACCES; what is not there, or says nothing that makes sense, is left out.
  *
- * A disk that cannot be opened is left out of arrays of all descriptors of a kind. Asked for the media of its
- * drive, the call fails with the reason, such as EACCES. A blank disk, or one without a file, has no media.
+ * A disk that cannot be read itself is left out of arrays of all media, partitions or slices. Asked for the
+ * media of its drive, or for one of these by name, the call fails with the reason, such as EACCES or EIO. A
+ * blank disk, or one without a file, has no media.
+ *
+ * Between devns_begin and devns_end (devns.h) all calls of a thread look at one picture of the machine.
  */
 #ifndef HWPLAT_VOLSET_H
 #define HWPLAT_VOLSET_H

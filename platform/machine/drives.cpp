@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cinttypes>
 
+#include "platform/machine/failure.h"
+#include "platform/machine/shared.h"
 #include "platform/machine/sysfs.h"
 
 namespace machine {
@@ -33,29 +35,48 @@ std::optional<volume_name> parse_volume_name(std::string_view text)
                        static_cast<unsigned>(*number)};
 }
 
+drive_set::drive_set() : root(open_root())
+{
+    if (!root.folder)
+        throw read_failure{errno};
+    devices = read_device_tree(root);
+    for (std::size_t i = 0; i < devices.disks.size(); ++i)
+        by_name.emplace(devices.disks[i].name(), i);
+    media = decltype(media)(devices.disks.size());
+}
+
+drive_set::~drive_set()
+{
+    for (const auto &read : media)
+        delete read.load();
+}
+
 std::shared_ptr<drive_set> drive_set::read()
 {
-    auto drives = std::make_shared<drive_set>();
-    drives->root = open_root();
-    if (!drives->root.folder)
-        return nullptr;
-    drives->devices = read_device_tree(drives->root);
-    drives->media.resize(drives->devices.disks.size());
-    return drives;
+    thread_picture &picture = *common_state().of_this_thread();
+    if (picture.depth == 0)
+        return std::make_shared<drive_set>();
+    if (picture.kept == nullptr)
+        picture.kept = new std::shared_ptr<drive_set>(std::make_shared<drive_set>());
+    return *picture.kept;
 }
 
 const medium &drive_set::medium_of(std::size_t disk)
 {
-    const std::lock_guard guard(reading);
-    if (!media[disk])
-        media[disk] = std::make_unique<medium>(read_medium(root, devices.disks[disk]));
-    return *media[disk];
+    const medium *known = media[disk].load();
+    if (known == nullptr) {
+        auto found = std::make_unique<const medium>(read_medium(root, devices.disks[disk]));
+        // Another thread may have read it meanwhile: all keep to what the first found.
+        if (media[disk].compare_exchange_strong(known, found.get()))
+            known = found.release();
+    }
+    return *known;
 }
 
 std::size_t drive_set::find_drive(std::string_view name) const
 {
-    const disk *found = devices.find_disk(name);
-    return found != nullptr ? static_cast<std::size_t>(found - devices.disks.data()) : devices.disks.size();
+    const auto found = by_name.find(name);
+    return found != by_name.end() ? found->second : devices.disks.size();
 }
 
 unsigned volume_number(table_kind table, const partition &part)
@@ -88,11 +109,16 @@ static std::string minor_name(const volume_name &name)
 std::optional<std::string> device_link(std::string_view volume)
 {
     const auto name = parse_volume_name(volume);
-    const auto drives = name ? drive_set::read() : nullptr;
-    if (!drives)
+    if (!name)
         return std::nullopt;
+    const auto drives = drive_set::read();
     const std::size_t place = drives->find_drive(name->drive);
-    if (place == drives->tree().disks.size() || find_partition(drives->medium_of(place), *name) == nullptr)
+    if (place == drives->tree().disks.size())
+        return std::nullopt;
+    const medium &medium = drives->medium_of(place);
+    if (medium.error != 0)
+        throw read_failure{medium.error};
+    if (find_partition(medium, *name) == nullptr)
         return std::nullopt;
     const std::size_t node = drives->tree().disks[place].node;
     return "../../devices" + drives->tree().path_of(node) + ":" + minor_name(*name);

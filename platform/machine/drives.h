@@ -1,12 +1,14 @@
 /*
  * Disks with what is on them, by the names of their partitions and slices. One snapshot of the machine; media
- * are read when they are asked for.
+ * are read when they are asked for. What reads throws read_failure.
  */
 #ifndef HWPLAT_MACHINE_DRIVES_H
 #define HWPLAT_MACHINE_DRIVES_H
 
+#include <atomic>
+#include <map>
 #include <memory>
-#include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,12 +30,17 @@ std::optional<volume_name> parse_volume_name(std::string_view text);
 
 class drive_set {
 public:
-    /* Null with errno when the machine has no folder. */
+    drive_set();
+    drive_set(const drive_set &) = delete;
+    drive_set &operator=(const drive_set &) = delete;
+    ~drive_set();
+
+    /* The machine as it is; between devns_begin and devns_end, as the thread first saw it there. */
     static std::shared_ptr<drive_set> read();
 
     [[nodiscard]] const device_tree &tree() const { return devices; }
 
-    /* The medium of a disk of the tree, by its place in the list. */
+    /* The medium of a disk of the tree, by its place in the list. Several threads may ask. */
     const medium &medium_of(std::size_t disk);
 
     /* The place of a drive's disk in the list; the size of the list when there is none. */
@@ -42,8 +49,10 @@ public:
 private:
     machine_root root;
     device_tree devices;
-    std::mutex reading;
-    std::vector<std::unique_ptr<medium>> media; /* null: not read yet */
+    std::map<std::string, std::size_t, std::less<>> by_name;
+    /* Null: not read yet. No lock is held while one is read: a child that is forked meanwhile may read it
+     * too. */
+    std::vector<std::atomic<const medium *>> media;
 };
 
 /* The number in the name of a partition: of a slice one less than the table's. */
@@ -52,8 +61,8 @@ unsigned volume_number(table_kind table, const partition &part);
 /* The partition of a medium that a name means, or null. */
 const partition *find_partition(const medium &medium, const volume_name &name);
 
-/* What "/dev/dsk/<volume>" links to: "../../devices<physical path>:<minor>". Nothing without such a volume.
- */
+/* What "/dev/dsk/<volume>" links to: "../../devices<physical path>:<minor>". Nothing without such a volume;
+ * a read_failure where its disk cannot be read. */
 std::optional<std::string> device_link(std::string_view volume);
 
 } // namespace machine

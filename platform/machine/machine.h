@@ -7,7 +7,8 @@
  * wants it, any other as plain files in the same format;
  *   - time, alarm, count and reset by the root: "/" has the host's clock chip and is really restarted.
  *
- * Statuses are the firmware's. Only std::bad_alloc is thrown, and then nothing has been changed.
+ * Statuses are the firmware's. What serves the firmware throws std::bad_alloc only, and then nothing has been
+ * changed.
  */
 #ifndef HWPLAT_MACHINE_MACHINE_H
 #define HWPLAT_MACHINE_MACHINE_H
@@ -32,12 +33,17 @@ struct machine_root {
 };
 
 /*
- * The folder that HWPLAT_ROOT names (not looked at in a set-user-ID program), else "/"; settled at each call.
- * No folder, with errno, when it cannot be opened; an empty HWPLAT_ROOT names no folder.
+ * The folder that HWPLAT_ROOT names (not looked at in a set-user-ID program), else "/"; settled at each call,
+ * but for where a relative one begins: a value is taken from the working folder in which the process first
+ * looked at it. No folder, with errno, when it cannot be opened; an empty HWPLAT_ROOT names no folder.
  */
 machine_root open_root();
 
-/* Says on standard error, while HWPLAT_DEBUG exists, why something was passed over. Leaves errno alone. */
+/*
+ * Says on standard error, while HWPLAT_DEBUG exists, why something was passed over. Bytes that are not
+ * printable ASCII are written as "\xNN": names come from folders that anybody may have filled. Leaves errno
+ * alone.
+ */
 [[gnu::format(printf, 1, 2)]] void debug(const char *format, ...);
 
 /* firmware.cpp */

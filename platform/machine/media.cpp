@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string_view>
 
 #include <blkid/blkid.h>
@@ -15,6 +16,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/machine/failure.h"
 #include "platform/machine/sysfs.h"
 
 namespace machine {
@@ -31,16 +33,19 @@ struct probe_freeing {
 };
 using probe_owner = std::unique_ptr<std::remove_pointer_t<blkid_probe>, probe_freeing>;
 
+// Nothing for what is neither a disk nor an image.
 std::optional<std::uint64_t> size_of(int fd)
 {
     struct stat status = {};
     if (fstat(fd, &status) != 0)
-        return std::nullopt;
+        throw read_failure{errno};
     if (S_ISREG(status.st_mode))
         return static_cast<std::uint64_t>(status.st_size);
-    std::uint64_t size = 0;
-    if (!S_ISBLK(status.st_mode) || ioctl(fd, BLKGETSIZE64, &size) != 0)
+    if (!S_ISBLK(status.st_mode))
         return std::nullopt;
+    std::uint64_t size = 0;
+    if (ioctl(fd, BLKGETSIZE64, &size) != 0)
+        throw read_failure{errno};
     return size;
 }
 
@@ -79,8 +84,8 @@ std::optional<std::array<std::uint8_t, 16>> guid_bytes(const char *text)
 
 class table_reader {
 public:
-    table_reader(const disk &read_disk, std::uint64_t device_size)
-        : entry(read_disk), units_per_block(read_disk.block_size / unit),
+    table_reader(const disk &read_disk, std::uint64_t device_size, bool says_why)
+        : entry(read_disk), telling(says_why), units_per_block(read_disk.block_size / unit),
           blocks(device_size / read_disk.block_size)
     {}
 
@@ -96,7 +101,8 @@ public:
         else if (std::strcmp(type, "dos") == 0 && read_signature(table, &found.signature))
             found.table = table_kind::mbr;
         else {
-            debug("%s: a partition table of kind %s is not used", entry.kernel_name.c_str(), type);
+            if (telling)
+                debug("%s: a partition table of kind %s is not used", entry.kernel_name.c_str(), type);
             return found;
         }
         if (found.table == table_kind::mbr)
@@ -124,7 +130,8 @@ private:
     partition whole_disk() const
     {
         if (blocks > largest_mbr_number)
-            debug("%s: p0 is cut to %" PRIu64 " blocks", entry.kernel_name.c_str(), largest_mbr_number);
+            if (telling)
+                debug("%s: p0 is cut to %" PRIu64 " blocks", entry.kernel_name.c_str(), largest_mbr_number);
         return {0, 0, std::min(blocks, largest_mbr_number), {}};
     }
 
@@ -137,7 +144,8 @@ private:
         const blkid_loff_t start = blkid_partition_get_start(stored);
         const blkid_loff_t size = blkid_partition_get_size(stored);
         if (number < 1 || start < 0 || size <= 0) {
-            debug("%s: a partition entry makes no sense", entry.kernel_name.c_str());
+            if (telling)
+                debug("%s: a partition entry makes no sense", entry.kernel_name.c_str());
             return;
         }
         partition part = {static_cast<unsigned>(number),
@@ -145,24 +153,28 @@ private:
                           static_cast<std::uint64_t>(size) / units_per_block,
                           {}};
         if (part.start >= blocks || part.size > blocks - part.start) {
-            debug("%s: partition %d reaches beyond the disk", entry.kernel_name.c_str(), number);
+            if (telling)
+                debug("%s: partition %d reaches beyond the disk", entry.kernel_name.c_str(), number);
             return;
         }
         if (found->table == table_kind::gpt) {
             const auto guid = guid_bytes(blkid_partition_get_uuid(stored));
             if (!guid) {
-                debug("%s: partition %d has no GUID", entry.kernel_name.c_str(), number);
+                if (telling)
+                    debug("%s: partition %d has no GUID", entry.kernel_name.c_str(), number);
                 return;
             }
             part.guid = *guid;
         } else if (part.start > largest_mbr_number || part.size > largest_mbr_number) {
-            debug("%s: partition %d has a number beyond 32 bits", entry.kernel_name.c_str(), number);
+            if (telling)
+                debug("%s: partition %d has a number beyond 32 bits", entry.kernel_name.c_str(), number);
             return;
         }
         found->partitions.push_back(part);
     }
 
     const disk &entry;
+    bool telling;
     std::uint64_t units_per_block;
     std::uint64_t blocks;
 };
@@ -173,83 +185,212 @@ std::uint32_t little_endian(const unsigned char *bytes)
            static_cast<std::uint32_t>(bytes[3]) << 24;
 }
 
-// Whether the block at `offset` is a GPT header that claims more entries, or larger ones, than a table can
-// have: libblkid would read them all into memory, also where a sparse image holds none of them.
-bool claims_too_much(int fd, std::uint64_t offset)
+// Whether all of `bytes` are there at `offset`.
+bool read_at(int fd, std::uint64_t offset, std::span<unsigned char> bytes)
 {
-    static constexpr std::string_view mark = "EFI PART";
-    std::array<unsigned char, 92> header;
-    if (pread(fd, header.data(), header.size(), static_cast<off_t>(offset)) !=
-            static_cast<ssize_t>(header.size()) ||
-        std::memcmp(header.data(), mark.data(), mark.size()) != 0)
-        return false;
-    return little_endian(&header[80]) > most_gpt_entries || little_endian(&header[84]) > largest_gpt_entry;
+    const ssize_t count = pread(fd, bytes.data(), bytes.size(), static_cast<off_t>(offset));
+    if (count < 0)
+        throw read_failure{errno};
+    return static_cast<std::size_t>(count) == bytes.size();
 }
 
-// Whether the disk's first bytes are an MBR that leaves the disk to a GPT. Without one, what looks like the
-// header of a GPT is a remnant that nobody reads.
-bool has_protective_mbr(int fd)
+constexpr std::uint64_t record_size = 512; // of an MBR, whatever the block size
+using boot_record = std::array<unsigned char, record_size>;
+
+struct record_entry {
+    unsigned char type;
+    std::uint32_t start; // logical blocks
+};
+
+// The entries of an MBR, or of the same record in front of a logical partition; none without its mark.
+std::vector<record_entry> entries_of(const boot_record &record)
 {
     static constexpr std::size_t first_entry = 446;
     static constexpr std::size_t entry_size = 16;
     static constexpr std::size_t type_in_entry = 4;
-    static constexpr unsigned char protective = 0xee;
-    std::array<unsigned char, 512> record;
-    if (pread(fd, record.data(), record.size(), 0) != static_cast<ssize_t>(record.size()) ||
-        record[510] != 0x55 || record[511] != 0xaa)
-        return false;
-    for (std::size_t at = first_entry; at < 510; at += entry_size) {
-        if (record[at + type_in_entry] == protective)
+    static constexpr std::size_t start_in_entry = 8;
+    std::vector<record_entry> entries;
+    if (record[510] != 0x55 || record[511] != 0xaa)
+        return entries;
+    for (std::size_t at = first_entry; at < 510; at += entry_size)
+        entries.push_back({record[at + type_in_entry], little_endian(&record[at + start_in_entry])});
+    return entries;
+}
+
+// Whether an MBR leaves the disk to a GPT. Without one, what looks like the header of a GPT is a remnant that
+// nobody reads.
+bool is_protective(const std::vector<record_entry> &entries)
+{
+    return std::any_of(entries.begin(), entries.end(), [](const auto &entry) { return entry.type == 0xee; });
+}
+
+// The first record that continues an MBR; the disk's first block where none does.
+std::uint32_t next_record(const std::vector<record_entry> &entries)
+{
+    const auto found = std::find_if(entries.begin(), entries.end(), [](const auto &entry) {
+        return entry.type == 0x05 || entry.type == 0x0f || entry.type == 0x85;
+    });
+    return found != entries.end() ? found->start : 0;
+}
+
+/*
+ * Reads what a partition table consists of, before libblkid does, which takes much that it cannot read for
+ * what is not there. False when a header of a GPT claims more entries, or larger ones, than a table can have:
+ * libblkid would read them all into memory, also where a sparse image holds none of them.
+ */
+class table_check {
+public:
+    table_check(int device, std::uint64_t device_size, std::uint32_t block_size)
+        : fd(device), blocks(device_size / block_size), block(block_size)
+    {}
+
+    [[nodiscard]] bool is_sound() const
+    {
+        boot_record record;
+        if (blocks < 2 || !read_at(fd, 0, record))
             return true;
+        const auto entries = entries_of(record);
+        if (!is_protective(entries)) {
+            follow(next_record(entries));
+            return true;
+        }
+        bool read = false;
+        if (!is_header_sound(1, &read))
+            return false;
+        // The last block does no harm where the first header serves, even one that cannot be read.
+        try {
+            return is_header_sound(blocks - 1, nullptr);
+        } catch (const read_failure &) {
+            if (!read)
+                throw;
+            return true;
+        }
     }
-    return false;
+
+private:
+    // A header and its entries. `*there`: it has the mark of one.
+    bool is_header_sound(std::uint64_t place, bool *there) const
+    {
+        static constexpr std::string_view mark = "EFI PART";
+        std::array<unsigned char, 92> header;
+        if (!read_at(fd, place * block, header) || std::memcmp(header.data(), mark.data(), mark.size()) != 0)
+            return true;
+        if (there != nullptr)
+            *there = true;
+        const std::uint64_t start =
+            little_endian(&header[72]) | static_cast<std::uint64_t>(little_endian(&header[76])) << 32;
+        const std::uint64_t count = little_endian(&header[80]);
+        const std::uint64_t size = little_endian(&header[84]);
+        if (count > most_gpt_entries || size > largest_gpt_entry)
+            return false;
+        if (start < blocks)
+            read_through(start * block, count * size);
+        return true;
+    }
+
+    void read_through(std::uint64_t offset, std::uint64_t size) const
+    {
+        std::vector<unsigned char> piece(std::min<std::uint64_t>(size, 65536));
+        for (; size != 0; size -= piece.size(), offset += piece.size()) {
+            piece.resize(std::min<std::uint64_t>(size, piece.size()));
+            if (!read_at(fd, offset, piece))
+                return;
+        }
+    }
+
+    // The records of logical partitions, each of which tells of the next by its distance from the first.
+    void follow(std::uint32_t first) const
+    {
+        static constexpr unsigned most_records = 128; // libblkid follows no more than 100
+        std::uint64_t distance = 0;
+        for (unsigned i = 0; first != 0 && i < most_records; ++i) {
+            boot_record record;
+            if (first + distance >= blocks || !read_at(fd, (first + distance) * block, record))
+                return;
+            distance = next_record(entries_of(record));
+            if (distance == 0)
+                return;
+        }
+    }
+
+    int fd;
+    std::uint64_t blocks;
+    std::uint64_t block;
+};
+
+// What libblkid finds on a device, as far as it tells.
+medium probe_once(const disk &disk, int device, std::uint64_t size, bool telling)
+{
+    const probe_owner probe(blkid_new_probe());
+    if (!probe)
+        throw std::bad_alloc();
+    errno = 0;
+    if (blkid_probe_set_device(probe.get(), device, 0, static_cast<blkid_loff_t>(size)) != 0 ||
+        blkid_probe_set_sectorsize(probe.get(), disk.block_size) != 0 ||
+        blkid_probe_enable_superblocks(probe.get(), 0) != 0 ||
+        blkid_probe_enable_partitions(probe.get(), 1) != 0 ||
+        blkid_probe_set_partitions_flags(probe.get(), BLKID_PARTS_ENTRY_DETAILS) != 0)
+        throw read_failure{errno != 0 ? errno : EIO};
+    errno = 0;
+    blkid_partlist list = blkid_probe_get_partitions(probe.get());
+    if (list != nullptr && blkid_partlist_get_table(list) != nullptr)
+        return table_reader(disk, size, telling).read(list);
+    // EINVAL is its own word for a table that points out of the disk.
+    if (errno != 0 && errno != EINVAL)
+        throw read_failure{errno};
+    if (telling)
+        debug("dev/%s: no partition table", disk.kernel_name.c_str());
+    return {};
+}
+
+medium read_table(const disk &disk, int device)
+{
+    const auto size = size_of(device);
+    if (!size) {
+        debug("dev/%s: no disk or image that can be read", disk.kernel_name.c_str());
+        return {};
+    }
+    if (!table_check(device, *size, disk.block_size).is_sound()) {
+        debug("dev/%s: its partition table claims too many entries", disk.kernel_name.c_str());
+        return {};
+    }
+    // It also goes on, and says nothing, where an allocation or a single read of its own fails. What it finds
+    // twice it has found.
+    static constexpr unsigned attempts = 4;
+    medium found = probe_once(disk, device, *size, true);
+    for (unsigned i = 0; i < attempts; ++i) {
+        medium again = probe_once(disk, device, *size, false);
+        if (again == found)
+            return found;
+        found = std::move(again);
+    }
+    throw read_failure{EIO};
 }
 
 } // namespace
 
 medium read_medium(const machine_root &root, const disk &disk)
 {
-    const descriptor devices = open_below(root.folder.get(), {"dev"}, missing_folders::fail);
-    const descriptor device(devices ? openat(devices.get(), disk.kernel_name.c_str(),
-                                             O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)
-                                    : -1);
-    if (!device && errno != ENOENT) {
-        medium unreadable;
-        unreadable.error = errno;
-        debug("dev/%s: no disk or image that can be read: %s", disk.kernel_name.c_str(),
-              std::strerror(unreadable.error));
-        return unreadable;
-    }
-    const auto size = device ? size_of(device.get()) : std::nullopt;
-    if (!size) {
+    try {
+        const descriptor devices = open_below(root.folder.get(), {"dev"}, missing_folders::fail);
+        const descriptor device(devices ? openat(devices.get(), disk.kernel_name.c_str(),
+                                                 O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)
+                                        : -1);
+        if (device)
+            return read_table(disk, device.get());
+        if (errno != ENOENT)
+            throw read_failure{errno};
         debug("dev/%s: no disk or image that can be read", disk.kernel_name.c_str());
         return {};
+    } catch (const read_failure &failure) {
+        debug("dev/%s: no disk or image that can be read: %s", disk.kernel_name.c_str(),
+              std::strerror(failure.error));
+        if (is_shortage(failure.error))
+            throw;
+        medium unreadable;
+        unreadable.error = failure.error;
+        return unreadable;
     }
-    // Its header and the backup of it.
-    const std::uint64_t block = disk.block_size;
-    if (*size >= 2 * block && has_protective_mbr(device.get()) &&
-        (claims_too_much(device.get(), block) ||
-         claims_too_much(device.get(), (*size / block - 1) * block))) {
-        debug("dev/%s: its partition table claims too many entries", disk.kernel_name.c_str());
-        return {};
-    }
-    const probe_owner probe(blkid_new_probe());
-    if (!probe)
-        throw std::bad_alloc();
-    if (blkid_probe_set_device(probe.get(), device.get(), 0, static_cast<blkid_loff_t>(*size)) != 0 ||
-        blkid_probe_set_sectorsize(probe.get(), disk.block_size) != 0) {
-        debug("dev/%s: cannot be probed", disk.kernel_name.c_str());
-        return {};
-    }
-    blkid_probe_enable_superblocks(probe.get(), 0);
-    blkid_probe_enable_partitions(probe.get(), 1);
-    blkid_probe_set_partitions_flags(probe.get(), BLKID_PARTS_ENTRY_DETAILS);
-    blkid_partlist list = blkid_probe_get_partitions(probe.get());
-    if (list == nullptr || blkid_partlist_get_table(list) == nullptr) {
-        debug("dev/%s: no partition table", disk.kernel_name.c_str());
-        return {};
-    }
-    return table_reader(disk, *size).read(list);
 }
 
 } // namespace machine

@@ -21,18 +21,23 @@ struct partition {
     std::uint64_t start = 0;                /* logical blocks */
     std::uint64_t size = 0;                 /* logical blocks */
     std::array<std::uint8_t, 16> guid = {}; /* as it stands on disk; of a GPT */
+
+    bool operator==(const partition &) const = default;
 };
 
 struct medium {
     table_kind table = table_kind::none;
     std::uint32_t signature = 0;       /* of an MBR */
     std::vector<partition> partitions; /* by number; an MBR's begin with the whole disk */
-    int error = 0;                     /* errno value: why the device cannot be opened, if there is one */
+    int error = 0;                     /* errno value: why the device cannot be read, if there is one */
+
+    bool operator==(const medium &) const = default;
 };
 
 /*
- * The medium of a disk. One without a table that can be read has none: a blank or unreadable disk, or one
- * without a device file below the machine's "dev".
+ * The medium of a disk. One without a table of a kind that is used has none: a blank disk, or one without a
+ * device file below the machine's "dev". Throws read_failure when the process is short of something, which
+ * says nothing of the disk.
  */
 medium read_medium(const machine_root &root, const disk &disk);
 

@@ -1,13 +1,20 @@
 #include "platform/machine/machine.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <optional>
+#include <string>
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/machine/shared.h"
 
 namespace machine {
 
@@ -16,36 +23,75 @@ namespace {
 struct release {
     void operator()(char *text) const { std::free(text); }
 };
+using owned_text = std::unique_ptr<char, release>;
 
 /*
  * Whether `path`, open as `folder`, is "/". The numbers alone do not say so: "/" may be mounted a second time
- * elsewhere, and that is a folder like any other.
+ * elsewhere, and that is a folder like any other. Nothing, with errno, when it cannot be told.
  */
-bool is_live(const char *path, int folder)
+std::optional<bool> is_live(const char *path, int folder)
 {
     struct stat here = {};
     struct stat top = {};
     if (fstat(folder, &here) != 0 || stat("/", &top) != 0)
-        return false;
+        return std::nullopt;
     if (here.st_dev != top.st_dev || here.st_ino != top.st_ino)
         return false;
-    std::unique_ptr<char, release> resolved(realpath(path, nullptr));
-    return resolved && std::strcmp(resolved.get(), "/") == 0;
+    const owned_text resolved(realpath(path, nullptr));
+    if (!resolved)
+        return std::nullopt;
+    return std::strcmp(resolved.get(), "/") == 0;
+}
+
+const resolved_root *find_resolved(const resolved_root *newest, const char *value)
+{
+    while (newest != nullptr && newest->value != value)
+        newest = newest->before;
+    return newest;
+}
+
+/*
+ * The folder of a relative value, for as long as the process lives: whoever changes the working folder
+ * afterwards does not mean another machine. Null with errno when there is no working folder.
+ */
+const char *resolve_once(const char *value)
+{
+    std::atomic<const resolved_root *> &roots = common_state().roots;
+    const resolved_root *newest = roots.load();
+    if (const resolved_root *known = find_resolved(newest, value); known != nullptr)
+        return known->path.c_str();
+    const owned_text working(getcwd(nullptr, 0));
+    if (!working)
+        return nullptr;
+    std::unique_ptr<resolved_root> added(
+        new resolved_root{value, std::string(working.get()) + "/" + value, newest});
+    while (!roots.compare_exchange_weak(added->before, added.get())) {
+        // Another thread may have looked at the same value.
+        if (const resolved_root *known = find_resolved(added->before, value); known != nullptr)
+            return known->path.c_str();
+    }
+    return added.release()->path.c_str();
 }
 
 } // namespace
 
 machine_root open_root()
 {
-    const char *path = secure_getenv("HWPLAT_ROOT");
-    if (path == nullptr)
-        path = "/";
+    const char *value = secure_getenv("HWPLAT_ROOT");
+    if (value == nullptr)
+        value = "/";
+    const bool is_relative = value[0] != '/' && value[0] != '\0';
+    const char *path = is_relative ? resolve_once(value) : value;
     machine_root root;
-    root.folder = descriptor(open(path, O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (root.folder)
-        root.live = is_live(path, root.folder.get());
-    else
-        debug("no machine: cannot open the folder '%s': %s", path, std::strerror(errno));
+    if (path != nullptr)
+        root.folder = descriptor(open(path, O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const auto live = root.folder ? is_live(path, root.folder.get()) : std::nullopt;
+    if (!live)
+        root.folder.reset();
+    root.live = live.value_or(false);
+    if (!root.folder)
+        debug("no machine: cannot open the folder '%s': %s", path != nullptr ? path : value,
+              std::strerror(errno));
     return root;
 }
 
@@ -56,12 +102,20 @@ void debug(const char *format, ...)
     int saved = errno;
     std::va_list arguments;
     va_start(arguments, format);
+    char *text = nullptr;
+    const int length = vasprintf(&text, format, arguments);
+    va_end(arguments);
+    const owned_text message(length >= 0 ? text : nullptr);
     flockfile(stderr);
     std::fputs("hwplat: ", stderr);
-    std::vfprintf(stderr, format, arguments);
+    for (const char *at = message ? message.get() : "(no memory for the message)"; *at != '\0'; ++at) {
+        if (*at >= ' ' && *at <= '~')
+            std::fputc(*at, stderr);
+        else
+            std::fprintf(stderr, "\\x%02x", static_cast<unsigned char>(*at));
+    }
     std::fputc('\n', stderr);
     funlockfile(stderr);
-    va_end(arguments);
     errno = saved;
 }
 

@@ -6,7 +6,6 @@
 #include <charconv>
 #include <cstring>
 #include <memory>
-#include <new>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -14,6 +13,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/machine/failure.h"
 #include "platform/machine/files.h"
 #include "platform/machine/machine.h"
 
@@ -57,7 +57,7 @@ descriptor open_path(int folder, std::string_view path, int flags)
     for (;;) {
         const std::size_t end = std::min(path.find('/'), path.size());
         if (end == 0 || end >= name.size()) {
-            errno = end == 0 ? ENOENT : ENAMETOOLONG;
+            errno = ENOENT; // nothing has a name of that length
             return {};
         }
         *std::copy_n(path.data(), end, name.data()) = '\0';
@@ -71,11 +71,15 @@ descriptor open_path(int folder, std::string_view path, int flags)
     }
 }
 
-// Much of sysfs need not be there; what is there and cannot be read is something to tell.
-void debug_unreadable(const std::string &path)
+// Much of sysfs need not be there. What is there and cannot be read ends the reading, with errno.
+void pass_over_if_absent(const std::string &path)
 {
-    if (errno != ENOENT)
-        debug("%s: cannot be read: %s", path.c_str(), std::strerror(errno));
+    const int error = errno;
+    if (error == ENOENT)
+        return;
+    debug("%s: cannot be read: %s", path.c_str(), std::strerror(error));
+    if (!means_absent(error))
+        throw read_failure{error};
 }
 
 } // namespace
@@ -94,9 +98,11 @@ std::optional<std::string> sysfs::text(const std::string &path) const
 {
     const descriptor file = open_path(folder, path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
     struct stat status = {};
-    if (!file)
-        debug_unreadable(path);
-    if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
+    if (!file || fstat(file.get(), &status) != 0) {
+        pass_over_if_absent(path);
+        return std::nullopt;
+    }
+    if (!S_ISREG(status.st_mode))
         return std::nullopt;
     std::array<char, largest_text + 1> buffer;
     std::size_t length = 0;
@@ -105,7 +111,7 @@ std::optional<std::string> sysfs::text(const std::string &path) const
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0) {
-            debug_unreadable(path);
+            pass_over_if_absent(path);
             return std::nullopt;
         }
         if (count == 0)
@@ -138,7 +144,11 @@ std::optional<std::string> sysfs::link(const std::string &path) const
     std::array<char, PATH_MAX> target;
     const descriptor link = open_path(folder, path, O_PATH);
     const ssize_t length = link ? readlinkat(link.get(), "", target.data(), target.size()) : -1;
-    if (length <= 0 || static_cast<std::size_t>(length) == target.size() || target[0] == '/')
+    if (length < 0) {
+        pass_over_if_absent(path); // ENOENT also for what is no link
+        return std::nullopt;
+    }
+    if (length == 0 || static_cast<std::size_t>(length) == target.size() || target[0] == '/')
         return std::nullopt;
     std::vector<std::string_view> components;
     if (!resolve(std::string_view(path).substr(0, path.rfind('/') + 1), &components) ||
@@ -158,19 +168,21 @@ std::vector<std::string> sysfs::names(const std::string &path) const
     std::vector<std::string> names;
     descriptor opened = open_path(folder, path, O_RDONLY | O_DIRECTORY);
     if (!opened) {
-        debug_unreadable(path);
+        pass_over_if_absent(path);
         return names;
     }
     const std::unique_ptr<DIR, closing> stream(fdopendir(opened.get()));
     if (!stream)
-        throw std::bad_alloc();
+        throw read_failure{errno};
     opened.release();
     for (;;) {
         errno = 0;
         const dirent *entry = readdir(stream.get());
         if (entry == nullptr) {
-            if (errno != 0)
-                debug_unreadable(path);
+            if (errno != 0) {
+                pass_over_if_absent(path);
+                names.clear();
+            }
             break;
         }
         if (entry->d_name[0] == '.')

@@ -227,13 +227,6 @@ std::string device_tree::path_of(std::size_t node) const
     return path;
 }
 
-const disk *device_tree::find_disk(std::string_view name) const
-{
-    const auto found =
-        std::find_if(disks.begin(), disks.end(), [&](const disk &disk) { return disk.name() == name; });
-    return found == disks.end() ? nullptr : &*found;
-}
-
 device_tree read_device_tree(const machine_root &root)
 {
     const sysfs files(root.folder.get());

@@ -49,12 +49,9 @@ struct device_tree {
 
     /* "/pci@0,0/pci8086,2922@1f,2/disk@0,0"; "/" for the root. */
     [[nodiscard]] std::string path_of(std::size_t node) const;
-
-    /* The disk of a name "c0t0d0", or null. */
-    [[nodiscard]] const disk *find_disk(std::string_view name) const;
 };
 
-/* What cannot be read of it is left out, and said under HWPLAT_DEBUG. */
+/* What is not there or makes no sense is left out, and said under HWPLAT_DEBUG. Throws read_failure. */
 device_tree read_device_tree(const machine_root &root);
 
 } // namespace machine

@@ -10,9 +10,12 @@
 #include <vector>
 
 #include "platform/machine/drives.h"
+#include "platform/machine/failure.h"
+#include "platform/machine/shared.h"
 
 using machine::drive_set;
 using machine::partition;
+using machine::read_failure;
 using machine::table_kind;
 
 namespace {
@@ -49,19 +52,13 @@ vs_descriptor_t to_descriptor(std::unique_ptr<object> found)
     return reinterpret_cast<vs_descriptor_t>(found.release());
 }
 
-// No exception leaves a C function, and an outcome is always written.
+// What a call gives, or nothing; an outcome is always written.
 template <typename result, typename body>
-result guarded(int *err, body call) noexcept
+result guarded(int *err, body call)
 {
-    *err = 0;
-    try {
-        return call();
-    } catch (const std::bad_alloc &) {
-        *err = ENOMEM;
-    } catch (...) {
-        *err = EIO;
-    }
-    return result{};
+    result given = {};
+    *err = machine::outcome_of([&] { given = call(); });
+    return given;
 }
 
 // An array ended by 0.
@@ -108,9 +105,19 @@ void add_of_disk(const std::shared_ptr<drive_set> &drives, std::size_t disk, vs_
         add(found, {kind, drives, disk, &part});
 }
 
-bool is_kind(vs_kind_t kind)
+// Whoever asks for all media does not get those of unreadable disks; whoever asks for one hears why.
+const machine::medium &readable_medium(const object &of)
 {
-    return kind >= VS_DRIVE && kind <= VS_SLICE;
+    const machine::medium &medium = of.medium();
+    if (medium.error != 0)
+        throw read_failure{medium.error};
+    return medium;
+}
+
+void check_kind(vs_kind_t kind)
+{
+    if (kind < VS_DRIVE || kind > VS_SLICE)
+        throw read_failure{EINVAL};
 }
 
 // Media belong to everything else, and what is on a medium belongs to it.
@@ -119,32 +126,28 @@ bool is_associated(vs_kind_t with, vs_kind_t kind)
     return with == VS_MEDIA ? kind == VS_PARTITION || kind == VS_SLICE : kind == VS_MEDIA;
 }
 
-vs_descriptor_t find_by_name(vs_kind_t kind, std::string_view name, int *err)
+vs_descriptor_t find_by_name(vs_kind_t kind, std::string_view name)
 {
     const std::string_view prefix = kind == VS_PARTITION ? raw_names : block_names;
     if (name.starts_with(prefix))
         name.remove_prefix(prefix.size());
-    *err = ENOENT;
     const bool whole = kind == VS_DRIVE || kind == VS_MEDIA;
     const auto volume = whole ? machine::volume_name{std::string(name), table_kind::none, 0}
                               : machine::parse_volume_name(name).value_or(machine::volume_name{});
     if (!whole && volume.table != table_of(kind))
-        return 0;
+        throw read_failure{ENOENT};
     auto drives = drive_set::read();
-    if (!drives) {
-        *err = errno;
-        return 0;
-    }
     const std::size_t disk = drives->find_drive(volume.drive);
     if (disk == drives->tree().disks.size())
-        return 0;
-    object found = {kind, drives, disk};
-    if (!whole)
-        found.part = machine::find_partition(drives->medium_of(disk), volume);
-    if ((!whole && found.part == nullptr) ||
-        (kind == VS_MEDIA && drives->medium_of(disk).table == table_kind::none))
-        return 0;
-    *err = 0;
+        throw read_failure{ENOENT};
+    object found = {kind, std::move(drives), disk};
+    if (kind != VS_DRIVE) {
+        const machine::medium &medium = readable_medium(found);
+        if (!whole)
+            found.part = machine::find_partition(medium, volume);
+        if (whole ? medium.table == table_kind::none : found.part == nullptr)
+            throw read_failure{ENOENT};
+    }
     return to_descriptor(std::make_unique<object>(std::move(found)));
 }
 
@@ -211,47 +214,36 @@ std::string name_of(const object &of)
 
 vs_descriptor_t *vs_get_descriptors(vs_kind_t kind, const int *, int *err)
 {
-    return guarded<vs_descriptor_t *>(err, [=]() -> vs_descriptor_t * {
-        if (!is_kind(kind)) {
-            *err = EINVAL;
-            return nullptr;
-        }
+    return guarded<vs_descriptor_t *>(err, [=] {
+        check_kind(kind);
         const auto drives = drive_set::read();
-        if (!drives) {
-            *err = errno;
-            return nullptr;
-        }
         objects found;
-        for (std::size_t disk = 0; disk < drives->tree().disks.size(); ++disk)
+        for (std::size_t disk = 0; disk < drives->tree().disks.size(); ++disk) {
             add_of_disk(drives, disk, kind, &found);
+            // Who keeps a picture asks for the media next, and passes over a drive without one: a shortage,
+            // which is no drive's own, shows here.
+            if (machine::is_picture_kept())
+                drives->medium_of(disk);
+        }
         return to_array(std::move(found));
     });
 }
 
 vs_descriptor_t vs_get_descriptor_by_name(vs_kind_t kind, const char *name, int *err)
 {
-    return guarded<vs_descriptor_t>(err, [=]() -> vs_descriptor_t {
-        if (!is_kind(kind)) {
-            *err = EINVAL;
-            return 0;
-        }
-        return find_by_name(kind, name, err);
+    return guarded<vs_descriptor_t>(err, [=] {
+        check_kind(kind);
+        return find_by_name(kind, name);
     });
 }
 
 vs_descriptor_t *vs_get_associated_descriptors(vs_descriptor_t desc, vs_kind_t kind, int *err)
 {
-    return guarded<vs_descriptor_t *>(err, [=]() -> vs_descriptor_t * {
+    return guarded<vs_descriptor_t *>(err, [=] {
         const object &of = *to_object(desc);
-        if (!is_associated(of.kind, kind)) {
-            *err = EINVAL;
-            return nullptr;
-        }
-        // Whoever asks for all media does not get those of unreadable disks; whoever asks for one hears why.
-        if (of.medium().error != 0) {
-            *err = of.medium().error;
-            return nullptr;
-        }
+        if (!is_associated(of.kind, kind))
+            throw read_failure{EINVAL};
+        readable_medium(of);
         objects found;
         add_of_disk(of.drives, of.disk, kind, &found);
         return to_array(std::move(found));
@@ -279,8 +271,10 @@ char *vs_get_name(vs_descriptor_t desc, int *err)
     });
 }
 
+// With the last of a snapshot's descriptors a folder is closed, where a thread may be cancelled.
 void vs_free_descriptor(vs_descriptor_t desc)
 {
+    const machine::cancellation_off undisturbed;
     delete to_object(desc);
 }
 
@@ -288,6 +282,7 @@ void vs_free_descriptors(vs_descriptor_t *descs)
 {
     if (descs == nullptr)
         return;
+    const machine::cancellation_off undisturbed;
     for (vs_descriptor_t *desc = descs; *desc != 0; ++desc)
         delete to_object(*desc);
     free(descs);

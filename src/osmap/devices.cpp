@@ -158,6 +158,7 @@ int ovra_epath_decode_to_devices(ovra_hdl_t hdl, ovra_epath_t epath, int len, ov
     if (device_path_unpack(epath, len, &nodes) != 0)
         return fail("device_path_unpack failed in decode_devices\n");
     const ovra::node_list list(nodes);
+    const ovra::one_picture picture;
     path_list_builder found(hdl);
     const int result = nodes && ovra::is_hard_drive(nodes[0]) ? decode_short_form(hdl, nodes[0], &found)
                                                               : decode_tree_path(nodes, &found);

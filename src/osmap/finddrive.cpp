@@ -288,6 +288,7 @@ int ovra::find_drives(ovra_hdl_t hdl, const uefi_device_path_t *node, char ***na
     const auto *hd = as<uefi_hard_drive_path_t>(node);
     if (!hd)
         return -1;
+    const one_picture picture;
     switch (hd->sig_type) {
     case signature_guid:
         return find_drive_guid(hdl, hd, names);

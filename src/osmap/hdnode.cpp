@@ -150,6 +150,7 @@ int add_hd_path_partition(const char *disk, uefi_device_path_t **out)
 int add_hd_path(const char *name, uefi_device_path_t **out)
 {
     const ovra::uncancelled reading;
+    const ovra::one_picture picture;
     // Kept: a folder anywhere in the name cuts the name's start by its length.
     const char *disk = name;
     if (strstr(name, ovra::slice_folder))

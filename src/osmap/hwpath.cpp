@@ -82,6 +82,7 @@ int add_hardware_paths(const char *path, uefi_device_path_t ***list)
     if (!path)
         return fail("path cannot be NULL\n");
     const ovra::uncancelled reading;
+    const ovra::one_picture picture;
     path_buffer physical;
     if (physical_path(path, &physical) != 0)
         return -1;

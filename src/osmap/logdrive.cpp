@@ -2,6 +2,7 @@
 
 #include "src/dpath/list.h"
 #include "src/osmap/harddrive.h"
+#include "src/osmap/platform.h"
 #include "src/rt/diag.h"
 #include "src/rt/owned.h"
 
@@ -64,6 +65,7 @@ int encode_path_logdrive(ovra_hdl_t hdl, const char *device, const char *file, i
     if (strncmp(device, ovra::slice_folder, ovra::length_of(ovra::slice_folder)) == 0)
         device += ovra::length_of(ovra::slice_folder);
 
+    const ovra::one_picture picture;
     ovra::node_list list;
     if ((flags & full_path && add_hardware(device, &list) != 0) || add_media(device, &list) != 0 ||
         (file && add_file(file, &list) != 0) || add_end(&list) != 0)

@@ -10,7 +10,31 @@
 #include "platform/include/kvlist.h"
 #include "platform/include/volset.h"
 
+// A libdevns of somebody else's may lack these two.
+#pragma weak devns_begin
+#pragma weak devns_end
+
 namespace ovra {
+
+/*
+ * While it lives, the platform's calls speak of one state of the machine: what a name means to one of them it
+ * means to the others.
+ */
+class one_picture {
+public:
+    one_picture()
+    {
+        if (devns_begin && devns_end)
+            devns_begin();
+    }
+    one_picture(const one_picture &) = delete;
+    one_picture &operator=(const one_picture &) = delete;
+    ~one_picture()
+    {
+        if (devns_begin && devns_end)
+            devns_end();
+    }
+};
 
 struct snapshot_freeing {
     void operator()(ht_node *root) const { ht_fini(root); }

@@ -31,7 +31,9 @@ class SharedLibrary(unittest.TestCase):
         self.assertLessEqual({"devns_open", "devns_ioctl", "devns_close"}, calls)
         own = {symbol.name for symbol in exported if symbol.name.startswith(CALLS_INTO_PLATFORM)}
         self.assertEqual(own, set())
-        slots = set(re.findall(r"JUMP_SL\S*\s+[0-9a-f]+\s+(\w+)", elf.output("readelf", "-rW", SHARED)))
+        # A call that a library may lack is looked at before it is made: its place in the table is another one.
+        slots = set(re.findall(r"(?:JUMP_SL|GLOB_DAT)\S*\s+[0-9a-f]+\s+(\w+)",
+                               elf.output("readelf", "-rW", SHARED)))
         self.assertEqual(calls - slots, set())
 
     def test_nothing_is_bound_inside_and_no_path_goes_before_the_environments(self):

@@ -223,6 +223,30 @@ TEST(Places, controllers_keep_their_numbers_when_their_only_disk_goes)
     }
 }
 
+// Functions of another class, which only a disk makes controllers, come behind all others, in the order of
+// the tree and not of their disks; one that loses its disk is none any more.
+TEST(Places, functions_that_only_a_disk_makes_controllers)
+{
+    const sample machine;
+    const auto first = machine.function("pci0000:00/0000:00:02.0", 0xff0000);
+    const auto second = machine.function("pci0000:00/0000:00:03.0", 0x120000);
+    machine.function("pci0000:00/0000:00:04.0", 0x088000);
+    const auto storage = machine.function("pci0000:00/0000:00:05.0", raid_class);
+    machine.disk("sda", second + "/host1/target1:0:0/1:0:0:0");
+    machine.disk("sdb", second + "/host1/target1:0:1/1:0:1:0");
+    machine.disk("sdc", first + "/host2/target2:0:0/2:0:0:0");
+    machine.disk("sdd", storage + "/host3/target3:0:4/3:0:4:0");
+    const std::vector<std::string> before = drives();
+    EXPECT_THAT(before, ElementsAre("c0t4d0 /pci@0,0/pci8086,1234@5/sd@4,0 sdd 512 65536",
+                                    "c1t0d0 /pci@0,0/pci8086,1234@2/blkdev@0,0 sdc 512 65536",
+                                    "c2t0d0 /pci@0,0/pci8086,1234@3/blkdev@0,0 sda 512 65536",
+                                    "c2t1d0 /pci@0,0/pci8086,1234@3/blkdev@1,0 sdb 512 65536"));
+    fs::remove(machine.root() / "sys/block/sdb");
+    EXPECT_THAT(drives(), ElementsAre(before[0], before[1], before[2]));
+    fs::remove(machine.root() / "sys/block/sdc");
+    EXPECT_THAT(drives(), ElementsAre(before[0], "c1t0d0 /pci@0,0/pci8086,1234@3/blkdev@0,0 sda 512 65536"));
+}
+
 // A function may carry buses of a domain of its own.
 TEST(Places, host_bridge_below_a_function)
 {

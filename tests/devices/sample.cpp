@@ -1,6 +1,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <ctime>
 #include <stdexcept>
 
 #include <gtest/gtest.h>
@@ -108,6 +109,13 @@ void sample::patch(const fs::path &image, std::uint64_t offset, const std::strin
     stream << bytes;
     if (!stream.flush())
         throw std::runtime_error("cannot write " + image.string());
+}
+
+double processor_seconds()
+{
+    struct timespec used = {};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
+    return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) * 1e-9;
 }
 
 attributes attributes_of(vs_descriptor_t desc)

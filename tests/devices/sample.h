@@ -64,6 +64,10 @@ std::vector<std::string> tree_paths();
 /* What the link of a name below "/dev" is; "errno N" when there is none. */
 std::string link_of(const std::string &path);
 
+/* What this process has used of the processor so far, in seconds: other work on the machine does not count.
+ */
+double processor_seconds();
+
 /* A vs_ call gives its value, having said that there was no error. */
 struct list_freeing {
     void operator()(kvlist_t *list) const { kvlist_free(list); }

@@ -1,0 +1,67 @@
+#include "platform/machine/shared.h"
+
+#include <pthread.h>
+
+#include "platform/machine/drives.h"
+
+// Weak, and declared here too, since the model knows no face: a libdevns of somebody's own may lack it.
+extern "C" [[gnu::weak]] void *devns_shared(unsigned long layout);
+
+namespace machine {
+
+namespace {
+
+// In the block that a thread begins with: the C library ends a process that has no memory for another one.
+[[gnu::tls_model("initial-exec")]] constinit thread_local thread_picture picture = {};
+
+constinit shared_state own = {{nullptr}, [] { return &picture; }};
+
+// One more whenever the meaning of what is shared changes; a change of its size is noticed.
+constexpr unsigned long revision = 1;
+
+template <typename... type>
+constexpr unsigned long mixed_sizes()
+{
+    unsigned long mixed = revision;
+    ((mixed = mixed * 1009 + sizeof(type)), ...);
+    return mixed;
+}
+
+} // namespace
+
+const unsigned long layout_of_shared_state =
+    mixed_sizes<shared_state, thread_picture, resolved_root, drive_set, machine_root, device_tree, tree_node,
+                disk, medium, partition>();
+
+shared_state &own_shared_state()
+{
+    return own;
+}
+
+shared_state &common_state()
+{
+    void *found = devns_shared != nullptr ? devns_shared(layout_of_shared_state) : nullptr;
+    return found != nullptr ? *static_cast<shared_state *>(found) : own;
+}
+
+void begin_picture()
+{
+    if (picture.depth++ == 0)
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &picture.cancellation);
+}
+
+void end_picture()
+{
+    if (picture.depth == 0 || --picture.depth != 0)
+        return;
+    delete picture.kept;
+    picture.kept = nullptr;
+    pthread_setcancelstate(picture.cancellation, nullptr);
+}
+
+bool is_picture_kept()
+{
+    return common_state().of_this_thread()->depth != 0;
+}
+
+} // namespace machine
