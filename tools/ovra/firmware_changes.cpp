@@ -189,7 +189,9 @@ not_changed firmware::why_not(const change_request &request, EFI_STATUS status)
         return with_messages(file_system_full(request));
     if (!real && room && room->largest < request.size)
         return with_messages(too_large(request, *room));
-    if (status == EFI_OUT_OF_RESOURCES || reason == ENOSPC || (room && room->left < request.size))
+    const bool no_memory = reason == ENOMEM; // of this process, which has the same status
+    if ((status == EFI_OUT_OF_RESOURCES && !no_memory) || reason == ENOSPC ||
+        (room && room->left < request.size))
         return with_messages(no_room(request, room));
 
     std::string advice;

@@ -47,16 +47,16 @@ change sets(const std::string &what, const std::string &key, const json &value)
 }
 
 // A clock without a time zone would take the hours and forget the zone.
-void require_zone_is_kept(const EFI_TIME &time, const EFI_TIME &now, bool keeps)
+[[noreturn]] void refuse_zone(const EFI_TIME &now)
 {
-    if (time.timezone != no_timezone && !keeps)
-        throw failure("the clock keeps no time zone",
-                      "It shows " + time_text(now) + ": give the time as it would show it, without a zone.");
+    throw failure("the clock keeps no time zone",
+                  "It shows " + time_text(now) + ": give the time as it would show it, without a zone.");
 }
 
 void set_clock(firmware &machine, const EFI_TIME &time, changes *changes)
 {
-    require_zone_is_kept(time, machine.time(nullptr), !machine.is_live());
+    if (time.timezone != no_timezone && machine.is_live())
+        refuse_zone(machine.time(nullptr));
     const std::string text = time_text(time);
     changes->make(
         sets("the clock to " + text, "clock", text), [&] { machine.set_time(time); },
@@ -101,7 +101,8 @@ void set_alarm(firmware &machine, const EFI_TIME &time)
 void set_alarm(firmware &machine, const EFI_TIME &time, changes *changes)
 {
     const EFI_TIME now = machine.time(nullptr);
-    require_zone_is_kept(time, now, now.timezone != no_timezone);
+    if (time.timezone != no_timezone && now.timezone == no_timezone)
+        refuse_zone(now);
     if (!is_before(now, time))
         throw failure(time_text(time) + " is past: the clock shows " + time_text(now));
     const std::string text = time_text(time);
