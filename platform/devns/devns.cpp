@@ -4,21 +4,73 @@
 #include <cstring>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include "platform/devns/runtime.h"
 #include "platform/machine/drives.h"
 #include "platform/machine/lock.h"
+#include "platform/machine/process.h"
 
 namespace {
+
+/* A machine whose services are open, and which files its descriptors were opened on. */
+class service {
+public:
+    /* Nothing when they are not open at all. */
+    static std::shared_ptr<service> make(std::unique_ptr<machine::firmware> machine)
+    {
+        auto root = machine::identity_of_descriptor(machine->root.folder.get());
+        auto variables = machine::identity_of_descriptor(machine->variables.get());
+        if (!root || !variables)
+            return nullptr;
+        return std::make_shared<service>(std::move(machine), *root, *variables);
+    }
+    service(std::unique_ptr<machine::firmware> machine, machine::identity root_folder,
+            machine::identity variables_folder)
+        : firmware(std::move(machine)), root(root_folder), variables(variables_folder)
+    {}
+    service(const service &) = delete;
+    service &operator=(const service &) = delete;
+    ~service()
+    {
+        if (is_whole())
+            machine::leave_walks(*firmware);
+        else
+            abandon();
+    }
+
+    [[nodiscard]] const machine::firmware &machine() const { return *firmware; }
+
+    /*
+     * Whether the descriptors are still those that were opened. A program may have closed all that it did not
+     * know, and the numbers may be its own files' by now.
+     */
+    [[nodiscard]] bool is_whole() const
+    {
+        return machine::identity_of_descriptor(firmware->variables.get()) == variables &&
+               machine::identity_of_descriptor(firmware->root.folder.get()) == root;
+    }
+
+    /* Leaves the numbers to whoever has them. */
+    void abandon() const
+    {
+        firmware->variables.release();
+        firmware->root.folder.release();
+    }
+
+private:
+    std::unique_ptr<machine::firmware> firmware;
+    machine::identity root;
+    machine::identity variables;
+};
 
 /*
  * What devns_open served itself. The number is a real descriptor's, the machine's folder of variables, so
@@ -27,36 +79,35 @@ namespace {
  */
 class served_table {
 public:
-    using entry = std::shared_ptr<machine::firmware>;
+    using entry = std::shared_ptr<service>;
 
-    int add(entry machine)
+    int add(int fd, entry opened)
     {
-        int fd = machine->variables.get();
-        std::lock_guard guard(mutex);
+        auto guard = machine::shared_state();
         entry &place = entries[fd];
-        if (place) // closed behind our back, so that the system gave the number again: it is the new one's
-            place->variables.release();
-        place = std::move(machine);
+        std::swap(place, opened);
+        guard.unlock();
+        if (opened) // closed behind our back, so that the system gave the number again
+            opened->abandon();
         return fd;
     }
 
     entry find(int fd)
     {
-        std::lock_guard guard(mutex);
+        auto guard = machine::shared_state();
         auto found = entries.find(fd);
         return found == entries.end() ? nullptr : found->second;
     }
 
     entry take(int fd)
     {
-        std::lock_guard guard(mutex);
+        auto guard = machine::shared_state();
         auto node = entries.extract(fd);
         return node.empty() ? nullptr : std::move(node.mapped());
     }
 
 private:
-    std::mutex mutex;
-    std::map<int, entry> entries;
+    std::map<int, entry> entries; // under shared_state()
 };
 
 /* Never destroyed: a handle may be closed by an exit handler. */
@@ -73,6 +124,19 @@ int bad_address()
     return -1;
 }
 
+int bad_descriptor()
+{
+    errno = EBADF;
+    return -1;
+}
+
+/* A number that the system gives anew is no longer that of a service which the program has closed itself. */
+void forget(int fd)
+{
+    if (auto gone = served().take(fd))
+        gone->abandon();
+}
+
 /* The link that a disk's name of the machine would be. */
 std::optional<std::string> device_link(std::string_view path)
 {
@@ -83,10 +147,26 @@ std::optional<std::string> device_link(std::string_view path)
     return std::nullopt;
 }
 
-/* No exception leaves a C function. */
+/*
+ * A thread that is cancelled inside would leave what it holds, locks and half of a change: while this lives
+ * it is not.
+ */
+class no_cancellation {
+public:
+    no_cancellation() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before); }
+    no_cancellation(const no_cancellation &) = delete;
+    no_cancellation &operator=(const no_cancellation &) = delete;
+    ~no_cancellation() { pthread_setcancelstate(before, nullptr); }
+
+private:
+    int before = PTHREAD_CANCEL_ENABLE;
+};
+
+/* No exception leaves a C function, and no thread ends in the midst of it. */
 template <typename body>
 auto guarded(body call) noexcept -> decltype(call())
 {
+    no_cancellation whole;
     try {
         return call();
     } catch (const std::bad_alloc &) {
@@ -105,39 +185,53 @@ int devns_open(const char *path, int flags)
 {
     if (path == nullptr)
         return bad_address();
-    // With a mode, so that no header turns the call into that of a symbol of another name.
-    int fd = open(path, flags, 0);
-    if (fd >= 0 || (errno != ENOENT && errno != ENOTDIR) || std::strcmp(path, DEVNS_RUNTIME_SERVICES) != 0)
-        return fd;
-    return guarded([] {
-        served_table::entry machine = machine::open_firmware();
-        return machine ? served().add(std::move(machine)) : -1;
+    return guarded([=] {
+        // With a mode, so that no header turns the call into that of a symbol of another name.
+        int fd = open(path, flags, 0);
+        if (fd >= 0) {
+            forget(fd);
+            return fd;
+        }
+        if ((errno != ENOENT && errno != ENOTDIR) || std::strcmp(path, DEVNS_RUNTIME_SERVICES) != 0)
+            return fd;
+        auto machine = machine::open_firmware();
+        if (!machine)
+            return -1;
+        fd = machine->variables.get();
+        auto opened = service::make(std::move(machine));
+        return opened ? served().add(fd, std::move(opened)) : -1;
     });
 }
 
 int devns_ioctl(int fd, int command, void *record)
 {
     return guarded([=] {
-        auto machine = served().find(fd);
-        if (!machine)
+        auto opened = served().find(fd);
+        if (!opened)
             return ioctl(fd, static_cast<unsigned long>(command), record);
-        return serve_runtime_command(*machine, command, record);
+        return opened->is_whole() ? serve_runtime_command(opened->machine(), command, record)
+                                  : bad_descriptor();
     });
 }
 
 int devns_close(int fd)
 {
-    return guarded([=] { return served().take(fd) ? 0 : close(fd); });
+    return guarded([=] {
+        auto opened = served().take(fd);
+        if (!opened)
+            return close(fd);
+        return opened->is_whole() ? 0 : bad_descriptor();
+    });
 }
 
 ssize_t devns_readlink(const char *path, char *buf, size_t size)
 {
     if (path == nullptr || buf == nullptr)
         return bad_address();
-    const ssize_t length = readlink(path, buf, size);
-    if (length >= 0 || (errno != ENOENT && errno != ENOTDIR))
-        return length;
     return guarded([=]() -> ssize_t {
+        const ssize_t length = readlink(path, buf, size);
+        if (length >= 0 || (errno != ENOENT && errno != ENOTDIR))
+            return length;
         const auto link = device_link(path);
         if (!link) {
             errno = ENOENT;

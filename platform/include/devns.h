@@ -142,7 +142,10 @@ OVRA_OFFSET(ovra_get_next_high_monotonic_count_args_t, ret, 8);
 /*
  * open(2). Where the system has no DEVNS_RUNTIME_SERVICES, that name opens the runtime services of the
  * machine, if it has firmware variables. Returns a descriptor (close it with devns_close), or -1 with
- * errno: ENOENT when neither has the name, else what open(2) or the allocation gave.
+ * errno: ENOENT when neither has the name (the machine was not started by UEFI firmware; or its kernel does
+ * not serve the variables, or they are not mounted, and then there is a folder sys/firmware/efi), else what
+ * open(2) or the allocation gave. The descriptor is that of the folder of variables: fstatvfs(3) says whether
+ * it is read-only.
  */
 int devns_open(const char *path, int flags);
 
@@ -150,11 +153,22 @@ int devns_open(const char *path, int flags);
  * ioctl(2); for a descriptor that devns_open served itself, the command is carried out on the machine in
  * the caller's process and never reaches the kernel. Returns 0 or more, with the firmware's status written
  * through the record's `ret`; or -1 with errno when the request itself could not be carried out (unknown
- * command ENOTTY, null record or a null pointer that the command needs EFAULT): then `ret` is not written.
+ * command ENOTTY, null record or a null pointer that the command needs EFAULT, EBADF when the program has
+ * closed or replaced what devns_open opened, ENOMEM): then `ret` is not written.
+ *
+ * Statuses that tell why a change was refused: EFI_INVALID_PARAMETER (also more data than a variable may
+ * have), EFI_UNSUPPORTED (a new name that the kernel cannot pass on; a time zone that the clock cannot keep),
+ * EFI_OUT_OF_RESOURCES (the variable store is full), EFI_VOLUME_FULL (the file system under a folder machine
+ * is), EFI_WRITE_PROTECTED (a read-only file system, or a variable of the firmware's own), EFI_ACCESS_DENIED,
+ * EFI_SECURITY_VIOLATION, EFI_TIMEOUT (another had the machine's lock for 30 s) and EFI_DEVICE_ERROR. After
+ * EFI_DEVICE_ERROR alone the new value may stand: the disk failed when it was made durable.
  */
 int devns_ioctl(int fd, int command, void *record);
 
-/* close(2). Returns 0, or -1 with errno. */
+/*
+ * close(2). Returns 0, or -1 with errno; EBADF, and nothing is closed, when the number is the program's own
+ * file by now.
+ */
 int devns_close(int fd);
 
 /*

@@ -1,6 +1,7 @@
 #include "platform/machine/machine.h"
 
 #include <cerrno>
+#include <cstring>
 
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -19,7 +20,9 @@ namespace {
 class lifted_immutable_flag {
 public:
     lifted_immutable_flag(int folder, const char *file_name)
-        : file(openat(folder, file_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC))
+        : lifted_immutable_flag(openat(folder, file_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC))
+    {}
+    explicit lifted_immutable_flag(int opened) : file(opened)
     {
         if (!file || ioctl(file.get(), FS_IOC_GETFLAGS, &flags) != 0 || (flags & FS_IMMUTABLE_FL) == 0)
             return;
@@ -47,12 +50,33 @@ private:
 EFI_STATUS write_once(int file, byte_view contents)
 {
     ssize_t written = 0;
+    int interruptions = 0;
     do {
         written = write(file, contents.data(), contents.size());
-    } while (written < 0 && errno == EINTR);
-    if (written < 0) // opened for writing, so that this is the firmware's refusal and not the file's
-        return errno == EACCES ? EFI_SECURITY_VIOLATION : status_of(errno);
-    return static_cast<std::size_t>(written) == contents.size() ? EFI_SUCCESS : EFI_DEVICE_ERROR;
+    } while (written < 0 && errno == EINTR && ++interruptions < most_interruptions);
+    if (written >= 0)
+        return static_cast<std::size_t>(written) == contents.size() ? EFI_SUCCESS : EFI_DEVICE_ERROR;
+    switch (errno) { // opened for writing, so that this is the firmware's refusal and not the file's
+    case EACCES:
+        return EFI_SECURITY_VIOLATION;
+    case ENOSPC:
+        return EFI_OUT_OF_RESOURCES;
+    default:
+        return status_of(errno);
+    }
+}
+
+/*
+ * A variable that the firmware refused would stay behind as an empty file, and an immutable one where the
+ * kernel does not know its name.
+ */
+void remove_refused(int folder, const char *file_name, descriptor file)
+{
+    lifted_immutable_flag lift(file.release());
+    if (unlinkat(folder, file_name, 0) == 0)
+        lift.file_is_gone();
+    else
+        debug("the refused variable '%s' stays as an empty file: %s", file_name, std::strerror(errno));
 }
 
 } // namespace
@@ -72,17 +96,28 @@ EFI_STATUS write_efivarfs(int folder, const char *file_name, byte_view contents)
         return status_of(errno);
     EFI_STATUS status = write_once(file.get(), contents);
     if (status != EFI_SUCCESS && created)
-        unlinkat(folder, file_name, 0); // a refused variable would stay behind as an empty file
+        remove_refused(folder, file_name, std::move(file));
     return status;
 }
 
-EFI_STATUS remove_efivarfs(int folder, const char *file_name)
+EFI_STATUS remove_efivarfs(int folder, const char *file_name, UINT32 attributes)
 {
     lifted_immutable_flag lift(folder, file_name);
-    if (unlinkat(folder, file_name, 0) != 0)
+    if (unlinkat(folder, file_name, 0) == 0) {
+        lift.file_is_gone();
+        return EFI_SUCCESS;
+    }
+    if (errno != EINVAL)
         return status_of(errno);
-    lift.file_is_gone();
-    return EFI_SUCCESS;
+    // That is the kernel's word for whatever the firmware said. Asked by a write without data, it passes that
+    // on.
+    descriptor file(openat(folder, file_name, O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!file)
+        return status_of(errno);
+    EFI_STATUS status = write_once(file.get(), std::as_bytes(std::span(&attributes, 1)));
+    if (status == EFI_SUCCESS)
+        lift.file_is_gone();
+    return status;
 }
 
 EFI_STATUS efivarfs_space(int folder, variable_space *space)

@@ -2,60 +2,113 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
-#include <cstdint>
-#include <cstring>
-#include <mutex>
+#include <new>
 
-#include <sys/stat.h>
+#include "platform/machine/process.h"
 
 namespace machine {
 
 namespace {
 
-constexpr std::size_t none = SIZE_MAX;
+/* Walks that are kept at once, by a descriptor or by the process: the ones that rest longest are given up. */
+constexpr std::size_t most_walks = 16;
+
+using name_list = std::shared_ptr<const std::vector<std::string>>;
 
 /*
- * The walk's order. It is kept between calls, as a caller may well open the machine anew for each of them,
- * and belongs to one folder at a time.
+ * A walk whose descriptor was closed on the way. Callers may open the services anew for each step: the next
+ * one goes on where a walk of the same folder stands.
  */
-struct snapshot {
-    dev_t device = 0;
-    ino_t inode = 0;
-    bool filled = false;
-    bool settled = false; // a later change of the folder shows in its time
-    timespec modified = {};
-    std::vector<std::string> file_names; // sorted
-    std::size_t last = none;             // the one that was given out last
+struct left_walk {
+    identity folder;
+    variable_walk walk;
 };
 
-struct shared_snapshot {
-    std::mutex mutex;
-    snapshot current;
-};
-
-/* Never destroyed: an exit handler or another thread may still ask. */
-shared_snapshot &shared()
+/* Never destroyed: an exit handler or another thread may still ask. Under shared_state(). */
+std::vector<left_walk> &left_walks()
 {
-    static auto &only = *new shared_snapshot;
+    static auto &only = *new std::vector<left_walk>;
     return only;
 }
 
-/* Whether the folder's time of change lies so far back that its clock has gone on since. */
-bool is_settled(const timespec &modified)
+bool is_at_end(const variable_walk &walk)
 {
-    constexpr auto coarsest_clock = std::chrono::milliseconds(50);
-    auto changed = std::chrono::seconds(modified.tv_sec) + std::chrono::nanoseconds(modified.tv_nsec);
-    return std::chrono::system_clock::now().time_since_epoch() > changed + coarsest_clock;
+    return walk.last + 1 == walk.file_names->size();
 }
 
-EFI_STATUS take_snapshot(const firmware &machine, const struct stat &folder, snapshot *out)
+bool is_at_end(const left_walk &left)
 {
-    // An efivarfs does not say when it changed.
-    bool settled = machine.kind == store_kind::folder && is_settled(folder.st_mtim);
+    return is_at_end(left.walk);
+}
+
+/* One at its end is the first to be given up: it is asked once more at most. */
+template <typename walk>
+void keep(std::vector<walk> &walks, walk added)
+{
+    walks.reserve(most_walks);
+    bool at_end = is_at_end(added);
+    if (walks.size() == most_walks) {
+        if (at_end && !is_at_end(walks.front()))
+            return;
+        walks.erase(walks.begin());
+    }
+    walks.insert(at_end ? walks.begin() : walks.end(), std::move(added));
+}
+
+bool stands_at(const variable_walk &walk, const std::string &name)
+{
+    return walk.last != variable_walk::none && (*walk.file_names)[walk.last] == name;
+}
+
+/* Takes the latest walk of which `fits` is true. */
+template <typename walk, typename condition>
+std::optional<walk> take_latest(std::vector<walk> &walks, condition fits)
+{
+    auto found = std::find_if(walks.rbegin(), walks.rend(), fits);
+    if (found == walks.rend())
+        return std::nullopt;
+    walk taken = std::move(*found);
+    walks.erase(std::next(found).base());
+    return taken;
+}
+
+/* The walk that goes on behind `previous`: one that stands there, of this descriptor or of one that is
+ * closed. */
+std::optional<variable_walk> walk_at(const firmware &machine, const identity &folder,
+                                     const std::string &previous)
+{
+    auto guard = shared_state();
+    auto own =
+        take_latest(machine.walks, [&](const variable_walk &walk) { return stands_at(walk, previous); });
+    if (own)
+        return own;
+    auto left = take_latest(left_walks(), [&](const left_walk &other) {
+        return other.folder == folder && stands_at(other.walk, previous);
+    });
+    return left ? std::optional(std::move(left->walk)) : std::nullopt;
+}
+
+/* The list of a walk of this descriptor in which `name` stands, at whatever place the walk is. */
+name_list list_with(const firmware &machine, const std::string &name)
+{
+    std::vector<variable_walk> walks;
+    walks.reserve(most_walks);
+    {
+        auto guard = shared_state();
+        walks = machine.walks;
+    }
+    for (auto walk = walks.rbegin(); walk != walks.rend(); ++walk) {
+        if (std::ranges::binary_search(*walk->file_names, name))
+            return walk->file_names;
+    }
+    return nullptr;
+}
+
+EFI_STATUS list_names(const firmware &machine, name_list *out)
+{
     std::vector<std::string> names;
     if (int error = list_folder(machine.variables.get(), &names); error != 0)
-        return status_of(error);
+        return status_of_folder(error);
     std::erase_if(names, [](const std::string &name) {
         bool skip = !identity_of(name);
         if (skip)
@@ -63,25 +116,65 @@ EFI_STATUS take_snapshot(const firmware &machine, const struct stat &folder, sna
         return skip;
     });
     std::ranges::sort(names);
-    *out = {folder.st_dev, folder.st_ino, true, settled, folder.st_mtim, std::move(names), none};
+    *out = std::make_shared<const std::vector<std::string>>(std::move(names));
     return EFI_SUCCESS;
 }
 
 /*
- * Whether the list must be made anew for this step. A walk keeps its list, or deleting on the way would cost
- * a reading of the folder for each step; who begins in the middle gets one that is up to date.
+ * The walk for the step behind `previous`. A walk keeps its list, or deleting on the way would cost a reading
+ * of the folder for each step; who begins, at the start or in the middle, gets one that is up to date. Only
+ * who asks for what follows a variable that is gone goes along an older one.
  */
-bool needs_snapshot(const snapshot &order, const firmware &machine, const struct stat &folder,
-                    const std::string &previous)
+EFI_STATUS find_walk(const firmware &machine, const identity &folder, const std::string &previous,
+                     variable_walk *walk)
 {
-    if (previous.empty() || !order.filled || order.device != folder.st_dev || order.inode != folder.st_ino)
-        return true;
-    if (order.last != none && order.file_names[order.last] == previous)
-        return false;
-    bool unchanged = order.settled && order.modified.tv_sec == folder.st_mtim.tv_sec &&
-                     order.modified.tv_nsec == folder.st_mtim.tv_nsec;
-    return !unchanged && is_variable(machine, previous);
+    if (!previous.empty()) {
+        if (auto going_on = walk_at(machine, folder, previous)) {
+            *walk = std::move(*going_on);
+            return EFI_SUCCESS;
+        }
+        bool exists = false;
+        if (EFI_STATUS status = find_variable(machine, previous, &exists); status != EFI_SUCCESS)
+            return status;
+        if (!exists) {
+            *walk = {list_with(machine, previous), variable_walk::none};
+            return walk->file_names ? EFI_SUCCESS : EFI_INVALID_PARAMETER;
+        }
+    }
+    walk->last = variable_walk::none;
+    return list_names(machine, &walk->file_names);
 }
+
+/* A walk that is taken out for a step, and put back whatever comes of that. */
+class walk_under_way {
+public:
+    explicit walk_under_way(const firmware &opened) : machine(opened)
+    {
+        auto guard = shared_state();
+        machine.walks.reserve(most_walks); // putting back must not fail
+    }
+    walk_under_way(const walk_under_way &) = delete;
+    walk_under_way &operator=(const walk_under_way &) = delete;
+    ~walk_under_way()
+    {
+        if (walk.last == variable_walk::none)
+            return;
+        auto guard = shared_state();
+        keep(machine.walks, std::move(walk));
+    }
+
+    /* Keeps no more of it than where it ended, for a caller who asks once more. */
+    void end(const std::string &last_name)
+    {
+        if (walk.last != variable_walk::none)
+            walk = {std::make_shared<const std::vector<std::string>>(1, last_name), 0};
+    }
+
+    variable_walk walk;
+
+private:
+    const firmware &machine;
+};
 
 EFI_STATUS hand_over(const std::string &file_name, UINTN *size, CHAR16 *name, EFI_GUID *guid)
 {
@@ -99,20 +192,27 @@ EFI_STATUS hand_over(const std::string &file_name, UINTN *size, CHAR16 *name, EF
     return EFI_SUCCESS;
 }
 
-EFI_STATUS next_in(snapshot &order, const firmware &machine, const std::string &previous, UINTN *size,
-                   CHAR16 *name, EFI_GUID *guid)
+/* Gives out what follows `previous` in the walk's list and is still there. */
+EFI_STATUS step(const firmware &machine, variable_walk *walk, const std::string &previous, UINTN *size,
+                CHAR16 *name, EFI_GUID *guid)
 {
-    auto next = std::ranges::upper_bound(order.file_names, previous);
-    bool listed = next != order.file_names.begin() && *(next - 1) == previous;
-    if (!previous.empty() && !listed && !is_variable(machine, previous))
-        return EFI_INVALID_PARAMETER;
-    next = std::find_if(next, order.file_names.end(),
-                        [&](const std::string &candidate) { return is_variable(machine, candidate); });
-    if (next == order.file_names.end())
+    const std::vector<std::string> &names = *walk->file_names;
+    auto next = std::ranges::upper_bound(names, previous);
+    // Until a step succeeds, the walk stands where it was asked to go on.
+    if (next != names.begin() && *(next - 1) == previous)
+        walk->last = static_cast<std::size_t>(next - names.begin()) - 1;
+    for (; next != names.end(); ++next) {
+        bool exists = false;
+        if (EFI_STATUS status = find_variable(machine, *next, &exists); status != EFI_SUCCESS)
+            return status;
+        if (exists)
+            break;
+    }
+    if (next == names.end())
         return EFI_NOT_FOUND;
     EFI_STATUS status = hand_over(*next, size, name, guid);
     if (status == EFI_SUCCESS)
-        order.last = static_cast<std::size_t>(next - order.file_names.begin());
+        walk->last = static_cast<std::size_t>(next - names.begin());
     return status;
 }
 
@@ -130,18 +230,32 @@ EFI_STATUS next_variable(const firmware &machine, UINTN *size, CHAR16 *name, EFI
             return EFI_INVALID_PARAMETER;
         previous_file = std::move(*file_name);
     }
-    struct stat folder = {};
-    if (fstat(machine.variables.get(), &folder) != 0)
+    auto folder = identity_of_descriptor(machine.variables.get());
+    if (!folder)
         return status_of(errno);
+    walk_under_way own(machine);
+    EFI_STATUS status = find_walk(machine, *folder, previous_file, &own.walk);
+    if (status == EFI_SUCCESS)
+        status = step(machine, &own.walk, previous_file, size, name, guid);
+    if (status == EFI_NOT_FOUND)
+        own.end(previous_file);
+    return status;
+}
 
-    shared_snapshot &kept = shared();
-    std::lock_guard guard(kept.mutex);
-    snapshot &order = kept.current;
-    if (needs_snapshot(order, machine, folder, previous_file)) {
-        if (EFI_STATUS status = take_snapshot(machine, folder, &order); status != EFI_SUCCESS)
-            return status;
+void leave_walks(const firmware &machine) noexcept
+{
+    auto folder = identity_of_descriptor(machine.variables.get());
+    if (!folder)
+        return;
+    try {
+        auto guard = shared_state();
+        for (variable_walk &walk : machine.walks) {
+            keep(left_walks(), left_walk{*folder, std::move(walk)});
+        }
+        machine.walks.clear();
+    } catch (const std::bad_alloc &) {
+        // the next step makes a list of its own
     }
-    return next_in(order, machine, previous_file, size, name, guid);
 }
 
 } // namespace machine

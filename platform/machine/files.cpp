@@ -4,6 +4,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <memory>
 
@@ -25,17 +26,53 @@ struct close_folder {
 };
 using open_folder = std::unique_ptr<DIR, close_folder>;
 
+/* While it lives, a file that would grow beyond the process's limit does not end the program (SIGXFSZ). */
+class no_size_signal {
+public:
+    no_size_signal()
+    {
+        sigemptyset(&signal);
+        sigaddset(&signal, SIGXFSZ);
+        sigset_t pending = {};
+        was_pending = sigpending(&pending) == 0 && sigismember(&pending, SIGXFSZ) == 1;
+        pthread_sigmask(SIG_BLOCK, &signal, &before);
+    }
+    no_size_signal(const no_size_signal &) = delete;
+    no_size_signal &operator=(const no_size_signal &) = delete;
+    ~no_size_signal()
+    {
+        int saved = errno;
+        const timespec at_once = {};
+        while (!was_pending && sigtimedwait(&signal, nullptr, &at_once) < 0 && errno == EINTR) {
+        }
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
+        errno = saved;
+    }
+
+private:
+    sigset_t signal = {};
+    sigset_t before = {};
+    bool was_pending = false;
+};
+
 int write_all(int fd, byte_view rest)
 {
-    while (!rest.empty()) {
+    no_size_signal quiet;
+    for (int interruptions = 0; !rest.empty();) {
         ssize_t written = write(fd, rest.data(), rest.size());
-        if (written < 0 && errno == EINTR)
+        if (written < 0 && errno == EINTR && ++interruptions < most_interruptions)
             continue;
         if (written <= 0)
             return written < 0 ? errno : EIO;
         rest = rest.subspan(static_cast<std::size_t>(written));
     }
     return 0;
+}
+
+/* What has happened stands whatever this answers: any failure is one and the same, and never "no room". */
+int write_back(int folder)
+{
+    return fsync(folder) == 0 ? 0 : EIO;
 }
 
 /* A name may be left over from a stopped process that had this one's number: then the next one is tried. */
@@ -120,9 +157,9 @@ int read_file(int folder, const char *name, std::size_t limit, bytes *contents)
     // One byte more than the file says it has shows that it grew meanwhile.
     bytes buffer(static_cast<std::size_t>(info.st_size) + 1);
     std::size_t filled = 0;
-    for (;;) {
+    for (int interruptions = 0;;) {
         ssize_t got = read(file.get(), buffer.data() + filled, buffer.size() - filled);
-        if (got < 0 && errno == EINTR)
+        if (got < 0 && errno == EINTR && ++interruptions < most_interruptions)
             continue;
         if (got < 0)
             return errno;
@@ -154,21 +191,24 @@ int replace_file(int folder, const char *name, byte_view contents)
         unlinkat(folder, temporary.data(), 0);
         return error;
     }
-    return fsync(folder) == 0 ? 0 : errno;
+    return write_back(folder);
 }
 
 int remove_file(int folder, const char *name)
 {
     if (unlinkat(folder, name, 0) != 0)
         return errno;
-    return fsync(folder) == 0 ? 0 : errno;
+    return write_back(folder);
 }
 
 int list_folder(int folder, std::vector<std::string> *names)
 {
     descriptor readable = open_for_reading(folder);
-    if (!readable)
+    struct stat info = {};
+    if (!readable || fstat(readable.get(), &info) != 0)
         return errno;
+    if (info.st_nlink == 0) // removed: it looks empty, which it may never have been
+        return ENOENT;
     open_folder stream(fdopendir(readable.get()));
     if (!stream)
         return errno;
@@ -194,6 +234,11 @@ bool is_temporary(std::string_view name)
     return name.starts_with(temporary_prefix) && name.ends_with(temporary_suffix);
 }
 
+EFI_STATUS status_of_folder(int error)
+{
+    return error == ENOENT ? EFI_DEVICE_ERROR : status_of(error);
+}
+
 EFI_STATUS status_of(int error)
 {
     switch (error) {
@@ -208,10 +253,15 @@ EFI_STATUS status_of(int error)
         return EFI_WRITE_PROTECTED;
     case ETIMEDOUT:
         return EFI_TIMEOUT;
-    case ENOSPC:
+    case ENOSPC: // of the file system: the variable store may have room yet
     case EDQUOT:
+    case EFBIG:
+        return EFI_VOLUME_FULL;
     case ENOMEM:
         return EFI_OUT_OF_RESOURCES;
+    case ENOSYS:
+    case EOPNOTSUPP:
+        return EFI_UNSUPPORTED;
     case EINVAL:
     case EILSEQ: // a name that this file system cannot hold
     case ENAMETOOLONG:

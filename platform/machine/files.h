@@ -57,6 +57,12 @@ std::optional<identity> identity_of_descriptor(int fd);
 using bytes = std::vector<std::byte>;
 using byte_view = std::span<const std::byte>;
 
+/*
+ * How often a call is made again that the system or the firmware breaks off (EINTR, which is also the
+ * kernel's word for EFI_ABORTED): a firmware that always does must not keep us for ever.
+ */
+inline constexpr int most_interruptions = 50;
+
 enum class missing_folders { fail, create };
 
 /*
@@ -75,9 +81,11 @@ descriptor open_for_reading(int folder);
 int read_file(int folder, const char *name, std::size_t limit, bytes *contents);
 
 /*
- * Makes `contents` those of a file. A stop at any moment leaves the old file or the new one: the bytes go to
- * a temporary file (is_temporary), which then takes the name. `folder` is what open_for_reading gave. An
- * error before the new file has the name leaves the old one.
+ * Makes `contents` those of a file of mode 0644, as on an efivarfs, whatever the umask is. A stop at any
+ * moment leaves the old file or the new one: the bytes go to a temporary file (is_temporary), which then
+ * takes the name. `folder` is what open_for_reading gave. An error before the new file has the name leaves
+ * the old one; an error of the last fsync leaves the new one, of which nobody knows whether it would survive
+ * a crash. A limit on the size of files is EFBIG, and no signal.
  */
 int replace_file(int folder, const char *name, byte_view contents);
 
@@ -90,8 +98,11 @@ int list_folder(int folder, std::vector<std::string> *names);
 /* Whether a writer that was stopped may have left a file of this name. No variable has such a name. */
 bool is_temporary(std::string_view name);
 
-/* The firmware's word for an errno value. */
+/* The firmware's word for an errno value of a file system. */
 EFI_STATUS status_of(int error);
+
+/* The same for an error of the folder that files are in: one that is missing is no unknown variable. */
+EFI_STATUS status_of_folder(int error);
 
 } // namespace machine
 

@@ -331,9 +331,7 @@ int give_lock(const machine_root &root)
 
 EFI_STATUS held_lock::status() const
 {
-    // A part of the way that is missing and cannot be made is no unknown variable.
-    EFI_STATUS status = status_of(failure);
-    return status == EFI_NOT_FOUND ? EFI_DEVICE_ERROR : status;
+    return status_of_folder(failure);
 }
 
 void forget_locks()

@@ -49,10 +49,22 @@ enum class store_kind {
 };
 store_kind kind_of_filesystem(std::uint64_t type);
 
+/* Where a walk through the variables stands. The list is shared by walks that go along the same one. */
+struct variable_walk {
+    static constexpr std::size_t none = SIZE_MAX;
+
+    std::shared_ptr<const std::vector<std::string>> file_names; /* sorted */
+    std::size_t last = none;                                    /* the one that was given out last */
+};
+
+/* The walks of one descriptor, the latest last. Under shared_state(). */
+using variable_walks = std::vector<variable_walk>;
+
 struct firmware {
     machine_root root;
     descriptor variables; /* O_PATH of <root>/sys/firmware/efi/efivars */
     store_kind kind = store_kind::none;
+    mutable variable_walks walks;
 };
 
 /* The machine's firmware. Null with errno when there is none: ENOENT when it has no firmware variables. */
@@ -71,13 +83,20 @@ struct stored_variable {
 };
 
 /*
- * EFI_NOT_FOUND when there is no such file or it has no data (a variable without data cannot exist);
- * EFI_DEVICE_ERROR when it is damaged: no regular file, or of fewer than 4 bytes or more than the largest.
+ * EFI_NOT_FOUND when there is no such file or it has no data (a variable without data cannot exist), and on
+ * an efivarfs when it is empty (the kernel shows a variable so that was never written); EFI_DEVICE_ERROR when
+ * it is damaged: no regular file, or of fewer than 4 bytes or more than the largest.
  */
 EFI_STATUS read_variable(const firmware &machine, const std::string &file_name, stored_variable *found);
 
-/* Whether read_variable would find one, as far as the file's size and kind tell. */
-bool is_variable(const firmware &machine, const std::string &file_name);
+/* The same as an errno value: ENOENT, EBADMSG for a damaged one, or why it could not be read. */
+int load_variable(const firmware &machine, const std::string &file_name, stored_variable *found);
+
+/*
+ * Whether read_variable would find one, as far as the file's size and kind tell. A status when not even these
+ * can be learnt.
+ */
+EFI_STATUS find_variable(const firmware &machine, const std::string &file_name, bool *found);
 
 /*
  * Writes a variable as it shall be from now on, without the rules of set_variable; under the machine's lock.
@@ -86,8 +105,9 @@ bool is_variable(const firmware &machine, const std::string &file_name);
 EFI_STATUS write_variable(const firmware &machine, int folder, const std::string &file_name,
                           UINT32 attributes, std::initializer_list<byte_view> data);
 
-/* EFI_NOT_FOUND when there is no such file. */
-EFI_STATUS remove_variable(const firmware &machine, int folder, const std::string &file_name);
+/* EFI_NOT_FOUND when there is no such file. `attributes` are those that the variable has. */
+EFI_STATUS remove_variable(const firmware &machine, int folder, const std::string &file_name,
+                           UINT32 attributes);
 
 /*
  * How much a folder holds. A variable takes from the store its 4 bytes of attributes, its name in UCS-2 with
@@ -109,7 +129,7 @@ EFI_STATUS space_used(const firmware &machine, stopped_writers temporaries, UINT
 
 /* One write of `contents`, with the immutable flag lifted for it and put back. */
 EFI_STATUS write_efivarfs(int folder, const char *file_name, byte_view contents);
-EFI_STATUS remove_efivarfs(int folder, const char *file_name);
+EFI_STATUS remove_efivarfs(int folder, const char *file_name, UINT32 attributes);
 
 struct variable_space {
     UINT64 store = 0;     /* bytes in all */
@@ -141,11 +161,15 @@ EFI_STATUS query_variable_info(const firmware &machine, UINT32 attributes, varia
 /*
  * The variable behind `name` and `guid` (an empty name: the first) in the order of the file names' bytes. A
  * walk goes along one list, made when it begins: it visits each variable of the list that is still there
- * once, and costs O(n log n) through however many handles. `*size` is the buffer's size in bytes in, the
- * name's out; EFI_BUFFER_TOO_SMALL changes nothing but `*size`. A name that neither is a variable nor stands
- * in the list is EFI_INVALID_PARAMETER.
+ * once, and costs O(n log n). It belongs to the machine that is open here, which has several where several
+ * are under way; one that is left may go on through a machine opened later. `*size` is the buffer's size in
+ * bytes in, the name's out; EFI_BUFFER_TOO_SMALL changes nothing but `*size`. A name that neither is a
+ * variable nor stands in a list of a walk is EFI_INVALID_PARAMETER.
  */
 EFI_STATUS next_variable(const firmware &machine, UINTN *size, CHAR16 *name, EFI_GUID *guid);
+
+/* Lets the walks of a machine that is about to be closed go on through one that is opened later. */
+void leave_walks(const firmware &machine) noexcept;
 
 /* eficlock.cpp: EFI_TIME as a number */
 
@@ -175,6 +199,11 @@ EFI_STATUS next_high_monotonic_count(const firmware &machine, UINT32 *count);
 
 /* rtc.cpp: the host's clock chip, <root>/dev/rtc0. EFI_UNSUPPORTED where there is none. */
 
+/*
+ * The chip keeps no time zone: one that is set, other than UTC, is EFI_UNSUPPORTED. An alarm that is not
+ * ahead, or that the chip does not take, is EFI_INVALID_PARAMETER, and the one that stood before stands
+ * again; EFI_DEVICE_ERROR when that failed too.
+ */
 EFI_STATUS rtc_get_time(const machine_root &root, EFI_TIME *time);
 EFI_STATUS rtc_set_time(const machine_root &root, const EFI_TIME &time);
 EFI_STATUS rtc_get_wakeup_time(const machine_root &root, wakeup *alarm);

@@ -29,47 +29,69 @@ UINT16 option_at(byte_view numbers, std::size_t index)
     return number;
 }
 
-/* An option that the firmware would start: it has at least its header, and is active. */
-bool is_bootable(const firmware &machine, UINT16 number)
+/* A variable that is damaged starts nothing; one that cannot be read might have. */
+bool is_as_good_as_absent(int error)
+{
+    return error == ENOENT || error == EBADMSG;
+}
+
+enum class wanted { active, any };
+
+/* Whether there is an option that the firmware would start: it has at least its header. 0 or an errno value.
+ */
+int look_for_option(const firmware &machine, UINT16 number, wanted which, bool *found)
 {
     std::array<char, sizeof "Boot0000"> name = {};
     std::snprintf(name.data(), name.size(), "Boot%04X", number);
     stored_variable option;
-    if (read_variable(machine, global_file(name.data()), &option) != EFI_SUCCESS)
-        return false;
+    *found = false;
+    if (int error = load_variable(machine, global_file(name.data()), &option); error != 0)
+        return is_as_good_as_absent(error) ? 0 : error;
     UINT32 attributes = 0;
     constexpr std::size_t header = sizeof attributes + sizeof(UINT16);
     if (option.data().size() < header)
-        return false;
+        return 0;
     std::memcpy(&attributes, option.data().data(), sizeof attributes);
-    return (attributes & LOAD_OPTION_ACTIVE) != 0;
+    *found = which == wanted::any || (attributes & LOAD_OPTION_ACTIVE) != 0;
+    return 0;
 }
 
-std::optional<UINT16> boot_next(const firmware &machine, const std::string &file_name)
+/* The first of the options that a variable names, by numbers of 2 bytes. 0 or an errno value. */
+int first_option(const firmware &machine, byte_view numbers, wanted which, std::optional<UINT16> *option)
+{
+    for (std::size_t i = 0; i < numbers.size() / sizeof(UINT16); ++i) {
+        UINT16 number = option_at(numbers, i);
+        bool found = false;
+        if (int error = look_for_option(machine, number, which, &found); error != 0)
+            return error;
+        if (found) {
+            *option = number;
+            return 0;
+        }
+    }
+    return 0;
+}
+
+/* What the firmware starts: what BootNext names, though it be inactive, else the first active one of
+ * BootOrder. */
+int choose_option(const firmware &machine, const std::string &next_file, std::optional<UINT16> *option)
 {
     stored_variable next;
-    if (read_variable(machine, file_name, &next) != EFI_SUCCESS || next.data().size() != sizeof(UINT16))
-        return std::nullopt;
-    UINT16 number = option_at(next.data(), 0);
-    return is_bootable(machine, number) ? std::optional(number) : std::nullopt;
-}
-
-std::optional<UINT16> first_in_boot_order(const firmware &machine)
-{
+    int error = load_variable(machine, next_file, &next);
+    if (error == 0 && next.data().size() == sizeof(UINT16))
+        error = first_option(machine, next.data(), wanted::any, option);
+    if (*option || (error != 0 && !is_as_good_as_absent(error)))
+        return error;
     stored_variable order;
-    if (read_variable(machine, global_file("BootOrder"), &order) != EFI_SUCCESS)
-        return std::nullopt;
-    for (std::size_t i = 0; i < order.data().size() / sizeof(UINT16); ++i) {
-        UINT16 number = option_at(order.data(), i);
-        if (is_bootable(machine, number))
-            return number;
-    }
-    return std::nullopt;
+    error = load_variable(machine, global_file("BootOrder"), &order);
+    if (error == 0)
+        error = first_option(machine, order.data(), wanted::active, option);
+    return is_as_good_as_absent(error) ? 0 : error;
 }
 
 EFI_STATUS remove_if_there(const firmware &machine, int folder, const std::string &file_name)
 {
-    EFI_STATUS removed = remove_variable(machine, folder, file_name);
+    EFI_STATUS removed = remove_variable(machine, folder, file_name, 0);
     return removed == EFI_NOT_FOUND ? EFI_SUCCESS : removed;
 }
 
@@ -86,10 +108,10 @@ EFI_STATUS play_start(const firmware &machine)
         return lock.status();
     descriptor folder = open_for_reading(machine.variables.get());
     if (!folder)
-        return status_of(errno);
-    std::optional<UINT16> option = boot_next(machine, next_file);
-    if (!option)
-        option = first_in_boot_order(machine);
+        return status_of_folder(errno);
+    std::optional<UINT16> option;
+    if (int error = choose_option(machine, next_file, &option); error != 0)
+        return status_of(error);
     EFI_STATUS status = option ? write_variable(machine, folder.get(), current_file, boot_current_attributes,
                                                 {std::as_bytes(std::span(&*option, 1))})
                                : remove_if_there(machine, folder.get(), current_file);
@@ -103,8 +125,10 @@ int errno_of(EFI_STATUS status)
         return EACCES;
     case EFI_WRITE_PROTECTED:
         return EROFS;
-    case EFI_OUT_OF_RESOURCES:
+    case EFI_VOLUME_FULL:
         return ENOSPC;
+    case EFI_OUT_OF_RESOURCES:
+        return ENOMEM;
     case EFI_TIMEOUT:
         return ETIMEDOUT;
     default:

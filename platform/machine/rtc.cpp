@@ -16,12 +16,16 @@ constexpr int first_year = 1900;                // as in struct tm
 EFI_STATUS rtc_status(int error)
 {
     switch (error) {
+    case 0:
+        return EFI_SUCCESS;
     case ENOENT: // no chip, or one without an alarm
     case ENODEV:
     case ENXIO:
     case ENOTTY:
     case EINVAL:
         return EFI_UNSUPPORTED;
+    case ERANGE: // a date that the chip has no digits for
+        return EFI_INVALID_PARAMETER;
     default:
         return status_of(error);
     }
@@ -29,12 +33,20 @@ EFI_STATUS rtc_status(int error)
 
 /* One request to the chip, which is open only for it: the kernel lets one program at a time have it. */
 template <typename record>
+int ask_chip(const machine_root &root, unsigned long request, record *argument)
+{
+    descriptor folder = open_below(root.folder.get(), {"dev"}, missing_folders::fail);
+    if (!folder)
+        return errno;
+    constexpr int flags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    descriptor chip(openat(folder.get(), "rtc0", flags));
+    return chip && ioctl(chip.get(), request, argument) == 0 ? 0 : errno;
+}
+
+template <typename record>
 EFI_STATUS ask(const machine_root &root, unsigned long request, record *argument)
 {
-    descriptor chip(openat(root.folder.get(), "dev/rtc0", O_RDONLY | O_CLOEXEC));
-    if (!chip || ioctl(chip.get(), request, argument) != 0)
-        return rtc_status(errno);
-    return EFI_SUCCESS;
+    return rtc_status(ask_chip(root, request, argument));
 }
 
 /* Nothing when the chip shows no date, as after its battery has failed. */
@@ -65,6 +77,64 @@ rtc_time to_chip(const EFI_TIME &time)
     return wanted;
 }
 
+/* The chip has no place for a time zone: it would be forgotten, and the time be another. */
+bool has_no_zone(const EFI_TIME &time)
+{
+    return (time.timezone == unspecified_timezone || time.timezone == 0) && time.daylight == 0;
+}
+
+/* Whether the chip took the alarm, as far as it can tell: some know no seconds. */
+bool is_same_alarm(const rtc_wkalrm &shown, const EFI_TIME &wanted)
+{
+    auto time = from_chip(shown.time);
+    if (!time || shown.enabled == 0)
+        return false;
+    constexpr std::int64_t minute = 60;
+    std::int64_t difference = *seconds_of(wanted) - *seconds_of(*time);
+    return difference >= 0 && difference < minute;
+}
+
+EFI_STATUS switch_on(const machine_root &root, const EFI_TIME &time)
+{
+    EFI_TIME now = {};
+    if (EFI_STATUS status = rtc_get_time(root, &now); status != EFI_SUCCESS)
+        return status;
+    auto wanted_seconds = seconds_of(time);
+    if (!wanted_seconds ||
+        *wanted_seconds <= *seconds_of(now)) // the kernel takes it, and drops the one that stands
+        return EFI_INVALID_PARAMETER;
+    rtc_wkalrm before = {};
+    if (EFI_STATUS status = ask(root, RTC_WKALM_RD, &before); status != EFI_SUCCESS)
+        return status;
+    rtc_wkalrm wanted = {};
+    wanted.enabled = 1;
+    wanted.time = to_chip(time);
+    int error = ask_chip(root, RTC_WKALM_SET, &wanted);
+    EFI_STATUS status = rtc_status(error);
+    if (error == EINVAL || error == EDOM) // it has alarms, as it was asked for the old one
+        status = EFI_INVALID_PARAMETER;
+    if (status == EFI_SUCCESS) {
+        rtc_wkalrm shown = {};
+        status = ask(root, RTC_WKALM_RD, &shown);
+        if (status == EFI_SUCCESS && is_same_alarm(shown, time))
+            return EFI_SUCCESS;
+        if (status == EFI_SUCCESS && rtc_get_time(root, &now) == EFI_SUCCESS &&
+            *wanted_seconds <= *seconds_of(now))
+            return EFI_SUCCESS; // it has gone off meanwhile
+        if (status == EFI_SUCCESS)
+            status = EFI_INVALID_PARAMETER;
+    }
+    debug("the clock chip does not take this alarm: it may be too far ahead for it");
+    // A refusal may already have cost the alarm that stood.
+    before.pending = 0;
+    if (EFI_STATUS restored = ask(root, RTC_WKALM_SET, &before);
+        restored != EFI_SUCCESS && before.enabled != 0) {
+        debug("the alarm that stood before is lost");
+        return EFI_DEVICE_ERROR;
+    }
+    return status;
+}
+
 } // namespace
 
 EFI_STATUS rtc_get_time(const machine_root &root, EFI_TIME *time)
@@ -81,6 +151,8 @@ EFI_STATUS rtc_get_time(const machine_root &root, EFI_TIME *time)
 
 EFI_STATUS rtc_set_time(const machine_root &root, const EFI_TIME &time)
 {
+    if (!has_no_zone(time))
+        return EFI_UNSUPPORTED;
     rtc_time wanted = to_chip(time);
     return ask(root, RTC_SET_TIME, &wanted);
 }
@@ -96,15 +168,15 @@ EFI_STATUS rtc_get_wakeup_time(const machine_root &root, wakeup *alarm)
 
 EFI_STATUS rtc_set_wakeup_time(const machine_root &root, bool enable, const EFI_TIME *time)
 {
-    rtc_wkalrm wanted = {};
-    if (enable) {
-        wanted.time = to_chip(*time);
-    } else if (EFI_STATUS status = ask(root, RTC_WKALM_RD, &wanted); status != EFI_SUCCESS) {
-        return status; // the kernel wants the alarm's time too when it is switched off
-    }
-    wanted.enabled = enable ? 1 : 0;
-    wanted.pending = 0;
-    return ask(root, RTC_WKALM_SET, &wanted);
+    if (enable)
+        return has_no_zone(*time) ? switch_on(root, *time) : EFI_UNSUPPORTED;
+    rtc_wkalrm alarm = {};
+    // The kernel wants the alarm's time too when it is switched off.
+    if (EFI_STATUS status = ask(root, RTC_WKALM_RD, &alarm); status != EFI_SUCCESS)
+        return status;
+    alarm.enabled = 0;
+    alarm.pending = 0;
+    return ask(root, RTC_WKALM_SET, &alarm);
 }
 
 } // namespace machine

@@ -74,12 +74,11 @@ EFI_STATUS write_state(const firmware &machine, const char *file_name, std::span
     descriptor folder = above ? open_for_reading(above.get()) : descriptor();
     if (!folder) {
         debug("cannot write var/lib/hwplat/%s: %s", file_name, std::strerror(errno));
-        // A part of the way that is missing and cannot be made is no unknown variable.
-        return errno == ENOENT ? EFI_DEVICE_ERROR : status_of(errno);
+        return status_of_folder(errno);
     }
     std::vector<std::string> names;
     if (int error = list_folder(folder.get(), &names); error != 0)
-        return status_of(error);
+        return status_of_folder(error);
     for (const std::string &name : names) {
         if (is_temporary(name)) // of a stopped writer, as this one has the lock
             unlinkat(folder.get(), name.c_str(), 0);
@@ -91,7 +90,7 @@ EFI_STATUS write_state(const firmware &machine, const char *file_name, std::span
         text += std::to_string(number);
     }
     text.push_back('\n');
-    return status_of(replace_file(folder.get(), file_name, std::as_bytes(std::span(text))));
+    return status_of_folder(replace_file(folder.get(), file_name, std::as_bytes(std::span(text))));
 }
 
 } // namespace machine

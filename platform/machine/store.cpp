@@ -12,45 +12,57 @@ namespace machine {
 
 namespace {
 
-/* The size of a variable's file; nothing when it is damaged, or gone, or without data. */
-std::optional<std::size_t> variable_file_size(const firmware &machine, const char *file_name)
+/* The size of a variable's file; 0 when it is damaged, or gone, or without data. Returns 0 or an errno value.
+ */
+int variable_file_size(const firmware &machine, const char *file_name, std::size_t *found)
 {
     struct stat info = {};
+    *found = 0;
     if (fstatat(machine.variables.get(), file_name, &info, AT_SYMLINK_NOFOLLOW) != 0) {
-        if (errno != ENOENT)
-            debug("skipped variable '%s': %s", file_name, std::strerror(errno));
-        return std::nullopt;
+        if (errno == ENOENT)
+            return 0;
+        debug("cannot look at variable '%s': %s", file_name, std::strerror(errno));
+        return errno;
     }
     auto size = static_cast<std::size_t>(info.st_size);
-    if (!S_ISREG(info.st_mode) || size <= sizeof(UINT32) || size > largest_variable_file) {
+    if (S_ISREG(info.st_mode) && size > sizeof(UINT32) && size <= largest_variable_file)
+        *found = size;
+    else
         debug("skipped variable '%s': damaged, or without data", file_name);
-        return std::nullopt;
-    }
-    return size;
+    return 0;
 }
 
 } // namespace
 
-EFI_STATUS read_variable(const firmware &machine, const std::string &file_name, stored_variable *found)
+int load_variable(const firmware &machine, const std::string &file_name, stored_variable *found)
 {
     bytes contents;
     int error = read_file(machine.variables.get(), file_name.c_str(), largest_variable_file, &contents);
     if (error != 0)
-        return status_of(error);
+        return error;
     UINT32 attributes = 0;
+    bool never_written = machine.kind == store_kind::efivarfs && contents.empty();
+    if (never_written || contents.size() == sizeof attributes)
+        return ENOENT;
     if (contents.size() < sizeof attributes)
-        return EFI_DEVICE_ERROR;
-    if (contents.size() == sizeof attributes)
-        return EFI_NOT_FOUND;
+        return EBADMSG;
     std::memcpy(&attributes, contents.data(), sizeof attributes);
     found->attributes = attributes;
     found->contents = std::move(contents);
-    return EFI_SUCCESS;
+    return 0;
 }
 
-bool is_variable(const firmware &machine, const std::string &file_name)
+EFI_STATUS read_variable(const firmware &machine, const std::string &file_name, stored_variable *found)
 {
-    return variable_file_size(machine, file_name.c_str()).has_value();
+    return status_of(load_variable(machine, file_name, found));
+}
+
+EFI_STATUS find_variable(const firmware &machine, const std::string &file_name, bool *found)
+{
+    std::size_t size = 0;
+    int error = variable_file_size(machine, file_name.c_str(), &size);
+    *found = size != 0;
+    return status_of(error);
 }
 
 EFI_STATUS write_variable(const firmware &machine, int folder, const std::string &file_name,
@@ -62,13 +74,14 @@ EFI_STATUS write_variable(const firmware &machine, int folder, const std::string
         contents.insert(contents.end(), part.begin(), part.end());
     if (machine.kind == store_kind::efivarfs)
         return write_efivarfs(machine.variables.get(), file_name.c_str(), contents);
-    return status_of(replace_file(folder, file_name.c_str(), contents));
+    return status_of_folder(replace_file(folder, file_name.c_str(), contents));
 }
 
-EFI_STATUS remove_variable(const firmware &machine, int folder, const std::string &file_name)
+EFI_STATUS remove_variable(const firmware &machine, int folder, const std::string &file_name,
+                           UINT32 attributes)
 {
     if (machine.kind == store_kind::efivarfs)
-        return remove_efivarfs(machine.variables.get(), file_name.c_str());
+        return remove_efivarfs(machine.variables.get(), file_name.c_str(), attributes);
     int error = remove_file(folder, file_name.c_str());
     // A folder that stands in a variable's place is damage, not a matter of permission.
     return error == EISDIR ? EFI_DEVICE_ERROR : status_of(error);
@@ -101,7 +114,7 @@ EFI_STATUS space_used(const firmware &machine, stopped_writers temporaries, UINT
 {
     std::vector<std::string> names;
     if (int error = list_folder(machine.variables.get(), &names); error != 0)
-        return status_of(error);
+        return status_of_folder(error);
     UINT64 total = 0;
     for (const std::string &name : names) {
         if (temporaries == stopped_writers::clean_up && is_temporary(name))
@@ -109,8 +122,11 @@ EFI_STATUS space_used(const firmware &machine, stopped_writers temporaries, UINT
         auto identity = identity_of(name);
         if (!identity)
             continue;
-        if (auto size = variable_file_size(machine, name.c_str()))
-            total += space_taken(identity->name.size(), *size - sizeof(UINT32));
+        std::size_t size = 0;
+        if (int error = variable_file_size(machine, name.c_str(), &size); error != 0)
+            return status_of(error);
+        if (size != 0)
+            total += space_taken(identity->name.size(), size - sizeof(UINT32));
     }
     *used = total;
     return EFI_SUCCESS;

@@ -1,5 +1,6 @@
 #include "platform/machine/machine.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -15,6 +16,8 @@ constexpr UINT32 time_based_authenticated_write = 0x20;
 constexpr UINT32 authenticated = authenticated_write | time_based_authenticated_write;
 constexpr UINT32 plain = EFI_VARIABLE_NON_VOLATILE | EFI_VARIABLE_BOOTSERVICE_ACCESS |
                          EFI_VARIABLE_RUNTIME_ACCESS | EFI_VARIABLE_APPEND_WRITE;
+
+constexpr UINT32 volatile_attributes = EFI_VARIABLE_BOOTSERVICE_ACCESS | EFI_VARIABLE_RUNTIME_ACCESS;
 
 /* A folder cannot check a signature; what a real firmware makes of one is its own affair. */
 EFI_STATUS check_attributes(store_kind kind, UINT32 attributes)
@@ -34,7 +37,8 @@ struct change {
     const firmware &machine;
     const descriptor &folder;
     std::string file_name;
-    std::size_t name_units;
+    name_view name;
+    bool is_global;
     UINT32 attributes;
     byte_view data;
 };
@@ -47,9 +51,9 @@ EFI_STATUS check_space(const change &request, std::size_t old_data, std::size_t 
     if (EFI_STATUS status = capacity_of(request.machine, &limits); status != EFI_SUCCESS)
         return status;
     if (new_data > limits.variable)
-        return EFI_OUT_OF_RESOURCES;
-    UINT64 before = exists ? space_taken(request.name_units, old_data) : 0;
-    UINT64 after = space_taken(request.name_units, new_data);
+        return EFI_INVALID_PARAMETER;
+    UINT64 before = exists ? space_taken(request.name.size(), old_data) : 0;
+    UINT64 after = space_taken(request.name.size(), new_data);
     if (after <= before)
         return EFI_SUCCESS;
     UINT64 used = 0;
@@ -59,13 +63,42 @@ EFI_STATUS check_space(const change &request, std::size_t old_data, std::size_t 
     return used - before + after <= limits.store ? EFI_SUCCESS : EFI_OUT_OF_RESOURCES;
 }
 
-EFI_STATUS append(const change &request, EFI_STATUS state, const stored_variable &old)
+/*
+ * A variable that does not stay is the firmware's own once the system runs. BootCurrent is there on every
+ * machine that has started, and this one may just not have.
+ */
+bool is_read_only(const change &request, bool exists, const stored_variable &old)
 {
-    if (state != EFI_SUCCESS && (state != EFI_NOT_FOUND || request.data.empty()))
-        return state;
+    if (request.machine.kind != store_kind::folder)
+        return false;
+    if (exists)
+        return (old.attributes & EFI_VARIABLE_NON_VOLATILE) == 0;
+    constexpr std::u16string_view boot_current = u"BootCurrent";
+    return request.attributes == volatile_attributes && std::ranges::equal(request.name, boot_current) &&
+           request.is_global;
+}
+
+/* What a system that runs cannot make. */
+EFI_STATUS check_new(const change &request)
+{
+    // The kernel takes each byte of a new file's name for one unit of the variable's, and shows "/" as "!".
+    bool writable =
+        std::ranges::all_of(request.name, [](CHAR16 unit) { return unit < 0x80 && unit != u'/'; });
+    if (!writable) {
+        debug("refused the new variable '%s': the kernel would give it another name",
+              request.file_name.c_str());
+        return EFI_UNSUPPORTED;
+    }
+    constexpr UINT32 needed = EFI_VARIABLE_NON_VOLATILE | EFI_VARIABLE_RUNTIME_ACCESS;
+    if (request.machine.kind == store_kind::folder && (request.attributes & needed) != needed)
+        return EFI_INVALID_PARAMETER;
+    return EFI_SUCCESS;
+}
+
+EFI_STATUS append(const change &request, bool exists, const stored_variable &old)
+{
     if (request.data.empty())
-        return EFI_SUCCESS;
-    bool exists = state == EFI_SUCCESS;
+        return exists ? EFI_SUCCESS : EFI_NOT_FOUND;
     byte_view before = exists ? old.data() : byte_view();
     EFI_STATUS status = check_space(request, before.size(), before.size() + request.data.size(), exists);
     if (status != EFI_SUCCESS)
@@ -77,9 +110,8 @@ EFI_STATUS append(const change &request, EFI_STATUS state, const stored_variable
                           {before, request.data});
 }
 
-EFI_STATUS write(const change &request, EFI_STATUS state, const stored_variable &old)
+EFI_STATUS write(const change &request, bool exists, const stored_variable &old)
 {
-    bool exists = state == EFI_SUCCESS;
     std::size_t before = exists ? old.data().size() : 0;
     if (EFI_STATUS status = check_space(request, before, request.data.size(), exists); status != EFI_SUCCESS)
         return status;
@@ -94,16 +126,25 @@ EFI_STATUS apply(change request)
     request.attributes &= ~EFI_VARIABLE_APPEND_WRITE;
 
     stored_variable old;
-    EFI_STATUS state = read_variable(request.machine, request.file_name, &old);
-    if (state != EFI_SUCCESS && state != EFI_NOT_FOUND && state != EFI_DEVICE_ERROR)
-        return state;
-    if (deleting) // a damaged one too
-        return state == EFI_NOT_FOUND
-                   ? state
-                   : remove_variable(request.machine, request.folder.get(), request.file_name);
-    if (state == EFI_SUCCESS && old.attributes != request.attributes)
+    int state = load_variable(request.machine, request.file_name, &old);
+    if (state != 0 && state != ENOENT && state != EBADMSG)
+        return status_of(state);
+    bool exists = state == 0;
+    if (exists && !deleting && old.attributes != request.attributes)
         return EFI_INVALID_PARAMETER;
-    return appending ? append(request, state, old) : write(request, state, old);
+    if (is_read_only(request, exists, old))
+        return EFI_WRITE_PROTECTED;
+    if (deleting) // a damaged one too
+        return state == ENOENT ? EFI_NOT_FOUND
+                               : remove_variable(request.machine, request.folder.get(), request.file_name,
+                                                 old.attributes);
+    if (appending && state == EBADMSG)
+        return EFI_DEVICE_ERROR;
+    if (!exists && !(appending && request.data.empty())) {
+        if (EFI_STATUS status = check_new(request); status != EFI_SUCCESS)
+            return status;
+    }
+    return appending ? append(request, exists, old) : write(request, exists, old);
 }
 
 } // namespace
@@ -141,14 +182,15 @@ EFI_STATUS set_variable(const firmware &machine, name_view name, const EFI_GUID 
             return status;
     }
     if (size > largest_variable_file - sizeof attributes)
-        return EFI_OUT_OF_RESOURCES;
+        return EFI_INVALID_PARAMETER;
     held_lock lock(machine.root);
     if (lock.error() != 0)
         return lock.status();
     descriptor folder = open_for_reading(machine.variables.get());
     if (!folder)
-        return status_of(errno);
-    return apply({machine, folder, std::move(*file_name), name.size(), attributes,
+        return status_of_folder(errno);
+    bool is_global = std::memcmp(&guid, &global_variable_guid, sizeof guid) == 0;
+    return apply({machine, folder, std::move(*file_name), name, is_global, attributes,
                   byte_view(static_cast<const std::byte *>(data), static_cast<std::size_t>(size))});
 }
 

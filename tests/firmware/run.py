@@ -1,6 +1,6 @@
 """Starts virtual machines with real firmware.
     run.py packages                  fails with what is missing on this machine
-    run.py images COMMAND SPACE DIR  makes the disks of the guests in DIR
+    run.py images DIR PROGRAM...     makes the disks of the guests in DIR
     run.py SCENARIO DIR              runs one scenario on the disks in DIR
     run.py SCENARIO DIR --show       and prints what was typed and seen
 """
@@ -55,12 +55,12 @@ def check_packages():
                  f"    {' '.join(missing)}\nscripts/check installs them; scripts/check --fast leaves these tests out.")
 
 
-def make_images(command, space, folder):
+def make_images(folder, programs):
     folder = Path(folder)
     folder.mkdir(parents=True, exist_ok=True)
     version = initramfs.newest_kernel()
     archive = folder / "initramfs"
-    archive.write_bytes(initramfs.make([command, space, "/bin/efibootmgr"], HERE / "init", version))
+    archive.write_bytes(initramfs.make([*programs, "/bin/efibootmgr"], HERE / "init", version))
     partition = disks.system_partition(Path("/boot", f"vmlinuz-{version}"), archive, folder)
     for name, guid in disks.GUIDS.items():
         disks.disk(folder / name, partition, guid)
@@ -100,8 +100,8 @@ def main(arguments):
     match arguments:
         case ["packages"]:
             check_packages()
-        case ["images", command, space, folder]:
-            make_images(command, space, folder)
+        case ["images", folder, *programs]:
+            make_images(folder, programs)
         case [scenario, images]:
             run_scenario(scenario, images)
         case [scenario, images, "--show"]:

@@ -122,6 +122,50 @@ TEST_F(Efivarfs, refused_write_has_the_firmwares_word_and_leaves_no_new_file)
     }
 }
 
+TEST_F(Efivarfs, write_that_is_always_broken_off_is_a_device_error)
+{
+    failing_call failing(wrapped::write, EINTR);
+    EXPECT_EQ(set("A", 7, "data"), EFI_DEVICE_ERROR);
+    EXPECT_EQ(disk.names().size(), 0u);
+}
+
+TEST_F(Efivarfs, empty_file_is_no_variable_and_can_be_written)
+{
+    disk.put_file(disk.file("A"), "");
+    EXPECT_EQ(set("A", 7, ""), EFI_NOT_FOUND);
+    EXPECT_EQ(set("A", 0x47, ""), EFI_NOT_FOUND);
+    UINTN size = 0;
+    std::vector<CHAR16> units = {'A'};
+    EXPECT_EQ(machine::get_variable(*firmware, units, global_guid, nullptr, &size, nullptr), EFI_NOT_FOUND);
+    EXPECT_EQ(set("A", 7, "data"), EFI_SUCCESS);
+    EXPECT_EQ(disk.get("A"), std::string("\7\0\0\0data", 8));
+}
+
+TEST_F(Efivarfs, name_that_the_kernel_would_change_is_not_made)
+{
+    EXPECT_EQ(set("a/b", 7, "data"), EFI_UNSUPPORTED);
+    EXPECT_EQ(disk.names().size(), 0u);
+}
+
+// A new file is immutable from the start where the kernel does not know its name.
+TEST_F(Efivarfs, refused_variable_is_removed_though_immutable)
+{
+    disk.put("probe", "data");
+    bool immutable = set_immutable(disk.file("probe"), true) && set_immutable(disk.file("probe"), false);
+    std::filesystem::remove(disk.file("probe"));
+    if (!immutable)
+        GTEST_SKIP() << "this user or file system has no immutable files";
+    failing_call failing(wrapped::write, EINVAL);
+    failing.before_failing([](int fd) {
+        int flags = 0;
+        ioctl(fd, FS_IOC_GETFLAGS, &flags);
+        flags |= FS_IMMUTABLE_FL;
+        ioctl(fd, FS_IOC_SETFLAGS, &flags);
+    });
+    EXPECT_EQ(set("A", 7, "data"), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(disk.names().size(), 0u);
+}
+
 TEST_F(Efivarfs, refused_rewrite_leaves_the_variable)
 {
     disk.put("A", "data");

@@ -3,9 +3,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
+#include <ctime>
 #include <map>
 #include <optional>
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace platform_test {
@@ -22,6 +25,10 @@ std::optional<failure> active;
 std::map<wrapped, int> counts;
 ioctl_stand_in stand_in_for_ioctl;
 fstatfs_stand_in stand_in_for_fstatfs;
+std::function<void(int fd)> before_failed_write;
+bool sleep_is_skipped = false;
+long long slept_nanoseconds = 0;
+constexpr long long nanoseconds_of_second = 1'000'000'000;
 
 /* Counts the call; true when it shall fail, errno set. */
 bool fails(wrapped call)
@@ -29,6 +36,10 @@ bool fails(wrapped call)
     ++counts[call];
     if (!active || active->call != call || active->error == 0)
         return false;
+    if (call == wrapped::fsync && active->most > 0) {
+        --active->most;
+        return false;
+    }
     errno = active->error;
     return true;
 }
@@ -48,6 +59,12 @@ failing_call::failing_call(wrapped call, int error, std::size_t most)
 failing_call::~failing_call()
 {
     active.reset();
+    before_failed_write = nullptr;
+}
+
+void failing_call::before_failing(std::function<void(int fd)> action)
+{
+    before_failed_write = std::move(action);
 }
 
 replaced_ioctl::replaced_ioctl(ioctl_stand_in stand_in)
@@ -70,8 +87,28 @@ replaced_fstatfs::~replaced_fstatfs()
     stand_in_for_fstatfs = nullptr;
 }
 
+skipped_sleep::skipped_sleep()
+{
+    sleep_is_skipped = true;
+    slept_nanoseconds = 0;
+}
+
+skipped_sleep::~skipped_sleep()
+{
+    sleep_is_skipped = false;
+    slept_nanoseconds = 0;
+}
+
+double skipped_sleep::slept()
+{
+    return static_cast<double>(slept_nanoseconds) / static_cast<double>(nanoseconds_of_second);
+}
+
 extern "C" {
 
+ssize_t __real_read(int fd, void *data, std::size_t size);
+int __real_openat(int folder, const char *name, int flags, ...);
+int __real_fstatat(int folder, const char *name, struct stat *info, int flags);
 ssize_t __real_write(int fd, const void *data, std::size_t size);
 int __real_fsync(int fd);
 int __real_renameat(int from_folder, const char *from, int to_folder, const char *to);
@@ -81,10 +118,55 @@ int __real_fstatfs(int fd, struct statfs *info);
 
 ssize_t __wrap_write(int fd, const void *data, std::size_t size)
 {
-    if (fails(wrapped::write))
+    if (fails(wrapped::write)) {
+        if (before_failed_write) {
+            int error = errno;
+            before_failed_write(fd);
+            errno = error;
+        }
         return -1;
+    }
     bool shortened = active && active->call == wrapped::write;
     return __real_write(fd, data, shortened ? std::min(size, active->most) : size);
+}
+
+ssize_t __wrap_read(int fd, void *data, std::size_t size)
+{
+    return fails(wrapped::read) ? -1 : __real_read(fd, data, size);
+}
+
+int __wrap_openat(int folder, const char *name, int flags, ...)
+{
+    std::va_list arguments;
+    va_start(arguments, flags);
+    mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    return fails(wrapped::openat) ? -1 : __real_openat(folder, name, flags, mode);
+}
+
+int __wrap_fstatat(int folder, const char *name, struct stat *info, int flags)
+{
+    return fails(wrapped::fstatat) ? -1 : __real_fstatat(folder, name, info, flags);
+}
+
+int __real_nanosleep(const struct timespec *time, struct timespec *left);
+int __real_clock_gettime(clockid_t clock, struct timespec *time);
+
+int __wrap_nanosleep(const struct timespec *time, struct timespec *left)
+{
+    if (!sleep_is_skipped)
+        return __real_nanosleep(time, left);
+    slept_nanoseconds += time->tv_sec * nanoseconds_of_second + time->tv_nsec;
+    return 0;
+}
+
+int __wrap_clock_gettime(clockid_t clock, struct timespec *time)
+{
+    int result = __real_clock_gettime(clock, time);
+    long long sum = time->tv_nsec + slept_nanoseconds;
+    time->tv_sec += static_cast<time_t>(sum / nanoseconds_of_second);
+    time->tv_nsec = static_cast<long>(sum % nanoseconds_of_second);
+    return result;
 }
 
 int __wrap_fsync(int fd)

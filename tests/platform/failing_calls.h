@@ -12,14 +12,14 @@
 
 namespace platform_test {
 
-enum class wrapped { write, fsync, renameat, flock };
+enum class wrapped { write, read, openat, fstatat, fsync, renameat, flock };
 
 /* How often a call was made so far. */
 int calls_of(wrapped call);
 
 /*
- * While it lives the call fails with `error`. With error 0, for write alone: no more than `most` bytes are
- * written at once.
+ * While it lives the call fails with `error`; for fsync, `most` calls succeed before. With error 0, for write
+ * alone: no more than `most` bytes are written at once.
  */
 class failing_call {
 public:
@@ -27,6 +27,8 @@ public:
     failing_call(const failing_call &) = delete;
     failing_call &operator=(const failing_call &) = delete;
     ~failing_call();
+    /* For write: what is done to the file before the call fails. */
+    static void before_failing(std::function<void(int fd)> action);
 };
 
 /* While it lives, ioctl is this function: 0, or an errno value; -1 hands the call on to the system. */
@@ -37,6 +39,17 @@ public:
     replaced_ioctl(const replaced_ioctl &) = delete;
     replaced_ioctl &operator=(const replaced_ioctl &) = delete;
     ~replaced_ioctl();
+};
+
+/* While it lives, nobody sleeps: the clock has gone on by as much. */
+class skipped_sleep {
+public:
+    skipped_sleep();
+    skipped_sleep(const skipped_sleep &) = delete;
+    skipped_sleep &operator=(const skipped_sleep &) = delete;
+    ~skipped_sleep();
+    /* Seconds that were slept. */
+    [[nodiscard]] static double slept();
 };
 
 /* While it lives, fstatfs is this function: 0, or an errno value. */

@@ -82,6 +82,29 @@ TEST_F(Files, failure_of_any_call_before_the_rename_leaves_the_old_file_alone)
     }
 }
 
+TEST_F(Files, call_that_is_always_broken_off_ends)
+{
+    ASSERT_EQ(replace("a", "old"), 0);
+    using platform_test::wrapped;
+    {
+        failing_call failing(wrapped::write, EINTR);
+        EXPECT_EQ(replace("a", "new"), EINTR);
+    }
+    failing_call failing(wrapped::read, EINTR);
+    std::string text;
+    EXPECT_EQ(read("a", &text), EINTR);
+}
+
+// The new value stands; that it survives a crash is what nobody knows.
+TEST_F(Files, failure_of_the_last_call_leaves_the_new_file)
+{
+    ASSERT_EQ(replace("a", "old"), 0);
+    failing_call failing(platform_test::wrapped::fsync, EIO, 1);
+    EXPECT_EQ(replace("a", "new"), EIO);
+    EXPECT_EQ(text_of("a"), "new");
+    EXPECT_EQ(disk.names(), std::vector<std::string>{"a"});
+}
+
 TEST_F(Files, temporary_names_are_never_shared)
 {
     std::string own = ".hwplat-" + std::to_string(getpid()) + "-";
@@ -225,7 +248,11 @@ TEST(StatusOf, each_error_has_the_firmwares_word)
     EXPECT_EQ(machine::status_of(EACCES), EFI_ACCESS_DENIED);
     EXPECT_EQ(machine::status_of(EPERM), EFI_ACCESS_DENIED);
     EXPECT_EQ(machine::status_of(EROFS), EFI_WRITE_PROTECTED);
-    EXPECT_EQ(machine::status_of(ENOSPC), EFI_OUT_OF_RESOURCES);
+    EXPECT_EQ(machine::status_of(ENOSPC), EFI_VOLUME_FULL);
+    EXPECT_EQ(machine::status_of(EDQUOT), EFI_VOLUME_FULL);
+    EXPECT_EQ(machine::status_of(EFBIG), EFI_VOLUME_FULL);
+    EXPECT_EQ(machine::status_of(ENOMEM), EFI_OUT_OF_RESOURCES);
+    EXPECT_EQ(machine::status_of(ETIMEDOUT), EFI_TIMEOUT);
     EXPECT_EQ(machine::status_of(EINVAL), EFI_INVALID_PARAMETER);
     EXPECT_EQ(machine::status_of(ENAMETOOLONG), EFI_INVALID_PARAMETER);
     EXPECT_EQ(machine::status_of(EBADMSG), EFI_DEVICE_ERROR);

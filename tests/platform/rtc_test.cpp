@@ -26,6 +26,8 @@ struct chip {
                      .tm_isdst = 0};
     rtc_wkalrm alarm = {};
     int error = 0;
+    int largest_year = 1000; // of an alarm
+    int error_beyond = 0;
 
     int answer(unsigned long request, void *argument)
     {
@@ -43,7 +45,11 @@ struct chip {
             return 0;
         case RTC_WKALM_SET:
             alarm = *static_cast<rtc_wkalrm *>(argument);
-            return 0;
+            if (alarm.time.tm_year <= largest_year)
+                return 0;
+            alarm.time.tm_year -= 1;
+            alarm.enabled = error_beyond == 0 ? 1 : 0;
+            return error_beyond;
         default:
             return ENOTTY;
         }
@@ -75,7 +81,7 @@ EFI_TIME example_time()
     time.hour = 23;
     time.minute = 58;
     time.second = 57;
-    time.timezone = 60;
+    time.timezone = 0x7ff;
     return time;
 }
 
@@ -137,6 +143,62 @@ TEST_F(Rtc, alarm_is_switched_off_with_its_time_kept)
     EXPECT_EQ(clock.alarm.time.tm_year, 130);
 }
 
+TEST_F(Rtc, zone_that_the_chip_cannot_keep_is_refused)
+{
+    EFI_TIME time = example_time();
+    time.timezone = -120;
+    EXPECT_EQ(machine::set_time(*firmware, time), EFI_UNSUPPORTED);
+    EXPECT_EQ(machine::set_wakeup_time(*firmware, true, &time), EFI_UNSUPPORTED);
+    time.timezone = 0x7ff;
+    time.daylight = 1;
+    EXPECT_EQ(machine::set_time(*firmware, time), EFI_UNSUPPORTED);
+    EXPECT_EQ(clock.time.tm_year, 124);
+    EXPECT_EQ(clock.alarm.enabled, 0);
+    time.daylight = 0;
+    time.timezone = 0; // UTC
+    EXPECT_EQ(machine::set_time(*firmware, time), EFI_SUCCESS);
+}
+
+TEST_F(Rtc, alarm_that_is_not_ahead_leaves_the_one_that_stands)
+{
+    EFI_TIME stands = example_time();
+    ASSERT_EQ(machine::set_wakeup_time(*firmware, true, &stands), EFI_SUCCESS);
+    EFI_TIME past = stands;
+    past.year = 2023;
+    EXPECT_EQ(machine::set_wakeup_time(*firmware, true, &past), EFI_INVALID_PARAMETER);
+    EFI_TIME now = {};
+    ASSERT_EQ(machine::get_time(*firmware, &now, nullptr), EFI_SUCCESS);
+    EXPECT_EQ(machine::set_wakeup_time(*firmware, true, &now), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(clock.alarm.enabled, 1);
+    EXPECT_EQ(clock.alarm.time.tm_year, 130);
+}
+
+// The kernel drops the alarm that stands before it asks the chip for the new one.
+TEST_F(Rtc, alarm_that_the_chip_does_not_take_leaves_the_one_that_stands)
+{
+    for (int error : {EINVAL, ERANGE, EIO, 0}) {
+        clock.largest_year = 130;
+        EFI_TIME stands = example_time();
+        ASSERT_EQ(machine::set_wakeup_time(*firmware, true, &stands), EFI_SUCCESS);
+        EFI_TIME late = stands;
+        late.year = 2031;
+        clock.error_beyond = error; // 0: it takes another time without a word
+        EXPECT_EQ(machine::set_wakeup_time(*firmware, true, &late),
+                  error == EIO ? EFI_DEVICE_ERROR : EFI_INVALID_PARAMETER)
+            << error;
+        EXPECT_EQ(clock.alarm.enabled, 1) << error;
+        EXPECT_EQ(clock.alarm.time.tm_year, 130) << error;
+    }
+}
+
+TEST_F(Rtc, chip_below_a_link_is_not_the_machines)
+{
+    std::filesystem::rename(disk.root() / "dev/rtc0", disk.root() / "elsewhere");
+    std::filesystem::create_symlink(disk.root() / "elsewhere", disk.root() / "dev/rtc0");
+    EFI_TIME time = {};
+    EXPECT_NE(machine::get_time(*firmware, &time, nullptr), EFI_SUCCESS);
+}
+
 TEST_F(Rtc, bad_time_never_reaches_the_chip)
 {
     EFI_TIME bad = example_time();
@@ -189,8 +251,10 @@ TEST_F(Rtc, live_machine_keeps_nothing_in_its_folder)
 {
     ASSERT_EQ(machine::set_time(*firmware, example_time()), EFI_SUCCESS);
     EFI_TIME wanted = example_time();
+    wanted.year += 1;
     ASSERT_EQ(machine::set_wakeup_time(*firmware, true, &wanted), EFI_SUCCESS);
     EXPECT_FALSE(std::filesystem::exists(disk.root() / "var"));
+    EXPECT_TRUE(std::filesystem::exists(disk.root() / "run/ovra.lock"));
 }
 
 } // namespace

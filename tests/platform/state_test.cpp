@@ -87,12 +87,107 @@ TEST_F(State, folder_behind_a_link_is_not_the_machines)
     EXPECT_TRUE(fs::is_empty(disk.root() / "elsewhere/lib/hwplat"));
 }
 
+TEST_F(State, file_that_cannot_be_opened_or_read_is_not_absent)
+{
+    ASSERT_EQ(write(1, 2), EFI_SUCCESS);
+    for (auto [error, status] : {std::pair(EMFILE, EFI_DEVICE_ERROR), std::pair(EACCES, EFI_ACCESS_DENIED),
+                                 std::pair(EIO, EFI_DEVICE_ERROR), std::pair(ENOMEM, EFI_OUT_OF_RESOURCES)}) {
+        for (auto call : {platform_test::wrapped::openat, platform_test::wrapped::read}) {
+            const platform_test::failing_call failing(call, error);
+            found = true;
+            EXPECT_EQ(read(), status);
+            EXPECT_TRUE(found);
+        }
+    }
+}
+
+// Each service that goes by a state file says that it could not: no alarm is off, no clock jumps, no count
+// starts anew.
+TEST_F(State, services_say_what_they_cannot_read)
+{
+    EFI_TIME time = {2031, 1, 2, 3, 4, 5, 0, 0, 0, 0, 0};
+    ASSERT_EQ(machine::set_time(*firmware, time), EFI_SUCCESS);
+    ASSERT_EQ(machine::set_wakeup_time(*firmware, true, &time), EFI_SUCCESS);
+    UINT32 count = 0;
+    ASSERT_EQ(machine::next_high_monotonic_count(*firmware, &count), EFI_SUCCESS);
+    disk.put_file(disk.state("capacity"), "1000 100\n");
+    const platform_test::failing_call failing(platform_test::wrapped::read, EIO);
+    machine::wakeup alarm;
+    machine::variable_space space;
+    EXPECT_EQ(machine::get_time(*firmware, &time, nullptr), EFI_DEVICE_ERROR);
+    EXPECT_EQ(machine::get_wakeup_time(*firmware, &alarm), EFI_DEVICE_ERROR);
+    EXPECT_EQ(machine::set_wakeup_time(*firmware, false, nullptr), EFI_DEVICE_ERROR);
+    EXPECT_EQ(machine::next_high_monotonic_count(*firmware, &count), EFI_DEVICE_ERROR);
+    EXPECT_EQ(machine::query_variable_info(*firmware, 7, &space), EFI_DEVICE_ERROR);
+}
+
+// Its attributes are not known, and the request may not fit them.
+TEST_F(State, variable_that_cannot_be_read_is_not_written_over)
+{
+    disk.put("A", "data", 3);
+    const std::vector<CHAR16> name = {'A'};
+    const platform_test::failing_call failing(platform_test::wrapped::read, EIO);
+    for (UINT32 attributes : {7u, 0x47u}) {
+        EXPECT_EQ(machine::set_variable(*firmware, name, platform_test::global_guid, attributes, 5, "other"),
+                  EFI_DEVICE_ERROR);
+    }
+    EXPECT_EQ(machine::set_variable(*firmware, name, platform_test::global_guid, 0, 0, nullptr),
+              EFI_DEVICE_ERROR);
+    EXPECT_EQ(disk.get("A"), std::string("\3\0\0\0data", 8));
+}
+
+TEST_F(State, start_is_not_played_by_what_cannot_be_read)
+{
+    for (const char *option : {"Boot0001", "Boot0002"})
+        disk.put(option, std::string("\1\0\0\0\4\0d\0\0\0\x7f\xff\4\0", 14));
+    disk.put("BootOrder", std::string("\1\0", 2));
+    disk.put("BootNext", std::string("\2\0", 2));
+    {
+        const platform_test::failing_call failing(platform_test::wrapped::read, EIO);
+        EXPECT_EQ(machine::reset_system(*firmware, EFI_RESET_COLD), -1);
+        EXPECT_EQ(errno, EIO);
+    }
+    EXPECT_EQ(disk.get("BootCurrent"), "(none)");
+    EXPECT_NE(disk.get("BootNext"), "(none)");
+}
+
+// Who waits for the lock in vain learns it after half a minute.
+TEST_F(State, services_wait_for_the_lock_and_not_for_ever)
+{
+    disk.put("BootNext", std::string("\2\0", 2));
+    const platform_test::skipped_sleep clock;
+    const platform_test::failing_call held(platform_test::wrapped::flock, EWOULDBLOCK);
+    const std::vector<CHAR16> name = {'A'};
+    EXPECT_EQ(machine::set_variable(*firmware, name, platform_test::global_guid, 7, 4, "data"), EFI_TIMEOUT);
+    EXPECT_GE(clock.slept(), 29.9);
+    EXPECT_LE(clock.slept(), 30.1);
+    EXPECT_EQ(disk.names().size(), 1u);
+    EFI_TIME time = {2031, 1, 2, 3, 4, 5, 0, 0, 0, 0, 0};
+    UINT32 count = 7;
+    EXPECT_EQ(machine::set_time(*firmware, time), EFI_TIMEOUT);
+    EXPECT_EQ(machine::set_wakeup_time(*firmware, true, &time), EFI_TIMEOUT);
+    EXPECT_EQ(machine::next_high_monotonic_count(*firmware, &count), EFI_TIMEOUT);
+    EXPECT_EQ(machine::reset_system(*firmware, EFI_RESET_COLD), -1);
+    EXPECT_EQ(errno, ETIMEDOUT);
+    EXPECT_NE(disk.get("BootNext"), "(none)");
+    EXPECT_EQ(count, 7u);
+}
+
+TEST_F(State, lock_that_fails_is_an_error)
+{
+    const platform_test::failing_call failing(platform_test::wrapped::flock, ENOLCK);
+    const std::vector<CHAR16> name = {'A'};
+    EXPECT_EQ(machine::set_variable(*firmware, name, platform_test::global_guid, 7, 4, "data"),
+              EFI_DEVICE_ERROR);
+    EXPECT_EQ(disk.names().size(), 0u);
+}
+
 TEST_F(State, failed_write_leaves_the_old_numbers)
 {
     ASSERT_EQ(write(1, 2), EFI_SUCCESS);
     {
         platform_test::failing_call failing(platform_test::wrapped::write, ENOSPC);
-        EXPECT_EQ(write(3, 4), EFI_OUT_OF_RESOURCES);
+        EXPECT_EQ(write(3, 4), EFI_VOLUME_FULL);
     }
     ASSERT_EQ(read(), EFI_SUCCESS);
     EXPECT_TRUE(found);

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include "platform/machine/machine.h"
+#include "tests/platform/failing_calls.h"
 #include "tests/platform/machine_folder.h"
 
 using machine::stopped_writers;
@@ -21,6 +22,12 @@ protected:
     {
         return std::string(variable) + std::string(global_suffix);
     }
+    [[nodiscard]] bool is_there(const std::string &file_name) const
+    {
+        bool found = false;
+        EXPECT_EQ(machine::find_variable(*firmware, file_name, &found), EFI_SUCCESS);
+        return found;
+    }
     EFI_STATUS read(std::string_view variable, machine::stored_variable *found) const
     {
         return machine::read_variable(*firmware, name(variable), found);
@@ -34,7 +41,7 @@ TEST_F(Store, file_is_attributes_and_data)
     ASSERT_EQ(read("A", &found), EFI_SUCCESS);
     EXPECT_EQ(found.attributes, 0x80000007);
     EXPECT_EQ(found.data().size(), 4u);
-    EXPECT_TRUE(machine::is_variable(*firmware, name("A")));
+    EXPECT_TRUE(is_there(name("A")));
 }
 
 TEST_F(Store, file_of_fewer_than_four_bytes_is_damaged)
@@ -43,8 +50,49 @@ TEST_F(Store, file_of_fewer_than_four_bytes_is_damaged)
         disk.put_file(disk.file("A"), contents);
         machine::stored_variable found;
         EXPECT_EQ(read("A", &found), EFI_DEVICE_ERROR) << contents;
-        EXPECT_FALSE(machine::is_variable(*firmware, name("A")));
+        EXPECT_FALSE(is_there(name("A")));
     }
+}
+
+TEST_F(Store, file_that_cannot_be_looked_at_is_not_absent)
+{
+    disk.put("A", "data");
+    disk.put("B", "data");
+    const platform_test::failing_call failing(platform_test::wrapped::fstatat, EIO);
+    bool found = false;
+    EXPECT_EQ(machine::find_variable(*firmware, name("A"), &found), EFI_DEVICE_ERROR);
+    UINT64 used = 7;
+    EXPECT_EQ(machine::space_used(*firmware, stopped_writers::leave, &used), EFI_DEVICE_ERROR);
+    EXPECT_EQ(used, 7u);
+    std::vector<CHAR16> text = {'A', 0, 0, 0};
+    UINTN size = text.size() * sizeof(CHAR16);
+    EFI_GUID guid = platform_test::global_guid;
+    EXPECT_EQ(machine::next_variable(*firmware, &size, text.data(), &guid), EFI_DEVICE_ERROR);
+}
+
+// All variables of a machine that was taken away are not "none".
+TEST_F(Store, folder_that_is_gone_has_no_empty_list)
+{
+    fs::remove(disk.store());
+    std::vector<CHAR16> text(10);
+    UINTN size = text.size() * sizeof(CHAR16);
+    EFI_GUID guid = {};
+    EXPECT_EQ(machine::next_variable(*firmware, &size, text.data(), &guid), EFI_DEVICE_ERROR);
+    machine::variable_space space;
+    EXPECT_EQ(machine::query_variable_info(*firmware, 7, &space), EFI_DEVICE_ERROR);
+    const std::vector<CHAR16> name = {'A'};
+    EXPECT_EQ(machine::set_variable(*firmware, name, platform_test::global_guid, 7, 4, "data"),
+              EFI_DEVICE_ERROR);
+}
+
+TEST_F(Store, empty_file_is_one_that_an_efivarfs_was_never_given)
+{
+    disk.put_file(disk.file("A"), "");
+    machine::stored_variable found;
+    EXPECT_EQ(read("A", &found), EFI_DEVICE_ERROR);
+    firmware->kind = machine::store_kind::efivarfs;
+    EXPECT_EQ(read("A", &found), EFI_NOT_FOUND);
+    EXPECT_FALSE(is_there(name("A")));
 }
 
 TEST_F(Store, file_of_four_bytes_is_a_variable_that_does_not_exist)
@@ -52,7 +100,7 @@ TEST_F(Store, file_of_four_bytes_is_a_variable_that_does_not_exist)
     disk.put("A", "");
     machine::stored_variable found;
     EXPECT_EQ(read("A", &found), EFI_NOT_FOUND);
-    EXPECT_FALSE(machine::is_variable(*firmware, name("A")));
+    EXPECT_FALSE(is_there(name("A")));
 }
 
 TEST_F(Store, what_is_no_regular_file_is_damaged)
@@ -64,7 +112,7 @@ TEST_F(Store, what_is_no_regular_file_is_damaged)
     for (const char *variable : {"Folder", "Fifo", "Link"}) {
         machine::stored_variable found;
         EXPECT_EQ(read(variable, &found), EFI_DEVICE_ERROR) << variable;
-        EXPECT_FALSE(machine::is_variable(*firmware, name(variable))) << variable;
+        EXPECT_FALSE(is_there(name(variable))) << variable;
     }
 }
 
@@ -74,7 +122,7 @@ TEST_F(Store, file_larger_than_any_variable_is_damaged)
     fs::resize_file(disk.file("A"), machine::largest_variable_file + 1);
     machine::stored_variable found;
     EXPECT_EQ(read("A", &found), EFI_DEVICE_ERROR);
-    EXPECT_FALSE(machine::is_variable(*firmware, name("A")));
+    EXPECT_FALSE(is_there(name("A")));
     fs::resize_file(disk.file("A"), machine::largest_variable_file);
     EXPECT_EQ(read("A", &found), EFI_SUCCESS);
 }
@@ -84,7 +132,7 @@ TEST_F(Store, says_what_it_passes_over_when_asked_to)
     disk.put_file(disk.file("A"), "12");
     environment debug("HWPLAT_DEBUG", "1");
     testing::internal::CaptureStderr();
-    EXPECT_FALSE(machine::is_variable(*firmware, name("A")));
+    EXPECT_FALSE(is_there(name("A")));
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "hwplat: skipped variable '" + name("A") + "': damaged, or without data\n");
 }

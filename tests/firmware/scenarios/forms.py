@@ -37,6 +37,8 @@ def run(lab):
     make("scsi-short", f"{scsi}s0", gpt("gpt2"))
     make("sata-short", drive_on(start, r"@1f,2/disk@0,0$") + "s0", gpt("gpt"))
     make("mbr-short", drive_on(start, r"@1f,2/disk@2,0$") + "p1", f"HD(1,MBR,0x{SIGNATURE:08X},")
+    # BootNext starts an inactive option too.
+    start.output(f"ovra set {common.name(made[-1][0])} --inactive")
     make("nvme-short", drive_on(start, r"@5/blkdev@") + "s0", gpt("gpt3"))
 
     for number, description, _ in made:
