@@ -135,6 +135,19 @@ TEST_F(Obstacles, are_folders_in_the_place_of_variables)
                 HasSubstr(in_its_place));
 }
 
+TEST_F(Obstacles, are_volatile_variables)
+{
+    put("BootNext", std::string("\x01\0", 2), 6);
+    put("Boot0003", load_option(1, "x", from_hex("7fff0400")), 6);
+    for (const words &arguments :
+         {words{"next", "Boot0003"}, words{"next", "--clear"}, words{"remove", "Boot0001"},
+          words{"remove", "Boot0003"}, words{"set", "Boot0003", "--desc", "y"}}) {
+        const std::string said = refusal(arguments);
+        EXPECT_THAT(said, HasSubstr(": it is stored as boot-service, run-time\n")) << arguments[0];
+        EXPECT_THAT(said, HasSubstr("the firmware's own until the next start.\n")) << arguments[0];
+    }
+}
+
 TEST_F(Obstacles, are_full_stores)
 {
     std::ofstream(root / "var/lib/hwplat/capacity") << "4000 2000\n";

@@ -132,6 +132,8 @@ private:
     not_changed why_not(const change_request &request, EFI_STATUS status);
     // What stands in the way of a change: permissions, mounts, marks of files. Nothing if all is well.
     std::optional<not_changed> obstacle(const change_request &request) const;
+    std::optional<not_changed> obstacle_of_attributes(const change_request &request) const;
+    static change_request request_of(const std::string &name, const bytes &data, const variable &before);
     std::optional<not_changed> obstacle_in_folder(const change_request &request) const;
     not_changed no_permission(const change_request &request) const;
     not_changed too_large(const change_request &request, const variable_store &store) const;

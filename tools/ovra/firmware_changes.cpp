@@ -159,6 +159,27 @@ std::optional<not_changed> firmware::obstacle(const change_request &request) con
     return allowed ? std::nullopt : std::optional(no_permission(request));
 }
 
+// The firmware takes no change of attributes.
+firmware::change_request firmware::request_of(const std::string &name, const bytes &data,
+                                              const variable &before)
+{
+    return {(data.empty() ? "cannot delete " : "cannot write ") + name, name,
+            before.status == EFI_SUCCESS ? before.attributes : boot_variable_attributes, data.size()};
+}
+
+std::optional<not_changed> firmware::obstacle_of_attributes(const change_request &request) const
+{
+    const std::string what =
+        request.what + ": it is stored as " + join(attribute_words(request.attributes), ", ");
+    if ((request.attributes & authenticated) != 0 && request.size != 0)
+        return not_changed(what, "Only who holds the key of an authenticated variable can change it.");
+    // Real firmware may think otherwise, and is asked.
+    if ((request.attributes & EFI_VARIABLE_NON_VOLATILE) == 0 && !is_real())
+        return not_changed(what,
+                           "A variable that is not non-volatile is the firmware's own until the next start.");
+    return std::nullopt;
+}
+
 not_changed firmware::why_not(const change_request &request, EFI_STATUS status)
 {
     const int reason = error;
@@ -172,10 +193,8 @@ not_changed firmware::why_not(const change_request &request, EFI_STATUS status)
             return with_messages(std::move(*known));
     }
     const std::string words = join(attribute_words(request.attributes), ", ");
-    if ((request.attributes & authenticated) != 0)
-        return with_messages(
-            not_changed(request.what + ": it is stored as " + words,
-                        "Only who holds the key of an authenticated variable can change it."));
+    if (auto known = obstacle_of_attributes(request))
+        return with_messages(std::move(*known));
     if (is_permission(reason) || is_refusal(status)) {
         const bool by_firmware = !is_permission(reason) && status == EFI_WRITE_PROTECTED;
         return with_messages(by_firmware ? not_changed(request.what + ": the firmware keeps it read-only")
@@ -185,7 +204,7 @@ not_changed firmware::why_not(const change_request &request, EFI_STATUS status)
     // The library does not hand on why a write failed; whether there was room for it can be asked.
     const bool real = is_real();
     const auto room = store();
-    if (!real && (reason == ENOSPC || reason == EDQUOT))
+    if (status == EFI_VOLUME_FULL)
         return with_messages(file_system_full(request));
     if (!real && room && room->largest < request.size)
         return with_messages(too_large(request, *room));
@@ -213,10 +232,7 @@ void firmware::change_global(const std::string &name, const bytes &data)
 {
     variable_id id = global_id(name);
     const variable before = read(id);
-    // The firmware refuses attributes other than those that a variable has.
-    const bool keeps = before.status == EFI_SUCCESS && !data.empty();
-    const change_request request = {(data.empty() ? "cannot delete " : "cannot write ") + name, name,
-                                    keeps ? before.attributes : boot_variable_attributes, data.size()};
+    const change_request request = request_of(name, data, before);
     bytes copy = data;
     EFI_STATUS status = EFI_SUCCESS;
     const int asked = call([&] {
@@ -267,13 +283,11 @@ void firmware::check_room(const change_request &request, const variable &before,
 void firmware::check_change(const std::string &name, const bytes &data, int64_t *planned)
 {
     const variable before = read_global(name);
-    const bool keeps = before.status == EFI_SUCCESS && !data.empty();
-    const change_request request = {(data.empty() ? "cannot delete " : "cannot write ") + name, name,
-                                    keeps ? before.attributes : boot_variable_attributes, data.size()};
+    const change_request request = request_of(name, data, before);
     if (auto known = obstacle(request))
         throw not_changed(*known);
-    if ((request.attributes & authenticated) != 0)
-        throw why_not(request, EFI_UNSUPPORTED);
+    if (auto known = obstacle_of_attributes(request))
+        throw not_changed(*known);
     check_room(request, before, planned);
     struct statvfs info = {};
     if (is_real() || data.empty() || statvfs(variables_folder().c_str(), &info) != 0)

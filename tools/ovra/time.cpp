@@ -1,3 +1,4 @@
+#include <cstring>
 #include <tuple>
 
 #include "tools/ovra/changes.h"
@@ -82,6 +83,8 @@ void set_alarm(firmware &machine, const EFI_TIME &time)
         why = "the clock did not take it";
     } catch (const failure &reason) {
         why = reason.what();
+        why.erase(0,
+                  why.rfind("alarm: ") == std::string::npos ? 0 : why.rfind("alarm: ") + strlen("alarm: "));
     }
     std::string advice = "It may be too far ahead: most clocks reach a day, a month or a year.\n";
     try {
