@@ -6,6 +6,8 @@ namespace tool_test {
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
 
 class Create : public Machine {
 protected:
@@ -32,9 +34,40 @@ TEST_F(Create, writes_the_lowest_unused_option_and_appends_it_to_the_order)
 TEST_F(Create, fills_a_gap)
 {
     std::filesystem::remove(file("Boot0002"));
+    put_order({0, 1, 3, 4});
     output(linux_option());
     EXPECT_EQ(get("Boot0002"), load_option(1, "Linux", sample_path));
-    EXPECT_THAT(order(), ElementsAre(0, 1, 3, 4, 5, 6, 7, 2));
+    EXPECT_THAT(order(), ElementsAre(0, 1, 3, 4, 2));
+}
+
+// They would boot the new option, or say that it was booted.
+TEST_F(Create, takes_no_number_that_a_variable_still_names)
+{
+    for (const char *gone : {"Boot0001", "Boot0002", "Boot0003"})
+        std::filesystem::remove(file(gone));
+    put_order({0, 1});
+    put("BootNext", std::string("\x02\0", 2));
+    put("BootCurrent", std::string("\x03\0", 2), 6);
+    const std::pair<const char *, const char *> cases[] = {
+        {"1", "BootOrder"}, {"2", "BootNext"}, {"3", "BootCurrent"}};
+    for (const auto &[number, by] : cases)
+        EXPECT_THAT(failure(linux_option({"--number", number})),
+                    StartsWith(std::string("ovra: Boot000") + number + " does not exist, but " + by +
+                               " still names it\n"));
+    EXPECT_THAT(output(linux_option()), StartsWith("wrote Boot0008: "));
+    EXPECT_THAT(output(linux_option({"--number", "2", "--force"})),
+                HasSubstr("BootNext names Boot0002: the machine boots it at the next start.\n"));
+    EXPECT_EQ(parsed(linux_option({"--number", "3", "--force"}))["current"], "Boot0003");
+    EXPECT_EQ(parsed(linux_option({"--number", "1", "--force"}))["ordered"], "Boot0001");
+    EXPECT_THAT(order(), ElementsAre(0, 1, 8, 2, 3));
+}
+
+TEST_F(Create, after_a_removal_does_not_inherit_its_next_start)
+{
+    output({"next", "Boot0007"});
+    output({"remove", "Boot0007"});
+    output(linux_option());
+    EXPECT_EQ(parsed({"next"})["next"], nullptr);
 }
 
 TEST_F(Create, makes_an_order_where_there_is_none)
@@ -112,6 +145,8 @@ TEST_F(Create, never_overwrites_an_option_unless_forced)
               "  Without --number the lowest free number is taken; --force overwrites the option.\n");
     output(linux_option({"--number", "0003", "--force"}));
     EXPECT_EQ(get("Boot0003"), load_option(1, "Linux", sample_path));
+    EXPECT_THAT(order(), ElementsAre(0, 1, 2, 3, 4, 5, 6, 7)) << "it keeps its place";
+    output(linux_option({"--number", "0003", "--force", "--position", "-1"}));
     EXPECT_THAT(order(), ElementsAre(0, 1, 2, 4, 5, 6, 7, 3));
 }
 
@@ -168,29 +203,36 @@ TEST_F(Create, refuses_a_file_that_cannot_be_read)
               "ovra: cannot read /dev/zero: it is larger than any firmware variable\n");
 }
 
-TEST_F(Create, says_that_the_store_is_full)
+TEST_F(Create, says_that_an_option_is_too_large)
 {
     std::ofstream(folder / "data", std::ios::binary) << std::string(40000, 'x');
-    const std::string said = failure(linux_option({"--optdata-file", folder / "data"}));
-    EXPECT_THAT(said, HasSubstr("ovra: cannot write Boot0008: no room in the variable store\n"));
-    EXPECT_THAT(said, HasSubstr("    failed to create load option Boot0008\n"));
+    for (const words &more : {words{}, words{"--dry-run"}}) {
+        words arguments = linux_option({"--optdata-file", folder / "data"});
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        const std::string said = failure(arguments);
+        EXPECT_THAT(said,
+                    StartsWith("ovra: cannot write Boot0008: 40078 bytes are too many for one variable\n"));
+        EXPECT_THAT(said, Not(HasSubstr("Remove options")));
+    }
 }
 
-TEST_F(Create, says_what_stands_when_the_order_cannot_be_written)
+TEST_F(Create, makes_no_option_when_the_order_cannot_be_written)
 {
-    // Attributes that differ from those of the stored BootOrder: a request to change it is refused.
+    put("BootOrder", std::string("\x01\0", 2), 0x27); // of somebody who signs it
+    for (const words &more : {words{}, words{"--dry-run"}, words{"--number", "3", "--force"}})
+        EXPECT_THAT(failure(linux_option(more)),
+                    StartsWith("ovra: cannot write BootOrder: it is stored as non-volatile, boot-service, "
+                               "run-time, time-authenticated\n"
+                               "  Only who holds the key of an authenticated variable can change it.\n"));
+}
+
+TEST_F(Create, keeps_the_attributes_of_the_order)
+{
     put("BootOrder", std::string("\x01\0", 2), 3);
-    const outcome result = run(linux_option());
-    EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.out, "");
-    EXPECT_THAT(result.err, HasSubstr("ovra: cannot put Boot0008 into BootOrder"));
-    EXPECT_THAT(result.err, HasSubstr("  Done before that, and it stands: wrote Boot0008: \"Linux\""));
-    EXPECT_THAT(result.err,
-                HasSubstr("  BootOrder is as it was. 'ovra order insert Boot0008' puts the option into "
-                          "it, 'ovra remove Boot0008' takes it back.\n"));
-    EXPECT_THAT(result.err, HasSubstr("    unable to set BootOrder: 8000000000000002\n"));
-    EXPECT_EQ(get("Boot0008"), load_option(1, "Linux", sample_path));
-    EXPECT_THAT(order(), ElementsAre(1));
+    output(linux_option());
+    EXPECT_THAT(order(), ElementsAre(1, 8));
+    EXPECT_EQ(parsed({"vars", "BootOrder"})["variables"][0]["attributes"],
+              json({"non-volatile", "boot-service"}));
 }
 
 TEST_F(Create, refuses_an_order_that_it_cannot_read)

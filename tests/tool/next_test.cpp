@@ -79,7 +79,7 @@ TEST_F(Current, is_shown_when_its_option_is_damaged)
 {
     put("BootCurrent", std::string("\x05\0", 2), 6);
     put("Boot0005", "1");
-    EXPECT_EQ(output({"current"}), "Boot0005  (cannot be read)\n");
+    EXPECT_EQ(output({"current"}), "Boot0005  (damaged)\n");
 }
 
 } // namespace tool_test

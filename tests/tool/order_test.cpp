@@ -7,6 +7,7 @@ namespace tool_test {
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::StartsWith;
 
 class Order : public Machine {
 protected:
@@ -99,10 +100,22 @@ TEST_F(Order, remove_refuses_an_option_that_is_not_in_it)
 
 TEST_F(Order, set_writes_the_whole_order)
 {
-    EXPECT_EQ(output({"order", "set", "Boot0007,boot3,0"}), "wrote BootOrder: Boot0007 Boot0003 Boot0000\n");
+    EXPECT_THAT(output({"order", "set", "Boot0007,boot3,0"}),
+                StartsWith("wrote BootOrder: Boot0007 Boot0003 Boot0000\n"));
     EXPECT_THAT(order(), ElementsAre(7, 3, 0));
     output({"order", "set", "Boot0000", "Boot0001,Boot0002"});
     EXPECT_THAT(order(), ElementsAre(0, 1, 2));
+}
+
+TEST_F(Order, set_names_what_it_drops)
+{
+    put_order({1, 5, 0x1f, 5});
+    EXPECT_EQ(output({"order", "set", "Boot0001,Boot0000"}),
+              "wrote BootOrder: Boot0001 Boot0000\n"
+              "no longer in BootOrder: Boot0005  UEFI QEMU HARDDISK QM00001 \n"
+              "no longer in BootOrder: Boot001F  (no such option)\n");
+    EXPECT_EQ(parsed({"order", "set", "Boot0007,Boot0000", "--dry-run"})["dropped"], json({"Boot0001"}));
+    EXPECT_FALSE(parsed({"order", "set", "Boot0000,Boot0001"}).contains("dropped"));
 }
 
 TEST_F(Order, set_makes_an_order_with_the_attributes_of_boot_variables)
@@ -146,8 +159,8 @@ TEST_F(Order, set_replaces_a_damaged_order)
 TEST_F(Order, dry_run_changes_nothing)
 {
     const auto before = snapshot();
-    EXPECT_EQ(output({"order", "set", "Boot0000", "--dry-run"}),
-              "would write BootOrder: Boot0000\n    0000\n");
+    EXPECT_EQ(output({"order", "set", "Boot0003,Boot0001,Boot0002", "--dry-run"}),
+              "would write BootOrder: Boot0003 Boot0001 Boot0002\n    030001000200\n");
     EXPECT_EQ(output({"order", "remove", "Boot0003", "--dry-run"}),
               "would write BootOrder: Boot0001 Boot0002\n    01000200\n");
     EXPECT_EQ(snapshot(), before);
@@ -155,9 +168,77 @@ TEST_F(Order, dry_run_changes_nothing)
 
 TEST_F(Order, says_why_a_write_failed)
 {
-    put("BootOrder", std::string("\x01\0", 2), 3);
-    EXPECT_THAT(failure({"order", "set", "Boot0002"}),
-                HasSubstr("ovra: cannot write BootOrder: EFI_INVALID_PARAMETER\n"));
+    put("BootOrder", std::string("\x01\0", 2), 0x27);
+    for (const words &arguments : {words{"order", "set", "Boot0002"}, words{"order", "insert", "Boot0002"}})
+        EXPECT_THAT(failure(arguments),
+                    HasSubstr("ovra: cannot write BootOrder: it is stored as non-volatile, "
+                              "boot-service, run-time, time-authenticated\n"));
+}
+
+TEST_F(Order, keeps_its_attributes)
+{
+    const auto words_of_attributes = [this] {
+        return parsed({"vars", "BootOrder"})["variables"][0]["attributes"];
+    };
+    for (const words &arguments :
+         {words{"order", "set", "Boot0002,Boot0001"}, words{"order", "insert", "Boot0003"},
+          words{"order", "remove", "Boot0002"}}) {
+        put("BootOrder", std::string("\x01\0\x02\0", 4), 3);
+        output(arguments);
+        EXPECT_EQ(words_of_attributes(), json({"non-volatile", "boot-service"}));
+        EXPECT_NE(order(), (std::vector<uint16_t>{1, 2}));
+    }
+}
+
+// Half an entry at its end, and none at all.
+TEST_F(Order, of_odd_length_means_the_same_to_every_verb)
+{
+    put("BootOrder", std::string("\x07\0\x05", 3));
+    EXPECT_EQ(output({"order"}), "0  Boot0007  EFI Internal Shell\n");
+    EXPECT_EQ(parsed({"list"})["order"], json({"Boot0007"}));
+    EXPECT_EQ(parsed({"show", "Boot0007"})["position"], 0);
+    output({"order", "insert", "Boot0001"});
+    EXPECT_THAT(order(), ElementsAre(7, 1));
+    for (const size_t size : {0u, 1u}) {
+        put("BootOrder", std::string(size, '\x05'));
+        EXPECT_EQ(output({"order"}), "BootOrder is not set\n") << size;
+        EXPECT_EQ(parsed({"list"})["order"], json::array()) << size;
+        EXPECT_EQ(parsed({"show", "Boot0007"})["position"], nullptr) << size;
+        output({"order", "insert", "Boot0001"});
+        EXPECT_THAT(order(), ElementsAre(1)) << size;
+        put("BootOrder", std::string(size, '\x05'));
+        output({"create", "--desc", "x", "--path-hex", "7fff0400"});
+        EXPECT_EQ(order().size(), 1u) << size;
+        put("BootOrder", std::string(size, '\x05'));
+        output({"remove", size == 0 ? "Boot0005" : "Boot0006"});
+    }
+}
+
+// Files that are no variables: without attributes, or no files.
+TEST_F(Order, that_is_damaged_is_so_to_every_verb)
+{
+    for (const int size : {0, 1, 3, -1}) {
+        std::filesystem::remove_all(file("BootOrder"));
+        if (size == -1)
+            std::filesystem::create_directory(file("BootOrder"));
+        else
+            std::ofstream(file("BootOrder")) << std::string(static_cast<size_t>(size), 'x');
+        const std::string advice =
+            size == -1 ? "A folder is in its place: remove " + file("BootOrder").string() + ".\n"
+                       : "'ovra order set' writes a new one.\n";
+        for (const words &arguments :
+             {words{"order"}, words{"order", "insert", "Boot0001"}, words{"order", "remove", "Boot0001"},
+              words{"remove", "Boot0001"}, words{"create", "--desc", "x", "--path-hex", "7fff0400"}})
+            EXPECT_EQ(failure(arguments), "ovra: BootOrder is damaged\n  " + advice) << size << arguments[0];
+        EXPECT_THAT(output({"list"}), StartsWith("BootOrder is damaged; " + advice));
+        const outcome shown = run({"show", "Boot0001"});
+        EXPECT_EQ(shown.status, 0);
+        EXPECT_THAT(shown.out, HasSubstr("Position       (BootOrder is damaged)\n"));
+        if (size != -1)
+            output({"order", "set", "Boot0001"});
+    }
+    EXPECT_THAT(failure({"order", "set", "Boot0001"}),
+                StartsWith("ovra: cannot write BootOrder: a folder is in its place\n  Remove the folder "));
 }
 
 } // namespace tool_test

@@ -4,6 +4,8 @@ namespace tool_test {
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
 
 class Remove : public Machine {};
 
@@ -59,22 +61,60 @@ TEST_F(Remove, removes_nothing_when_one_of_the_options_does_not_exist)
                                                            "  'ovra list' shows the options.\n");
 }
 
-TEST_F(Remove, points_out_that_boot_next_names_the_option)
+TEST_F(Remove, deletes_a_boot_next_that_names_the_option)
 {
     put("BootNext", std::string("\x03\0", 2));
-    EXPECT_THAT(output({"remove", "Boot0003"}), HasSubstr("BootNext still names Boot0003"));
+    EXPECT_THAT(output({"remove", "Boot0003", "--dry-run"}), HasSubstr("would delete BootNext\n"));
+    EXPECT_NE(get("BootNext"), "(none)");
+    EXPECT_THAT(output({"remove", "Boot0003"}),
+                HasSubstr("deleted BootNext\nBootNext named Boot0003: the machine boots by BootOrder.\n"));
+    EXPECT_EQ(get("BootNext"), "(none)");
+    put("BootNext", std::string("\x05\0", 2));
+    const json document = parsed({"remove", "Boot0004", "Boot0005"});
+    EXPECT_EQ(document["next"], "Boot0005");
+    EXPECT_EQ(document["changes"].back(), json({{"action", "delete"}, {"variable", "BootNext"}}));
+    EXPECT_EQ(get("BootNext"), "(none)");
 }
 
-TEST_F(Remove, says_what_stands_when_the_order_cannot_be_written)
+TEST_F(Remove, leaves_a_boot_next_alone_that_names_another_option)
+{
+    put("BootNext", std::string("\x01\0", 2));
+    EXPECT_THAT(output({"remove", "Boot0003"}), Not(HasSubstr("BootNext")));
+    EXPECT_EQ(get("BootNext"), std::string("\x01\0", 2));
+}
+
+TEST_F(Remove, keeps_the_attributes_of_the_order)
 {
     put("BootOrder", std::string("\x03\0\x01\0", 4), 3);
-    const outcome result = run({"remove", "Boot0003"});
-    EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.err, "ovra: Boot0003 is removed, but BootOrder still names it\n"
-                          "  'ovra order remove Boot0003' takes it out.\n"
-                          "    unable to set BootOrder\n");
+    output({"remove", "Boot0003"});
     EXPECT_EQ(get("Boot0003"), "(none)");
-    EXPECT_THAT(order(), ElementsAre(3, 1));
+    EXPECT_THAT(order(), ElementsAre(1));
+    EXPECT_EQ(parsed({"vars", "BootOrder"})["variables"][0]["attributes"],
+              json({"non-volatile", "boot-service"}));
+}
+
+TEST_F(Remove, removes_nothing_when_the_order_cannot_be_written)
+{
+    put("BootOrder", std::string("\x03\0\x01\0", 4), 0x27); // of somebody who signs it
+    for (const words &arguments : {words{"remove", "Boot0003"}, words{"remove", "Boot0003", "--dry-run"}})
+        EXPECT_THAT(failure(arguments),
+                    StartsWith("ovra: cannot write BootOrder: it is stored as non-volatile, boot-service, "
+                               "run-time, time-authenticated\n"
+                               "  Only who holds the key of an authenticated variable can change it.\n"
+                               "  Nothing is removed.\n"));
+}
+
+TEST_F(Remove, removes_nothing_when_one_of_the_options_cannot_be_removed)
+{
+    std::filesystem::remove(file("Boot0002"));
+    std::filesystem::create_directory(file("Boot0002"));
+    for (const words &more : {words{}, words{"--dry-run"}}) {
+        words arguments = {"remove", "Boot0001", "Boot0002", "Boot0003"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        const std::string said = failure(arguments);
+        EXPECT_THAT(said, StartsWith("ovra: cannot delete Boot0002: a folder is in its place\n"));
+        EXPECT_THAT(said, HasSubstr("\n  Nothing is removed.\n"));
+    }
 }
 
 TEST_F(Remove, dry_run_changes_nothing)
@@ -82,8 +122,6 @@ TEST_F(Remove, dry_run_changes_nothing)
     const auto before = snapshot();
     EXPECT_EQ(output({"remove", "Boot0003", "Boot0002", "--dry-run"}),
               "would delete Boot0003\n"
-              "would write BootOrder: Boot0000 Boot0001 Boot0002 Boot0004 Boot0005 Boot0006 Boot0007\n"
-              "    0000010002000400050006000700\n"
               "would delete Boot0002\n"
               "would write BootOrder: Boot0000 Boot0001 Boot0004 Boot0005 Boot0006 Boot0007\n"
               "    000001000400050006000700\n");

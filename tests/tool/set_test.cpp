@@ -155,7 +155,8 @@ TEST_F(Set, refuses_an_option_that_does_not_exist)
 TEST_F(Set, refuses_a_damaged_option)
 {
     put("Boot0003", option().substr(0, 20));
-    EXPECT_THAT(failure({"set", "Boot0003", "--desc", "x"}), HasSubstr("ovra: cannot read Boot0003\n"));
+    EXPECT_THAT(failure({"set", "Boot0003", "--desc", "x"}),
+                HasSubstr("ovra: cannot read Boot0003: damaged\n"));
 }
 
 TEST_F(Set, dry_run_changes_nothing)

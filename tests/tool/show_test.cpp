@@ -87,11 +87,10 @@ TEST_F(Show, refuses_an_option_that_does_not_exist)
 TEST_F(Show, prints_the_librarys_message_about_a_damaged_option)
 {
     put("Boot0003", "12345");
-    EXPECT_EQ(failure({"show", "Boot0003"}),
-              "ovra: cannot read Boot0003\n"
-              "  It is damaged, or is no load option that the library can read.\n"
-              "  'ovra vars -v Boot0003' shows its bytes.\n"
-              "    unable to read load option for Boot0003: 0\n");
+    EXPECT_EQ(failure({"show", "Boot0003"}), "ovra: cannot read Boot0003: damaged\n"
+                                             "  'ovra vars -v Boot0003' shows its bytes.\n"
+                                             "  'ovra remove Boot0003' removes it.\n"
+                                             "    unable to read load option for Boot0003: 0\n");
 }
 
 TEST_F(Show, refuses_a_description_of_128_characters)

@@ -1,10 +1,12 @@
 #include "tests/tool/support.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -108,7 +110,9 @@ outcome run_command(const words &arguments, const surroundings &around)
     words command = {OVRA_TOOL};
     command.insert(command.end(), arguments.begin(), arguments.end());
     // A finding of a sanitizer must not look like a failure that a test expects.
-    words environment = {"PATH=/usr/bin:/bin", "ASAN_OPTIONS=exitcode=99", "UBSAN_OPTIONS=exitcode=99"};
+    // Nor need the sanitizer's library be the first when a test preloads one.
+    words environment = {"PATH=/usr/bin:/bin", "ASAN_OPTIONS=exitcode=99:verify_asan_link_order=0",
+                         "UBSAN_OPTIONS=exitcode=99"};
     for (const auto &[name, value] : around.environment)
         environment.push_back(name + '=' + value);
     const auto pointers = [](words &texts) {
@@ -144,12 +148,20 @@ outcome run_command(const words &arguments, const surroundings &around)
     outcome result;
     if (around.terminal_in.empty())
         close(in.write);
+    if (around.kill_after != 0) {
+        usleep(around.kill_after);
+        kill(child, SIGKILL);
+    }
     drain(out.read, &result.out, err.read, &result.err);
     if (!around.terminal_in.empty())
         close(in.write);
     int status = 0;
-    if (waitpid(child, &status, 0) != child)
-        give_up("waitpid");
+    rusage used = {};
+    if (wait4(child, &status, 0, &used) != child)
+        give_up("wait4");
+    for (const timeval &time : {used.ru_utime, used.ru_stime})
+        result.processor_seconds +=
+            static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
     if (WIFEXITED(status))
         result.status = WEXITSTATUS(status);
     return result;
@@ -164,7 +176,7 @@ Machine::Machine()
     fs::permissions(folder, fs::perms(0755));
     root = folder / "machine";
     variables = root / "sys/firmware/efi/efivars";
-    fs::create_directory(root);
+    fs::create_directories(root / "var/lib/hwplat"); // which the lock makes otherwise
     const std::string unpack =
         "tar -xzf '" OVRA_TEST_DATA "/machines/q35.tar.gz' -C '" + root.string() + "' ./sys/firmware";
     if (system(unpack.c_str()) != 0)
@@ -250,6 +262,8 @@ std::map<std::string, std::string> Machine::snapshot() const
     constexpr uintmax_t largest_read = 1 << 20; // images of disks: their size and when they were written
     std::map<std::string, std::string> files;
     for (const auto &entry : fs::recursive_directory_iterator(root)) {
+        if (entry.path() == root / "var/lib/hwplat/lock")
+            continue;
         std::string &contents = files[fs::relative(entry.path(), root)];
         if (!entry.is_regular_file())
             continue;

@@ -22,6 +22,7 @@ struct outcome {
     int status = -1; // exit status; -1 when it was ended by a signal
     std::string out;
     std::string err;
+    double processor_seconds = 0;
 };
 
 struct surroundings {
@@ -32,6 +33,7 @@ struct surroundings {
     bool out_closed = false;                        // no standard output at all
     bool broken_pipe = false;                       // standard output is a pipe that nobody reads
     bool as_nobody = false;                         // as a user without rights; for root only
+    unsigned kill_after = 0;                        // microseconds until SIGKILL; 0 for never
 };
 
 outcome run_command(const words &arguments, const surroundings &around = {});
@@ -57,7 +59,7 @@ protected:
     void put_order(const std::vector<uint16_t> &order) const;
     std::vector<uint16_t> order() const;
 
-    // Every file below the machine's folder with its contents.
+    // Every file below the machine's folder with its contents, but not its lock.
     std::map<std::string, std::string> snapshot() const;
 
     std::filesystem::path folder; // holds the machine and what else a test needs

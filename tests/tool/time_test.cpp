@@ -53,6 +53,34 @@ TEST_F(Time, dry_run_changes_nothing)
     EXPECT_EQ(snapshot(), before);
 }
 
+TEST_F(Time, refuses_an_alarm_in_the_past_and_keeps_the_one_that_stands)
+{
+    output({"time", "--set", "2031-02-03T04:05:00+02:00"});
+    output({"time", "--wakeup", "--set", "2031-03-01T00:00:00+02:00"});
+    for (const char *past : {"2031-02-03T04:04:59", "2031-02-03T04:04:59+02:00", "2031-02-03T02:04:59Z",
+                             "2031-02-03T05:04:00+03:00", "1999-01-01T00:00:00Z"}) {
+        for (const words &more : {words{}, words{"--dry-run"}}) {
+            words arguments = {"time", "--wakeup", "--set", past};
+            arguments.insert(arguments.end(), more.begin(), more.end());
+            EXPECT_THAT(failure(arguments), HasSubstr(" is past: the clock shows 2031-02-03T04:0")) << past;
+        }
+    }
+    EXPECT_EQ(output({"time", "--wakeup"}), "wakes up at 2031-03-01T00:00:00+02:00\n");
+    output({"time", "--wakeup", "--set", "2031-02-03T03:30:00Z"}); // half past five on that clock
+}
+
+TEST_F(Time, refuses_the_time_zone_of_an_alarm_where_the_clock_has_none)
+{
+    output({"time", "--set", "2031-02-03T04:05:00"});
+    for (const words &more : {words{}, words{"--dry-run"}}) {
+        words arguments = {"time", "--wakeup", "--set", "2031-03-01T00:00:00+02:00"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        EXPECT_THAT(failure(arguments), StartsWith("ovra: the clock keeps no time zone\n"
+                                                   "  It shows 2031-02-03T04:05:0"));
+    }
+    output({"time", "--wakeup", "--set", "2031-03-01T00:00:00"});
+}
+
 TEST_F(Time, refuses_what_is_no_time)
 {
     for (const char *text : {"", "now", "2031", "2031-02-30T00:00:00", "2031-13-01T00:00:00",

@@ -1,4 +1,4 @@
-// What becomes of BootOrder, told in advance.
+// What becomes of BootOrder.
 #ifndef OVRA_TOOLS_BOOTORDER_H
 #define OVRA_TOOLS_BOOTORDER_H
 
@@ -7,10 +7,10 @@
 
 namespace tool {
 
-// The order that ovra_bootorder_insert makes.
+// The order with an option put, or moved, to a position, as ovra_bootorder_insert has it.
 std::vector<uint16_t> with_inserted(std::vector<uint16_t> order, uint16_t number, int position);
 
-// The order that ovra_bootorder_remove makes.
+// The order without all places of an option.
 std::vector<uint16_t> without(std::vector<uint16_t> order, uint16_t number);
 
 } // namespace tool

@@ -20,6 +20,19 @@ std::string time_text(const EFI_TIME &time)
     return text + format("%c%02d:%02d", east < 0 ? '-' : '+', std::abs(east) / 60, std::abs(east) % 60);
 }
 
+bool is_before(const EFI_TIME &time, const EFI_TIME &other)
+{
+    const bool zones = time.timezone != no_timezone && other.timezone != no_timezone;
+    const auto moment = [zones](const EFI_TIME &of) {
+        const std::chrono::year_month_day date(std::chrono::year(of.year), std::chrono::month(of.month),
+                                               std::chrono::day(of.day));
+        // The firmware's zone is what is added to local time to get UTC.
+        return std::chrono::sys_days(date) + std::chrono::hours(of.hour) +
+               std::chrono::minutes(of.minute + (zones ? of.timezone : 0)) + std::chrono::seconds(of.second);
+    };
+    return moment(time) < moment(other);
+}
+
 EFI_TIME parse_time(const std::string &text)
 {
     static const std::regex iso(

@@ -16,6 +16,9 @@ std::string time_text(const EFI_TIME &time);
 // The time that ISO 8601 text names. Throws a usage_error.
 EFI_TIME parse_time(const std::string &text);
 
+// Whether one moment is before another. Where one of them has no zone, both are of the same clock.
+bool is_before(const EFI_TIME &time, const EFI_TIME &other);
+
 } // namespace tool
 
 #endif

@@ -23,6 +23,28 @@ struct damaged : failure {
     using failure::failure;
 };
 
+// A boot option is there but cannot be read.
+struct unreadable : failure {
+    unreadable(const std::string &what, std::string what_to_do, std::string from_library, std::string reason)
+        : failure(what, std::move(what_to_do), std::move(from_library)), why(std::move(reason))
+    {}
+
+    std::string why; // "damaged", "no permission": for lists
+};
+
+// A variable could not be changed as was asked.
+struct not_changed : failure {
+    using failure::failure;
+
+    bool no_room = false;     // in the firmware's store
+    bool done_anyway = false; // the variable holds what it should; only the success was not confirmed
+};
+
+// Whoever read standard output has gone, as in "ovra list | head -1".
+struct nobody_reads : failure {
+    using failure::failure;
+};
+
 // The command line is wrong: exit status 2.
 struct usage_error : std::runtime_error {
     using std::runtime_error::runtime_error;

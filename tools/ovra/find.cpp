@@ -1,27 +1,54 @@
+#include <algorithm>
+
+#include "tools/ovra/devicepaths.h"
 #include "tools/ovra/drives.h"
+#include "tools/ovra/failure.h"
 #include "tools/ovra/named.h"
 #include "tools/ovra/output.h"
 #include "tools/ovra/verbs.h"
 
 namespace tool {
 
+namespace {
+
+// Those whose path names the disk's hard-drive node first. What cannot be read is said, as it may be one.
+std::vector<uint16_t> options_on(firmware &machine, const std::string &disk)
+{
+    device_paths paths;
+    const bytes path = paths.encode_disk(disk, std::nullopt, false);
+    const byte_view node = first_hard_drive(path);
+    std::vector<uint16_t> found;
+    for (const uint16_t number : machine.options()) {
+        try {
+            const load_option option = machine.read_option(number);
+            const byte_view names = first_hard_drive(option.path);
+            if (!names.empty() && std::equal(names.begin(), names.end(), node.begin(), node.end()))
+                found.push_back(number);
+        } catch (const unreadable &reason) {
+            warn_of_unreadable(reason);
+        }
+    }
+    return found;
+}
+
+} // namespace
+
 void run_find(firmware &machine, const arguments &args)
 {
     const std::string disk = disk_argument(*args.disk, nullptr);
-    const std::vector<uint16_t> options = machine.options_on(disk);
+    const std::vector<uint16_t> options = options_on(machine, disk);
     if (args.json) {
         print_json({{"disk", disk}, {"options", option_names(options)}});
         return;
     }
-    std::string text;
     if (!args.disk->ends_with(disk))
-        text = printable(*args.disk) + " is " + disk + ".\n";
+        fprintf(stderr, "%s is %s.\n", printable(*args.disk).c_str(), printable(disk).c_str());
     if (options.empty())
-        text += "no option boots from " + printable(disk) + '\n';
+        print("no option boots from " + printable(disk) + '\n');
     table rows;
     for (const uint16_t number : options)
         rows.row({option_name(number), description_of(machine, number)});
-    print(text + rows.text());
+    print(rows.text());
 }
 
 } // namespace tool

@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <regex>
 #include <set>
 #include <unistd.h>
 
@@ -16,6 +18,39 @@ namespace {
 
 constexpr EFI_GUID global_variable = {
     0x8be4df61, 0x93ca, 0x11d2, {0xaa, 0x0d, 0x00, 0xe0, 0x98, 0x03, 0x2b, 0x8c}};
+
+bytes copy(const void *data, size_t size)
+{
+    const auto *begin = static_cast<const uint8_t *>(data);
+    return size == 0 ? bytes{} : bytes(begin, begin + size);
+}
+
+// Statuses that libovra's messages give as digits, in words.
+std::string with_status_names(std::string text)
+{
+    static const std::regex digits("\\b8[0-9a-f]{15}\\b");
+    std::smatch found;
+    while (std::regex_search(text, found, digits)) {
+        const std::string name = status_name(static_cast<EFI_STATUS>(std::stoull(found.str(), nullptr, 16)));
+        text.replace(static_cast<size_t>(found.position()), static_cast<size_t>(found.length()), name);
+    }
+    return text;
+}
+
+// The words of a kernel's command line, those of lists like "efi=debug,noruntime" one by one.
+bool started_with_no_runtime(const std::string &root)
+{
+    std::ifstream line(root + "/proc/cmdline");
+    for (std::string word; line >> word;) {
+        if (word.starts_with("efi=") && (',' + word.substr(4) + ',').find(",noruntime,") != std::string::npos)
+            return true;
+        if (word == "noefi")
+            return true;
+    }
+    return false;
+}
+
+} // namespace
 
 variable_id global_id(const std::string &name)
 {
@@ -32,34 +67,91 @@ bool is_refusal(EFI_STATUS status)
     return status == EFI_ACCESS_DENIED || status == EFI_WRITE_PROTECTED || status == EFI_SECURITY_VIOLATION;
 }
 
-bytes copy(const void *data, size_t size)
+bool is_damaged(const variable &read)
 {
-    const auto *begin = static_cast<const uint8_t *>(data);
-    return size == 0 ? bytes{} : bytes(begin, begin + size);
+    // Reading that failed leaves an errno value, a file that makes no sense leaves none. A link, or a device
+    // without a driver, in a variable's place makes no sense either.
+    return read.status == EFI_DEVICE_ERROR &&
+           (read.error == 0 || read.error == ELOOP || read.error == ENXIO || read.error == EBADMSG);
 }
-
-} // namespace
 
 std::string status_name(EFI_STATUS status)
 {
+    static constexpr const char *errors[] = {nullptr,
+                                             "EFI_LOAD_ERROR",
+                                             "EFI_INVALID_PARAMETER",
+                                             "EFI_UNSUPPORTED",
+                                             "EFI_BAD_BUFFER_SIZE",
+                                             "EFI_BUFFER_TOO_SMALL",
+                                             "EFI_NOT_READY",
+                                             "EFI_DEVICE_ERROR",
+                                             "EFI_WRITE_PROTECTED",
+                                             "EFI_OUT_OF_RESOURCES",
+                                             "EFI_VOLUME_CORRUPTED",
+                                             "EFI_VOLUME_FULL",
+                                             "EFI_NO_MEDIA",
+                                             "EFI_MEDIA_CHANGED",
+                                             "EFI_NOT_FOUND",
+                                             "EFI_ACCESS_DENIED",
+                                             "EFI_NO_RESPONSE",
+                                             "EFI_NO_MAPPING",
+                                             "EFI_TIMEOUT",
+                                             "EFI_NOT_STARTED",
+                                             "EFI_ALREADY_STARTED",
+                                             "EFI_ABORTED",
+                                             "EFI_ICMP_ERROR",
+                                             "EFI_TFTP_ERROR",
+                                             "EFI_PROTOCOL_ERROR",
+                                             "EFI_INCOMPATIBLE_VERSION",
+                                             "EFI_SECURITY_VIOLATION",
+                                             "EFI_CRC_ERROR",
+                                             "EFI_END_OF_MEDIA",
+                                             nullptr,
+                                             nullptr,
+                                             "EFI_END_OF_FILE",
+                                             "EFI_INVALID_LANGUAGE",
+                                             "EFI_COMPROMISED_DATA",
+                                             "EFI_IP_ADDRESS_CONFLICT",
+                                             "EFI_HTTP_ERROR"};
+    static constexpr const char *warnings[] = {"EFI_SUCCESS",
+                                               "EFI_WARN_UNKNOWN_GLYPH",
+                                               "EFI_WARN_DELETE_FAILURE",
+                                               "EFI_WARN_WRITE_FAILURE",
+                                               "EFI_WARN_BUFFER_TOO_SMALL",
+                                               "EFI_WARN_STALE_DATA",
+                                               "EFI_WARN_FILE_SYSTEM",
+                                               "EFI_WARN_RESET_REQUIRED"};
+    const auto code = static_cast<uint64_t>(status);
+    constexpr uint64_t error_bit = UINT64_C(1) << 63;
+    const uint64_t number = code & ~error_bit;
+    if ((code & error_bit) == 0)
+        return number < std::size(warnings) ? warnings[number] : "a warning that UEFI does not name";
+    if (number < std::size(errors) && errors[number])
+        return errors[number];
+    return "an error that UEFI does not name";
+}
+
+std::vector<std::string> attribute_words(uint32_t attributes)
+{
     static constexpr struct {
-        EFI_STATUS status;
-        const char *name;
-    } names[] = {{EFI_SUCCESS, "EFI_SUCCESS"},
-                 {EFI_INVALID_PARAMETER, "EFI_INVALID_PARAMETER"},
-                 {EFI_UNSUPPORTED, "EFI_UNSUPPORTED"},
-                 {EFI_BUFFER_TOO_SMALL, "EFI_BUFFER_TOO_SMALL"},
-                 {EFI_DEVICE_ERROR, "EFI_DEVICE_ERROR"},
-                 {EFI_WRITE_PROTECTED, "EFI_WRITE_PROTECTED"},
-                 {EFI_OUT_OF_RESOURCES, "EFI_OUT_OF_RESOURCES"},
-                 {EFI_NOT_FOUND, "EFI_NOT_FOUND"},
-                 {EFI_ACCESS_DENIED, "EFI_ACCESS_DENIED"},
-                 {EFI_SECURITY_VIOLATION, "EFI_SECURITY_VIOLATION"}};
-    for (const auto &[known, name] : names) {
-        if (known == status)
-            return name;
+        uint32_t bit;
+        const char *word;
+    } words[] = {{EFI_VARIABLE_NON_VOLATILE, "non-volatile"},
+                 {EFI_VARIABLE_BOOTSERVICE_ACCESS, "boot-service"},
+                 {EFI_VARIABLE_RUNTIME_ACCESS, "run-time"},
+                 {0x08, "hardware-error"},
+                 {0x10, "authenticated"},
+                 {0x20, "time-authenticated"},
+                 {0x80, "enhanced-authenticated"}};
+    std::vector<std::string> set;
+    for (const auto &[bit, word] : words) {
+        if ((attributes & bit) != 0)
+            set.emplace_back(word);
+        attributes &= ~bit;
     }
-    return format("status %lx", static_cast<unsigned long>(status));
+    if (attributes != 0)
+        set.push_back(format("0x%x", attributes));
+    return set;
 }
 
 firmware::firmware(std::string root) : folder(std::move(root))
@@ -74,10 +166,8 @@ firmware::firmware(std::string root) : folder(std::move(root))
     const std::string where = folder.empty() ? "this machine" : folder;
     if (error == ENOENT || error == ENOTDIR)
         throw failure("no firmware variables on " + where,
-                      folder.empty()
-                          ? "It was not started by UEFI firmware, or efivarfs is not mounted at\n"
-                            "/sys/firmware/efi/efivars. '--root DIR' works on a machine in a folder."
-                          : "A machine's folder holds them in sys/firmware/efi/efivars.",
+                      folder.empty() ? not_there()
+                                     : "A machine's folder holds them in sys/firmware/efi/efivars.",
                       messages);
     if (is_permission(error))
         throw failure("no permission for the firmware variables of " + where, permission_advice(), messages);
@@ -96,13 +186,44 @@ std::string firmware::permission_advice() const
     return "The variables are protected against this, even for root.";
 }
 
+std::string firmware::root_folder() const
+{
+    if (!folder.empty())
+        return folder;
+    const char *given = secure_getenv("HWPLAT_ROOT");
+    return given && *given != '\0' && std::string_view(given) != "/" ? given : "";
+}
+
+std::string firmware::variables_folder() const
+{
+    return root_folder() + "/sys/firmware/efi/efivars";
+}
+
+std::string firmware::not_there() const
+{
+    const std::string root = root_folder();
+    const std::string in_a_folder = "\n'--root DIR' works on a machine in a folder.";
+    const auto is_there = [](const std::string &path) { return access(path.c_str(), F_OK) == 0; };
+    if (!is_there(root + "/sys/firmware"))
+        return "/sys is not mounted: 'mount -t sysfs sysfs /sys' does it." + in_a_folder;
+    if (started_with_no_runtime(root))
+        return "The kernel was started with \"efi=noruntime\" or \"noefi\" and does not call the firmware:\n"
+               "start it without that word." +
+               in_a_folder;
+    if (!is_there(root + "/sys/firmware/efi"))
+        return "It was not started by UEFI firmware." + in_a_folder;
+    return "efivarfs is not mounted: 'mount -t efivarfs efivarfs /sys/firmware/efi/efivars' does it.\n"
+           "Where that fails, the kernel has no efivarfs or does not call the firmware." +
+           in_a_folder;
+}
+
 int firmware::call(const std::function<int()> &function)
 {
     error_capture capture;
     errno = 0;
     const int result = function();
     error = errno;
-    messages = capture.end();
+    messages = with_status_names(capture.end());
     return result;
 }
 
@@ -113,7 +234,7 @@ EFI_STATUS firmware::service(const std::string &what, const std::function<int(EF
         return status;
     if (is_permission(error))
         throw failure(what + ": no permission", permission_advice(), messages);
-    throw failure(what + ": the firmware gives no answer: " + strerror(error), {}, messages);
+    throw failure(what + ": " + strerror(error), {}, messages);
 }
 
 void firmware::check(const std::string &what, EFI_STATUS status)
@@ -121,43 +242,30 @@ void firmware::check(const std::string &what, EFI_STATUS status)
     if (is_refusal(status))
         throw failure(what + ": no permission", permission_advice(), messages);
     if (status != EFI_SUCCESS)
-        throw failure(what + ": " + status_name(status), {}, messages);
+        throw failure(what + ": " + status_name(status) +
+                          (error != 0 ? std::string(": ") + strerror(error) : std::string()),
+                      {}, messages);
 }
 
-void firmware::cannot_change(const std::string &what, EFI_STATUS status, size_t size)
+void firmware::require_read(const std::string &name, const variable &read, const std::string &when_damaged)
 {
-    const int reason = error;
-    const std::string said = messages;
-    if (is_permission(reason) || (is_refusal(status) && geteuid() != 0))
-        throw failure(what + ": no permission", permission_advice(), said);
-
-    // The library does not hand on why a write failed; whether there was room for it can be asked.
-    UINT64 in_all = 0;
-    UINT64 left = 0;
-    UINT64 largest = 0;
-    EFI_STATUS answer = EFI_SUCCESS;
-    const int asked = call([&] {
-        return ovra_query_variable_info(handle, boot_variable_attributes, &in_all, &left, &largest, &answer);
-    });
-    const bool full = asked == 0 && answer == EFI_SUCCESS && (left < size || largest < size);
-    if (full || status == EFI_OUT_OF_RESOURCES || reason == ENOSPC) {
-        std::string advice = "Remove options that are not needed; 'ovra vars' shows what takes the room.";
-        if (asked == 0 && answer == EFI_SUCCESS)
-            advice += format("\n%lu bytes are left, %lu for one variable.", left, largest);
-        throw failure(what + ": no room in the variable store", advice, said);
-    }
-    std::string why = status == EFI_SUCCESS ? std::string() : ": " + status_name(status);
-    if (reason != 0)
-        why += std::string(": ") + strerror(reason);
-    // Firmware answers so to a variable beyond its limit for one, which no call tells; it is nowhere lower.
-    constexpr size_t lowest_limit = 1024;
-    std::string advice;
-    if (reason == EINVAL && size > lowest_limit)
-        advice = format("The firmware may be unable to keep a variable of %zu bytes.", size);
-    throw failure(what + why, advice, said);
+    if (is_damaged(read))
+        throw damaged(name + " is damaged", when_damaged, messages);
+    error = read.error;
+    check("cannot read " + name, read.status);
 }
 
 std::vector<variable_id> firmware::variables()
+{
+    // A program that removes a variable meanwhile can end a walk that stands at it: then it begins anew.
+    constexpr int attempts = 20;
+    std::optional<std::vector<variable_id>> all;
+    for (int attempt = 1; !all; ++attempt)
+        all = walk(attempt < attempts);
+    return *all;
+}
+
+std::optional<std::vector<variable_id>> firmware::walk(bool may_end_early)
 {
     std::vector<variable_id> found;
     std::set<std::u16string> seen; // names with their vendors behind them
@@ -174,6 +282,8 @@ std::vector<variable_id> firmware::variables()
             id.name.resize(size / sizeof(CHAR16) + 1);
             continue;
         }
+        if (status == EFI_INVALID_PARAMETER && may_end_early)
+            return std::nullopt;
         check("cannot list the variables", status);
         const auto end = std::find(id.name.begin(), id.name.end(), 0);
         variable_id entry = {{id.name.begin(), end}, id.guid};
@@ -205,7 +315,7 @@ variable firmware::read(const variable_id &id)
             break;
     }
     if (result.status != EFI_SUCCESS)
-        return {result.status, 0, {}};
+        return {result.status, error, 0, {}};
     result.data.resize(std::min<size_t>(size, result.data.size()));
     return result;
 }
@@ -222,20 +332,13 @@ bool firmware::exists_global(const std::string &name)
     const EFI_STATUS status = service("cannot look for " + name, [&](EFI_STATUS *answer) {
         return ovra_get_variable(handle, id.name.data(), &id.guid, nullptr, &size, nullptr, answer);
     });
-    if (is_refusal(status))
+    if (status == EFI_NOT_FOUND)
+        return false;
+    const bool there = status == EFI_SUCCESS || status == EFI_BUFFER_TOO_SMALL || is_refusal(status) ||
+                       is_damaged({status, error, 0, {}}) || error == EIO;
+    if (!there)
         check("cannot look for " + name, status);
-    return status != EFI_NOT_FOUND;
-}
-
-void firmware::write_global(const std::string &name, bytes data)
-{
-    variable_id id = global_id(name);
-    const EFI_STATUS status = service("cannot write " + name, [&](EFI_STATUS *answer) {
-        return ovra_set_variable(handle, id.name.data(), &id.guid, boot_variable_attributes, data.size(),
-                                 data.empty() ? nullptr : data.data(), answer);
-    });
-    if (status != EFI_SUCCESS)
-        cannot_change("cannot write " + name, status, data.size());
+    return true;
 }
 
 EFI_TIME firmware::time(EFI_TIME_CAPABILITIES *capabilities)
@@ -246,14 +349,6 @@ EFI_TIME firmware::time(EFI_TIME_CAPABILITIES *capabilities)
     });
     check("cannot read the clock", status);
     return now;
-}
-
-void firmware::set_time(EFI_TIME time)
-{
-    const EFI_STATUS status = service(
-        "cannot set the clock", [&](EFI_STATUS *answer) { return ovra_set_time(handle, &time, answer); });
-    if (status != EFI_SUCCESS)
-        cannot_change("cannot set the clock", status, 0);
 }
 
 firmware::alarm firmware::wakeup_time()
@@ -268,21 +363,6 @@ firmware::alarm firmware::wakeup_time()
     result.enabled = enabled == B_TRUE;
     result.pending = pending == B_TRUE;
     return result;
-}
-
-void firmware::set_wakeup_time(std::optional<EFI_TIME> time)
-{
-    const EFI_STATUS status = service("cannot set the wake-up alarm", [&](EFI_STATUS *answer) {
-        return ovra_set_wakeup_time(handle, time ? B_TRUE : B_FALSE, time ? &*time : nullptr, answer);
-    });
-    if (status != EFI_SUCCESS)
-        cannot_change("cannot set the wake-up alarm", status, 0);
-}
-
-void firmware::reset(EFI_RESET_TYPE type)
-{
-    if (call([&] { return ovra_reset_system(handle, type, EFI_SUCCESS, 0, nullptr); }) != 0)
-        cannot_change("cannot reset the machine", EFI_SUCCESS, 0);
 }
 
 } // namespace tool

@@ -9,6 +9,7 @@
 
 #include <ovra/ovra.h>
 
+#include "tools/ovra/failure.h"
 #include "tools/ovra/loadoption.h"
 #include "tools/ovra/text.h"
 
@@ -21,6 +22,7 @@ struct variable_id {
 
 struct variable {
     EFI_STATUS status = EFI_SUCCESS; // with any other the rest is empty
+    int error = 0;                   // errno behind the status, where there is one
     uint32_t attributes = 0;
     bytes data;
 };
@@ -29,8 +31,26 @@ struct variable {
 constexpr uint32_t boot_variable_attributes =
     EFI_VARIABLE_NON_VOLATILE | EFI_VARIABLE_BOOTSERVICE_ACCESS | EFI_VARIABLE_RUNTIME_ACCESS;
 
-// "EFI_NOT_FOUND"
+// "EFI_NOT_FOUND"; never a number that only firmware engineers know.
 std::string status_name(EFI_STATUS status);
+
+// Whether a status, or an errno value, speaks of missing permission.
+bool is_refusal(EFI_STATUS status);
+bool is_permission(int error);
+
+variable_id global_id(const std::string &name);
+
+// Whether a variable is there but holds nothing that could be one, as a folder or a file without attributes.
+bool is_damaged(const variable &read);
+
+// "non-volatile", "run-time"
+std::vector<std::string> attribute_words(uint32_t attributes);
+
+// Capacity for boot variables, in bytes.
+struct variable_store {
+    uint64_t left = 0;
+    uint64_t largest = 0; // single variable
+};
 
 class firmware {
 public:
@@ -44,30 +64,36 @@ public:
     std::vector<variable_id> variables();
     variable read(const variable_id &id);
     variable read_global(const std::string &name);
-    bool exists_global(const std::string &name);            // also one that cannot be read
-    void write_global(const std::string &name, bytes data); // no data deletes it
+    bool exists_global(const std::string &name); // also one that cannot be read
+
+    // Writes a variable, with the attributes that it has if it exists; no data deletes it. Throws
+    // not_changed.
+    void change_global(const std::string &name, const bytes &data);
+    // Throws what change_global would, as far as can be told without writing. *planned holds the bytes of the
+    // store that earlier changes of the same verb take, 0 at first; this one's are added.
+    void check_change(const std::string &name, const bytes &data, int64_t *planned);
+    bool is_real() const; // the variables are the firmware's own, not a folder's
+    // What check_change cannot tell; empty when it tells everything.
+    std::string not_checked() const;
 
     // Load options.
     std::vector<uint16_t> options(); // ascending
     bool option_exists(uint16_t number);
     void require_option(uint16_t number);
-    uint16_t unused_option();
-    load_option read_option(uint16_t number);
-    void write_option(uint16_t number, load_option option);
-    // Replaces the packed path of an option alone.
-    void write_path(uint16_t number, const load_option &option);
-    void remove_option(uint16_t number);
-    // The disks that an option boots from, and the options that boot from a disk.
+    load_option read_option(uint16_t number); // throws `unreadable`
+    // The disks that an option boots from.
     std::vector<std::string> disks_of(uint16_t number);
-    std::vector<uint16_t> options_on(const std::string &disk);
 
     // BootOrder, BootCurrent, BootNext.
-    std::vector<uint16_t> order(); // empty also when there is none; throws `damaged`
-    void insert_into_order(uint16_t number, int position);
-    void remove_from_order(uint16_t number);
+    std::vector<uint16_t> order();     // empty also when there is none; throws `damaged`
     std::optional<uint16_t> current(); // throws `damaged`, as next() does
     std::optional<uint16_t> next();
-    void set_next(uint16_t number);
+
+    // The lock that a change takes: its file, and an errno value that says why it cannot be opened; 0 if all
+    // is well, as far as can be told without making it.
+    std::string lock_file() const;
+    int lock_obstacle() const;
+    std::string permission_advice() const;
 
     // Clock and reset.
     struct alarm {
@@ -77,21 +103,53 @@ public:
     };
     EFI_TIME time(EFI_TIME_CAPABILITIES *capabilities);
     void set_time(EFI_TIME time);
+    void check_set_time();
     alarm wakeup_time();
     void set_wakeup_time(std::optional<EFI_TIME> time);
+    void check_set_wakeup_time();
+    bool is_live() const; // the clock is the host's chip, which keeps no time zone
     void reset(EFI_RESET_TYPE type);
+    void check_reset();
 
 private:
     // Calls the library; 0 or -1, and `messages` and `error` say what else came of it.
     int call(const std::function<int()> &function);
     // Calls a runtime service: throws unless it gave a status.
     EFI_STATUS service(const std::string &what, const std::function<int(EFI_STATUS *)> &function);
+    // All variables; nothing when the walk ended early, which may not throw then.
+    std::optional<std::vector<variable_id>> walk(bool may_end_early);
     // Throws unless a request to read something succeeded.
     void check(const std::string &what, EFI_STATUS status);
-    // The failure of a request to change something; `size` bytes were to be stored.
-    [[noreturn]] void cannot_change(const std::string &what, EFI_STATUS status, size_t size);
-    std::optional<uint16_t> named_option(const char *variable, int (*get)(ovra_hdl_t, char **));
-    std::string permission_advice() const;
+    void require_read(const std::string &name, const variable &read, const std::string &when_damaged = {});
+
+    // Why a request to change something failed. `size` is what was to be stored, `attributes` with what.
+    struct change_request {
+        std::string what; // "cannot write Boot0003"
+        std::string name; // of the variable; may be empty
+        uint32_t attributes = boot_variable_attributes;
+        size_t size = 0;
+    };
+    not_changed why_not(const change_request &request, EFI_STATUS status);
+    // What stands in the way of a change: permissions, mounts, marks of files. Nothing if all is well.
+    std::optional<not_changed> obstacle(const change_request &request) const;
+    std::optional<not_changed> obstacle_of_attributes(const change_request &request) const;
+    static change_request request_of(const std::string &name, const bytes &data, const variable &before);
+    std::optional<not_changed> obstacle_in_folder(const change_request &request) const;
+    not_changed no_permission(const change_request &request) const;
+    not_changed too_large(const change_request &request, const variable_store &store) const;
+    not_changed no_room(const change_request &request, const std::optional<variable_store> &store) const;
+    not_changed file_system_full(const change_request &request) const;
+    void check_room(const change_request &request, const variable &before, int64_t *planned);
+    void check_state(const std::string &what) const;
+    change_request reset_request() const;
+    std::optional<variable_store> store();
+
+    unreadable why_unreadable(const std::string &name);
+    std::optional<uint16_t> named_option(const char *variable);
+    std::string not_there() const;
+    std::string root_folder() const; // empty for "/"
+    std::string variables_folder() const;
+    std::string file_of(const std::string &name) const;
 
     std::string folder;
     ovra_hdl_t handle = nullptr;

@@ -1,5 +1,6 @@
-// Load options and the variables that name them: the part of firmware.h that libovra has routines for.
+// Load options and the variables that name them.
 #include <cstring>
+#include <filesystem>
 #include <set>
 
 #include "tools/ovra/failure.h"
@@ -9,14 +10,13 @@ namespace tool {
 
 std::vector<uint16_t> firmware::options()
 {
-    char **names = nullptr;
-    if (call([&] { return ovra_bootopt_list(handle, &names); }) != 0)
-        throw failure("cannot list the boot options", {}, messages);
     std::set<uint16_t> numbers;
-    for (char **name = names; *name; ++name) {
-        const auto number = parse_option(*name);
-        // The list has the options of all vendors; firmware boots only those of its own.
-        if (number && option_exists(*number))
+    const variable_id global = global_id("Boot");
+    for (const variable_id &id : variables()) {
+        const std::string name = to_utf8(id.name);
+        const auto number = parse_option(name);
+        // Firmware boots only options of its own vendor, and of the one spelling.
+        if (number && name == option_name(*number) && memcmp(&id.guid, &global.guid, sizeof id.guid) == 0)
             numbers.insert(*number);
     }
     return {numbers.begin(), numbers.end()};
@@ -33,12 +33,25 @@ void firmware::require_option(uint16_t number)
         throw failure("no such option: " + option_name(number), "'ovra list' shows the options.");
 }
 
-uint16_t firmware::unused_option()
+unreadable firmware::why_unreadable(const std::string &name)
 {
-    char *name = nullptr;
-    if (call([&] { return ovra_bootopt_unused(handle, &name); }) != 0)
-        throw failure("no option number is free", "Remove options that are not needed.", messages);
-    return parse_option(name).value();
+    const std::string said = messages;
+    const auto because = [&](const std::string &why, const std::string &advice) {
+        return unreadable("cannot read " + name + ": " + why, advice, said, why);
+    };
+    const variable is = read_global(name);
+    if (is_refusal(is.status))
+        return because("no permission", permission_advice());
+    const auto parts = split(is.data);
+    const std::string bytes_advice = "'ovra vars -v " + name + "' shows its bytes.";
+    if (is_damaged(is) || (is.status == EFI_SUCCESS && !parts))
+        return because("damaged", bytes_advice + "\n'ovra remove " + name + "' removes it.");
+    if (is.status != EFI_SUCCESS)
+        return because(is.error != 0 ? strerror(is.error) : status_name(is.status), {});
+    constexpr size_t longest_description = 256; // bytes of UCS-2 that the library reads
+    if (parts->description.size() > longest_description)
+        return because("its description is longer than 127 characters", bytes_advice);
+    return because("the library cannot read it", bytes_advice);
 }
 
 load_option firmware::read_option(uint16_t number)
@@ -54,39 +67,12 @@ load_option firmware::read_option(uint16_t number)
             return ovra_bootopt_get(handle, name.data(), &path, &path_size, &description, &option.attributes,
                                     &optional_data, &optional_size);
         }) != 0)
-        throw failure("cannot read " + name,
-                      "It is damaged, or is no load option that the library can read.\n"
-                      "'ovra vars -v " +
-                          name + "' shows its bytes.",
-                      messages);
+        throw why_unreadable(name);
     option.description = description;
     option.path.assign(path, path + path_size);
     if (const auto *data = static_cast<const uint8_t *>(optional_data))
         option.optional_data.assign(data, data + optional_size);
     return option;
-}
-
-void firmware::write_option(uint16_t number, load_option option)
-{
-    std::string name = option_name(number);
-    if (call([&] {
-            return ovra_bootopt_set(handle, name.data(), option.path.data(),
-                                    static_cast<int>(option.path.size()), option.description.data(),
-                                    option.attributes, option.optional_data.data(),
-                                    option.optional_data.size());
-        }) != 0)
-        cannot_change("cannot write " + name, EFI_SUCCESS, as_stored(option).size());
-}
-
-void firmware::write_path(uint16_t number, const load_option &option)
-{
-    std::string name = option_name(number);
-    bytes path = option.path;
-    if (call([&] {
-            return ovra_bootopt_encoded_path_set(handle, name.data(), path.data(),
-                                                 static_cast<int>(path.size()));
-        }) != 0)
-        cannot_change("cannot write " + name, EFI_SUCCESS, as_stored(option).size());
 }
 
 std::vector<std::string> firmware::disks_of(uint16_t number)
@@ -103,95 +89,45 @@ std::vector<std::string> firmware::disks_of(uint16_t number)
     return disks;
 }
 
-std::vector<uint16_t> firmware::options_on(const std::string &disk)
-{
-    std::string name = disk;
-    char **names = nullptr;
-    if (call([&] { return ovra_bootopt_find(handle, name.data(), &names); }) != 0)
-        throw failure("cannot look for options that boot from " + in_quotes(disk),
-                      "'ovra disks' shows the disks.", messages);
-    std::set<uint16_t> numbers;
-    for (char **option = names; option && *option; ++option) {
-        const auto number = parse_option(*option);
-        if (number && option_exists(*number))
-            numbers.insert(*number);
-    }
-    free_str_array(handle, names);
-    return {numbers.begin(), numbers.end()};
-}
-
-void firmware::remove_option(uint16_t number)
-{
-    std::string name = option_name(number);
-    if (call([&] { return ovra_bootopt_remove(handle, name.data()); }) == 0)
-        return;
-    const int reason = error;
-    const std::string said = messages;
-    if (option_exists(number)) {
-        error = reason;
-        messages = said;
-        cannot_change("cannot remove " + name, EFI_SUCCESS, 0);
-    }
-    throw failure(name + " is removed, but BootOrder still names it",
-                  "'ovra order remove " + name + "' takes it out.", said);
-}
-
 std::vector<uint16_t> firmware::order()
 {
-    const variable stored_order = read_global("BootOrder");
-    if (stored_order.status == EFI_NOT_FOUND)
+    const variable is = read_global("BootOrder");
+    if (is.status == EFI_NOT_FOUND)
         return {};
-    if (stored_order.status == EFI_DEVICE_ERROR)
-        throw damaged("BootOrder is damaged", "'ovra order set' writes a new one.", messages);
-    check("cannot read BootOrder", stored_order.status);
-    std::vector<uint16_t> numbers(stored_order.data.size() / 2);
+    std::error_code ignored;
+    const std::string path = file_of("BootOrder");
+    require_read("BootOrder", is,
+                 std::filesystem::is_directory(path, ignored)
+                     ? "A folder is in its place: remove " + path + '.'
+                     : "'ovra order set' writes a new one.");
+    // The firmware does not look at half an entry either.
+    std::vector<uint16_t> numbers(is.data.size() / sizeof(uint16_t));
     if (!numbers.empty())
-        memcpy(numbers.data(), stored_order.data.data(), numbers.size() * 2);
+        memcpy(numbers.data(), is.data.data(), numbers.size() * sizeof(uint16_t));
     return numbers;
 }
 
-void firmware::insert_into_order(uint16_t number, int position)
+std::optional<uint16_t> firmware::named_option(const char *name)
 {
-    std::string name = option_name(number);
-    if (call([&] { return ovra_bootorder_insert(handle, name.data(), position); }) != 0)
-        cannot_change("cannot put " + name + " into BootOrder", EFI_SUCCESS, 2);
-}
-
-void firmware::remove_from_order(uint16_t number)
-{
-    std::string name = option_name(number);
-    if (call([&] { return ovra_bootorder_remove(handle, name.data()); }) != 0)
-        cannot_change("cannot take " + name + " out of BootOrder", EFI_SUCCESS, 0);
-}
-
-std::optional<uint16_t> firmware::named_option(const char *variable, int (*get)(ovra_hdl_t, char **))
-{
-    char *name = nullptr;
-    if (call([&] { return get(handle, &name); }) == 0)
-        return parse_option(name);
-    const std::string said = messages;
-    const auto [status, attributes, data] = read_global(variable);
-    if (status == EFI_NOT_FOUND)
+    const variable is = read_global(name);
+    if (is.status == EFI_NOT_FOUND)
         return std::nullopt;
-    check(std::string("cannot read ") + variable, status);
-    throw damaged(format("%s is damaged: it has %zu bytes instead of 2", variable, data.size()), {}, said);
+    require_read(name, is);
+    uint16_t number = 0;
+    if (is.data.size() != sizeof number)
+        throw damaged(format("%s is damaged: it has %zu bytes instead of 2", name, is.data.size()));
+    memcpy(&number, is.data.data(), sizeof number);
+    return number;
 }
 
 std::optional<uint16_t> firmware::current()
 {
-    return named_option("BootCurrent", ovra_bootcurrent_get);
+    return named_option("BootCurrent");
 }
 
 std::optional<uint16_t> firmware::next()
 {
-    return named_option("BootNext", ovra_bootnext_get);
-}
-
-void firmware::set_next(uint16_t number)
-{
-    std::string name = option_name(number);
-    if (call([&] { return ovra_bootnext_set(handle, name.data()); }) != 0)
-        cannot_change("cannot write BootNext", EFI_SUCCESS, 2);
+    return named_option("BootNext");
 }
 
 } // namespace tool

@@ -21,7 +21,7 @@ struct listing {
     std::optional<uint16_t> current;
     std::optional<uint16_t> next;
     std::vector<uint16_t> order;
-    bool order_is_damaged = false;
+    std::string order_problem;  // why the order is not known
     std::vector<entry> entries; // in boot order, then the others
 };
 
@@ -32,24 +32,37 @@ entry read_entry(firmware &machine, device_paths &paths, uint16_t number)
     try {
         read.option = machine.read_option(number);
         read.path = paths.decode(read.option.path);
+    } catch (const unreadable &reason) {
+        warn_of_unreadable(reason);
+        read.error = reason.why;
     } catch (const failure &reason) {
-        read.error = reason.messages.substr(0, reason.messages.find('\n'));
-        if (read.error.empty())
-            read.error = reason.what();
+        warn(printable(reason.what()));
+        read.error = reason.what();
     }
     return read;
+}
+
+// BootNext and BootCurrent only mark options: the list is worth showing without them.
+std::optional<uint16_t> named_if_readable(firmware &machine, named_option get)
+{
+    try {
+        return named_or_none(machine, get);
+    } catch (const failure &reason) {
+        warn(printable(reason.what()), reason.advice);
+        return std::nullopt;
+    }
 }
 
 listing read_listing(firmware &machine)
 {
     listing all;
     device_paths paths;
-    all.current = named_or_none(machine, &firmware::current);
-    all.next = named_or_none(machine, &firmware::next);
+    all.current = named_if_readable(machine, &firmware::current);
+    all.next = named_if_readable(machine, &firmware::next);
     try {
         all.order = machine.order();
-    } catch (const damaged &) {
-        all.order_is_damaged = true;
+    } catch (const damaged &reason) {
+        all.order_problem = reason.what() + ("; " + reason.advice);
     }
     std::vector<bool> exists(UINT16_MAX + 1);
     std::vector<bool> listed(UINT16_MAX + 1);
@@ -63,7 +76,8 @@ listing read_listing(firmware &machine)
         listed[number] = true;
         entry next;
         next.number = number;
-        next.exists = exists[number];
+        next.exists =
+            exists[number] || machine.option_exists(number); // one that is damaged is not enumerated
         if (next.exists)
             next = read_entry(machine, paths, number);
         next.position = position;
@@ -115,14 +129,13 @@ json to_json(const listing &all)
     }
     return {{"current", as_json(all.current)},
             {"next", as_json(all.next)},
-            {"order", all.order_is_damaged ? json(nullptr) : option_names(all.order)},
+            {"order", !all.order_problem.empty() ? json(nullptr) : option_names(all.order)},
             {"options", std::move(options)}};
 }
 
 std::string as_text(const listing &all, bool verbose)
 {
-    const std::string order =
-        all.order_is_damaged ? "BootOrder is damaged; 'ovra order set' writes a new one.\n" : "";
+    const std::string order = all.order_problem.empty() ? "" : printable(all.order_problem) + '\n';
     if (all.entries.empty())
         return order + "no boot options\n";
     constexpr size_t indent = 10; // to the options' names

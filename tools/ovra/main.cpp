@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
 #include <new>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -19,6 +20,7 @@ struct verb {
     void (*run)(tool::firmware &machine, const tool::arguments &args);
     // Instead of that: works without firmware variables too.
     void (*run_without_firmware)(const std::string &folder, const tool::arguments &args) = nullptr;
+    bool needs_sys = false; // it shows what is in sysfs
 };
 
 constexpr verb verbs[] = {
@@ -31,8 +33,11 @@ constexpr verb verbs[] = {
     {{"next", "show or set the option to boot once, at the next start", tool::next_options}, tool::run_next},
     {{"current", "the option that was booted", tool::current_options}, tool::run_current},
     {{"find", "the boot options that boot from a disk", tool::find_options}, tool::run_find},
-    {{"disks", "the disks, and which boot options use them", tool::disks_options}, nullptr, tool::run_disks},
-    {{"tree", "the device tree", tool::tree_options}, nullptr, tool::run_tree},
+    {{"disks", "the disks, and which boot options use them", tool::disks_options},
+     nullptr,
+     tool::run_disks,
+     true},
+    {{"tree", "the device tree", tool::tree_options}, nullptr, tool::run_tree, true},
     {{"path", "device paths between text and packed form", tool::path_options}, nullptr, tool::run_path},
     {{"vars", "the firmware's variables", tool::vars_options}, tool::run_vars},
     {{"time", "show or set the firmware's clock", tool::time_options}, tool::run_time},
@@ -64,6 +69,22 @@ std::string enter_root(const std::string &root)
     return folder;
 }
 
+// A system without sysfs has not "no disks": nobody can tell.
+void require_sys(const std::string &folder)
+{
+    const char *given = secure_getenv("HWPLAT_ROOT");
+    const std::string sys = (!folder.empty() ? folder : given ? given : "") + "/sys";
+    std::error_code error;
+    if (std::filesystem::directory_iterator(sys, error) != std::filesystem::directory_iterator() && !error)
+        return;
+    if (error && error != std::errc::no_such_file_or_directory && error != std::errc::not_a_directory)
+        throw tool::failure("cannot read " + tool::printable(sys) + ": " + error.message());
+    throw tool::failure("there is nothing in " + tool::printable(sys),
+                        folder.empty()
+                            ? "'mount -t sysfs sysfs /sys' mounts what the kernel tells of its devices."
+                            : "A machine's folder is laid out like a Linux root.");
+}
+
 int run(int argc, char **argv)
 {
     std::vector<tool::verb_options> options;
@@ -77,6 +98,8 @@ int run(int argc, char **argv)
     if (args.root)
         folder = enter_root(*args.root);
     if (verbs[*chosen].run_without_firmware) {
+        if (verbs[*chosen].needs_sys)
+            require_sys(folder);
         verbs[*chosen].run_without_firmware(folder, args);
         return EXIT_SUCCESS;
     }
@@ -113,6 +136,8 @@ int main(int argc, char **argv)
         complain(error.what());
         fputs("  'ovra --help' and 'ovra VERB --help' show what can be given.\n", stderr);
         return usage_status;
+    } catch (const tool::nobody_reads &) {
+        // As of a program that the pipe's signal ends: whoever closed it has seen enough.
     } catch (const tool::failure &error) {
         complain(error.what());
         print_indented(error.advice, 2);

@@ -1,5 +1,6 @@
 #include "tools/ovra/named.h"
 
+#include "tools/ovra/devicepaths.h"
 #include "tools/ovra/failure.h"
 #include "tools/ovra/output.h"
 
@@ -14,13 +15,24 @@ std::optional<uint16_t> named_or_none(firmware &machine, named_option get)
     }
 }
 
+void warn_of_unreadable(const unreadable &reason)
+{
+    // A damaged option is shown as that; who may not look is told so.
+    if (reason.why != "damaged")
+        warn(printable(reason.what()), reason.advice.substr(0, reason.advice.find('\n')));
+}
+
 std::string description_of(firmware &machine, uint16_t number)
 {
-    if (!machine.option_exists(number))
-        return "(no such option)";
     try {
+        if (!machine.option_exists(number))
+            return "(no such option)";
         return printable(machine.read_option(number).description);
-    } catch (const failure &) {
+    } catch (const unreadable &reason) {
+        warn_of_unreadable(reason);
+        return '(' + printable(reason.why) + ')';
+    } catch (const failure &reason) {
+        warn(printable(reason.what()));
         return "(cannot be read)";
     }
 }

@@ -1,4 +1,5 @@
 #include "tools/ovra/changes.h"
+#include "tools/ovra/lock.h"
 #include "tools/ovra/named.h"
 #include "tools/ovra/verbs.h"
 
@@ -11,17 +12,17 @@ void run_next(firmware &machine, const arguments &args)
                            "BootNext is not set: the machine boots by BootOrder");
         return;
     }
-    changes changes(args);
+    const machine_lock lock(machine, args);
+    changes changes(machine, args);
     if (args.clear) {
-        if (machine.read_global("BootNext").status != EFI_NOT_FOUND)
-            changes.make(deletes("BootNext"), [&] { machine.write_global("BootNext", {}); });
+        if (machine.exists_global("BootNext"))
+            changes.make(deletes("BootNext"));
     } else {
         const uint16_t number = args.options.front();
         if (!args.force)
             machine.require_option(number);
         changes.make(
-            writes("BootNext", stored(args.options), option_name(number), {{"option", option_name(number)}}),
-            [&] { machine.set_next(number); });
+            writes("BootNext", stored(args.options), option_name(number), {{"option", option_name(number)}}));
     }
     changes.report();
 }

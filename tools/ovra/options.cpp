@@ -162,7 +162,9 @@ void create_options(CLI::App &verb, arguments &args)
     optional_data_options(verb, args);
     value(verb, "--number", "####", "hexadecimal number of the option; else the lowest that is not in use",
           [&args](const std::string &text) { args.number = option_argument(text); });
-    value(verb, "--position", "N", "place in BootOrder: 0 is first, -1 (which is also the default) last",
+    value(verb, "--position", "N",
+          "place in BootOrder: 0 is first, -1 (which is also the default) last, -2 before the last;\n"
+          "counted before the option is taken out of its old place",
           [&args](const std::string &text) { args.position = position_argument(text); });
     verb.add_flag("--force", args.force,
                   "overwrite an option that --number names, take a path that is not well-formed");
@@ -213,8 +215,8 @@ void order_options(CLI::App &verb, arguments &args)
     auto *insert = verb.add_subcommand("insert", "put an option into BootOrder, out of its old place");
     named_options(*insert, args, false, "the option")->required();
     value(*insert, "position", "POSITION",
-          "its place in the resulting order: 0 is first, -1 (which is also the default) last, -2 before the "
-          "last",
+          "its place: 0 is first, -1 (which is also the default) last, -2 before the last; counted\n"
+          "before the option is taken out of its old place",
           [&args](const std::string &text) { args.position = position_argument(text); });
     insert->add_flag("--force", args.force, force);
     insert->callback([&args] { args.order = arguments::order_action::insert; });

@@ -49,7 +49,7 @@ struct arguments {
 
     // create and order: where in BootOrder, counted from 0; negative counts from the end, -1 is the end.
     std::optional<uint16_t> number;
-    int position = -1;
+    std::optional<int> position;
 
     enum class order_action { show, insert, remove, set } order = order_action::show;
 

@@ -1,6 +1,9 @@
+#include <algorithm>
+
 #include "tools/ovra/bootorder.h"
 #include "tools/ovra/changes.h"
 #include "tools/ovra/failure.h"
+#include "tools/ovra/lock.h"
 #include "tools/ovra/named.h"
 #include "tools/ovra/verbs.h"
 
@@ -34,6 +37,30 @@ void require_options(firmware &machine, const arguments &args)
     }
 }
 
+// Options of the present order that the new one leaves out.
+void say_what_is_dropped(firmware &machine, const std::vector<uint16_t> &order, changes *changes)
+{
+    std::vector<uint16_t> dropped;
+    try {
+        dropped = machine.order();
+    } catch (const damaged &) {
+        return;
+    }
+    for (const uint16_t number : order)
+        dropped = without(std::move(dropped), number);
+    std::vector<uint16_t> once;
+    std::string text;
+    for (const uint16_t number : dropped) {
+        if (std::find(once.begin(), once.end(), number) != once.end())
+            continue;
+        once.push_back(number);
+        text += (text.empty() ? "" : "\n") + std::string("no longer in BootOrder: ") + option_name(number) +
+                "  " + description_of(machine, number);
+    }
+    if (!once.empty())
+        changes->remark(text, "dropped", option_names(once));
+}
+
 } // namespace
 
 void run_order(firmware &machine, const arguments &args)
@@ -43,23 +70,23 @@ void run_order(firmware &machine, const arguments &args)
         show_order(machine, args);
         return;
     }
-    changes changes(args);
+    const machine_lock lock(machine, args);
+    changes changes(machine, args);
     if (args.order == set) {
         require_options(machine, args);
-        changes.make(writes_order(args.options),
-                     [&] { machine.write_global("BootOrder", stored(args.options)); });
+        say_what_is_dropped(machine, args.options, &changes);
+        changes.make(writes_order(args.options));
     } else if (args.order == insert) {
         require_options(machine, args);
         const uint16_t number = args.options.front();
-        changes.make(writes_order(with_inserted(machine.order(), number, args.position)),
-                     [&] { machine.insert_into_order(number, args.position); });
+        changes.make(writes_order(with_inserted(machine.order(), number, args.position.value_or(-1))));
     } else {
         const uint16_t number = args.options.front();
         const std::vector<uint16_t> before = machine.order();
         const std::vector<uint16_t> after = without(before, number);
         if (after == before)
             throw failure(option_name(number) + " is not in BootOrder", "'ovra order' shows what is.");
-        changes.make(writes_order(after), [&] { machine.remove_from_order(number); });
+        changes.make(writes_order(after));
     }
     changes.report();
 }

@@ -15,6 +15,8 @@ void print(std::string_view text)
         const ssize_t written = write(STDOUT_FILENO, text.data(), text.size());
         if (written == -1 && errno == EINTR)
             continue;
+        if (written == -1 && errno == EPIPE)
+            throw nobody_reads(std::string("cannot write to standard output: ") + strerror(errno));
         if (written == -1)
             throw failure(std::string("cannot write to standard output: ") + strerror(errno));
         text.remove_prefix(static_cast<size_t>(written));

@@ -1,5 +1,9 @@
+#include <algorithm>
+
 #include "tools/ovra/bootorder.h"
 #include "tools/ovra/changes.h"
+#include "tools/ovra/failure.h"
+#include "tools/ovra/lock.h"
 #include "tools/ovra/named.h"
 #include "tools/ovra/verbs.h"
 
@@ -7,9 +11,11 @@ namespace tool {
 
 namespace {
 
-std::vector<uint16_t> distinct(const std::vector<uint16_t> &options)
+using numbers = std::vector<uint16_t>;
+
+numbers distinct(const numbers &options)
 {
-    std::vector<uint16_t> once;
+    numbers once;
     for (const uint16_t number : options) {
         if (without(once, number) == once)
             once.push_back(number);
@@ -17,28 +23,192 @@ std::vector<uint16_t> distinct(const std::vector<uint16_t> &options)
     return once;
 }
 
+numbers without_all(numbers order, const numbers &options)
+{
+    for (const uint16_t number : options)
+        order = without(std::move(order), number);
+    return order;
+}
+
+std::string names_of(const numbers &options)
+{
+    std::vector<std::string> names;
+    for (const uint16_t number : options)
+        names.push_back(option_name(number));
+    return join(names, " ");
+}
+
+// One removal of several options. BootOrder and BootNext are changed first: while they name an option that is
+// gone, a new one could come to stand in its place.
+class removal {
+public:
+    removal(firmware &changed, const arguments &args)
+        : machine(changed), result(changed, args), options(distinct(args.options))
+    {}
+
+    void run();
+
+private:
+    void prepare();
+    void take_out_of_order();
+    void clear_next();
+    void remove_options();
+    void write_order_after_all();
+    [[noreturn]] void stop(not_changed reason);
+
+    firmware &machine;
+    changes result;
+    numbers options;
+    numbers removed;
+    numbers order;
+    std::optional<uint16_t> next; // one of them that BootNext names
+    bool next_is_cleared = false;
+    bool ordered = false; // BootOrder names some of them
+    bool order_is_written = false;
+};
+
+void removal::run()
+{
+    for (const uint16_t number : options)
+        machine.require_option(number); // nothing is removed unless everything can be
+    order = machine.order();
+    ordered = without_all(order, options) != order;
+    next = named_or_none(machine, &firmware::next);
+    if (next && without(options, *next) == options)
+        next.reset();
+    prepare();
+    take_out_of_order();
+    clear_next();
+    remove_options();
+    write_order_after_all();
+    if (next) {
+        result.record(deletes("BootNext"));
+        result.remark("BootNext named " + option_name(*next) + ": the machine boots by BootOrder.", "next",
+                      option_name(*next));
+    }
+    result.report();
+}
+
+void removal::prepare()
+{
+    std::vector<change> all;
+    for (const uint16_t number : options)
+        all.push_back(deletes(option_name(number)));
+    if (next)
+        all.push_back(deletes("BootNext"));
+    if (ordered)
+        all.push_back(writes_order(without_all(order, options)));
+    try {
+        result.prepare(all);
+    } catch (not_changed &reason) {
+        if (reason.no_room) // removing may make it
+            return;
+        reason.advice += (reason.advice.empty() ? "" : "\n") + std::string("Nothing is removed.");
+        throw;
+    }
+}
+
+void removal::take_out_of_order()
+{
+    if (!ordered)
+        return;
+    try {
+        result.attempt(writes_order(without_all(order, options)));
+        order_is_written = true;
+    } catch (not_changed &reason) {
+        if (reason.no_room)
+            return;
+        reason.advice += (reason.advice.empty() ? "" : "\n") + std::string("Nothing is removed.");
+        throw;
+    }
+}
+
+void removal::clear_next()
+{
+    if (!next)
+        return;
+    try {
+        result.attempt(deletes("BootNext"));
+        next_is_cleared = true;
+    } catch (const not_changed &reason) {
+        stop(reason);
+    }
+}
+
+void removal::remove_options()
+{
+    for (const uint16_t number : options) {
+        const change change = deletes(option_name(number));
+        try {
+            result.attempt(change);
+        } catch (const not_changed &reason) {
+            if (reason.done_anyway)
+                removed.push_back(number);
+            stop(reason);
+        }
+        removed.push_back(number);
+        result.record(change);
+    }
+}
+
+// Those that could not be removed get their places back.
+void removal::stop(not_changed reason)
+{
+    const auto say = [&reason](const std::string &line) {
+        reason.advice += (reason.advice.empty() ? "" : "\n") + line;
+    };
+    if (order_is_written) {
+        try {
+            result.attempt(writes_order(without_all(order, removed)));
+        } catch (const failure &second) {
+            say(std::string("BootOrder is without them now; writing it back failed as well: ") +
+                second.what());
+        }
+    }
+    if (next_is_cleared && without(removed, *next) == removed) {
+        try {
+            result.attempt(writes("BootNext", stored(numbers{*next}), option_name(*next)));
+        } catch (const failure &second) {
+            say(std::string("BootNext is deleted; writing it back failed as well: ") + second.what());
+        }
+    }
+    if (!removed.empty())
+        say("Removed before that: " + names_of(removed));
+    if (const numbers rest = without_all(options, removed); !rest.empty())
+        say("Not touched: " + names_of(rest));
+    throw not_changed(reason);
+}
+
+void removal::write_order_after_all()
+{
+    if (!ordered)
+        return;
+    const change change = writes_order(without_all(order, options));
+    if (!order_is_written) {
+        try {
+            result.attempt(change);
+        } catch (not_changed &reason) {
+            if (reason.done_anyway)
+                throw;
+            const bool one = options.size() == 1;
+            std::string advice = reason.advice + "\nThe firmware passes over what BootOrder names in vain.";
+            for (const uint16_t number : options)
+                advice += "\n'ovra order remove " + option_name(number) + "' takes it out.";
+            throw failure(names_of(removed) + (one ? " is" : " are") +
+                              " removed, but BootOrder still names " + (one ? "it" : "them") +
+                              (reason.no_room ? ": no room in the variable store" : ""),
+                          advice, reason.messages);
+        }
+    }
+    result.record(change);
+}
+
 } // namespace
 
 void run_remove(firmware &machine, const arguments &args)
 {
-    const std::vector<uint16_t> options = distinct(args.options);
-    for (const uint16_t number : options)
-        machine.require_option(number); // nothing is removed unless everything can be
-
-    std::vector<uint16_t> order = machine.order();
-    const std::optional<uint16_t> next = named_or_none(machine, &firmware::next);
-    changes changes(args);
-    for (const uint16_t number : options) {
-        changes.make(deletes(option_name(number)), [&] { machine.remove_option(number); });
-        const std::vector<uint16_t> rest = without(order, number);
-        if (rest != order)
-            changes.make(writes_order(rest), [] {}); // done by the removal
-        order = rest;
-        if (next == number)
-            changes.remark("BootNext still names " + option_name(number) + "; 'ovra next --clear' clears it.",
-                           "next", option_name(number));
-    }
-    changes.report();
+    const machine_lock lock(machine, args);
+    removal(machine, args).run();
 }
 
 } // namespace tool

@@ -4,6 +4,7 @@
 
 #include "tools/ovra/changes.h"
 #include "tools/ovra/failure.h"
+#include "tools/ovra/lock.h"
 #include "tools/ovra/named.h"
 #include "tools/ovra/verbs.h"
 
@@ -53,10 +54,12 @@ void run_reset(firmware &machine, const arguments &args)
     const char *type = type_word(args.reset);
     if (may_be_live(args) && !args.yes && !args.dry_run)
         confirm(type);
-    changes changes(args);
+    const machine_lock lock(machine, args);
+    changes changes(machine, args);
     // A real machine does not come back from this.
-    changes.make({"reset", "reset", std::string("the machine (") + type + ")", {{"type", type}}, {}},
-                 [&] { machine.reset(args.reset); });
+    changes.make(
+        {"reset", "reset", std::string("the machine (") + type + ")", {{"type", type}}, {}, {}},
+        [&] { machine.reset(args.reset); }, [&] { machine.check_reset(); });
     if (!args.dry_run) {
         const auto booted = named_or_none(machine, &firmware::current);
         changes.remark(booted ? "booted " + option_name(*booted) + "  " + description_of(machine, *booted)

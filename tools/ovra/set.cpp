@@ -4,6 +4,7 @@
 #include "tools/ovra/devicepaths.h"
 #include "tools/ovra/failure.h"
 #include "tools/ovra/fields.h"
+#include "tools/ovra/lock.h"
 #include "tools/ovra/verbs.h"
 
 namespace tool {
@@ -56,9 +57,10 @@ bytes changed_path(bytes path, const arguments &args)
 void run_set(firmware &machine, const arguments &args)
 {
     const uint16_t number = args.options.front();
+    const std::optional<bytes> optional_data = args.no_optional_data ? bytes{} : given_optional_data(args);
+    const machine_lock lock(machine, args);
     machine.require_option(number);
     load_option option = machine.read_option(number);
-    const std::optional<bytes> optional_data = args.no_optional_data ? bytes{} : given_optional_data(args);
     const variable before = machine.read_global(option_name(number));
     require_kept(number, before, option, !args.description, !optional_data);
 
@@ -71,19 +73,13 @@ void run_set(firmware &machine, const arguments &args)
             *args.active ? option.attributes | LOAD_OPTION_ACTIVE : option.attributes & ~LOAD_OPTION_ACTIVE;
     if (optional_data)
         option.optional_data = *optional_data;
-    const bytes fields_alone = as_stored(option);
     if (args.device_text || args.file)
         option.path = changed_path(option.path, args);
     check_size(option);
 
-    changes changes(args);
+    changes changes(machine, args);
     if (as_stored(option) != before.data)
-        changes.make(writes_option(number, option), [&] {
-            if (fields_alone == before.data)
-                machine.write_path(number, option);
-            else
-                machine.write_option(number, option);
-        });
+        changes.make(writes_option(number, option));
     changes.report();
 }
 

@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "tools/ovra/devicepaths.h"
+#include "tools/ovra/failure.h"
 #include "tools/ovra/output.h"
 #include "tools/ovra/verbs.h"
 
@@ -11,10 +12,18 @@ void run_show(firmware &machine, const arguments &args)
     const uint16_t number = args.options.front();
     machine.require_option(number);
     const load_option option = machine.read_option(number);
-    const std::vector<uint16_t> order = machine.order();
-    const auto found = std::find(order.begin(), order.end(), number);
-    const bool ordered = found != order.end();
-    const auto position = found - order.begin();
+    std::optional<std::vector<uint16_t>> order;
+    std::string why_no_order;
+    try {
+        order = machine.order();
+    } catch (const failure &reason) {
+        why_no_order = reason.what();
+        warn(printable(why_no_order), reason.advice);
+    }
+    const std::vector<uint16_t> numbers = order.value_or(std::vector<uint16_t>());
+    const auto found = std::find(numbers.begin(), numbers.end(), number);
+    const bool ordered = found != numbers.end();
+    const auto position = found - numbers.begin();
     device_paths paths;
     const decoded_path path = paths.decode(option.path);
     const std::vector<std::string> disks = machine.disks_of(number);
@@ -31,7 +40,9 @@ void run_show(firmware &machine, const arguments &args)
     rows.row({"Option", option_name(number)});
     rows.row({"Description", printable(option.description)});
     rows.row({"Attributes", attribute_text(option.attributes)});
-    rows.row({"Position", ordered ? std::to_string(position) : "not in BootOrder"});
+    rows.row({"Position", !order    ? '(' + printable(why_no_order) + ')'
+                          : ordered ? std::to_string(position)
+                                    : "not in BootOrder"});
     rows.row({"Path", hex(option.path) + format(" (%zu bytes)", option.path.size())});
     for (auto &row : as_rows(path))
         rows.row(std::move(row));

@@ -1,6 +1,10 @@
+#include <cstring>
+#include <tuple>
+
 #include "tools/ovra/changes.h"
 #include "tools/ovra/clock.h"
 #include "tools/ovra/failure.h"
+#include "tools/ovra/lock.h"
 #include "tools/ovra/verbs.h"
 
 namespace tool {
@@ -40,7 +44,77 @@ void show_alarm(firmware &machine, const arguments &args)
 
 change sets(const std::string &what, const std::string &key, const json &value)
 {
-    return {"set", "set", what, {{key, value}}, {}};
+    return {"set", "set", what, {{key, value}}, {}, {}};
+}
+
+// A clock without a time zone would take the hours and forget the zone.
+[[noreturn]] void refuse_zone(const EFI_TIME &now)
+{
+    throw failure("the clock keeps no time zone",
+                  "It shows " + time_text(now) + ": give the time as it would show it, without a zone.");
+}
+
+void set_clock(firmware &machine, const EFI_TIME &time, changes *changes)
+{
+    if (time.timezone != no_timezone && machine.is_live())
+        refuse_zone(machine.time(nullptr));
+    const std::string text = time_text(time);
+    changes->make(
+        sets("the clock to " + text, "clock", text), [&] { machine.set_time(time); },
+        [&] { machine.check_set_time(); });
+}
+
+bool same_second(const EFI_TIME &a, const EFI_TIME &b)
+{
+    return std::tie(a.year, a.month, a.day, a.hour, a.minute, a.second) ==
+           std::tie(b.year, b.month, b.day, b.hour, b.minute, b.second);
+}
+
+// Sets the alarm and looks whether the clock took it. If not, the one that stood before stands again.
+void set_alarm(firmware &machine, const EFI_TIME &time)
+{
+    const firmware::alarm before = machine.wakeup_time();
+    std::string why;
+    try {
+        machine.set_wakeup_time(time);
+        const firmware::alarm after = machine.wakeup_time();
+        if (after.enabled && same_second(after.time, time))
+            return;
+        why = "the clock did not take it";
+    } catch (const failure &reason) {
+        why = reason.what();
+        why.erase(0,
+                  why.rfind("alarm: ") == std::string::npos ? 0 : why.rfind("alarm: ") + strlen("alarm: "));
+    }
+    std::string advice = "It may be too far ahead: most clocks reach a day, a month or a year.\n";
+    try {
+        const firmware::alarm now = machine.wakeup_time();
+        const bool as_it_was =
+            now.enabled == before.enabled && (!before.enabled || same_second(now.time, before.time));
+        if (!as_it_was)
+            machine.set_wakeup_time(before.enabled ? std::optional(before.time) : std::nullopt);
+        advice += before.enabled ? "The alarm stands at " + time_text(before.time) + " as before."
+                                 : "No alarm is set, as before.";
+    } catch (const failure &reason) {
+        advice += std::string("Putting the old alarm back failed as well: ") + reason.what();
+    }
+    throw failure("cannot set the wake-up alarm to " + time_text(time) + ": " + why, advice);
+}
+
+void set_alarm(firmware &machine, const EFI_TIME &time, changes *changes)
+{
+    const EFI_TIME now = machine.time(nullptr);
+    if (time.timezone != no_timezone && now.timezone == no_timezone)
+        refuse_zone(now);
+    if (!is_before(now, time))
+        throw failure(time_text(time) + " is past: the clock shows " + time_text(now));
+    const std::string text = time_text(time);
+    changes->make(
+        sets("the wake-up alarm to " + text, "alarm", text), [&] { set_alarm(machine, time); },
+        [&] {
+            machine.wakeup_time();
+            machine.check_set_wakeup_time();
+        });
 }
 
 } // namespace
@@ -54,18 +128,16 @@ void run_time(firmware &machine, const arguments &args)
             show_clock(machine, args);
         return;
     }
-    changes changes(args);
-    if (args.clear) {
-        changes.make({"disable", "disabled", "the wake-up alarm", {{"alarm", nullptr}}, {}},
-                     [&] { machine.set_wakeup_time(std::nullopt); });
-    } else if (args.wakeup) {
-        const std::string time = time_text(*args.time);
-        changes.make(sets("the wake-up alarm to " + time, "alarm", time),
-                     [&] { machine.set_wakeup_time(args.time); });
-    } else {
-        const std::string time = time_text(*args.time);
-        changes.make(sets("the clock to " + time, "clock", time), [&] { machine.set_time(*args.time); });
-    }
+    const machine_lock lock(machine, args);
+    changes changes(machine, args);
+    if (args.clear)
+        changes.make(
+            {"disable", "disabled", "the wake-up alarm", {{"alarm", nullptr}}, {}, {}},
+            [&] { machine.set_wakeup_time(std::nullopt); }, [&] { machine.check_set_wakeup_time(); });
+    else if (args.wakeup)
+        set_alarm(machine, *args.time, &changes);
+    else
+        set_clock(machine, *args.time, &changes);
     changes.report();
 }
 

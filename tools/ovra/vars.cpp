@@ -22,29 +22,6 @@ std::string guid_text(const EFI_GUID &guid)
            hex({guid.Data4 + 2, 6});
 }
 
-std::vector<std::string> attribute_words(uint32_t attributes)
-{
-    static constexpr struct {
-        uint32_t bit;
-        const char *word;
-    } words[] = {{EFI_VARIABLE_NON_VOLATILE, "non-volatile"},
-                 {EFI_VARIABLE_BOOTSERVICE_ACCESS, "boot-service"},
-                 {EFI_VARIABLE_RUNTIME_ACCESS, "run-time"},
-                 {0x08, "hardware-error"},
-                 {0x10, "authenticated"},
-                 {0x20, "time-authenticated"},
-                 {0x80, "enhanced-authenticated"}};
-    std::vector<std::string> set;
-    for (const auto &[bit, word] : words) {
-        if ((attributes & bit) != 0)
-            set.emplace_back(word);
-        attributes &= ~bit;
-    }
-    if (attributes != 0)
-        set.push_back(format("0x%x", attributes));
-    return set;
-}
-
 std::vector<named_variable> matching(firmware &machine, const std::string &filter)
 {
     std::vector<named_variable> entries;
@@ -57,6 +34,11 @@ std::vector<named_variable> matching(firmware &machine, const std::string &filte
         return std::tie(a.name, a.guid) < std::tie(b.name, b.guid);
     });
     return entries;
+}
+
+std::string why(const variable &content)
+{
+    return is_refusal(content.status) ? "no permission" : status_name(content.status);
 }
 
 json to_json(const std::vector<named_variable> &entries)
@@ -76,17 +58,44 @@ json to_json(const std::vector<named_variable> &entries)
     return {{"variables", std::move(variables)}};
 }
 
+// Attributes in two letters each, as UEFI abbreviates them: a line of text has 80 columns.
+std::string attribute_letters(uint32_t attributes)
+{
+    static constexpr struct {
+        const char *word;
+        const char *letters;
+    } all[] = {{"non-volatile", "NV"},          {"boot-service", "BS"},  {"run-time", "RT"},
+               {"hardware-error", "HR"},        {"authenticated", "AW"}, {"time-authenticated", "AT"},
+               {"enhanced-authenticated", "EA"}};
+    std::vector<std::string> words = attribute_words(attributes);
+    for (std::string &word : words) {
+        for (const auto &[known, letters] : all) {
+            if (word == known)
+                word = letters;
+        }
+    }
+    const std::string text = join(words, " ");
+    constexpr size_t columns_left = 12;
+    return text.size() <= columns_left ? text : format("0x%08x", attributes);
+}
+
 std::string as_text(const std::vector<named_variable> &entries, bool verbose)
 {
+    constexpr size_t longest = 22; // name in a column of its own; a longer one gets the line above
     table rows;
     rows.row({"Name", "GUID", "Size", "Attributes"});
     for (const auto &[name, guid, content] : entries) {
+        std::string shown = printable(name);
+        if (columns(shown) > longest) {
+            rows.below(0, shown);
+            shown.clear();
+        }
         if (content.status != EFI_SUCCESS) {
-            rows.row({printable(name), guid, "?", "(cannot be read: " + status_name(content.status) + ")"});
+            rows.row({shown, guid, "?", ""});
+            rows.below(4, "(cannot be read: " + why(content) + ")");
             continue;
         }
-        rows.row({printable(name), guid, std::to_string(content.data.size()),
-                  join(attribute_words(content.attributes), ", ")});
+        rows.row({shown, guid, std::to_string(content.data.size()), attribute_letters(content.attributes)});
         if (!verbose)
             continue;
         for (const std::string &line : hex_dump(content.data))

@@ -1,0 +1,315 @@
+// What stands in the way of a change, and that a dry run finds it as the change itself does.
+#include <fcntl.h>
+#include <fstream>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tests/tool/support.h"
+
+namespace tool_test {
+
+namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+class Obstacles : public Machine {
+protected:
+    Obstacles() { put("BootNext", std::string("\x07\0", 2)); }
+
+    // Both must fail, say the same and change nothing.
+    std::string refusal(const words &arguments, const surroundings &around = {}) const
+    {
+        words dry = arguments;
+        dry.emplace_back("--dry-run");
+        const auto before = snapshot();
+        const outcome planned = run(dry, around);
+        EXPECT_EQ(planned.status, 1) << ::testing::PrintToString(arguments) << planned.out;
+        const outcome done = run(arguments, around);
+        EXPECT_EQ(done.status, 1) << ::testing::PrintToString(arguments) << done.out;
+        EXPECT_EQ(planned.err, done.err);
+        EXPECT_EQ(planned.out + done.out, "");
+        EXPECT_TRUE(snapshot() == before);
+        return done.err;
+    }
+
+    static bool set_marks(const fs::path &path, int marks)
+    {
+        const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK);
+        int flags = 0;
+        bool done = fd != -1 && ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0;
+        flags = (flags & ~(FS_IMMUTABLE_FL | FS_APPEND_FL)) | marks;
+        done = done && ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0;
+        close(fd);
+        return done;
+    }
+
+    // Runs `body` where the file system can mark files; the marks are taken away again.
+    template <typename body>
+    void with_marks(const fs::path &path, int marks, body run_body)
+    {
+        if (!set_marks(path, marks))
+            GTEST_SKIP() << "files cannot be marked here";
+        run_body();
+        EXPECT_TRUE(set_marks(path, 0));
+    }
+
+    const std::vector<words> writers = {{"create", "--desc", "x", "--path-hex", "7fff0400"},
+                                        {"set", "Boot0000", "--inactive"},
+                                        {"remove", "Boot0000"},
+                                        {"order", "insert", "Boot0000"},
+                                        {"order", "remove", "Boot0000"},
+                                        {"order", "set", "Boot0000"},
+                                        {"next", "Boot0000"},
+                                        {"next", "--clear"}};
+};
+
+TEST_F(Obstacles, are_missing_permissions)
+{
+    surroundings around;
+    around.as_nobody = geteuid() == 0;
+    if (run_command({"--version"}, around).status != 0)
+        GTEST_SKIP() << "the command lies where other users cannot run it";
+    std::vector<words> all = writers;
+    all.push_back({"time", "--set", "2031-02-03T04:05:06"});
+    all.push_back({"time", "--wakeup", "--set", "2099-02-03T04:05:06Z"});
+    all.push_back({"reset"});
+    const auto expect_refusals = [&] {
+        for (const words &arguments : all) {
+            const std::string said = refusal(arguments, around);
+            EXPECT_THAT(said, HasSubstr("no permission")) << arguments[0];
+            EXPECT_THAT(said, HasSubstr("\n  Run this as root, or as the owner of the folder.\n"))
+                << arguments[0];
+        }
+    };
+    expect_refusals(); // neither for the variables nor for the lock
+    fs::permissions(variables, fs::perms(0777));
+    expect_refusals(); // not for the lock
+    fs::permissions(variables, fs::perms(0755));
+    fs::permissions(root / "var/lib/hwplat", fs::perms(0777));
+    all.resize(writers.size());
+    all.push_back({"reset"});
+    expect_refusals(); // not for the variables
+    fs::permissions(variables, fs::perms(0777));
+    fs::remove_all(root / "var");
+    expect_refusals();
+    fs::permissions(root, fs::perms(0777));
+    for (words arguments : writers) {
+        arguments.emplace_back("--dry-run");
+        EXPECT_EQ(run(arguments, around).status, 0) << arguments[0];
+    }
+    EXPECT_FALSE(fs::exists(root / "var"));
+}
+
+TEST_F(Obstacles, are_immutable_files)
+{
+    with_marks(file("Boot0003"), FS_IMMUTABLE_FL, [&] {
+        for (const words &arguments : {words{"set", "Boot0003", "--desc", "x"}, words{"remove", "Boot0003"}})
+            EXPECT_THAT(refusal(arguments),
+                        HasSubstr(" Boot0003: " + file("Boot0003").string() +
+                                  " is immutable\n  'chattr -i -a' takes that mark away.\n"));
+    });
+    with_marks(file("BootOrder"), FS_IMMUTABLE_FL, [&] {
+        for (const words &arguments :
+             {writers[0], words{"remove", "Boot0003"}, words{"order", "set", "Boot0001"}})
+            EXPECT_THAT(refusal(arguments), StartsWith("ovra: cannot write BootOrder: "));
+    });
+}
+
+TEST_F(Obstacles, are_immutable_folders)
+{
+    with_marks(variables, FS_APPEND_FL, [&] {
+        for (const words &arguments : writers)
+            EXPECT_THAT(refusal(arguments), HasSubstr(variables.string() + " is immutable\n"));
+    });
+}
+
+TEST_F(Obstacles, are_folders_in_the_place_of_variables)
+{
+    fs::remove(file("Boot0003"));
+    fs::create_directory(file("Boot0003"));
+    const std::string in_its_place = " Boot0003: a folder is in its place\n  Remove the folder ";
+    EXPECT_THAT(refusal({"remove", "Boot0003"}), HasSubstr(in_its_place));
+    EXPECT_THAT(refusal({"create", "--desc", "x", "--path-hex", "7fff0400", "--number", "3", "--force"}),
+                HasSubstr(in_its_place));
+}
+
+TEST_F(Obstacles, are_volatile_variables)
+{
+    put("BootNext", std::string("\x01\0", 2), 6);
+    put("Boot0003", load_option(1, "x", from_hex("7fff0400")), 6);
+    for (const words &arguments :
+         {words{"next", "Boot0003"}, words{"next", "--clear"}, words{"remove", "Boot0001"},
+          words{"remove", "Boot0003"}, words{"set", "Boot0003", "--desc", "y"}}) {
+        const std::string said = refusal(arguments);
+        EXPECT_THAT(said, HasSubstr(": it is stored as boot-service, run-time\n")) << arguments[0];
+        EXPECT_THAT(said, HasSubstr("the firmware's own until the next start.\n")) << arguments[0];
+    }
+}
+
+TEST_F(Obstacles, are_full_stores)
+{
+    std::ofstream(root / "var/lib/hwplat/capacity") << "4000 2000\n";
+    std::ofstream(folder / "data", std::ios::binary) << std::string(1500, 'x');
+    const std::string data = folder / "data";
+    for (const words &arguments :
+         {words{"create", "--desc", "x", "--path-hex", "7fff0400", "--optdata-file", data},
+          words{"set", "Boot0003", "--optdata-file", data}}) {
+        const std::string said = refusal(arguments);
+        EXPECT_THAT(
+            said,
+            HasSubstr(": no room in the variable store\n  Remove options that are not needed; 'ovra vars' "
+                      "shows what takes the room.\n"));
+        EXPECT_THAT(said, HasSubstr(" bytes are left, 2000 for one variable.\n"));
+    }
+    std::ofstream(folder / "data", std::ios::binary) << std::string(2500, 'x');
+    EXPECT_THAT(refusal({"set", "Boot0003", "--optdata-file", data}),
+                HasSubstr(" bytes are too many for one variable\n  One holds at most 2000 bytes: shorten "));
+}
+
+// The order's room is looked at together with the option's.
+TEST_F(Obstacles, are_stores_with_room_for_the_option_alone)
+{
+    const uint64_t roomy = 100000;
+    std::ofstream(root / "var/lib/hwplat/capacity") << roomy << " 2000\n";
+    fs::remove(file("BootOrder"));
+    std::ofstream(folder / "data", std::ios::binary) << std::string(2500, 'x');
+    const std::string said = run({"set", "Boot0003", "--optdata-file", folder / "data"}).err;
+    ASSERT_THAT(said, HasSubstr("too many for one variable"));
+    // What is taken, by the difference of a store with a known size and what the message of a full one says.
+    const auto left_in = [&](uint64_t capacity) {
+        std::ofstream(root / "var/lib/hwplat/capacity") << capacity << " 100000\n";
+        std::ofstream(folder / "data", std::ios::binary) << std::string(90000, 'x');
+        const std::string full =
+            run({"create", "--desc", "x", "--path-hex", "7fff0400", "--optdata-file", folder / "data"}).err;
+        const size_t at = full.find(" bytes are left");
+        if (at == std::string::npos)
+            return uint64_t{0};
+        const size_t line = full.rfind('\n', at) + 1;
+        return static_cast<uint64_t>(std::stoull(full.substr(line, at - line)));
+    };
+    const uint64_t taken = 50000 - left_in(50000);
+    ASSERT_LT(taken, 50000u);
+    // An option of 14 bytes with its name takes 36; BootOrder of one entry takes 26 more.
+    std::ofstream(root / "var/lib/hwplat/capacity") << taken + 36 + 20 << " 2000\n";
+    const words create = {"create", "--desc", "x", "--path-hex", "7fff0400"};
+    words dry = create;
+    dry.emplace_back("--dry-run");
+    EXPECT_THAT(failure(dry), StartsWith("ovra: cannot write BootOrder: no room in the variable store\n"));
+    const auto before = snapshot();
+    const outcome done = run(create);
+    EXPECT_EQ(done.status, 1);
+    EXPECT_THAT(done.err, StartsWith("ovra: cannot write BootOrder: no room in the variable store\n"));
+    EXPECT_EQ(done.out, "");
+    EXPECT_TRUE(snapshot() == before);
+    std::ofstream(root / "var/lib/hwplat/capacity") << taken + 36 + 26 << " 2000\n";
+    output(create);
+}
+
+TEST_F(Obstacles, are_not_seen_where_there_are_none)
+{
+    for (words arguments : writers) {
+        arguments.emplace_back("--dry-run");
+        EXPECT_EQ(run(arguments).status, 0) << arguments[0];
+    }
+}
+
+// An option that other users may not read.
+TEST_F(Obstacles, to_reading_one_option_leave_the_others)
+{
+    surroundings around;
+    around.as_nobody = geteuid() == 0;
+    if (run_command({"--version"}, around).status != 0)
+        GTEST_SKIP() << "the command lies where other users cannot run it";
+    fs::permissions(file("Boot0003"), fs::perms(0));
+    const outcome list = run({"list"}, around);
+    EXPECT_EQ(list.status, 0) << list.err;
+    EXPECT_THAT(list.out, HasSubstr("3         Boot0003  ?       (no permission)\n"));
+    EXPECT_THAT(list.out, HasSubstr("7         Boot0007  *       EFI Internal Shell           next\n"));
+    EXPECT_EQ(list.err, "ovra: warning: cannot read Boot0003: no permission\n"
+                        "  Run this as root, or as the owner of the folder.\n");
+    const outcome programs = run({"list", "--json"}, around);
+    EXPECT_EQ(json::parse(programs.out)["options"][3]["error"], "no permission");
+    const outcome order = run({"order"}, around);
+    EXPECT_EQ(order.status, 0);
+    EXPECT_THAT(order.out, HasSubstr("3  Boot0003  (no permission)\n4  Boot0004  UEFI Misc Device\n"));
+    EXPECT_THAT(order.err, HasSubstr("cannot read Boot0003: no permission\n"));
+    EXPECT_EQ(run({"show", "Boot0003"}, around).err, "ovra: cannot read Boot0003: no permission\n"
+                                                     "  Run this as root, or as the owner of the folder.\n"
+                                                     "    unable to read variable Boot0003\n");
+}
+
+// A folder or a file that is no variable is damage, whichever verb meets it.
+TEST_F(Obstacles, of_damaged_options_are_called_so_by_every_verb)
+{
+    for (const int size : {0, 1, 3, -1}) {
+        fs::remove_all(file("Boot0007"));
+        if (size == -1)
+            fs::create_directory(file("Boot0007"));
+        else
+            std::ofstream(file("Boot0007")) << std::string(static_cast<size_t>(size), 'x');
+        EXPECT_THAT(output({"list"}), HasSubstr("7         Boot0007  ?       (damaged)")) << size;
+        EXPECT_THAT(output({"order"}), HasSubstr("7  Boot0007  (damaged)\n")) << size;
+        EXPECT_EQ(output({"next"}), "Boot0007  (damaged)\n") << size;
+        EXPECT_THAT(run({"show", "Boot0007"}).err, StartsWith("ovra: cannot read Boot0007: damaged\n"))
+            << size;
+        EXPECT_THAT(run({"set", "Boot0007", "--active"}).err,
+                    StartsWith("ovra: cannot read Boot0007: damaged\n"));
+        EXPECT_THAT(failure({"create", "--desc", "x", "--path-hex", "7fff0400", "--number", "7"}),
+                    StartsWith("ovra: Boot0007 exists\n"));
+    }
+}
+
+// What an administrator is told about a machine without variables.
+class NoVariables : public Machine {
+protected:
+    // Runs without --root, as on a live machine; its root is the folder.
+    std::string refusal() const
+    {
+        surroundings around;
+        around.environment["HWPLAT_ROOT"] = root;
+        const outcome result = run_command({"list"}, around);
+        EXPECT_EQ(result.status, 1);
+        EXPECT_THAT(result.err, StartsWith("ovra: no firmware variables on this machine\n"));
+        return result.err;
+    }
+};
+
+TEST_F(NoVariables, may_come_from_the_kernels_command_line)
+{
+    fs::remove_all(variables);
+    fs::create_directory(root / "proc");
+    for (const char *line : {"quiet efi=noruntime\n", "efi=debug,noruntime root=/dev/sda1\n", "noefi\n"}) {
+        std::ofstream(root / "proc/cmdline") << line;
+        EXPECT_THAT(refusal(), HasSubstr("The kernel was started with \"efi=noruntime\" or \"noefi\""));
+    }
+    std::ofstream(root / "proc/cmdline") << "efi=debug noruntime=1\n";
+    EXPECT_THAT(refusal(), HasSubstr("'mount -t efivarfs efivarfs /sys/firmware/efi/efivars'"));
+    fs::remove_all(root / "sys/firmware/efi");
+    EXPECT_THAT(refusal(), HasSubstr("  It was not started by UEFI firmware.\n"));
+}
+
+TEST_F(NoVariables, may_come_from_an_unmounted_sys)
+{
+    surroundings around;
+    around.environment["HWPLAT_ROOT"] = root;
+    fs::remove_all(root / "sys");
+    for (const char *verb : {"disks", "tree"}) {
+        for (int round = 0; round < 2; ++round) {
+            const outcome result = run_command({verb}, around);
+            EXPECT_EQ(result.status, 1);
+            EXPECT_EQ(
+                result.err,
+                "ovra: there is nothing in " + root.string() +
+                    "/sys\n  'mount -t sysfs sysfs /sys' mounts what the kernel tells of its devices.\n");
+            fs::create_directory(root / "sys");
+        }
+        fs::remove(root / "sys");
+    }
+    fs::create_directories(root / "sys/firmware");
+    fs::remove_all(root / "sys/firmware");
+    EXPECT_THAT(refusal(), HasSubstr("  /sys is not mounted: 'mount -t sysfs sysfs /sys' does it.\n"));
+}
+
+} // namespace tool_test
