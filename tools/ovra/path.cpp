@@ -53,6 +53,8 @@ void decode(device_paths &paths, const arguments &args)
         throw failure("this path has no text: " + text.error, {}, text.messages);
     if (text.bytes_behind_end != 0)
         warn(format("%zu bytes behind the path's END node are not shown", text.bytes_behind_end));
+    else if (!text.ends_plainly)
+        warn("the path's END node is not shown: its text gives a plain one");
     if (args.json) {
         json document = as_json(text);
         document["bytes_not_shown"] = text.bytes_behind_end;
