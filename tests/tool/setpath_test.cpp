@@ -215,10 +215,35 @@ protected:
 TEST_F(SetPathOfDisk, devpath_takes_the_name_of_a_disk)
 {
     store(pci + odd + file_node + second);
-    output({"set", "Boot0003", "--devpath", "c5t0d0s1"});
+    const outcome set = run({"set", "Boot0003", "--devpath", "c5t0d0s1"});
+    EXPECT_EQ(set.status, 0);
+    EXPECT_EQ(set.err, "c5t0d0s1 is /dev/sda2, PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02.\n");
     EXPECT_EQ(get("Boot0003"), with("04012a000200000000a80000000000000080000000000000"
                                     "370a9f5f448ad04a9c2e1d9e6f5b7c020202" +
                                     file_node + second));
+}
+
+TEST_F(SetPathOfDisk, every_verb_says_which_disk_it_took)
+{
+    store(pci + file_node + second);
+    const std::string said = "/dev/sda2 is c5t0d0s1, PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02.\n";
+    for (const words &arguments :
+         {words{"set", "Boot0003", "--devpath", "/dev/sda2"}, words{"path", "encode", "/dev/sda2"},
+          words{"create", "--desc", "x", "--devpath", "/dev/sda2"},
+          words{"create", "--desc", "x", "--disk", "/dev/sda2"}, words{"find", "/dev/sda2"}}) {
+        const outcome result = run(arguments);
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_EQ(result.err, said) << arguments[0];
+        words for_programs = arguments;
+        for_programs.emplace_back("--json");
+        const json document = parsed(for_programs);
+        EXPECT_EQ(document["disk"], "c5t0d0s1") << arguments[0];
+        EXPECT_EQ(document["kernel_name"], "sda2");
+        EXPECT_EQ(document["partuuid"], "5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02");
+        EXPECT_EQ(document["signature"], nullptr);
+    }
+    EXPECT_THAT(failure({"set", "Boot0003", "--devpath", "/dev/sdx1"}),
+                HasSubstr("ovra: no disk is named \"/dev/sdx1\"\n"));
 }
 
 TEST_F(SetPathOfDisk, a_name_of_the_tree_has_no_path)

@@ -55,7 +55,8 @@ void changes::make(change change, const std::function<void()> &apply)
 
 void changes::remark(const std::string &text, const std::string &key, json value)
 {
-    remarks += text + '\n';
+    if (!text.empty())
+        remarks += text + '\n';
     members[key] = std::move(value);
 }
 

@@ -33,7 +33,7 @@ public:
     // Makes a change. When that fails, the failure also says which changes were made before it.
     void make(change change, const std::function<void()> &apply);
 
-    // Something else to say: a line for people, for programs a member of the document.
+    // Something else to say: a line for people, which may be empty, for programs a member of the document.
     void remark(const std::string &text, const std::string &key, json value);
 
     // Prints what was done, or would be.

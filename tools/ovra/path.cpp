@@ -2,8 +2,8 @@
 #include <cstring>
 #include <unistd.h>
 
-#include "tools/ovra/devicepaths.h"
 #include "tools/ovra/failure.h"
+#include "tools/ovra/fields.h"
 #include "tools/ovra/verbs.h"
 
 namespace tool {
@@ -32,9 +32,12 @@ std::string standard_input()
 
 void encode(device_paths &paths, const arguments &args)
 {
-    const bytes path = paths.encode(*args.device_text, args.file);
+    const given_path given = given_devices(paths, args, args.file);
+    const bytes &path = given.packed;
+    json document = {{"path", hex(path)}, {"size", path.size()}};
+    document.update(given.disk);
     if (args.json)
-        print_json({{"path", hex(path)}, {"size", path.size()}});
+        print_json(document);
     else if (args.raw)
         print({reinterpret_cast<const char *>(path.data()), path.size()});
     else

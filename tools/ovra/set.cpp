@@ -38,13 +38,14 @@ void require_kept(uint16_t number, const variable &stored_option, const load_opt
 }
 
 // Text does not carry all of a path: only what is new goes through it.
-bytes changed_path(bytes path, const arguments &args)
+bytes changed_path(bytes path, const arguments &args, changes *changes)
 {
     device_paths paths;
     if (args.device_text) {
-        const bytes devices = paths.encode(*args.device_text, std::nullopt);
-        require_one_instance(devices);
-        path = with_devices(path, devices);
+        const given_path devices = given_devices(paths, args, std::nullopt);
+        path = with_devices(path, devices.packed);
+        for (const auto &[name, value] : devices.disk.items())
+            changes->remark({}, name, value);
     }
     if (args.file)
         path = with_file(path, paths.encode("", args.file));
@@ -72,11 +73,11 @@ void run_set(firmware &machine, const arguments &args)
     if (optional_data)
         option.optional_data = *optional_data;
     const bytes fields_alone = as_stored(option);
+    changes changes(args);
     if (args.device_text || args.file)
-        option.path = changed_path(option.path, args);
+        option.path = changed_path(option.path, args, &changes);
     check_size(option);
 
-    changes changes(args);
     if (as_stored(option) != before.data)
         changes.make(writes_option(number, option), [&] {
             if (fields_alone == before.data)
