@@ -396,6 +396,7 @@ TEST_F(Disks, may_be_given_by_what_identifies_them)
     EXPECT_EQ(created("PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02"), created("c5t0d0s1"));
     EXPECT_EQ(created("partuuid=5F9F0A37-8A44-4AD0-9C2E-1D9E6F5B7C02"), created("c5t0d0s1"));
     EXPECT_EQ(created("PARTUUID=1234abcd-05"), created("c5t3d0p5"));
+    EXPECT_EQ(created("/dev/disk/by-partuuid/1234abcd-05"), created("c5t3d0p5"));
     const outcome found = run({"find", "PARTUUID=1234abcd-05"});
     EXPECT_EQ(found.err, "PARTUUID=1234abcd-05 is c5t3d0p5, /dev/sdb5.\n");
     for (const char *none : {"PARTUUID=", "PARTUUID=1234abcd-09", "PARTUUID=1234abcd", "PARTUUID=5f9f0a37"})

@@ -100,7 +100,7 @@ TEST(PathEncode, keeps_the_port_of_a_disk)
 TEST(PathEncode, takes_a_file_behind_the_devices)
 {
     const std::string digits = "01010600020104040a005c00610000007fff0400\n";
-    for (const char *text : {"/Pci(1,2)\\a", "/Pci(1,2)/\\a"}) {
+    for (const char *text : {"/Pci(1,2)\\a", "/Pci(1,2)/\\a", "/Pci(1,2)/File(\\a)"}) {
         const outcome packed = run_command({"path", "encode", text});
         EXPECT_EQ(packed.out, digits) << text;
         EXPECT_EQ(packed.err, "") << text;

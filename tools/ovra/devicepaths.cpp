@@ -320,6 +320,12 @@ bool is_device_name(const std::string &text)
 
 path_text split_file(const std::string &text)
 {
+    constexpr std::string_view keyword = "/File("; // as other programs write it
+    const size_t named = text.find(keyword);
+    if (named != std::string::npos && named != 0 && text.back() == ')' &&
+        text.size() > named + keyword.size() + 1)
+        return {text.substr(0, named),
+                text.substr(named + keyword.size(), text.size() - named - keyword.size() - 1)};
     const size_t close = text.find(")\\");
     const size_t slash = text.find("/\\");
     if (close < slash)

@@ -75,8 +75,8 @@ void require_one_instance(byte_view encoded);
 // Whether the library takes a text for the name of a device of the operating system.
 bool is_device_name(const std::string &text);
 
-// A text at the end of which a file may stand, as firmware writes it: HD(...)/\EFI\a.efi, or without the
-// slash.
+// A text at the end of which a file may stand, as firmware writes it: HD(...)/\EFI\a.efi, also without the
+// slash, or as other programs do: HD(...)/File(\EFI\a.efi).
 path_text split_file(const std::string &text);
 
 // The name of a file with the separators of firmware.

@@ -148,6 +148,7 @@ std::vector<drive> read_all(predicate wanted)
 }
 
 constexpr std::string_view partuuid_prefix = "PARTUUID=";
+constexpr std::string_view partuuid_folder = "/dev/disk/by-partuuid/";
 
 bool same_letters(std::string_view a, std::string_view b)
 {
@@ -288,8 +289,11 @@ json chosen_disk::members() const
 chosen_disk find_disk(const std::string &text)
 {
     const std::string advice = "'ovra disks' shows the disks with their names.";
-    const bool by_uuid = has_partuuid_prefix(text);
-    const std::string wanted = by_uuid ? text : without_folder(text);
+    const bool by_link = text.starts_with(partuuid_folder);
+    const bool by_uuid = by_link || has_partuuid_prefix(text);
+    const std::string wanted = by_link   ? std::string(partuuid_prefix) + text.substr(partuuid_folder.size())
+                               : by_uuid ? text
+                                         : without_folder(text);
     // Only drives of which the name can be a partition are looked into.
     const std::vector<drive> drives = read_all([&](const drive &drive) {
         return by_uuid || begins_with_name(wanted, drive.name) || begins_with_name(wanted, drive.kernel_name);
@@ -301,7 +305,7 @@ chosen_disk find_disk(const std::string &text)
                           "One of its slices or partitions is needed. " + advice);
         for (const volume &volume : drive.volumes) {
             const chosen_disk next = chosen(drive, volume);
-            if (by_uuid ? same_partuuid(text, next.partuuid)
+            if (by_uuid ? same_partuuid(wanted, next.partuuid)
                         : volume.name == wanted || volume.kernel_name == wanted)
                 found.push_back(next);
         }

@@ -60,7 +60,7 @@ struct chosen_disk {
 };
 
 // The disk of a name: the machine's ("c0t0d0s0", "/dev/dsk/c0t0d0s0"), Linux's ("sda1", "/dev/sda1"), or
-// "PARTUUID=...". Throws a failure.
+// "PARTUUID=..." or "/dev/disk/by-partuuid/...". Throws a failure.
 chosen_disk find_disk(const std::string &text);
 
 // Throws a failure when the machine's devices cannot be seen at all.
