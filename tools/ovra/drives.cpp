@@ -200,6 +200,7 @@ chosen_disk chosen(const drive &drive, const volume &volume)
     chosen_disk disk;
     disk.name = volume.name;
     disk.kernel_name = volume.kernel_name;
+    disk.node = hard_drive_node(drive, volume);
     if (volume.is_slice)
         disk.partuuid = guid_text(volume.guid);
     if (drive.signature)

@@ -52,6 +52,7 @@ struct chosen_disk {
     std::string kernel_name; // "sda1"
     std::string partuuid;    // Linux's name for what identifies it; empty for the whole disk
     std::string signature;   // of an MBR
+    bytes node;              // hard_drive_node() of it
 
     // "/dev/sda1 is c0t0d0s0, PARTUUID=..." of what was typed.
     std::string told_of(const std::string &typed) const;

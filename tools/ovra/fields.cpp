@@ -1,5 +1,6 @@
 #include "tools/ovra/fields.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -63,7 +64,13 @@ given_path given_devices(device_paths &paths, const arguments &args, const std::
     if (!names_disk)
         return {paths.encode(*args.device_text, file)};
     const chosen_disk disk = given_disk(args, args.disk ? *args.disk : *args.device_text);
-    return {paths.encode_disk(disk.name, file, args.full), disk.members()};
+    const bytes packed = paths.encode_disk(disk.name, file, args.full);
+    // The library looks the name up once more, and disks may come and go meanwhile.
+    const byte_view node = first_hard_drive(packed);
+    if (!std::equal(node.begin(), node.end(), disk.node.begin(), disk.node.end()))
+        throw failure("the disks changed: " + disk.name + " is another one now",
+                      "Nothing was written. Try again.");
+    return {packed, disk.members()};
 }
 
 } // namespace tool
