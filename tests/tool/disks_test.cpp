@@ -246,7 +246,7 @@ TEST_F(Disks, are_shown_with_the_options_that_find_gives)
     for (const json &disk : before["disks"]) {
         for (const json &volume : disk["volumes"]) {
             EXPECT_EQ(volume["options"], json::array());
-            output({"create", "--desc", "x", "--disk", volume["name"], "--file", "\\a"});
+            EXPECT_EQ(run({"create", "--desc", "x", "--disk", volume["name"], "--file", "\\a"}).status, 0);
             ++options;
         }
     }
@@ -262,7 +262,7 @@ TEST_F(Disks, are_shown_with_the_options_that_find_gives)
 
 TEST_F(Disks, are_printed)
 {
-    output({"create", "--desc", "x", "--disk", "c5t0d0s1"});
+    EXPECT_EQ(run({"create", "--desc", "x", "--disk", "c5t0d0s1"}).status, 0);
     const std::string text = output({"disks"});
     EXPECT_THAT(text,
                 HasSubstr("c5t0d0  sda  64.0 MiB  GPT\n"
@@ -285,10 +285,20 @@ TEST_F(Disks, that_cannot_be_read_say_so)
         nobody.as_nobody = true;
         const outcome printed = run({"disks"}, nobody);
         EXPECT_EQ(printed.status, 0) << printed.err;
-        EXPECT_THAT(printed.out,
-                    HasSubstr("c5t0d0  sda  64.0 MiB  no medium that can be read: Permission denied\n"));
+        EXPECT_THAT(printed.out, HasSubstr("c5t0d0  sda  64.0 MiB  cannot be read: Permission denied\n"));
         EXPECT_THAT(printed.out, HasSubstr("c3t0d0  sde  8.0 MiB  no medium that can be read\n"));
         EXPECT_THAT(printed.out, HasSubstr("c5t3d0  sdb  32.0 MiB  MBR 1234abcd\n"));
+        for (const char *disk : {"/dev/sda1", "c5t0d0s0", "/dev/dsk/c5t0d0s0"}) {
+            const outcome found = run({"find", disk}, nobody);
+            EXPECT_EQ(found.status, 1);
+            EXPECT_EQ(found.err, "ovra: cannot read /dev/sda: Permission denied\n  Run this as root.\n")
+                << disk;
+        }
+        EXPECT_EQ(
+            run({"find", "PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c01"}, nobody).err,
+            "ovra: no disk that can be read has \"PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c01\"; cannot read "
+            "/dev/sda: Permission denied\n  Run this as root.\n");
+        EXPECT_THAT(run({"find", "sdaa1"}, nobody).err, HasSubstr("no disk is named \"sdaa1\""));
     }
     // The same for a reason that everybody meets.
     fs::remove(root / "dev/sda");
@@ -320,8 +330,23 @@ TEST_F(Disks, may_be_none)
 {
     std::filesystem::remove_all(root / "sys/devices");
     std::filesystem::remove_all(root / "sys/block");
+    std::filesystem::create_directory(root / "sys/devices");
     EXPECT_EQ(output({"disks"}), "no disks\n");
     EXPECT_EQ(parsed({"disks"})["disks"], json::array());
+    EXPECT_EQ(output({"tree"}), "hwplat\n");
+}
+
+// That nothing can be seen is not to say that nothing is there.
+TEST_F(Disks, are_not_said_to_be_none_where_they_cannot_be_seen)
+{
+    std::filesystem::remove_all(root / "sys/devices");
+    std::filesystem::remove_all(root / "sys/block");
+    const std::string said = "ovra: there is no sys/devices in " + root.string() +
+                             "\n  The devices of a machine's folder are seen there.\n";
+    for (const words &arguments :
+         {words{"disks"}, words{"tree"}, words{"find", "sda1"}, words{"disks", "--json"},
+          words{"create", "--desc", "x", "--disk", "c5t0d0s0"}})
+        EXPECT_EQ(failure(arguments), said) << arguments[0];
 }
 
 TEST_F(Disks, may_be_given_by_their_linux_names)
@@ -341,13 +366,46 @@ TEST_F(Disks, may_be_given_by_their_linux_names)
     EXPECT_EQ(parsed({"create", "--desc", "x", "--disk", "/dev/sda1", "--dry-run"})["disk"], "c5t0d0s0");
     EXPECT_EQ(parsed({"create", "--desc", "y", "--disk", "/dev/sdb5"})["disk"], "c5t3d0p5");
     EXPECT_EQ(output({"remove", "Boot0008"}).find("/dev"), std::string::npos);
-    EXPECT_THAT(output({"create", "--desc", "x", "--disk", "/dev/sda1"}),
-                HasSubstr("/dev/sda1 is c5t0d0s0.\n"));
-    const outcome found = run({"find", "/dev/sda1"});
-    EXPECT_EQ(found.out, "Boot0008  x\n"); // for programs that read lines
-    EXPECT_EQ(found.err, "/dev/sda1 is c5t0d0s0.\n");
-    EXPECT_EQ(output({"find", "c5t0d0s0"}), "Boot0008  x\n");
-    EXPECT_EQ(output({"find", "c5t0d0s1"}), "no option boots from c5t0d0s1\n");
+    EXPECT_EQ(run({"create", "--desc", "x", "--disk", "/dev/sda1"}).err,
+              "/dev/sda1 is c5t0d0s0, PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c01.\n");
+    EXPECT_EQ(run({"find", "/dev/sda1"}).out, "Boot0008  x\n");
+    EXPECT_EQ(run({"find", "c5t0d0s0"}).out, "Boot0008  x\n");
+    EXPECT_EQ(run({"find", "c5t0d0s1"}).out, "no option boots from c5t0d0s1\n");
+}
+
+TEST_F(Disks, are_told_of_by_their_other_names)
+{
+    const std::string uuid = "PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c01";
+    EXPECT_EQ(run({"find", "c5t0d0s0"}).err, "c5t0d0s0 is /dev/sda1, " + uuid + ".\n");
+    EXPECT_EQ(run({"find", "sda1"}).err, "sda1 is c5t0d0s0, /dev/sda1, " + uuid + ".\n");
+    EXPECT_EQ(run({"find", "/dev/dsk/c5t0d0s0"}).err,
+              "/dev/dsk/c5t0d0s0 is c5t0d0s0, /dev/sda1, " + uuid + ".\n");
+    EXPECT_EQ(run({"find", "c5t3d0p5"}).err, "c5t3d0p5 is /dev/sdb5, PARTUUID=1234abcd-05.\n");
+    EXPECT_EQ(run({"find", "c5t3d0p0"}).err, "c5t3d0p0 is /dev/sdb, MBR signature 1234abcd.\n");
+    // A disk that is not taken is not told of.
+    EXPECT_EQ(run({"find", "c5t0d0s77"}).err,
+              "ovra: no disk is named \"c5t0d0s77\"\n  'ovra disks' shows the disks with their names.\n");
+}
+
+TEST_F(Disks, may_be_given_by_what_identifies_them)
+{
+    const auto created = [this](const std::string &disk) {
+        return parsed({"create", "--desc", "x", "--dry-run", "--disk", disk})["changes"];
+    };
+    EXPECT_EQ(created("PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02"), created("c5t0d0s1"));
+    EXPECT_EQ(created("partuuid=5F9F0A37-8A44-4AD0-9C2E-1D9E6F5B7C02"), created("c5t0d0s1"));
+    EXPECT_EQ(created("PARTUUID=1234abcd-05"), created("c5t3d0p5"));
+    EXPECT_EQ(created("/dev/disk/by-partuuid/1234abcd-05"), created("c5t3d0p5"));
+    const outcome found = run({"find", "PARTUUID=1234abcd-05"});
+    EXPECT_EQ(found.err, "PARTUUID=1234abcd-05 is c5t3d0p5, /dev/sdb5.\n");
+    for (const char *none : {"PARTUUID=", "PARTUUID=1234abcd-09", "PARTUUID=1234abcd", "PARTUUID=5f9f0a37"})
+        EXPECT_THAT(failure({"find", none}),
+                    HasSubstr("ovra: no disk is named \"" + std::string(none) + "\"\n"));
+    // A copy of a disk identifies itself as the other does.
+    put_disk("sdz", "sys/devices/pci0000:00/0000:00:03.0/virtio0/host6/target6:0:9/6:0:9:0");
+    fs::copy_file(root / "dev/sda", root / "dev/sdz");
+    EXPECT_THAT(failure({"find", "PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02"}),
+                HasSubstr("names more than one disk\n  They are "));
 }
 
 // Behind a name that ends in a digit Linux writes a "p" before the number.
@@ -382,7 +440,7 @@ TEST_F(Disks, that_are_not_there_are_refused)
 
 TEST_F(Disks, of_an_option_are_shown)
 {
-    output({"create", "--desc", "x", "--disk", "sda1", "--file", "\\a", "--full"});
+    EXPECT_EQ(run({"create", "--desc", "x", "--disk", "sda1", "--file", "\\a", "--full"}).status, 0);
     EXPECT_THAT(output({"show", "Boot0008"}), HasSubstr("Disk           c5t0d0s0\n"));
     EXPECT_EQ(parsed({"show", "Boot0008"})["disks"], json({"c5t0d0s0"}));
     EXPECT_EQ(parsed({"show", "Boot0005"})["disks"], json::array());

@@ -64,6 +64,17 @@ TEST_F(Order, insert_moves_an_option)
     EXPECT_THAT(order(), ElementsAre(1, 2, 3));
 }
 
+// As help says: -2 is last for an option that is moved, and before the last for one that is new.
+TEST_F(Order, insert_counts_from_the_end_before_it_takes_the_option_out)
+{
+    EXPECT_THAT(run_command({"order", "insert", "--help"}).out,
+                HasSubstr("are counted before the option is taken"));
+    output({"order", "insert", "Boot0001", "-2"});
+    EXPECT_THAT(order(), ElementsAre(2, 3, 1));
+    output({"order", "insert", "Boot0000", "-2"});
+    EXPECT_THAT(order(), ElementsAre(2, 3, 0, 1));
+}
+
 TEST_F(Order, insert_refuses_an_option_that_does_not_exist_unless_forced)
 {
     EXPECT_THAT(failure({"order", "insert", "Boot001F"}), HasSubstr("ovra: no such option: Boot001F\n"));

@@ -61,6 +61,36 @@ TEST_F(Output, that_fails_after_a_change_is_reported)
     EXPECT_EQ(get("BootNext"), std::string("\x07\0", 2));
 }
 
+// Characters that reorder or hide the text around them, and control characters beyond ASCII.
+TEST_F(Output, escapes_characters_that_change_how_text_is_shown)
+{
+    std::filesystem::create_directory(root / "sys/devices");
+    for (const int character : {0x80, 0x9b, 0x9f, 0x61c, 0x200e, 0x200f, 0x2028, 0x2029, 0x202a, 0x202b,
+                                0x202c, 0x202d, 0x202e, 0x2066, 0x2067, 0x2068, 0x2069, 0xfeff}) {
+        const std::string unit = {static_cast<char>(character), static_cast<char>(character >> 8)};
+        char escaped[8];
+        snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned>(character));
+        std::string description = load_option(1, "ab", from_hex("7fff0400"));
+        description.insert(8, unit);
+        put("Boot0003", description);
+        const std::string shown = "a" + std::string(escaped) + "b";
+        EXPECT_THAT(output({"show", "Boot0003"}), HasSubstr("Description    " + shown + "\n"));
+        EXPECT_THAT(output({"list"}), HasSubstr("  " + shown + "\n"));
+        const std::string document = output({"show", "Boot0003", "--json"});
+        EXPECT_THAT(document, HasSubstr("\"description\": \"" + shown + "\""));
+        EXPECT_EQ(json::parse(document)["description"], json::parse("\"" + shown + "\""));
+        const std::string typed = json::parse("\"" + shown + "\"");
+        EXPECT_EQ(run({"show", typed}).err.find("ovra: \"" + shown + "\" is no boot option"), 0u);
+        EXPECT_EQ(run({"find", typed}).err.find("ovra: no disk is named \"" + shown + "\"\n"), 0u);
+        EXPECT_EQ(run({typed}).err.find("ovra: unknown verb '" + shown + "'\n"), 0u);
+        EXPECT_THAT(run({"path", "encode", typed}).err,
+                    HasSubstr("cannot be packed: \"" + shown + "\"\n  " + shown));
+    }
+    // Beyond 16 bits two escapes make a character: a tag, which shows nothing.
+    put("Boot0003", load_option(1, "", from_hex("7fff0400")).insert(6, "\x40\xdb\x41\xdc", 4));
+    EXPECT_THAT(output({"show", "Boot0003", "--json"}), HasSubstr("\"\\udb40\\udc41\""));
+}
+
 // The library's own messages.
 class LibraryMessages : public Machine {};
 

@@ -89,25 +89,50 @@ TEST(PathEncode, refuses_a_file_that_no_node_holds)
 }
 
 // The library stores the third argument of a Sata node in place of the first.
-TEST(PathEncode, warns_of_a_port_that_is_lost)
+TEST(PathEncode, keeps_the_port_of_a_disk)
 {
-    const auto warning = [](const std::string &node, const std::string &packed_as) {
-        return "ovra: warning: " + node + " is packed as " + packed_as +
-               "\n  Text cannot give the port of such a disk; 'ovra create' with --disk and --full, or with "
-               "--path-hex, can.\n";
-    };
-    const outcome lost = run_command({"path", "encode", "/Pci(1,2)/Sata(5,0xffff,0)"});
-    EXPECT_EQ(lost.status, 0);
-    EXPECT_EQ(lost.out, "01010600020103120a000000ffff00007fff0400\n");
-    EXPECT_EQ(lost.err, warning("Sata(5,0xffff,0)", "Sata(0x0,0xffff,0x0)"));
-    for (const char *node : {"sata(hpn=010,LUN=1)", "Sata(0,,0x1)", "Sata(1,2,1)", "Sata(lun=1,Hpn=0,hpn=1)"})
-        EXPECT_THAT(run_command({"path", "encode", node}).err,
-                    StartsWith("ovra: warning: " + std::string(node) + " is packed as Sata(0x1,"));
-    EXPECT_EQ(run_command({"path", "encode", "Sata(1,0,2)//Pci(1,2)/Sata(3,0,4)/Sata(0,5,0)"}).err,
-              warning("Sata(1,0,2)", "Sata(0x2,0x0,0x0)") + warning("Sata(3,0,4)", "Sata(0x4,0x0,0x0)"));
-    for (const char *node :
-         {"Sata(0,0xffff,0)", "Sata(0,,0)", "SATA(LUN=0,hpn=0x0,PMPN=017)", "Sata(0,0,00)x"})
-        EXPECT_EQ(run_command({"path", "encode", node}).err, "") << node;
+    const outcome packed = run_command({"path", "encode", "/Pci(1,2)/Sata(5,0xffff,0)"});
+    EXPECT_EQ(packed.status, 0);
+    EXPECT_EQ(packed.out, "01010600020103120a000500ffff00007fff0400\n");
+    EXPECT_EQ(packed.err, "");
+}
+
+TEST(PathEncode, takes_a_file_behind_the_devices)
+{
+    const std::string digits = "01010600020104040a005c00610000007fff0400\n";
+    for (const char *text : {"/Pci(1,2)\\a", "/Pci(1,2)/\\a", "/Pci(1,2)/File(\\a)"}) {
+        const outcome packed = run_command({"path", "encode", text});
+        EXPECT_EQ(packed.out, digits) << text;
+        EXPECT_EQ(packed.err, "") << text;
+        const outcome twice = run_command({"path", "encode", text, "--file", "b"});
+        EXPECT_EQ(twice.status, 2) << text;
+        EXPECT_THAT(twice.err, StartsWith("ovra: the path names a file, \"\\a\", and --file another\n"));
+    }
+    EXPECT_THAT(said_at_failure({"path", "encode", "/Pci(1,2)x\\a"}),
+                StartsWith("ovra: node 1 of the path cannot be packed: \"Pci(1,2)x\\a\"\n"));
+}
+
+TEST(PathEncode, names_files_as_firmware_does)
+{
+    for (const words &given : {words{"/Pci(1,2)", "--file", "/a"}, words{"/Pci(1,2)", "--file=/a"}}) {
+        words arguments = {"path", "encode"};
+        arguments.insert(arguments.end(), given.begin(), given.end());
+        const outcome packed = run_command(arguments);
+        EXPECT_EQ(packed.status, 0);
+        EXPECT_EQ(packed.out, "01010600020104040a005c00610000007fff0400\n");
+        EXPECT_EQ(packed.err, "The file is named as firmware does, \\a.\n");
+    }
+    EXPECT_EQ(run_command({"path", "encode", "/Pci(1,2)\\a/b", "--json"}).err,
+              "The file is named as firmware does, \\a\\b.\n");
+}
+
+TEST(PathEncode, refuses_another_instance)
+{
+    EXPECT_THAT(said_at_failure({"path", "encode", "/Pci(1,2)/Pci(1,3),/Pci(1,4)"}),
+                StartsWith("ovra: node 2 of the path cannot be packed: \"Pci(1,3),\"\n"));
+    EXPECT_EQ(
+        said_at_failure({"path", "encode", "/Pci(1,2)/Path(0x7f,1,0400)/Pci(1,2)"}).find("ovra: node 2"), 0u);
+    EXPECT_EQ(said_at_failure({"path", "encode", ""}), "ovra: a device path is needed\n");
 }
 
 TEST(PathEncode, keeps_to_a_path_where_test_files_are_wanted)
@@ -159,6 +184,15 @@ TEST(PathDecode, says_how_much_stands_behind_the_end)
               json({{"instances", json::array({instance})}, {"bytes_not_shown", 4}}));
     EXPECT_EQ(json::parse(run_command({"path", "decode", "--json", pci + "7fff0400"}).out)["bytes_not_shown"],
               0);
+}
+
+TEST(PathDecode, says_that_an_end_is_not_shown)
+{
+    for (const char *digits :
+         {"0101060002017f010400", "0101060002017fff0500aa", "0101060002017f0004007fff0400"})
+        EXPECT_EQ(run_command({"path", "decode", digits}).err,
+                  "ovra: warning: the path's END node is not shown: its text gives a plain one\n");
+    EXPECT_EQ(run_command({"path", "decode", "0101060002017f0104007fff0400"}).err, "");
 }
 
 TEST(PathDecode, reads_standard_input)

@@ -133,18 +133,37 @@ TEST_F(SetPath, a_file_that_no_node_holds_is_refused)
                 HasSubstr("ovra: the description and the path have "));
 }
 
-TEST_F(SetPath, a_port_that_is_lost_is_told_of)
+TEST_F(SetPath, a_port_is_kept)
 {
     store(pci + file_node + end);
-    const std::string warning = "ovra: warning: Sata(5,0xffff,0) is packed as Sata(0x0,0xffff,0x0)\n";
-    const outcome set = run({"set", "Boot0003", "--devpath", "/Pci(1,2)/Sata(5,0xffff,0)"});
+    output({"set", "Boot0003", "--devpath", "/Pci(1,2)/Sata(5,0xffff,0)"});
+    EXPECT_EQ(get("Boot0003"), with(pci + "03120a000500ffff0000" + file_node + end));
+    output({"create", "--desc", "x", "--devpath", "Sata(5,0xffff,0)"});
+    EXPECT_EQ(get("Boot0008"), load_option(1, "x", from_hex("03120a000500ffff0000" + end)));
+    EXPECT_THAT(output({"show", "Boot0008"}), HasSubstr("/Sata(0x5,0xffff,0x0)\n"));
+}
+
+TEST_F(SetPath, a_file_may_stand_behind_the_devices)
+{
+    store(pci + file_node + second);
+    output({"set", "Boot0003", "--devpath", "/Pci(7,3)\\c"});
+    EXPECT_EQ(get("Boot0003"), with("010106000307"
+                                    "04040a005c0063000000" +
+                                    second));
+    output({"create", "--desc", "x", "--devpath", "/Pci(1,2)/\\a"});
+    EXPECT_EQ(get("Boot0008"), load_option(1, "x", from_hex(pci + file_node + end)));
+}
+
+TEST_F(SetPath, a_file_is_named_as_firmware_does)
+{
+    store(pci + file_node + end);
+    const outcome set = run({"set", "Boot0003", "--file", "/c"});
     EXPECT_EQ(set.status, 0);
-    EXPECT_THAT(set.err, HasSubstr(warning));
-    EXPECT_EQ(get("Boot0003"), with(pci + "03120a000000ffff0000" + file_node + end));
-    const outcome create = run({"create", "--desc", "x", "--devpath", "Sata(5,0xffff,0)", "--json"});
-    EXPECT_EQ(create.status, 0);
-    EXPECT_THAT(create.err, HasSubstr(warning));
-    EXPECT_EQ(json::parse(create.out)["changes"].size(), 2U);
+    EXPECT_EQ(set.err, "The file is named as firmware does, \\c.\n");
+    EXPECT_EQ(get("Boot0003"), with(pci + "04040a005c0063000000" + end));
+    const outcome created = run({"create", "--desc", "x", "--devpath", "/Pci(1,2)", "--file", "/a"});
+    EXPECT_EQ(created.err, "The file is named as firmware does, \\a.\n");
+    EXPECT_EQ(get("Boot0008"), load_option(1, "x", from_hex(pci + file_node + end)));
 }
 
 TEST_F(SetPath, a_path_that_is_not_well_formed_is_refused)
@@ -196,10 +215,35 @@ protected:
 TEST_F(SetPathOfDisk, devpath_takes_the_name_of_a_disk)
 {
     store(pci + odd + file_node + second);
-    output({"set", "Boot0003", "--devpath", "c5t0d0s1"});
+    const outcome set = run({"set", "Boot0003", "--devpath", "c5t0d0s1"});
+    EXPECT_EQ(set.status, 0);
+    EXPECT_EQ(set.err, "c5t0d0s1 is /dev/sda2, PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02.\n");
     EXPECT_EQ(get("Boot0003"), with("04012a000200000000a80000000000000080000000000000"
                                     "370a9f5f448ad04a9c2e1d9e6f5b7c020202" +
                                     file_node + second));
+}
+
+TEST_F(SetPathOfDisk, every_verb_says_which_disk_it_took)
+{
+    store(pci + file_node + second);
+    const std::string said = "/dev/sda2 is c5t0d0s1, PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02.\n";
+    for (const words &arguments :
+         {words{"set", "Boot0003", "--devpath", "/dev/sda2"}, words{"path", "encode", "/dev/sda2"},
+          words{"create", "--desc", "x", "--devpath", "/dev/sda2"},
+          words{"create", "--desc", "x", "--disk", "/dev/sda2"}, words{"find", "/dev/sda2"}}) {
+        const outcome result = run(arguments);
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_EQ(result.err, said) << arguments[0];
+        words for_programs = arguments;
+        for_programs.emplace_back("--json");
+        const json document = parsed(for_programs);
+        EXPECT_EQ(document["disk"], "c5t0d0s1") << arguments[0];
+        EXPECT_EQ(document["kernel_name"], "sda2");
+        EXPECT_EQ(document["partuuid"], "5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02");
+        EXPECT_EQ(document["signature"], nullptr);
+    }
+    EXPECT_THAT(failure({"set", "Boot0003", "--devpath", "/dev/sdx1"}),
+                HasSubstr("ovra: no disk is named \"/dev/sdx1\"\n"));
 }
 
 TEST_F(SetPathOfDisk, a_name_of_the_tree_has_no_path)

@@ -103,7 +103,7 @@ TEST_F(Usage, help_names_every_verb)
 
 TEST_F(Usage, help_of_create_says_where_the_option_goes)
 {
-    EXPECT_THAT(run_command({"create", "--help"}).out, HasSubstr("0 is first, -1 (which is also the"));
+    EXPECT_THAT(run_command({"create", "--help"}).out, HasSubstr("place in BootOrder: 0 is first, -1"));
 }
 
 TEST_F(Usage, version_is_printed)

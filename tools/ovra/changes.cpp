@@ -83,7 +83,8 @@ void changes::record(change change)
 
 void changes::remark(const std::string &text, const std::string &key, json value)
 {
-    remarks += text + '\n';
+    if (!text.empty())
+        remarks += text + '\n';
     members[key] = std::move(value);
 }
 

@@ -46,7 +46,7 @@ public:
     void attempt(const change &change);
     void record(change change);
 
-    // Something else to say: a line for people, for programs a member of the document.
+    // Something else to say: a line for people, which may be empty, for programs a member of the document.
     void remark(const std::string &text, const std::string &key, json value);
 
     // Prints what was done, or would be.

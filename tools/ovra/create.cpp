@@ -2,8 +2,6 @@
 
 #include "tools/ovra/bootorder.h"
 #include "tools/ovra/changes.h"
-#include "tools/ovra/devicepaths.h"
-#include "tools/ovra/drives.h"
 #include "tools/ovra/failure.h"
 #include "tools/ovra/fields.h"
 #include "tools/ovra/lock.h"
@@ -13,19 +11,6 @@
 namespace tool {
 
 namespace {
-
-bytes given_path(const arguments &args, changes *changes)
-{
-    if (args.path)
-        return *args.path;
-    device_paths paths;
-    if (args.device_text) {
-        bytes path = paths.encode(*args.device_text, args.file);
-        require_one_instance(path);
-        return path;
-    }
-    return paths.encode_disk(disk_argument(*args.disk, changes), args.file, args.full);
-}
 
 void check_path(const std::string &what, const bytes &path, bool force)
 {
@@ -130,7 +115,15 @@ void run_create(firmware &machine, const arguments &args)
     changes changes(machine, args);
     load_option option;
     option.description = *args.description;
-    option.path = given_path(args, &changes);
+    if (args.path) {
+        option.path = *args.path;
+    } else {
+        device_paths paths;
+        const given_path given = given_devices(paths, args, args.file);
+        option.path = given.packed;
+        for (const auto &[name, value] : given.disk.items())
+            changes.remark({}, name, value);
+    }
     check_path(args.path ? "--path-hex" : "the path", option.path, args.force);
     option.optional_data = given_optional_data(args).value_or(bytes{});
     check_size(option);

@@ -4,11 +4,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
-#include <strings.h>
 
 #include "tools/ovra/capture.h"
 #include "tools/ovra/failure.h"
 #include "tools/ovra/loadoption.h"
+#include "tools/ovra/nodetext.h"
 
 namespace tool {
 
@@ -35,33 +35,55 @@ std::vector<text_range> nodes_of(const std::string &text)
     return nodes;
 }
 
-// The number that an accepted node text gives as an argument, by its name or at its place; 0 if it does not.
-unsigned long long argument(const std::string &node, const std::string &name, size_t place)
-{
-    const size_t open = node.find('(') + 1;
-    const std::string text = node.substr(open, node.rfind(')') - open);
-    for (size_t at = 0, begin = 0; begin <= text.size(); ++at) {
-        const size_t end = std::min(text.find(',', begin), text.size());
-        const std::string field = text.substr(begin, end - begin);
-        const size_t equals = field.find('=');
-        if (equals == std::string::npos ? at == place && !field.empty()
-                                        : strcasecmp(field.substr(0, equals).c_str(), name.c_str()) == 0)
-            return strtoull(field.c_str() + (equals == std::string::npos ? 0 : equals + 1), nullptr, 0);
-        begin = end + 1;
-    }
-    return 0;
-}
-
-// The library cuts the length of a name that is too long for a node to the 16 bits that a node has for it.
+// The library cuts the length of a name that is too long for a node to the 16 bits that a node has for it,
+// and its conversion leaves out some characters.
 void require_room_for(const std::optional<std::string> &file)
 {
     constexpr size_t most = (UINT16_MAX - sizeof(uefi_device_path_t)) / sizeof(CHAR16) - 1;
     constexpr size_t shown = 40;
     const auto name = to_ucs2(file.value_or(""));
-    if (name && name->size() - 1 > most)
+    if (!name)
+        throw failure("the file " + in_quotes(*file) + " cannot be packed",
+                      "It is no UTF-8 text of characters up to U+FFFF, which is what a node holds.");
+    if (name->size() - 1 > most)
         throw failure("the file " + in_quotes(to_utf8(std::span(*name).first(shown)) + "...") +
                           " cannot be packed",
                       format("It has %zu characters; a node holds %zu.", name->size() - 1, most));
+}
+
+std::string cannot_be_packed(size_t at, const std::string &node)
+{
+    return format("node %zu of the path cannot be packed: ", at) +
+           (node.empty() ? "it is empty" : in_quotes(node));
+}
+
+// The text, with a mark below a part of it.
+std::string pointer_at(const std::string &text, size_t begin, size_t end)
+{
+    const std::string mark(std::max<size_t>(columns(printable(text.substr(begin, end - begin))), 1), '^');
+    return printable(text) + '\n' + std::string(columns(printable(text.substr(0, begin))), ' ') + mark;
+}
+
+std::string packed_as(const std::string &node)
+{
+    try {
+        return text_to_pack(node);
+    } catch (const unclear_node &) {
+        return node;
+    }
+}
+
+// A path of some nodes.
+bytes alone(byte_view nodes)
+{
+    bytes path(nodes.begin(), nodes.end());
+    path.insert(path.end(), {UEFI_END, UEFI_END_ENTIRE, sizeof(uefi_device_path_t), 0});
+    return path;
+}
+
+std::string without_slash(const std::string &text)
+{
+    return text.starts_with('/') ? text.substr(1) : text;
 }
 
 } // namespace
@@ -111,14 +133,63 @@ std::optional<bytes> device_paths::try_encode(const std::string &device,
     return path;
 }
 
+// A text says what it packs to, node by node. Throws a failure at a node of which that is not so.
+bytes device_paths::pack(const std::string &text, const std::optional<std::string> &file)
+{
+    std::string to_pack;
+    size_t at = 0;
+    for (const auto [begin, end] : nodes_of(text)) {
+        ++at;
+        const std::string node = text.substr(begin, end - begin);
+        try {
+            to_pack += '/' + text_to_pack(node);
+        } catch (const unclear_node &why) {
+            // The library's own reason says more.
+            if (end == begin || !try_encode('/' + node, std::nullopt, 0))
+                point_at_failure(text, file);
+            throw failure(cannot_be_packed(at, node), pointer_at(text, begin, end) + '\n' + why.what());
+        }
+    }
+    const auto path = try_encode(to_pack, file, 0);
+    if (!path)
+        point_at_failure(text, file);
+    return *path;
+}
+
+// Whether the library reads back what was packed: the last guard against a text that says something else.
+void device_paths::require_the_same(const std::string &text, byte_view packed)
+{
+    const std::vector<byte_view> nodes = instances_of(packed).at(0);
+    size_t at = 0;
+    for (const auto [begin, end] : nodes_of(text)) {
+        const byte_view bytes_of_node = nodes.at(at++);
+        const std::string node = text.substr(begin, end - begin);
+        if (is_raw(text_to_pack(node)))
+            continue;
+        const decoded_path printed = library_texts(alone(bytes_of_node));
+        const std::string found = printed.error.empty() ? without_slash(printed.instances.at(0).device) : "";
+        if (!says_the_same(node, found))
+            throw failure(cannot_be_packed(at, node), pointer_at(text, begin, end) +
+                                                          "\nIt would be read back as " + printable(found) +
+                                                          '.');
+    }
+}
+
 bytes device_paths::encode(const std::string &device, const std::optional<std::string> &file)
 {
     require_room_for(file);
-    const auto path = try_encode(device, file, 0);
-    if (!path)
-        point_at_failure(device, file);
-    warn_of_lost_ports(device);
-    return *path;
+    if (device.empty() && !file)
+        throw failure("a device path is needed");
+    if (is_device_name(device)) {
+        const auto path = try_encode(device, file, 0);
+        if (!path)
+            point_at_failure(device, file);
+        return *path;
+    }
+    bytes path = pack(device, file);
+    require_one_instance(path);
+    require_the_same(device, path);
+    return path;
 }
 
 bytes device_paths::encode_disk(const std::string &disk, const std::optional<std::string> &file, bool full)
@@ -135,46 +206,20 @@ void device_paths::point_at_failure(const std::string &text, const std::optional
 {
     const std::string said = messages;
     const std::vector<text_range> nodes = nodes_of(text);
-    // A text that names a device of the operating system has no nodes.
-    const bool is_name = text.starts_with("/dev/") || text.starts_with("/devices/") ||
-                         (text.size() > 1 && text[0] == 'c' && text[1] >= '0' && text[1] <= '9');
+    const bool is_name = is_device_name(text); // which has no nodes
     for (size_t at = 0; !is_name && at < nodes.size(); ++at) {
         const auto [begin, end] = nodes[at];
         // An empty node is what a second slash makes.
-        const std::string node = end > begin ? '/' + text.substr(begin, end - begin) : "//";
-        if (try_encode(node, std::nullopt, 0))
-            continue;
-        const std::string mark(std::max<size_t>(columns(printable(text.substr(begin, end - begin))), 1), '^');
-        throw failure(format("node %zu of the path cannot be packed: ", at + 1) +
-                          (end > begin ? in_quotes(text.substr(begin, end - begin)) : "it is empty"),
-                      printable(text) + '\n' + std::string(columns(printable(text.substr(0, begin))), ' ') +
-                          mark,
-                      messages);
+        const std::string node = text.substr(begin, end - begin);
+        if (!try_encode(node.empty() ? "//" : '/' + packed_as(node), std::nullopt, 0))
+            throw failure(cannot_be_packed(at + 1, node), pointer_at(text, begin, end), messages);
     }
     if (!is_name && file)
         throw failure("the file " + in_quotes(*file) + " cannot be packed", {}, said);
     throw failure("the path " + in_quotes(text) + " cannot be packed", {}, said);
 }
 
-// The encoder stores the LUN of a Sata node in place of its port.
-void device_paths::warn_of_lost_ports(const std::string &text)
-{
-    for (const auto [begin, end] : nodes_of(text)) {
-        const std::string node = text.substr(begin, end - begin);
-        if (strncasecmp(node.c_str(), "Sata(", 5) != 0)
-            continue;
-        const auto packed = try_encode('/' + node, std::nullopt, 0);
-        const std::string stored = packed ? decode(*packed).instances.at(0).device : "";
-        if (stored == format("/Sata(0x%llx,0x%llx,0x%llx)", argument(node, "HPN", 0),
-                             argument(node, "PMPN", 1), argument(node, "LUN", 2)))
-            continue;
-        warn(printable(node) + " is packed as " + stored.substr(1),
-             "Text cannot give the port of such a disk; 'ovra create' with --disk and --full, or with "
-             "--path-hex, can.");
-    }
-}
-
-decoded_path device_paths::decode(byte_view path)
+decoded_path device_paths::library_texts(byte_view path)
 {
     bytes copy(path.begin(), path.end());
     ovra_path_t **paths = nullptr;
@@ -200,8 +245,100 @@ decoded_path device_paths::decode(byte_view path)
         result.instances.push_back(std::move(text));
     }
     free_dpath(handle, paths);
-    result.bytes_behind_end = bytes_behind_end(path);
     return result;
+}
+
+bool device_paths::come_back(const path_text &texts, byte_view nodes)
+{
+    // What is shown is escaped, and what is typed is split and takes the separators of firmware.
+    if (printable(texts.device) != texts.device || split_file(texts.device).file || texts.file == "" ||
+        (texts.file && (printable(*texts.file) != *texts.file || firmware_file(*texts.file) != *texts.file)))
+        return false;
+    try {
+        const bytes packed = pack(texts.device, texts.file);
+        const bytes wanted = alone(nodes);
+        return packed == wanted;
+    } catch (const failure &) {
+        return false;
+    }
+}
+
+// The library's text where it says all of the node, else one that does.
+std::string device_paths::node_text(byte_view node)
+{
+    const decoded_path printed = library_texts(alone(node));
+    std::vector<std::string> texts = fuller_texts(node);
+    if (printed.error.empty())
+        texts.insert(texts.begin(), without_slash(printed.instances.at(0).device));
+    for (const std::string &text : texts) {
+        if (come_back({text, std::nullopt}, node))
+            return text;
+    }
+    return raw_text(node);
+}
+
+path_text device_paths::exact_texts(const std::vector<byte_view> &nodes)
+{
+    path_text exact;
+    for (const byte_view &node : nodes) {
+        if (is_file(node) && &node == &nodes.back()) {
+            exact.file = library_texts(alone(node)).instances.at(0).file;
+            if (come_back({"", exact.file}, node))
+                return exact;
+            exact.file.reset();
+        }
+        const bool first_media = node[0] == UEFI_MEDIA && exact.device.empty();
+        exact.device += (first_media ? "" : "/") + node_text(node);
+    }
+    return exact;
+}
+
+decoded_path device_paths::decode(byte_view path)
+{
+    decoded_path result = library_texts(path);
+    if (!result.error.empty())
+        return result;
+    const auto instances = instances_of(path);
+    for (size_t at = 0; at < result.instances.size(); ++at) {
+        path_text &texts = result.instances[at];
+        bytes nodes;
+        for (const byte_view node : instances.at(at))
+            nodes.insert(nodes.end(), node.begin(), node.end());
+        if (!come_back(texts, nodes))
+            texts = exact_texts(instances[at]);
+    }
+    result.bytes_behind_end = bytes_behind_end(path);
+    result.ends_plainly = ends_plainly(path);
+    return result;
+}
+
+bool is_device_name(const std::string &text)
+{
+    return text.starts_with("/dev/") || text.starts_with("/devices/") ||
+           (text.size() > 1 && text[0] == 'c' && text[1] >= '0' && text[1] <= '9');
+}
+
+path_text split_file(const std::string &text)
+{
+    constexpr std::string_view keyword = "/File("; // as other programs write it
+    const size_t named = text.find(keyword);
+    if (named != std::string::npos && named != 0 && text.back() == ')' &&
+        text.size() > named + keyword.size() + 1)
+        return {text.substr(0, named),
+                text.substr(named + keyword.size(), text.size() - named - keyword.size() - 1)};
+    const size_t close = text.find(")\\");
+    const size_t slash = text.find("/\\");
+    if (close < slash)
+        return {text.substr(0, close + 1), text.substr(close + 1)};
+    if (slash != std::string::npos && slash != 0)
+        return {text.substr(0, slash), text.substr(slash + 1)};
+    return {text, std::nullopt};
+}
+
+std::string firmware_file(std::string file)
+{
+    std::replace(file.begin(), file.end(), '/', '\\');
+    return file;
 }
 
 void warn(const std::string &what, const std::string &advice)

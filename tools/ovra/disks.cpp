@@ -114,8 +114,8 @@ std::string medium_text(const drive &drive)
 {
     if (drive.has_medium)
         return drive.medium() + (drive.signature ? " " + signature_text(*drive.signature) : "");
-    return std::string("no medium that can be read") +
-           (drive.error != 0 ? std::string(": ") + strerror(drive.error) : "");
+    return drive.error != 0 ? std::string("cannot be read: ") + strerror(drive.error)
+                            : "no medium that can be read";
 }
 
 std::string as_text(const std::vector<drive> &drives, const uses &uses)
@@ -152,6 +152,8 @@ std::string as_text(const std::vector<drive> &drives, const uses &uses)
 void run_disks(const std::string &folder, const arguments &args)
 {
     const std::vector<drive> drives = read_drives(true);
+    if (drives.empty())
+        require_sysfs();
     const uses uses(folder);
     if (args.json)
         print_json(to_json(drives, uses));

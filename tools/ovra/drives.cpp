@@ -1,10 +1,13 @@
 #include "tools/ovra/drives.h"
 
+#include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <unistd.h>
 
 #include "platform/include/kvlist.h"
 #include "platform/include/volset.h"
@@ -144,9 +147,67 @@ std::vector<drive> read_all(predicate wanted)
     return drives;
 }
 
-bool is_volset_name(std::string_view text)
+constexpr std::string_view partuuid_prefix = "PARTUUID=";
+constexpr std::string_view partuuid_folder = "/dev/disk/by-partuuid/";
+
+bool same_letters(std::string_view a, std::string_view b)
 {
-    return text.size() > 1 && text[0] == 'c' && isdigit(static_cast<unsigned char>(text[1]));
+    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [lower](char x, char y) { return lower(x) == lower(y); });
+}
+
+bool has_partuuid_prefix(std::string_view text)
+{
+    return same_letters(text.substr(0, partuuid_prefix.size()), partuuid_prefix);
+}
+
+bool same_partuuid(std::string_view text, std::string_view partuuid)
+{
+    return has_partuuid_prefix(text) && !partuuid.empty() &&
+           same_letters(text.substr(partuuid_prefix.size()), partuuid);
+}
+
+std::string without_folder(std::string_view name)
+{
+    for (const std::string_view folder : {slice_folder, partition_folder, std::string_view("/dev/")}) {
+        if (name.starts_with(folder)) {
+            name.remove_prefix(folder.size());
+            break;
+        }
+    }
+    return std::string(name);
+}
+
+bool begins_with_name(const std::string &wanted, const std::string &drive)
+{
+    return !drive.empty() && wanted.size() > drive.size() && wanted.starts_with(drive);
+}
+
+// Whether a name has the form of one of a drive's slices or partitions.
+bool is_volume_of(const std::string &wanted, const std::string &drive)
+{
+    if (!begins_with_name(wanted, drive))
+        return false;
+    std::string_view rest = std::string_view(wanted).substr(drive.size());
+    if (rest[0] == 'p' || rest[0] == 's')
+        rest.remove_prefix(1);
+    return !rest.empty() && rest.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+chosen_disk chosen(const drive &drive, const volume &volume)
+{
+    chosen_disk disk;
+    disk.name = volume.name;
+    disk.kernel_name = volume.kernel_name;
+    disk.node = hard_drive_node(drive, volume);
+    if (volume.is_slice)
+        disk.partuuid = guid_text(volume.guid);
+    if (drive.signature)
+        disk.signature = format("%08x", *drive.signature);
+    if (!volume.is_slice && volume.number != 0 && drive.signature)
+        disk.partuuid = disk.signature + format("-%02x", volume.number);
+    return disk;
 }
 
 } // namespace
@@ -203,38 +264,85 @@ byte_view first_hard_drive(byte_view path)
     return {};
 }
 
-std::string disk_argument(const std::string &text, changes *changes)
+std::string chosen_disk::told_of(const std::string &typed) const
 {
-    std::string_view name = text;
-    for (const std::string_view folder : {slice_folder, partition_folder, std::string_view("/dev/")}) {
-        if (name.starts_with(folder)) {
-            name.remove_prefix(folder.size());
-            break;
-        }
+    std::vector<std::string> names;
+    for (const std::string &each : {name, "/dev/" + kernel_name}) {
+        if (each != typed && each != "/dev/")
+            names.push_back(printable(each));
     }
-    if (is_volset_name(name))
-        return std::string(name);
-    const std::string wanted(name);
-    const std::string unknown = "no disk is named " + in_quotes(text);
+    if (!partuuid.empty() && !same_partuuid(typed, partuuid))
+        names.push_back(std::string(partuuid_prefix) + partuuid);
+    if (partuuid.empty() && !signature.empty())
+        names.push_back("MBR signature " + signature);
+    return printable(typed) + " is " + join(names, ", ") + '.';
+}
+
+json chosen_disk::members() const
+{
+    const auto or_null = [](const std::string &text) { return text.empty() ? json(nullptr) : json(text); };
+    return {{"disk", name},
+            {"kernel_name", kernel_name},
+            {"partuuid", or_null(partuuid)},
+            {"signature", or_null(signature)}};
+}
+
+chosen_disk find_disk(const std::string &text)
+{
     const std::string advice = "'ovra disks' shows the disks with their names.";
+    const bool by_link = text.starts_with(partuuid_folder);
+    const bool by_uuid = by_link || has_partuuid_prefix(text);
+    const std::string wanted = by_link   ? std::string(partuuid_prefix) + text.substr(partuuid_folder.size())
+                               : by_uuid ? text
+                                         : without_folder(text);
     // Only drives of which the name can be a partition are looked into.
     const std::vector<drive> drives = read_all([&](const drive &drive) {
-        return !drive.kernel_name.empty() && wanted.size() > drive.kernel_name.size() &&
-               wanted.starts_with(drive.kernel_name);
+        return by_uuid || begins_with_name(wanted, drive.name) || begins_with_name(wanted, drive.kernel_name);
     });
+    std::vector<chosen_disk> found;
     for (const drive &drive : drives) {
-        if (drive.kernel_name == wanted)
+        if (drive.kernel_name == wanted || drive.name == wanted)
             throw failure(in_quotes(text) + " is the whole disk " + drive.name,
                           "One of its slices or partitions is needed. " + advice);
         for (const volume &volume : drive.volumes) {
-            if (volume.kernel_name != wanted)
-                continue;
-            if (changes)
-                changes->remark(printable(text) + " is " + volume.name + '.', "disk", volume.name);
-            return volume.name;
+            const chosen_disk next = chosen(drive, volume);
+            if (by_uuid ? same_partuuid(wanted, next.partuuid)
+                        : volume.name == wanted || volume.kernel_name == wanted)
+                found.push_back(next);
         }
     }
-    throw failure(unknown, advice);
+    if (found.size() == 1)
+        return found.front();
+    if (found.size() > 1)
+        throw failure(in_quotes(text) + " names more than one disk",
+                      "They are " + found[0].name + " and " + found[1].name + ". " + advice);
+    for (const drive &drive : drives) {
+        const bool meant =
+            by_uuid || is_volume_of(wanted, drive.name) || is_volume_of(wanted, drive.kernel_name);
+        if (meant && drive.error != 0)
+            throw failure((by_uuid ? "no disk that can be read has " + in_quotes(text) + "; cannot read "
+                                   : std::string("cannot read ")) +
+                              "/dev/" + drive.kernel_name + ": " + strerror(drive.error),
+                          drive.error == EACCES || drive.error == EPERM ? "Run this as root." : advice);
+    }
+    if (drives.empty())
+        require_sysfs();
+    throw failure("no disk is named " + in_quotes(text), advice);
+}
+
+void require_sysfs()
+{
+    const char *root = secure_getenv("HWPLAT_ROOT");
+    const std::string folder = root ? root : "";
+    if (access((folder + "/sys/devices").c_str(), F_OK) == 0)
+        return;
+    const std::string why = strerror(errno);
+    if (errno != ENOENT && errno != ENOTDIR)
+        throw failure("cannot look into " + folder + "/sys/devices: " + why);
+    if (folder.empty() || folder == "/")
+        throw failure("/sys is not mounted", "Disks and devices are seen there: mount -t sysfs sysfs /sys");
+    throw failure("there is no sys/devices in " + folder,
+                  "The devices of a machine's folder are seen there.");
 }
 
 std::string guid_text(byte_view guid)

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/ovra/changes.h"
+#include "tools/ovra/output.h"
 #include "tools/ovra/text.h"
 
 namespace tool {
@@ -46,9 +46,26 @@ bytes hard_drive_node(const drive &drive, const volume &volume);
 // The first hard-drive node of a packed path; empty when there is none.
 byte_view first_hard_drive(byte_view path);
 
-// The name of a disk that was given by it ("c0t0d0s0", "/dev/dsk/c0t0d0s0") or by Linux's ("sda1",
-// "/dev/sda1"), of which `changes` then is told what was taken; it may be null. Throws a failure.
-std::string disk_argument(const std::string &text, changes *changes);
+// A slice or partition that was named on the command line.
+struct chosen_disk {
+    std::string name;        // "c0t0d0s0"
+    std::string kernel_name; // "sda1"
+    std::string partuuid;    // Linux's name for what identifies it; empty for the whole disk
+    std::string signature;   // of an MBR
+    bytes node;              // hard_drive_node() of it
+
+    // "/dev/sda1 is c0t0d0s0, PARTUUID=..." of what was typed.
+    std::string told_of(const std::string &typed) const;
+    // The same for programs.
+    json members() const;
+};
+
+// The disk of a name: the machine's ("c0t0d0s0", "/dev/dsk/c0t0d0s0"), Linux's ("sda1", "/dev/sda1"), or
+// "PARTUUID=..." or "/dev/disk/by-partuuid/...". Throws a failure.
+chosen_disk find_disk(const std::string &text);
+
+// Throws a failure when the machine's devices cannot be seen at all.
+void require_sysfs();
 
 // "12345678-9abc-..." of a GUID's 16 bytes as they stand on disk.
 std::string guid_text(byte_view guid);

@@ -1,6 +1,8 @@
 #include "tools/ovra/fields.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
@@ -15,7 +17,7 @@ constexpr size_t file_limit = 1 << 20; // far above what firmware stores; an end
 
 bytes contents(const std::string &file)
 {
-    const std::string cannot = "cannot read " + printable(file) + ": ";
+    const std::string cannot = "cannot read " + (file.empty() ? "\"\"" : printable(file)) + ": ";
     const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd == -1)
         throw failure(cannot + strerror(errno));
@@ -44,6 +46,31 @@ std::optional<bytes> given_optional_data(const arguments &args)
     if (args.optional_data_text)
         return stored(to_ucs2(*args.optional_data_text).value());
     return std::nullopt;
+}
+
+chosen_disk given_disk(const arguments &args, const std::string &name)
+{
+    chosen_disk disk = find_disk(name);
+    if (!args.json)
+        fprintf(stderr, "%s\n", disk.told_of(name).c_str());
+    return disk;
+}
+
+given_path given_devices(device_paths &paths, const arguments &args, const std::optional<std::string> &file)
+{
+    // Names of the tree, which have no path, are left to the library.
+    const bool names_disk =
+        args.disk || (is_device_name(*args.device_text) && !args.device_text->starts_with("/devices/"));
+    if (!names_disk)
+        return {paths.encode(*args.device_text, file)};
+    const chosen_disk disk = given_disk(args, args.disk ? *args.disk : *args.device_text);
+    const bytes packed = paths.encode_disk(disk.name, file, args.full);
+    // The library looks the name up once more, and disks may come and go meanwhile.
+    const byte_view node = first_hard_drive(packed);
+    if (!std::equal(node.begin(), node.end(), disk.node.begin(), disk.node.end()))
+        throw failure("the disks changed: " + disk.name + " is another one now",
+                      "Nothing was written. Try again.");
+    return {packed, disk.members()};
 }
 
 } // namespace tool

@@ -1,8 +1,8 @@
 #include <algorithm>
 
 #include "tools/ovra/devicepaths.h"
-#include "tools/ovra/drives.h"
 #include "tools/ovra/failure.h"
+#include "tools/ovra/fields.h"
 #include "tools/ovra/named.h"
 #include "tools/ovra/output.h"
 #include "tools/ovra/verbs.h"
@@ -35,16 +35,16 @@ std::vector<uint16_t> options_on(firmware &machine, const std::string &disk)
 
 void run_find(firmware &machine, const arguments &args)
 {
-    const std::string disk = disk_argument(*args.disk, nullptr);
-    const std::vector<uint16_t> options = options_on(machine, disk);
+    const chosen_disk disk = given_disk(args, *args.disk);
+    const std::vector<uint16_t> options = options_on(machine, disk.name);
     if (args.json) {
-        print_json({{"disk", disk}, {"options", option_names(options)}});
+        json document = disk.members();
+        document["options"] = option_names(options);
+        print_json(document);
         return;
     }
-    if (!args.disk->ends_with(disk))
-        fprintf(stderr, "%s is %s.\n", printable(*args.disk).c_str(), printable(disk).c_str());
     if (options.empty())
-        print("no option boots from " + printable(disk) + '\n');
+        print("no option boots from " + printable(disk.name) + '\n');
     table rows;
     for (const uint16_t number : options)
         rows.row({option_name(number), description_of(machine, number)});

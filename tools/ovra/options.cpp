@@ -1,11 +1,15 @@
 #include "tools/ovra/options.h"
 
+#include <algorithm>
 #include <charconv>
+#include <cstdio>
 #include <set>
 
 #include <CLI/CLI.hpp>
 
 #include "tools/ovra/clock.h"
+#include "tools/ovra/commandline.h"
+#include "tools/ovra/devicepaths.h"
 #include "tools/ovra/failure.h"
 #include "tools/ovra/loadoption.h"
 #include "tools/ovra/output.h"
@@ -104,7 +108,8 @@ CLI::Option *device_text_option(CLI::App &verb, arguments &args)
 
 CLI::Option *file_option(CLI::App &verb, arguments &args)
 {
-    return value(verb, "--file", "FILE", "the file to boot from the device, as \\EFI\\BOOT\\BOOTX64.EFI",
+    return value(verb, "--file", "FILE",
+                 "the file to boot from the device, as \\EFI\\BOOT\\BOOTX64.EFI; slashes become backslashes",
                  [&args](const std::string &text) {
                      if (text.empty())
                          throw usage_error("--file: the name of a file is needed");
@@ -125,6 +130,23 @@ CLI::Option *optional_data_options(CLI::App &verb, arguments &args)
                      args.optional_data_text = text;
                  })
         ->excludes(file);
+}
+
+// A text that ends in a file names one, and firmware separates folders by "\\".
+void settle_file(arguments *args)
+{
+    if (args->device_text && !is_device_name(*args->device_text)) {
+        const path_text given = split_file(*args->device_text);
+        if (given.file && args->file)
+            throw usage_error("the path names a file, " + in_quotes(*given.file) + ", and --file another");
+        args->device_text = given.device;
+        if (given.file)
+            args->file = given.file;
+    }
+    if (!args->file || firmware_file(*args->file) == *args->file)
+        return;
+    args->file = firmware_file(*args->file);
+    fprintf(stderr, "The file is named as firmware does, %s.\n", printable(*args->file).c_str());
 }
 
 } // namespace
@@ -151,7 +173,8 @@ void create_options(CLI::App &verb, arguments &args)
     auto *devices = device_text_option(verb, args);
     auto *disk =
         value(verb, "--disk", "DISK",
-              "the path of a disk's slice or partition, by its name (c0t0d0s0) or Linux's (/dev/sda1)",
+              "the path of a disk's slice or partition, by its name (c0t0d0s0), Linux's (/dev/sda1) or "
+              "PARTUUID=...",
               [&args](const std::string &name) { args.disk = name; });
     digits->excludes(devices)->excludes(disk);
     devices->excludes(disk);
@@ -214,10 +237,12 @@ void order_options(CLI::App &verb, arguments &args)
 
     auto *insert = verb.add_subcommand("insert", "put an option into BootOrder, out of its old place");
     named_options(*insert, args, false, "the option")->required();
-    value(*insert, "position", "POSITION",
-          "its place: 0 is first, -1 (which is also the default) last, -2 before the last; counted\n"
-          "before the option is taken out of its old place",
-          [&args](const std::string &text) { args.position = position_argument(text); });
+    value(
+        *insert, "position", "POSITION",
+        "its place in the resulting order: 0 is first, -1 (which is also the default) last. Negative places "
+        "are counted before the option is taken out: -2 is before the last for an option that is not in the "
+        "order, and last for one that is",
+        [&args](const std::string &text) { args.position = position_argument(text); });
     insert->add_flag("--force", args.force, force);
     insert->callback([&args] { args.order = arguments::order_action::insert; });
 
@@ -314,7 +339,8 @@ void tree_options(CLI::App &, arguments &) {}
 
 void find_options(CLI::App &verb, arguments &args)
 {
-    value(verb, "disk", "DISK", "a disk's slice or partition, by its name (c0t0d0s0) or Linux's (/dev/sda1)",
+    value(verb, "disk", "DISK",
+          "a disk's slice or partition, by its name (c0t0d0s0), Linux's (/dev/sda1) or PARTUUID=...",
           [&args](const std::string &name) { args.disk = name; })
         ->required();
 }
@@ -323,9 +349,10 @@ std::optional<size_t> read_command_line(int argc, char **argv, const std::vector
                                         arguments *args)
 {
     CLI::App app("Reads and changes the boot configuration of UEFI firmware.", "ovra");
+    app.formatter(help_format());
     app.fallthrough(); // global options also behind the verb
     app.set_version_flag("--version", "ovra " OVRA_VERSION);
-    app.footer("Options are named Boot and four hexadecimal digits; boot1f and 1f are Boot001F too.\n"
+    app.footer("Options are named Boot and four hexadecimal digits; boot1f and 1f are\nBoot001F too.\n"
                "Exit status: 0 done, 1 failed, 2 the command line is wrong.");
     value(app, "--root", "DIR", "work on the machine in DIR, a folder laid out like a Linux root",
           [args](const std::string &text) { args->root = text; });
@@ -339,13 +366,18 @@ std::optional<size_t> read_command_line(int argc, char **argv, const std::vector
         verb.declare(*declared.back(), *args);
     }
     try {
-        app.parse(argc, argv);
+        std::vector<std::string> words = words_to_parse(app, argc, argv);
+        std::reverse(words.begin(), words.end()); // as CLI11 wants them
+        app.parse(std::move(words));
+        settle_file(args);
     } catch (const CLI::CallForVersion &version) {
         print(std::string(version.what()) + '\n');
         return std::nullopt;
     } catch (const CLI::CallForHelp &) {
         print(app.help());
         return std::nullopt;
+    } catch (const CLI::RequiredError &error) {
+        throw usage_error(app.get_subcommands().empty() ? "a verb is required" : error.what());
     } catch (const CLI::ParseError &error) {
         throw usage_error(error.what());
     }

@@ -26,7 +26,7 @@ void print(std::string_view text)
 void print_json(const json &document)
 {
     // A description can hold what is no text: it becomes U+FFFD.
-    print(document.dump(2, ' ', false, json::error_handler_t::replace) + '\n');
+    print(escaped_in_json(document.dump(2, ' ', false, json::error_handler_t::replace)) + '\n');
 }
 
 void table::row(std::vector<std::string> cells)

@@ -2,8 +2,8 @@
 #include <cstring>
 #include <unistd.h>
 
-#include "tools/ovra/devicepaths.h"
 #include "tools/ovra/failure.h"
+#include "tools/ovra/fields.h"
 #include "tools/ovra/verbs.h"
 
 namespace tool {
@@ -32,9 +32,12 @@ std::string standard_input()
 
 void encode(device_paths &paths, const arguments &args)
 {
-    const bytes path = paths.encode(*args.device_text, args.file);
+    const given_path given = given_devices(paths, args, args.file);
+    const bytes &path = given.packed;
+    json document = {{"path", hex(path)}, {"size", path.size()}};
+    document.update(given.disk);
     if (args.json)
-        print_json({{"path", hex(path)}, {"size", path.size()}});
+        print_json(document);
     else if (args.raw)
         print({reinterpret_cast<const char *>(path.data()), path.size()});
     else
@@ -53,6 +56,8 @@ void decode(device_paths &paths, const arguments &args)
         throw failure("this path has no text: " + text.error, {}, text.messages);
     if (text.bytes_behind_end != 0)
         warn(format("%zu bytes behind the path's END node are not shown", text.bytes_behind_end));
+    else if (!text.ends_plainly)
+        warn("the path's END node is not shown: its text gives a plain one");
     if (args.json) {
         json document = as_json(text);
         document["bytes_not_shown"] = text.bytes_behind_end;

@@ -45,11 +45,6 @@ first_instance split_stored(byte_view packed)
     return split_first(packed);
 }
 
-bool is_file(byte_view node)
-{
-    return node[0] == UEFI_MEDIA && node[1] == file_path_subtype;
-}
-
 void append(bytes *to, byte_view what)
 {
     to->insert(to->end(), what.begin(), what.end());
@@ -62,6 +57,42 @@ void append_nodes(bytes *to, byte_view path)
 }
 
 } // namespace
+
+bool is_file(byte_view node)
+{
+    return node[0] == UEFI_MEDIA && node[1] == file_path_subtype;
+}
+
+std::vector<std::vector<byte_view>> instances_of(byte_view packed)
+{
+    std::vector<std::vector<byte_view>> instances(1);
+    for (byte_view node = first_node(packed); !node.empty(); node = first_node(packed)) {
+        packed = packed.subspan(node.size());
+        if (node[0] != UEFI_END)
+            instances.back().push_back(node);
+        else if (node[1] != UEFI_END_ENTIRE)
+            instances.emplace_back();
+        else
+            break;
+    }
+    return instances;
+}
+
+bool ends_plainly(byte_view packed)
+{
+    bool plain = false;
+    for (byte_view node = first_node(packed); !node.empty(); node = first_node(packed)) {
+        packed = packed.subspan(node.size());
+        if (node[0] != UEFI_END)
+            continue;
+        plain = node[1] == UEFI_END_ENTIRE;
+        if (node.size() != sizeof(uefi_device_path_t) || (!plain && node[1] != UEFI_END_INSTANCE))
+            return false;
+        if (plain)
+            return true;
+    }
+    return plain;
+}
 
 size_t bytes_behind_end(byte_view packed)
 {

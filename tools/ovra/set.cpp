@@ -39,13 +39,14 @@ void require_kept(uint16_t number, const variable &stored_option, const load_opt
 }
 
 // Text does not carry all of a path: only what is new goes through it.
-bytes changed_path(bytes path, const arguments &args)
+bytes changed_path(bytes path, const arguments &args, changes *changes)
 {
     device_paths paths;
     if (args.device_text) {
-        const bytes devices = paths.encode(*args.device_text, std::nullopt);
-        require_one_instance(devices);
-        path = with_devices(path, devices);
+        const given_path devices = given_devices(paths, args, std::nullopt);
+        path = with_devices(path, devices.packed);
+        for (const auto &[name, value] : devices.disk.items())
+            changes->remark({}, name, value);
     }
     if (args.file)
         path = with_file(path, paths.encode("", args.file));
@@ -73,11 +74,11 @@ void run_set(firmware &machine, const arguments &args)
             *args.active ? option.attributes | LOAD_OPTION_ACTIVE : option.attributes & ~LOAD_OPTION_ACTIVE;
     if (optional_data)
         option.optional_data = *optional_data;
+    changes changes(machine, args);
     if (args.device_text || args.file)
-        option.path = changed_path(option.path, args);
+        option.path = changed_path(option.path, args, &changes);
     check_size(option);
 
-    changes changes(machine, args);
     if (as_stored(option) != before.data)
         changes.make(writes_option(number, option));
     changes.report();

@@ -71,16 +71,23 @@ void append_utf8(std::string *to, char32_t character)
     }
 }
 
-// Characters that change how the text around them is shown.
-bool reorders_text(char32_t character)
+// Characters that change how the text around them is shown, or take no room and show nothing.
+bool misleads(char32_t character)
 {
-    return character == 0x61c || (character >= 0x200e && character <= 0x200f) ||
-           (character >= 0x2028 && character <= 0x202e) || (character >= 0x2066 && character <= 0x2069);
+    struct range {
+        char32_t first, last;
+    };
+    static constexpr range ranges[] = {{0x61c, 0x61c},   {0x200b, 0x200b},  {0x200e, 0x200f},
+                                       {0x2028, 0x202e}, {0x2060, 0x206f},  {0xfeff, 0xfeff},
+                                       {0xfff9, 0xfffb}, {0xe0000, 0xe007f}};
+    return std::any_of(std::begin(ranges), std::end(ranges), [character](const range &range) {
+        return character >= range.first && character <= range.last;
+    });
 }
 
 bool shows(char32_t character)
 {
-    return !reorders_text(character) && std::iswprint(static_cast<wint_t>(character)) != 0;
+    return !misleads(character) && std::iswprint(static_cast<wint_t>(character)) != 0;
 }
 
 std::vector<CHAR16> units_of(byte_view data)
@@ -173,6 +180,23 @@ std::string printable(std::string_view utf8)
         utf8.remove_prefix(next.size);
     }
     return shown;
+}
+
+std::string escaped_in_json(std::string_view document)
+{
+    std::string escaped;
+    while (!document.empty()) {
+        const decoded next = first_character(document);
+        const auto character = static_cast<unsigned>(next.character);
+        if (character == '\n' || shows(next.character))
+            escaped += document.substr(0, next.size);
+        else if (character <= 0xffff)
+            escaped += format("\\u%04x", character);
+        else
+            escaped += format("\\u%04x\\u%04x", 0xd7c0 + (character >> 10), 0xdc00 + (character & 0x3ff));
+        document.remove_prefix(next.size);
+    }
+    return escaped;
 }
 
 size_t columns(std::string_view utf8)

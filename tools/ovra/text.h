@@ -32,6 +32,9 @@ std::optional<std::string> as_text(byte_view data);
 // escapes, so that a variable cannot drive the terminal.
 std::string printable(std::string_view utf8);
 
+// A JSON document with the characters escaped that printable() escapes; they stand only in its strings.
+std::string escaped_in_json(std::string_view document);
+
 // Columns that printable text takes on a terminal.
 size_t columns(std::string_view utf8);
 

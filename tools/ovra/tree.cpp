@@ -94,6 +94,8 @@ void run_tree(const std::string &, const arguments &args)
     const tree_owner root(ht_init("/", HT_SUBTREE | HT_PROPS));
     if (!root)
         throw failure(std::string("cannot read the device tree: ") + strerror(errno));
+    if (!ht_child_node(root.get()))
+        require_sysfs();
     drives_by_path drives;
     for (drive &drive : read_drives(false))
         drives.emplace(drive.path, drive);

@@ -1,0 +1,224 @@
+#include "tools/ovra/commandline.h"
+
+#include <algorithm>
+#include <numeric>
+#include <sstream>
+#include <utility>
+
+#include <CLI/CLI.hpp>
+
+#include "tools/ovra/failure.h"
+#include "tools/ovra/text.h"
+
+namespace tool {
+
+namespace {
+
+// How many letters must be changed, left out, put in or swapped with the next to make one word another.
+size_t distance(const std::string &a, const std::string &b)
+{
+    std::vector<size_t> before_last;
+    std::vector<size_t> last(b.size() + 1);
+    std::iota(last.begin(), last.end(), 0);
+    for (size_t i = 1; i <= a.size(); ++i) {
+        std::vector<size_t> row(b.size() + 1, i);
+        for (size_t j = 1; j <= b.size(); ++j) {
+            row[j] = std::min({last[j] + 1, row[j - 1] + 1, last[j - 1] + (a[i - 1] != b[j - 1])});
+            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
+                row[j] = std::min(row[j], before_last[j - 2] + 1);
+        }
+        before_last = std::exchange(last, std::move(row));
+    }
+    return last.back();
+}
+
+std::string full_name(const CLI::App &verb)
+{
+    if (!verb.get_parent())
+        return {};
+    const std::string above = full_name(*verb.get_parent());
+    return above + (above.empty() ? "" : " ") + verb.get_name();
+}
+
+[[noreturn]] void refuse_verb(const CLI::App &level, const std::string &word)
+{
+    constexpr size_t farthest = 2;
+    const std::string prefix = level.get_parent() ? full_name(level) + ' ' : "";
+    const CLI::App *nearest = nullptr;
+    size_t least = std::min(farthest + 1, word.size());
+    for (const CLI::App *verb : level.get_subcommands([](const CLI::App *) { return true; })) {
+        const size_t changes = distance(word, verb->get_name());
+        if (changes < least) {
+            least = changes;
+            nearest = verb;
+        }
+    }
+    throw usage_error("unknown verb '" + prefix + word + "'" +
+                      (nearest ? "; did you mean '" + prefix + nearest->get_name() + "'?" : ""));
+}
+
+// The option that a word names, of a verb or of those above it.
+const CLI::Option *option_of(const CLI::App *level, const std::string &word)
+{
+    const std::string name = word.substr(0, word.find('='));
+    if (name.size() < 2 || name[0] != '-' || name == "--")
+        return nullptr;
+    for (; level; level = level->get_parent()) {
+        if (const CLI::Option *option = level->get_option_no_throw(name))
+            return option;
+    }
+    return nullptr;
+}
+
+bool takes_value(const CLI::Option &option)
+{
+    return option.get_items_expected_max() != 0;
+}
+
+bool is_negative_number(const std::string &word)
+{
+    return word.size() > 1 && word[0] == '-' && word[1] >= '0' && word[1] <= '9';
+}
+
+// Walks over the words as CLI11 does.
+class word_reader {
+public:
+    explicit word_reader(const CLI::App &app) : level(&app) {}
+
+    std::vector<std::string> read(const std::vector<std::string> &words)
+    {
+        for (size_t at = 0; at < words.size(); ++at) {
+            const std::string &word = words[at];
+            if (word == "--") {
+                result.insert(result.end(), words.begin() + static_cast<ptrdiff_t>(at), words.end());
+                break;
+            }
+            if (word.size() < 2 || word[0] != '-' || is_negative_number(word)) {
+                read_plain(word);
+                continue;
+            }
+            const CLI::Option *option = option_of(level, word);
+            if (option && takes_value(*option) && word.find('=') == std::string::npos) {
+                result.push_back(word);
+                if (at + 1 == words.size())
+                    break; // CLI11 says that a value is missing
+                ++at;
+                require_value(word, words[at]);
+                result.push_back(words[at]);
+                continue;
+            }
+            read_option(option, word);
+        }
+        return result;
+    }
+
+private:
+    void read_plain(const std::string &word)
+    {
+        const auto verbs = level->get_subcommands([](const CLI::App *) { return true; });
+        if (!verbs.empty() && !misread) {
+            const auto verb = std::find_if(verbs.begin(), verbs.end(),
+                                           [&](const CLI::App *each) { return each->get_name() == word; });
+            if (verb == verbs.end())
+                refuse_verb(*level, word);
+            level = *verb;
+        }
+        result.push_back(word);
+    }
+
+    void require_value(const std::string &word, const std::string &value) const
+    {
+        if (value == "--" || option_of(level, value))
+            throw usage_error(word + ": a value is needed; " + in_quotes(word + '=' + value) +
+                              " gives it this one");
+    }
+
+    void read_option(const CLI::Option *option, const std::string &word)
+    {
+        const size_t equals = word.find('=');
+        if (!option) {
+            misread = true; // CLI11 says so; what follows may have been meant as its value
+        } else if (equals != std::string::npos && !takes_value(*option)) {
+            throw usage_error(word.substr(0, equals) + " takes no value");
+        } else if (equals == word.size() - 1) {
+            result.push_back(word.substr(0, equals));
+            result.emplace_back();
+            return;
+        }
+        result.push_back(word);
+    }
+
+    const CLI::App *level;
+    bool misread = false;
+    std::vector<std::string> result;
+};
+
+constexpr size_t help_width = 80;
+
+// Lines of at most `width` characters.
+std::string wrapped(const std::string &text, size_t width)
+{
+    std::string all;
+    size_t column = 0;
+    for (size_t begin = 0; begin < text.size();) {
+        const size_t end = std::min(text.find(' ', begin), text.size());
+        const size_t size = end - begin;
+        if (column != 0 && column + 1 + size > width) {
+            all += '\n';
+            column = 0;
+        } else if (column != 0) {
+            all += ' ';
+            ++column;
+        }
+        all += text.substr(begin, size);
+        column += size;
+        begin = end + 1;
+    }
+    return all;
+}
+
+class format_of_help : public CLI::Formatter {
+public:
+    std::string make_option_desc(const CLI::Option *option) const override
+    {
+        return wrapped(CLI::Formatter::make_option_desc(option), help_width - get_column_width());
+    }
+
+    std::string make_subcommand(const CLI::App *verb) const override
+    {
+        std::ostringstream out;
+        CLI::detail::format_help(out, verb->get_name(),
+                                 wrapped(verb->get_description(), help_width - get_column_width()),
+                                 get_column_width());
+        return out.str();
+    }
+
+    std::string make_help(const CLI::App *app, std::string name, CLI::AppFormatMode mode) const override
+    {
+        std::string text = make_description(app) + make_usage(app, std::move(name)) + make_positionals(app) +
+                           make_groups(app, mode) + make_subcommands(app, mode);
+        const CLI::App *all = app;
+        while (all->get_parent())
+            all = all->get_parent();
+        if (all != app)
+            text +=
+                make_group("Options of every verb", false, all->get_options([all](const CLI::Option *option) {
+                    return option != all->get_help_ptr() && option != all->get_version_ptr();
+                }));
+        return text + '\n' + make_footer(app) + '\n';
+    }
+};
+
+} // namespace
+
+std::vector<std::string> words_to_parse(const CLI::App &app, int argc, const char *const *argv)
+{
+    return word_reader(app).read({argv + std::min(argc, 1), argv + argc});
+}
+
+std::shared_ptr<CLI::FormatterBase> help_format()
+{
+    return std::make_shared<format_of_help>();
+}
+
+} // namespace tool
