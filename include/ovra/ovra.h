@@ -5,7 +5,8 @@
  *
  *  1. The result is 0 on success and -1 on failure, never an errno value. What went wrong is written to
  *     standard error while the environment variable OVRA_PATH_EPRINT exists (with any value); traces while
- *     OVRA_PATH_DEBUG exists. Each is looked up once, at the first message of its kind.
+ *     OVRA_PATH_DEBUG exists. Each is looked up once, at the first message of its kind. A program receives
+ *     the same messages through ovra_log_to (ovra/log.h).
  *  2. Text is UTF-8 and null-terminated; UCS-2 text is an array of CHAR16 units with a zero unit at its end.
  *     Sizes are in bytes.
  *  3. Pointers must not be null where the description does not say that they may be.

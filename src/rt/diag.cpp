@@ -1,8 +1,11 @@
 #include "src/rt/diag.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+
+#include <ovra/log.h>
 
 extern "C" {
 int ovra_path_eprint = -1;
@@ -19,9 +22,36 @@ static bool settled_on(int &state, const char *variable)
     return state == 1;
 }
 
-static void vsay(const char *format, va_list args)
+// The calling thread's receiver. Messages of calls that the receiver itself makes do not come back to it.
+struct receiver {
+    ovra_log_fn *fn;
+    void *arg;
+    bool busy;
+};
+static thread_local receiver log_receiver;
+
+static void hand_over(int kind, const char *format, va_list args)
 {
-    if (settled_on(ovra_path_eprint, "OVRA_PATH_EPRINT"))
+    char text[4096]; // no allocation: the message may be about one that failed
+    const int saved = errno;
+    vsnprintf(text, sizeof text, format, args);
+    const receiver current = log_receiver;
+    log_receiver.busy = true;
+    current.fn(current.arg, kind, text);
+    log_receiver.busy = false;
+    errno = saved;
+}
+
+static void emit(int kind, bool printed, const char *format, va_list args)
+{
+    const bool received = log_receiver.fn && !log_receiver.busy && (kind == OVRA_LOG_ERROR || printed);
+    if (received) {
+        va_list again;
+        va_copy(again, args);
+        hand_over(kind, format, again);
+        va_end(again);
+    }
+    if (printed)
         vfprintf(stderr, format, args);
 }
 
@@ -29,7 +59,7 @@ void say(const char *format, ...)
 {
     va_list args;
     va_start(args, format);
-    vsay(format, args);
+    emit(OVRA_LOG_ERROR, settled_on(ovra_path_eprint, "OVRA_PATH_EPRINT"), format, args);
     va_end(args);
 }
 
@@ -37,19 +67,23 @@ int fail(const char *format, ...)
 {
     va_list args;
     va_start(args, format);
-    vsay(format, args);
+    emit(OVRA_LOG_ERROR, settled_on(ovra_path_eprint, "OVRA_PATH_EPRINT"), format, args);
     va_end(args);
     return -1;
 }
 
 void trace(const char *format, ...)
 {
-    if (!settled_on(ovra_path_debug, "OVRA_PATH_DEBUG"))
-        return;
     va_list args;
     va_start(args, format);
-    vfprintf(stderr, format, args);
+    emit(OVRA_LOG_TRACE, settled_on(ovra_path_debug, "OVRA_PATH_DEBUG"), format, args);
     va_end(args);
 }
 
 } // namespace ovra
+
+void ovra_log_to(ovra_log_fn *fn, void *arg)
+{
+    ovra::log_receiver.fn = fn;
+    ovra::log_receiver.arg = arg;
+}

@@ -68,7 +68,6 @@ void require_room_for(const std::optional<std::string> &file)
 
 device_paths::device_paths()
 {
-    turn_on_library_messages();
     // A handle opens the firmware unless the library is told to use test files. Paths need neither, and must
     // work where there is no firmware: the variable exists only while the handle is made.
     const bool was_set = getenv(test_files) != nullptr;
@@ -90,7 +89,7 @@ int device_paths::call(const std::function<int()> &function)
 {
     error_capture capture;
     const int result = function();
-    messages = capture.end();
+    messages = capture.errors;
     return result;
 }
 
