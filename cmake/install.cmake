@@ -11,7 +11,7 @@ endforeach()
 
 # <ovra/...> is the interface of libovra. <hwplat/...> are the interfaces of the platform libraries: whoever puts a
 # library of their own in the place of one builds it against them.
-install(FILES include/ovra/ovra.h include/ovra/uefi.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ovra)
+install(FILES include/ovra/log.h include/ovra/ovra.h include/ovra/uefi.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ovra)
 file(GLOB platform_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/platform/include/*.h)
 install(FILES ${platform_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/hwplat)
 

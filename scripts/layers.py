@@ -24,7 +24,7 @@ class Layer(NamedTuple):
     because: str
 
 
-WHOLE = ("ovra.h", "uefi.h")
+WHOLE = ("log.h", "ovra.h", "uefi.h")
 TYPES = ("uefi.h",)
 
 LAYERS = {

@@ -8,6 +8,7 @@
  *     OVRA_PATH_DEBUG exists. Each is looked up once, at the first message of its kind. A program that has
  *     more rights than its user (set-user-ID, set-group-ID, file capabilities) has none of the library's
  *     environment variables.
+ *     A program receives the same messages through ovra_log_to (ovra/log.h).
  *  2. Text is UTF-8 and null-terminated; UCS-2 text is an array of CHAR16 units with a zero unit at its end.
  *     Sizes are in bytes.
  *  3. Pointers must not be null where the description does not say that they may be.

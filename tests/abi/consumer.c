@@ -2,6 +2,7 @@
  * A program in C11 that uses each exported function, on the machine that HWPLAT_ROOT names: a folder with the
  * one variable BootCurrent, which says Boot0003. What it leaves behind is looked at by consumer.py.
  */
+#include <ovra/log.h>
 #include <ovra/ovra.h>
 
 #include <stdio.h>
@@ -213,6 +214,23 @@ static void use_order(ovra_hdl_t hdl)
     CHECK(ovra_bootnext_get(hdl, &name) == 0 && strcmp(name, "Boot0000") == 0);
 }
 
+static void count_errors(void *arg, int kind, const char *text)
+{
+    if (kind == OVRA_LOG_ERROR && text[0] != '\0')
+        ++*(int *)arg;
+}
+
+static void use_log(ovra_hdl_t hdl)
+{
+    int errors = 0;
+    char *desc = NULL;
+
+    ovra_log_to(count_errors, &errors);
+    CHECK(ovra_bootopt_desc_get(hdl, "no option", &desc) == -1);
+    CHECK(errors > 0);
+    ovra_log_to(NULL, NULL);
+}
+
 int main(void)
 {
     ovra_hdl_t hdl = NULL;
@@ -225,6 +243,7 @@ int main(void)
     use_options(hdl);
     use_fields(hdl);
     use_order(hdl);
+    use_log(hdl);
 
     /* A machine made for this program: the one that the program runs on must not be reset. */
     CHECK(is_in_folder("BootNext") && is_in_folder("Boot0001"));

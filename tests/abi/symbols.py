@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""usage: symbols.py LIBRARY_FOLDER LIBRARY HEADER MAP COMPILER
+"""usage: symbols.py LIBRARY_FOLDER LIBRARY MAP COMPILER HEADER...
 
 Four lists of a library's functions must be the same: tests/abi/symbols.txt, the dynamic symbols of the library, the
-functions that its header declares, and the names of its version script.
+functions that its headers declare, and the names of its version script.
 """
 import os
 import re
@@ -41,7 +41,7 @@ def scripted(path):
     with open(path, encoding="utf-8") as file:
         text = re.sub(r"/\*.*?\*/|#[^\n]*", " ", file.read(), flags=re.DOTALL)
     nodes = {}
-    for node, body in re.findall(r"(\w*)\s*\{(.*?)\}", text, re.DOTALL):
+    for node, body in re.findall(r"([\w.]*)\s*\{(.*?)\}", text, re.DOTALL):
         names, scope = nodes.setdefault(node or "-", []), "global"
         for word in re.findall(r"(?:global|local)\s*:|[^\s;:]+", body):
             if word.endswith(":"):
@@ -59,12 +59,13 @@ def differences(what, expected, got):
 
 
 def main():
-    folder, library, header, script, compiler = sys.argv[1:]
+    folder, library, script, compiler, *headers = sys.argv[1:]
     listed = elf.listed(os.path.join(HERE, "symbols.txt"))[library]
     exported, _ = elf.dynamic_symbols(os.path.join(folder, library))
     names = [symbol.name for symbol in listed]
     wrong = differences(library, [" ".join(symbol) for symbol in listed], [" ".join(symbol) for symbol in exported])
-    wrong += differences(os.path.relpath(header, ROOT), names, declared(compiler, header))
+    wrong += differences(" and ".join(os.path.relpath(header, ROOT) for header in headers), names,
+                         [name for header in headers for name in declared(compiler, header)])
     in_script = [f"{name} {node}" for node, found in scripted(script).items() for name in found]
     wrong += differences(os.path.relpath(script, ROOT), [f"{symbol.name} {symbol.node}" for symbol in listed], in_script)
     print("\n".join(wrong) or f"{library}: {len(listed)} functions")

@@ -1,64 +1,43 @@
 #include "tools/ovra/capture.h"
 
 #include <cstdlib>
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <unistd.h>
+#include <new>
+
+#include <ovra/log.h>
 
 namespace tool {
 
 namespace {
-bool shown_as_written = false;
+
+// Where the user asked for messages they appear as they are written, and are not told a second time.
+bool shown_as_written()
+{
+    static const bool asked = secure_getenv("OVRA_PATH_EPRINT") || secure_getenv("OVRA_PATH_DEBUG") ||
+                              secure_getenv("HWPLAT_DEBUG");
+    return asked;
 }
 
-void turn_on_library_messages()
+void append_error(void *arg, int kind, const char *text)
 {
-    // What the first call sets must not look like the user's wish to the second.
-    static bool done = false;
-    if (done)
+    if (kind != OVRA_LOG_ERROR)
         return;
-    done = true;
-    shown_as_written = getenv("OVRA_PATH_EPRINT") || getenv("OVRA_PATH_DEBUG") || getenv("HWPLAT_DEBUG");
-    setenv("OVRA_PATH_EPRINT", "1", 0);
+    try {
+        static_cast<std::string *>(arg)->append(text);
+    } catch (const std::bad_alloc &) { // a reason less; the library cannot pass an exception on
+    }
 }
+
+} // namespace
 
 error_capture::error_capture()
 {
-    if (shown_as_written)
-        return;
-    memory = memfd_create("ovra-messages", MFD_CLOEXEC);
-    if (memory == -1)
-        return;
-    original = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    if (original == -1 || dup2(memory, STDERR_FILENO) == -1) {
-        close(memory);
-        memory = -1;
-    }
+    if (!shown_as_written())
+        ovra_log_to(append_error, &errors);
 }
 
 error_capture::~error_capture()
 {
-    end();
-}
-
-std::string error_capture::end()
-{
-    std::string messages;
-    if (memory != -1) {
-        dup2(original, STDERR_FILENO);
-        char part[1024];
-        ssize_t size = 0;
-        lseek(memory, 0, SEEK_SET);
-        while ((size = read(memory, part, sizeof part)) > 0)
-            messages.append(part, static_cast<size_t>(size));
-        close(memory);
-        memory = -1;
-    }
-    if (original != -1) {
-        close(original);
-        original = -1;
-    }
-    return messages;
+    ovra_log_to(nullptr, nullptr);
 }
 
 } // namespace tool

@@ -90,7 +90,6 @@ std::string without_slash(const std::string &text)
 
 device_paths::device_paths()
 {
-    turn_on_library_messages();
     // A handle opens the firmware unless the library is told to use test files. Paths need neither, and must
     // work where there is no firmware: the variable exists only while the handle is made.
     const bool was_set = getenv(test_files) != nullptr;
@@ -112,7 +111,7 @@ int device_paths::call(const std::function<int()> &function)
 {
     error_capture capture;
     const int result = function();
-    messages = capture.end();
+    messages = capture.errors;
     return result;
 }
 

@@ -160,7 +160,6 @@ firmware::firmware(std::string root) : folder(std::move(root))
     if (getenv("OVRA_TEST_FILE"))
         throw failure("OVRA_TEST_FILE is set",
                       "The command works on a machine, not on test files: unset it.");
-    turn_on_library_messages();
     if (call([this] { return ovra_init(&handle); }) == 0)
         return;
     const std::string where = folder.empty() ? "this machine" : folder;
@@ -223,7 +222,7 @@ int firmware::call(const std::function<int()> &function)
     errno = 0;
     const int result = function();
     error = errno;
-    messages = with_status_names(capture.end());
+    messages = with_status_names(capture.errors);
     return result;
 }
 
