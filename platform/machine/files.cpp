@@ -118,10 +118,12 @@ descriptor open_below(int at, std::initializer_list<const char *> names, missing
     for (const char *name : names) {
         int above = folder ? folder.get() : at;
         if (missing == missing_folders::create) {
-            if (mkdirat(above, name, mode) == 0)
-                fchmodat(above, name, mode, 0); // a umask may have left not even the owner a way in
-            else if (errno != EEXIST)
+            if (mkdirat(above, name, mode) == 0) {
+                // A umask may have left not even the owner a way in. A file system without modes needs none.
+                [[maybe_unused]] const int result = fchmodat(above, name, mode, 0);
+            } else if (errno != EEXIST) {
                 return {};
+            }
         }
         folder = descriptor(openat(above, name, flags));
         if (!folder)
