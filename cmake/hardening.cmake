@@ -10,11 +10,12 @@ include(CheckSourceCompiles)
 
 check_pie_supported(LANGUAGES C CXX) # without it CMake compiles for -pie and leaves it to the compiler to link so
 
-foreach(flag
-    -fstack-protector-strong
-    -fstack-clash-protection
-    -fcf-protection # x86
-    -mbranch-protection=standard) # AArch64
+# Clang takes the flag of the other processor without a word until it compiles.
+set(control_flow -fcf-protection)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
+  set(control_flow -mbranch-protection=standard)
+endif()
+foreach(flag -fstack-protector-strong -fstack-clash-protection ${control_flow})
   string(MAKE_C_IDENTIFIER "OVRA_HAS${flag}" known)
   check_compiler_flag(CXX ${flag} ${known})
   if(${known})

@@ -77,8 +77,8 @@ class Configure(Private):
 
     def builds_a_library(self, script, **more):
         text = self.run_lines(script, self.work, **more)
-        self.assertNotIn("CMake Warning", text)
-        self.run_lines("cmake --build build --target kvlist", self.work, **more)
+        built = self.run_lines("cmake --build build --target kvlist", self.work, **more)
+        self.assertNotIn("warning", (text + built).lower())
         self.assertTrue(os.path.isfile(os.path.join(self.work, "build", "lib", "libkvlist.so.1")))
         return text
 
@@ -113,7 +113,7 @@ class Configure(Private):
     def test_warnings_end_no_build(self):
         with open(os.path.join(self.work, "platform", "kvlist", "kvlist.cpp"), "a", encoding="utf-8") as file:
             file.write("static void unused() {}\n")
-        self.builds_a_library("cmake -S . -B build -G Ninja")
+        self.run_lines("cmake -S . -B build -G Ninja && cmake --build build --target kvlist", self.work)
         self.run_lines("cmake -S . -B build -DOVRA_WERROR=ON && ! cmake --build build --target kvlist", self.work)
 
 
