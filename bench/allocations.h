@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Counts the calls of the malloc family, of the program and of every library in it. */
 #ifndef BENCH_ALLOCATIONS_H
 #define BENCH_ALLOCATIONS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How long does a device path take between text and packed form, with how many allocations, beside another
 // library that formats the same bytes?
 #include <benchmark/benchmark.h>

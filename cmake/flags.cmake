@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Every compiler and linker flag of the project, with its reason.
 
 add_library(ovra_flags INTERFACE)

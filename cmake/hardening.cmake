@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What compiler and linker do against mistakes that attackers use, in every build that has no sanitizers. The flags go
 # before those of the user or of a distribution, so that these have the last word.
 option(OVRA_HARDENING "build with protection of stack and tables, checked calls and control-flow marks" ON)

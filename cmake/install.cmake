@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What an installation holds: the headers, the libraries with their versions and links, the archive, the command, a
 # pkg-config file, a CMake package and the man pages. The prefix may be moved afterwards: nothing holds its name.
 include(CMakePackageConfigHelpers)

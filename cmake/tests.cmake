@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Whether the tests are built: as OVRA_TESTS says; with AUTO unless CMake's own BUILD_TESTING is off or something that
 # they need is missing.
 set(build_tests ${OVRA_TESTS})

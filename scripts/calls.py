@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Reads the sources below src/ and platform/ and fails on a name of the C or C++ library whose answer depends on what
 the program around the library has set: its locale, or an environment that a set-user-ID program must not believe.
 

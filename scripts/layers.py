@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Reads every #include below include/, src/, platform/ and tools/ and fails on one that points the wrong way.
 
 usage: layers.py [ROOT]

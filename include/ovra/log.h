@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * libovra's messages, handed to the program.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * libovra: read and change the firmware's UEFI boot configuration.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * UEFI base types, and the packed record of each device path node kind that the library knows.
  * C99 and C++11, also inside extern "C". Everything is little-endian; records have no padding and may stand

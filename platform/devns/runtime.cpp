@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/devns/runtime.h"
 
 #include <cerrno>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 #ifndef HWPLAT_DEVNS_RUNTIME_H
 #define HWPLAT_DEVNS_RUNTIME_H
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * libdevns: the calls with which libovra touches a name below "/dev" or "/devices", and the commands and
  * records of the runtime-services pseudo-device.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * libhwtree: a read-only snapshot of the device tree.
  *

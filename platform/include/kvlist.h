@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * libkvlist: lists of typed values by name, the form in which libvolset gives attributes.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * libvolset: the drives of the machine, their media, and the partitions and slices on these.
  *

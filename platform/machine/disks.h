@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* The disks of a machine's sysfs: which controller carries each, and what it is called. */
 #ifndef HWPLAT_MACHINE_DISKS_H
 #define HWPLAT_MACHINE_DISKS_H

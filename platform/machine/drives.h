@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Disks with what is on them, by the names of their partitions and slices. One snapshot of the machine; media
  * are read when they are asked for. What reads throws read_failure.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * What becomes of a machine that cannot be read, and how a face of the model is left. What is there and
  * cannot be read is never taken for what is not there: names would move on to other disks.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Descriptors and small files of a machine's folders. Every name is looked up in an open folder and symbolic
  * links are not followed, so nothing here leaves that folder. Functions that return `int` return 0 or an

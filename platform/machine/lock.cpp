@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/machine/lock.h"
 
 #include <cerrno>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * The machine's lock, under which everything that changes it is done: by one thread of one process at a time.
  * It is the lock (flock) of a file that only those can open who may write the machine:

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * A machine: a folder laid out like a Linux root, and what its firmware's runtime services do there. "/" is
  * the live machine; any other folder is a captured or simulated one.

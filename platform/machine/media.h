@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* What is on a disk: its partition table, read through libblkid. */
 #ifndef HWPLAT_MACHINE_MEDIA_H
 #define HWPLAT_MACHINE_MEDIA_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * A firmware variable's name and vendor GUID, and the name of the file that holds it: "<Name>-<guid>", the
  * name in UTF-8, the GUID in lower case. A file name cannot hold "/", so "/" stands in it as "!", as efivarfs

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * What a process keeps for all of its threads, across a fork. A child has the forking thread alone: a mutex
  * that another thread held would never be given back there.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/machine/shared.h"
 
 #include <pthread.h>

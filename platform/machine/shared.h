@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * What the platform libraries have in common. Each holds its own hidden copy of the model; where libdevns is
  * this project's, all of them keep here, in its copy, what they must agree on.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * The only reader of a machine's sysfs. Everything is looked up below the machine's root, folder by folder;
  * no link is followed, so that none leads out, but link() says as text what one stands for. Whatever a file

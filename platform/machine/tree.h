@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * The device tree of a machine, made of its sysfs: the root "hwplat", PCI host bridges, PCI functions as
  * sysfs nests them, and the disks below the functions that carry them.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/include/volset.h"
 
 #include <cerrno>

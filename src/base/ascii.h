@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Text as stored formats and their notations have it: ASCII. The C library's own functions ask the caller's
  * locale, in which "I" may be no "i" and other characters may be blanks.

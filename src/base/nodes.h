@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * The kinds of nodes for C++: what <ovra/uefi.h> states beside each record, asked for by the record's type.
  */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Numbers in text, read as the C library reads them in its own locale, "C", whatever locale the program has
  * set and whichever notations a later C library adds.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* What the files of the boot manager share: option names, and variables read whole. */
 #ifndef SRC_BOOT_BOOT_H
 #define SRC_BOOT_BOOT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "src/boot/boot.h"
 
 // The option that a two-byte variable names, for the caller; `what` names the caller in messages.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* The fixed part of a load option variable (EFI_LOAD_OPTION, UEFI 3.1.3). */
 #ifndef SRC_BOOT_LOADOPTION_H
 #define SRC_BOOT_LOADOPTION_H

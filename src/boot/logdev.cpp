@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "src/boot/boot.h"
 #include "src/dpath/list.h"
 #include "src/osmap/harddrive.h"

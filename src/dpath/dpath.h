@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Device paths in binary (UEFI chapter 10): lists of separately allocated nodes, and packed paths. All blocks
  * are of the malloc family, not tracked by a handle.

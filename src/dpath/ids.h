@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Identifiers that the encoders write and the printer and the disk mapper recognise. */
 #ifndef SRC_DPATH_IDS_H
 #define SRC_DPATH_IDS_H

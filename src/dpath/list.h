@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Node lists inside the library. */
 #ifndef SRC_DPATH_LIST_H
 #define SRC_DPATH_LIST_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Stored bytes as nodes. Compares what is left with what is claimed, and never reads beyond. */
 #ifndef SRC_DPATH_VIEW_H
 #define SRC_DPATH_VIEW_H

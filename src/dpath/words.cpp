@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "src/dpath/words.h"
 
 #include "src/base/ascii.h"

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Word lists: read forwards by the encoders and backwards by the printer, so that the two cannot differ. */
 #ifndef SRC_DPATH_WORDS_H
 #define SRC_DPATH_WORDS_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Argument lists inside the library. */
 #ifndef SRC_ENCODE_ARGS_H
 #define SRC_ENCODE_ARGS_H

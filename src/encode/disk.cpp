@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "src/dpath/build.h"
 #include "src/encode/fields.h"
 #include "src/encode/get.h"

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Device paths from text: the arguments of one node, their typed getters, the table of keywords, and the
  * driver for a whole path.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "src/encode/fields.h"
 
 #include "src/dpath/build.h"

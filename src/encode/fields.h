@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* A node kind that is nothing but its fields: what each is called, where it goes and what it may be. */
 #ifndef SRC_ENCODE_FIELDS_H
 #define SRC_ENCODE_FIELDS_H

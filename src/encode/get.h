@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* The typed getters for C++: the width comes from the result, and the outcome has to be looked at. */
 #ifndef SRC_ENCODE_GET_H
 #define SRC_ENCODE_GET_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "src/base/ascii.h"
 #include "src/dpath/build.h"
 #include "src/dpath/ids.h"

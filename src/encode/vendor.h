@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Vendor-defined nodes: a GUID and, where the keyword takes it, data. */
 #ifndef SRC_ENCODE_VENDOR_H
 #define SRC_ENCODE_VENDOR_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Hard-drive nodes: what their codes mean, where their disks' names stand, and which disks they stand for. */
 #ifndef SRC_OSMAP_HARDDRIVE_H
 #define SRC_OSMAP_HARDDRIVE_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * The operating system's devices as device paths and back: nodes of the device tree and disk names to device
  * path nodes, and hard-drive nodes to disk names. Nodes and lists are of the malloc family, not tracked.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Owners of what the platform's calls return, and answers of the device tree made safe to read. */
 #ifndef SRC_OSMAP_PLATFORM_H
 #define SRC_OSMAP_PLATFORM_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "src/dpath/ids.h"
 #include "src/print/rows.h"
 

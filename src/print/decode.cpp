@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "src/dpath/list.h"
 #include "src/print/paths.h"
 #include "src/print/rows.h"

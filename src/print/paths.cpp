@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "src/print/paths.h"
 
 #include <cstring>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Lists of decoded instances that grow one by one. */
 #ifndef SRC_PRINT_PATHS_H
 #define SRC_PRINT_PATHS_H

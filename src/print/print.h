@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Device paths as text. A text accumulator is a null-terminated string of the malloc family that the caller
  * owns, null until its first piece. A node's text is at most 1023 bytes; what goes beyond is cut.

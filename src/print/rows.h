@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Printed node kinds. A kind is one row: its record and its format. The row is reached only by nodes that are
  * as long as the record, so that no format can read beyond its node.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* What the printer writes into: one node's text while it is formed, and the growing text of an instance. */
 #ifndef SRC_PRINT_TEXT_H
 #define SRC_PRINT_TEXT_H

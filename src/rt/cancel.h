@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Calls that may wait: for the firmware, a file, a terminal. */
 #ifndef SRC_RT_CANCEL_H
 #define SRC_RT_CANCEL_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Messages. Each is one whole literal at the place that means it, so that a text seen is a text found; the
  * name of the function says to which of the two switches it belongs.

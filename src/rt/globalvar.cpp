@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "src/rt/owned.h"
 #include "src/rt/rt.h"
 #include "src/rt/testfile.h"

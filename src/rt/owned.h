@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Owners of malloc'd memory inside the library. Each releases on the way out, so that an exit is one line. */
 #ifndef SRC_RT_OWNED_H
 #define SRC_RT_OWNED_H

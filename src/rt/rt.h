@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Firmware runtime access: the handle and its tracked memory, the runtime services, variables by name, and
  * text conversion. Knows no device paths.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "src/rt/strarray.h"
 
 #include <cstdlib>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* String arrays that grow entry by entry. */
 #ifndef SRC_RT_STRARRAY_H
 #define SRC_RT_STRARRAY_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "src/rt/testfile.h"
 
 #include <cerrno>

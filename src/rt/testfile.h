@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Which of the two holds the variables: the firmware, or plain files. */
 #ifndef SRC_RT_TESTFILE_H
 #define SRC_RT_TESTFILE_H

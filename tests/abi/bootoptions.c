@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * Lists and changes boot options, as a program written elsewhere does: it knows <ovra/ovra.h> and what
  * pkg-config or CMake says of an installation, nothing else. Built by install.py against an installation

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * A thread that was cancelled before it calls the library: each exported function runs to its end, and only
  * then, at a call of the thread's own, the thread ends. The machine that HWPLAT_ROOT names is a captured one;

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """usage: cancelled.py PROGRAM MACHINE
 
 Runs the program, which calls every exported function in a thread that is cancelled, on a captured machine and with the

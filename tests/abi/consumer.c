@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * A program in C11 that uses each exported function, on the machine that HWPLAT_ROOT names: a folder with the
  * one variable BootCurrent, which says Boot0003. What it leaves behind is looked at by consumer.py.

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """usage: consumer.py PROGRAM [uses]
 
 Runs the C program on a machine made for it and looks at what it left there. With "uses": compares the functions of

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What readelf and nm say about a library, as Python values."""
 import os
 import re

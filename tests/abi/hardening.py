@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """usage: hardening.py BUILD_FOLDER COMPILER built|installed PREFIX|flags
 
 "built" and "installed" look at the libraries and the command of the build or of PREFIX: what they have against mistakes

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """usage: headers.py STANDARD FOLDER COMPILER...
 
 Compiles each public header alone, once and twice over, as the first thing of a translation unit, with every compiler

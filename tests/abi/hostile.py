@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """usage: hostile.py FOLDER
 
 The public headers where programs really include them: inside extern "C", in C++11 with all warnings on, in C11 in

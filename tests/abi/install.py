@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """usage: install.py BUILD_FOLDER PLACE COMPILER install|<test class>
 
 "install" puts an installation of BUILD_FOLDER into PLACE/prefix, by way of another folder that no longer exists

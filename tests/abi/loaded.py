@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """usage: loaded.py LIBRARY_FOLDER flags|growth
 
 Programs with plugins load and close a library as often as they like. "flags": each library is marked to stay where it

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A folder laid out like a machine's root, with firmware variables, looked at without libovra."""
 import os
 import struct

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """usage: needed.py LIBRARY_FOLDER
 
 What libovra.so.1 and libovra.a need to run: the C library and the platform libraries, these by the dynamic linker

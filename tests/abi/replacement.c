@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * A libdevns of somebody's own, built against an installation: a machine whose firmware knows one variable of
  * two bytes under every name, 0x002A.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Compiled once as it is, and once with each of these set to something else: then it must not compile. The
 // checks of <ovra/uefi.h> are what it is about. C++ and C.
 #include <ovra/uefi.h>

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """usage: size.py INCLUDE_FOLDER COMPILER...
 
 size.cpp must compile, and must not once a size, an offset or the packing in it is wrong: for that reason alone.

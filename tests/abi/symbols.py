@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """usage: symbols.py LIBRARY_FOLDER LIBRARY MAP COMPILER HEADER...
 
 Four lists of a library's functions must be the same: tests/abi/symbols.txt, the dynamic symbols of the library, the

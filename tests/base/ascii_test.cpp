@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Letters, digits and blanks, byte by byte against the C library in its own locale.
 #include <cctype>
 #include <clocale>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Numbers in text against the C library's own functions in its own locale: every short text of the characters
 // that matter, every byte in every place, numbers about the limits, and random texts.
 #include <clocale>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading load options that are damaged, missing, or cannot be had from the firmware.
 #include "tests/boot/parts.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading sound load options.
 #include "tests/boot/parts.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Names of load options, and writing them.
 #include <climits>
 #include <random>

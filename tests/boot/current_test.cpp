@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // BootCurrent and BootNext.
 #include "tests/boot/fixture.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Which options exist.
 #include <functional>
 #include <set>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* What the tests of the boot manager share: handles, the bytes of its variables, and what it must say. */
 #ifndef TESTS_BOOT_FIXTURE_H
 #define TESTS_BOOT_FIXTURE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Removing an option: its variable, and its places in BootOrder.
 
 #include "tests/boot/fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // BootOrder in test-file mode.
 #include "tests/boot/fixture.h"
 

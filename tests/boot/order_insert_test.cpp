@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Putting options into BootOrder.
 #include <algorithm>
 #include <climits>

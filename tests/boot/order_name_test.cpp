@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How the routines of BootOrder and BootNext read an option's name.
 #include "tests/boot/fixture.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading BootOrder, and taking options out of it.
 #include <algorithm>
 #include <climits>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* A load option as ovra_bootopt_get splits it. */
 #ifndef TESTS_BOOT_PARTS_H
 #define TESTS_BOOT_PARTS_H

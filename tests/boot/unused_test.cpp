@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Which number is free.
 #include "tests/boot/fixture.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The captured machines, through the libraries and back, held against a table that was written by hand.
 #include <cstring>
 #include <set>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/devices/failing_calls.h"
 
 #include <array>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * System calls that fail once. In a child process of its own every call is stopped at the kernel's door,
  * whichever library makes it, libblkid and the insides of the C library included. Allocations of libblkid,

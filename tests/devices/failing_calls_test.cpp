@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading a machine while one system call fails: the result is right or an error, and never another disk.
 #include <atomic>
 #include <cerrno>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the firmware of the captured machines calls its disks, against what the tree makes of them. One field
 // differs by design, the port multiplier of a SATA disk without one: 0x8000 here, 0xffff there.
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A machine's folder that somebody filled to do harm: what makes no sense is left out, and nothing outside is
 // looked at.
 #include <cerrno>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Snapshots of the device tree.
 #include <cerrno>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lists of values by name.
 #include <cerrno>
 

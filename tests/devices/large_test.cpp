@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A machine far larger than any: 1,000 disks with 16 partitions each, out of one image without content.
 #include <algorithm>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What is on a disk: tables of both kinds, and none.
 #include <algorithm>
 #include <array>

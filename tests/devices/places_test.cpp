@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where disks hang: the controllers and transports that the captured machines do not have.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

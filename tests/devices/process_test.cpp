@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What else a process does while its disks are looked at: it changes its folder, forks, cancels threads,
 // unloads libraries.
 #include <atomic>

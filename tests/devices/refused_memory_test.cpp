@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every allocation of every call is refused once, and once together with all that follow it: the call then
 // fails as its header says, and keeps no memory and no descriptor.
 #include <cerrno>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Machines to look at: the captured ones, and ones that are made piece by piece. */
 #ifndef TESTS_DEVICES_SAMPLE_H
 #define TESTS_DEVICES_SAMPLE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Descriptors: what they stand for, and what belongs to what.
 #include <atomic>
 #include <cerrno>

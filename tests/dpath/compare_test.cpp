@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // When two nodes are the same device.
 #include <random>
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Nodes and lists as tests hold them. */
 #ifndef TESTS_DPATH_NODES_H
 #define TESTS_DPATH_NODES_H

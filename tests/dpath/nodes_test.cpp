@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Building END and File-path nodes.
 #include <cstddef>
 #include <string>

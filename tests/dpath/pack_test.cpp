@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Node lists to packed paths.
 #include <climits>
 #include <random>

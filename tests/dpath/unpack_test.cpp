@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Packed paths, whatever they claim, to node lists.
 #include <climits>
 #include <random>

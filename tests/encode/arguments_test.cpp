@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Argument lists: splitting, names, what is refused and what is left then.
 #include <string>
 #include <utility>

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Fails for a message of src/encode that no case expects, for a keyword without its usual cases, and for a behaviour
 marked as kept without the case that shows it.
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* One call of ovra_epath_encode, with what it gave and said. */
 #ifndef TESTS_ENCODE_ENCODING_H
 #define TESTS_ENCODE_ENCODING_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The typed getters: what they give, what they say, and what each leaves behind when it fails.
 #include <cstring>
 #include <string>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The tables tests/data/encode_*.tsv: each row a text, the bytes that it stands for, and what is said
 // meanwhile.
 #include <ostream>

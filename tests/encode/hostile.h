@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Texts without number or end: only what becomes of them counts. */
 #ifndef TESTS_ENCODE_HOSTILE_H
 #define TESTS_ENCODE_HOSTILE_H

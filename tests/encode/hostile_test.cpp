@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Texts made to hurt: very long, too long for a node, cut off.
 #include <ctime>
 #include <string>

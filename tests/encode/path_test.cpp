@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whole paths: instances, files, what is said on the way, and outputs that nobody wants.
 #include <string>
 

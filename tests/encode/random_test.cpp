@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Texts at random, from a fixed seed: nodes that are nearly right, and any bytes at all.
 #include <cstring>
 #include <map>

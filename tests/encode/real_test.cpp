@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Paths and load options of real machines, in the dialects of several tools.
 #include <cstring>
 #include <string>

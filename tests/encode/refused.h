@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Sweeps over refused allocations: what has to be said, and arguments made before. */
 #ifndef TESTS_ENCODE_REFUSED_H
 #define TESTS_ENCODE_REFUSED_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Refused allocations in the encoders: each says which one it was, returns -1 and leaves nothing behind.
 #include <string>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Refused allocations in argument lists, getters and the driver: what is said, -1, and nothing left behind.
 #include <string>
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Tables of cases below tests/data: one row a line, columns between tabs. */
 #ifndef TESTS_ENCODE_TABLE_FILE_H
 #define TESTS_ENCODE_TABLE_FILE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The table of keywords against the list in tests/data.
 #include <iterator>
 #include <sstream>

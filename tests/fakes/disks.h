@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Drives, media, partitions and slices in memory, in place of libvolset and libkvlist. See platform.h for
  * failing calls and what is watched; the names that vs_get_name gives are plain blocks for free().

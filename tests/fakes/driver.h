@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * A runtime-services driver in memory, in place of libdevns: a store of variables with the firmware's rules,
  * a clock, an alarm and a counter. It can be absent, fail any call, answer anything, and it keeps every

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The calls of libdevns, served from the state of the driver.
 #include <algorithm>
 #include <cerrno>

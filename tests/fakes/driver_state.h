@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The state behind driver.h, shared by what sets it up and what serves from it.
 #ifndef TESTS_FAKES_DRIVER_STATE_H
 #define TESTS_FAKES_DRIVER_STATE_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * What the stand-ins of libhwtree, libvolset and libkvlist have in common: calls are counted over all three,
  * any of them can be made to fail, and what they hand out is watched. A null handle, one that was released,

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* A device tree in memory, in place of libhwtree. See platform.h for failing calls and what is watched. */
 #ifndef TESTS_FAKES_TREE_H
 #define TESTS_FAKES_TREE_H

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Disk images whose first partition is an EFI system partition with the guest's kernel on it."""
 import os
 import subprocess

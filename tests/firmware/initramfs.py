@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Makes the initramfs of the guests: busybox, the kernel modules that they need, the command with its libraries."""
 import gzip
 import os

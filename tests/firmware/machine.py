@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A virtual machine with real firmware: its starts, its consoles, and the guest that runs on it."""
 import json
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Starts virtual machines with real firmware.
     run.py packages                  fails with what is missing on this machine
     run.py images DIR PROGRAM...     makes the disks of the guests in DIR

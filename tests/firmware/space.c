@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Prints what QueryVariableInfo says of variables that stay: the store's size, what is left of it, and the
  * largest variable, in bytes; or the status that is no success. */
 #include <inttypes.h>

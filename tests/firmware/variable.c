@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Sets a variable, or reads one, and prints the firmware's status in hexadecimal; for a read also its size.
  *     variable set NAME VENDOR ATTRIBUTES SIZE     `size` bytes of zero
  *     variable get NAME VENDOR

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """usage: arrows.py LAYERS_PY
 
 Holds every arrow of arrows.txt, those that are and those that are not, against what scripts/layers.py says about a

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """usage: run.py LAYERS_PY TREE
 
 Unpacks a tree and compares what scripts/layers.py says about it with what the tree's text expects. A tree is one

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """States the layout of every node kind once more and compares with what libovra makes of a text.
 
 usage: layouts.py LIBOVRA

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """usage: license_lines.py [ROOT]
 
 Fails on a source that git knows and whose first line, after one for the system's loader of scripts, does not name the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Device texts that name devices of the machine, set in a boot option.
 #include <utility>
 

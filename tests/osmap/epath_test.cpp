@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/osmap/mapping.h"
 
 using namespace ovra::test;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every call of the platform that fails, in every way and at every place, and every refused allocation:
 // nothing is lost, nothing is released twice, and the same call succeeds afterwards.
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/osmap/mapping.h"
 
 #include "platform/include/devns.h"

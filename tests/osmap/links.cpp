@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading a link, as one of the platform's calls that are counted and can be made to fail.
 #include <cerrno>
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/osmap/mapping.h"
 
 #include "tests/support/sweep.h"

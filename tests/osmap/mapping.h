@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* A machine in memory, and what the tests of the mapping say about nodes and messages. */
 #ifndef TESTS_OSMAP_MAPPING_H
 #define TESTS_OSMAP_MAPPING_H

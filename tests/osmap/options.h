@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Load options in the in-memory driver. */
 #ifndef TESTS_OSMAP_OPTIONS_H
 #define TESTS_OSMAP_OPTIONS_H

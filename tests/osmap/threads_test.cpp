@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <thread>
 
 #include "tests/osmap/mapping.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/osmap/mapping.h"
 
 using ovra::owned;

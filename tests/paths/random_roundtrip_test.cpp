@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <cinttypes>
 #include <cstdio>
 #include <initializer_list>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/paths/tables.h"
 
 #include <cstdlib>

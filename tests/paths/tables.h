@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* The tables below tests/data, and one step each way between text and packed form. */
 #ifndef TESTS_PATHS_TABLES_H
 #define TESTS_PATHS_TABLES_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* The records of the runtime services, filled in and handed to libdevns. */
 #ifndef TESTS_PLATFORM_DEVNS_CALLS_H
 #define TESTS_PLATFORM_DEVNS_CALLS_H

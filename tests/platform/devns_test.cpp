@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/include/devns.h"
 
 #include <atomic>

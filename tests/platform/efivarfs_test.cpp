@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What is written to an efivarfs, shown on an ordinary folder: the calls are the same, the firmware is
 // missing.
 #include <cerrno>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/platform/failing_calls.h"
 
 #include <algorithm>

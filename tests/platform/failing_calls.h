@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * System calls of the machine model that a test lets fail, or stands in for. The test program is linked with
  * --wrap for each of them; without a failing_call they are the C library's.

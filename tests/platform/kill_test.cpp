@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A writer is killed before each of its system calls in turn: what it was writing is then old or new, never
 // torn.
 #include <csignal>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Who may change a machine, and when: the lock that the library and its callers take.
 #include <atomic>
 #include <cerrno>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* A machine in a temporary folder, and the calls that most tests of the platform make on it. */
 #ifndef TESTS_PLATFORM_MACHINE_FOLDER_H
 #define TESTS_PLATFORM_MACHINE_FOLDER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // This program has its own open, ioctl, close and readlink, as a preloaded stand-in for the driver would: the
 // library must call these, and its own service only where they know no such name.
 #include <cerrno>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every allocation of every call is refused once, and once together with all that follow it: the call then
 // says so, keeps no memory and no descriptor, and leaves the store as it was.
 #include <cerrno>

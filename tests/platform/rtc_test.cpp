@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The host's clock chip, with a stand-in for the kernel's answers: nothing here changes this host's clock.
 #include <cerrno>
 

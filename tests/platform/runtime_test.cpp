@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The records: which pointers a command needs, and what is written through them.
 #include <cerrno>
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Packed paths as a whole.
 #include <climits>
 #include <ctime>

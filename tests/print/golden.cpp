@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/print/golden.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* The cases of tests/data/print.tsv, and nodes as the tests of the printer build them. */
 #ifndef TESTS_PRINT_GOLDEN_H
 #define TESTS_PRINT_GOLDEN_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The table of nodes and their texts.
 #include <set>
 

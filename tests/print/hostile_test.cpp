@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Nodes and paths that are not what they claim. Each stands in a block of its own size, for the sanitizer.
 #include <algorithm>
 #include <map>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Single nodes: dispatch, generic forms, the bound of a node's text, and the steps that the printers share.
 #include <gtest/gtest.h>
 

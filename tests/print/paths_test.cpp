@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lists of decoded instances.
 #include <cstring>
 #include <utility>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Memory that is refused: a text may be shorter, nothing else may differ.
 #include <gtest/gtest.h>
 

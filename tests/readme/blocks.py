@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The examples of README.md, as they stand there."""
 import os
 import re

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """usage: fresh.py
 
 README.md's lines on a system of its own: debootstrap makes the smallest Debian in a temporary folder, from where this

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """usage: readme.py BUILD_FOLDER configure|examples
 
 README.md's lines, run as on a system that has only what `scripts/install-packages build` installs: the other programs

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // UTF-8 to UCS-2 and back.
 #include <cstring>
 #include <random>

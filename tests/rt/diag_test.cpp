@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The two switches and the stream behind them.
 #include <cstdio>
 #include <string>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Variables of the boot manager by name, from the driver or from files.
 #include <cerrno>
 #include <cstring>

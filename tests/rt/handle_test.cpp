@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Opening and closing a handle.
 #include <cerrno>
 #include <cstdint>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The shared conversion descriptor from its first use on: a program of its own, since it is opened once for
 // the process. iconv_open is wrapped at link time.
 #include <atomic>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The receiver of messages.
 #include <cerrno>
 #include <cstring>

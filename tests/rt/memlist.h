@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* A fixture that looks at the list of tracked memory. */
 #ifndef TESTS_RT_MEMLIST_H
 #define TESTS_RT_MEMLIST_H

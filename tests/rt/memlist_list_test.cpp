@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The list of tracked memory: which slot a block takes, and what a long list costs.
 #include <algorithm>
 #include <cstdlib>

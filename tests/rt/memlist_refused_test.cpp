@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tracked memory when memory runs out.
 #include <cstring>
 #include <utility>

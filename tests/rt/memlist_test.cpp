@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tracked memory: blocks made, resized and given back.
 #include <cstdint>
 #include <cstring>

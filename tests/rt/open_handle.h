@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* A fixture with an open handle over the in-memory driver. */
 #ifndef TESTS_RT_OPEN_HANDLE_H
 #define TESTS_RT_OPEN_HANDLE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the library keeps for the whole process, used by threads at once, each with a handle of its own.
 // Compiled with ThreadSanitizer, which ends the program with a report when two threads get in each other's
 // way.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A program that says what the library made of its environment: whether variables are files, whether it
 // writes errors and traces. secure_test.cpp runs it as it is and as a set-group-ID program.
 #include <cstdio>

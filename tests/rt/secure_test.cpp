@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The library in a program that was given rights which its user does not have: the user's environment says
 // nothing.
 #include <cstring>

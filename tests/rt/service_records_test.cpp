@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The records of the runtime services, byte for byte as the driver is given them.
 #include <algorithm>
 #include <cstring>

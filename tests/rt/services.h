@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* One call of each runtime service. */
 #ifndef TESTS_RT_SERVICES_H
 #define TESTS_RT_SERVICES_H

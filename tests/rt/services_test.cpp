@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The ten runtime services: which driver is asked, and what the caller gets back.
 #include <cerrno>
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // String arrays: null-terminated, array and strings tracked by the handle.
 #include <algorithm>
 #include <cstdint>

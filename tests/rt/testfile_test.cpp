@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Variables as plain files.
 #include <cerrno>
 #include <cstring>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Byte strings as tests write them: hex digits grouped as the fields are. */
 #ifndef TESTS_SUPPORT_BYTES_H
 #define TESTS_SUPPORT_BYTES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A program that sets its locale before it uses the library, as most do: the one that OVRA_TEST_LOCALE names.
 // In every test program, so that all cases can be run once more under a locale whose letters differ.
 #include <clocale>

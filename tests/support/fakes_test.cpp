@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The in-memory driver, through the interface that the core uses.
 #include <cerrno>
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* GUID partition tables made by hand: many of them at little cost, and such as no tool would write. */
 #ifndef TESTS_SUPPORT_GPT_H
 #define TESTS_SUPPORT_GPT_H

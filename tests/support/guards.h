@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* What a test changes around it, put back at the end of the scope. */
 #ifndef TESTS_SUPPORT_GUARDS_H
 #define TESTS_SUPPORT_GUARDS_H

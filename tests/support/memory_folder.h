@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Temporary folders that cost little. */
 #ifndef TESTS_SUPPORT_MEMORY_FOLDER_H
 #define TESTS_SUPPORT_MEMORY_FOLDER_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* What the library says. */
 #ifndef TESTS_SUPPORT_MESSAGES_H
 #define TESTS_SUPPORT_MESSAGES_H

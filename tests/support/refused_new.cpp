@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/refused_new.h"
 
 #include <cstdlib>

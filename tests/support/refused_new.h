@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * A refused operator new. A program with refused_new.cpp among its sources has an operator new that counts
  * the blocks which are not given back, and refuses some.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Allocation failure. A test linked with the target `sweep` can refuse any call of the malloc family that the
  * core makes, count the blocks that it has not given back, and say whether realloc moves.

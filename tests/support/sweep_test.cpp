@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The support itself: a sweep that sees nothing would pass everywhere.
 #include <cerrno>
 #include <cstdint>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * Preloaded into the command: calls that fail as the environment says. FAIL holds rules
  * "call:part:errno:from:to" separated by blanks: the calls number `from` to `to` on names with `part` in them

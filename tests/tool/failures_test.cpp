@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // System calls that fail below the command, and what it then says and leaves behind.
 #include <cerrno>
 #include <fstream>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Several commands at once.
 #include <atomic>
 #include <chrono>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What stands in the way of a change, and that a dry run finds it as the change itself does.
 #include <fcntl.h>
 #include <fstream>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Device paths through the command's own encoder and decoder: texts that come back, or are refused by their
 // nodes.
 #include <clocale>

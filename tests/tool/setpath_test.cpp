@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/tool/support.h"
 
 namespace tool_test {

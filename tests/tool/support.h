@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Runs the built command on a machine in a temporary folder.
 #ifndef TESTS_TOOL_SUPPORT_H
 #define TESTS_TOOL_SUPPORT_H

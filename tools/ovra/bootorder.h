@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What becomes of BootOrder.
 #ifndef OVRA_TOOLS_BOOTORDER_H
 #define OVRA_TOOLS_BOOTORDER_H

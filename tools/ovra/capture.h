@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What libovra says during a call, kept until it is known whether the call failed.
 #ifndef OVRA_TOOLS_CAPTURE_H
 #define OVRA_TOOLS_CAPTURE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/ovra/changes.h"
 
 #include "tools/ovra/failure.h"

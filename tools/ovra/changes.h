@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What a verb changes: made one by one and reported, or with --dry-run only looked at and reported.
 #ifndef OVRA_TOOLS_CHANGES_H
 #define OVRA_TOOLS_CHANGES_H

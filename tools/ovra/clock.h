@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The firmware's times (EFI_TIME, UEFI 8.3) as text.
 #ifndef OVRA_TOOLS_CLOCK_H
 #define OVRA_TOOLS_CLOCK_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What CLI11 does not do, or does otherwise, with the words of a command line and with help.
 #ifndef OVRA_TOOLS_COMMANDLINE_H
 #define OVRA_TOOLS_COMMANDLINE_H

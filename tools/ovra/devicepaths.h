@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Device paths between packed form and text, through libovra. No firmware is needed.
 #ifndef OVRA_TOOLS_DEVICEPATHS_H
 #define OVRA_TOOLS_DEVICEPATHS_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The machine's disks through libvolset.
 #ifndef OVRA_TOOLS_DRIVES_H
 #define OVRA_TOOLS_DRIVES_H

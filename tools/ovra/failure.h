@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // How a verb ends early: an exception that main() turns into the messages and the exit status.
 #ifndef OVRA_TOOLS_FAILURE_H
 #define OVRA_TOOLS_FAILURE_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Fields of a load option that the command line gives.
 #ifndef OVRA_TOOLS_FIELDS_H
 #define OVRA_TOOLS_FIELDS_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The machine's firmware through libovra. What fails throws a failure with the library's messages in it.
 #ifndef OVRA_TOOLS_FIRMWARE_H
 #define OVRA_TOOLS_FIRMWARE_H

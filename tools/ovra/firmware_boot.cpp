@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Load options and the variables that name them.
 #include <cstring>
 #include <filesystem>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Changing variables, the clock and the machine's state, and why that is not possible.
 #include <cerrno>
 #include <cstring>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // A load option (UEFI 3.1.3) as the command handles it.
 #ifndef OVRA_TOOLS_LOADOPTION_H
 #define OVRA_TOOLS_LOADOPTION_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The machine's lock: a verb reads, decides and writes while no other program does.
 #ifndef OVRA_TOOLS_LOCK_H
 #define OVRA_TOOLS_LOCK_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/ovra/named.h"
 
 #include "tools/ovra/devicepaths.h"

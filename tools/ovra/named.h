@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // BootCurrent and BootNext: variables that name an option.
 #ifndef OVRA_TOOLS_NAMED_H
 #define OVRA_TOOLS_NAMED_H

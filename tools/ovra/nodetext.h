@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The text of one node of a device path. The library reads such text loosely, and some of its keywords pack
 // other than what stands there: here a text is held to what it says before the library packs it.
 #ifndef OVRA_TOOLS_NODETEXT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/ovra/options.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // The command line.
 #ifndef OVRA_TOOLS_OPTIONS_H
 #define OVRA_TOOLS_OPTIONS_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Standard output: plain text for people, JSON for programs.
 #ifndef OVRA_TOOLS_OUTPUT_H
 #define OVRA_TOOLS_OUTPUT_H

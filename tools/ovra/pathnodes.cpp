@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Editing packed paths node by node, without a detour through text.
 #include <algorithm>
 

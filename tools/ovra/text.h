@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // Text, numbers and bytes as people type and read them.
 #ifndef OVRA_TOOLS_TEXT_H
 #define OVRA_TOOLS_TEXT_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What each verb does once the command line is read. Each has a file of its name.
 #ifndef OVRA_TOOLS_VERBS_H
 #define OVRA_TOOLS_VERBS_H

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """An option made from a disk's name, booted once through BootNext."""
 from disks import SECOND_LOADER
 from machine import sata_disk

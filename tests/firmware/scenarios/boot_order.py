@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Three options in a changed BootOrder, which survives that the machine is switched off."""
 from machine import sata_disk
 

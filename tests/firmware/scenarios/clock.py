@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The clock, the wake-up alarm, and the room for variables."""
 import datetime
 import re

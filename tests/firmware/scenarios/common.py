@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What the scenarios say alike."""
 import reprlib
 import shlex

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What efibootmgr lists of options that we wrote, and what we list of options that it wrote."""
 import re
 

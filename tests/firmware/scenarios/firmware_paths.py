@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The paths of the options that the firmware made for its disks, against what the device tree says of the same disks."""
 from machine import nvme_disk, sata_disk, scsi_disk
 

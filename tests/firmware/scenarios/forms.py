@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Each form of a disk's path, on each kind of disk: the firmware finds the disk that was meant."""
 import re
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Large options and a full variable store: what does not fit is refused, what was there stays, the machine starts."""
 from machine import sata_disk
 

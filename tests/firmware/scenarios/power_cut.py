@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The power goes while 50 options are written: each is the old or the new one, and the machine starts."""
 import time
 

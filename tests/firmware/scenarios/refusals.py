@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What the firmware or the kernel refuses: each refusal has its status, and leaves nothing behind."""
 from machine import sata_disk
 
