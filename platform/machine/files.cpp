@@ -103,6 +103,13 @@ int create_temporary(int folder, temporary_name *name, descriptor *file)
 
 void descriptor::reset(int fd) noexcept
 {
+    if (fd >= STDIN_FILENO && fd <= STDERR_FILENO) {
+        const int above = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+        int saved = errno;
+        close(fd);
+        errno = saved;
+        fd = above;
+    }
     int old = std::exchange(number, fd);
     if (old >= 0) {
         int saved = errno;

@@ -22,11 +22,14 @@
 
 namespace machine {
 
-/* Owns a file descriptor; closing it leaves errno alone. */
+/*
+ * Owns a file descriptor; closing it leaves errno alone. It is never one of the three standard streams',
+ * which a program may have closed: what the program prints would go into the file.
+ */
 class descriptor {
 public:
     descriptor() = default;
-    explicit descriptor(int fd) : number(fd) {}
+    explicit descriptor(int fd) { reset(fd); }
     descriptor(descriptor &&other) noexcept : number(other.release()) {}
     descriptor &operator=(descriptor &&other) noexcept
     {

@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "platform/machine/lock.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string_view>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -15,6 +19,7 @@
 
 #include "platform/machine/machine.h"
 #include "platform/machine/process.h"
+#include "platform/machine/sysfs.h"
 
 namespace machine {
 
@@ -214,6 +219,30 @@ bool is_in_place(const entry &lock, const machine_root &root)
            identity{info.st_dev, info.st_ino} == lock.file_identity;
 }
 
+/* The process of a line such as "3: FLOCK  ADVISORY  WRITE 1234 00:2a:5678 0 EOF"; 0 for another lock. */
+pid_t holder_in(std::string_view line, const identity &file)
+{
+    enum { type = 1, mode = 3, process = 4, place = 5, wanted = 6 };
+    std::array<std::string_view, wanted> fields;
+    for (std::string_view &field : fields) {
+        line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
+        field = line.substr(0, line.find(' '));
+        line.remove_prefix(field.size());
+    }
+    const auto device_end = fields[place].rfind(':');
+    const auto major_end = fields[place].find(':');
+    if (fields[type] != "FLOCK" || fields[mode] != "WRITE" || major_end == device_end)
+        return 0;
+    const auto number = parse_number(fields[process], 10);
+    const auto major = parse_number(fields[place].substr(0, major_end), 16);
+    const auto minor = parse_number(fields[place].substr(major_end + 1, device_end - major_end - 1), 16);
+    const auto inode = parse_number(fields[place].substr(device_end + 1), 10);
+    if (!number || *number > INT_MAX || !major || !minor || !inode || *inode != file.inode ||
+        makedev(static_cast<unsigned>(*major), static_cast<unsigned>(*minor)) != file.device)
+        return 0;
+    return static_cast<pid_t>(*number);
+}
+
 /* Who has the lock, as /proc/locks says; 0 when it does not. */
 pid_t holder_of(const identity &file)
 {
@@ -229,16 +258,8 @@ pid_t holder_of(const identity &file)
     char *line = nullptr;
     std::size_t size = 0;
     pid_t found = 0;
-    while (found == 0 && getline(&line, &size, locks.get()) > 0) {
-        long process = 0;
-        unsigned major = 0;
-        unsigned minor = 0;
-        unsigned long inode = 0;
-        if (std::sscanf(line, "%*[0-9]: FLOCK %*s WRITE %ld %x:%x:%lu ", &process, &major, &minor, &inode) ==
-                4 &&
-            process > 0 && makedev(major, minor) == file.device && inode == file.inode)
-            found = static_cast<pid_t>(process);
-    }
+    while (found == 0 && getline(&line, &size, locks.get()) > 0)
+        found = holder_in(line, file);
     std::unique_ptr<char, release> owned(line);
     return found;
 }

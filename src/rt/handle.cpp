@@ -23,7 +23,10 @@ int ovra_init(ovra_hdl_t *hdl)
         // Kept: the caller's handle is left pointing at what was released.
         const int error = errno;
         free(fresh);
-        errno = error; // which not every allocator leaves alone
+        // Not every allocator leaves errno alone. The compiler takes it that free does, and would drop the
+        // assignment.
+        volatile int &reason = errno;
+        reason = error;
         return -1;
     }
     return 0;

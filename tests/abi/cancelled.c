@@ -8,6 +8,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include <ovra/log.h>
 #include <ovra/ovra.h>
 
 static int done;     /* calls that came back */
@@ -111,11 +112,21 @@ static void use_options(ovra_hdl_t hdl, char *disk)
     free_str_array(hdl, names);
 }
 
+static void receive(void *arg, int kind, const char *text)
+{
+    (void)kind;
+    (void)text;
+    pthread_testcancel(); /* not inside a call */
+    *(int *)arg = 1;
+}
+
 static void *use_everything(void *disk)
 {
     ovra_hdl_t hdl;
     char *text = NULL;
+    int received = 0;
 
+    ovra_log_to(receive, &received);
     pthread_cancel(pthread_self());
     expect(ovra_init(&hdl), 0);
     if (wrong == 0) {
@@ -126,6 +137,7 @@ static void *use_everything(void *disk)
         expect(ovra_reset_system(hdl, EFI_RESET_COLD, EFI_SUCCESS, 0, NULL), 0);
         expect(ovra_bootcurrent_get(hdl, &text), 0);
         ovra_fini(hdl);
+        expect(received, 1);
         finished = 1;
     }
     pthread_testcancel();

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 #include <linux/fs.h>
+#include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -125,6 +126,29 @@ TEST(DevnsOpen, no_descriptor_left_is_emfile)
     int next = open("/dev/null", O_RDONLY | O_CLOEXEC);
     EXPECT_EQ(next, lowest) << "a failed opening keeps a descriptor";
     close(next);
+}
+
+TEST(DevnsOpen, takes_no_number_of_a_standard_stream)
+{
+    machine_folder disk;
+    int result = 0;
+    std::thread([&] { // with a table of descriptors of its own
+        ASSERT_EQ(unshare(CLONE_FILES), 0);
+        for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream)
+            close(stream);
+        int fd = devns_open(DEVNS_RUNTIME_SERVICES, O_RDWR);
+        result = fd;
+        ASSERT_GT(fd, STDERR_FILENO);
+        ASSERT_EQ(devns_lock(0, nullptr), 0);
+        EXPECT_EQ(set_variable(fd, u"A", 7, "one"), EFI_SUCCESS);
+        for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream)
+            EXPECT_EQ(fcntl(stream, F_GETFD), -1) << stream;
+        EXPECT_EQ(devns_unlock(), 0);
+        EXPECT_EQ(devns_close(fd), 0);
+    })
+        .join();
+    EXPECT_GT(result, STDERR_FILENO);
+    EXPECT_NE(disk.get("A"), "(none)");
 }
 
 TEST(DevnsClose, forgets_a_served_descriptor)
