@@ -35,8 +35,8 @@ enum {
  * error: it may lack a line end, hold several, or hold any byte of a name that the library was given. One of
  * more than 4095 bytes is cut to that length.
  *
- * The receiver runs inside the call of the library that gave the message. It must return: no longjmp, no C++
- * exception. It may call the library with another handle; messages of such calls are not handed to it.
+ * The receiver runs in the middle of the call that gave the message. It must return, without longjmp or a C++
+ * exception, and must not call the library: a call inside a call would work with the outer one's machine.
  */
 typedef void ovra_log_fn(void *arg, int kind, const char *text);
 

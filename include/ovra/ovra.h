@@ -26,7 +26,8 @@
  *  9. Variables are those of the EFI global-variable GUID; they are written with attributes 7
  *     (non-volatile, boot-service and run-time access). While the environment variable OVRA_TEST_FILE
  *     exists they are plain files in the working directory instead, named like the variable and holding
- *     its data.
+ *     its data. That is for tests: a file that cannot be opened for whatever reason counts as absent, and an
+ *     error of writing is not reported.
  * 10. No function holds a lock from one request to the next. Those that read, change and write (the
  *     setters of fields, ovra_bootorder_insert and _remove, ovra_bootopt_remove, also ovra_bootopt_unused
  *     with the writing of the option) lose what another thread or process writes in between. A program
@@ -228,7 +229,8 @@ int ovra_bootopt_remove(ovra_hdl_t hdl, char *bootname);
 
 /*
  * The names of all load options, of any vendor, in the firmware's order; an array without a name when there
- * are none. When the firmware stops answering, the options found until then are the result.
+ * are none. When the firmware stops answering, the options found until then are the result; an answer that is
+ * an error is passed over once, and the name before it then stands there twice.
  * -1: the firmware has no enumeration, keeps giving errors, or gives a name of over 256 characters; or there
  * is no memory. *names is null then.
  */
@@ -334,7 +336,11 @@ int ovra_bootopt_desc_set(ovra_hdl_t hdl, char *bootname, char *description);
 int ovra_bootopt_attr_get(ovra_hdl_t hdl, char *bootname, uint32_t *attributes);
 int ovra_bootopt_attr_set(ovra_hdl_t hdl, char *bootname, uint32_t attributes);
 
-/* The optional data, of *data_len bytes: null and 0 when there is none. A data_len of 0 removes it. */
+/*
+ * The optional data, of *data_len bytes: null and 0 when there is none. A data_len of 0 removes it. It is
+ * found by 16 bits of its offset: of an option whose path ends beyond byte 65535 the getter gives too much,
+ * and every setter writes that back.
+ */
 int ovra_bootopt_optdata_get(ovra_hdl_t hdl, char *bootname, void **data, size_t *data_len);
 int ovra_bootopt_optdata_set(ovra_hdl_t hdl, char *bootname, void *data, size_t data_len);
 

@@ -61,6 +61,18 @@ public:
                machine::identity_of_descriptor(firmware->root.folder.get()) == root;
     }
 
+    [[nodiscard]] int number() const { return firmware->variables.get(); }
+
+    /* A higher one. False with errno when there is none left. */
+    bool take_another_number()
+    {
+        const int another = fcntl(number(), F_DUPFD_CLOEXEC, number() + 1);
+        if (another < 0)
+            return false;
+        firmware->variables.reset(another);
+        return true;
+    }
+
     /* Leaves the numbers to whoever has them. */
     void abandon() const
     {
@@ -83,15 +95,21 @@ class served_table {
 public:
     using entry = std::shared_ptr<service>;
 
-    int add(int fd, entry opened)
+    /* The number that the service has from now on, or -1 with errno. */
+    int add(const entry &opened)
     {
-        auto guard = machine::shared_state();
-        entry &place = entries[fd];
-        std::swap(place, opened);
-        guard.unlock();
-        if (opened) // closed behind our back, so that the system gave the number again
-            opened->abandon();
-        return fd;
+        for (;;) {
+            {
+                auto guard = machine::shared_state();
+                const int fd = opened->number();
+                if (entries.try_emplace(fd, opened).second)
+                    return fd;
+            }
+            // A service of this number was closed behind our back. Who still knows it by the number must not
+            // come to use, or to close, the new one.
+            if (!opened->take_another_number())
+                return -1;
+        }
     }
 
     entry find(int fd)
@@ -201,9 +219,8 @@ int devns_open(const char *path, int flags)
         auto machine = machine::open_firmware();
         if (!machine)
             return -1;
-        fd = machine->variables.get();
-        auto opened = service::make(std::move(machine));
-        return opened ? served().add(fd, std::move(opened)) : -1;
+        const auto opened = service::make(std::move(machine));
+        return opened ? served().add(opened) : -1;
     });
 }
 
@@ -260,8 +277,9 @@ int devns_lock(unsigned int seconds, pid_t *holder)
 int devns_unlock()
 {
     return guarded([] {
+        // The machine's folder may be out of reach by now: then it is the lock that was taken last.
         auto root = machine::open_root();
-        int error = root.folder ? machine::give_lock(root) : errno;
+        int error = machine::give_lock(root);
         if (error == 0)
             return 0;
         errno = error;

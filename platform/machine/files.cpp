@@ -7,12 +7,15 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "platform/machine/machine.h"
 
 namespace machine {
 
@@ -56,6 +59,16 @@ private:
     bool was_pending = false;
 };
 
+/* fsync. One that a signal broke off is made again, but not for ever. */
+int synchronise(int fd)
+{
+    int result = fsync(fd);
+    for (int interruptions = 1; result != 0 && errno == EINTR && interruptions < most_interruptions;
+         ++interruptions)
+        result = fsync(fd);
+    return result;
+}
+
 int write_all(int fd, byte_view rest)
 {
     no_size_signal quiet;
@@ -73,7 +86,7 @@ int write_all(int fd, byte_view rest)
 /* What has happened stands whatever this answers: any failure is one and the same, and never "no room". */
 int write_back(int folder)
 {
-    return fsync(folder) == 0 ? 0 : EIO;
+    return synchronise(folder) == 0 ? 0 : EIO;
 }
 
 /* A name may be left over from a stopped process that had this one's number: then the next one is tried. */
@@ -118,24 +131,47 @@ void descriptor::reset(int fd) noexcept
     }
 }
 
+namespace {
+
+/*
+ * A folder just made: a umask may have left not even its owner a way in, and what root makes belongs to the
+ * owner of the folder around it. By the descriptor, as somebody else may exchange the name meanwhile. A file
+ * system without modes or owners needs neither.
+ */
+void hand_out_folder(int folder, int above)
+{
+    constexpr mode_t mode = 0755;
+    struct stat made = {};
+    struct stat around = {};
+    if (fstat(folder, &made) != 0 || fstat(above, &around) != 0 || made.st_uid != geteuid())
+        return;
+    std::array<char, 32> name = {};
+    std::snprintf(name.data(), name.size(), "/proc/self/fd/%d", folder);
+    if (chmod(name.data(), mode) != 0)
+        debug("the mode of a new folder cannot be set: %s", std::strerror(errno));
+    if (made.st_uid == 0 && around.st_uid != 0 &&
+        fchownat(folder, "", around.st_uid, around.st_gid, AT_EMPTY_PATH) != 0)
+        debug("a new folder cannot be given to its owner: %s", std::strerror(errno));
+}
+
+} // namespace
+
 descriptor open_below(int at, std::initializer_list<const char *> names, missing_folders missing)
 {
     constexpr mode_t mode = 0755;
     constexpr int flags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
     descriptor folder;
     for (const char *name : names) {
-        int above = folder ? folder.get() : at;
-        if (missing == missing_folders::create) {
-            if (mkdirat(above, name, mode) == 0) {
-                // A umask may have left not even the owner a way in. A file system without modes needs none.
-                [[maybe_unused]] const int result = fchmodat(above, name, mode, 0);
-            } else if (errno != EEXIST) {
-                return {};
-            }
-        }
-        folder = descriptor(openat(above, name, flags));
-        if (!folder)
+        const int above = folder ? folder.get() : at;
+        const bool made = missing == missing_folders::create && mkdirat(above, name, mode) == 0;
+        if (missing == missing_folders::create && !made && errno != EEXIST)
             return {};
+        descriptor next(openat(above, name, flags));
+        if (!next)
+            return {};
+        if (made)
+            hand_out_folder(next.get(), above);
+        folder = std::move(next);
     }
     return folder;
 }
@@ -193,7 +229,7 @@ int replace_file(int folder, const char *name, byte_view contents)
     if (int error = create_temporary(folder, &temporary, &file); error != 0)
         return error;
     int error = write_all(file.get(), contents);
-    if (error == 0 && fsync(file.get()) != 0)
+    if (error == 0 && synchronise(file.get()) != 0)
         error = errno;
     if (error == 0 && renameat(folder, temporary.data(), folder, name) != 0)
         error = errno;

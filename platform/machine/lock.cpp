@@ -113,6 +113,16 @@ entry *find_own(const machine_identity &machine)
     return found;
 }
 
+/* What the thread took last, of whichever machine. */
+entry *find_last_own()
+{
+    auto guard = shared_state();
+    entry *found = entries;
+    while (found != nullptr && (found->thread != &current || found->depth == 0))
+        found = found->next;
+    return found;
+}
+
 struct lock_place {
     descriptor folder;
     const char *name;
@@ -210,13 +220,17 @@ int list_new_entry(const machine_root &root, const machine_identity &machine, li
     return 0;
 }
 
-/* Whether the name is still that of the file: a lock on a removed one keeps nobody out. */
-bool is_in_place(const entry &lock, const machine_root &root)
+/*
+ * Whether the name is still that of the file: a lock on a removed one keeps nobody out. 0 for yes, ENOENT for
+ * no, or why that cannot be told.
+ */
+int is_out_of_place(const entry &lock, const machine_root &root)
 {
     lock_place place = place_of(root);
     struct stat info = {};
-    return place.folder && fstatat(place.folder.get(), place.name, &info, AT_SYMLINK_NOFOLLOW) == 0 &&
-           identity{info.st_dev, info.st_ino} == lock.file_identity;
+    if (!place.folder || fstatat(place.folder.get(), place.name, &info, AT_SYMLINK_NOFOLLOW) != 0)
+        return errno == ENOTDIR ? ENOENT : errno;
+    return identity{info.st_dev, info.st_ino} == lock.file_identity ? 0 : ENOENT;
 }
 
 /* The process of a line such as "3: FLOCK  ADVISORY  WRITE 1234 00:2a:5678 0 EOF"; 0 for another lock. */
@@ -317,11 +331,14 @@ int take_lock(const machine_root &root, milliseconds patience, pid_t *holder)
         if (int error = list_new_entry(root, machine, &lock); error != 0)
             return error;
         int error = wait_for(*lock, deadline);
-        if (error == 0 && is_in_place(*lock, root)) {
+        const int out_of_place = error == 0 ? is_out_of_place(*lock, root) : 0;
+        if (error == 0 && out_of_place == 0) {
             lock->depth = depth + 1;
             static_cast<void>(lock.release()); // the list's, until it is given back
             return 0;
         }
+        if (out_of_place != 0 && out_of_place != ENOENT)
+            return out_of_place;
         if (error == 0 && now() >= deadline)
             error = ETIMEDOUT;
         if (error != 0) {
@@ -338,10 +355,11 @@ int take_lock(const machine_root &root, milliseconds patience, pid_t *holder)
 
 int give_lock(const machine_root &root)
 {
-    auto folder = identity_of_descriptor(root.folder.get());
-    if (!folder)
-        return errno;
-    entry *own = find_own({*folder, root.live});
+    entry *own = nullptr;
+    if (auto folder = identity_of_descriptor(root.folder.get()))
+        own = find_own({*folder, root.live});
+    else
+        own = find_last_own();
     if (own == nullptr)
         return EPERM;
     if (--own->depth == 0) {

@@ -41,6 +41,11 @@ static void prepare_for_fork()
     pthread_atfork(wait_before_fork, go_on_after_fork, go_on_after_fork);
 }
 
+void follow_forks()
+{
+    pthread_once(&fork_prepared, prepare_for_fork);
+}
+
 namespace {
 
 // Signals wait while it lives, in this thread.
@@ -66,7 +71,7 @@ class turn {
 public:
     turn()
     {
-        pthread_once(&fork_prepared, prepare_for_fork);
+        follow_forks();
         pthread_mutex_lock(&utf8_to_ucs2le_in_use);
     }
     turn(const turn &) = delete;

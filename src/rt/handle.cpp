@@ -11,6 +11,7 @@
 int ovra_init(ovra_hdl_t *hdl)
 {
     const ovra::uncancelled opening;
+    follow_forks();
     auto *fresh = static_cast<ovra_hdl_t>(calloc(1, sizeof(ovra_hdl)));
     *hdl = fresh;
     if (!fresh)

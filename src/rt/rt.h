@@ -66,6 +66,12 @@ size_t unicode_strlen(const uint16_t *s);
 /* UTF-8 to UCS-2 through `cd`; a new string that the caller frees, or null. */
 uint16_t *convert_utf8_to_ucs2xx(iconv_t cd, const char *s);
 
+/*
+ * From now on fork waits for the end of a conversion. ovra_init asks for it: a fork that is under way already
+ * passes over what asks only then.
+ */
+void follow_forks(void);
+
 /* UTF-8 to little-endian UCS-2; a new string that the caller frees, or null. */
 uint16_t *convert_utf8_to_leunicode(const char *s);
 

@@ -153,7 +153,7 @@ TEST(log_to, errno_is_what_it_was_before_the_receiver)
     ovra_log_to(nullptr, nullptr);
 }
 
-TEST(log_to, messages_of_the_receivers_own_calls_do_not_come_back)
+TEST(log_to, a_receiver_that_gives_messages_does_not_come_round)
 {
     messages said(1, 0);
     int calls = 0;

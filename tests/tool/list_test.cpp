@@ -105,7 +105,9 @@ TEST_F(List, names_an_option_once_that_the_order_names_twice)
 TEST_F(List, ignores_the_odd_byte_of_an_order)
 {
     put("BootOrder", std::string("\x07\0\x05", 3));
-    EXPECT_EQ(parsed({"list"})["order"], json({"Boot0007"}));
+    const outcome result = run({"list", "--json"});
+    EXPECT_EQ(json::parse(result.out)["order"], json({"Boot0007"}));
+    EXPECT_THAT(result.err, HasSubstr("BootOrder has 3 bytes: the last one is half an entry"));
 }
 
 TEST_F(List, goes_on_past_a_damaged_option)
@@ -120,7 +122,9 @@ TEST_F(List, goes_on_past_a_damaged_option)
 TEST_F(List, goes_on_past_a_damaged_boot_next)
 {
     put("BootNext", "123");
-    EXPECT_EQ(parsed({"list"})["next"], nullptr);
+    const outcome result = run({"list", "--json"});
+    EXPECT_EQ(json::parse(result.out)["next"], nullptr);
+    EXPECT_EQ(result.err, "ovra: warning: BootNext is damaged: it has 3 bytes instead of 2\n");
 }
 
 TEST_F(List, goes_on_past_a_damaged_order)

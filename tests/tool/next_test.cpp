@@ -37,6 +37,21 @@ TEST_F(Next, refuses_an_option_that_does_not_exist_unless_forced)
     EXPECT_EQ(output({"next"}), "Boot001F  (no such option)\n");
 }
 
+TEST_F(Next, refuses_a_damaged_option_unless_forced)
+{
+    put("Boot001F", "1");
+    EXPECT_THAT(failure({"next", "Boot001F"}), HasSubstr("ovra: cannot read Boot001F: damaged\n"));
+    EXPECT_THAT(failure({"order", "insert", "Boot001F", "0"}), HasSubstr("--force names it all the same."));
+    EXPECT_THAT(failure({"order", "set", "Boot001F"}), HasSubstr("cannot read Boot001F: damaged\n"));
+    std::filesystem::remove(file("Boot001F"));
+    std::filesystem::create_directory(file("Boot001F"));
+    for (const char *verb : {"next", "show"})
+        EXPECT_THAT(failure({verb, "Boot001F"}), HasSubstr("  A folder is in its place: remove "));
+    EXPECT_EQ(output({"next"}), "BootNext is not set: the machine boots by BootOrder\n");
+    output({"next", "Boot001F", "--force"});
+    EXPECT_EQ(get("BootNext"), std::string("\x1f\0", 2));
+}
+
 TEST_F(Next, dry_run_changes_nothing)
 {
     auto before = snapshot();

@@ -31,6 +31,19 @@ TEST(PathEncode, prints_digits)
     EXPECT_EQ(result.out, sata_hex + "04040e005c0045004600490000007fff0400\n");
 }
 
+TEST(PathEncode, takes_nothing_but_a_plain_file_after_the_devices)
+{
+    const std::string hd = "HD(1,GPT,5F9F0A37-8A44-4AD0-9C2E-1D9E6F5B7C01,0x800,0x1)";
+    for (const char *rest : {"\\a.efi,HD(2,MBR,0x1,1,1)\\b.efi", "/File(\\a)/File(\\b)", "/\\a.efi/Pci(1,1)",
+                             "/\\a.efi)", "/File(\"\\a.efi\")"}) {
+        const outcome refused = run_command({"path", "encode", hd + rest});
+        EXPECT_EQ(refused.status, 2) << rest;
+        EXPECT_THAT(refused.err, HasSubstr("is no plain file")) << rest;
+    }
+    EXPECT_EQ(run_command({"path", "encode", hd + "\\a.efi"}).status, 0);
+    EXPECT_EQ(run_command({"path", "encode", hd, "--file", "\\a(1).efi"}).status, 0);
+}
+
 TEST(PathEncode, prints_bytes_and_json)
 {
     const outcome raw = run_command({"path", "encode", "/Pci(1,2)", "--raw"});

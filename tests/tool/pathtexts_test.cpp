@@ -101,6 +101,14 @@ protected:
 
 const std::string PathTexts::end = "7fff0400";
 
+TEST_F(PathTexts, have_no_strings_in_quotes)
+{
+    for (const char *text : {"UsbWwid(0x1,0x2,0x3,\"abc\")", "BBS(HD,\"x\")"})
+        EXPECT_THAT(encoded(text), HasSubstr("strings stand without quotes")) << text;
+    // A stored string with quotes is shown as bytes, which come back.
+    expect_to_come_back(bytes_of("05010c0002000000227822007fff0400"));
+}
+
 TEST_F(PathTexts, of_every_printed_node_come_back)
 {
     for (const tool::bytes &path : printed_paths())

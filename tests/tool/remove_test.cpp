@@ -58,8 +58,9 @@ TEST_F(Remove, works_without_an_order)
 
 TEST_F(Remove, removes_nothing_when_one_of_the_options_does_not_exist)
 {
-    EXPECT_EQ(failure({"remove", "Boot0003", "Boot001F"}), "ovra: no such option: Boot001F\n"
-                                                           "  'ovra list' shows the options.\n");
+    EXPECT_EQ(failure({"remove", "Boot0003", "Boot001F"}),
+              "ovra: no such option: Boot001F\n"
+              "  Nothing is removed. 'ovra list' shows the options.\n");
 }
 
 TEST_F(Remove, deletes_a_boot_next_that_names_the_option)

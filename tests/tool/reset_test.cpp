@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include <filesystem>
+
 #include "tests/tool/support.h"
 
 namespace tool_test {
@@ -75,6 +77,22 @@ TEST_F(Reset, of_the_live_machine_asks)
     const outcome done = run_as_live({"reset", "--warm"}, around);
     EXPECT_EQ(done.status, 0) << done.err;
     EXPECT_EQ(parsed({"current"})["current"], "Boot0000");
+}
+
+TEST_F(Reset, that_cannot_says_how_else)
+{
+    if (std::filesystem::exists("/sys/firmware/efi/efivars"))
+        GTEST_SKIP() << "this machine has firmware variables";
+    for (const auto &[type, advice] :
+         {std::pair("--cold", "  'systemctl reboot' or 'shutdown -r now' restarts the machine.\n"),
+          std::pair("--shutdown", "  'systemctl poweroff' or 'shutdown -h now' turns the machine off.\n")}) {
+        const outcome refused = run_command({"reset", type, "--dry-run"}, {});
+        EXPECT_EQ(refused.status, 1);
+        EXPECT_THAT(refused.err, HasSubstr(advice));
+    }
+    // Of another machine that would be the wrong advice.
+    std::filesystem::remove_all(root / "sys/firmware");
+    EXPECT_EQ(failure({"reset", "--dry-run"}).find("systemctl"), std::string::npos);
 }
 
 TEST_F(Reset, types_exclude_each_other)

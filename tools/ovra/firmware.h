@@ -81,7 +81,8 @@ public:
     std::vector<uint16_t> options(); // ascending
     bool option_exists(uint16_t number);
     void require_option(uint16_t number);
-    load_option read_option(uint16_t number); // throws `unreadable`
+    void require_sound_option(uint16_t number); // one that is damaged is refused as well
+    load_option read_option(uint16_t number);   // throws `unreadable`
     // The disks that an option boots from.
     std::vector<std::string> disks_of(uint16_t number);
 

@@ -34,6 +34,19 @@ void firmware::require_option(uint16_t number)
         throw failure("no such option: " + option_name(number), "'ovra list' shows the options.");
 }
 
+void firmware::require_sound_option(uint16_t number)
+{
+    require_option(number);
+    try {
+        read_option(number);
+    } catch (unreadable &reason) {
+        if (reason.why != "damaged")
+            return;
+        reason.advice += "\n--force names it all the same.";
+        throw;
+    }
+}
+
 unreadable firmware::why_unreadable(const std::string &name)
 {
     const std::string said = messages;
@@ -45,6 +58,9 @@ unreadable firmware::why_unreadable(const std::string &name)
         return because("no permission", permission_advice());
     const auto parts = split(is.data);
     const std::string bytes_advice = "'ovra vars -v " + name + "' shows its bytes.";
+    std::error_code ignored;
+    if (is_damaged(is) && std::filesystem::is_directory(file_of(name), ignored))
+        return because("damaged", "A folder is in its place: remove " + file_of(name) + '.');
     if (is_damaged(is) || (is.status == EFI_SUCCESS && !parts))
         return because("damaged", bytes_advice + "\n'ovra remove " + name + "' removes it.");
     if (is.status != EFI_SUCCESS)
@@ -102,6 +118,9 @@ std::vector<uint16_t> firmware::order()
                      ? "A folder is in its place: remove " + path + '.'
                      : "'ovra order set' writes a new one.");
     // The firmware does not look at half an entry either.
+    if (is.data.size() % sizeof(uint16_t) != 0)
+        warn(format("BootOrder has %zu bytes: the last one is half an entry, and is lost when it is written",
+                    is.data.size()));
     std::vector<uint16_t> numbers(is.data.size() / sizeof(uint16_t));
     if (!numbers.empty())
         memcpy(numbers.data(), is.data.data(), numbers.size() * sizeof(uint16_t));

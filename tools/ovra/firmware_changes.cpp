@@ -359,14 +359,7 @@ void firmware::reset(EFI_RESET_TYPE type)
 {
     if (call([&] { return ovra_reset_system(handle, type, EFI_SUCCESS, 0, nullptr); }) == 0)
         return;
-    const int reason = error;
-    not_changed failed = why_not(reset_request(), EFI_SUCCESS);
-    if (is_live() || reason == EOPNOTSUPP)
-        failed.advice =
-            with_line(failed.advice, type == EFI_RESET_SHUTDOWN
-                                         ? "'systemctl poweroff' or 'shutdown -h now' turns it off."
-                                         : "'systemctl reboot' or 'shutdown -r now' restarts it.");
-    throw not_changed(failed);
+    throw why_not(reset_request(), EFI_SUCCESS);
 }
 
 firmware::change_request firmware::reset_request() const

@@ -42,7 +42,7 @@ constexpr verb verbs[] = {
     {{"path", "device paths between text and packed form", tool::path_options}, nullptr, tool::run_path},
     {{"vars", "the firmware's variables", tool::vars_options}, tool::run_vars},
     {{"time", "show or set the firmware's clock", tool::time_options}, tool::run_time},
-    {{"reset", "reset the machine", tool::reset_options}, tool::run_reset},
+    {{"reset", "reset the machine", tool::reset_options}, nullptr, tool::run_reset},
 };
 
 // A file opened later must not become a standard stream that was closed. Writing to a closed standard output

@@ -11,7 +11,8 @@ std::optional<uint16_t> named_or_none(firmware &machine, named_option get)
 {
     try {
         return (machine.*get)();
-    } catch (const damaged &) {
+    } catch (const damaged &reason) {
+        warn(printable(reason.what()));
         return std::nullopt;
     }
 }

@@ -10,7 +10,8 @@ namespace tool {
 
 using named_option = std::optional<uint16_t> (firmware::*)();
 
-// The option that &firmware::current or &firmware::next gives; nothing also when the variable is damaged.
+// The option that &firmware::current or &firmware::next gives; nothing also when the variable is damaged,
+// which is said on standard error.
 std::optional<uint16_t> named_or_none(firmware &machine, named_option get);
 
 // Says on standard error that an option cannot be read, unless it is only damaged.

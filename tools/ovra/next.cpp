@@ -21,7 +21,7 @@ void run_next(firmware &machine, const arguments &args)
     } else {
         const uint16_t number = args.options.front();
         if (!args.force)
-            machine.require_option(number);
+            machine.require_sound_option(number);
         changes.make(
             writes("BootNext", stored(args.options), option_name(number), {{"option", option_name(number)}}));
     }

@@ -335,6 +335,8 @@ void read_arguments(parsed_node *node)
         const auto code = static_cast<unsigned char>(c);
         if (code < ' ' || code == 0x7f || (c == ' ' && !may_have_blanks))
             refuse("it has a blank or a control character");
+        if (c == '"') // other programs put strings in quotes; here they would become part of the string
+            refuse("strings stand without quotes");
     }
     if (!node->row->parameters || node->arguments.empty())
         return;

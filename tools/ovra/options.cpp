@@ -140,6 +140,10 @@ void settle_file(arguments *args)
         const path_text given = split_file(*args->device_text);
         if (given.file && args->file)
             throw usage_error("the path names a file, " + in_quotes(*given.file) + ", and --file another");
+        // Further nodes, another instance or quotes would become part of the file's name.
+        if (given.file && given.file->find_first_of("()\"") != std::string::npos)
+            throw usage_error("what follows the devices is no plain file, " + in_quotes(*given.file) +
+                              "; --file takes any name");
         args->device_text = given.device;
         if (given.file)
             args->file = given.file;

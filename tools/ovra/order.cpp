@@ -34,7 +34,7 @@ void require_options(firmware &machine, const arguments &args)
 {
     for (const uint16_t number : args.options) {
         if (!args.force)
-            machine.require_option(number);
+            machine.require_sound_option(number);
     }
 }
 

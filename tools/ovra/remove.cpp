@@ -70,8 +70,11 @@ private:
 
 void removal::run()
 {
-    for (const uint16_t number : options)
-        machine.require_option(number); // nothing is removed unless everything can be
+    for (const uint16_t number : options) { // nothing is removed unless everything can be
+        if (!machine.option_exists(number))
+            throw failure("no such option: " + option_name(number),
+                          "Nothing is removed. 'ovra list' shows the options.");
+    }
     order = machine.order();
     ordered = without_all(order, options) != order;
     next = named_or_none(machine, &firmware::next);

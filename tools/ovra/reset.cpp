@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <cstdlib>
 #include <iostream>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -36,21 +37,24 @@ bool may_be_live(const arguments &args)
            (folder.st_dev == live.st_dev && folder.st_ino == live.st_ino);
 }
 
+// Nobody wanted it after all.
+struct not_confirmed : failure {
+    using failure::failure;
+};
+
 void confirm(const char *type)
 {
     if (isatty(STDIN_FILENO) == 0)
-        throw failure("not reset: there is no terminal to ask for confirmation",
-                      "--yes resets without asking.");
+        throw not_confirmed("not reset: there is no terminal to ask for confirmation",
+                            "--yes resets without asking.");
     std::cerr << "Reset this machine now (" << type << ")? [y/N] ";
     std::string answer;
     std::getline(std::cin, answer);
     if (answer != "y" && answer != "Y" && answer != "yes")
-        throw failure("not reset");
+        throw not_confirmed("not reset");
 }
 
-} // namespace
-
-void run_reset(firmware &machine, const arguments &args)
+void reset(firmware &machine, const arguments &args)
 {
     const char *type = type_word(args.reset);
     if (may_be_live(args) && !args.yes && !args.dry_run)
@@ -68,6 +72,33 @@ void run_reset(firmware &machine, const arguments &args)
                        "booted", as_json(booted));
     }
     changes.report();
+}
+
+// How this machine can be restarted without its firmware's services; nothing for another machine.
+std::string other_way(const arguments &args)
+{
+    if (!may_be_live(args) || secure_getenv("HWPLAT_ROOT"))
+        return {};
+    return args.reset == EFI_RESET_SHUTDOWN
+               ? "'systemctl poweroff' or 'shutdown -h now' turns the machine off."
+               : "'systemctl reboot' or 'shutdown -r now' restarts the machine.";
+}
+
+} // namespace
+
+void run_reset(const std::string &folder, const arguments &args)
+{
+    try {
+        firmware machine(folder);
+        reset(machine, args);
+    } catch (not_confirmed &) {
+        throw;
+    } catch (failure &reason) {
+        const std::string other = other_way(args);
+        if (!other.empty())
+            reason.advice += (reason.advice.empty() ? "" : "\n") + other;
+        throw;
+    }
 }
 
 } // namespace tool

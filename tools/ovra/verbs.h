@@ -18,13 +18,15 @@ void run_next(firmware &machine, const arguments &args);
 void run_current(firmware &machine, const arguments &args);
 void run_vars(firmware &machine, const arguments &args);
 void run_time(firmware &machine, const arguments &args);
-void run_reset(firmware &machine, const arguments &args);
 void run_find(firmware &machine, const arguments &args);
 
 // These work on machines without firmware variables too. `folder` is the machine's, empty for this one.
 void run_path(const std::string &folder, const arguments &args);
 void run_disks(const std::string &folder, const arguments &args);
 void run_tree(const std::string &folder, const arguments &args);
+
+// Opens the firmware itself: where that fails it says how else to restart.
+void run_reset(const std::string &folder, const arguments &args);
 
 } // namespace tool
 
