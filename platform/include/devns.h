@@ -203,8 +203,11 @@ ssize_t devns_readlink(const char *path, char *buf, size_t size);
  */
 int devns_lock(unsigned int seconds, pid_t *holder);
 
-/* Gives back what one devns_lock took. Returns 0, or -1 with errno EPERM when the calling thread does not
- * have the lock of the machine that HWPLAT_ROOT names. */
+/*
+ * Gives back what one devns_lock took of the machine that HWPLAT_ROOT names; of the machine whose lock was
+ * taken last, when that folder is out of reach. Returns 0, or -1 with errno EPERM when the calling thread
+ * does not have the lock.
+ */
 int devns_unlock(void);
 
 /*

@@ -7,8 +7,10 @@
 #include <string>
 #include <thread>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -382,6 +384,61 @@ TEST_F(Lock, machine_of_a_user_stays_his_when_root_has_written_it)
               }).result(),
               0);
     EXPECT_EQ(set_variable(opened.fd(), u"A", 7, "root's data"), EFI_SUCCESS);
+}
+
+TEST_F(Lock, is_given_back_when_its_machine_is_out_of_reach)
+{
+    ASSERT_EQ(devns_lock(0, nullptr), 0);
+    const fs::path moved = disk.root().string() + "-moved";
+    fs::rename(disk.root(), moved);
+    const int result = devns_unlock();
+    fs::rename(moved, disk.root());
+    EXPECT_EQ(result, 0);
+    EXPECT_TRUE(is_free());
+    EXPECT_EQ(devns_unlock(), -1);
+    EXPECT_EQ(errno, EPERM);
+}
+
+TEST_F(Lock, ends_at_once_when_descriptors_run_out)
+{
+    ASSERT_EQ(devns_lock(0, nullptr), 0); // the file is there from here on
+    ASSERT_EQ(devns_unlock(), 0);
+    const int lowest = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    close(lowest);
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    int refused = 0;
+    for (rlim_t free_numbers = 0; free_numbers < 6; ++free_numbers) {
+        const rlimit few = {static_cast<rlim_t>(lowest) + free_numbers, before.rlim_max};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+        const int result = devns_lock(20, nullptr);
+        const int error = errno;
+        setrlimit(RLIMIT_NOFILE, &before);
+        if (result == 0) {
+            EXPECT_EQ(devns_unlock(), 0);
+            continue;
+        }
+        EXPECT_EQ(error, EMFILE) << free_numbers;
+        ++refused;
+    }
+    EXPECT_GT(refused, 1);
+    EXPECT_TRUE(is_free());
+}
+
+TEST_F(Lock, folders_that_root_makes_belong_to_the_owner_of_the_machine)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root makes files of others";
+    constexpr uid_t somebody = 65534;
+    fs::remove_all(disk.root() / "var");
+    ASSERT_EQ(chown(disk.root().c_str(), somebody, somebody), 0);
+    ASSERT_EQ(devns_lock(0, nullptr), 0);
+    EXPECT_EQ(devns_unlock(), 0);
+    for (const char *made : {"var", "var/lib", "var/lib/hwplat", "var/lib/hwplat/lock"}) {
+        struct stat info = {};
+        ASSERT_EQ(lstat((disk.root() / made).c_str(), &info), 0) << made;
+        EXPECT_EQ(info.st_uid, somebody) << made;
+    }
 }
 
 TEST_F(Lock, no_machine_no_lock)

@@ -136,6 +136,19 @@ TEST_F(Obstacles, are_folders_in_the_place_of_variables)
                 HasSubstr(in_its_place));
 }
 
+TEST_F(Obstacles, are_other_things_in_the_place_of_the_lock)
+{
+    output({"next", "Boot0007"});
+    const fs::path lock = root / "var/lib/hwplat/lock";
+    fs::remove(lock);
+    fs::create_symlink("elsewhere", lock);
+    for (const words &arguments : {words{"next", "Boot0001"}, words{"next", "Boot0001", "--dry-run"}})
+        EXPECT_THAT(failure(arguments), HasSubstr("something else stands in the place of its lock file"));
+    fs::remove(lock);
+    fs::create_directory(lock);
+    EXPECT_NE(run({"next", "Boot0001", "--dry-run"}).status, 0);
+}
+
 TEST_F(Obstacles, are_volatile_variables)
 {
     put("BootNext", std::string("\x01\0", 2), 6);

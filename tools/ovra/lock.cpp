@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <sys/stat.h>
 
 #include "platform/include/devns.h"
 #include "tools/ovra/failure.h"
@@ -51,7 +52,9 @@ std::string process_name(pid_t process)
 
 machine_lock::machine_lock(const firmware &machine, const arguments &args)
 {
-    if (args.dry_run) {
+    // Making the file would be a change.
+    struct stat file = {};
+    if (args.dry_run && lstat(machine.lock_file().c_str(), &file) != 0) {
         if (const int error = machine.lock_obstacle(); error != 0)
             give_up(machine, error, 0);
         return;
