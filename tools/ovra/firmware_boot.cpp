@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <set>
 
+#include "tools/ovra/devicepaths.h"
 #include "tools/ovra/failure.h"
 #include "tools/ovra/firmware.h"
 
