@@ -96,7 +96,7 @@ def run(lab):
     common.reset(start)
 
     # Before it starts the option the firmware packs its store anew, in emulated flash and byte by byte.
-    start = machine.start().wait_for_guest(limit=200)
+    start = machine.start().wait_for_guest(limit=500)
     common.expect_started(start, keeper, "keeper")
     common.expect("variables that the start changed", changed(before, stored(start), COUNTED), set())
     # The firmware has won back the room of what was removed, and may have put its order right itself.
