@@ -11,7 +11,6 @@
 #include <string_view>
 
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -100,7 +99,7 @@ public:
     {
         for (;;) {
             {
-                auto guard = machine::shared_state();
+                auto guard = machine::lock_process_state();
                 const int fd = opened->number();
                 if (entries.try_emplace(fd, opened).second)
                     return fd;
@@ -114,20 +113,20 @@ public:
 
     entry find(int fd)
     {
-        auto guard = machine::shared_state();
+        auto guard = machine::lock_process_state();
         auto found = entries.find(fd);
         return found == entries.end() ? nullptr : found->second;
     }
 
     entry take(int fd)
     {
-        auto guard = machine::shared_state();
+        auto guard = machine::lock_process_state();
         auto node = entries.extract(fd);
         return node.empty() ? nullptr : std::move(node.mapped());
     }
 
 private:
-    std::map<int, entry> entries; // under shared_state()
+    std::map<int, entry> entries; // under lock_process_state()
 };
 
 /* Never destroyed: a handle may be closed by an exit handler. */
@@ -167,36 +166,18 @@ std::optional<std::string> device_link(std::string_view path)
     return std::nullopt;
 }
 
-/*
- * A thread that is cancelled inside would leave what it holds, locks and half of a change: while this lives
- * it is not.
- */
-class no_cancellation {
-public:
-    no_cancellation() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before); }
-    no_cancellation(const no_cancellation &) = delete;
-    no_cancellation &operator=(const no_cancellation &) = delete;
-    ~no_cancellation() { pthread_setcancelstate(before, nullptr); }
-
-private:
-    int before = PTHREAD_CANCEL_ENABLE;
-};
-
-/* No exception leaves a C function, and no thread ends in the midst of it. */
+/* For a C function: what `call` gives, or -1 with errno. */
 template <typename body>
 auto guarded(body call) noexcept -> decltype(call())
 {
-    no_cancellation whole;
-    try {
-        return call();
-    } catch (const machine::read_failure &failure) {
-        errno = failure.error;
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-    } catch (...) {
-        errno = EIO;
-    }
-    return -1;
+    decltype(call()) result = -1;
+    int saved = 0; // what the call left in errno, which belongs to its result
+    const int error = machine::outcome_of([&] {
+        result = call();
+        saved = errno;
+    });
+    errno = error != 0 ? error : saved;
+    return error != 0 ? -1 : result;
 }
 
 } // namespace

@@ -25,7 +25,7 @@ struct left_walk {
     variable_walk walk;
 };
 
-/* Never destroyed: an exit handler or another thread may still ask. Under shared_state(). */
+/* Never destroyed: an exit handler or another thread may still ask. Under lock_process_state(). */
 std::vector<left_walk> &left_walks()
 {
     static auto &only = *new std::vector<left_walk>;
@@ -78,7 +78,7 @@ std::optional<walk> take_latest(std::vector<walk> &walks, condition fits)
 std::optional<variable_walk> walk_at(const firmware &machine, const identity &folder,
                                      const std::string &previous)
 {
-    auto guard = shared_state();
+    auto guard = lock_process_state();
     auto own =
         take_latest(machine.walks, [&](const variable_walk &walk) { return stands_at(walk, previous); });
     if (own)
@@ -95,7 +95,7 @@ name_list list_with(const firmware &machine, const std::string &name)
     std::vector<variable_walk> walks;
     walks.reserve(most_walks);
     {
-        auto guard = shared_state();
+        auto guard = lock_process_state();
         walks = machine.walks;
     }
     for (auto walk = walks.rbegin(); walk != walks.rend(); ++walk) {
@@ -151,7 +151,7 @@ class walk_under_way {
 public:
     explicit walk_under_way(const firmware &opened) : machine(opened)
     {
-        auto guard = shared_state();
+        auto guard = lock_process_state();
         machine.walks.reserve(most_walks); // putting back must not fail
     }
     walk_under_way(const walk_under_way &) = delete;
@@ -160,7 +160,7 @@ public:
     {
         if (walk.last == variable_walk::none)
             return;
-        auto guard = shared_state();
+        auto guard = lock_process_state();
         keep(machine.walks, std::move(walk));
     }
 
@@ -249,7 +249,7 @@ void leave_walks(const firmware &machine) noexcept
     if (!folder)
         return;
     try {
-        auto guard = shared_state();
+        auto guard = lock_process_state();
         for (variable_walk &walk : machine.walks) {
             keep(left_walks(), left_walk{*folder, std::move(walk)});
         }

@@ -45,7 +45,7 @@ struct entry {
     unsigned depth = 0; // 0 while it waits
 };
 
-constinit entry *entries = nullptr; // under shared_state()
+constinit entry *entries = nullptr; // under lock_process_state()
 
 void remove_from_list(const entry *gone)
 {
@@ -68,7 +68,7 @@ struct take_off_list {
     void operator()(entry *lock) const
     {
         {
-            auto guard = shared_state();
+            auto guard = lock_process_state();
             remove_from_list(lock);
         }
         if (!is_still_open(*lock))
@@ -90,7 +90,7 @@ struct this_thread {
         for (;;) {
             listed_entry mine;
             {
-                auto guard = shared_state();
+                auto guard = lock_process_state();
                 entry *found = entries;
                 while (found != nullptr && found->thread != this)
                     found = found->next;
@@ -106,7 +106,7 @@ thread_local this_thread current;
 
 entry *find_own(const machine_identity &machine)
 {
-    auto guard = shared_state();
+    auto guard = lock_process_state();
     entry *found = entries;
     while (found != nullptr && (found->thread != &current || !(found->machine == machine)))
         found = found->next;
@@ -116,7 +116,7 @@ entry *find_own(const machine_identity &machine)
 /* What the thread took last, of whichever machine. */
 entry *find_last_own()
 {
-    auto guard = shared_state();
+    auto guard = lock_process_state();
     entry *found = entries;
     while (found != nullptr && (found->thread != &current || found->depth == 0))
         found = found->next;
@@ -207,7 +207,7 @@ int list_new_entry(const machine_root &root, const machine_identity &machine, li
     auto made = std::make_unique<entry>();
     made->thread = &current;
     made->machine = machine;
-    auto guard = shared_state();
+    auto guard = lock_process_state();
     if (int error = open_lock_file(place, root, &made->file); error != 0)
         return error;
     auto file_identity = identity_of_descriptor(made->file.get());

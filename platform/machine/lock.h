@@ -57,7 +57,7 @@ private:
     int failure;
 };
 
-/* For a child made by fork, under shared_state(): closes what it got of its parent's locks. */
+/* For a child made by fork, under lock_process_state(): closes what it got of its parent's locks. */
 void forget_locks();
 
 } // namespace machine

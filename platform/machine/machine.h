@@ -64,7 +64,7 @@ struct variable_walk {
     std::size_t last = none;                                    /* the one that was given out last */
 };
 
-/* The walks of one descriptor, the latest last. Under shared_state(). */
+/* The walks of one descriptor, the latest last. Under lock_process_state(). */
 using variable_walks = std::vector<variable_walk>;
 
 struct firmware {

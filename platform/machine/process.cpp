@@ -39,7 +39,7 @@ void after_fork_in_child()
 
 } // namespace
 
-std::unique_lock<std::mutex> shared_state()
+std::unique_lock<std::mutex> lock_process_state()
 {
     return std::unique_lock(only);
 }

@@ -14,7 +14,7 @@ namespace machine {
  * The one mutex of all that is shared in the process. Held for moments, never while waiting; fork waits for
  * it, so that a child finds it free and what it guards whole. Not to be taken twice.
  */
-[[nodiscard]] std::unique_lock<std::mutex> shared_state();
+[[nodiscard]] std::unique_lock<std::mutex> lock_process_state();
 
 /* Whether fork is looked after, as it is once the library is loaded unless memory was lacking. */
 bool follows_forks();

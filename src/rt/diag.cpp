@@ -38,13 +38,15 @@ static void print(const char *format, va_list args)
     vfprintf(stderr, format, args);
 }
 
-// The calling thread's receiver. Messages of calls that the receiver itself makes do not come back to it.
+// The calling thread's receiver. Messages of calls that the receiver itself makes do not come back to it. It
+// lies in the block that every thread is born with: memory found at the first use could be refused, and that
+// ends the process.
 struct receiver {
     ovra_log_fn *fn;
     void *arg;
     bool busy;
 };
-static thread_local receiver log_receiver;
+[[gnu::tls_model("initial-exec")]] constinit static thread_local receiver log_receiver{};
 
 static void hand_over(int kind, const char *format, va_list args)
 {

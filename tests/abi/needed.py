@@ -24,11 +24,8 @@ RUN_TIME = re.compile(r"_ZSt|_ZNSt|_ZNKSt|__cxa_|_Zn|_Zd|_ZTVN10__cxxabiv|__gxx_
 
 class SharedLibrary(unittest.TestCase):
     def test_needs_the_c_library_and_the_platform_libraries(self):
-        # The dynamic linker is the C library's own; it finds what belongs to a thread.
-        of_the_c_library = {name for name in elf.needed(SHARED)
-                            if re.fullmatch(r"libc\.so\.6|ld-linux[\w-]*\.so\.\d", name)}
-        self.assertIn("libc.so.6", of_the_c_library)
-        self.assertEqual(set(elf.needed(SHARED)) - of_the_c_library, PLATFORM)
+        # Not the dynamic linker: it would find what belongs to a thread, and end the process for want of memory.
+        self.assertEqual(set(elf.needed(SHARED)), PLATFORM | {"libc.so.6"})
 
     def test_platform_calls_go_through_the_linkage_table(self):
         exported, undefined = elf.dynamic_symbols(SHARED)
