@@ -146,7 +146,7 @@ void free_dpath(ovra_hdl_t hdl, ovra_path_t **paths);
  * which), and *status is untouched. Pointers that UEFI allows to be null may be null.
  *
  *     CHAR16 name[] = {'T', 'i', 'm', 'e', 'o', 'u', 't', 0};
- *     EFI_GUID global = {0x8be4df61, 0x93ca, 0x11d2, 0xaa, 0x0d, {0x00, 0xe0, 0x98, 0x03, 0x2b, 0x8c}};
+ *     EFI_GUID global = {0x8be4df61, 0x93ca, 0x11d2, {0xaa, 0x0d, 0x00, 0xe0, 0x98, 0x03, 0x2b, 0x8c}};
  *     UINT16 seconds;
  *     UINTN size = sizeof seconds;
  *     EFI_STATUS status;
