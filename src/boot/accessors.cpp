@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <cstdlib>
 
-#include "src/print/paths.h"
+#include "src/print/decode.h"
 #include "src/rt/diag.h"
 #include "src/rt/rt.h"
 

@@ -191,3 +191,18 @@ int ovra_bootopt_get(ovra_hdl_t hdl, char *name, ovra_epath_t *path, int *path_l
         *path = path_copy.release();
     return result;
 }
+
+int ovra::read_option_nodes(ovra_hdl_t hdl, char *option, const char *unreadable, node_list *nodes)
+{
+    ovra_epath_t path = nullptr;
+    int path_len = 0;
+    const int result = ovra_bootopt_get(hdl, option, &path, &path_len, nullptr, nullptr, nullptr, nullptr);
+    if (result != 0)
+        return fail(unreadable, result); // NOLINT: a literal of the caller's
+    const tracked<uint8_t> packed(path, {hdl});
+    uefi_device_path_t **unpacked = nullptr;
+    if (device_path_unpack(path, path_len, &unpacked) != 0)
+        return -1;
+    nodes->reset(unpacked);
+    return 0;
+}

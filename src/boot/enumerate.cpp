@@ -18,10 +18,10 @@ int ovra_bootopt_unused(ovra_hdl_t hdl, char **bootname)
         status = get_variable(hdl, name, &size, nullptr);
         if (status != EFI_NOT_FOUND)
             continue;
-        char *copy = ovra::hand_out_name(hdl, name);
+        auto copy = ovra::copy_string(hdl, name);
         if (!copy)
             return -1;
-        *bootname = copy;
+        *bootname = copy.release();
         return 0;
     }
     return fail("no unused Boot#### variables. ret = %lx\n", status);

@@ -9,6 +9,7 @@
 #include "src/rt/cancel.h"
 #include "src/rt/diag.h"
 #include "src/rt/owned.h"
+#include "src/rt/strarray.h"
 
 using ovra::address_of;
 using ovra::devfs_path;

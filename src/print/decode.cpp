@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include "src/print/decode.h"
+
 #include "src/dpath/list.h"
 #include "src/print/paths.h"
 #include "src/print/rows.h"

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
+#include "src/rt/memlist.h"
+
 #include <algorithm>
 #include <cstdlib>
 
 #include "src/rt/diag.h"
-#include "src/rt/rt.h"
-#include "src/rt/strarray.h"
 
 using ovra::say;
 
