@@ -2,8 +2,9 @@
 #include "src/print/decode.h"
 
 #include "src/dpath/list.h"
+#include "src/dpath/view.h"
+#include "src/print/nodes.h"
 #include "src/print/paths.h"
-#include "src/print/rows.h"
 
 using namespace ovra;
 

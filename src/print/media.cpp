@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "src/print/print.h"
 #include "src/print/rows.h"
 
 using namespace ovra;
@@ -42,21 +43,11 @@ void print_file_path(const uefi_file_path_t &node, text &to)
 }
 
 constexpr printed rows[] = {
-    row<uefi_hard_drive_path_t>([](auto &n, text &t) { print_hard_drive(n, t); }),
-    row<uefi_file_path_t>([](auto &n, text &t) { print_file_path(n, t); }),
+    row<uefi_hard_drive_path_t, print_hard_drive>(),
+    row<uefi_file_path_t, print_file_path>(),
 };
 static_assert(distinct_subtypes(rows));
 
 } // namespace
 
-bool ovra::media_text(const uefi_device_path_t *node, text &to)
-{
-    return print_row(rows, node, to) || print_generic(node, to, [](auto &n, const char *hex, text &t) {
-               t.add("%sMediaPath(0x%x,%s)", t.media_prefix(), n.subtype, hex);
-           });
-}
-
-void print_media_path(const uefi_device_path_t *node, char **to)
-{
-    append_node_text(media_text, node, to);
-}
+const printed_rows ovra::media_rows = rows;

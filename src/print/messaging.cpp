@@ -35,17 +35,25 @@ void print_uart(const uefi_uart_device_path_t &node, text &to)
     to.put(")");
 }
 
-constexpr printed rows[] = {
-    row<uefi_atapi_device_path_t>([](auto &n, text &t) { print_atapi(n, t); }),
-    row<uefi_scsi_device_path_t>([](auto &n, text &t) { t.add("/Scsi(0x%x,0x%x)", n.target, n.lun); }),
-    row<uefi_fibre_device_path_t>([](auto &n, text &t) { t.add("/Fibre(0x%lx,0x%lx)", n.wwn, n.lun); }),
-    row<uefi_usb_device_path_t>([](auto &n, text &t) { t.add("/USB(0x%x,0x%x)", n.port, n.interface); }),
-    row<uefi_macaddr_device_path_t>([](auto &n, text &t) { print_mac_address(n, t); }),
-    row<uefi_uart_device_path_t>([](auto &n, text &t) { print_uart(n, t); }),
-    row<uefi_sata_device_path_t>(
-        [](auto &n, text &t) { t.add("/Sata(0x%x,0x%x,0x%x)", n.port, n.port_mult, n.lun); }),
-};
-static_assert(distinct_subtypes(rows));
+void print_scsi(const uefi_scsi_device_path_t &node, text &to)
+{
+    to.add("/Scsi(0x%x,0x%x)", node.target, node.lun);
+}
+
+void print_fibre(const uefi_fibre_device_path_t &node, text &to)
+{
+    to.add("/Fibre(0x%lx,0x%lx)", node.wwn, node.lun);
+}
+
+void print_usb(const uefi_usb_device_path_t &node, text &to)
+{
+    to.add("/USB(0x%x,0x%x)", node.port, node.interface);
+}
+
+void print_sata(const uefi_sata_device_path_t &node, text &to)
+{
+    to.add("/Sata(0x%x,0x%x,0x%x)", node.port, node.port_mult, node.lun);
+}
 
 struct vendor_kind {
     EFI_GUID guid;
@@ -82,20 +90,14 @@ bool print_vendor(const uefi_venmsg_device_path_t &node, text &to)
     return true;
 }
 
+constexpr printed rows[] = {
+    row<uefi_atapi_device_path_t, print_atapi>(),   row<uefi_scsi_device_path_t, print_scsi>(),
+    row<uefi_fibre_device_path_t, print_fibre>(),   row<uefi_usb_device_path_t, print_usb>(),
+    row<uefi_venmsg_device_path_t, print_vendor>(), row<uefi_macaddr_device_path_t, print_mac_address>(),
+    row<uefi_uart_device_path_t, print_uart>(),     row<uefi_sata_device_path_t, print_sata>(),
+};
+static_assert(distinct_subtypes(rows));
+
 } // namespace
 
-bool ovra::messaging_text(const uefi_device_path_t *node, text &to)
-{
-    const auto *vendor = as<uefi_venmsg_device_path_t>(node);
-    if (vendor && print_vendor(*vendor, to))
-        return true;
-    return print_row(rows, node, to) || print_generic(node, to, [](auto &n, const char *hex, text &t) {
-               // Kept: in decimal, unlike the other generic forms.
-               t.add("/MessagingPath(%u,%s)", n.subtype, hex);
-           });
-}
-
-void print_messaging_path(const uefi_device_path_t *node, char **to)
-{
-    append_node_text(messaging_text, node, to);
-}
+const printed_rows ovra::messaging_rows = rows;
