@@ -8,16 +8,6 @@
 
 using namespace ovra;
 
-int encode_usb(uefi_arg_list_t *args, uefi_device_path_t **out)
-{
-    using rec = uefi_usb_device_path_t;
-    static constexpr field fields[] = {
-        need("port", AT(port)),
-        need("interface", AT(interface)),
-    };
-    return encode_fields<rec>(args, out, fields, "unable to allocate usb_dpath\n");
-}
-
 // Only the first letter counts, in any case: "Even" and "e" are both even.
 static bool get_parity(uefi_arg_list_t *args, uint8_t *parity)
 {

@@ -1,9 +1,20 @@
 // SPDX-License-Identifier: MIT
 #include "src/dpath/build.h"
+#include "src/encode/fields.h"
 #include "src/encode/get.h"
 #include "src/rt/diag.h"
 
 using namespace ovra;
+
+int encode_usb(uefi_arg_list_t *args, uefi_device_path_t **out)
+{
+    using rec = uefi_usb_device_path_t;
+    static constexpr field fields[] = {
+        need("port", AT(port)),
+        need("interface", AT(interface)),
+    };
+    return encode_fields<rec>(args, out, fields, "unable to allocate usb_dpath\n");
+}
 
 namespace {
 
