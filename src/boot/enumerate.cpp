@@ -107,7 +107,7 @@ int enumerate(ovra_hdl_t hdl, str_array_builder *list)
                 return -1;
         } else {
             // Kept: any other error is stepped over, and the name counts once more. A second one in a row is
-            // the end.
+            // the end. [kept_error_is_stepped_over_and_the_name_counts_once_more]
             if (stuck)
                 return -1;
             stuck = true;

@@ -18,6 +18,7 @@ namespace {
 bool boots_from(ovra_hdl_t hdl, char *option, const uefi_device_path_t *drive)
 {
     // Kept: the number is the result of reading, always -1, and says nothing about which option.
+    // [kept_the_message_about_an_unreadable_option_has_a_number]
     ovra::node_list nodes;
     if (ovra::read_option_nodes(hdl, option, "unable to get load option for: %d\n", &nodes) != 0)
         return false;

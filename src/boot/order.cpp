@@ -124,6 +124,7 @@ int ovra_bootorder_insert(ovra_hdl_t hdl, char *bootname, int position)
     if (written() <= place)
         *end++ = number;
 
+    // Kept: the second number is always 0. [kept_trace_of_the_new_count_ends_in_a_0]
     trace("i = %d elem = %d \n", static_cast<int>(written()), 0);
     const EFI_STATUS status = write_boot_order(hdl, changed.get(), static_cast<size_t>(written()));
     if (status != EFI_SUCCESS)
@@ -138,6 +139,7 @@ int ovra_bootorder_remove(ovra_hdl_t hdl, char *bootname)
         return -1;
     UINTN size = 0;
     if (size_boot_order(hdl, &size) == EFI_NOT_FOUND) {
+        // Kept: told as an error, and no failure. [kept_remove_from_a_missing_order_succeeds_and_says_so]
         say("BootOrder doesn't exist\n");
         return 0;
     }
@@ -147,6 +149,7 @@ int ovra_bootorder_remove(ovra_hdl_t hdl, char *bootname)
     uint16_t *begin = order.entries.get();
     const uint16_t *end = std::remove(begin, begin + order.count, number);
     // Kept: written back also when nothing was removed, and empty when nothing is left, which deletes it.
+    // [kept_remove_of_*, kept_remove_writes_an_order_of_one_byte_empty]
     if (write_boot_order(hdl, begin, static_cast<size_t>(end - begin)) != EFI_SUCCESS)
         return fail("unable to set BootOrder\n");
     return 0;

@@ -21,7 +21,7 @@ static int encode_acpi_node(uint32_t hid, uint32_t uid, const char *no_memory, u
 
 int encode_acpi_common(uint32_t hid, uint32_t uid, uefi_device_path_t **out)
 {
-    // Kept: "apci".
+    // Kept: "apci". [kept_apci_spelling]
     return encode_acpi_node(hid, uid, "unable to allocate apci_dpath\n", out);
 }
 
@@ -106,6 +106,7 @@ int encode_acpiex(uefi_arg_list_t *args, uefi_device_path_t **out)
     }
 
     // Kept: it is HIDSTR that is compared with "0" here, and UID is an EISA identifier, not a number.
+    // [kept_acpiex_*]
     if (!(device.hidstr && strcmp(device.hidstr, "0") == 0) && !get_optional_eisaid(args, "UID", &device.uid))
         return -1;
     device.uidstr = ovra_get_arg(args, "UIDSTR");
@@ -131,6 +132,7 @@ int encode_acpiexp(uefi_arg_list_t *args, uefi_device_path_t **out)
     if (!require_eisaid(args, "HID", &device.hid) || !get_optional_eisaid(args, "CID", &device.cid))
         return -1;
     // Kept: the keyword has no parameter of this name, so the string is always empty; its CIDSTR is ignored.
+    // [kept_acpiexp_*]
     device.uidstr = ovra_get_arg(args, "UIDSTR");
     return encode_expanded(device, out);
 }

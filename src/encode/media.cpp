@@ -8,7 +8,7 @@ using namespace ovra;
 
 namespace {
 
-// Type: how the partition is described. Kept: the number form leaves the format unset.
+// Type: how the partition is described. Kept: the number form leaves the format unset. [kept_hd_type_*]
 bool get_partition_type(uefi_arg_list_t *args, uint8_t *part_format, uint8_t *sig_type)
 {
     const char *text = ovra_get_arg(args, "Type");
@@ -25,7 +25,7 @@ bool get_partition_type(uefi_arg_list_t *args, uint8_t *part_format, uint8_t *si
 }
 
 // Start and Size: required for a partition, prohibited for the whole disk. Kept: one that cannot be read is
-// passed over for the whole disk, with the getter's message.
+// passed over for the whole disk, with the getter's message. [kept_hd_whole_disk_*]
 bool get_extent(uefi_arg_list_t *args, const char *name, uint32_t partition, const char *prohibited,
                 uint64_t *blocks)
 {
@@ -83,6 +83,7 @@ int encode_cdrom(uefi_arg_list_t *args, uefi_device_path_t **out)
     if (!node)
         return fail("unable to allocate cdrom dpath\n");
     // Kept: Entry is read under a name that the keyword does not have, so that only entry 0 can be encoded.
+    // [kept_cdrom_*]
     uint32_t boot_entry = 0;
     if (is_given(args, "Entry") && !require(args, "VlanId", &boot_entry))
         return -1;
@@ -136,6 +137,6 @@ int encode_offset(uefi_arg_list_t *args, uefi_device_path_t **out)
         need("StartingOffset", AT(start)),
         need("EndingOffset", AT(end)),
     };
-    // Kept: the message is that of Media.
+    // Kept: the message is that of Media. [kept_offset_speaks_of_media]
     return encode_fields<rec>(args, out, fields, "unable to allocate media_protocol path\n");
 }

@@ -60,6 +60,7 @@ bool get_protocol_and_type(uefi_arg_list_t *args, uint16_t *protocol, uint8_t *t
     if (!is_given(args, "Type"))
         return true;
     // Kept: it is Protocol that is compared with the words of Type, so that Type has to be a number.
+    // [kept_ipv4_*, kept_ipv6_type_is_no_word]
     if (const word *word = protocol_text ? by_text(ip_types, protocol_text) : nullptr) {
         *type = static_cast<uint8_t>(word->value);
         return true;
@@ -107,7 +108,7 @@ int encode_ipv6(uefi_arg_list_t *args, uefi_device_path_t **out)
         return -1;
     node->protocol = protocol;
     node->ip_addr_origin = type;
-    // Kept: no argument has the second name, so that the gateway is always zeros.
+    // Kept: no argument has the second name, so that the gateway is always zeros. [kept_ipv6_gateway_*]
     if (!get_address(args, "LocalIP", node->local_addr, "unable to encode argument 'LocalIP'\n") ||
         !get_address(args, "GatewayIPAddres", node->gateway_addr,
                      "unable to encode argument 'GatewayIPAddress'\n"))
@@ -154,7 +155,7 @@ int encode_iscsi(uefi_arg_list_t *args, uefi_device_path_t **out)
     const size_t size = unicode_strlen(name.get());
     if (size > target_name_limit)
         return fail("TargetName limited is 223 bytes\n");
-    // Kept: the name is UCS-2, where UEFI has ASCII.
+    // Kept: the name is UCS-2, where UEFI has ASCII. [kept_iscsi_target_name_is_ucs2]
     auto node = new_node<uefi_iscsi_device_path_t>(size);
     if (!node)
         return fail("unable to allocate iscsi dpath\n");

@@ -107,6 +107,7 @@ struct mbr_search {
         uint32_t start = 0;
         if (kvlist_lookup_uint32(list, "relsect", &start) != 0) {
             // Kept: no end of line; the next message follows on the same one.
+            // [kept_no_line_end_behind_a_missing_start]
             say("unable to find VS_RELSECT (start sector)");
             return false;
         }
@@ -135,6 +136,7 @@ struct guid_search {
     static void tell_attribute_error(int unit, int err, const void *list)
     {
         // Kept: without the blank that the search by MBR signature has here.
+        // [kept_no_blank_in_the_attribute_message_of_the_search_by_guid]
         say("vs_get_attributespartition[%d] err == %d kvl = %p\n", unit, err, list);
     }
 

@@ -14,6 +14,7 @@ constexpr word devices[] = {
 };
 
 // Kept: of an EISA identifier only the product number is looked at; every vendor prints as "PNP".
+// [kept_acpi_vendor_is_not_looked_at]
 constexpr uint32_t product(uint32_t eisa_id)
 {
     return eisa_id >> 16;

@@ -25,7 +25,7 @@ void add_signature(text &to, const uefi_hard_drive_path_t &node)
 
 void print_hard_drive(const uefi_hard_drive_path_t &node, text &to)
 {
-    // Kept: the partition number is signed.
+    // Kept: the partition number is signed. [kept_hard_drive_partition_number_is_signed]
     to.add("%sHD(%d,", to.media_prefix(), static_cast<int32_t>(node.part_number));
     add_word(to, partition_formats, node.part_format);
     to.put(",");

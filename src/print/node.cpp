@@ -33,7 +33,7 @@ void print_acpi(const uefi_device_path_t &node, const char *hex, text &to)
 
 void print_messaging(const uefi_device_path_t &node, const char *hex, text &to)
 {
-    // Kept: in decimal, unlike the other generic forms.
+    // Kept: in decimal, unlike the other generic forms. [kept_messaging_generic_subtype_in_decimal]
     to.add("/MessagingPath(%u,%s)", node.subtype, hex);
 }
 
@@ -96,6 +96,7 @@ bool print_as(const printed_type &type, const uefi_device_path_t *node, text &to
 void append_text(uint8_t type, const uefi_device_path_t *node, char **to)
 {
     // Kept: only a text that begins with a media node has no "/" in front.
+    // [kept_only_a_leading_media_node_has_no_slash]
     text piece(*to != nullptr);
     if (print_as(type_of(type), node, piece))
         append_uefi_path(piece.c_str(), to);

@@ -17,7 +17,7 @@ void ovra::add_word(text &to, std::span<const word> words, unsigned value)
 
 void device_path_hexdump(const uefi_device_path_t *node, char **hex)
 {
-    // Kept: the dump begins with the node's own length.
+    // Kept: the dump begins with the node's own length. [kept_hex_text_begins_with_the_length]
     constexpr size_t skipped = offsetof(uefi_device_path_t, len);
     const size_t count = node->len < skipped ? 0 : node->len - skipped;
     *hex = static_cast<char *>(malloc(2 * count + 1));
