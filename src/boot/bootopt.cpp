@@ -33,7 +33,7 @@ int ovra_bootopt_set(ovra_hdl_t hdl, char *name, ovra_epath_t path, int path_len
     const size_t used = sizeof header + description_size + header.path_length;
 
     // Kept: the size counts path_len uncut, in 32 bits. Lengths that do not come to a size with room for
-    // what is written are refused as memory that cannot be had.
+    // what is written are refused as memory that cannot be had. [kept_size_counts_a_path_above_65535_uncut]
     const auto total = static_cast<int32_t>(static_cast<uint32_t>(
         sizeof header + description_size + optdata_len + static_cast<size_t>(path_len)));
     if (total < 0 || optdata_len > static_cast<size_t>(total) ||
@@ -155,6 +155,7 @@ int ovra_bootopt_get(ovra_hdl_t hdl, char *name, ovra_epath_t *path, int *path_l
         return too_short();
 
     // Kept: the offset has 16 bits, as the length fields of load options have.
+    // [kept_offset_of_optional_data_has_16_bits]
     const size_t optdata_offset = static_cast<uint16_t>(path_end);
     const size_t optdata_size = option.size - optdata_offset;
 
@@ -190,4 +191,19 @@ int ovra_bootopt_get(ovra_hdl_t hdl, char *name, ovra_epath_t *path, int *path_l
     if (path)
         *path = path_copy.release();
     return result;
+}
+
+int ovra::read_option_nodes(ovra_hdl_t hdl, char *option, const char *unreadable, node_list *nodes)
+{
+    ovra_epath_t path = nullptr;
+    int path_len = 0;
+    const int result = ovra_bootopt_get(hdl, option, &path, &path_len, nullptr, nullptr, nullptr, nullptr);
+    if (result != 0)
+        return fail(unreadable, result); // NOLINT: a literal of the caller's
+    const tracked<uint8_t> packed(path, {hdl});
+    uefi_device_path_t **unpacked = nullptr;
+    if (device_path_unpack(path, path_len, &unpacked) != 0)
+        return -1;
+    nodes->reset(unpacked);
+    return 0;
 }

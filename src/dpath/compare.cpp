@@ -21,8 +21,10 @@ int compare_dpath_nodes(uefi_device_path_t *a, uefi_device_path_t *b)
     const auto *acpi_b = ovra::as<uefi_acpi_device_path_t>(b);
     // Kept: of the vendor only the lowest byte counts and the uid not at all; stored paths name a root bridge
     // in either way.
+    // [kept_uid_of_root_bridges_does_not_count, kept_of_the_vendor_*, kept_root_bridges_match_*]
     if (acpi_a && acpi_b && (acpi_a->hid & 0xff) == (acpi_b->hid & 0xff) && is_root_bridge(acpi_a) &&
         is_root_bridge(acpi_b)) {
+        // Kept: the wording. [kept_wording_of_the_trace_of_root_bridges]
         ovra::trace("Making a matched based on Pcieroot == Pciroot\n");
         return 0;
     }

@@ -37,7 +37,10 @@ inline constexpr EFI_GUID debug_port = {
 inline constexpr EFI_GUID uart_flow_control = {
     0x37499a9d, 0x542f, 0x4c89, {0xa0, 0x26, 0x35, 0xda, 0x14, 0x20, 0x94, 0xe4}};
 
-/* Kept: these bytes stand in the node as they are, not in the byte order of a GUID. */
+/*
+ * Kept: these bytes stand in the node as they are, not in the byte order of a GUID.
+ * [kept_sas_guid_bytes_stand_as_they_are]
+ */
 inline constexpr uint8_t sas_bytes[16] = {0xd4, 0x87, 0xdd, 0xd4, 0x00, 0x8b, 0x11, 0xd9,
                                           0xaf, 0xdc, 0x00, 0x10, 0x83, 0xff, 0xca, 0x4d};
 

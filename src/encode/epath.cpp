@@ -31,7 +31,7 @@ static int encode_uefi_text(ovra_path_t **paths, ovra_epath_t *epath_out, int *l
 }
 
 // Kept: a name of the device tree is looked up and accepted, but nothing is packed; the outputs stay as they
-// were.
+// were. [kept_names_of_the_tree_are_accepted_without_a_path]
 static int look_up_in_tree(const char *device)
 {
     ovra::say("encoding non block /dev or any /devices paths not available\n");

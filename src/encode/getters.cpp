@@ -92,6 +92,7 @@ int encode_arg_eisaid(uefi_arg_list_t *list, const char *name, uint32_t *out)
     if (strcmp(value, "0") == 0)
         return 0;
     // Kept: these messages, and those of a GUID's form, have no line end.
+    // [kept_eisaid_messages_have_no_line_end, kept_guid_messages_*]
     if (strlen(value) != 7)
         return fail("eisaid should be 7 characters");
     for (int i = 0; i < 3; ++i) {
@@ -102,6 +103,7 @@ int encode_arg_eisaid(uefi_arg_list_t *list, const char *name, uint32_t *out)
     const char *product = value + 3;
     int error = 0;
     // Kept: the first character that is no digit ends the number, without an error.
+    // [kept_eisaid_number_*, kept_acpi_number_*]
     const auto number = static_cast<uint32_t>(ovra::read_unsigned(product, nullptr, 16, &error));
     if (error != 0)
         return fail("unable to strtolu numeric part of EISAIDID: %s\n", product);
@@ -110,6 +112,7 @@ int encode_arg_eisaid(uefi_arg_list_t *list, const char *name, uint32_t *out)
 }
 
 // The digits of one field of a GUID. Kept: other characters end the number, without an error.
+// [kept_guid_fields_*, kept_guid_of_no_digits_is_zeros, kept_hex*_at_the_first_other_character]
 static bool convert_hex(const char *digits, uint64_t *out)
 {
     int error = 0;

@@ -9,6 +9,7 @@
 #include "src/rt/cancel.h"
 #include "src/rt/diag.h"
 #include "src/rt/owned.h"
+#include "src/rt/strarray.h"
 
 using ovra::address_of;
 using ovra::devfs_path;
@@ -92,6 +93,7 @@ private:
     {
         // Kept: a disk has no children, so that a hard-drive node behind the hardware nodes of its disk ends
         // here; callers decode full paths without it.
+        // [kept_a_disk_has_nothing_below_it, kept_full_paths_are_not_descended_into]
         ht_node_t child = ht_child_node(current);
         if (!child)
             return fail("cnode is null\n");
@@ -125,6 +127,7 @@ private:
             text.reset(printed);
         }
         // Kept: a message of the error switch, for what is no error.
+        // [kept_every_tried_node_is_told_as_an_error]
         say("encode cnode successful: %s@%s  %s\n", name_of(child), address_of(child), or_empty(text));
         // An "ide" level stands for no node, and so is never entered.
         return node && compare_dpath_nodes(node.get(), wanted) == 0;

@@ -3,8 +3,6 @@
 #ifndef SRC_OSMAP_HARDDRIVE_H
 #define SRC_OSMAP_HARDDRIVE_H
 
-#include <memory>
-
 #include "src/base/nodes.h"
 #include "src/osmap/osmap.h"
 
@@ -29,14 +27,6 @@ inline bool is_hard_drive(const uefi_device_path_t *node)
     constexpr node_kind kind = kind_of<uefi_hard_drive_path_t>;
     return node->type == kind.type && node->subtype == kind.subtype;
 }
-
-struct names_freeing {
-    ovra_hdl_t hdl;
-    void operator()(char **names) const { free_str_array(hdl, names); }
-};
-
-/* A string array that the handle owns, taken back unless it is released to the caller. */
-using tracked_names = std::unique_ptr<char *, names_freeing>;
 
 /* The first hard-drive node of a list (null: none), or null. */
 const uefi_device_path_t *first_hard_drive(uefi_device_path_t **list);

@@ -48,11 +48,13 @@ int physical_path(const char *path, path_buffer *physical)
 // The child of a node that a component "name@address" of a path names; null when there is none.
 ht_node_t find_child(ht_node_t parent, const char *component)
 {
+    // Kept: no line end; the next message follows on the same one. [kept_traces_of_a_component_share_a_line]
     trace("path_comp is %s ", component);
     path_buffer name;
     memcpy(name.text, component, strlen(component) + 1);
     char *at = strrchr(name.text, '@');
     if (!at) {
+        // Kept: no line end. [kept_no_line_end_after_a_malformed_component]
         say("malformed node component: %s", component);
         return nullptr;
     }
@@ -106,7 +108,7 @@ int add_hardware_paths(const char *path, uefi_device_path_t ***list)
         if (!current)
             return -1;
         // Kept: not cleared here, so that an "ide" level, which translates into nothing, repeats the node
-        // before it; stored paths through one carry that node twice.
+        // before it; stored paths through one carry that node twice. [kept_an_ide_level_*, kept_ide_levels_*]
         uefi_device_path_t *const before = node;
         if (dinode_to_uefinode(current, &node) != 0)
             return -1;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "src/dpath/ids.h"
+#include "src/dpath/words.h"
 #include "src/print/rows.h"
 
 using namespace ovra;
@@ -13,6 +14,7 @@ constexpr word devices[] = {
 };
 
 // Kept: of an EISA identifier only the product number is looked at; every vendor prints as "PNP".
+// [kept_acpi_vendor_is_not_looked_at]
 constexpr uint32_t product(uint32_t eisa_id)
 {
     return eisa_id >> 16;
@@ -58,22 +60,12 @@ void print_acpi_adr(const uefi_acpiadr_device_path_t &node, text &to)
 }
 
 constexpr printed rows[] = {
-    row<uefi_acpi_device_path_t>([](auto &n, text &t) { print_acpi(n, t); }),
-    row<uefi_acpiex_device_path_t>([](auto &n, text &t) { print_acpi_expanded(n, t); }),
-    row<uefi_acpiadr_device_path_t>([](auto &n, text &t) { print_acpi_adr(n, t); }),
+    row<uefi_acpi_device_path_t, print_acpi>(),
+    row<uefi_acpiex_device_path_t, print_acpi_expanded>(),
+    row<uefi_acpiadr_device_path_t, print_acpi_adr>(),
 };
 static_assert(distinct_subtypes(rows));
 
 } // namespace
 
-bool ovra::acpi_text(const uefi_device_path_t *node, text &to)
-{
-    return print_row(rows, node, to) || print_generic(node, to, [](auto &n, const char *hex, text &t) {
-               t.add("/AcpiPath(0x%X,%s)", n.subtype, hex);
-           });
-}
-
-void print_acpi_path(const uefi_device_path_t *node, char **to)
-{
-    append_node_text(acpi_text, node, to);
-}
+const printed_rows ovra::acpi_rows = rows;

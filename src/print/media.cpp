@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "src/print/print.h"
 #include "src/print/rows.h"
 
 using namespace ovra;
@@ -24,7 +25,7 @@ void add_signature(text &to, const uefi_hard_drive_path_t &node)
 
 void print_hard_drive(const uefi_hard_drive_path_t &node, text &to)
 {
-    // Kept: the partition number is signed.
+    // Kept: the partition number is signed. [kept_hard_drive_partition_number_is_signed]
     to.add("%sHD(%d,", to.media_prefix(), static_cast<int32_t>(node.part_number));
     add_word(to, partition_formats, node.part_format);
     to.put(",");
@@ -42,21 +43,11 @@ void print_file_path(const uefi_file_path_t &node, text &to)
 }
 
 constexpr printed rows[] = {
-    row<uefi_hard_drive_path_t>([](auto &n, text &t) { print_hard_drive(n, t); }),
-    row<uefi_file_path_t>([](auto &n, text &t) { print_file_path(n, t); }),
+    row<uefi_hard_drive_path_t, print_hard_drive>(),
+    row<uefi_file_path_t, print_file_path>(),
 };
 static_assert(distinct_subtypes(rows));
 
 } // namespace
 
-bool ovra::media_text(const uefi_device_path_t *node, text &to)
-{
-    return print_row(rows, node, to) || print_generic(node, to, [](auto &n, const char *hex, text &t) {
-               t.add("%sMediaPath(0x%x,%s)", t.media_prefix(), n.subtype, hex);
-           });
-}
-
-void print_media_path(const uefi_device_path_t *node, char **to)
-{
-    append_node_text(media_text, node, to);
-}
+const printed_rows ovra::media_rows = rows;

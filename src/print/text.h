@@ -10,6 +10,7 @@
 #include <span>
 #include <string_view>
 
+#include "src/dpath/words.h"
 #include "src/rt/owned.h"
 
 namespace ovra {
@@ -61,6 +62,9 @@ private:
     size_t length = 0;
     char buffer[limit + 1];
 };
+
+/* The word of a value, or the value in decimal. */
+void add_word(text &to, std::span<const word> words, unsigned value);
 
 /*
  * A text accumulator that knows its length, so that a long path is not walked for each of its nodes. Null

@@ -92,6 +92,7 @@ outcome convert(iconv_t cd, const char *s, owned<uint16_t> *converted)
     size_t in_left = strlen(s);
     size_t out_left = in_left * sizeof(uint16_t);
     owned<uint16_t> text(static_cast<uint16_t *>(malloc(out_left + sizeof(uint16_t))));
+    // Kept: without memory nothing is said. [kept_a_refused_allocation_is_silent]
     if (!text)
         return outcome::no_memory;
     // Characters of four bytes do not fit into 16 bits. glibc's iconv refuses most of them, but leaves out
@@ -112,6 +113,8 @@ outcome convert(iconv_t cd, const char *s, owned<uint16_t> *converted)
 // Says what a conversion came to, and gives its text to the caller.
 uint16_t *hand_out(outcome result, const char *s, owned<uint16_t> text)
 {
+    // Kept: neither message has a line end. [kept_no_line_end_after_a_missing_descriptor,
+    // kept_no_line_end_after_a_refused_text]
     if (result == outcome::no_descriptor)
         say("iconv_open(UCS-2/UTF-8)");
     else if (result == outcome::refused)

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
+#include "src/rt/memlist.h"
+
 #include <algorithm>
 #include <cstdlib>
 
 #include "src/rt/diag.h"
-#include "src/rt/rt.h"
-#include "src/rt/strarray.h"
 
 using ovra::say;
 
@@ -116,6 +116,7 @@ void *memlist_realloc(ovra_hdl_t hdl, void *block, size_t size, const char *what
     if (slot)
         empty_slot(hdl, slot);
     // Kept: unlike memlist_malloc this hands out a block that is not tracked; it is the caller's then.
+    // [kept_realloc_hands_out_a_block_that_could_not_be_recorded]
     if (memlist_add(hdl, moved) != 0)
         say("failed to add realloc'ed %s to memlist\n", what);
     return moved;
