@@ -5,15 +5,12 @@
 #include <array>
 #include <climits>
 #include <cstddef>
-#include <cstdio>
+
+#include "src/base/guid.h"
 
 namespace machine {
 
 namespace {
-
-constexpr std::size_t guid_length = 36; // 8-4-4-4-12 digits
-constexpr std::string_view guid_shape = "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx";
-static_assert(guid_shape.size() == guid_length);
 
 constexpr bool is_high_surrogate(unsigned unit)
 {
@@ -23,16 +20,6 @@ constexpr bool is_high_surrogate(unsigned unit)
 constexpr bool is_low_surrogate(unsigned unit)
 {
     return unit >= 0xdc00 && unit <= 0xdfff;
-}
-
-constexpr bool is_lower_hex(char c)
-{
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f');
-}
-
-constexpr unsigned digit_value(char c)
-{
-    return static_cast<unsigned>(c <= '9' ? c - '0' : c - 'a' + 10);
 }
 
 void append_byte(std::string *text, unsigned byte)
@@ -105,34 +92,12 @@ std::optional<unsigned> take_utf8(std::string_view *rest)
     return code;
 }
 
-void append_guid(std::string *text, const EFI_GUID &guid)
+/* The GUID of its text in lower case, the only one that file names have. */
+std::optional<EFI_GUID> guid_in(std::string_view text)
 {
-    std::array<char, guid_length + 1> buffer = {};
-    const uint8_t *tail = guid.Data4;
-    std::snprintf(buffer.data(), buffer.size(), "%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x",
-                  guid.Data1, guid.Data2, guid.Data3, tail[0], tail[1], tail[2], tail[3], tail[4], tail[5],
-                  tail[6], tail[7]);
-    text->append(buffer.data());
-}
-
-std::optional<EFI_GUID> guid_of(std::string_view text)
-{
-    bool shaped = std::ranges::equal(text, guid_shape, [](char c, char expected) {
-        return expected == 'x' ? is_lower_hex(c) : c == expected;
-    });
-    if (!shaped)
+    auto guid = ovra::parse_guid(text);
+    if (guid && ovra::guid_text(*guid, ovra::letters::lower).view() != text)
         return std::nullopt;
-    auto number = [&](std::size_t at, std::size_t digits) {
-        unsigned value = 0;
-        for (char c : text.substr(at, digits))
-            value = (value << 4) | digit_value(c);
-        return value;
-    };
-    EFI_GUID guid = {
-        number(0, 8), static_cast<uint16_t>(number(9, 4)), static_cast<uint16_t>(number(14, 4)), {}};
-    static constexpr std::array<std::size_t, 8> tail = {19, 21, 24, 26, 28, 30, 32, 34};
-    std::ranges::transform(tail, static_cast<uint8_t *>(guid.Data4),
-                           [&](std::size_t at) { return static_cast<uint8_t>(number(at, 2)); });
     return guid;
 }
 
@@ -180,7 +145,7 @@ std::optional<std::string> file_name_of(name_view name, const EFI_GUID &guid)
         append_utf8(&text, *code == '/' ? '!' : *code);
     }
     text.push_back('-');
-    append_guid(&text, guid);
+    text.append(ovra::guid_text(guid, ovra::letters::lower).view());
     if (text.size() > NAME_MAX)
         return std::nullopt;
     return text;
@@ -188,11 +153,11 @@ std::optional<std::string> file_name_of(name_view name, const EFI_GUID &guid)
 
 std::optional<variable_identity> identity_of(std::string_view file_name)
 {
-    if (file_name.size() < guid_length + 2 || file_name.size() > NAME_MAX)
+    if (file_name.size() < ovra::guid_length + 2 || file_name.size() > NAME_MAX)
         return std::nullopt;
     // The name may hold "-" itself: the GUID is what stands last.
-    std::string_view name = file_name.substr(0, file_name.size() - guid_length);
-    auto guid = guid_of(file_name.substr(name.size()));
+    std::string_view name = file_name.substr(0, file_name.size() - ovra::guid_length);
+    auto guid = guid_in(file_name.substr(name.size()));
     if (!guid || name.back() != '-')
         return std::nullopt;
     name.remove_suffix(1);

@@ -223,6 +223,11 @@ std::string hex(byte_view data)
     return text;
 }
 
+std::string guid_text(const EFI_GUID &guid)
+{
+    return std::string(ovra::guid_text(guid, ovra::letters::lower).view());
+}
+
 std::optional<bytes> parse_hex(std::string_view text)
 {
     const auto separates = [](char c) {
