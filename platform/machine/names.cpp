@@ -2,95 +2,14 @@
 #include "platform/machine/names.h"
 
 #include <algorithm>
-#include <array>
 #include <climits>
-#include <cstddef>
 
 #include "src/base/guid.h"
+#include "src/base/text.h"
 
 namespace machine {
 
 namespace {
-
-constexpr bool is_high_surrogate(unsigned unit)
-{
-    return unit >= 0xd800 && unit <= 0xdbff;
-}
-
-constexpr bool is_low_surrogate(unsigned unit)
-{
-    return unit >= 0xdc00 && unit <= 0xdfff;
-}
-
-void append_byte(std::string *text, unsigned byte)
-{
-    text->push_back(static_cast<char>(static_cast<unsigned char>(byte)));
-}
-
-void append_utf8(std::string *text, unsigned code)
-{
-    if (code < 0x80) {
-        append_byte(text, code);
-        return;
-    }
-    if (code < 0x800) {
-        append_byte(text, 0xc0 | (code >> 6));
-    } else {
-        if (code < 0x10000) {
-            append_byte(text, 0xe0 | (code >> 12));
-        } else {
-            append_byte(text, 0xf0 | (code >> 18));
-            append_byte(text, 0x80 | ((code >> 12) & 0x3f));
-        }
-        append_byte(text, 0x80 | ((code >> 6) & 0x3f));
-    }
-    append_byte(text, 0x80 | (code & 0x3f));
-}
-
-/* Takes one code point off the front; nothing for a surrogate without its partner. */
-std::optional<unsigned> take_utf16(name_view *rest)
-{
-    unsigned first = rest->front();
-    *rest = rest->subspan(1);
-    if (is_low_surrogate(first))
-        return std::nullopt;
-    if (!is_high_surrogate(first))
-        return first;
-    if (rest->empty() || !is_low_surrogate(rest->front()))
-        return std::nullopt;
-    unsigned second = rest->front();
-    *rest = rest->subspan(1);
-    return 0x10000 + ((first - 0xd800) << 10) + (second - 0xdc00);
-}
-
-/* Takes one code point off the front; nothing for what is no UTF-8 in its shortest form. */
-std::optional<unsigned> take_utf8(std::string_view *rest)
-{
-    struct form {
-        unsigned mask, lead, least;
-    };
-    static constexpr std::array<form, 4> forms = {
-        {{0x80, 0x00, 0}, {0xe0, 0xc0, 0x80}, {0xf0, 0xe0, 0x800}, {0xf8, 0xf0, 0x10000}}};
-
-    unsigned lead = static_cast<unsigned char>(rest->front());
-    const auto *match = std::ranges::find_if(forms, [&](const form &f) { return (lead & f.mask) == f.lead; });
-    if (match == forms.end())
-        return std::nullopt;
-    auto length = static_cast<std::size_t>(match - forms.begin()) + 1;
-    if (rest->size() < length)
-        return std::nullopt;
-    unsigned code = lead & ~match->mask;
-    for (char c : rest->substr(1, length - 1)) {
-        unsigned byte = static_cast<unsigned char>(c);
-        if ((byte & 0xc0) != 0x80)
-            return std::nullopt;
-        code = (code << 6) | (byte & 0x3f);
-    }
-    rest->remove_prefix(length);
-    if (code < match->least || code > 0x10ffff || is_high_surrogate(code) || is_low_surrogate(code))
-        return std::nullopt;
-    return code;
-}
 
 /* The GUID of its text in lower case, the only one that file names have. */
 std::optional<EFI_GUID> guid_in(std::string_view text)
@@ -106,17 +25,12 @@ std::optional<std::vector<CHAR16>> units_of(std::string_view text)
 {
     std::vector<CHAR16> units;
     while (!text.empty()) {
-        auto code = take_utf8(&text);
-        if (!code)
+        const auto next = ovra::first_of_utf8(text);
+        if (!next.valid)
             return std::nullopt;
-        if (*code == '!')
-            code = '/';
-        if (*code < 0x10000) {
-            units.push_back(static_cast<CHAR16>(*code));
-        } else {
-            units.push_back(static_cast<CHAR16>(0xd800 + ((*code - 0x10000) >> 10)));
-            units.push_back(static_cast<CHAR16>(0xdc00 + ((*code - 0x10000) & 0x3ff)));
-        }
+        const ovra::utf16_character taken(next.character == '!' ? '/' : next.character);
+        units.insert(units.end(), taken.view().begin(), taken.view().end());
+        text.remove_prefix(next.size);
     }
     return units;
 }
@@ -139,10 +53,11 @@ std::optional<std::string> file_name_of(name_view name, const EFI_GUID &guid)
         return std::nullopt;
     std::string text;
     while (!name.empty()) {
-        auto code = take_utf16(&name);
-        if (!code || *code == 0)
+        const auto next = ovra::first_of_utf16(ovra::bytes_of_units(name));
+        if (!next.valid || next.character == 0)
             return std::nullopt;
-        append_utf8(&text, *code == '/' ? '!' : *code);
+        text.append(ovra::utf8_character(next.character == '/' ? '!' : next.character).view());
+        name = name.subspan(next.size);
     }
     text.push_back('-');
     text.append(ovra::guid_text(guid, ovra::letters::lower).view());
