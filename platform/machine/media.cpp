@@ -50,39 +50,6 @@ std::optional<std::uint64_t> size_of(int fd)
     return size;
 }
 
-int nibble(char digit)
-{
-    if (digit >= '0' && digit <= '9')
-        return digit - '0';
-    if (digit >= 'a' && digit <= 'f')
-        return digit - 'a' + 10;
-    if (digit >= 'A' && digit <= 'F')
-        return digit - 'A' + 10;
-    return -1;
-}
-
-// The bytes on disk of a GUID's text: the first three groups are little-endian numbers.
-std::optional<std::array<std::uint8_t, 16>> guid_bytes(const char *text)
-{
-    static constexpr std::array<std::uint8_t, 16> places = {3, 2, 1,  0,  5,  4,  7,  6,
-                                                            8, 9, 10, 11, 12, 13, 14, 15};
-    std::array<std::uint8_t, 16> bytes = {};
-    std::size_t count = 0;
-    if (text == nullptr)
-        return std::nullopt;
-    for (const char *at = text; *at != '\0'; ++at) {
-        if (*at == '-')
-            continue;
-        const int high = nibble(*at);
-        const int low = high < 0 ? -1 : nibble(at[1]);
-        if (low < 0 || count == bytes.size())
-            return std::nullopt;
-        bytes[places[count++]] = static_cast<std::uint8_t>(high << 4 | low);
-        ++at;
-    }
-    return count == bytes.size() ? std::optional(bytes) : std::nullopt;
-}
-
 class table_reader {
 public:
     table_reader(const disk &read_disk, std::uint64_t device_size, bool says_why)
@@ -159,13 +126,14 @@ private:
             return;
         }
         if (found->table == table_kind::gpt) {
-            const auto guid = guid_bytes(blkid_partition_get_uuid(stored));
+            const char *text = blkid_partition_get_uuid(stored);
+            const auto guid = ovra::parse_guid(text != nullptr ? text : "");
             if (!guid) {
                 if (telling)
                     debug("%s: partition %d has no GUID", entry.kernel_name.c_str(), number);
                 return;
             }
-            part.guid = *guid;
+            part.guid = ovra::stored_guid(*guid);
         } else if (part.start > largest_mbr_number || part.size > largest_mbr_number) {
             if (telling)
                 debug("%s: partition %d has a number beyond 32 bits", entry.kernel_name.c_str(), number);

@@ -3,11 +3,11 @@
 #ifndef HWPLAT_MACHINE_MEDIA_H
 #define HWPLAT_MACHINE_MEDIA_H
 
-#include <array>
 #include <cstdint>
 #include <vector>
 
 #include "platform/machine/tree.h"
+#include "src/base/guid.h"
 
 namespace machine {
 
@@ -19,9 +19,9 @@ enum class table_kind { none, mbr, gpt };
 struct partition {
     unsigned number =
         0; /* of the table's entry, from 1; logical partitions of an MBR from 5; 0 the whole disk */
-    std::uint64_t start = 0;                /* logical blocks */
-    std::uint64_t size = 0;                 /* logical blocks */
-    std::array<std::uint8_t, 16> guid = {}; /* as it stands on disk; of a GPT */
+    std::uint64_t start = 0;    /* logical blocks */
+    std::uint64_t size = 0;     /* logical blocks */
+    ovra::guid_bytes guid = {}; /* of a GPT */
 
     bool operator==(const partition &) const = default;
 };

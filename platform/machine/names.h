@@ -24,9 +24,6 @@ struct variable_identity {
     EFI_GUID guid;
 };
 
-inline constexpr EFI_GUID global_variable_guid = {
-    0x8be4df61, 0x93ca, 0x11d2, {0xaa, 0x0d, 0x00, 0xe0, 0x98, 0x03, 0x2b, 0x8c}};
-
 /*
  * The units before the terminator of a name that has `size` bytes. Nothing when no terminator is among them
  * or the name is longer than any file name could say.

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "platform/machine/lock.h"
+#include "src/base/guid.h"
 
 namespace machine {
 
@@ -20,7 +21,7 @@ constexpr UINT32 boot_current_attributes = EFI_VARIABLE_BOOTSERVICE_ACCESS | EFI
 std::string global_file(std::string_view name)
 {
     std::vector<CHAR16> units(name.begin(), name.end());
-    return file_name_of(units, global_variable_guid).value();
+    return file_name_of(units, ovra::global_variable_guid).value();
 }
 
 UINT16 option_at(byte_view numbers, std::size_t index)

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "platform/machine/lock.h"
+#include "src/base/guid.h"
 
 namespace machine {
 
@@ -190,7 +191,7 @@ EFI_STATUS set_variable(const firmware &machine, name_view name, const EFI_GUID 
     descriptor folder = open_for_reading(machine.variables.get());
     if (!folder)
         return status_of_folder(errno);
-    bool is_global = std::memcmp(&guid, &global_variable_guid, sizeof guid) == 0;
+    bool is_global = ovra::same_guid(guid, ovra::global_variable_guid);
     return apply({machine, folder, std::move(*file_name), name, is_global, attributes,
                   byte_view(static_cast<const std::byte *>(data), static_cast<std::size_t>(size))});
 }

@@ -32,6 +32,14 @@ constexpr unsigned digit_value(char c)
     return lower >= 'a' && lower <= 'z' ? static_cast<unsigned>(lower - 'a') + 10 : 36;
 }
 
+enum class letters : uint8_t { lower, upper };
+
+/* The hexadecimal digit of a value below 16. */
+constexpr char hex_digit(unsigned value, letters of)
+{
+    return (of == letters::lower ? "0123456789abcdef" : "0123456789ABCDEF")[value & 15];
+}
+
 /* `base` is 2 to 36, or 0: 16 behind "0x", 8 behind another 0, else 10. Base 16 takes "0x" too. */
 constexpr number_text read_digits(const char *text, unsigned base)
 {

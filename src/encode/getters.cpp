@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "src/base/guid.h"
 #include "src/base/number.h"
 #include "src/encode/encode.h"
 #include "src/encode/get.h"
@@ -111,7 +112,8 @@ int encode_arg_eisaid(uefi_arg_list_t *list, const char *name, uint32_t *out)
     return 0;
 }
 
-// The digits of one field of a GUID. Kept: other characters end the number, without an error.
+// The digits of one field of a GUID. Kept: other characters end the number, without an error;
+// parse_guid refuses such a text.
 // [kept_guid_fields_*, kept_guid_of_no_digits_is_zeros, kept_hex*_at_the_first_other_character]
 static bool convert_hex(const char *digits, uint64_t *out)
 {
@@ -133,17 +135,16 @@ static bool convert_hex_pair(const char *digits, uint8_t *out)
 
 int encode_arg_guid(uefi_arg_list_t *list, const char *name, EFI_GUID *out)
 {
-    static constexpr int dashes[] = {8, 13, 18, 23};
     const char *value = ovra_get_arg(list, name);
     if (!value) {
         say("encode_arg_guid: argument not found %s\n", name);
         return absent;
     }
-    char text[36 + 1];
+    char text[ovra::guid_length + 1];
     if (strlen(value) != sizeof text - 1)
         return fail("GUID not 36 characters");
     memcpy(text, value, sizeof text);
-    for (const int dash : dashes) {
+    for (const size_t dash : ovra::guid_dashes) {
         if (text[dash] != '-')
             return fail("GUID improperly formatted");
         text[dash] = '\0';

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "src/base/guid.h"
 #include "src/print/print.h"
 #include "src/print/rows.h"
 
@@ -13,11 +14,7 @@ void add_signature(text &to, const uefi_hard_drive_path_t &node)
         memcpy(&signature, node.part_sig, sizeof signature);
         to.add("0x%08X", signature);
     } else if (node.sig_type == 2) {
-        EFI_GUID guid;
-        memcpy(&guid, node.part_sig, sizeof guid);
-        char digits[37];
-        print_guid(&guid, digits);
-        to.put(digits);
+        to.put(guid_text(*guid_of(node.part_sig), letters::upper).view());
     } else {
         to.put("unknown_sig");
     }

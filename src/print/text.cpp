@@ -2,7 +2,9 @@
 #include "src/print/text.h"
 
 #include <cstddef>
+#include <cstring>
 
+#include "src/base/guid.h"
 #include "src/print/print.h"
 
 using namespace ovra;
@@ -38,10 +40,6 @@ void append_uefi_path(const char *piece, char **to)
 
 void print_guid(const EFI_GUID *guid, char *out)
 {
-    const uint8_t *tail = guid->Data4;
-    const auto clock = static_cast<unsigned>(tail[0] << 8 | tail[1]);
-    uint64_t node = 0;
-    for (int i = 2; i < 8; ++i)
-        node = node << 8 | tail[i];
-    snprintf(out, 37, "%08X-%04X-%04X-%04X-%012lX", guid->Data1, guid->Data2, guid->Data3, clock, node);
+    const guid_text digits(*guid, letters::upper);
+    memcpy(out, digits.c_str(), guid_length + 1);
 }

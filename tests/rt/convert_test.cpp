@@ -212,7 +212,7 @@ TEST(utf8_to_ucs2, descriptor_that_is_not_open_is_silent_while_the_switch_is_off
     EXPECT_EQ(said.text(), "");
 }
 
-TEST(utf8_to_ucs2, conversion_goes_through_the_descriptor_given)
+TEST(utf8_to_ucs2, kept_conversion_goes_through_the_descriptor_given)
 {
     const iconv_t big_endian = iconv_open("UCS-2BE", "UTF-8");
     ASSERT_NE(big_endian, never_opened());

@@ -348,12 +348,8 @@ void require_sysfs()
 
 std::string guid_text(byte_view guid)
 {
-    EFI_GUID fields = {};
-    if (guid.size() != sizeof fields)
-        return {};
-    memcpy(&fields, guid.data(), sizeof fields);
-    return format("%08x-%04x-%04x-", fields.Data1, fields.Data2, fields.Data3) + hex({fields.Data4, 2}) +
-           '-' + hex({fields.Data4 + 2, 6});
+    const auto read = ovra::guid_of(guid);
+    return read ? guid_text(*read) : std::string();
 }
 
 std::string size_text(uint64_t count)

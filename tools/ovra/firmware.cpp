@@ -17,9 +17,6 @@ namespace tool {
 
 namespace {
 
-constexpr EFI_GUID global_variable = {
-    0x8be4df61, 0x93ca, 0x11d2, {0xaa, 0x0d, 0x00, 0xe0, 0x98, 0x03, 0x2b, 0x8c}};
-
 bytes copy(const void *data, size_t size)
 {
     const auto *begin = static_cast<const uint8_t *>(data);
@@ -55,7 +52,7 @@ bool started_with_no_runtime(const std::string &root)
 
 variable_id global_id(const std::string &name)
 {
-    return {to_ucs2(name).value(), global_variable};
+    return {to_ucs2(name).value(), ovra::global_variable_guid};
 }
 
 bool is_permission(int error)

@@ -13,12 +13,11 @@ namespace tool {
 std::vector<uint16_t> firmware::options()
 {
     std::set<uint16_t> numbers;
-    const variable_id global = global_id("Boot");
     for (const variable_id &id : variables()) {
         const std::string name = to_utf8(id.name);
         const auto number = parse_option(name);
         // Firmware boots only options of its own vendor, and of the one spelling.
-        if (number && name == option_name(*number) && memcmp(&id.guid, &global.guid, sizeof id.guid) == 0)
+        if (number && name == option_name(*number) && ovra::same_guid(id.guid, ovra::global_variable_guid))
             numbers.insert(*number);
     }
     return {numbers.begin(), numbers.end()};

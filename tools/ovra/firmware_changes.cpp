@@ -69,7 +69,7 @@ bool firmware::is_real() const
 
 std::string firmware::file_of(const std::string &name) const
 {
-    return variables_folder() + '/' + name + "-8be4df61-93ca-11d2-aa0d-00e098032b8c";
+    return variables_folder() + '/' + name + '-' + guid_text(ovra::global_variable_guid);
 }
 
 not_changed firmware::no_permission(const change_request &request) const

@@ -213,13 +213,6 @@ std::optional<uint64_t> listed_value(std::string_view list, std::string_view wor
     return std::nullopt;
 }
 
-bool is_guid(std::string_view text)
-{
-    const std::string_view form = "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx";
-    return std::equal(form.begin(), form.end(), text.begin(), text.end(),
-                      [](char wanted, char c) { return wanted == 'x' ? is_hex_digit(c) : c == wanted; });
-}
-
 bool is_eisa_id(std::string_view text)
 {
     return text == "0" ||
@@ -249,9 +242,9 @@ bool is_of_kind(std::string_view kind, const std::string &text)
     if (kind == "bytes")
         return are_hex_digits(text) && text.size() % 2 == 0;
     if (kind == "guid")
-        return is_guid(text);
+        return ovra::parse_guid(text).has_value();
     if (kind == "guid?")
-        return is_guid(text) || number_in(text);
+        return ovra::parse_guid(text) || number_in(text);
     if (kind == "eisa")
         return is_eisa_id(text);
     if (kind == "address")

@@ -9,68 +9,11 @@
 #include <cwchar>
 #include <cwctype>
 
+#include "src/base/text.h"
+
 namespace tool {
 
 namespace {
-
-constexpr char32_t replacement = 0xfffd;
-
-struct decoded {
-    char32_t character = replacement;
-    size_t size = 1;
-    bool valid = false;
-};
-
-// The character that a non-empty text begins with; one byte when it is no UTF-8.
-decoded first_character(std::string_view text)
-{
-    const auto byte = [text](size_t at) { return static_cast<unsigned char>(text[at]); };
-    const unsigned char lead = byte(0);
-    if (lead < 0x80)
-        return {lead, 1, true};
-    struct form {
-        unsigned char mask, mark;
-        size_t size;
-        char32_t least;
-    };
-    static constexpr form forms[] = {{0xe0, 0xc0, 2, 0x80}, {0xf0, 0xe0, 3, 0x800}, {0xf8, 0xf0, 4, 0x10000}};
-    for (const form &form : forms) {
-        if ((lead & form.mask) != form.mark)
-            continue;
-        if (text.size() < form.size)
-            return {};
-        auto character = static_cast<char32_t>(lead & static_cast<unsigned char>(~form.mask));
-        for (size_t at = 1; at < form.size; ++at) {
-            if ((byte(at) & 0xc0) != 0x80)
-                return {};
-            character = character << 6 | (byte(at) & 0x3fu);
-        }
-        if (character < form.least || character > 0x10ffff || (character >= 0xd800 && character < 0xe000))
-            return {};
-        return {character, form.size, true};
-    }
-    return {};
-}
-
-void append_utf8(std::string *to, char32_t character)
-{
-    const auto put = [to](char32_t byte) { to->push_back(static_cast<char>(byte)); };
-    if (character < 0x80) {
-        put(character);
-    } else if (character < 0x800) {
-        put(0xc0 | character >> 6);
-        put(0x80 | (character & 0x3f));
-    } else if (character < 0x10000) {
-        put(0xe0 | character >> 12);
-        put(0x80 | (character >> 6 & 0x3f));
-        put(0x80 | (character & 0x3f));
-    } else {
-        put(0xf0 | character >> 18);
-        put(0x80 | (character >> 12 & 0x3f));
-        put(0x80 | (character >> 6 & 0x3f));
-        put(0x80 | (character & 0x3f));
-    }
-}
 
 // Characters that change how the text around them is shown, or take no room and show nothing.
 bool misleads(char32_t character)
@@ -94,8 +37,8 @@ bool shows(char32_t character)
 std::vector<CHAR16> units_of(byte_view data)
 {
     std::vector<CHAR16> units;
-    for (size_t at = 0; at + 1 < data.size(); at += 2)
-        units.push_back(static_cast<CHAR16>(data[at] | data[at + 1] << 8));
+    for (size_t at = 0; at < ovra::unit_count(data); ++at)
+        units.push_back(ovra::unit_at(data, at));
     return units;
 }
 
@@ -105,7 +48,7 @@ std::optional<std::vector<CHAR16>> to_ucs2(std::string_view utf8)
 {
     std::vector<CHAR16> units;
     while (!utf8.empty()) {
-        const decoded next = first_character(utf8);
+        const auto next = ovra::first_of_utf8(utf8);
         if (!next.valid || next.character == 0 || next.character > 0xffff)
             return std::nullopt;
         units.push_back(static_cast<CHAR16>(next.character));
@@ -117,28 +60,17 @@ std::optional<std::vector<CHAR16>> to_ucs2(std::string_view utf8)
 
 bytes stored(std::span<const CHAR16> text)
 {
-    bytes data;
-    for (const CHAR16 unit : text) {
-        data.push_back(static_cast<uint8_t>(unit));
-        data.push_back(static_cast<uint8_t>(unit >> 8));
-    }
-    return data;
+    const byte_view data = ovra::bytes_of_units(text);
+    return {data.begin(), data.end()};
 }
 
 std::string to_utf8(std::span<const CHAR16> text)
 {
-    const auto is_high = [](CHAR16 unit) { return unit >= 0xd800 && unit < 0xdc00; };
-    const auto is_low = [](CHAR16 unit) { return unit >= 0xdc00 && unit < 0xe000; };
     std::string utf8;
-    for (size_t at = 0; at < text.size() && text[at] != 0; ++at) {
-        char32_t character = text[at];
-        if (is_high(text[at]) && at + 1 < text.size() && is_low(text[at + 1])) {
-            character = 0x10000 + ((character - 0xd800) << 10) + (text[at + 1] - 0xdc00u);
-            ++at;
-        } else if (is_high(text[at]) || is_low(text[at])) {
-            character = replacement;
-        }
-        append_utf8(&utf8, character);
+    while (!text.empty() && text.front() != 0) {
+        const auto next = ovra::first_of_utf16(ovra::bytes_of_units(text));
+        utf8 += ovra::utf8_character(next.character).view();
+        text = text.subspan(next.size);
     }
     return utf8;
 }
@@ -160,7 +92,7 @@ std::optional<std::string> as_text(byte_view data)
         units.pop_back();
     // Nearly any pair of bytes is some character: without a terminator only European letters count as text.
     const auto is_text = [terminated](CHAR16 unit) {
-        return (terminated || unit < 0x250) && (unit < 0xd800 || unit >= 0xe000) && shows(unit);
+        return (terminated || unit < 0x250) && !ovra::is_surrogate(unit) && shows(unit);
     };
     if (units.empty() || !std::all_of(units.begin(), units.end(), is_text))
         return std::nullopt;
@@ -171,7 +103,7 @@ std::string printable(std::string_view utf8)
 {
     std::string shown;
     while (!utf8.empty()) {
-        const decoded next = first_character(utf8);
+        const auto next = ovra::first_of_utf8(utf8);
         if (!next.valid)
             shown += format("\\x%02x", static_cast<unsigned char>(utf8[0]));
         else if (shows(next.character))
@@ -187,14 +119,13 @@ std::string escaped_in_json(std::string_view document)
 {
     std::string escaped;
     while (!document.empty()) {
-        const decoded next = first_character(document);
-        const auto character = static_cast<unsigned>(next.character);
-        if (character == '\n' || shows(next.character))
+        const auto next = ovra::first_of_utf8(document);
+        if (next.character == '\n' || shows(next.character)) {
             escaped += document.substr(0, next.size);
-        else if (character <= 0xffff)
-            escaped += format("\\u%04x", character);
-        else
-            escaped += format("\\u%04x\\u%04x", 0xd7c0 + (character >> 10), 0xdc00 + (character & 0x3ff));
+        } else {
+            for (const CHAR16 unit : ovra::utf16_character(next.character).view())
+                escaped += format("\\u%04x", unit);
+        }
         document.remove_prefix(next.size);
     }
     return escaped;
@@ -204,7 +135,7 @@ size_t columns(std::string_view utf8)
 {
     size_t total = 0;
     while (!utf8.empty()) {
-        const decoded next = first_character(utf8);
+        const auto next = ovra::first_of_utf8(utf8);
         const int width = wcwidth(static_cast<wchar_t>(next.character));
         total += width < 0 ? 1 : static_cast<size_t>(width);
         utf8.remove_prefix(next.size);
@@ -221,6 +152,11 @@ std::string hex(byte_view data)
         text += digits[byte & 15];
     }
     return text;
+}
+
+std::string guid_text(const EFI_GUID &guid)
+{
+    return std::string(ovra::guid_text(guid, ovra::letters::lower).view());
 }
 
 std::optional<bytes> parse_hex(std::string_view text)

@@ -10,12 +10,12 @@
 #include <string_view>
 #include <vector>
 
-#include <ovra/uefi.h>
+#include "src/base/guid.h"
 
 namespace tool {
 
 using bytes = std::vector<uint8_t>;
-using byte_view = std::span<const uint8_t>;
+using ovra::byte_view;
 
 // UTF-8 as null-terminated UCS-2. Nothing when it is no UTF-8, or has a character that UCS-2 has not.
 std::optional<std::vector<CHAR16>> to_ucs2(std::string_view utf8);
@@ -40,6 +40,9 @@ std::string escaped_in_json(std::string_view document);
 size_t columns(std::string_view utf8);
 
 std::string hex(byte_view data);
+
+// "8be4df61-93ca-..."
+std::string guid_text(const EFI_GUID &guid);
 
 // Pairs of hexadecimal digits; blanks and colons between pairs do not count.
 std::optional<bytes> parse_hex(std::string_view text);

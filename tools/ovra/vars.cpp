@@ -17,12 +17,6 @@ struct named_variable {
     variable content;
 };
 
-std::string guid_text(const EFI_GUID &guid)
-{
-    return format("%08x-%04x-%04x-", guid.Data1, guid.Data2, guid.Data3) + hex({guid.Data4, 2}) + '-' +
-           hex({guid.Data4 + 2, 6});
-}
-
 std::vector<named_variable> matching(firmware &machine, const std::string &filter)
 {
     std::vector<named_variable> entries;
