@@ -22,10 +22,10 @@
 
 namespace {
 
-/* A machine whose services are open, and which files its descriptors were opened on. */
+// A machine whose services are open, and which files its descriptors were opened on.
 class service {
 public:
-    /* Nothing when they are not open at all. */
+    // Nothing when they are not open at all.
     static std::shared_ptr<service> make(std::unique_ptr<machine::firmware> machine)
     {
         auto root = machine::identity_of_descriptor(machine->root.folder.get());
@@ -50,10 +50,8 @@ public:
 
     [[nodiscard]] const machine::firmware &machine() const { return *firmware; }
 
-    /*
-     * Whether the descriptors are still those that were opened. A program may have closed all that it did not
-     * know, and the numbers may be its own files' by now.
-     */
+    // Whether the descriptors are still those that were opened. A program may have closed all that it did not
+    // know, and the numbers may be its own files' by now.
     [[nodiscard]] bool is_whole() const
     {
         return machine::identity_of_descriptor(firmware->variables.get()) == variables &&
@@ -62,7 +60,7 @@ public:
 
     [[nodiscard]] int number() const { return firmware->variables.get(); }
 
-    /* A higher one. False with errno when there is none left. */
+    // A higher one. False with errno when there is none left.
     bool take_another_number()
     {
         const int another = fcntl(number(), F_DUPFD_CLOEXEC, number() + 1);
@@ -72,7 +70,7 @@ public:
         return true;
     }
 
-    /* Leaves the numbers to whoever has them. */
+    // Leaves the numbers to whoever has them.
     void abandon() const
     {
         firmware->variables.release();
@@ -85,16 +83,14 @@ private:
     machine::identity variables;
 };
 
-/*
- * What devns_open served itself. The number is a real descriptor's, the machine's folder of variables, so
- * that the system gives it to nothing else. A command that is being carried out keeps its machine open even
- * when another thread closes it meanwhile.
- */
+// What devns_open served itself. The number is a real descriptor's, the machine's folder of variables, so
+// that the system gives it to nothing else. A command that is being carried out keeps its machine open even
+// when another thread closes it meanwhile.
 class served_table {
 public:
     using entry = std::shared_ptr<service>;
 
-    /* The number that the service has from now on, or -1 with errno. */
+    // The number that the service has from now on, or -1 with errno.
     int add(const entry &opened)
     {
         for (;;) {
@@ -129,14 +125,14 @@ private:
     std::map<int, entry> entries; // under lock_process_state()
 };
 
-/* Never destroyed: a handle may be closed by an exit handler. */
+// Never destroyed: a handle may be closed by an exit handler.
 served_table &served()
 {
     static auto &only = *new served_table;
     return only;
 }
 
-/* What the kernel answers to a null pointer, which the C library's headers do not let through to it. */
+// What the kernel answers to a null pointer, which the C library's headers do not let through to it.
 int bad_address()
 {
     errno = EFAULT;
@@ -149,14 +145,14 @@ int bad_descriptor()
     return -1;
 }
 
-/* A number that the system gives anew is no longer that of a service which the program has closed itself. */
+// A number that the system gives anew is no longer that of a service which the program has closed itself.
 void forget(int fd)
 {
     if (auto gone = served().take(fd))
         gone->abandon();
 }
 
-/* The link that a disk's name of the machine would be. */
+// The link that a disk's name of the machine would be.
 std::optional<std::string> device_link(std::string_view path)
 {
     for (const std::string_view folder : {"/dev/dsk/", "/dev/rdsk/"}) {
@@ -166,7 +162,7 @@ std::optional<std::string> device_link(std::string_view path)
     return std::nullopt;
 }
 
-/* For a C function: what `call` gives, or -1 with errno. */
+// For a C function: what `call` gives, or -1 with errno.
 template <typename body>
 auto guarded(body call) noexcept -> decltype(call())
 {

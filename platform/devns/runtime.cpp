@@ -100,7 +100,7 @@ int get_wakeup_time(const firmware &machine, const ovra_get_wakeup_time_args_t &
     return answer(args.ret, status);
 }
 
-/* An enumeration out of a record, which may hold any number there. */
+// An enumeration out of a record, which may hold any number there.
 template <typename enumeration>
 UINT32 number_of(const enumeration &field)
 {
@@ -130,7 +130,7 @@ int get_next_high_monotonic_count(const firmware &machine,
     return answer(args.ret, machine::next_high_monotonic_count(machine, args.high_count));
 }
 
-/* Calls a command with the record that is its own. */
+// Calls a command with the record that is its own.
 template <typename args>
 int with(int (*serve)(const firmware &, const args &), const firmware &machine, const void *record)
 {

@@ -12,11 +12,11 @@ namespace {
 
 constexpr std::int64_t nanoseconds = 1'000'000'000;
 
-/* time-offset: seconds and nanoseconds from the host's clock to the machine's, time zone, daylight. */
+// time-offset: seconds and nanoseconds from the host's clock to the machine's, time zone, daylight.
 constexpr const char *offset_file = "time-offset";
-/* wakeup: 1 or 0 for enabled, then year to second, nanosecond, time zone, daylight. */
+// wakeup: 1 or 0 for enabled, then year to second, nanosecond, time zone, daylight.
 constexpr const char *wakeup_file = "wakeup";
-/* monotonic-count: the last number given out. */
+// monotonic-count: the last number given out.
 constexpr const char *count_file = "monotonic-count";
 
 struct moment {
@@ -31,7 +31,7 @@ moment host_now()
     return {now.tv_sec, now.tv_nsec};
 }
 
-/* The host's time moved by what `time-offset` says; nothing when that makes no sense. */
+// The host's time moved by what `time-offset` says; nothing when that makes no sense.
 std::optional<EFI_TIME> shifted_time(moment host, const std::array<std::int64_t, 4> &stored)
 {
     auto [seconds, fraction, zone, daylight] = stored;
@@ -64,7 +64,7 @@ EFI_STATUS time_now(const firmware &machine, EFI_TIME *time)
     return EFI_SUCCESS;
 }
 
-/* A value that does not fit its field makes the whole alarm one that seconds_of refuses. */
+// A value that does not fit its field makes the whole alarm one that seconds_of refuses.
 template <typename field>
 bool put(std::int64_t number, field *out)
 {

@@ -14,10 +14,8 @@ namespace machine {
 
 namespace {
 
-/*
- * The kernel marks most variables immutable, so that nobody deletes them by accident. Lifts that while it
- * lives, for a file that has the mark.
- */
+// The kernel marks most variables immutable, so that nobody deletes them by accident. Lifts that while it
+// lives, for a file that has the mark.
 class lifted_immutable_flag {
 public:
     lifted_immutable_flag(int folder, const char *file_name)
@@ -47,7 +45,7 @@ private:
     bool lifted = false;
 };
 
-/* The kernel hands the firmware each write as one whole variable. */
+// The kernel hands the firmware each write as one whole variable.
 EFI_STATUS write_once(int file, byte_view contents)
 {
     ssize_t written = 0;
@@ -67,10 +65,8 @@ EFI_STATUS write_once(int file, byte_view contents)
     }
 }
 
-/*
- * A variable that the firmware refused would stay behind as an empty file, and an immutable one where the
- * kernel does not know its name.
- */
+// A variable that the firmware refused would stay behind as an empty file, and an immutable one where the
+// kernel does not know its name.
 void remove_refused(int folder, const char *file_name, descriptor file)
 {
     lifted_immutable_flag lift(file.release());

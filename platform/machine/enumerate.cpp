@@ -11,21 +11,19 @@ namespace machine {
 
 namespace {
 
-/* Walks that are kept at once, by a descriptor or by the process: the ones that rest longest are given up. */
+// Walks that are kept at once, by a descriptor or by the process: the ones that rest longest are given up.
 constexpr std::size_t most_walks = 16;
 
 using name_list = std::shared_ptr<const std::vector<std::string>>;
 
-/*
- * A walk whose descriptor was closed on the way. Callers may open the services anew for each step: the next
- * one goes on where a walk of the same folder stands.
- */
+// A walk whose descriptor was closed on the way. Callers may open the services anew for each step: the next
+// one goes on where a walk of the same folder stands.
 struct left_walk {
     identity folder;
     variable_walk walk;
 };
 
-/* Never destroyed: an exit handler or another thread may still ask. Under lock_process_state(). */
+// Never destroyed: an exit handler or another thread may still ask. Under lock_process_state().
 std::vector<left_walk> &left_walks()
 {
     static auto &only = *new std::vector<left_walk>;
@@ -42,7 +40,7 @@ bool is_at_end(const left_walk &left)
     return is_at_end(left.walk);
 }
 
-/* One at its end is the first to be given up: it is asked once more at most. */
+// One at its end is the first to be given up: it is asked once more at most.
 template <typename walk>
 void keep(std::vector<walk> &walks, walk added)
 {
@@ -61,7 +59,7 @@ bool stands_at(const variable_walk &walk, const std::string &name)
     return walk.last != variable_walk::none && (*walk.file_names)[walk.last] == name;
 }
 
-/* Takes the latest walk of which `fits` is true. */
+// Takes the latest walk of which `fits` is true.
 template <typename walk, typename condition>
 std::optional<walk> take_latest(std::vector<walk> &walks, condition fits)
 {
@@ -73,8 +71,8 @@ std::optional<walk> take_latest(std::vector<walk> &walks, condition fits)
     return taken;
 }
 
-/* The walk that goes on behind `previous`: one that stands there, of this descriptor or of one that is
- * closed. */
+// The walk that goes on behind `previous`: one that stands there, of this descriptor or of one that is
+// closed.
 std::optional<variable_walk> walk_at(const firmware &machine, const identity &folder,
                                      const std::string &previous)
 {
@@ -89,7 +87,7 @@ std::optional<variable_walk> walk_at(const firmware &machine, const identity &fo
     return left ? std::optional(std::move(left->walk)) : std::nullopt;
 }
 
-/* The list of a walk of this descriptor in which `name` stands, at whatever place the walk is. */
+// The list of a walk of this descriptor in which `name` stands, at whatever place the walk is.
 name_list list_with(const firmware &machine, const std::string &name)
 {
     std::vector<variable_walk> walks;
@@ -121,11 +119,9 @@ EFI_STATUS list_names(const firmware &machine, name_list *out)
     return EFI_SUCCESS;
 }
 
-/*
- * The walk for the step behind `previous`. A walk keeps its list, or deleting on the way would cost a reading
- * of the folder for each step; who begins, at the start or in the middle, gets one that is up to date. Only
- * who asks for what follows a variable that is gone goes along an older one.
- */
+// The walk for the step behind `previous`. A walk keeps its list, or deleting on the way would cost a reading
+// of the folder for each step; who begins, at the start or in the middle, gets one that is up to date. Only
+// who asks for what follows a variable that is gone goes along an older one.
 EFI_STATUS find_walk(const firmware &machine, const identity &folder, const std::string &previous,
                      variable_walk *walk)
 {
@@ -146,7 +142,7 @@ EFI_STATUS find_walk(const firmware &machine, const identity &folder, const std:
     return list_names(machine, &walk->file_names);
 }
 
-/* A walk that is taken out for a step, and put back whatever comes of that. */
+// A walk that is taken out for a step, and put back whatever comes of that.
 class walk_under_way {
 public:
     explicit walk_under_way(const firmware &opened) : machine(opened)
@@ -164,7 +160,7 @@ public:
         keep(machine.walks, std::move(walk));
     }
 
-    /* Keeps no more of it than where it ended, for a caller who asks once more. */
+    // Keeps no more of it than where it ended, for a caller who asks once more.
     void end(const std::string &last_name)
     {
         if (walk.last != variable_walk::none)
@@ -193,7 +189,7 @@ EFI_STATUS hand_over(const std::string &file_name, UINTN *size, CHAR16 *name, EF
     return EFI_SUCCESS;
 }
 
-/* Gives out what follows `previous` in the walk's list and is still there. */
+// Gives out what follows `previous` in the walk's list and is still there.
 EFI_STATUS step(const firmware &machine, variable_walk *walk, const std::string &previous, UINTN *size,
                 CHAR16 *name, EFI_GUID *guid)
 {

@@ -30,7 +30,7 @@ struct close_folder {
 };
 using open_folder = std::unique_ptr<DIR, close_folder>;
 
-/* While it lives, a file that would grow beyond the process's limit does not end the program (SIGXFSZ). */
+// While it lives, a file that would grow beyond the process's limit does not end the program (SIGXFSZ).
 class no_size_signal {
 public:
     no_size_signal()
@@ -59,7 +59,7 @@ private:
     bool was_pending = false;
 };
 
-/* fsync. One that a signal broke off is made again, but not for ever. */
+// fsync. One that a signal broke off is made again, but not for ever.
 int synchronise(int fd)
 {
     int result = fsync(fd);
@@ -83,13 +83,13 @@ int write_all(int fd, byte_view rest)
     return 0;
 }
 
-/* What has happened stands whatever this answers: any failure is one and the same, and never "no room". */
+// What has happened stands whatever this answers: any failure is one and the same, and never "no room".
 int write_back(int folder)
 {
     return synchronise(folder) == 0 ? 0 : EIO;
 }
 
-/* A name may be left over from a stopped process that had this one's number: then the next one is tried. */
+// A name may be left over from a stopped process that had this one's number: then the next one is tried.
 int create_temporary(int folder, temporary_name *name, descriptor *file)
 {
     static std::atomic<unsigned> counter;
@@ -133,11 +133,9 @@ void descriptor::reset(int fd) noexcept
 
 namespace {
 
-/*
- * A folder just made: a umask may have left not even its owner a way in, and what root makes belongs to the
- * owner of the folder around it. By the descriptor, as somebody else may exchange the name meanwhile. A file
- * system without modes or owners needs neither.
- */
+// A folder just made: a umask may have left not even its owner a way in, and what root makes belongs to the
+// owner of the folder around it. By the descriptor, as somebody else may exchange the name meanwhile. A file
+// system without modes or owners needs neither.
 void hand_out_folder(int folder, int above)
 {
     constexpr mode_t mode = 0755;

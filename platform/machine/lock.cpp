@@ -35,7 +35,7 @@ struct machine_identity {
     bool operator==(const machine_identity &) const = default;
 };
 
-/* A lock that a thread has, or waits for. Listed, so that a child made meanwhile knows what to close. */
+// A lock that a thread has, or waits for. Listed, so that a child made meanwhile knows what to close.
 struct entry {
     entry *next = nullptr;
     const void *thread = nullptr;
@@ -57,7 +57,7 @@ void remove_from_list(const entry *gone)
     }
 }
 
-/* The program may have closed all descriptors, and the number may be another file's by now. */
+// The program may have closed all descriptors, and the number may be another file's by now.
 bool is_still_open(const entry &lock)
 {
     auto now = identity_of_descriptor(lock.file.get());
@@ -80,7 +80,7 @@ struct take_off_list {
 };
 using listed_entry = std::unique_ptr<entry, take_off_list>;
 
-/* Its address names the thread; a thread that ends gives back what it has. */
+// Its address names the thread; a thread that ends gives back what it has.
 struct this_thread {
     this_thread() = default;
     this_thread(const this_thread &) = delete;
@@ -113,7 +113,7 @@ entry *find_own(const machine_identity &machine)
     return found;
 }
 
-/* What the thread took last, of whichever machine. */
+// What the thread took last, of whichever machine.
 entry *find_last_own()
 {
     auto guard = lock_process_state();
@@ -135,8 +135,7 @@ lock_place place_of(const machine_root &root)
     return {open_below(root.folder.get(), {"var", "lib", "hwplat"}, missing_folders::create), "lock"};
 }
 
-/* Whose file the lock may be, besides the caller's: who owns the machine's folder can do there what he likes.
- */
+// Whose file the lock may be, besides the caller's: who owns the machine's folder can do there what he likes.
 std::optional<uid_t> owner_of(const machine_root &root)
 {
     struct stat info = {};
@@ -145,7 +144,7 @@ std::optional<uid_t> owner_of(const machine_root &root)
     return info.st_uid;
 }
 
-/* 0, or why the lock cannot be trusted to the file. */
+// 0, or why the lock cannot be trusted to the file.
 int check_file(int file, const machine_root &root, const char *name)
 {
     struct stat info = {};
@@ -161,7 +160,7 @@ int check_file(int file, const machine_root &root, const char *name)
     return 0;
 }
 
-/* What root makes in somebody's machine is that user's, who could not write his machine otherwise. */
+// What root makes in somebody's machine is that user's, who could not write his machine otherwise.
 void hand_to_owner(int file, const machine_root &root)
 {
     auto owner = owner_of(root);
@@ -196,7 +195,7 @@ int open_lock_file(const lock_place &place, const machine_root &root, descriptor
     return 0;
 }
 
-/* Opens the file and lists it, in one: a child made in between would keep what it does not know of. */
+// Opens the file and lists it, in one: a child made in between would keep what it does not know of.
 int list_new_entry(const machine_root &root, const machine_identity &machine, listed_entry *out)
 {
     lock_place place = place_of(root);
@@ -220,10 +219,8 @@ int list_new_entry(const machine_root &root, const machine_identity &machine, li
     return 0;
 }
 
-/*
- * Whether the name is still that of the file: a lock on a removed one keeps nobody out. 0 for yes, ENOENT for
- * no, or why that cannot be told.
- */
+// Whether the name is still that of the file: a lock on a removed one keeps nobody out. 0 for yes, ENOENT for
+// no, or why that cannot be told.
 int is_out_of_place(const entry &lock, const machine_root &root)
 {
     lock_place place = place_of(root);
@@ -233,7 +230,7 @@ int is_out_of_place(const entry &lock, const machine_root &root)
     return identity{info.st_dev, info.st_ino} == lock.file_identity ? 0 : ENOENT;
 }
 
-/* The process of a line such as "3: FLOCK  ADVISORY  WRITE 1234 00:2a:5678 0 EOF"; 0 for another lock. */
+// The process of a line such as "3: FLOCK  ADVISORY  WRITE 1234 00:2a:5678 0 EOF"; 0 for another lock.
 pid_t holder_in(std::string_view line, const identity &file)
 {
     enum { type = 1, mode = 3, process = 4, place = 5, wanted = 6 };
@@ -257,7 +254,7 @@ pid_t holder_in(std::string_view line, const identity &file)
     return static_cast<pid_t>(*number);
 }
 
-/* Who has the lock, as /proc/locks says; 0 when it does not. */
+// Who has the lock, as /proc/locks says; 0 when it does not.
 pid_t holder_of(const identity &file)
 {
     struct close_stream {
@@ -286,10 +283,8 @@ milliseconds now()
                                                     std::chrono::nanoseconds(time.tv_nsec));
 }
 
-/*
- * Waits for the lock of an open file. The system has no such wait with a limit but for signals, which are the
- * program's own: so it is asked again and again, soon at first.
- */
+// Waits for the lock of an open file. The system has no such wait with a limit but for signals, which are the
+// program's own: so it is asked again and again, soon at first.
 int wait_for(const entry &lock, milliseconds deadline)
 {
     constexpr long longest_pause = 4'000'000; // nanoseconds

@@ -234,11 +234,9 @@ std::uint32_t next_record(const std::vector<record_entry> &entries)
     return found != entries.end() ? found->start : 0;
 }
 
-/*
- * Reads what a partition table consists of, before libblkid does, which takes much that it cannot read for
- * what is not there. False when a header of a GPT claims more entries, or larger ones, than a table can have:
- * libblkid would read them all into memory, also where a sparse image holds none of them.
- */
+// Reads what a partition table consists of, before libblkid does, which takes much that it cannot read for
+// what is not there. False when a header of a GPT claims more entries, or larger ones, than a table can have:
+// libblkid would read them all into memory, also where a sparse image holds none of them.
 class table_check {
 public:
     table_check(int device, std::uint64_t device_size, std::uint32_t block_size)

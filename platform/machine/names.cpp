@@ -60,7 +60,7 @@ void append_utf8(std::string *text, unsigned code)
     append_byte(text, 0x80 | (code & 0x3f));
 }
 
-/* Takes one code point off the front; nothing for a surrogate without its partner. */
+// Takes one code point off the front; nothing for a surrogate without its partner.
 std::optional<unsigned> take_utf16(name_view *rest)
 {
     unsigned first = rest->front();
@@ -76,7 +76,7 @@ std::optional<unsigned> take_utf16(name_view *rest)
     return 0x10000 + ((first - 0xd800) << 10) + (second - 0xdc00);
 }
 
-/* Takes one code point off the front; nothing for what is no UTF-8 in its shortest form. */
+// Takes one code point off the front; nothing for what is no UTF-8 in its shortest form.
 std::optional<unsigned> take_utf8(std::string_view *rest)
 {
     struct form {
@@ -136,7 +136,7 @@ std::optional<EFI_GUID> guid_of(std::string_view text)
     return guid;
 }
 
-/* UTF-8 to units; nothing where it is not UTF-8. */
+// UTF-8 to units; nothing where it is not UTF-8.
 std::optional<std::vector<CHAR16>> units_of(std::string_view text)
 {
     std::vector<CHAR16> units;

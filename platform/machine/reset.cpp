@@ -30,7 +30,7 @@ UINT16 option_at(byte_view numbers, std::size_t index)
     return number;
 }
 
-/* A variable that is damaged starts nothing; one that cannot be read might have. */
+// A variable that is damaged starts nothing; one that cannot be read might have.
 bool is_as_good_as_absent(int error)
 {
     return error == ENOENT || error == EBADMSG;
@@ -38,8 +38,7 @@ bool is_as_good_as_absent(int error)
 
 enum class wanted { active, any };
 
-/* Whether there is an option that the firmware would start: it has at least its header. 0 or an errno value.
- */
+// Whether there is an option that the firmware would start: it has at least its header. 0 or an errno value.
 int look_for_option(const firmware &machine, UINT16 number, wanted which, bool *found)
 {
     std::array<char, sizeof "Boot0000"> name = {};
@@ -57,7 +56,7 @@ int look_for_option(const firmware &machine, UINT16 number, wanted which, bool *
     return 0;
 }
 
-/* The first of the options that a variable names, by numbers of 2 bytes. 0 or an errno value. */
+// The first of the options that a variable names, by numbers of 2 bytes. 0 or an errno value.
 int first_option(const firmware &machine, byte_view numbers, wanted which, std::optional<UINT16> *option)
 {
     for (std::size_t i = 0; i < numbers.size() / sizeof(UINT16); ++i) {
@@ -73,8 +72,8 @@ int first_option(const firmware &machine, byte_view numbers, wanted which, std::
     return 0;
 }
 
-/* What the firmware starts: what BootNext names, though it be inactive, else the first active one of
- * BootOrder. */
+// What the firmware starts: what BootNext names, though it be inactive, else the first active one of
+// BootOrder.
 int choose_option(const firmware &machine, const std::string &next_file, std::optional<UINT16> *option)
 {
     stored_variable next;
@@ -96,10 +95,8 @@ EFI_STATUS remove_if_there(const firmware &machine, int folder, const std::strin
     return removed == EFI_NOT_FOUND ? EFI_SUCCESS : removed;
 }
 
-/*
- * BootNext is spent whether or not what it names can be started, as a bad one must not stop every start. It
- * goes last: after a failure or a crash before that, the same start can be played again.
- */
+// BootNext is spent whether or not what it names can be started, as a bad one must not stop every start. It
+// goes last: after a failure or a crash before that, the same start can be played again.
 EFI_STATUS play_start(const firmware &machine)
 {
     std::string next_file = global_file("BootNext");

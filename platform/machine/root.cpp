@@ -26,10 +26,8 @@ struct release {
 };
 using owned_text = std::unique_ptr<char, release>;
 
-/*
- * Whether `path`, open as `folder`, is "/". The numbers alone do not say so: "/" may be mounted a second time
- * elsewhere, and that is a folder like any other. Nothing, with errno, when it cannot be told.
- */
+// Whether `path`, open as `folder`, is "/". The numbers alone do not say so: "/" may be mounted a second time
+// elsewhere, and that is a folder like any other. Nothing, with errno, when it cannot be told.
 std::optional<bool> is_live(const char *path, int folder)
 {
     struct stat here = {};
@@ -51,10 +49,8 @@ const resolved_root *find_resolved(const resolved_root *newest, const char *valu
     return newest;
 }
 
-/*
- * The folder of a relative value, for as long as the process lives: whoever changes the working folder
- * afterwards does not mean another machine. Null with errno when there is no working folder.
- */
+// The folder of a relative value, for as long as the process lives: whoever changes the working folder
+// afterwards does not mean another machine. Null with errno when there is no working folder.
 const char *resolve_once(const char *value)
 {
     std::atomic<const resolved_root *> &roots = common_state().roots;

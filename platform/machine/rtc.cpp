@@ -32,7 +32,7 @@ EFI_STATUS rtc_status(int error)
     }
 }
 
-/* One request to the chip, which is open only for it: the kernel lets one program at a time have it. */
+// One request to the chip, which is open only for it: the kernel lets one program at a time have it.
 template <typename record>
 int ask_chip(const machine_root &root, unsigned long request, record *argument)
 {
@@ -50,7 +50,7 @@ EFI_STATUS ask(const machine_root &root, unsigned long request, record *argument
     return rtc_status(ask_chip(root, request, argument));
 }
 
-/* Nothing when the chip shows no date, as after its battery has failed. */
+// Nothing when the chip shows no date, as after its battery has failed.
 std::optional<EFI_TIME> from_chip(const rtc_time &shown)
 {
     EFI_TIME time = {};
@@ -78,13 +78,13 @@ rtc_time to_chip(const EFI_TIME &time)
     return wanted;
 }
 
-/* The chip has no place for a time zone: it would be forgotten, and the time be another. */
+// The chip has no place for a time zone: it would be forgotten, and the time be another.
 bool has_no_zone(const EFI_TIME &time)
 {
     return (time.timezone == unspecified_timezone || time.timezone == 0) && time.daylight == 0;
 }
 
-/* Whether the chip took the alarm, as far as it can tell: some know no seconds. */
+// Whether the chip took the alarm, as far as it can tell: some know no seconds.
 bool is_same_alarm(const rtc_wkalrm &shown, const EFI_TIME &wanted)
 {
     auto time = from_chip(shown.time);

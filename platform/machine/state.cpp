@@ -13,7 +13,7 @@ namespace machine {
 
 namespace {
 
-/* No state file says more than this many numbers of 20 digits. */
+// No state file says more than this many numbers of 20 digits.
 constexpr std::size_t longest_text = 256;
 
 descriptor open_state(const firmware &machine, missing_folders missing)

@@ -13,8 +13,7 @@ namespace machine {
 
 namespace {
 
-/* The size of a variable's file; 0 when it is damaged, or gone, or without data. Returns 0 or an errno value.
- */
+// The size of a variable's file; 0 when it is damaged, or gone, or without data. Returns 0 or an errno value.
 int variable_file_size(const firmware &machine, const char *file_name, std::size_t *found)
 {
     struct stat info = {};

@@ -20,7 +20,7 @@ constexpr UINT32 plain = EFI_VARIABLE_NON_VOLATILE | EFI_VARIABLE_BOOTSERVICE_AC
 
 constexpr UINT32 volatile_attributes = EFI_VARIABLE_BOOTSERVICE_ACCESS | EFI_VARIABLE_RUNTIME_ACCESS;
 
-/* A folder cannot check a signature; what a real firmware makes of one is its own affair. */
+// A folder cannot check a signature; what a real firmware makes of one is its own affair.
 EFI_STATUS check_attributes(store_kind kind, UINT32 attributes)
 {
     UINT32 known = plain | authenticated;
@@ -33,7 +33,7 @@ EFI_STATUS check_attributes(store_kind kind, UINT32 attributes)
     return EFI_SUCCESS;
 }
 
-/* One request to change a variable, once its arguments have been checked. */
+// One request to change a variable, once its arguments have been checked.
 struct change {
     const firmware &machine;
     const descriptor &folder;
@@ -64,10 +64,8 @@ EFI_STATUS check_space(const change &request, std::size_t old_data, std::size_t 
     return used - before + after <= limits.store ? EFI_SUCCESS : EFI_OUT_OF_RESOURCES;
 }
 
-/*
- * A variable that does not stay is the firmware's own once the system runs. BootCurrent is there on every
- * machine that has started, and this one may just not have.
- */
+// A variable that does not stay is the firmware's own once the system runs. BootCurrent is there on every
+// machine that has started, and this one may just not have.
 bool is_read_only(const change &request, bool exists, const stored_variable &old)
 {
     if (request.machine.kind != store_kind::folder)
@@ -79,7 +77,7 @@ bool is_read_only(const change &request, bool exists, const stored_variable &old
            request.is_global;
 }
 
-/* What a system that runs cannot make. */
+// What a system that runs cannot make.
 EFI_STATUS check_new(const change &request)
 {
     // The kernel takes each byte of a new file's name for one unit of the variable's, and shows "/" as "!".

@@ -14,7 +14,7 @@ using platform_test::replaced_ioctl;
 
 namespace {
 
-/* A clock chip as the kernel shows it. */
+// A clock chip as the kernel shows it.
 struct chip {
     rtc_time time = {.tm_sec = 56,
                      .tm_min = 34,
