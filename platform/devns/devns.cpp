@@ -15,10 +15,13 @@
 #include <unistd.h>
 
 #include "platform/devns/runtime.h"
-#include "platform/machine/drives.h"
 #include "platform/machine/failure.h"
 #include "platform/machine/lock.h"
+#include "platform/machine/picture.h"
 #include "platform/machine/process.h"
+#include "platform/machine/root.h"
+
+using machine::value_or;
 
 namespace {
 
@@ -26,16 +29,16 @@ namespace {
 class service {
 public:
     // Nothing when they are not open at all.
-    static std::shared_ptr<service> make(std::unique_ptr<machine::firmware> machine)
+    static std::shared_ptr<service> make(std::unique_ptr<machine::runtime_services> machine)
     {
-        auto root = machine::identity_of_descriptor(machine->root.folder.get());
-        auto variables = machine::identity_of_descriptor(machine->variables.get());
+        auto root = machine::file_identity_of(machine->root.folder.get());
+        auto variables = machine::file_identity_of(machine->variables.get());
         if (!root || !variables)
             return nullptr;
         return std::make_shared<service>(std::move(machine), *root, *variables);
     }
-    service(std::unique_ptr<machine::firmware> machine, machine::identity root_folder,
-            machine::identity variables_folder)
+    service(std::unique_ptr<machine::runtime_services> machine, machine::file_identity root_folder,
+            machine::file_identity variables_folder)
         : firmware(std::move(machine)), root(root_folder), variables(variables_folder)
     {}
     service(const service &) = delete;
@@ -48,14 +51,14 @@ public:
             abandon();
     }
 
-    [[nodiscard]] const machine::firmware &machine() const { return *firmware; }
+    [[nodiscard]] const machine::runtime_services &machine() const { return *firmware; }
 
     // Whether the descriptors are still those that were opened. A program may have closed all that it did not
     // know, and the numbers may be its own files' by now.
     [[nodiscard]] bool is_whole() const
     {
-        return machine::identity_of_descriptor(firmware->variables.get()) == variables &&
-               machine::identity_of_descriptor(firmware->root.folder.get()) == root;
+        return machine::file_identity_of(firmware->variables.get()) == variables &&
+               machine::file_identity_of(firmware->root.folder.get()) == root;
     }
 
     [[nodiscard]] int number() const { return firmware->variables.get(); }
@@ -78,9 +81,9 @@ public:
     }
 
 private:
-    std::unique_ptr<machine::firmware> firmware;
-    machine::identity root;
-    machine::identity variables;
+    std::unique_ptr<machine::runtime_services> firmware;
+    machine::file_identity root;
+    machine::file_identity variables;
 };
 
 // What devns_open served itself. The number is a real descriptor's, the machine's folder of variables, so
@@ -162,20 +165,6 @@ std::optional<std::string> device_link(std::string_view path)
     return std::nullopt;
 }
 
-// For a C function: what `call` gives, or -1 with errno.
-template <typename body>
-auto guarded(body call) noexcept -> decltype(call())
-{
-    decltype(call()) result = -1;
-    int saved = 0; // what the call left in errno, which belongs to its result
-    const int error = machine::outcome_of([&] {
-        result = call();
-        saved = errno;
-    });
-    errno = error != 0 ? error : saved;
-    return error != 0 ? -1 : result;
-}
-
 } // namespace
 
 #pragma GCC visibility push(default)
@@ -184,7 +173,7 @@ int devns_open(const char *path, int flags)
 {
     if (path == nullptr)
         return bad_address();
-    return guarded([=] {
+    return value_or(-1, [=] {
         // With a mode, so that no header turns the call into that of a symbol of another name.
         int fd = open(path, flags, 0);
         if (fd >= 0) {
@@ -193,7 +182,7 @@ int devns_open(const char *path, int flags)
         }
         if ((errno != ENOENT && errno != ENOTDIR) || std::strcmp(path, DEVNS_RUNTIME_SERVICES) != 0)
             return fd;
-        auto machine = machine::open_firmware();
+        auto machine = machine::open_services();
         if (!machine)
             return -1;
         const auto opened = service::make(std::move(machine));
@@ -203,7 +192,7 @@ int devns_open(const char *path, int flags)
 
 int devns_ioctl(int fd, int command, void *record)
 {
-    return guarded([=] {
+    return value_or(-1, [=] {
         auto opened = served().find(fd);
         if (!opened)
             return ioctl(fd, static_cast<unsigned long>(command), record);
@@ -214,7 +203,7 @@ int devns_ioctl(int fd, int command, void *record)
 
 int devns_close(int fd)
 {
-    return guarded([=] {
+    return value_or(-1, [=] {
         auto opened = served().take(fd);
         if (!opened)
             return close(fd);
@@ -226,7 +215,7 @@ ssize_t devns_readlink(const char *path, char *buf, size_t size)
 {
     if (path == nullptr || buf == nullptr)
         return bad_address();
-    return guarded([=]() -> ssize_t {
+    return value_or(ssize_t{-1}, [=]() -> ssize_t {
         const ssize_t length = readlink(path, buf, size);
         if (length >= 0 || (errno != ENOENT && errno != ENOTDIR))
             return length;
@@ -241,7 +230,7 @@ ssize_t devns_readlink(const char *path, char *buf, size_t size)
 
 int devns_lock(unsigned int seconds, pid_t *holder)
 {
-    return guarded([=] {
+    return value_or(-1, [=] {
         auto root = machine::open_root();
         int error = root.folder ? machine::take_lock(root, std::chrono::seconds(seconds), holder) : errno;
         if (error == 0)
@@ -253,7 +242,7 @@ int devns_lock(unsigned int seconds, pid_t *holder)
 
 int devns_unlock()
 {
-    return guarded([] {
+    return value_or(-1, [] {
         // The machine's folder may be out of reach by now: then it is the lock that was taken last.
         auto root = machine::open_root();
         int error = machine::give_lock(root);

@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
-#include "platform/machine/machine.h"
+#include "platform/machine/clock.h"
 
 #include <array>
 #include <ctime>
 
+#include "platform/machine/eficlock.h"
 #include "platform/machine/lock.h"
+#include "platform/machine/rtc.h"
+#include "platform/machine/state.h"
 
 namespace machine {
 
@@ -51,11 +54,11 @@ std::optional<EFI_TIME> shifted_time(moment host, const std::array<std::int64_t,
     return time;
 }
 
-EFI_STATUS time_now(const firmware &machine, EFI_TIME *time)
+EFI_STATUS time_now(const runtime_services &services, EFI_TIME *time)
 {
     std::array<std::int64_t, 4> stored = {};
     bool found = false;
-    if (EFI_STATUS status = read_state(machine, offset_file, stored, &found); status != EFI_SUCCESS)
+    if (EFI_STATUS status = read_state(services, offset_file, stored, &found); status != EFI_SUCCESS)
         return status;
     auto shown = shifted_time(host_now(), stored); // by nothing where nothing was ever set
     if (!shown)
@@ -72,10 +75,10 @@ bool put(std::int64_t number, field *out)
     return *out == number;
 }
 
-EFI_STATUS read_wakeup(const firmware &machine, wakeup *alarm, bool *found)
+EFI_STATUS read_wakeup(const runtime_services &services, wakeup *alarm, bool *found)
 {
     std::array<std::int64_t, 10> stored = {};
-    if (EFI_STATUS status = read_state(machine, wakeup_file, stored, found); status != EFI_SUCCESS)
+    if (EFI_STATUS status = read_state(services, wakeup_file, stored, found); status != EFI_SUCCESS)
         return status;
     *alarm = {};
     if (!*found)
@@ -93,32 +96,32 @@ EFI_STATUS read_wakeup(const firmware &machine, wakeup *alarm, bool *found)
 
 } // namespace
 
-EFI_STATUS get_time(const firmware &machine, EFI_TIME *time, EFI_TIME_CAPABILITIES *capabilities)
+EFI_STATUS get_time(const runtime_services &services, EFI_TIME *time, EFI_TIME_CAPABILITIES *capabilities)
 {
     constexpr uint32_t usual_accuracy = 50'000'000; // of a crystal: 50 parts per million
     EFI_TIME now = {};
-    EFI_STATUS status = machine.root.live ? rtc_get_time(machine.root, &now) : time_now(machine, &now);
+    EFI_STATUS status = services.root.live ? rtc_get_time(services.root, &now) : time_now(services, &now);
     if (status != EFI_SUCCESS)
         return status;
     *time = now;
     if (capabilities != nullptr) {
-        capabilities->resolution = machine.root.live ? 1 : static_cast<uint32_t>(nanoseconds);
+        capabilities->resolution = services.root.live ? 1 : static_cast<uint32_t>(nanoseconds);
         capabilities->accuracy = usual_accuracy;
         capabilities->sets_to_zero = 0;
     }
     return EFI_SUCCESS;
 }
 
-EFI_STATUS set_time(const firmware &machine, const EFI_TIME &time)
+EFI_STATUS set_time(const runtime_services &services, const EFI_TIME &time)
 {
     auto wanted = seconds_of(time);
     if (!wanted)
         return EFI_INVALID_PARAMETER;
-    held_lock lock(machine.root);
+    held_lock lock(services.root);
     if (lock.error() != 0)
         return lock.status();
-    if (machine.root.live)
-        return rtc_set_time(machine.root, time);
+    if (services.root.live)
+        return rtc_set_time(services.root, time);
     moment host = host_now();
     std::int64_t seconds = *wanted - host.seconds;
     std::int64_t fraction = static_cast<std::int64_t>(time.nanosecond) - host.nanosecond;
@@ -126,21 +129,21 @@ EFI_STATUS set_time(const firmware &machine, const EFI_TIME &time)
         fraction += nanoseconds;
         --seconds;
     }
-    return write_state(machine, offset_file,
+    return write_state(services, offset_file,
                        std::array<std::int64_t, 4>{seconds, fraction, time.timezone, time.daylight});
 }
 
-EFI_STATUS get_wakeup_time(const firmware &machine, wakeup *alarm)
+EFI_STATUS get_wakeup_time(const runtime_services &services, wakeup *alarm)
 {
-    if (machine.root.live)
-        return rtc_get_wakeup_time(machine.root, alarm);
+    if (services.root.live)
+        return rtc_get_wakeup_time(services.root, alarm);
     wakeup stored;
     bool found = false;
-    if (EFI_STATUS status = read_wakeup(machine, &stored, &found); status != EFI_SUCCESS)
+    if (EFI_STATUS status = read_wakeup(services, &stored, &found); status != EFI_SUCCESS)
         return status;
     if (stored.enabled) {
         EFI_TIME now = {};
-        if (EFI_STATUS status = time_now(machine, &now); status != EFI_SUCCESS)
+        if (EFI_STATUS status = time_now(services, &now); status != EFI_SUCCESS)
             return status;
         stored.pending = is_reached(stored.time, now);
     }
@@ -148,46 +151,46 @@ EFI_STATUS get_wakeup_time(const firmware &machine, wakeup *alarm)
     return EFI_SUCCESS;
 }
 
-EFI_STATUS set_wakeup_time(const firmware &machine, bool enable, const EFI_TIME *time)
+EFI_STATUS set_wakeup_time(const runtime_services &services, bool enable, const EFI_TIME *time)
 {
     if (enable && (time == nullptr || !seconds_of(*time)))
         return EFI_INVALID_PARAMETER;
-    held_lock lock(machine.root);
+    held_lock lock(services.root);
     if (lock.error() != 0)
         return lock.status();
-    if (machine.root.live)
-        return rtc_set_wakeup_time(machine.root, enable, time);
+    if (services.root.live)
+        return rtc_set_wakeup_time(services.root, enable, time);
     wakeup alarm;
     if (enable) {
         alarm.time = *time;
     } else {
         bool found = false;
-        EFI_STATUS status = read_wakeup(machine, &alarm, &found);
+        EFI_STATUS status = read_wakeup(services, &alarm, &found);
         if (status != EFI_SUCCESS || !found) // there is no alarm that could be switched off
             return status;
     }
     const EFI_TIME &t = alarm.time;
-    return write_state(machine, wakeup_file,
+    return write_state(services, wakeup_file,
                        std::array<std::int64_t, 10>{enable ? 1 : 0, t.year, t.month, t.day, t.hour, t.minute,
                                                     t.second, t.nanosecond, t.timezone, t.daylight});
 }
 
-EFI_STATUS next_high_monotonic_count(const firmware &machine, UINT32 *count)
+EFI_STATUS next_high_monotonic_count(const runtime_services &services, UINT32 *count)
 {
-    if (machine.root.live)
+    if (services.root.live)
         return EFI_UNSUPPORTED;
-    held_lock lock(machine.root);
+    held_lock lock(services.root);
     if (lock.error() != 0)
         return lock.status();
     std::array<std::int64_t, 1> last = {};
     bool found = false;
-    EFI_STATUS status = read_state(machine, count_file, last, &found);
+    EFI_STATUS status = read_state(services, count_file, last, &found);
     if (status != EFI_SUCCESS)
         return status;
     if (last[0] < 0 || last[0] > UINT32_MAX)
         return refuse_state(count_file);
     auto next = static_cast<UINT32>(last[0]) + 1; // after the last number comes 0, as in firmware
-    status = write_state(machine, count_file, std::array<std::int64_t, 1>{next});
+    status = write_state(services, count_file, std::array<std::int64_t, 1>{next});
     if (status == EFI_SUCCESS)
         *count = next;
     return status;

@@ -9,6 +9,8 @@
 #include <set>
 #include <tuple>
 
+#include "platform/machine/debug.h"
+
 namespace machine {
 
 namespace {
@@ -21,7 +23,7 @@ constexpr std::uint32_t largest_block = 65536;
 constexpr unsigned largest_identifier = 0xffff; // of a SCSI target or unit
 constexpr unsigned most_ports = 32;             // of a SATA controller
 constexpr unsigned most_multiplier_ports = 16;
-constexpr unsigned drives_of_a_channel = 2; // master and slave
+constexpr unsigned disks_of_a_channel = 2; // master and slave
 
 // Disks of the kinds that have targets, but without a place in a path, are named behind all that have one.
 constexpr unsigned first_target_without_place = 0x10000;
@@ -247,7 +249,7 @@ private:
         const unsigned kind = subclass(function.class_code);
         if (kind == ide_subclass || kind == ata_subclass) {
             // One more would have the name of the next channel's master.
-            if (address.target >= drives_of_a_channel) {
+            if (address.target >= disks_of_a_channel) {
                 debug("%s: drive %u of a channel has no path", attributes.c_str(), address.target);
                 return without_place;
             }
@@ -319,7 +321,7 @@ private:
 
     static unsigned target_in_name(const attachment &where)
     {
-        return where.kind == transport::ide ? where.channel * drives_of_a_channel + where.target
+        return where.kind == transport::ide ? where.channel * disks_of_a_channel + where.target
                                             : where.target;
     }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/machine/machine.h"
+#include "platform/machine/eficlock.h"
 
 #include <chrono>
 
@@ -11,7 +11,6 @@ using std::chrono::seconds;
 using std::chrono::sys_days;
 using std::chrono::sys_seconds;
 
-constexpr int16_t unspecified_timezone = 0x7ff;
 constexpr int16_t largest_timezone = 1440; // minutes
 constexpr uint8_t daylight_bits = 0x03;
 constexpr uint16_t first_year = 1900;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/machine/machine.h"
+#include "platform/machine/efivarfs.h"
 
 #include <cerrno>
 #include <cstring>
@@ -9,6 +9,8 @@
 #include <sys/ioctl.h>
 #include <sys/vfs.h>
 #include <unistd.h>
+
+#include "platform/machine/debug.h"
 
 namespace machine {
 
@@ -40,7 +42,7 @@ public:
     void file_is_gone() { lifted = false; }
 
 private:
-    descriptor file;
+    owned_fd file;
     int flags = 0;
     bool lifted = false;
 };
@@ -67,7 +69,7 @@ EFI_STATUS write_once(int file, byte_view contents)
 
 // A variable that the firmware refused would stay behind as an empty file, and an immutable one where the
 // kernel does not know its name.
-void remove_refused(int folder, const char *file_name, descriptor file)
+void remove_refused(int folder, const char *file_name, owned_fd file)
 {
     lifted_immutable_flag lift(file.release());
     if (unlinkat(folder, file_name, 0) == 0)
@@ -83,10 +85,10 @@ EFI_STATUS write_efivarfs(int folder, const char *file_name, byte_view contents)
     constexpr mode_t mode = 0644;
     constexpr int flags = O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
     lifted_immutable_flag lift(folder, file_name);
-    descriptor file(openat(folder, file_name, flags));
+    owned_fd file(openat(folder, file_name, flags));
     bool created = false;
     if (!file && errno == ENOENT) {
-        file = descriptor(openat(folder, file_name, flags | O_CREAT | O_EXCL, mode));
+        file = owned_fd(openat(folder, file_name, flags | O_CREAT | O_EXCL, mode));
         created = static_cast<bool>(file);
     }
     if (!file)
@@ -108,7 +110,7 @@ EFI_STATUS remove_efivarfs(int folder, const char *file_name, UINT32 attributes)
         return status_of(errno);
     // That is the kernel's word for whatever the firmware said. Asked by a write without data, it passes that
     // on.
-    descriptor file(openat(folder, file_name, O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    owned_fd file(openat(folder, file_name, O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!file)
         return status_of(errno);
     EFI_STATUS status = write_once(file.get(), std::as_bytes(std::span(&attributes, 1)));

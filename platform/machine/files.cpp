@@ -15,7 +15,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/machine/machine.h"
+#include "platform/machine/debug.h"
 
 namespace machine {
 
@@ -90,7 +90,7 @@ int write_back(int folder)
 }
 
 // A name may be left over from a stopped process that had this one's number: then the next one is tried.
-int create_temporary(int folder, temporary_name *name, descriptor *file)
+int create_temporary(int folder, temporary_name *name, owned_fd *file)
 {
     static std::atomic<unsigned> counter;
     constexpr int attempts = 1000;
@@ -114,7 +114,7 @@ int create_temporary(int folder, temporary_name *name, descriptor *file)
 
 } // namespace
 
-void descriptor::reset(int fd) noexcept
+void owned_fd::reset(int fd) noexcept
 {
     if (fd >= STDIN_FILENO && fd <= STDERR_FILENO) {
         const int above = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
@@ -154,17 +154,17 @@ void hand_out_folder(int folder, int above)
 
 } // namespace
 
-descriptor open_below(int at, std::initializer_list<const char *> names, missing_folders missing)
+owned_fd open_below(int at, std::initializer_list<const char *> names, missing_folders missing)
 {
     constexpr mode_t mode = 0755;
     constexpr int flags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-    descriptor folder;
+    owned_fd folder;
     for (const char *name : names) {
         const int above = folder ? folder.get() : at;
         const bool made = missing == missing_folders::create && mkdirat(above, name, mode) == 0;
         if (missing == missing_folders::create && !made && errno != EEXIST)
             return {};
-        descriptor next(openat(above, name, flags));
+        owned_fd next(openat(above, name, flags));
         if (!next)
             return {};
         if (made)
@@ -174,23 +174,23 @@ descriptor open_below(int at, std::initializer_list<const char *> names, missing
     return folder;
 }
 
-std::optional<identity> identity_of_descriptor(int fd)
+std::optional<file_identity> file_identity_of(int fd)
 {
     struct stat info = {};
     if (fstat(fd, &info) != 0)
         return std::nullopt;
-    return identity{info.st_dev, info.st_ino};
+    return file_identity{info.st_dev, info.st_ino};
 }
 
-descriptor open_for_reading(int folder)
+owned_fd open_for_reading(int folder)
 {
-    return descriptor(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return owned_fd(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
 int read_file(int folder, const char *name, std::size_t limit, bytes *contents)
 {
     // Not blocking, as the name may turn out to be a FIFO's or a device's.
-    descriptor file(openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    owned_fd file(openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!file)
         return errno == ELOOP || errno == ENXIO ? EBADMSG : errno;
     struct stat info = {};
@@ -223,7 +223,7 @@ int read_file(int folder, const char *name, std::size_t limit, bytes *contents)
 int replace_file(int folder, const char *name, byte_view contents)
 {
     temporary_name temporary = {};
-    descriptor file;
+    owned_fd file;
     if (int error = create_temporary(folder, &temporary, &file); error != 0)
         return error;
     int error = write_all(file.get(), contents);
@@ -247,7 +247,7 @@ int remove_file(int folder, const char *name)
 
 int list_folder(int folder, std::vector<std::string> *names)
 {
-    descriptor readable = open_for_reading(folder);
+    owned_fd readable = open_for_reading(folder);
     struct stat info = {};
     if (!readable || fstat(readable.get(), &info) != 0)
         return errno;

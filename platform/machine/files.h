@@ -26,19 +26,19 @@ namespace machine {
  * Owns a file descriptor; closing it leaves errno alone. It is never one of the three standard streams',
  * which a program may have closed: what the program prints would go into the file.
  */
-class descriptor {
+class owned_fd {
 public:
-    descriptor() = default;
-    explicit descriptor(int fd) { reset(fd); }
-    descriptor(descriptor &&other) noexcept : number(other.release()) {}
-    descriptor &operator=(descriptor &&other) noexcept
+    owned_fd() = default;
+    explicit owned_fd(int fd) { reset(fd); }
+    owned_fd(owned_fd &&other) noexcept : number(other.release()) {}
+    owned_fd &operator=(owned_fd &&other) noexcept
     {
         reset(other.release());
         return *this;
     }
-    descriptor(const descriptor &) = delete;
-    descriptor &operator=(const descriptor &) = delete;
-    ~descriptor() { reset(); }
+    owned_fd(const owned_fd &) = delete;
+    owned_fd &operator=(const owned_fd &) = delete;
+    ~owned_fd() { reset(); }
 
     [[nodiscard]] int get() const { return number; }
     explicit operator bool() const { return number >= 0; }
@@ -50,13 +50,13 @@ private:
 };
 
 /* Which file a descriptor is open on, whatever its number. */
-struct identity {
+struct file_identity {
     dev_t device = 0;
     ino_t inode = 0;
-    bool operator==(const identity &) const = default;
+    bool operator==(const file_identity &) const = default;
 };
 /* Nothing, with errno, when it is open on none. */
-std::optional<identity> identity_of_descriptor(int fd);
+std::optional<file_identity> file_identity_of(int fd);
 
 using bytes = std::vector<std::byte>;
 using byte_view = std::span<const std::byte>;
@@ -73,10 +73,10 @@ enum class missing_folders { fail, create };
  * Opens the folder that is reached from `at` through `names`, one by one, for look-ups only (O_PATH); with
  * `create`, folders that are missing are made. An empty descriptor with errno when that is not possible.
  */
-descriptor open_below(int at, std::initializer_list<const char *> names, missing_folders missing);
+owned_fd open_below(int at, std::initializer_list<const char *> names, missing_folders missing);
 
 /* Opens `folder` anew to read its names or write it back to the disk. An empty descriptor with errno. */
-descriptor open_for_reading(int folder);
+owned_fd open_for_reading(int folder);
 
 /*
  * Reads a whole regular file. ENOENT when there is none; EBADMSG when the name is there but is no regular

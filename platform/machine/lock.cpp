@@ -17,8 +17,9 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include "platform/machine/machine.h"
+#include "platform/machine/debug.h"
 #include "platform/machine/process.h"
+#include "platform/machine/root.h"
 #include "platform/machine/sysfs.h"
 
 namespace machine {
@@ -30,7 +31,7 @@ using std::chrono::milliseconds;
 constexpr mode_t lock_mode = 0600; // whoever can open the file can hold the lock
 
 struct machine_identity {
-    identity root;
+    file_identity root;
     bool live = false;
     bool operator==(const machine_identity &) const = default;
 };
@@ -40,8 +41,8 @@ struct entry {
     entry *next = nullptr;
     const void *thread = nullptr;
     machine_identity machine;
-    descriptor file;
-    identity file_identity;
+    owned_fd file;
+    file_identity opened_file;
     unsigned depth = 0; // 0 while it waits
 };
 
@@ -60,8 +61,8 @@ void remove_from_list(const entry *gone)
 // The program may have closed all descriptors, and the number may be another file's by now.
 bool is_still_open(const entry &lock)
 {
-    auto now = identity_of_descriptor(lock.file.get());
-    return now && *now == lock.file_identity;
+    auto now = file_identity_of(lock.file.get());
+    return now && *now == lock.opened_file;
 }
 
 struct take_off_list {
@@ -124,7 +125,7 @@ entry *find_last_own()
 }
 
 struct lock_place {
-    descriptor folder;
+    owned_fd folder;
     const char *name;
 };
 
@@ -168,12 +169,12 @@ void hand_to_owner(int file, const machine_root &root)
         debug("the lock file stays root's: %s", std::strerror(errno));
 }
 
-int open_lock_file(const lock_place &place, const machine_root &root, descriptor *out)
+int open_lock_file(const lock_place &place, const machine_root &root, owned_fd *out)
 {
     // Not blocking, as the name may be a FIFO's.
     constexpr int flags = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
     constexpr int attempts = 100; // it comes and goes under our hands only if somebody plays with it
-    descriptor file;
+    owned_fd file;
     for (int attempt = 0; !file && attempt < attempts; ++attempt) {
         file.reset(openat(place.folder.get(), place.name, flags));
         if (file || errno != ENOENT)
@@ -209,10 +210,10 @@ int list_new_entry(const machine_root &root, const machine_identity &machine, li
     auto guard = lock_process_state();
     if (int error = open_lock_file(place, root, &made->file); error != 0)
         return error;
-    auto file_identity = identity_of_descriptor(made->file.get());
-    if (!file_identity)
+    auto opened_file = file_identity_of(made->file.get());
+    if (!opened_file)
         return errno;
-    made->file_identity = *file_identity;
+    made->opened_file = *opened_file;
     made->next = entries;
     entries = made.get();
     out->reset(made.release());
@@ -227,11 +228,11 @@ int is_out_of_place(const entry &lock, const machine_root &root)
     struct stat info = {};
     if (!place.folder || fstatat(place.folder.get(), place.name, &info, AT_SYMLINK_NOFOLLOW) != 0)
         return errno == ENOTDIR ? ENOENT : errno;
-    return identity{info.st_dev, info.st_ino} == lock.file_identity ? 0 : ENOENT;
+    return file_identity{info.st_dev, info.st_ino} == lock.opened_file ? 0 : ENOENT;
 }
 
 // The process of a line such as "3: FLOCK  ADVISORY  WRITE 1234 00:2a:5678 0 EOF"; 0 for another lock.
-pid_t holder_in(std::string_view line, const identity &file)
+pid_t holder_in(std::string_view line, const file_identity &file)
 {
     enum { type = 1, mode = 3, process = 4, place = 5, wanted = 6 };
     std::array<std::string_view, wanted> fields;
@@ -255,7 +256,7 @@ pid_t holder_in(std::string_view line, const identity &file)
 }
 
 // Who has the lock, as /proc/locks says; 0 when it does not.
-pid_t holder_of(const identity &file)
+pid_t holder_of(const file_identity &file)
 {
     struct close_stream {
         void operator()(FILE *stream) const { std::fclose(stream); }
@@ -307,7 +308,7 @@ int take_lock(const machine_root &root, milliseconds patience, pid_t *holder)
 {
     if (!follows_forks())
         return ENOMEM;
-    auto folder = identity_of_descriptor(root.folder.get());
+    auto folder = file_identity_of(root.folder.get());
     if (!folder)
         return errno;
     machine_identity machine = {*folder, root.live};
@@ -338,7 +339,7 @@ int take_lock(const machine_root &root, milliseconds patience, pid_t *holder)
             error = ETIMEDOUT;
         if (error != 0) {
             if (error == ETIMEDOUT) {
-                pid_t process = holder_of(lock->file_identity);
+                pid_t process = holder_of(lock->opened_file);
                 debug("another has the machine's lock: process %ld", static_cast<long>(process));
                 if (holder != nullptr)
                     *holder = process;
@@ -351,7 +352,7 @@ int take_lock(const machine_root &root, milliseconds patience, pid_t *holder)
 int give_lock(const machine_root &root)
 {
     entry *own = nullptr;
-    if (auto folder = identity_of_descriptor(root.folder.get()))
+    if (auto folder = file_identity_of(root.folder.get()))
         own = find_own({*folder, root.live});
     else
         own = find_last_own();

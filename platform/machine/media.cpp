@@ -17,6 +17,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/machine/debug.h"
 #include "platform/machine/failure.h"
 #include "platform/machine/sysfs.h"
 
@@ -371,10 +372,10 @@ medium read_table(const disk &disk, int device)
 medium read_medium(const machine_root &root, const disk &disk)
 {
     try {
-        const descriptor devices = open_below(root.folder.get(), {"dev"}, missing_folders::fail);
-        const descriptor device(devices ? openat(devices.get(), disk.kernel_name.c_str(),
-                                                 O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)
-                                        : -1);
+        const owned_fd devices = open_below(root.folder.get(), {"dev"}, missing_folders::fail);
+        const owned_fd device(devices ? openat(devices.get(), disk.kernel_name.c_str(),
+                                               O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)
+                                      : -1);
         if (device)
             return read_table(disk, device.get());
         if (errno != ENOENT)

@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "platform/machine/machine.h"
+#include "platform/machine/root.h"
 
 #include <atomic>
 #include <cerrno>
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -15,6 +13,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/machine/debug.h"
 #include "platform/machine/shared.h"
 
 namespace machine {
@@ -81,7 +80,7 @@ machine_root open_root()
     const char *path = is_relative ? resolve_once(value) : value;
     machine_root root;
     if (path != nullptr)
-        root.folder = descriptor(open(path, O_PATH | O_DIRECTORY | O_CLOEXEC));
+        root.folder = owned_fd(open(path, O_PATH | O_DIRECTORY | O_CLOEXEC));
     const auto live = root.folder ? is_live(path, root.folder.get()) : std::nullopt;
     if (!live)
         root.folder.reset();
@@ -90,30 +89,6 @@ machine_root open_root()
         debug("no machine: cannot open the folder '%s': %s", path != nullptr ? path : value,
               std::strerror(errno));
     return root;
-}
-
-void debug(const char *format, ...)
-{
-    if (secure_getenv("HWPLAT_DEBUG") == nullptr)
-        return;
-    int saved = errno;
-    std::va_list arguments;
-    va_start(arguments, format);
-    char *text = nullptr;
-    const int length = vasprintf(&text, format, arguments);
-    va_end(arguments);
-    const owned_text message(length >= 0 ? text : nullptr);
-    flockfile(stderr);
-    std::fputs("hwplat: ", stderr);
-    for (const char *at = message ? message.get() : "(no memory for the message)"; *at != '\0'; ++at) {
-        if (*at >= ' ' && *at <= '~')
-            std::fputc(*at, stderr);
-        else
-            std::fprintf(stderr, "\\x%02x", static_cast<unsigned char>(*at));
-    }
-    std::fputc('\n', stderr);
-    funlockfile(stderr);
-    errno = saved;
 }
 
 } // namespace machine

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/machine/machine.h"
+#include "platform/machine/rtc.h"
 
 #include <cerrno>
 
@@ -7,12 +7,14 @@
 #include <linux/rtc.h>
 #include <sys/ioctl.h>
 
+#include "platform/machine/debug.h"
+#include "platform/machine/eficlock.h"
+
 namespace machine {
 
 namespace {
 
-constexpr int16_t unspecified_timezone = 0x7ff; // the chip does not say whether it runs on UTC
-constexpr int first_year = 1900;                // as in struct tm
+constexpr int first_year = 1900; // as in struct tm
 
 EFI_STATUS rtc_status(int error)
 {
@@ -36,11 +38,11 @@ EFI_STATUS rtc_status(int error)
 template <typename record>
 int ask_chip(const machine_root &root, unsigned long request, record *argument)
 {
-    descriptor folder = open_below(root.folder.get(), {"dev"}, missing_folders::fail);
+    owned_fd folder = open_below(root.folder.get(), {"dev"}, missing_folders::fail);
     if (!folder)
         return errno;
     constexpr int flags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-    descriptor chip(openat(folder.get(), "rtc0", flags));
+    owned_fd chip(openat(folder.get(), "rtc0", flags));
     return chip && ioctl(chip.get(), request, argument) == 0 ? 0 : errno;
 }
 

@@ -13,7 +13,7 @@
 
 namespace machine {
 
-class drive_set;
+class picture;
 
 /* Where a relative HWPLAT_ROOT led when it was first looked at. Never changed nor released. */
 struct resolved_root {
@@ -27,7 +27,7 @@ struct resolved_root {
 struct thread_picture {
     unsigned depth;
     int cancellation; /* the thread's state of it before the first begin */
-    std::shared_ptr<drive_set> *kept;
+    std::shared_ptr<picture> *kept;
 };
 
 struct shared_state {

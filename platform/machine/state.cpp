@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/machine/machine.h"
+#include "platform/machine/state.h"
 
 #include <array>
 #include <cerrno>
@@ -9,6 +9,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "platform/machine/debug.h"
+
 namespace machine {
 
 namespace {
@@ -16,9 +18,9 @@ namespace {
 // No state file says more than this many numbers of 20 digits.
 constexpr std::size_t longest_text = 256;
 
-descriptor open_state(const firmware &machine, missing_folders missing)
+owned_fd open_state(const runtime_services &services, missing_folders missing)
 {
-    return open_below(machine.root.folder.get(), {"var", "lib", "hwplat"}, missing);
+    return open_below(services.root.folder.get(), {"var", "lib", "hwplat"}, missing);
 }
 
 bool parse(std::string_view text, std::span<std::int64_t> numbers)
@@ -43,11 +45,11 @@ void say_why(const char *file_name, int error)
 
 } // namespace
 
-EFI_STATUS read_state(const firmware &machine, const char *file_name, std::span<std::int64_t> numbers,
-                      bool *found)
+EFI_STATUS read_state(const runtime_services &services, const char *file_name,
+                      std::span<std::int64_t> numbers, bool *found)
 {
     bytes contents;
-    descriptor folder = open_state(machine, missing_folders::fail);
+    owned_fd folder = open_state(services, missing_folders::fail);
     int error = folder ? read_file(folder.get(), file_name, longest_text, &contents) : errno;
     if (error == ENOENT || error == ENOTDIR) {
         *found = false;
@@ -69,10 +71,11 @@ EFI_STATUS refuse_state(const char *file_name)
     return status_of(EBADMSG);
 }
 
-EFI_STATUS write_state(const firmware &machine, const char *file_name, std::span<const std::int64_t> numbers)
+EFI_STATUS write_state(const runtime_services &services, const char *file_name,
+                       std::span<const std::int64_t> numbers)
 {
-    descriptor above = open_state(machine, missing_folders::create);
-    descriptor folder = above ? open_for_reading(above.get()) : descriptor();
+    owned_fd above = open_state(services, missing_folders::create);
+    owned_fd folder = above ? open_for_reading(above.get()) : owned_fd();
     if (!folder) {
         debug("cannot write var/lib/hwplat/%s: %s", file_name, std::strerror(errno));
         return status_of_folder(errno);

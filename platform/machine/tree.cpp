@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <tuple>
 
+#include "platform/machine/debug.h"
 #include "platform/machine/disks.h"
 #include "platform/machine/sysfs.h"
 

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/machine/machine.h"
+#include "platform/machine/root.h"
 
 namespace machine {
 

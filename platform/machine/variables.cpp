@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
-#include "platform/machine/machine.h"
+#include "platform/machine/variables.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 
+#include "platform/machine/debug.h"
 #include "platform/machine/lock.h"
+#include "platform/machine/store.h"
 
 namespace machine {
 
@@ -35,8 +37,8 @@ EFI_STATUS check_attributes(store_kind kind, UINT32 attributes)
 
 // One request to change a variable, once its arguments have been checked.
 struct change {
-    const firmware &machine;
-    const descriptor &folder;
+    const runtime_services &services;
+    int folder; // a locked_store's
     std::string file_name;
     name_view name;
     bool is_global;
@@ -46,10 +48,10 @@ struct change {
 
 EFI_STATUS check_space(const change &request, std::size_t old_data, std::size_t new_data, bool exists)
 {
-    if (request.machine.kind == store_kind::efivarfs)
+    if (request.services.kind == store_kind::efivarfs)
         return EFI_SUCCESS; // the firmware's own affair
     capacity limits;
-    if (EFI_STATUS status = capacity_of(request.machine, &limits); status != EFI_SUCCESS)
+    if (EFI_STATUS status = capacity_of(request.services, &limits); status != EFI_SUCCESS)
         return status;
     if (new_data > limits.variable)
         return EFI_INVALID_PARAMETER;
@@ -58,7 +60,7 @@ EFI_STATUS check_space(const change &request, std::size_t old_data, std::size_t 
     if (after <= before)
         return EFI_SUCCESS;
     UINT64 used = 0;
-    EFI_STATUS status = space_used(request.machine, stopped_writers::clean_up, &used);
+    EFI_STATUS status = space_used(request.services, stopped_writers::clean_up, &used);
     if (status != EFI_SUCCESS)
         return status;
     return used - before + after <= limits.store ? EFI_SUCCESS : EFI_OUT_OF_RESOURCES;
@@ -68,7 +70,7 @@ EFI_STATUS check_space(const change &request, std::size_t old_data, std::size_t 
 // machine that has started, and this one may just not have.
 bool is_read_only(const change &request, bool exists, const stored_variable &old)
 {
-    if (request.machine.kind != store_kind::folder)
+    if (request.services.kind != store_kind::folder)
         return false;
     if (exists)
         return (old.attributes & EFI_VARIABLE_NON_VOLATILE) == 0;
@@ -89,7 +91,7 @@ EFI_STATUS check_new(const change &request)
         return EFI_UNSUPPORTED;
     }
     constexpr UINT32 needed = EFI_VARIABLE_NON_VOLATILE | EFI_VARIABLE_RUNTIME_ACCESS;
-    if (request.machine.kind == store_kind::folder && (request.attributes & needed) != needed)
+    if (request.services.kind == store_kind::folder && (request.attributes & needed) != needed)
         return EFI_INVALID_PARAMETER;
     return EFI_SUCCESS;
 }
@@ -102,10 +104,10 @@ EFI_STATUS append(const change &request, bool exists, const stored_variable &old
     EFI_STATUS status = check_space(request, before.size(), before.size() + request.data.size(), exists);
     if (status != EFI_SUCCESS)
         return status;
-    if (request.machine.kind == store_kind::efivarfs) // the firmware appends
-        return write_variable(request.machine, request.folder.get(), request.file_name,
+    if (request.services.kind == store_kind::efivarfs) // the firmware appends
+        return write_variable(request.services, request.folder, request.file_name,
                               request.attributes | EFI_VARIABLE_APPEND_WRITE, {request.data});
-    return write_variable(request.machine, request.folder.get(), request.file_name, request.attributes,
+    return write_variable(request.services, request.folder, request.file_name, request.attributes,
                           {before, request.data});
 }
 
@@ -114,7 +116,7 @@ EFI_STATUS write(const change &request, bool exists, const stored_variable &old)
     std::size_t before = exists ? old.data().size() : 0;
     if (EFI_STATUS status = check_space(request, before, request.data.size(), exists); status != EFI_SUCCESS)
         return status;
-    return write_variable(request.machine, request.folder.get(), request.file_name, request.attributes,
+    return write_variable(request.services, request.folder, request.file_name, request.attributes,
                           {request.data});
 }
 
@@ -125,7 +127,7 @@ EFI_STATUS apply(change request)
     request.attributes &= ~EFI_VARIABLE_APPEND_WRITE;
 
     stored_variable old;
-    int state = load_variable(request.machine, request.file_name, &old);
+    int state = load_variable(request.services, request.file_name, &old);
     if (state != 0 && state != ENOENT && state != EBADMSG)
         return status_of(state);
     bool exists = state == 0;
@@ -134,9 +136,9 @@ EFI_STATUS apply(change request)
     if (is_read_only(request, exists, old))
         return EFI_WRITE_PROTECTED;
     if (deleting) // a damaged one too
-        return state == ENOENT ? EFI_NOT_FOUND
-                               : remove_variable(request.machine, request.folder.get(), request.file_name,
-                                                 old.attributes);
+        return state == ENOENT
+                   ? EFI_NOT_FOUND
+                   : remove_variable(request.services, request.folder, request.file_name, old.attributes);
     if (appending && state == EBADMSG)
         return EFI_DEVICE_ERROR;
     if (!exists && !(appending && request.data.empty())) {
@@ -148,14 +150,14 @@ EFI_STATUS apply(change request)
 
 } // namespace
 
-EFI_STATUS get_variable(const firmware &machine, name_view name, const EFI_GUID &guid, UINT32 *attributes,
-                        UINTN *size, void *data)
+EFI_STATUS get_variable(const runtime_services &services, name_view name, const EFI_GUID &guid,
+                        UINT32 *attributes, UINTN *size, void *data)
 {
     auto file_name = file_name_of(name, guid);
     if (!file_name || size == nullptr)
         return EFI_INVALID_PARAMETER;
     stored_variable found;
-    if (EFI_STATUS status = read_variable(machine, *file_name, &found); status != EFI_SUCCESS)
+    if (EFI_STATUS status = read_variable(services, *file_name, &found); status != EFI_SUCCESS)
         return status;
     byte_view value = found.data();
     bool fits = value.size() <= *size;
@@ -170,40 +172,37 @@ EFI_STATUS get_variable(const firmware &machine, name_view name, const EFI_GUID 
     return EFI_SUCCESS;
 }
 
-EFI_STATUS set_variable(const firmware &machine, name_view name, const EFI_GUID &guid, UINT32 attributes,
-                        UINTN size, const void *data)
+EFI_STATUS set_variable(const runtime_services &services, name_view name, const EFI_GUID &guid,
+                        UINT32 attributes, UINTN size, const void *data)
 {
     auto file_name = file_name_of(name, guid);
     if (!file_name || (data == nullptr && size != 0))
         return EFI_INVALID_PARAMETER;
     if (attributes != 0) {
-        if (EFI_STATUS status = check_attributes(machine.kind, attributes); status != EFI_SUCCESS)
+        if (EFI_STATUS status = check_attributes(services.kind, attributes); status != EFI_SUCCESS)
             return status;
     }
     if (size > largest_variable_file - sizeof attributes)
         return EFI_INVALID_PARAMETER;
-    held_lock lock(machine.root);
-    if (lock.error() != 0)
-        return lock.status();
-    descriptor folder = open_for_reading(machine.variables.get());
-    if (!folder)
-        return status_of_folder(errno);
+    const locked_store store(services);
+    if (store.status() != EFI_SUCCESS)
+        return store.status();
     bool is_global = std::memcmp(&guid, &global_variable_guid, sizeof guid) == 0;
-    return apply({machine, folder, std::move(*file_name), name, is_global, attributes,
+    return apply({services, store.folder(), std::move(*file_name), name, is_global, attributes,
                   byte_view(static_cast<const std::byte *>(data), static_cast<std::size_t>(size))});
 }
 
-EFI_STATUS query_variable_info(const firmware &machine, UINT32 attributes, variable_space *space)
+EFI_STATUS query_variable_info(const runtime_services &services, UINT32 attributes, variable_space *space)
 {
-    if (EFI_STATUS status = check_attributes(machine.kind, attributes); status != EFI_SUCCESS)
+    if (EFI_STATUS status = check_attributes(services.kind, attributes); status != EFI_SUCCESS)
         return status;
-    if (machine.kind == store_kind::efivarfs)
-        return efivarfs_space(machine.variables.get(), space);
+    if (services.kind == store_kind::efivarfs)
+        return efivarfs_space(services.variables.get(), space);
     capacity limits;
-    if (EFI_STATUS status = capacity_of(machine, &limits); status != EFI_SUCCESS)
+    if (EFI_STATUS status = capacity_of(services, &limits); status != EFI_SUCCESS)
         return status;
     UINT64 used = 0;
-    if (EFI_STATUS status = space_used(machine, stopped_writers::leave, &used); status != EFI_SUCCESS)
+    if (EFI_STATUS status = space_used(services, stopped_writers::leave, &used); status != EFI_SUCCESS)
         return status;
     *space = {limits.store, used < limits.store ? limits.store - used : 0, limits.variable};
     return EFI_SUCCESS;

@@ -6,7 +6,7 @@
 #include <pthread.h>
 #include <utility>
 
-#include "src/rt/cancel.h"
+#include "src/base/cancel.h"
 #include "src/rt/diag.h"
 #include "src/rt/owned.h"
 #include "src/rt/rt.h"

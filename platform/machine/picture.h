@@ -3,8 +3,8 @@
  * Disks with what is on them, by the names of their partitions and slices. One snapshot of the machine; media
  * are read when they are asked for. What reads throws read_failure.
  */
-#ifndef HWPLAT_MACHINE_DRIVES_H
-#define HWPLAT_MACHINE_DRIVES_H
+#ifndef HWPLAT_MACHINE_PICTURE_H
+#define HWPLAT_MACHINE_PICTURE_H
 
 #include <atomic>
 #include <map>
@@ -21,7 +21,7 @@ namespace machine {
 
 /* A partition of an MBR ("p1") or a slice of a GPT ("s0") of a drive, as its name says. */
 struct volume_name {
-    std::string drive;
+    std::string disk;
     table_kind table = table_kind::none;
     unsigned number = 0; /* behind the letter */
 };
@@ -29,15 +29,15 @@ struct volume_name {
 /* "c0t0d0s0" or "c0t0d0p1"; nothing for any other text. */
 std::optional<volume_name> parse_volume_name(std::string_view text);
 
-class drive_set {
+class picture {
 public:
-    drive_set();
-    drive_set(const drive_set &) = delete;
-    drive_set &operator=(const drive_set &) = delete;
-    ~drive_set();
+    picture();
+    picture(const picture &) = delete;
+    picture &operator=(const picture &) = delete;
+    ~picture();
 
     /* The machine as it is; between devns_begin and devns_end, as the thread first saw it there. */
-    static std::shared_ptr<drive_set> read();
+    static std::shared_ptr<picture> read();
 
     [[nodiscard]] const device_tree &tree() const { return devices; }
 
@@ -45,7 +45,7 @@ public:
     const medium &medium_of(std::size_t disk);
 
     /* The place of a drive's disk in the list; the size of the list when there is none. */
-    [[nodiscard]] std::size_t find_drive(std::string_view name) const;
+    [[nodiscard]] std::size_t find_disk(std::string_view name) const;
 
 private:
     machine_root root;
