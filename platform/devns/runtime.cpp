@@ -36,7 +36,7 @@ int get_variable(const runtime_services &services, const ovra_variable_args_t &a
 {
     if (any_null(args.variable_name, args.vendor_guid, args.ret))
         return bad_address();
-    auto name = machine::terminated_name(args.variable_name, args.variable_name_size);
+    const auto name = machine::terminated_name(args.variable_name, args.variable_name_size);
     if (!name)
         return answer(args.ret, EFI_INVALID_PARAMETER);
     return answer(args.ret, machine::get_variable(services, *name, *args.vendor_guid, args.attributes,
@@ -55,7 +55,7 @@ int set_variable(const runtime_services &services, const ovra_variable_args_t &a
 {
     if (any_null(args.variable_name, args.vendor_guid, args.attributes, args.data_size, args.ret))
         return bad_address();
-    auto name = machine::terminated_name(args.variable_name, args.variable_name_size);
+    const auto name = machine::terminated_name(args.variable_name, args.variable_name_size);
     if (!name)
         return answer(args.ret, EFI_INVALID_PARAMETER);
     return answer(args.ret, machine::set_variable(services, *name, *args.vendor_guid, *args.attributes,
@@ -67,7 +67,7 @@ int query_variable_info(const runtime_services &services, const ovra_query_varia
     if (any_null(args.max_var_storage_size, args.remaining_var_storage_size, args.max_var_size, args.ret))
         return bad_address();
     machine::variable_space space;
-    EFI_STATUS status = machine::query_variable_info(services, args.attributes, &space);
+    const EFI_STATUS status = machine::query_variable_info(services, args.attributes, &space);
     if (status == EFI_SUCCESS) {
         *args.max_var_storage_size = space.store;
         *args.remaining_var_storage_size = space.remaining;
@@ -95,7 +95,7 @@ int get_wakeup_time(const runtime_services &services, const ovra_get_wakeup_time
     if (any_null(args.enabled, args.pending, args.time, args.ret))
         return bad_address();
     machine::wakeup alarm;
-    EFI_STATUS status = machine::get_wakeup_time(services, &alarm);
+    const EFI_STATUS status = machine::get_wakeup_time(services, &alarm);
     if (status == EFI_SUCCESS) {
         *args.enabled = alarm.enabled ? B_TRUE : B_FALSE;
         *args.pending = alarm.pending ? B_TRUE : B_FALSE;
@@ -104,7 +104,7 @@ int get_wakeup_time(const runtime_services &services, const ovra_get_wakeup_time
     return answer(args.ret, status);
 }
 
-// An enumeration out of a record, which may hold any number there.
+// An enumeration of a record, where any number may be.
 template <typename enumeration>
 UINT32 number_of(const enumeration &field)
 {
@@ -134,7 +134,7 @@ int get_next_high_monotonic_count(const runtime_services &services,
     return answer(args.ret, machine::next_high_monotonic_count(services, args.high_count));
 }
 
-// Calls a command with the record that is its own.
+// Calls a command with its own kind of record.
 template <typename args>
 int with(int (*serve)(const runtime_services &, const args &), const runtime_services &services,
          const void *record)

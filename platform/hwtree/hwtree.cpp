@@ -16,7 +16,7 @@ struct snapshot;
 
 } // namespace
 
-// A place in a snapshot. The snapshot holds one for each of its nodes, so that a handle is a plain pointer.
+// A node of a snapshot. The snapshot has one for each place; a handle is a plain pointer to it.
 struct ht_node {
     snapshot *owner = nullptr;
     std::size_t place = 0;
@@ -49,7 +49,7 @@ std::size_t find_path(const machine::device_tree &tree, const char *path)
 ht_node *take_snapshot(const char *path, unsigned flags)
 {
     auto taken = std::make_unique<snapshot>();
-    // A copy: its strings and integers are handed out as if they could be written to.
+    // A copy: callers may write to its strings and integers.
     taken->tree = machine::picture::read()->tree();
     taken->top = find_path(taken->tree, path);
     if (taken->top == machine::tree_node::none)

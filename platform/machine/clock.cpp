@@ -15,11 +15,11 @@ namespace {
 
 constexpr std::int64_t nanoseconds = 1'000'000'000;
 
-// time-offset: seconds and nanoseconds from the host's clock to the machine's, time zone, daylight.
+// Seconds and nanoseconds from the host's clock to the machine's, time zone, daylight.
 constexpr const char *offset_file = "time-offset";
-// wakeup: 1 or 0 for enabled, then year to second, nanosecond, time zone, daylight.
+// 1 (enabled) or 0, then year to second, nanosecond, time zone, daylight.
 constexpr const char *wakeup_file = "wakeup";
-// monotonic-count: the last number given out.
+// The last number given out.
 constexpr const char *count_file = "monotonic-count";
 
 struct moment {
@@ -34,7 +34,7 @@ moment host_now()
     return {now.tv_sec, now.tv_nsec};
 }
 
-// The host's time moved by what `time-offset` says; nothing when that makes no sense.
+// The host's time moved by the stored offset; nothing when the offset makes no sense.
 std::optional<EFI_TIME> shifted_time(moment host, const std::array<std::int64_t, 4> &stored)
 {
     auto [seconds, fraction, zone, daylight] = stored;
@@ -58,16 +58,16 @@ EFI_STATUS time_now(const runtime_services &services, EFI_TIME *time)
 {
     std::array<std::int64_t, 4> stored = {};
     bool found = false;
-    if (EFI_STATUS status = read_state(services, offset_file, stored, &found); status != EFI_SUCCESS)
+    if (const EFI_STATUS status = read_state(services, offset_file, stored, &found); status != EFI_SUCCESS)
         return status;
-    auto shown = shifted_time(host_now(), stored); // by nothing where nothing was ever set
+    const auto shown = shifted_time(host_now(), stored); // the host's own time if none was ever set
     if (!shown)
         return refuse_state(offset_file);
     *time = *shown;
     return EFI_SUCCESS;
 }
 
-// A value that does not fit its field makes the whole alarm one that seconds_of refuses.
+// False for a number that does not fit its field: the stored alarm then makes no sense.
 template <typename field>
 bool put(std::int64_t number, field *out)
 {
@@ -78,16 +78,16 @@ bool put(std::int64_t number, field *out)
 EFI_STATUS read_wakeup(const runtime_services &services, wakeup *alarm, bool *found)
 {
     std::array<std::int64_t, 10> stored = {};
-    if (EFI_STATUS status = read_state(services, wakeup_file, stored, found); status != EFI_SUCCESS)
+    if (const EFI_STATUS status = read_state(services, wakeup_file, stored, found); status != EFI_SUCCESS)
         return status;
     *alarm = {};
     if (!*found)
         return EFI_SUCCESS;
     EFI_TIME time = {};
-    bool fits = put(stored[1], &time.year) && put(stored[2], &time.month) && put(stored[3], &time.day) &&
-                put(stored[4], &time.hour) && put(stored[5], &time.minute) && put(stored[6], &time.second) &&
-                put(stored[7], &time.nanosecond) && put(stored[8], &time.timezone) &&
-                put(stored[9], &time.daylight);
+    const bool fits =
+        put(stored[1], &time.year) && put(stored[2], &time.month) && put(stored[3], &time.day) &&
+        put(stored[4], &time.hour) && put(stored[5], &time.minute) && put(stored[6], &time.second) &&
+        put(stored[7], &time.nanosecond) && put(stored[8], &time.timezone) && put(stored[9], &time.daylight);
     if (!fits || !seconds_of(time) || (stored[0] != 0 && stored[0] != 1))
         return refuse_state(wakeup_file);
     *alarm = {stored[0] == 1, false, time};
@@ -98,9 +98,10 @@ EFI_STATUS read_wakeup(const runtime_services &services, wakeup *alarm, bool *fo
 
 EFI_STATUS get_time(const runtime_services &services, EFI_TIME *time, EFI_TIME_CAPABILITIES *capabilities)
 {
-    constexpr uint32_t usual_accuracy = 50'000'000; // of a crystal: 50 parts per million
+    constexpr uint32_t usual_accuracy = 50'000'000; // parts per 10^12; a crystal has 50 per million
     EFI_TIME now = {};
-    EFI_STATUS status = services.root.live ? rtc_get_time(services.root, &now) : time_now(services, &now);
+    const EFI_STATUS status =
+        services.root.live ? rtc_get_time(services.root, &now) : time_now(services, &now);
     if (status != EFI_SUCCESS)
         return status;
     *time = now;
@@ -114,15 +115,15 @@ EFI_STATUS get_time(const runtime_services &services, EFI_TIME *time, EFI_TIME_C
 
 EFI_STATUS set_time(const runtime_services &services, const EFI_TIME &time)
 {
-    auto wanted = seconds_of(time);
+    const auto wanted = seconds_of(time);
     if (!wanted)
         return EFI_INVALID_PARAMETER;
-    held_lock lock(services.root);
+    const held_lock lock(services.root);
     if (lock.error() != 0)
         return lock.status();
     if (services.root.live)
         return rtc_set_time(services.root, time);
-    moment host = host_now();
+    const moment host = host_now();
     std::int64_t seconds = *wanted - host.seconds;
     std::int64_t fraction = static_cast<std::int64_t>(time.nanosecond) - host.nanosecond;
     if (fraction < 0) {
@@ -139,11 +140,11 @@ EFI_STATUS get_wakeup_time(const runtime_services &services, wakeup *alarm)
         return rtc_get_wakeup_time(services.root, alarm);
     wakeup stored;
     bool found = false;
-    if (EFI_STATUS status = read_wakeup(services, &stored, &found); status != EFI_SUCCESS)
+    if (const EFI_STATUS status = read_wakeup(services, &stored, &found); status != EFI_SUCCESS)
         return status;
     if (stored.enabled) {
         EFI_TIME now = {};
-        if (EFI_STATUS status = time_now(services, &now); status != EFI_SUCCESS)
+        if (const EFI_STATUS status = time_now(services, &now); status != EFI_SUCCESS)
             return status;
         stored.pending = is_reached(stored.time, now);
     }
@@ -155,7 +156,7 @@ EFI_STATUS set_wakeup_time(const runtime_services &services, bool enable, const 
 {
     if (enable && (time == nullptr || !seconds_of(*time)))
         return EFI_INVALID_PARAMETER;
-    held_lock lock(services.root);
+    const held_lock lock(services.root);
     if (lock.error() != 0)
         return lock.status();
     if (services.root.live)
@@ -165,8 +166,8 @@ EFI_STATUS set_wakeup_time(const runtime_services &services, bool enable, const 
         alarm.time = *time;
     } else {
         bool found = false;
-        EFI_STATUS status = read_wakeup(services, &alarm, &found);
-        if (status != EFI_SUCCESS || !found) // there is no alarm that could be switched off
+        const EFI_STATUS status = read_wakeup(services, &alarm, &found);
+        if (status != EFI_SUCCESS || !found) // no alarm to switch off
             return status;
     }
     const EFI_TIME &t = alarm.time;
@@ -179,7 +180,7 @@ EFI_STATUS next_high_monotonic_count(const runtime_services &services, UINT32 *c
 {
     if (services.root.live)
         return EFI_UNSUPPORTED;
-    held_lock lock(services.root);
+    const held_lock lock(services.root);
     if (lock.error() != 0)
         return lock.status();
     std::array<std::int64_t, 1> last = {};
@@ -189,7 +190,7 @@ EFI_STATUS next_high_monotonic_count(const runtime_services &services, UINT32 *c
         return status;
     if (last[0] < 0 || last[0] > UINT32_MAX)
         return refuse_state(count_file);
-    auto next = static_cast<UINT32>(last[0]) + 1; // after the last number comes 0, as in firmware
+    const auto next = static_cast<UINT32>(last[0]) + 1; // 0 follows the last number, as in firmware
     status = write_state(services, count_file, std::array<std::int64_t, 1>{next});
     if (status == EFI_SUCCESS)
         *count = next;

@@ -21,7 +21,7 @@ void debug(const char *format, ...)
 {
     if (secure_getenv("HWPLAT_DEBUG") == nullptr)
         return;
-    int saved = errno;
+    const int saved = errno;
     std::va_list arguments;
     va_start(arguments, format);
     char *text = nullptr;

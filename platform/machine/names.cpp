@@ -60,10 +60,10 @@ void append_utf8(std::string *text, unsigned code)
     append_byte(text, 0x80 | (code & 0x3f));
 }
 
-// Takes one code point off the front; nothing for a surrogate without its partner.
+// Takes one code point off the front; nothing for an unpaired surrogate.
 std::optional<unsigned> take_utf16(name_view *rest)
 {
-    unsigned first = rest->front();
+    const unsigned first = rest->front();
     *rest = rest->subspan(1);
     if (is_low_surrogate(first))
         return std::nullopt;
@@ -71,12 +71,12 @@ std::optional<unsigned> take_utf16(name_view *rest)
         return first;
     if (rest->empty() || !is_low_surrogate(rest->front()))
         return std::nullopt;
-    unsigned second = rest->front();
+    const unsigned second = rest->front();
     *rest = rest->subspan(1);
     return 0x10000 + ((first - 0xd800) << 10) + (second - 0xdc00);
 }
 
-// Takes one code point off the front; nothing for what is no UTF-8 in its shortest form.
+// Takes one code point off the front; nothing unless it is UTF-8 in its shortest form.
 std::optional<unsigned> take_utf8(std::string_view *rest)
 {
     struct form {
@@ -85,11 +85,11 @@ std::optional<unsigned> take_utf8(std::string_view *rest)
     static constexpr std::array<form, 4> forms = {
         {{0x80, 0x00, 0}, {0xe0, 0xc0, 0x80}, {0xf0, 0xe0, 0x800}, {0xf8, 0xf0, 0x10000}}};
 
-    unsigned lead = static_cast<unsigned char>(rest->front());
+    const unsigned lead = static_cast<unsigned char>(rest->front());
     const auto *match = std::ranges::find_if(forms, [&](const form &f) { return (lead & f.mask) == f.lead; });
     if (match == forms.end())
         return std::nullopt;
-    auto length = static_cast<std::size_t>(match - forms.begin()) + 1;
+    const auto length = static_cast<std::size_t>(match - forms.begin()) + 1;
     if (rest->size() < length)
         return std::nullopt;
     unsigned code = lead & ~match->mask;
@@ -117,12 +117,12 @@ void append_guid(std::string *text, const EFI_GUID &guid)
 
 std::optional<EFI_GUID> guid_of(std::string_view text)
 {
-    bool shaped = std::ranges::equal(text, guid_shape, [](char c, char expected) {
+    const bool shaped = std::ranges::equal(text, guid_shape, [](char c, char expected) {
         return expected == 'x' ? is_lower_hex(c) : c == expected;
     });
     if (!shaped)
         return std::nullopt;
-    auto number = [&](std::size_t at, std::size_t digits) {
+    const auto number = [&](std::size_t at, std::size_t digits) {
         unsigned value = 0;
         for (char c : text.substr(at, digits))
             value = (value << 4) | digit_value(c);
@@ -136,7 +136,7 @@ std::optional<EFI_GUID> guid_of(std::string_view text)
     return guid;
 }
 
-// UTF-8 to units; nothing where it is not UTF-8.
+// UTF-8 to units; nothing for any other text.
 std::optional<std::vector<CHAR16>> units_of(std::string_view text)
 {
     std::vector<CHAR16> units;
@@ -160,9 +160,10 @@ std::optional<std::vector<CHAR16>> units_of(std::string_view text)
 
 std::optional<name_view> terminated_name(const CHAR16 *name, UINTN size)
 {
-    // No file name has more units than NAME_MAX, whatever the caller says the name has.
-    name_view within(name, static_cast<std::size_t>(std::min<UINTN>(size / sizeof(CHAR16), NAME_MAX + 1)));
-    auto end = std::ranges::find(within, CHAR16{0});
+    // No file name has more units than NAME_MAX, whatever size the caller claims.
+    const name_view within(name,
+                           static_cast<std::size_t>(std::min<UINTN>(size / sizeof(CHAR16), NAME_MAX + 1)));
+    const auto end = std::ranges::find(within, CHAR16{0});
     if (end == within.end())
         return std::nullopt;
     return within.first(static_cast<std::size_t>(end - within.begin()));
@@ -174,7 +175,7 @@ std::optional<std::string> file_name_of(name_view name, const EFI_GUID &guid)
         return std::nullopt;
     std::string text;
     while (!name.empty()) {
-        auto code = take_utf16(&name);
+        const auto code = take_utf16(&name);
         if (!code || *code == 0)
             return std::nullopt;
         append_utf8(&text, *code == '/' ? '!' : *code);
@@ -190,9 +191,9 @@ std::optional<variable_identity> identity_of(std::string_view file_name)
 {
     if (file_name.size() < guid_length + 2 || file_name.size() > NAME_MAX)
         return std::nullopt;
-    // The name may hold "-" itself: the GUID is what stands last.
+    // The name may contain "-" itself; the GUID comes last.
     std::string_view name = file_name.substr(0, file_name.size() - guid_length);
-    auto guid = guid_of(file_name.substr(name.size()));
+    const auto guid = guid_of(file_name.substr(name.size()));
     if (!guid || name.back() != '-')
         return std::nullopt;
     name.remove_suffix(1);

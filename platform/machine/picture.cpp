@@ -13,7 +13,7 @@ namespace machine {
 
 namespace {
 
-// As many as a GPT may have entries.
+// A GPT has no more entries.
 constexpr std::uint64_t largest_volume_number = most_gpt_entries - 1;
 
 } // namespace
@@ -24,7 +24,7 @@ std::optional<volume_name> parse_volume_name(std::string_view text)
     if (letter == std::string_view::npos)
         return std::nullopt;
     const auto number = parse_number(text.substr(letter + 1), 10);
-    // Of the ways to write a number, only one is in a name.
+    // A name has a number in its shortest form.
     if (!number || text.substr(letter + 1) != std::to_string(*number))
         return std::nullopt;
     if (*number > largest_volume_number) {
@@ -68,7 +68,7 @@ const medium &picture::medium_of(std::size_t disk)
     const medium *known = media[disk].load();
     if (known == nullptr) {
         auto found = std::make_unique<const medium>(read_medium(root, devices.disks[disk]));
-        // Another thread may have read it meanwhile: all keep to what the first found.
+        // Another thread may have read it meanwhile: the first result stays.
         if (media[disk].compare_exchange_strong(known, found.get()))
             known = found.release();
     }
@@ -97,8 +97,7 @@ const partition *find_partition(const medium &medium, const volume_name &name)
     return nullptr;
 }
 
-// Slices have the letters from a on, partitions those from q on; beyond these, which no table of their time
-// had, the number itself.
+// Slices have the letters from a on, partitions those from q on. Higher numbers have the number itself.
 static std::string minor_name(const volume_name &name)
 {
     const bool slice = name.table == table_kind::gpt;

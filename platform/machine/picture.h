@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * Disks with what is on them, by the names of their partitions and slices. One snapshot of the machine; media
- * are read when they are asked for. What reads throws read_failure.
+ * A picture of the machine: its device tree and disks as they were at one moment, and the media of the disks,
+ * each read when it is first asked for. Functions that read throw read_failure.
  */
 #ifndef HWPLAT_MACHINE_PICTURE_H
 #define HWPLAT_MACHINE_PICTURE_H
@@ -19,14 +19,14 @@
 
 namespace machine {
 
-/* A partition of an MBR ("p1") or a slice of a GPT ("s0") of a drive, as its name says. */
+/* The name of a partition of an MBR ("p1") or a slice of a GPT ("s0"), taken apart. */
 struct volume_name {
-    std::string disk;
+    std::string disk; /* "c0t0d0" */
     table_kind table = table_kind::none;
-    unsigned number = 0; /* behind the letter */
+    unsigned number = 0; /* after the letter */
 };
 
-/* "c0t0d0s0" or "c0t0d0p1"; nothing for any other text. */
+/* Takes "c0t0d0s0" or "c0t0d0p1" apart. Nothing for any other text. */
 std::optional<volume_name> parse_volume_name(std::string_view text);
 
 class picture {
@@ -36,34 +36,35 @@ public:
     picture &operator=(const picture &) = delete;
     ~picture();
 
-    /* The machine as it is; between devns_begin and devns_end, as the thread first saw it there. */
+    /* The machine now; between devns_begin and devns_end, the one picture that the thread has there. */
     static std::shared_ptr<picture> read();
 
     [[nodiscard]] const device_tree &tree() const { return devices; }
 
-    /* The medium of a disk of the tree, by its place in the list. Several threads may ask. */
+    /* The medium of a disk, by its index in tree().disks. Several threads may ask at once. */
     const medium &medium_of(std::size_t disk);
 
-    /* The place of a drive's disk in the list; the size of the list when there is none. */
+    /* The index of the disk of this name in tree().disks; the size of that list if there is none. */
     [[nodiscard]] std::size_t find_disk(std::string_view name) const;
 
 private:
     machine_root root;
     device_tree devices;
     std::map<std::string, std::size_t, std::less<>> by_name;
-    /* Null: not read yet. No lock is held while one is read: a child that is forked meanwhile may read it
-     * too. */
+    /* By disk; null: not read yet. Read without a lock: a child forked meanwhile may read it too. */
     std::vector<std::atomic<const medium *>> media;
 };
 
-/* The number in the name of a partition: of a slice one less than the table's. */
+/* The number in the name of a volume; that of a slice is one less than its entry's. */
 unsigned volume_number(table_kind table, const partition &part);
 
-/* The partition of a medium that a name means, or null. */
+/* The partition that a name means, or null. */
 const partition *find_partition(const medium &medium, const volume_name &name);
 
-/* What "/dev/dsk/<volume>" links to: "../../devices<physical path>:<minor>". Nothing without such a volume;
- * a read_failure where its disk cannot be read. */
+/*
+ * The target of the link "/dev/dsk/<volume>": "../../devices<physical path>:<minor>". Nothing without such a
+ * volume. Throws read_failure when its disk cannot be read.
+ */
 std::optional<std::string> device_link(std::string_view volume);
 
 } // namespace machine

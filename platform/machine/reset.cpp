@@ -22,7 +22,7 @@ constexpr UINT32 boot_current_attributes = EFI_VARIABLE_BOOTSERVICE_ACCESS | EFI
 
 std::string global_file(std::string_view name)
 {
-    std::vector<CHAR16> units(name.begin(), name.end());
+    const std::vector<CHAR16> units(name.begin(), name.end());
     return file_name_of(units, global_variable_guid).value();
 }
 
@@ -33,7 +33,7 @@ UINT16 option_at(byte_view numbers, std::size_t index)
     return number;
 }
 
-// A variable that is damaged starts nothing; one that cannot be read might have.
+// A damaged variable starts nothing; an unreadable one might.
 bool is_as_good_as_absent(int error)
 {
     return error == ENOENT || error == EBADMSG;
@@ -41,14 +41,15 @@ bool is_as_good_as_absent(int error)
 
 enum class wanted { active, any };
 
-// Whether there is an option that the firmware would start: it has at least its header. 0 or an errno value.
+// Whether the firmware would start an option, which needs at least its header (UEFI 3.1.3). 0 or an errno
+// value.
 int look_for_option(const runtime_services &services, UINT16 number, wanted which, bool *found)
 {
     std::array<char, sizeof "Boot0000"> name = {};
     std::snprintf(name.data(), name.size(), "Boot%04X", number);
     stored_variable option;
     *found = false;
-    if (int error = load_variable(services, global_file(name.data()), &option); error != 0)
+    if (const int error = load_variable(services, global_file(name.data()), &option); error != 0)
         return is_as_good_as_absent(error) ? 0 : error;
     UINT32 attributes = 0;
     constexpr std::size_t header = sizeof attributes + sizeof(UINT16);
@@ -59,14 +60,14 @@ int look_for_option(const runtime_services &services, UINT16 number, wanted whic
     return 0;
 }
 
-// The first of the options that a variable names, by numbers of 2 bytes. 0 or an errno value.
+// The first startable option among a variable's numbers of 2 bytes. 0 or an errno value.
 int first_option(const runtime_services &services, byte_view numbers, wanted which,
                  std::optional<UINT16> *option)
 {
     for (std::size_t i = 0; i < numbers.size() / sizeof(UINT16); ++i) {
-        UINT16 number = option_at(numbers, i);
+        const UINT16 number = option_at(numbers, i);
         bool found = false;
-        if (int error = look_for_option(services, number, which, &found); error != 0)
+        if (const int error = look_for_option(services, number, which, &found); error != 0)
             return error;
         if (found) {
             *option = number;
@@ -76,8 +77,8 @@ int first_option(const runtime_services &services, byte_view numbers, wanted whi
     return 0;
 }
 
-// What the firmware starts: what BootNext names, though it be inactive, else the first active one of
-// BootOrder.
+// What the firmware starts (UEFI 3.1.1): the option of BootNext, even an inactive one, else the first active
+// option of BootOrder.
 int choose_option(const runtime_services &services, const std::string &next_file,
                   std::optional<UINT16> *option)
 {
@@ -96,26 +97,26 @@ int choose_option(const runtime_services &services, const std::string &next_file
 
 EFI_STATUS remove_if_there(const runtime_services &services, int folder, const std::string &file_name)
 {
-    EFI_STATUS removed = remove_variable(services, folder, file_name, 0);
+    const EFI_STATUS removed = remove_variable(services, folder, file_name, 0);
     return removed == EFI_NOT_FOUND ? EFI_SUCCESS : removed;
 }
 
-// BootNext is spent whether or not what it names can be started, as a bad one must not stop every start. It
-// goes last: after a failure or a crash before that, the same start can be played again.
+// BootNext goes whether or not its option can be started: a bad one must not stop every start. It goes last:
+// after an earlier failure or crash the same start can be played again.
 EFI_STATUS play_start(const runtime_services &services)
 {
-    std::string next_file = global_file("BootNext");
-    std::string current_file = global_file("BootCurrent");
+    const std::string next_file = global_file("BootNext");
+    const std::string current_file = global_file("BootCurrent");
     const locked_store store(services);
     if (store.status() != EFI_SUCCESS)
         return store.status();
     std::optional<UINT16> option;
-    if (int error = choose_option(services, next_file, &option); error != 0)
+    if (const int error = choose_option(services, next_file, &option); error != 0)
         return status_of(error);
-    EFI_STATUS status = option
-                            ? write_variable(services, store.folder(), current_file, boot_current_attributes,
-                                             {std::as_bytes(std::span(&*option, 1))})
-                            : remove_if_there(services, store.folder(), current_file);
+    const EFI_STATUS status =
+        option ? write_variable(services, store.folder(), current_file, boot_current_attributes,
+                                {std::as_bytes(std::span(&*option, 1))})
+               : remove_if_there(services, store.folder(), current_file);
     return status == EFI_SUCCESS ? remove_if_there(services, store.folder(), next_file) : status;
 }
 
@@ -139,9 +140,8 @@ int errno_of(EFI_STATUS status)
 
 int restart_host(const machine_root &root, UINT32 type)
 {
-    // Not between two writes of another program's. A host that has no place for the lock can be reset all the
-    // same.
-    held_lock lock(root);
+    // Not between two writes of another program. A host without a place for the lock can still be reset.
+    const held_lock lock(root);
     if (lock.error() == ETIMEDOUT) {
         errno = ETIMEDOUT;
         return -1;
@@ -165,7 +165,7 @@ int reset_system(const runtime_services &services, UINT32 type)
         errno = EOPNOTSUPP;
         return -1;
     }
-    EFI_STATUS status = play_start(services);
+    const EFI_STATUS status = play_start(services);
     if (status == EFI_SUCCESS)
         return 0;
     errno = errno_of(status);

@@ -25,8 +25,8 @@ struct release {
 };
 using owned_text = std::unique_ptr<char, release>;
 
-// Whether `path`, open as `folder`, is "/". The numbers alone do not say so: "/" may be mounted a second time
-// elsewhere, and that is a folder like any other. Nothing, with errno, when it cannot be told.
+// Whether `path`, open as `folder`, is "/". Equal numbers do not prove it: a second mount of "/" is a folder
+// like any other. Nothing, with errno, when it is unknown.
 std::optional<bool> is_live(const char *path, int folder)
 {
     struct stat here = {};
@@ -48,8 +48,8 @@ const resolved_root *find_resolved(const resolved_root *newest, const char *valu
     return newest;
 }
 
-// The folder of a relative value, for as long as the process lives: whoever changes the working folder
-// afterwards does not mean another machine. Null with errno when there is no working folder.
+// The path of a relative value, for as long as the process lives: a later chdir must not switch to another
+// machine. Null with errno when there is no working folder.
 const char *resolve_once(const char *value)
 {
     std::atomic<const resolved_root *> &roots = common_state().roots;
@@ -62,7 +62,7 @@ const char *resolve_once(const char *value)
     std::unique_ptr<resolved_root> added(
         new resolved_root{value, std::string(working.get()) + "/" + value, newest});
     while (!roots.compare_exchange_weak(added->before, added.get())) {
-        // Another thread may have looked at the same value.
+        // Another thread may have resolved the same value.
         if (const resolved_root *known = find_resolved(added->before, value); known != nullptr)
             return known->path.c_str();
     }

@@ -40,7 +40,7 @@ std::unique_ptr<runtime_services> open_services()
     struct statfs info = {};
     if (fstatfs(services->variables.get(), &info) != 0)
         return nullptr;
-    // f_type is signed and as wide as a long; the magic number is 32 bits.
+    // statfs(2): f_type is a signed long, the magic numbers have 32 bits.
     services->kind = kind_of_filesystem(static_cast<std::uint32_t>(info.f_type));
     if (services->kind == store_kind::none) {
         debug("no firmware variables: efivarfs is not mounted at sys/firmware/efi/efivars");

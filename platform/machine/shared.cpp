@@ -5,19 +5,20 @@
 
 #include "platform/machine/picture.h"
 
-// Weak, and declared here too, since the model knows no face: a libdevns of somebody's own may lack it.
+// Declared here too, since the model knows no face. Weak: a replacement libdevns may lack it.
 extern "C" [[gnu::weak]] void *devns_shared(unsigned long layout);
 
 namespace machine {
 
 namespace {
 
-// In the block that a thread begins with: the C library ends a process that has no memory for another one.
+// In the block that every thread is born with: the C library ends a process that has no memory for another
+// one.
 [[gnu::tls_model("initial-exec")]] constinit thread_local thread_picture mine = {};
 
 constinit shared_state own = {{nullptr}, [] { return &mine; }};
 
-// One more whenever the meaning of what is shared changes; a change of its size is noticed.
+// Increase it when the meaning of the shared state changes. A change of a size is detected.
 constexpr unsigned long revision = 1;
 
 template <typename... type>

@@ -15,7 +15,7 @@ namespace machine {
 
 namespace {
 
-// No state file says more than this many numbers of 20 digits.
+// Bytes. The longest file has ten numbers of up to 20 digits.
 constexpr std::size_t longest_text = 256;
 
 owned_fd open_state(const runtime_services &services, missing_folders missing)
@@ -29,7 +29,7 @@ bool parse(std::string_view text, std::span<std::int64_t> numbers)
     const char *end = at + text.size();
     for (std::size_t i = 0; i < numbers.size(); ++i) {
         auto [stop, error] = std::from_chars(at, end, numbers[i]);
-        char follows = i + 1 == numbers.size() ? '\n' : ' ';
+        const char follows = i + 1 == numbers.size() ? '\n' : ' ';
         if (error != std::errc() || stop == end || *stop != follows)
             return false;
         at = stop + 1;
@@ -49,7 +49,7 @@ EFI_STATUS read_state(const runtime_services &services, const char *file_name,
                       std::span<std::int64_t> numbers, bool *found)
 {
     bytes contents;
-    owned_fd folder = open_state(services, missing_folders::fail);
+    const owned_fd folder = open_state(services, missing_folders::fail);
     int error = folder ? read_file(folder.get(), file_name, longest_text, &contents) : errno;
     if (error == ENOENT || error == ENOTDIR) {
         *found = false;
@@ -74,17 +74,17 @@ EFI_STATUS refuse_state(const char *file_name)
 EFI_STATUS write_state(const runtime_services &services, const char *file_name,
                        std::span<const std::int64_t> numbers)
 {
-    owned_fd above = open_state(services, missing_folders::create);
-    owned_fd folder = above ? open_for_reading(above.get()) : owned_fd();
+    const owned_fd above = open_state(services, missing_folders::create);
+    const owned_fd folder = above ? open_for_reading(above.get()) : owned_fd();
     if (!folder) {
         debug("cannot write var/lib/hwplat/%s: %s", file_name, std::strerror(errno));
         return status_of_folder(errno);
     }
     std::vector<std::string> names;
-    if (int error = list_folder(folder.get(), &names); error != 0)
+    if (const int error = list_folder(folder.get(), &names); error != 0)
         return status_of_folder(error);
     for (const std::string &name : names) {
-        if (is_temporary(name)) // of a stopped writer, as this one has the lock
+        if (is_temporary(name)) // of a killed writer, as this one has the lock
             unlinkat(folder.get(), name.c_str(), 0);
     }
     std::string text;

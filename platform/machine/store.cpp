@@ -18,7 +18,7 @@ namespace machine {
 
 namespace {
 
-// The size of a variable's file; 0 when it is damaged, or gone, or without data. Returns 0 or an errno value.
+// The size of a variable's file; 0 when it is absent, damaged or without data. Returns 0 or an errno value.
 int variable_file_size(const runtime_services &services, const char *file_name, std::size_t *found)
 {
     struct stat info = {};
@@ -29,7 +29,7 @@ int variable_file_size(const runtime_services &services, const char *file_name, 
         debug("cannot look at variable '%s': %s", file_name, std::strerror(errno));
         return errno;
     }
-    auto size = static_cast<std::size_t>(info.st_size);
+    const auto size = static_cast<std::size_t>(info.st_size);
     if (S_ISREG(info.st_mode) && size > sizeof(UINT32) && size <= largest_variable_file)
         *found = size;
     else
@@ -42,11 +42,12 @@ int variable_file_size(const runtime_services &services, const char *file_name, 
 int load_variable(const runtime_services &services, const std::string &file_name, stored_variable *found)
 {
     bytes contents;
-    int error = read_file(services.variables.get(), file_name.c_str(), largest_variable_file, &contents);
+    const int error =
+        read_file(services.variables.get(), file_name.c_str(), largest_variable_file, &contents);
     if (error != 0)
         return error;
     UINT32 attributes = 0;
-    bool never_written = services.kind == store_kind::efivarfs && contents.empty();
+    const bool never_written = services.kind == store_kind::efivarfs && contents.empty();
     if (never_written || contents.size() == sizeof attributes)
         return ENOENT;
     if (contents.size() < sizeof attributes)
@@ -66,7 +67,7 @@ EFI_STATUS read_variable(const runtime_services &services, const std::string &fi
 EFI_STATUS find_variable(const runtime_services &services, const std::string &file_name, bool *found)
 {
     std::size_t size = 0;
-    int error = variable_file_size(services, file_name.c_str(), &size);
+    const int error = variable_file_size(services, file_name.c_str(), &size);
     *found = size != 0;
     return status_of(error);
 }
@@ -98,8 +99,8 @@ EFI_STATUS remove_variable(const runtime_services &services, int folder, const s
 {
     if (services.kind == store_kind::efivarfs)
         return remove_efivarfs(services.variables.get(), file_name.c_str(), attributes);
-    int error = remove_file(folder, file_name.c_str());
-    // A folder that stands in a variable's place is damage, not a matter of permission.
+    const int error = remove_file(folder, file_name.c_str());
+    // A folder in a variable's place is damage, not a matter of permission.
     return error == EISDIR ? EFI_DEVICE_ERROR : status_of(error);
 }
 
@@ -108,7 +109,7 @@ EFI_STATUS capacity_of(const runtime_services &services, capacity *limits)
     constexpr const char *file_name = "capacity";
     std::array<std::int64_t, 2> numbers = {};
     bool found = false;
-    if (EFI_STATUS status = read_state(services, file_name, numbers, &found); status != EFI_SUCCESS)
+    if (const EFI_STATUS status = read_state(services, file_name, numbers, &found); status != EFI_SUCCESS)
         return status;
     *limits = {};
     if (!found)
@@ -129,17 +130,17 @@ UINT64 space_taken(std::size_t name_units, std::size_t data_size)
 EFI_STATUS space_used(const runtime_services &services, stopped_writers temporaries, UINT64 *used)
 {
     std::vector<std::string> names;
-    if (int error = list_folder(services.variables.get(), &names); error != 0)
+    if (const int error = list_folder(services.variables.get(), &names); error != 0)
         return status_of_folder(error);
     UINT64 total = 0;
     for (const std::string &name : names) {
         if (temporaries == stopped_writers::clean_up && is_temporary(name))
             unlinkat(services.variables.get(), name.c_str(), 0);
-        auto identity = identity_of(name);
+        const auto identity = identity_of(name);
         if (!identity)
             continue;
         std::size_t size = 0;
-        if (int error = variable_file_size(services, name.c_str(), &size); error != 0)
+        if (const int error = variable_file_size(services, name.c_str(), &size); error != 0)
             return status_of(error);
         if (size != 0)
             total += space_taken(identity->name.size(), size - sizeof(UINT32));

@@ -22,7 +22,7 @@ namespace machine {
 
 namespace {
 
-// A sysfs file is one page at the most; a folder of more entries than this is none that a kernel made.
+// A sysfs file is at most one page (fs/sysfs/file.c). No kernel makes a folder with more entries.
 constexpr std::size_t largest_text = 4096;
 constexpr std::size_t most_names = 65536;
 
@@ -30,7 +30,7 @@ struct closing {
     void operator()(DIR *folder) const { closedir(folder); }
 };
 
-// Adds the components of `path` to those of a resolved one. False when it leads above the root.
+// Appends `path` to the components of a resolved path. False when it leads above the root.
 bool resolve(std::string_view path, std::vector<std::string_view> *components)
 {
     while (!path.empty()) {
@@ -50,7 +50,7 @@ bool resolve(std::string_view path, std::vector<std::string_view> *components)
     return true;
 }
 
-// Opens what `path` names below `folder`, through real folders only. The path may be longer than PATH_MAX.
+// Opens `path` below `folder`, through real folders only. It may be longer than PATH_MAX.
 owned_fd open_path(int folder, std::string_view path, int flags)
 {
     std::array<char, NAME_MAX + 1> name;
@@ -58,7 +58,7 @@ owned_fd open_path(int folder, std::string_view path, int flags)
     for (;;) {
         const std::size_t end = std::min(path.find('/'), path.size());
         if (end == 0 || end >= name.size()) {
-            errno = ENOENT; // nothing has a name of that length
+            errno = ENOENT; // no name has that length
             return {};
         }
         *std::copy_n(path.data(), end, name.data()) = '\0';
@@ -72,7 +72,7 @@ owned_fd open_path(int folder, std::string_view path, int flags)
     }
 }
 
-// Much of sysfs need not be there. What is there and cannot be read ends the reading, with errno.
+// Much of sysfs may be absent. Any other errno ends the reading.
 void pass_over_if_absent(const std::string &path)
 {
     const int error = errno;
@@ -146,7 +146,7 @@ std::optional<std::string> sysfs::link(const std::string &path) const
     const owned_fd link = open_path(folder, path, O_PATH);
     const ssize_t length = link ? readlinkat(link.get(), "", target.data(), target.size()) : -1;
     if (length < 0) {
-        pass_over_if_absent(path); // ENOENT also for what is no link
+        pass_over_if_absent(path); // ENOENT also for what is not a link (fs/stat.c, do_readlinkat)
         return std::nullopt;
     }
     if (length == 0 || static_cast<std::size_t>(length) == target.size() || target[0] == '/')

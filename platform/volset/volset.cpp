@@ -24,7 +24,7 @@ namespace {
 constexpr std::string_view block_names = "/dev/dsk/";
 constexpr std::string_view raw_names = "/dev/rdsk/";
 
-// What a descriptor stands for. It keeps the picture in which it was found.
+// What a descriptor stands for. It keeps the picture that it comes from.
 struct object {
     vs_kind_t kind = VS_DRIVE;
     std::shared_ptr<machine::picture> seen;
@@ -44,7 +44,7 @@ using list_owner = std::unique_ptr<kvlist_t, list_freeing>;
 
 object *to_object(vs_descriptor_t descriptor)
 {
-    // A descriptor is a number to its users.
+    // The interface makes a descriptor a number.
     return reinterpret_cast<object *>(descriptor); // NOLINT(performance-no-int-to-ptr)
 }
 
@@ -69,7 +69,7 @@ void add(objects *found, object added)
     found->push_back(std::make_unique<object>(std::move(added)));
 }
 
-// The table of a medium whose entries are of a kind; none for a drive or a medium.
+// The kind of table that has entries of this kind; none for a drive or a medium.
 table_kind table_of(vs_kind_t kind)
 {
     if (kind == VS_PARTITION)
@@ -77,7 +77,7 @@ table_kind table_of(vs_kind_t kind)
     return kind == VS_SLICE ? table_kind::gpt : table_kind::none;
 }
 
-// Adds what a disk has of a kind: itself, its medium if it has one, or the entries of its table.
+// Adds what a disk has of a kind: itself, its medium, or the entries of its table.
 void add_of_disk(const std::shared_ptr<machine::picture> &seen, std::size_t disk, vs_kind_t kind,
                  objects *found)
 {
@@ -98,7 +98,7 @@ void add_of_disk(const std::shared_ptr<machine::picture> &seen, std::size_t disk
         add(found, {kind, seen, disk, &part});
 }
 
-// Whoever asks for all media does not get those of unreadable disks; whoever asks for one hears why.
+// A list of all media lacks those of unreadable disks; a call for one of them fails with the reason.
 const machine::medium &readable_medium(const object &of)
 {
     const machine::medium &medium = of.medium();
@@ -113,7 +113,7 @@ void check_kind(vs_kind_t kind)
         throw read_failure{EINVAL};
 }
 
-// Media belong to everything else, and what is on a medium belongs to it.
+// A medium is associated with everything else, partitions and slices with a medium.
 bool is_associated(vs_kind_t with, vs_kind_t kind)
 {
     return with == VS_MEDIA ? kind == VS_PARTITION || kind == VS_SLICE : kind == VS_MEDIA;
@@ -214,8 +214,8 @@ vs_descriptor_t *vs_get_descriptors(vs_kind_t kind, const int *, int *err)
         objects found;
         for (std::size_t disk = 0; disk < seen->tree().disks.size(); ++disk) {
             add_of_disk(seen, disk, kind, &found);
-            // Who keeps a picture asks for the media next, and passes over a drive without one: a shortage,
-            // which is no drive's own, shows here.
+            // A caller that keeps a picture reads the media next and skips drives without one. A shortage,
+            // which is not the drive's fault, must fail here.
             if (machine::is_picture_kept())
                 seen->medium_of(disk);
         }
@@ -272,7 +272,7 @@ char *vs_get_name(vs_descriptor_t desc, int *err)
     return name;
 }
 
-// With the last of a snapshot's descriptors a folder is closed, where a thread may be cancelled.
+// The last descriptor of a picture closes its folder, where a thread could be cancelled.
 void vs_free_descriptor(vs_descriptor_t desc)
 {
     const ovra::uncancelled undisturbed;
