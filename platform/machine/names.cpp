@@ -11,7 +11,7 @@ namespace machine {
 
 namespace {
 
-/* The GUID of its text in lower case, the only one that file names have. */
+// The GUID of its text in lower case, the only one that file names have.
 std::optional<EFI_GUID> guid_in(std::string_view text)
 {
     auto guid = ovra::parse_guid(text);
@@ -20,7 +20,7 @@ std::optional<EFI_GUID> guid_in(std::string_view text)
     return guid;
 }
 
-/* UTF-8 to units; nothing where it is not UTF-8. */
+// UTF-8 to units; nothing for any other text.
 std::optional<std::vector<CHAR16>> units_of(std::string_view text)
 {
     std::vector<CHAR16> units;
@@ -39,9 +39,10 @@ std::optional<std::vector<CHAR16>> units_of(std::string_view text)
 
 std::optional<name_view> terminated_name(const CHAR16 *name, UINTN size)
 {
-    // No file name has more units than NAME_MAX, whatever the caller says the name has.
-    name_view within(name, static_cast<std::size_t>(std::min<UINTN>(size / sizeof(CHAR16), NAME_MAX + 1)));
-    auto end = std::ranges::find(within, CHAR16{0});
+    // No file name has more units than NAME_MAX, whatever size the caller claims.
+    const name_view within(name,
+                           static_cast<std::size_t>(std::min<UINTN>(size / sizeof(CHAR16), NAME_MAX + 1)));
+    const auto end = std::ranges::find(within, CHAR16{0});
     if (end == within.end())
         return std::nullopt;
     return within.first(static_cast<std::size_t>(end - within.begin()));
@@ -70,9 +71,9 @@ std::optional<variable_identity> identity_of(std::string_view file_name)
 {
     if (file_name.size() < ovra::guid_length + 2 || file_name.size() > NAME_MAX)
         return std::nullopt;
-    // The name may hold "-" itself: the GUID is what stands last.
+    // The name may contain "-" itself; the GUID comes last.
     std::string_view name = file_name.substr(0, file_name.size() - ovra::guid_length);
-    auto guid = guid_in(file_name.substr(name.size()));
+    const auto guid = guid_in(file_name.substr(name.size()));
     if (!guid || name.back() != '-')
         return std::nullopt;
     name.remove_suffix(1);

@@ -2,11 +2,11 @@
 #include <cstdio>
 #include <cstring>
 
+#include "src/base/cancel.h"
 #include "src/dpath/list.h"
 #include "src/osmap/harddrive.h"
 #include "src/osmap/platform.h"
 #include "src/print/paths.h"
-#include "src/rt/cancel.h"
 #include "src/rt/diag.h"
 #include "src/rt/owned.h"
 #include "src/rt/strarray.h"

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <cstring>
 
+#include "src/base/cancel.h"
 #include "src/dpath/view.h"
 #include "src/osmap/harddrive.h"
 #include "src/osmap/platform.h"
-#include "src/rt/cancel.h"
 #include "src/rt/diag.h"
 #include "src/rt/owned.h"
 #include "src/rt/strarray.h"

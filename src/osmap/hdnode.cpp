@@ -4,11 +4,11 @@
 #include <cstdio>
 #include <cstring>
 
+#include "src/base/cancel.h"
 #include "src/base/number.h"
 #include "src/dpath/build.h"
 #include "src/osmap/harddrive.h"
 #include "src/osmap/platform.h"
-#include "src/rt/cancel.h"
 #include "src/rt/diag.h"
 
 using ovra::fail;

@@ -2,10 +2,10 @@
 #include <cstdio>
 #include <cstring>
 
+#include "src/base/cancel.h"
 #include "src/dpath/dpath.h"
 #include "src/osmap/osmap.h"
 #include "src/osmap/platform.h"
-#include "src/rt/cancel.h"
 #include "src/rt/diag.h"
 #include "src/rt/owned.h"
 

@@ -6,8 +6,8 @@
 #include <pthread.h>
 #include <utility>
 
+#include "src/base/cancel.h"
 #include "src/base/text.h"
-#include "src/rt/cancel.h"
 #include "src/rt/diag.h"
 #include "src/rt/owned.h"
 #include "src/rt/rt.h"

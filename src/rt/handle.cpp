@@ -4,7 +4,7 @@
 #include <fcntl.h>
 
 #include "platform/include/devns.h"
-#include "src/rt/cancel.h"
+#include "src/base/cancel.h"
 #include "src/rt/rt.h"
 #include "src/rt/testfile.h"
 

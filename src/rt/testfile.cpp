@@ -7,7 +7,7 @@
 #include <cstring>
 #include <memory>
 
-#include "src/rt/cancel.h"
+#include "src/base/cancel.h"
 #include "src/rt/diag.h"
 #include "src/rt/rt.h"
 

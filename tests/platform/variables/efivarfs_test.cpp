@@ -8,7 +8,9 @@
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 
-#include "platform/machine/machine.h"
+#include "platform/machine/reset.h"
+#include "platform/machine/services.h"
+#include "platform/machine/variables.h"
 #include "tests/platform/failing_calls.h"
 #include "tests/platform/machine_folder.h"
 
@@ -24,9 +26,9 @@ namespace {
 class Efivarfs : public testing::Test {
 protected:
     machine_folder disk;
-    std::unique_ptr<machine::firmware> firmware = machine::open_firmware();
+    std::unique_ptr<machine::runtime_services> services = machine::open_services();
 
-    void SetUp() override { firmware->kind = machine::store_kind::efivarfs; }
+    void SetUp() override { services->kind = machine::store_kind::efivarfs; }
     // An immutable file would outlive its folder.
     void TearDown() override
     {
@@ -42,18 +44,18 @@ protected:
     EFI_STATUS set(std::string_view variable, UINT32 attributes, std::string_view data) const
     {
         std::vector<CHAR16> units(variable.begin(), variable.end());
-        return machine::set_variable(*firmware, units, global_guid, attributes, data.size(), data.data());
+        return machine::set_variable(*services, units, global_guid, attributes, data.size(), data.data());
     }
 
     static int flags_of(const std::filesystem::path &path)
     {
-        machine::descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+        machine::owned_fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
         int flags = 0;
         return ioctl(file.get(), FS_IOC_GETFLAGS, &flags) == 0 ? flags : -1;
     }
     static bool set_immutable(const std::filesystem::path &path, bool immutable)
     {
-        machine::descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+        machine::owned_fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
         int flags = 0;
         if (!file || ioctl(file.get(), FS_IOC_GETFLAGS, &flags) != 0)
             return false;
@@ -137,7 +139,7 @@ TEST_F(Efivarfs, empty_file_is_no_variable_and_can_be_written)
     EXPECT_EQ(set("A", 0x47, ""), EFI_NOT_FOUND);
     UINTN size = 0;
     std::vector<CHAR16> units = {'A'};
-    EXPECT_EQ(machine::get_variable(*firmware, units, global_guid, nullptr, &size, nullptr), EFI_NOT_FOUND);
+    EXPECT_EQ(machine::get_variable(*services, units, global_guid, nullptr, &size, nullptr), EFI_NOT_FOUND);
     EXPECT_EQ(set("A", 7, "data"), EFI_SUCCESS);
     EXPECT_EQ(disk.get("A"), std::string("\7\0\0\0data", 8));
 }
@@ -216,7 +218,7 @@ TEST_F(Efivarfs, immutable_variable_is_deleted)
 TEST_F(Efivarfs, space_is_what_the_file_system_reports)
 {
     machine::variable_space space;
-    ASSERT_EQ(machine::query_variable_info(*firmware, 7, &space), EFI_SUCCESS);
+    ASSERT_EQ(machine::query_variable_info(*services, 7, &space), EFI_SUCCESS);
     EXPECT_GT(space.store, 0u);
     EXPECT_LE(space.remaining, space.store);
     EXPECT_EQ(space.variable, space.remaining);
@@ -234,7 +236,7 @@ TEST_F(Efivarfs, space_is_what_can_be_written)
         return 0;
     }};
     machine::variable_space space;
-    ASSERT_EQ(machine::query_variable_info(*firmware, 7, &space), EFI_SUCCESS);
+    ASSERT_EQ(machine::query_variable_info(*services, 7, &space), EFI_SUCCESS);
     EXPECT_EQ(space.store, 262044u);
     EXPECT_EQ(space.remaining, 241504u);
     EXPECT_EQ(space.variable, 241504u);
@@ -244,13 +246,13 @@ TEST_F(Efivarfs, space_cannot_be_read)
 {
     const platform_test::replaced_fstatfs fails{[](int, struct statfs *) { return EIO; }};
     machine::variable_space space = {1, 2, 3};
-    EXPECT_EQ(machine::query_variable_info(*firmware, 7, &space), EFI_DEVICE_ERROR);
+    EXPECT_EQ(machine::query_variable_info(*services, 7, &space), EFI_DEVICE_ERROR);
     EXPECT_EQ(space.store, 1u);
 }
 
 TEST_F(Efivarfs, space_is_unsupported_where_nothing_is_reported)
 {
-    machine::descriptor proc(open("/proc", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    machine::owned_fd proc(open("/proc", O_PATH | O_DIRECTORY | O_CLOEXEC));
     machine::variable_space space = {1, 2, 3};
     EXPECT_EQ(machine::efivarfs_space(proc.get(), &space), EFI_UNSUPPORTED);
     EXPECT_EQ(space.store, 1u);
@@ -259,7 +261,7 @@ TEST_F(Efivarfs, space_is_unsupported_where_nothing_is_reported)
 TEST_F(Efivarfs, reset_below_another_root_is_not_played_on_real_firmware)
 {
     disk.put("BootNext", std::string("\1\0", 2));
-    EXPECT_EQ(machine::reset_system(*firmware, EFI_RESET_COLD), -1);
+    EXPECT_EQ(machine::reset_system(*services, EFI_RESET_COLD), -1);
     EXPECT_EQ(errno, EOPNOTSUPP);
     EXPECT_NE(disk.get("BootNext"), "(none)");
 }

@@ -5,7 +5,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "platform/machine/machine.h"
+#include "platform/machine/debug.h"
+#include "platform/machine/root.h"
 #include "tests/platform/machine_folder.h"
 
 using platform_test::environment;

@@ -26,7 +26,7 @@ namespace {
 
 enum class ended { killed, by_itself, untraceable };
 
-/* Calls for memory may differ from run to run and change no file: they are not counted. */
+// Calls for memory may differ from run to run and change no file: they are not counted.
 bool is_counted(long call)
 {
     static const std::set<long> for_memory = {SYS_brk,    SYS_mmap,    SYS_munmap, SYS_mprotect,
@@ -40,10 +40,8 @@ struct traced {
     long killed_at = -1;    // the call that was not
 };
 
-/*
- * Runs `body` in a child process, which is killed as it enters its system call number `last` (from 0), so
- * that this one is not carried out.
- */
+// Runs `body` in a child process, which is killed as it enters its system call number `last` (from 0), so
+// that this one is not carried out.
 traced run_up_to(std::size_t last, const std::function<void()> &body)
 {
     traced result;
@@ -89,7 +87,7 @@ class Kill : public testing::Test {
 protected:
     machine_folder disk;
 
-    /* What a killed writer left would make the next one's calls others; so would the lock that it made. */
+    // What a killed writer left would make the next one's calls others; so would the lock that it made.
     void remove_temporaries() const
     {
         fs::remove(disk.state("lock"));
@@ -102,10 +100,8 @@ protected:
         }
     }
 
-    /*
-     * Kills `body` at every system call, from the state that `prepare` makes, and hands what is left to
-     * `check`. The calls `expected` must have been among those.
-     */
+    // Kills `body` at every system call, from the state that `prepare` makes, and hands what is left to
+    // `check`. The calls `expected` must have been among those.
     void at_every_call(const std::function<void()> &prepare, const std::function<void()> &body,
                        const std::function<void()> &check, const std::set<long> &expected) const
     {
@@ -131,7 +127,7 @@ protected:
         }
     }
 
-    /* The variable has one of two values; it can be written; nothing of the killed writer stays then. */
+    // The variable has one of two values; it can be written; nothing of the killed writer stays then.
     void expect_one_of(const std::string &before, const std::string &after) const
     {
         std::string found = disk.get("A");

@@ -48,10 +48,8 @@ protected:
         return call(OVRA_SET_VARIABLE, &args);
     }
 
-    /*
-     * `prepare` makes the state that `body` starts from; body returns what the library did. Each refusal must
-     * give -1 and ENOMEM; the last run, in which nothing is refused, `expected`.
-     */
+    // `prepare` makes the state that `body` starts from; body returns what the library did. Each refusal must
+    // give -1 and ENOMEM; the last run, in which nothing is refused, `expected`.
     void sweep(const std::function<void()> &prepare, const std::function<int()> &body, EFI_STATUS expected)
     {
         prepare();

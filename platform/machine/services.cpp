@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
-#include "platform/machine/machine.h"
+#include "platform/machine/services.h"
 
 #include <cerrno>
 #include <cstring>
 
 #include <linux/magic.h>
 #include <sys/vfs.h>
+
+#include "platform/machine/debug.h"
 
 namespace machine {
 
@@ -21,31 +23,31 @@ store_kind kind_of_filesystem(std::uint64_t type)
     }
 }
 
-std::unique_ptr<firmware> open_firmware()
+std::unique_ptr<runtime_services> open_services()
 {
-    auto machine = std::make_unique<firmware>();
-    machine->root = open_root();
-    if (!machine->root.folder)
+    auto services = std::make_unique<runtime_services>();
+    services->root = open_root();
+    if (!services->root.folder)
         return nullptr;
-    machine->variables =
-        open_below(machine->root.folder.get(), {"sys", "firmware", "efi", "efivars"}, missing_folders::fail);
-    if (!machine->variables) {
+    services->variables =
+        open_below(services->root.folder.get(), {"sys", "firmware", "efi", "efivars"}, missing_folders::fail);
+    if (!services->variables) {
         debug("no firmware variables: sys/firmware/efi/efivars: %s", std::strerror(errno));
         if (errno == ENOTDIR || errno == ELOOP)
             errno = ENOENT;
         return nullptr;
     }
     struct statfs info = {};
-    if (fstatfs(machine->variables.get(), &info) != 0)
+    if (fstatfs(services->variables.get(), &info) != 0)
         return nullptr;
-    // f_type is signed and as wide as a long; the magic number is 32 bits.
-    machine->kind = kind_of_filesystem(static_cast<std::uint32_t>(info.f_type));
-    if (machine->kind == store_kind::none) {
+    // statfs(2): f_type is a signed long, the magic numbers have 32 bits.
+    services->kind = kind_of_filesystem(static_cast<std::uint32_t>(info.f_type));
+    if (services->kind == store_kind::none) {
         debug("no firmware variables: efivarfs is not mounted at sys/firmware/efi/efivars");
         errno = ENOENT;
         return nullptr;
     }
-    return machine;
+    return services;
 }
 
 } // namespace machine

@@ -4,7 +4,11 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/machine/machine.h"
+#include "platform/machine/clock.h"
+#include "platform/machine/reset.h"
+#include "platform/machine/services.h"
+#include "platform/machine/state.h"
+#include "platform/machine/variables.h"
 #include "tests/platform/failing_calls.h"
 #include "tests/platform/machine_folder.h"
 
@@ -17,14 +21,14 @@ namespace {
 class State : public testing::Test {
 protected:
     machine_folder disk;
-    std::unique_ptr<machine::firmware> firmware = machine::open_firmware();
+    std::unique_ptr<machine::runtime_services> services = machine::open_services();
     std::array<std::int64_t, 2> numbers = {};
 
     EFI_STATUS write(std::int64_t one, std::int64_t other)
     {
-        return machine::write_state(*firmware, "test", std::array{one, other});
+        return machine::write_state(*services, "test", std::array{one, other});
     }
-    EFI_STATUS read() { return machine::read_state(*firmware, "test", numbers, &found); }
+    EFI_STATUS read() { return machine::read_state(*services, "test", numbers, &found); }
     bool found = true;
 };
 
@@ -107,19 +111,19 @@ TEST_F(State, file_that_cannot_be_opened_or_read_is_not_absent)
 TEST_F(State, services_say_what_they_cannot_read)
 {
     EFI_TIME time = {2031, 1, 2, 3, 4, 5, 0, 0, 0, 0, 0};
-    ASSERT_EQ(machine::set_time(*firmware, time), EFI_SUCCESS);
-    ASSERT_EQ(machine::set_wakeup_time(*firmware, true, &time), EFI_SUCCESS);
+    ASSERT_EQ(machine::set_time(*services, time), EFI_SUCCESS);
+    ASSERT_EQ(machine::set_wakeup_time(*services, true, &time), EFI_SUCCESS);
     UINT32 count = 0;
-    ASSERT_EQ(machine::next_high_monotonic_count(*firmware, &count), EFI_SUCCESS);
+    ASSERT_EQ(machine::next_high_monotonic_count(*services, &count), EFI_SUCCESS);
     disk.put_file(disk.state("capacity"), "1000 100\n");
     const platform_test::failing_call failing(platform_test::wrapped::read, EIO);
     machine::wakeup alarm;
     machine::variable_space space;
-    EXPECT_EQ(machine::get_time(*firmware, &time, nullptr), EFI_DEVICE_ERROR);
-    EXPECT_EQ(machine::get_wakeup_time(*firmware, &alarm), EFI_DEVICE_ERROR);
-    EXPECT_EQ(machine::set_wakeup_time(*firmware, false, nullptr), EFI_DEVICE_ERROR);
-    EXPECT_EQ(machine::next_high_monotonic_count(*firmware, &count), EFI_DEVICE_ERROR);
-    EXPECT_EQ(machine::query_variable_info(*firmware, 7, &space), EFI_DEVICE_ERROR);
+    EXPECT_EQ(machine::get_time(*services, &time, nullptr), EFI_DEVICE_ERROR);
+    EXPECT_EQ(machine::get_wakeup_time(*services, &alarm), EFI_DEVICE_ERROR);
+    EXPECT_EQ(machine::set_wakeup_time(*services, false, nullptr), EFI_DEVICE_ERROR);
+    EXPECT_EQ(machine::next_high_monotonic_count(*services, &count), EFI_DEVICE_ERROR);
+    EXPECT_EQ(machine::query_variable_info(*services, 7, &space), EFI_DEVICE_ERROR);
 }
 
 // Its attributes are not known, and the request may not fit them.
@@ -129,10 +133,10 @@ TEST_F(State, variable_that_cannot_be_read_is_not_written_over)
     const std::vector<CHAR16> name = {'A'};
     const platform_test::failing_call failing(platform_test::wrapped::read, EIO);
     for (UINT32 attributes : {7u, 0x47u}) {
-        EXPECT_EQ(machine::set_variable(*firmware, name, platform_test::global_guid, attributes, 5, "other"),
+        EXPECT_EQ(machine::set_variable(*services, name, platform_test::global_guid, attributes, 5, "other"),
                   EFI_DEVICE_ERROR);
     }
-    EXPECT_EQ(machine::set_variable(*firmware, name, platform_test::global_guid, 0, 0, nullptr),
+    EXPECT_EQ(machine::set_variable(*services, name, platform_test::global_guid, 0, 0, nullptr),
               EFI_DEVICE_ERROR);
     EXPECT_EQ(disk.get("A"), std::string("\3\0\0\0data", 8));
 }
@@ -145,7 +149,7 @@ TEST_F(State, start_is_not_played_by_what_cannot_be_read)
     disk.put("BootNext", std::string("\2\0", 2));
     {
         const platform_test::failing_call failing(platform_test::wrapped::read, EIO);
-        EXPECT_EQ(machine::reset_system(*firmware, EFI_RESET_COLD), -1);
+        EXPECT_EQ(machine::reset_system(*services, EFI_RESET_COLD), -1);
         EXPECT_EQ(errno, EIO);
     }
     EXPECT_EQ(disk.get("BootCurrent"), "(none)");
@@ -159,16 +163,16 @@ TEST_F(State, services_wait_for_the_lock_and_not_for_ever)
     const platform_test::skipped_sleep clock;
     const platform_test::failing_call held(platform_test::wrapped::flock, EWOULDBLOCK);
     const std::vector<CHAR16> name = {'A'};
-    EXPECT_EQ(machine::set_variable(*firmware, name, platform_test::global_guid, 7, 4, "data"), EFI_TIMEOUT);
+    EXPECT_EQ(machine::set_variable(*services, name, platform_test::global_guid, 7, 4, "data"), EFI_TIMEOUT);
     EXPECT_GE(clock.slept(), 29.9);
     EXPECT_LE(clock.slept(), 30.1);
     EXPECT_EQ(disk.names().size(), 1u);
     EFI_TIME time = {2031, 1, 2, 3, 4, 5, 0, 0, 0, 0, 0};
     UINT32 count = 7;
-    EXPECT_EQ(machine::set_time(*firmware, time), EFI_TIMEOUT);
-    EXPECT_EQ(machine::set_wakeup_time(*firmware, true, &time), EFI_TIMEOUT);
-    EXPECT_EQ(machine::next_high_monotonic_count(*firmware, &count), EFI_TIMEOUT);
-    EXPECT_EQ(machine::reset_system(*firmware, EFI_RESET_COLD), -1);
+    EXPECT_EQ(machine::set_time(*services, time), EFI_TIMEOUT);
+    EXPECT_EQ(machine::set_wakeup_time(*services, true, &time), EFI_TIMEOUT);
+    EXPECT_EQ(machine::next_high_monotonic_count(*services, &count), EFI_TIMEOUT);
+    EXPECT_EQ(machine::reset_system(*services, EFI_RESET_COLD), -1);
     EXPECT_EQ(errno, ETIMEDOUT);
     EXPECT_NE(disk.get("BootNext"), "(none)");
     EXPECT_EQ(count, 7u);
@@ -178,7 +182,7 @@ TEST_F(State, lock_that_fails_is_an_error)
 {
     const platform_test::failing_call failing(platform_test::wrapped::flock, ENOLCK);
     const std::vector<CHAR16> name = {'A'};
-    EXPECT_EQ(machine::set_variable(*firmware, name, platform_test::global_guid, 7, 4, "data"),
+    EXPECT_EQ(machine::set_variable(*services, name, platform_test::global_guid, 7, 4, "data"),
               EFI_DEVICE_ERROR);
     EXPECT_EQ(disk.names().size(), 0u);
 }

@@ -2,7 +2,10 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "platform/machine/machine.h"
+#include "platform/machine/enumerate.h"
+#include "platform/machine/services.h"
+#include "platform/machine/store.h"
+#include "platform/machine/variables.h"
 #include "tests/platform/failing_calls.h"
 #include "tests/platform/machine_folder.h"
 
@@ -17,7 +20,7 @@ namespace {
 class Store : public testing::Test {
 protected:
     machine_folder disk;
-    std::unique_ptr<machine::firmware> firmware = machine::open_firmware();
+    std::unique_ptr<machine::runtime_services> services = machine::open_services();
 
     static std::string name(std::string_view variable)
     {
@@ -26,12 +29,12 @@ protected:
     [[nodiscard]] bool is_there(const std::string &file_name) const
     {
         bool found = false;
-        EXPECT_EQ(machine::find_variable(*firmware, file_name, &found), EFI_SUCCESS);
+        EXPECT_EQ(machine::find_variable(*services, file_name, &found), EFI_SUCCESS);
         return found;
     }
     EFI_STATUS read(std::string_view variable, machine::stored_variable *found) const
     {
-        return machine::read_variable(*firmware, name(variable), found);
+        return machine::read_variable(*services, name(variable), found);
     }
 };
 
@@ -61,14 +64,14 @@ TEST_F(Store, file_that_cannot_be_looked_at_is_not_absent)
     disk.put("B", "data");
     const platform_test::failing_call failing(platform_test::wrapped::fstatat, EIO);
     bool found = false;
-    EXPECT_EQ(machine::find_variable(*firmware, name("A"), &found), EFI_DEVICE_ERROR);
+    EXPECT_EQ(machine::find_variable(*services, name("A"), &found), EFI_DEVICE_ERROR);
     UINT64 used = 7;
-    EXPECT_EQ(machine::space_used(*firmware, stopped_writers::leave, &used), EFI_DEVICE_ERROR);
+    EXPECT_EQ(machine::space_used(*services, stopped_writers::leave, &used), EFI_DEVICE_ERROR);
     EXPECT_EQ(used, 7u);
     std::vector<CHAR16> text = {'A', 0, 0, 0};
     UINTN size = text.size() * sizeof(CHAR16);
     EFI_GUID guid = platform_test::global_guid;
-    EXPECT_EQ(machine::next_variable(*firmware, &size, text.data(), &guid), EFI_DEVICE_ERROR);
+    EXPECT_EQ(machine::next_variable(*services, &size, text.data(), &guid), EFI_DEVICE_ERROR);
 }
 
 // All variables of a machine that was taken away are not "none".
@@ -78,11 +81,11 @@ TEST_F(Store, folder_that_is_gone_has_no_empty_list)
     std::vector<CHAR16> text(10);
     UINTN size = text.size() * sizeof(CHAR16);
     EFI_GUID guid = {};
-    EXPECT_EQ(machine::next_variable(*firmware, &size, text.data(), &guid), EFI_DEVICE_ERROR);
+    EXPECT_EQ(machine::next_variable(*services, &size, text.data(), &guid), EFI_DEVICE_ERROR);
     machine::variable_space space;
-    EXPECT_EQ(machine::query_variable_info(*firmware, 7, &space), EFI_DEVICE_ERROR);
+    EXPECT_EQ(machine::query_variable_info(*services, 7, &space), EFI_DEVICE_ERROR);
     const std::vector<CHAR16> name = {'A'};
-    EXPECT_EQ(machine::set_variable(*firmware, name, platform_test::global_guid, 7, 4, "data"),
+    EXPECT_EQ(machine::set_variable(*services, name, platform_test::global_guid, 7, 4, "data"),
               EFI_DEVICE_ERROR);
 }
 
@@ -91,7 +94,7 @@ TEST_F(Store, empty_file_is_one_that_an_efivarfs_was_never_given)
     disk.put_file(disk.file("A"), "");
     machine::stored_variable found;
     EXPECT_EQ(read("A", &found), EFI_DEVICE_ERROR);
-    firmware->kind = machine::store_kind::efivarfs;
+    services->kind = machine::store_kind::efivarfs;
     EXPECT_EQ(read("A", &found), EFI_NOT_FOUND);
     EXPECT_FALSE(is_there(name("A")));
 }
@@ -146,7 +149,7 @@ TEST_F(Store, space_is_attributes_name_with_terminator_and_data)
     disk.put_file(disk.store() / "notes.txt", "not a variable");
     disk.put_file(disk.file("Damaged"), "12");
     UINT64 used = 0;
-    ASSERT_EQ(machine::space_used(*firmware, stopped_writers::leave, &used), EFI_SUCCESS);
+    ASSERT_EQ(machine::space_used(*services, stopped_writers::leave, &used), EFI_SUCCESS);
     EXPECT_EQ(used, (4u + 20u + 4u) + (4u + 4u + 1u));
 }
 
@@ -154,21 +157,21 @@ TEST_F(Store, what_stopped_writers_left_is_removed_under_the_lock_only)
 {
     disk.put_file(disk.store() / ".hwplat-1-1.tmp", "half");
     UINT64 used = 1;
-    ASSERT_EQ(machine::space_used(*firmware, stopped_writers::leave, &used), EFI_SUCCESS);
+    ASSERT_EQ(machine::space_used(*services, stopped_writers::leave, &used), EFI_SUCCESS);
     EXPECT_EQ(used, 0u);
     EXPECT_EQ(disk.names().size(), 1u);
-    ASSERT_EQ(machine::space_used(*firmware, stopped_writers::clean_up, &used), EFI_SUCCESS);
+    ASSERT_EQ(machine::space_used(*services, stopped_writers::clean_up, &used), EFI_SUCCESS);
     EXPECT_EQ(disk.names().size(), 0u);
 }
 
 TEST_F(Store, capacity_is_256_kib_and_32_kib_a_variable_unless_the_machine_says_otherwise)
 {
     machine::capacity limits;
-    EXPECT_EQ(machine::capacity_of(*firmware, &limits), EFI_SUCCESS);
+    EXPECT_EQ(machine::capacity_of(*services, &limits), EFI_SUCCESS);
     EXPECT_EQ(limits.store, 262144u);
     EXPECT_EQ(limits.variable, 32768u);
     disk.put_file(disk.state("capacity"), "1000 100\n");
-    EXPECT_EQ(machine::capacity_of(*firmware, &limits), EFI_SUCCESS);
+    EXPECT_EQ(machine::capacity_of(*services, &limits), EFI_SUCCESS);
     EXPECT_EQ(limits.store, 1000u);
     EXPECT_EQ(limits.variable, 100u);
 }
@@ -179,7 +182,7 @@ TEST_F(Store, capacity_that_makes_no_sense_is_not_taken_as_absent)
          {"", "1000", "0 100\n", "1000 -1\n", "1000 99999999\n", "99999999999999999999 1\n"}) {
         disk.put_file(disk.state("capacity"), text);
         machine::capacity limits = {1, 2};
-        EXPECT_EQ(machine::capacity_of(*firmware, &limits), EFI_DEVICE_ERROR) << text;
+        EXPECT_EQ(machine::capacity_of(*services, &limits), EFI_DEVICE_ERROR) << text;
     }
 }
 

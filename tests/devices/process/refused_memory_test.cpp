@@ -23,7 +23,7 @@ using ovra::test::operator_new;
 
 class DevicesRefusedMemory : public testing::Test {
 protected:
-    /* `body` makes a call, releases what it gave, and returns 0, or the errno value of its failure. */
+    // `body` makes a call, releases what it gave, and returns 0, or the errno value of its failure.
     static void sweep(const std::function<int()> &body)
     {
         body(); // what a process allocates once

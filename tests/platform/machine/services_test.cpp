@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 #include <linux/magic.h>
 
-#include "platform/machine/machine.h"
+#include "platform/machine/services.h"
 #include "tests/platform/machine_folder.h"
 
 using machine::store_kind;
@@ -17,28 +17,28 @@ namespace {
 TEST(Firmware, is_there_when_the_machine_has_the_folder_of_variables)
 {
     machine_folder disk;
-    auto firmware = machine::open_firmware();
-    ASSERT_TRUE(firmware);
-    EXPECT_EQ(firmware->kind, store_kind::folder);
-    EXPECT_FALSE(firmware->root.live);
-    EXPECT_TRUE(firmware->variables);
+    auto services = machine::open_services();
+    ASSERT_TRUE(services);
+    EXPECT_EQ(services->kind, store_kind::folder);
+    EXPECT_FALSE(services->root.live);
+    EXPECT_TRUE(services->variables);
 }
 
 TEST(Firmware, is_not_there_without_the_folder)
 {
     machine_folder disk;
     fs::remove(disk.store());
-    EXPECT_FALSE(machine::open_firmware());
+    EXPECT_FALSE(machine::open_services());
     EXPECT_EQ(errno, ENOENT);
     disk.put_file(disk.store(), "a file");
-    EXPECT_FALSE(machine::open_firmware());
+    EXPECT_FALSE(machine::open_services());
     EXPECT_EQ(errno, ENOENT);
 }
 
 TEST(Firmware, is_not_there_without_the_root)
 {
     environment missing("HWPLAT_ROOT", "/nowhere/at/all");
-    EXPECT_FALSE(machine::open_firmware());
+    EXPECT_FALSE(machine::open_services());
     EXPECT_EQ(errno, ENOENT);
 }
 
@@ -48,7 +48,7 @@ TEST(Firmware, variables_behind_a_link_are_not_the_machines)
     fs::create_directory(disk.root() / "elsewhere");
     fs::remove(disk.store());
     fs::create_directory_symlink(disk.root() / "elsewhere", disk.store());
-    EXPECT_FALSE(machine::open_firmware());
+    EXPECT_FALSE(machine::open_services());
     EXPECT_EQ(errno, ENOENT);
 }
 
@@ -58,7 +58,7 @@ TEST(Firmware, says_why_there_is_none_when_asked_to)
     fs::remove(disk.store());
     environment debug("HWPLAT_DEBUG", "1");
     testing::internal::CaptureStderr();
-    EXPECT_FALSE(machine::open_firmware());
+    EXPECT_FALSE(machine::open_services());
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "hwplat: no firmware variables: sys/firmware/efi/efivars: No such file or directory\n");
 }

@@ -20,7 +20,7 @@ using platform_test::walk_all;
 
 namespace {
 
-/* Runs `body(0)` and `body(1)` in a process each; both must return true. */
+// Runs `body(0)` and `body(1)` in a process each; both must return true.
 template <typename function>
 void in_two_processes(function body)
 {

@@ -25,7 +25,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/* A child that runs `body` and ends with what it returns; killed when it is left. */
+// A child that runs `body` and ends with what it returns; killed when it is left.
 class child_process {
 public:
     explicit child_process(const std::function<int()> &body) : number(fork())
@@ -46,7 +46,7 @@ public:
         kill(number, SIGKILL);
         result();
     }
-    /* -1 when it was killed. */
+    // -1 when it was killed.
     int result()
     {
         int status = -1;
@@ -71,7 +71,7 @@ private:
     int number;
 };
 
-/* A word from one process to the other: who sends it. */
+// A word from one process to the other: who sends it.
 class signal_line {
 public:
     signal_line() { EXPECT_EQ(pipe(ends), 0); }
@@ -113,7 +113,7 @@ protected:
 
     [[nodiscard]] fs::path file() const { return disk.state("lock"); }
 
-    /* Another process can take the lock, and gives it back. */
+    // Another process can take the lock, and gives it back.
     static bool is_free()
     {
         return child_process([] { return devns_lock(0, nullptr) == 0 ? 0 : 1; }).result() == 0;

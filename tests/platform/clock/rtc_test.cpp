@@ -5,7 +5,8 @@
 #include <gtest/gtest.h>
 #include <linux/rtc.h>
 
-#include "platform/machine/machine.h"
+#include "platform/machine/clock.h"
+#include "platform/machine/services.h"
 #include "tests/platform/failing_calls.h"
 #include "tests/platform/machine_folder.h"
 
@@ -14,7 +15,7 @@ using platform_test::replaced_ioctl;
 
 namespace {
 
-/* A clock chip as the kernel shows it. */
+// A clock chip as the kernel shows it.
 struct chip {
     rtc_time time = {.tm_sec = 56,
                      .tm_min = 34,
@@ -63,13 +64,13 @@ protected:
     chip clock;
     replaced_ioctl replaced{
         [this](int, unsigned long request, void *argument) { return clock.answer(request, argument); }};
-    std::unique_ptr<machine::firmware> firmware;
+    std::unique_ptr<machine::runtime_services> services;
 
     void SetUp() override
     {
         disk.put_file(disk.root() / "dev/rtc0", "");
-        firmware = machine::open_firmware();
-        firmware->root.live = true;
+        services = machine::open_services();
+        services->root.live = true;
     }
 };
 
@@ -90,7 +91,7 @@ TEST_F(Rtc, time_is_the_chips_with_no_time_zone)
 {
     EFI_TIME time = {};
     EFI_TIME_CAPABILITIES capabilities = {};
-    ASSERT_EQ(machine::get_time(*firmware, &time, &capabilities), EFI_SUCCESS);
+    ASSERT_EQ(machine::get_time(*services, &time, &capabilities), EFI_SUCCESS);
     EXPECT_EQ(time.year, 2024);
     EXPECT_EQ(time.month, 2);
     EXPECT_EQ(time.day, 29);
@@ -104,11 +105,11 @@ TEST_F(Rtc, time_is_the_chips_with_no_time_zone)
 
 TEST_F(Rtc, time_that_is_set_is_shown)
 {
-    ASSERT_EQ(machine::set_time(*firmware, example_time()), EFI_SUCCESS);
+    ASSERT_EQ(machine::set_time(*services, example_time()), EFI_SUCCESS);
     EXPECT_EQ(clock.time.tm_year, 130);
     EXPECT_EQ(clock.time.tm_mon, 11);
     EFI_TIME time = {};
-    ASSERT_EQ(machine::get_time(*firmware, &time, nullptr), EFI_SUCCESS);
+    ASSERT_EQ(machine::get_time(*services, &time, nullptr), EFI_SUCCESS);
     EXPECT_EQ(time.day, 31);
     EXPECT_EQ(time.second, 57);
 }
@@ -118,17 +119,17 @@ TEST_F(Rtc, chip_that_shows_no_date_is_a_device_error)
     clock.time.tm_mon = 12;
     EFI_TIME time = {};
     time.year = 1;
-    EXPECT_EQ(machine::get_time(*firmware, &time, nullptr), EFI_DEVICE_ERROR);
+    EXPECT_EQ(machine::get_time(*services, &time, nullptr), EFI_DEVICE_ERROR);
     EXPECT_EQ(time.year, 1);
 }
 
 TEST_F(Rtc, alarm_that_is_set_is_shown)
 {
     EFI_TIME wanted = example_time();
-    ASSERT_EQ(machine::set_wakeup_time(*firmware, true, &wanted), EFI_SUCCESS);
+    ASSERT_EQ(machine::set_wakeup_time(*services, true, &wanted), EFI_SUCCESS);
     EXPECT_EQ(clock.alarm.enabled, 1);
     machine::wakeup alarm;
-    ASSERT_EQ(machine::get_wakeup_time(*firmware, &alarm), EFI_SUCCESS);
+    ASSERT_EQ(machine::get_wakeup_time(*services, &alarm), EFI_SUCCESS);
     EXPECT_TRUE(alarm.enabled);
     EXPECT_FALSE(alarm.pending);
     EXPECT_EQ(alarm.time.year, 2030);
@@ -138,8 +139,8 @@ TEST_F(Rtc, alarm_that_is_set_is_shown)
 TEST_F(Rtc, alarm_is_switched_off_with_its_time_kept)
 {
     EFI_TIME wanted = example_time();
-    ASSERT_EQ(machine::set_wakeup_time(*firmware, true, &wanted), EFI_SUCCESS);
-    ASSERT_EQ(machine::set_wakeup_time(*firmware, false, nullptr), EFI_SUCCESS);
+    ASSERT_EQ(machine::set_wakeup_time(*services, true, &wanted), EFI_SUCCESS);
+    ASSERT_EQ(machine::set_wakeup_time(*services, false, nullptr), EFI_SUCCESS);
     EXPECT_EQ(clock.alarm.enabled, 0);
     EXPECT_EQ(clock.alarm.time.tm_year, 130);
 }
@@ -148,28 +149,28 @@ TEST_F(Rtc, zone_that_the_chip_cannot_keep_is_refused)
 {
     EFI_TIME time = example_time();
     time.timezone = -120;
-    EXPECT_EQ(machine::set_time(*firmware, time), EFI_UNSUPPORTED);
-    EXPECT_EQ(machine::set_wakeup_time(*firmware, true, &time), EFI_UNSUPPORTED);
+    EXPECT_EQ(machine::set_time(*services, time), EFI_UNSUPPORTED);
+    EXPECT_EQ(machine::set_wakeup_time(*services, true, &time), EFI_UNSUPPORTED);
     time.timezone = 0x7ff;
     time.daylight = 1;
-    EXPECT_EQ(machine::set_time(*firmware, time), EFI_UNSUPPORTED);
+    EXPECT_EQ(machine::set_time(*services, time), EFI_UNSUPPORTED);
     EXPECT_EQ(clock.time.tm_year, 124);
     EXPECT_EQ(clock.alarm.enabled, 0);
     time.daylight = 0;
     time.timezone = 0; // UTC
-    EXPECT_EQ(machine::set_time(*firmware, time), EFI_SUCCESS);
+    EXPECT_EQ(machine::set_time(*services, time), EFI_SUCCESS);
 }
 
 TEST_F(Rtc, alarm_that_is_not_ahead_leaves_the_one_that_stands)
 {
     EFI_TIME stands = example_time();
-    ASSERT_EQ(machine::set_wakeup_time(*firmware, true, &stands), EFI_SUCCESS);
+    ASSERT_EQ(machine::set_wakeup_time(*services, true, &stands), EFI_SUCCESS);
     EFI_TIME past = stands;
     past.year = 2023;
-    EXPECT_EQ(machine::set_wakeup_time(*firmware, true, &past), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(machine::set_wakeup_time(*services, true, &past), EFI_INVALID_PARAMETER);
     EFI_TIME now = {};
-    ASSERT_EQ(machine::get_time(*firmware, &now, nullptr), EFI_SUCCESS);
-    EXPECT_EQ(machine::set_wakeup_time(*firmware, true, &now), EFI_INVALID_PARAMETER);
+    ASSERT_EQ(machine::get_time(*services, &now, nullptr), EFI_SUCCESS);
+    EXPECT_EQ(machine::set_wakeup_time(*services, true, &now), EFI_INVALID_PARAMETER);
     EXPECT_EQ(clock.alarm.enabled, 1);
     EXPECT_EQ(clock.alarm.time.tm_year, 130);
 }
@@ -180,11 +181,11 @@ TEST_F(Rtc, alarm_that_the_chip_does_not_take_leaves_the_one_that_stands)
     for (int error : {EINVAL, ERANGE, EIO, 0}) {
         clock.largest_year = 130;
         EFI_TIME stands = example_time();
-        ASSERT_EQ(machine::set_wakeup_time(*firmware, true, &stands), EFI_SUCCESS);
+        ASSERT_EQ(machine::set_wakeup_time(*services, true, &stands), EFI_SUCCESS);
         EFI_TIME late = stands;
         late.year = 2031;
         clock.error_beyond = error; // 0: it takes another time without a word
-        EXPECT_EQ(machine::set_wakeup_time(*firmware, true, &late),
+        EXPECT_EQ(machine::set_wakeup_time(*services, true, &late),
                   error == EIO ? EFI_DEVICE_ERROR : EFI_INVALID_PARAMETER)
             << error;
         EXPECT_EQ(clock.alarm.enabled, 1) << error;
@@ -197,16 +198,16 @@ TEST_F(Rtc, chip_below_a_link_is_not_the_machines)
     std::filesystem::rename(disk.root() / "dev/rtc0", disk.root() / "elsewhere");
     std::filesystem::create_symlink(disk.root() / "elsewhere", disk.root() / "dev/rtc0");
     EFI_TIME time = {};
-    EXPECT_NE(machine::get_time(*firmware, &time, nullptr), EFI_SUCCESS);
+    EXPECT_NE(machine::get_time(*services, &time, nullptr), EFI_SUCCESS);
 }
 
 TEST_F(Rtc, bad_time_never_reaches_the_chip)
 {
     EFI_TIME bad = example_time();
     bad.month = 13;
-    EXPECT_EQ(machine::set_time(*firmware, bad), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(machine::set_wakeup_time(*firmware, true, &bad), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(machine::set_wakeup_time(*firmware, true, nullptr), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(machine::set_time(*services, bad), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(machine::set_wakeup_time(*services, true, &bad), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(machine::set_wakeup_time(*services, true, nullptr), EFI_INVALID_PARAMETER);
     EXPECT_EQ(clock.time.tm_year, 124);
     EXPECT_EQ(clock.alarm.enabled, 0);
 }
@@ -217,11 +218,11 @@ TEST_F(Rtc, what_the_chip_cannot_do_is_unsupported)
     machine::wakeup alarm;
     for (int error : {ENOTTY, EINVAL}) {
         clock.error = error;
-        EXPECT_EQ(machine::get_time(*firmware, &time, nullptr), EFI_UNSUPPORTED);
-        EXPECT_EQ(machine::set_time(*firmware, time), EFI_UNSUPPORTED);
-        EXPECT_EQ(machine::get_wakeup_time(*firmware, &alarm), EFI_UNSUPPORTED);
-        EXPECT_EQ(machine::set_wakeup_time(*firmware, true, &time), EFI_UNSUPPORTED);
-        EXPECT_EQ(machine::set_wakeup_time(*firmware, false, nullptr), EFI_UNSUPPORTED);
+        EXPECT_EQ(machine::get_time(*services, &time, nullptr), EFI_UNSUPPORTED);
+        EXPECT_EQ(machine::set_time(*services, time), EFI_UNSUPPORTED);
+        EXPECT_EQ(machine::get_wakeup_time(*services, &alarm), EFI_UNSUPPORTED);
+        EXPECT_EQ(machine::set_wakeup_time(*services, true, &time), EFI_UNSUPPORTED);
+        EXPECT_EQ(machine::set_wakeup_time(*services, false, nullptr), EFI_UNSUPPORTED);
     }
 }
 
@@ -229,31 +230,31 @@ TEST_F(Rtc, host_without_a_chip_is_unsupported)
 {
     std::filesystem::remove(disk.root() / "dev/rtc0");
     EFI_TIME time = {};
-    EXPECT_EQ(machine::get_time(*firmware, &time, nullptr), EFI_UNSUPPORTED);
+    EXPECT_EQ(machine::get_time(*services, &time, nullptr), EFI_UNSUPPORTED);
 }
 
 TEST_F(Rtc, missing_permission_is_denied_and_a_failure_an_error)
 {
     EFI_TIME time = example_time();
     clock.error = EACCES;
-    EXPECT_EQ(machine::set_time(*firmware, time), EFI_ACCESS_DENIED);
+    EXPECT_EQ(machine::set_time(*services, time), EFI_ACCESS_DENIED);
     clock.error = EBUSY;
-    EXPECT_EQ(machine::set_time(*firmware, time), EFI_DEVICE_ERROR);
+    EXPECT_EQ(machine::set_time(*services, time), EFI_DEVICE_ERROR);
 }
 
 TEST_F(Rtc, live_machine_has_no_monotonic_count)
 {
     UINT32 count = 7;
-    EXPECT_EQ(machine::next_high_monotonic_count(*firmware, &count), EFI_UNSUPPORTED);
+    EXPECT_EQ(machine::next_high_monotonic_count(*services, &count), EFI_UNSUPPORTED);
     EXPECT_EQ(count, 7u);
 }
 
 TEST_F(Rtc, live_machine_keeps_nothing_in_its_folder)
 {
-    ASSERT_EQ(machine::set_time(*firmware, example_time()), EFI_SUCCESS);
+    ASSERT_EQ(machine::set_time(*services, example_time()), EFI_SUCCESS);
     EFI_TIME wanted = example_time();
     wanted.year += 1;
-    ASSERT_EQ(machine::set_wakeup_time(*firmware, true, &wanted), EFI_SUCCESS);
+    ASSERT_EQ(machine::set_wakeup_time(*services, true, &wanted), EFI_SUCCESS);
     EXPECT_FALSE(std::filesystem::exists(disk.root() / "var"));
     EXPECT_TRUE(std::filesystem::exists(disk.root() / "run/ovra.lock"));
 }

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "platform/machine/drives.h"
+#include "platform/machine/picture.h"
 
 #include <algorithm>
 #include <cinttypes>
 
+#include "platform/machine/debug.h"
 #include "platform/machine/failure.h"
 #include "platform/machine/shared.h"
 #include "platform/machine/sysfs.h"
@@ -12,7 +13,7 @@ namespace machine {
 
 namespace {
 
-// As many as a GPT may have entries.
+// A GPT has no more entries.
 constexpr std::uint64_t largest_volume_number = most_gpt_entries - 1;
 
 } // namespace
@@ -23,7 +24,7 @@ std::optional<volume_name> parse_volume_name(std::string_view text)
     if (letter == std::string_view::npos)
         return std::nullopt;
     const auto number = parse_number(text.substr(letter + 1), 10);
-    // Of the ways to write a number, only one is in a name.
+    // A name has a number in its shortest form.
     if (!number || text.substr(letter + 1) != std::to_string(*number))
         return std::nullopt;
     if (*number > largest_volume_number) {
@@ -36,7 +37,7 @@ std::optional<volume_name> parse_volume_name(std::string_view text)
                        static_cast<unsigned>(*number)};
 }
 
-drive_set::drive_set() : root(open_root())
+picture::picture() : root(open_root())
 {
     if (!root.folder)
         throw read_failure{errno};
@@ -46,35 +47,35 @@ drive_set::drive_set() : root(open_root())
     media = decltype(media)(devices.disks.size());
 }
 
-drive_set::~drive_set()
+picture::~picture()
 {
     for (const auto &read : media)
         delete read.load();
 }
 
-std::shared_ptr<drive_set> drive_set::read()
+std::shared_ptr<picture> picture::read()
 {
-    thread_picture &picture = *common_state().of_this_thread();
-    if (picture.depth == 0)
-        return std::make_shared<drive_set>();
-    if (picture.kept == nullptr)
-        picture.kept = new std::shared_ptr<drive_set>(std::make_shared<drive_set>());
-    return *picture.kept;
+    thread_picture &mine = *common_state().of_this_thread();
+    if (mine.depth == 0)
+        return std::make_shared<picture>();
+    if (mine.kept == nullptr)
+        mine.kept = new std::shared_ptr<picture>(std::make_shared<picture>());
+    return *mine.kept;
 }
 
-const medium &drive_set::medium_of(std::size_t disk)
+const medium &picture::medium_of(std::size_t disk)
 {
     const medium *known = media[disk].load();
     if (known == nullptr) {
         auto found = std::make_unique<const medium>(read_medium(root, devices.disks[disk]));
-        // Another thread may have read it meanwhile: all keep to what the first found.
+        // Another thread may have read it meanwhile: the first result stays.
         if (media[disk].compare_exchange_strong(known, found.get()))
             known = found.release();
     }
     return *known;
 }
 
-std::size_t drive_set::find_drive(std::string_view name) const
+std::size_t picture::find_disk(std::string_view name) const
 {
     const auto found = by_name.find(name);
     return found != by_name.end() ? found->second : devices.disks.size();
@@ -96,8 +97,7 @@ const partition *find_partition(const medium &medium, const volume_name &name)
     return nullptr;
 }
 
-// Slices have the letters from a on, partitions those from q on; beyond these, which no table of their time
-// had, the number itself.
+// Slices have the letters from a on, partitions those from q on. Higher numbers have the number itself.
 static std::string minor_name(const volume_name &name)
 {
     const bool slice = name.table == table_kind::gpt;
@@ -112,17 +112,17 @@ std::optional<std::string> device_link(std::string_view volume)
     const auto name = parse_volume_name(volume);
     if (!name)
         return std::nullopt;
-    const auto drives = drive_set::read();
-    const std::size_t place = drives->find_drive(name->drive);
-    if (place == drives->tree().disks.size())
+    const auto seen = picture::read();
+    const std::size_t place = seen->find_disk(name->disk);
+    if (place == seen->tree().disks.size())
         return std::nullopt;
-    const medium &medium = drives->medium_of(place);
+    const medium &medium = seen->medium_of(place);
     if (medium.error != 0)
         throw read_failure{medium.error};
     if (find_partition(medium, *name) == nullptr)
         return std::nullopt;
-    const std::size_t node = drives->tree().disks[place].node;
-    return "../../devices" + drives->tree().path_of(node) + ":" + minor_name(*name);
+    const std::size_t node = seen->tree().disks[place].node;
+    return "../../devices" + seen->tree().path_of(node) + ":" + minor_name(*name);
 }
 
 } // namespace machine

@@ -40,7 +40,7 @@ protected:
         EXPECT_EQ(status, not_answered);
     }
 
-    /* Calls with one pointer of the record null. */
+    // Calls with one pointer of the record null.
     template <typename record, typename pointer>
     void without(int command, record args, pointer record::*member)
     {

@@ -15,7 +15,7 @@
 
 using machine::byte_view;
 using machine::bytes;
-using machine::descriptor;
+using machine::owned_fd;
 using platform_test::failing_call;
 using platform_test::machine_folder;
 namespace fs = std::filesystem;
@@ -30,7 +30,7 @@ byte_view view(std::string_view text)
 class Files : public testing::Test {
 protected:
     machine_folder disk;
-    descriptor folder{open(disk.store().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)};
+    owned_fd folder{open(disk.store().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)};
 
     int read(const char *name, std::string *text, std::size_t limit = 1000) const
     {
@@ -41,7 +41,7 @@ protected:
     }
     [[nodiscard]] int replace(const char *name, std::string_view text) const
     {
-        descriptor opened = machine::open_for_reading(folder.get());
+        owned_fd opened = machine::open_for_reading(folder.get());
         return machine::replace_file(opened.get(), name, view(text));
     }
     [[nodiscard]] std::string text_of(const char *name) const { return disk.contents(disk.store() / name); }
@@ -148,7 +148,7 @@ TEST_F(Files, what_is_no_regular_file_does_not_hang_a_reader)
 {
     ASSERT_EQ(mkfifoat(folder.get(), "fifo", 0600), 0);
     fs::create_directory(disk.store() / "folder");
-    descriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    owned_fd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     std::string place = (disk.store() / "socket").string();
@@ -164,7 +164,7 @@ TEST_F(Files, missing_file_is_enoent)
 {
     std::string text;
     EXPECT_EQ(read("a", &text), ENOENT);
-    descriptor opened = machine::open_for_reading(folder.get());
+    owned_fd opened = machine::open_for_reading(folder.get());
     EXPECT_EQ(machine::remove_file(opened.get(), "a"), ENOENT);
 }
 
@@ -190,7 +190,7 @@ TEST_F(Files, huge_sparse_file_is_refused_without_being_read)
 
 TEST_F(Files, file_that_says_nothing_of_its_size_is_read_to_its_end)
 {
-    descriptor proc(open("/proc/self", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    owned_fd proc(open("/proc/self", O_PATH | O_DIRECTORY | O_CLOEXEC));
     bytes contents;
     EXPECT_EQ(machine::read_file(proc.get(), "maps", 1 << 24, &contents), 0);
     EXPECT_GT(contents.size(), 100u);
@@ -201,7 +201,7 @@ TEST_F(Files, folders_are_opened_without_following_links)
 {
     fs::create_directories(disk.root() / "real/inner");
     fs::create_symlink(disk.root() / "real", disk.root() / "link");
-    descriptor root(open(disk.root().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    owned_fd root(open(disk.root().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     using machine::missing_folders;
     EXPECT_TRUE(machine::open_below(root.get(), {"real", "inner"}, missing_folders::fail));
     EXPECT_FALSE(machine::open_below(root.get(), {"link", "inner"}, missing_folders::fail));
@@ -227,7 +227,7 @@ TEST(Descriptor, closing_leaves_errno_alone)
 {
     errno = E2BIG;
     {
-        descriptor none(987654);
+        owned_fd none(987654);
     }
     EXPECT_EQ(errno, E2BIG);
 }
@@ -236,8 +236,8 @@ TEST(Descriptor, assignment_closes_what_was_held)
 {
     int fds[2] = {};
     ASSERT_EQ(pipe(fds), 0);
-    descriptor held(fds[0]);
-    held = descriptor(fds[1]);
+    owned_fd held(fds[0]);
+    held = owned_fd(fds[1]);
     EXPECT_EQ(fcntl(fds[0], F_GETFD), -1);
     EXPECT_EQ(held.get(), fds[1]);
 }

@@ -41,7 +41,7 @@ protected:
         return found;
     }
 
-    /* Many small variables, made without the library: "V00000" and so on. */
+    // Many small variables, made without the library: "V00000" and so on.
     void put_many(int count) const
     {
         int folder = open(disk.store().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
@@ -262,11 +262,11 @@ TEST_F(Enumerate, deleting_others_meanwhile_visits_each_remaining_one_once)
     EXPECT_EQ(all(), seen);
 }
 
-/* Whether a walk from the start through `fd`, deleting what it finds, finds all that have the letter. */
+// Whether a walk from the start through `fd`, deleting what it finds, finds all that have the letter.
 class deleting_walk {
 public:
     deleting_walk(int fd, char16_t which) : number(fd), letter(which) {}
-    /* False at the end. */
+    // False at the end.
     bool step()
     {
         status = steps.next(number);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
-#include "platform/machine/machine.h"
+#include "platform/machine/eficlock.h"
 
 using machine::is_reached;
 using machine::seconds_of;

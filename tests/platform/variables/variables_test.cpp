@@ -53,7 +53,7 @@ protected:
         return found;
     }
 
-    /* The whole store, to show that a refused request changed nothing. */
+    // The whole store, to show that a refused request changed nothing.
     [[nodiscard]] std::string whole_store() const
     {
         std::string text;

@@ -287,7 +287,7 @@ TEST(DevnsReadlink, is_readlink)
     EXPECT_EQ(errno, EFAULT);
 }
 
-/* The numbers above 2 that are open. */
+// The numbers above 2 that are open.
 std::vector<int> open_numbers()
 {
     std::vector<int> found;
@@ -298,7 +298,7 @@ std::vector<int> open_numbers()
     return found;
 }
 
-/* Runs `body` in a child; the child must return 0. */
+// Runs `body` in a child; the child must return 0.
 template <typename function>
 void in_a_child(function body)
 {
