@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "tools/ovra/firmware.h"
-#include "tools/ovra/options.h"
+#include "tools/ovra/general.h"
 #include "tools/ovra/output.h"
 
 namespace tool {
@@ -30,8 +30,8 @@ change writes_option(uint16_t number, const load_option &option);
 
 class changes {
 public:
-    changes(firmware &changed, const arguments &args)
-        : machine(changed), dry_run(args.dry_run), as_json(args.json)
+    changes(firmware &changed, const general_options &general)
+        : machine(changed), dry_run(general.dry_run), as_json(general.json)
     {}
 
     // Changes a variable, and keeps that for the report. When it fails, the failure also says which changes

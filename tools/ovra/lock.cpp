@@ -50,11 +50,11 @@ std::string process_name(pid_t process)
 
 } // namespace
 
-machine_lock::machine_lock(const firmware &machine, const arguments &args)
+machine_lock::machine_lock(const firmware &machine, const general_options &general)
 {
     // Making the file would be a change.
     struct stat file = {};
-    if (args.dry_run && lstat(machine.lock_file().c_str(), &file) != 0) {
+    if (general.dry_run && lstat(machine.lock_file().c_str(), &file) != 0) {
         if (const int error = machine.lock_obstacle(); error != 0)
             give_up(machine, error, 0);
         return;

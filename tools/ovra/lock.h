@@ -4,7 +4,7 @@
 #define OVRA_TOOLS_LOCK_H
 
 #include "tools/ovra/firmware.h"
-#include "tools/ovra/options.h"
+#include "tools/ovra/general.h"
 
 namespace tool {
 
@@ -13,7 +13,7 @@ namespace tool {
 class machine_lock {
 public:
     // Waits for other programs, but not for ever. Throws a failure.
-    machine_lock(const firmware &machine, const arguments &args);
+    machine_lock(const firmware &machine, const general_options &general);
     ~machine_lock();
     machine_lock(const machine_lock &) = delete;
     machine_lock &operator=(const machine_lock &) = delete;

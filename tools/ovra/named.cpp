@@ -39,11 +39,11 @@ std::string description_of(firmware &machine, uint16_t number)
     }
 }
 
-void print_named_option(firmware &machine, const arguments &args, const char *key, named_option get,
+void print_named_option(firmware &machine, const general_options &general, const char *key, named_option get,
                         const char *when_not_set)
 {
     const std::optional<uint16_t> number = (machine.*get)();
-    if (args.json)
+    if (general.json)
         print_json({{key, as_json(number)}});
     else if (number)
         print(option_name(*number) + "  " + description_of(machine, *number) + '\n');

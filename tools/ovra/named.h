@@ -4,7 +4,7 @@
 #define OVRA_TOOLS_NAMED_H
 
 #include "tools/ovra/firmware.h"
-#include "tools/ovra/options.h"
+#include "tools/ovra/general.h"
 
 namespace tool {
 
@@ -22,7 +22,7 @@ void warn_of_unreadable(const unreadable &reason);
 std::string description_of(firmware &machine, uint16_t number);
 
 // Shows which option a variable names: under `key` in JSON, with its description in text.
-void print_named_option(firmware &machine, const arguments &args, const char *key, named_option get,
+void print_named_option(firmware &machine, const general_options &general, const char *key, named_option get,
                         const char *when_not_set);
 
 } // namespace tool

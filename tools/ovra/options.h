@@ -11,6 +11,7 @@
 
 #include <ovra/uefi.h>
 
+#include "tools/ovra/general.h"
 #include "tools/ovra/text.h"
 
 namespace CLI {
@@ -19,11 +20,8 @@ class App;
 
 namespace tool {
 
-struct arguments {
-    // Of every verb.
-    std::optional<std::string> root;
-    bool json = false;
-    bool dry_run = false;
+struct arguments : general_options {
+    std::optional<std::string> root; // of every verb
 
     // Of several verbs.
     std::vector<uint16_t> options; // the options named, in their order
