@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
 
-#include "tools/ovra/bootorder.h"
-#include "tools/ovra/changes.h"
-#include "tools/ovra/failure.h"
+#include "tools/machine/bootorder.h"
+#include "tools/machine/changes.h"
+#include "tools/machine/lock.h"
+#include "tools/machine/named.h"
 #include "tools/ovra/fields.h"
-#include "tools/ovra/lock.h"
-#include "tools/ovra/named.h"
 #include "tools/ovra/verbs.h"
+#include "tools/text/failure.h"
 
 namespace tool {
 

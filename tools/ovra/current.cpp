@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tools/ovra/named.h"
+#include "tools/machine/named.h"
 #include "tools/ovra/verbs.h"
 
 namespace tool {

@@ -4,10 +4,10 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "tools/ovra/drives.h"
-#include "tools/ovra/failure.h"
-#include "tools/ovra/output.h"
+#include "tools/machine/drives.h"
 #include "tools/ovra/verbs.h"
+#include "tools/text/failure.h"
+#include "tools/text/output.h"
 
 namespace tool {
 

@@ -8,7 +8,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "tools/ovra/failure.h"
+#include "tools/text/failure.h"
 
 namespace tool {
 

@@ -3,8 +3,8 @@
 #ifndef OVRA_TOOLS_FIELDS_H
 #define OVRA_TOOLS_FIELDS_H
 
-#include "tools/ovra/devicepaths.h"
-#include "tools/ovra/drives.h"
+#include "tools/machine/devicepaths.h"
+#include "tools/machine/drives.h"
 #include "tools/ovra/options.h"
 
 namespace tool {

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
 
-#include "tools/ovra/devicepaths.h"
-#include "tools/ovra/failure.h"
+#include "tools/machine/devicepaths.h"
+#include "tools/machine/named.h"
 #include "tools/ovra/fields.h"
-#include "tools/ovra/named.h"
-#include "tools/ovra/output.h"
 #include "tools/ovra/verbs.h"
+#include "tools/text/failure.h"
+#include "tools/text/output.h"
 
 namespace tool {
 

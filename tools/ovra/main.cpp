@@ -9,10 +9,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "tools/ovra/failure.h"
-#include "tools/ovra/firmware.h"
+#include "tools/machine/firmware.h"
 #include "tools/ovra/options.h"
 #include "tools/ovra/verbs.h"
+#include "tools/text/failure.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "tools/ovra/changes.h"
-#include "tools/ovra/lock.h"
-#include "tools/ovra/named.h"
+#include "tools/machine/changes.h"
+#include "tools/machine/lock.h"
+#include "tools/machine/named.h"
 #include "tools/ovra/verbs.h"
 
 namespace tool {

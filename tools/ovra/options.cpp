@@ -8,12 +8,12 @@
 
 #include <CLI/CLI.hpp>
 
-#include "tools/ovra/clock.h"
+#include "tools/machine/devicepaths.h"
 #include "tools/ovra/commandline.h"
-#include "tools/ovra/devicepaths.h"
-#include "tools/ovra/failure.h"
-#include "tools/ovra/loadoption.h"
-#include "tools/ovra/output.h"
+#include "tools/text/clock.h"
+#include "tools/text/failure.h"
+#include "tools/text/loadoption.h"
+#include "tools/text/output.h"
 
 namespace tool {
 

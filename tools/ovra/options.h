@@ -11,8 +11,8 @@
 
 #include <ovra/uefi.h>
 
-#include "tools/ovra/general.h"
-#include "tools/ovra/text.h"
+#include "tools/machine/general.h"
+#include "tools/text/text.h"
 
 namespace CLI {
 class App;

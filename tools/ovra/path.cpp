@@ -3,9 +3,9 @@
 #include <cstring>
 #include <unistd.h>
 
-#include "tools/ovra/failure.h"
 #include "tools/ovra/fields.h"
 #include "tools/ovra/verbs.h"
+#include "tools/text/failure.h"
 
 namespace tool {
 

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
 
-#include "tools/ovra/changes.h"
-#include "tools/ovra/devicepaths.h"
-#include "tools/ovra/failure.h"
+#include "tools/machine/changes.h"
+#include "tools/machine/devicepaths.h"
+#include "tools/machine/lock.h"
 #include "tools/ovra/fields.h"
-#include "tools/ovra/lock.h"
 #include "tools/ovra/verbs.h"
+#include "tools/text/failure.h"
 
 namespace tool {
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
 
-#include "tools/ovra/devicepaths.h"
-#include "tools/ovra/failure.h"
-#include "tools/ovra/output.h"
+#include "tools/machine/devicepaths.h"
 #include "tools/ovra/verbs.h"
+#include "tools/text/failure.h"
+#include "tools/text/output.h"
 
 namespace tool {
 

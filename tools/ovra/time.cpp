@@ -2,11 +2,11 @@
 #include <cstring>
 #include <tuple>
 
-#include "tools/ovra/changes.h"
-#include "tools/ovra/clock.h"
-#include "tools/ovra/failure.h"
-#include "tools/ovra/lock.h"
+#include "tools/machine/changes.h"
+#include "tools/machine/lock.h"
 #include "tools/ovra/verbs.h"
+#include "tools/text/clock.h"
+#include "tools/text/failure.h"
 
 namespace tool {
 

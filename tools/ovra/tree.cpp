@@ -5,10 +5,10 @@
 #include <unordered_map>
 
 #include "platform/include/hwtree.h"
-#include "tools/ovra/drives.h"
-#include "tools/ovra/failure.h"
-#include "tools/ovra/output.h"
+#include "tools/machine/drives.h"
 #include "tools/ovra/verbs.h"
+#include "tools/text/failure.h"
+#include "tools/text/output.h"
 
 namespace tool {
 

@@ -3,9 +3,9 @@
 
 #include <fnmatch.h>
 
-#include "tools/ovra/failure.h"
-#include "tools/ovra/output.h"
 #include "tools/ovra/verbs.h"
+#include "tools/text/failure.h"
+#include "tools/text/output.h"
 
 namespace tool {
 

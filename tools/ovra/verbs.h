@@ -3,7 +3,7 @@
 #ifndef OVRA_TOOLS_VERBS_H
 #define OVRA_TOOLS_VERBS_H
 
-#include "tools/ovra/firmware.h"
+#include "tools/machine/firmware.h"
 #include "tools/ovra/options.h"
 
 namespace tool {

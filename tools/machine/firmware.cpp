@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tools/ovra/firmware.h"
+#include "tools/machine/firmware.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -10,8 +10,8 @@
 #include <set>
 #include <unistd.h>
 
-#include "tools/ovra/capture.h"
-#include "tools/ovra/failure.h"
+#include "tools/machine/capture.h"
+#include "tools/text/failure.h"
 
 namespace tool {
 

@@ -9,7 +9,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "tools/ovra/loadoption.h"
+#include "tools/text/loadoption.h"
 
 namespace tool {
 

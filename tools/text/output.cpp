@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-#include "tools/ovra/output.h"
+#include "tools/text/output.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <unistd.h>
 
-#include "tools/ovra/failure.h"
+#include "tools/text/failure.h"
 
 namespace tool {
 

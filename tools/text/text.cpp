@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tools/ovra/text.h"
+#include "tools/text/text.h"
 
 #include <algorithm>
 #include <cctype>

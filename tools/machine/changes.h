@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "tools/ovra/firmware.h"
-#include "tools/ovra/general.h"
-#include "tools/ovra/output.h"
+#include "tools/machine/firmware.h"
+#include "tools/machine/general.h"
+#include "tools/text/output.h"
 
 namespace tool {
 

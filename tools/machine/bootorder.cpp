@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tools/ovra/bootorder.h"
+#include "tools/machine/bootorder.h"
 
 #include <algorithm>
 

@@ -2,9 +2,9 @@
 // Editing packed paths node by node, without a detour through text.
 #include <algorithm>
 
-#include "tools/ovra/devicepaths.h"
-#include "tools/ovra/failure.h"
-#include "tools/ovra/loadoption.h"
+#include "tools/machine/devicepaths.h"
+#include "tools/text/failure.h"
+#include "tools/text/loadoption.h"
 
 namespace tool {
 

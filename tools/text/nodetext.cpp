@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tools/ovra/nodetext.h"
+#include "tools/text/nodetext.h"
 
 #include <algorithm>
 #include <charconv>

@@ -4,9 +4,9 @@
 #include <filesystem>
 #include <set>
 
-#include "tools/ovra/devicepaths.h"
-#include "tools/ovra/failure.h"
-#include "tools/ovra/firmware.h"
+#include "tools/machine/devicepaths.h"
+#include "tools/machine/firmware.h"
+#include "tools/text/failure.h"
 
 namespace tool {
 

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/ovra/output.h"
-#include "tools/ovra/text.h"
+#include "tools/text/output.h"
+#include "tools/text/text.h"
 
 namespace tool {
 

@@ -10,8 +10,8 @@
 
 #include <ovra/ovra.h>
 
-#include "tools/ovra/output.h"
-#include "tools/ovra/text.h"
+#include "tools/text/output.h"
+#include "tools/text/text.h"
 
 namespace tool {
 

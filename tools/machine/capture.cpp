@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tools/ovra/capture.h"
+#include "tools/machine/capture.h"
 
 #include <cstdlib>
 #include <new>

@@ -10,8 +10,8 @@
 #include <unistd.h>
 #include <utility>
 
-#include "tools/ovra/failure.h"
-#include "tools/ovra/firmware.h"
+#include "tools/machine/firmware.h"
+#include "tools/text/failure.h"
 
 namespace tool {
 

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
-#include "tools/ovra/devicepaths.h"
+#include "tools/machine/devicepaths.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
 
-#include "tools/ovra/capture.h"
-#include "tools/ovra/failure.h"
-#include "tools/ovra/loadoption.h"
-#include "tools/ovra/nodetext.h"
+#include "tools/machine/capture.h"
+#include "tools/text/failure.h"
+#include "tools/text/loadoption.h"
+#include "tools/text/nodetext.h"
 
 namespace tool {
 

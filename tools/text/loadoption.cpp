@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "tools/ovra/loadoption.h"
+#include "tools/text/loadoption.h"
 
 #include <cstring>
 
-#include "tools/ovra/failure.h"
+#include "tools/text/failure.h"
 
 namespace tool {
 

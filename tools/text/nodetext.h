@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/ovra/text.h"
+#include "tools/text/text.h"
 
 namespace tool {
 

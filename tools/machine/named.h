@@ -3,8 +3,8 @@
 #ifndef OVRA_TOOLS_NAMED_H
 #define OVRA_TOOLS_NAMED_H
 
-#include "tools/ovra/firmware.h"
-#include "tools/ovra/general.h"
+#include "tools/machine/firmware.h"
+#include "tools/machine/general.h"
 
 namespace tool {
 

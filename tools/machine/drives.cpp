@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tools/ovra/drives.h"
+#include "tools/machine/drives.h"
 
 #include <algorithm>
 #include <cctype>
@@ -12,7 +12,7 @@
 
 #include "platform/include/kvlist.h"
 #include "platform/include/volset.h"
-#include "tools/ovra/failure.h"
+#include "tools/text/failure.h"
 
 namespace tool {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "tools/ovra/changes.h"
+#include "tools/machine/changes.h"
 
-#include "tools/ovra/failure.h"
+#include "tools/text/failure.h"
 
 namespace tool {
 

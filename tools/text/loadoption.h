@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "tools/ovra/text.h"
+#include "tools/text/text.h"
 
 namespace tool {
 

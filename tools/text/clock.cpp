@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-#include "tools/ovra/clock.h"
+#include "tools/text/clock.h"
 
 #include <chrono>
 #include <cstdlib>
 #include <regex>
 
-#include "tools/ovra/failure.h"
-#include "tools/ovra/text.h"
+#include "tools/text/failure.h"
+#include "tools/text/text.h"
 
 namespace tool {
 

@@ -10,9 +10,9 @@
 
 #include <ovra/ovra.h>
 
-#include "tools/ovra/failure.h"
-#include "tools/ovra/loadoption.h"
-#include "tools/ovra/text.h"
+#include "tools/text/failure.h"
+#include "tools/text/loadoption.h"
+#include "tools/text/text.h"
 
 namespace tool {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tools/ovra/lock.h"
+#include "tools/machine/lock.h"
 
 #include <cerrno>
 #include <cstring>
@@ -7,8 +7,8 @@
 #include <sys/stat.h>
 
 #include "platform/include/devns.h"
-#include "tools/ovra/failure.h"
-#include "tools/ovra/text.h"
+#include "tools/text/failure.h"
+#include "tools/text/text.h"
 
 namespace tool {
 
