@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/machine/capture.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <new>
 
@@ -28,17 +29,29 @@ void append_error(void *arg, int kind, const char *text)
     }
 }
 
+// Receives the library's errors while it exists.
+class receiver {
+public:
+    explicit receiver(std::string *to)
+    {
+        if (!shown_as_written())
+            ovra_log_to(append_error, to);
+    }
+    ~receiver() { ovra_log_to(nullptr, nullptr); }
+    receiver(const receiver &) = delete;
+    receiver &operator=(const receiver &) = delete;
+};
+
 } // namespace
 
-error_capture::error_capture()
+called call_library(const std::function<int()> &function)
 {
-    if (!shown_as_written())
-        ovra_log_to(append_error, &errors);
-}
-
-error_capture::~error_capture()
-{
-    ovra_log_to(nullptr, nullptr);
+    called done;
+    const receiver receiver(&done.messages);
+    errno = 0;
+    done.result = function();
+    done.error = errno;
+    return done;
 }
 
 } // namespace tool

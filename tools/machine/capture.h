@@ -1,24 +1,23 @@
 /* SPDX-License-Identifier: MIT */
-// What libovra says during a call, kept until it is known whether the call failed.
+// The one way in which the command calls libovra.
 #ifndef OVRA_TOOLS_CAPTURE_H
 #define OVRA_TOOLS_CAPTURE_H
 
+#include <functional>
 #include <string>
 
 namespace tool {
 
-// Collects the library's errors while it exists, one at a time in a thread. Where the user asked for
-// messages, the library's or the platform libraries', they are left alone: they then appear as they are
-// written.
-class error_capture {
-public:
-    error_capture();
-    ~error_capture();
-    error_capture(const error_capture &) = delete;
-    error_capture &operator=(const error_capture &) = delete;
-
-    std::string errors;
+struct called {
+    int result = 0;
+    int error = 0;        // errno after it, 0 before
+    std::string messages; // the library's errors
 };
+
+// Calls `function`, which calls the library, and collects the errors that this reports meanwhile. Where the
+// user asked for messages, the library's or the platform libraries', they are left alone: they then appear as
+// they are written. Not to be nested.
+called call_library(const std::function<int()> &function);
 
 } // namespace tool
 

@@ -110,10 +110,9 @@ device_paths::~device_paths()
 
 int device_paths::call(const std::function<int()> &function)
 {
-    error_capture capture;
-    const int result = function();
-    messages = capture.errors;
-    return result;
+    called done = call_library(function);
+    messages = std::move(done.messages);
+    return done.result;
 }
 
 std::optional<bytes> device_paths::try_encode(const std::string &device,

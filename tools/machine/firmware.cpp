@@ -219,12 +219,10 @@ std::string firmware::not_there() const
 
 int firmware::call(const std::function<int()> &function)
 {
-    error_capture capture;
-    errno = 0;
-    const int result = function();
-    error = errno;
-    messages = with_status_names(capture.errors);
-    return result;
+    const called done = call_library(function);
+    error = done.error;
+    messages = with_status_names(done.messages);
+    return done.result;
 }
 
 EFI_STATUS firmware::service(const std::string &what, const std::function<int(EFI_STATUS *)> &function)
