@@ -12,6 +12,7 @@
 
 #include "platform/include/kvlist.h"
 #include "platform/include/volset.h"
+#include "tools/machine/sysfs.h"
 #include "tools/text/failure.h"
 
 namespace tool {
@@ -327,23 +328,8 @@ chosen_disk find_disk(const std::string &text)
                           drive.error == EACCES || drive.error == EPERM ? "Run this as root." : advice);
     }
     if (drives.empty())
-        require_sysfs();
+        require_devices();
     throw failure("no disk is named " + in_quotes(text), advice);
-}
-
-void require_sysfs()
-{
-    const char *root = secure_getenv("HWPLAT_ROOT");
-    const std::string folder = root ? root : "";
-    if (access((folder + "/sys/devices").c_str(), F_OK) == 0)
-        return;
-    const std::string why = strerror(errno);
-    if (errno != ENOENT && errno != ENOTDIR)
-        throw failure("cannot look into " + folder + "/sys/devices: " + why);
-    if (folder.empty() || folder == "/")
-        throw failure("/sys is not mounted", "Disks and devices are seen there: mount -t sysfs sysfs /sys");
-    throw failure("there is no sys/devices in " + folder,
-                  "The devices of a machine's folder are seen there.");
 }
 
 std::string guid_text(byte_view guid)

@@ -65,9 +65,6 @@ struct chosen_disk {
 // "PARTUUID=..." or "/dev/disk/by-partuuid/...". Throws a failure.
 chosen_disk find_disk(const std::string &text);
 
-// Throws a failure when the machine's devices cannot be seen at all.
-void require_sysfs();
-
 // "12345678-9abc-..." of a GUID's 16 bytes as they stand on disk.
 std::string guid_text(byte_view guid);
 
