@@ -353,8 +353,8 @@ json as_json(const decoded_path &path)
         return {{"instances", nullptr}, {"path_error", path.error}};
     json instances = json::array();
     for (const path_text &instance : path.instances)
-        instances.push_back({{"devicePath", instance.device},
-                             {"filePath", instance.file ? json(*instance.file) : json(nullptr)}});
+        instances.push_back({{"device_path", instance.device},
+                             {"file_path", instance.file ? json(*instance.file) : json(nullptr)}});
     return {{"instances", std::move(instances)}};
 }
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -37,21 +38,28 @@ std::string path_of(ht_node_t node)
     return copy;
 }
 
+// The name of a property as the members of a document are named.
+std::string member_name(std::string property)
+{
+    std::replace(property.begin(), property.end(), '-', '_');
+    return property;
+}
+
 json properties_of(ht_node_t node)
 {
     json properties = json::object();
     for (const char *name : string_properties) {
         char *text = nullptr;
         if (ht_prop_lookup_strings(HT_DEV_ANY, node, name, &text) > 0)
-            properties[name] = text;
+            properties[member_name(name)] = text;
     }
     for (const char *name : integer_properties) {
         int *values = nullptr;
         const int count = ht_prop_lookup_ints(HT_DEV_ANY, node, name, &values);
         if (count == 1)
-            properties[name] = values[0];
+            properties[member_name(name)] = values[0];
         else if (count > 1)
-            properties[name] = std::vector<int>(values, values + count);
+            properties[member_name(name)] = std::vector<int>(values, values + count);
     }
     return properties;
 }
