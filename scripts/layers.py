@@ -49,8 +49,11 @@ LAYERS = {
     "platform/hwtree": Layer(("platform/include", "platform/machine", "src/base"), TYPES, ANY, "a face on the model"),
     "platform/volset": Layer(("platform/include", "platform/machine", "src/base"), TYPES, ANY, "a face on the model"),
     "platform/devns": Layer(("platform/include", "platform/machine", "src/base"), TYPES, ANY, "a face on the model"),
-    "tools/ovra": Layer(("platform/include", "src/base"), WHOLE, ANY,
-                        "it proves that the exported interface suffices"),
+    "tools/text": Layer(("src/base",), TYPES, ANY, "how things are written, for people and programs; it asks nobody"),
+    "tools/machine": Layer(("tools/text", "platform/include", "src/base"), WHOLE, ANY,
+                           "the machine as the command sees it, through the exported interface, ignorant of verbs"),
+    "tools/ovra": Layer(("tools/machine", "tools/text", "platform/include", "src/base"), WHOLE, ANY,
+                        "the verbs; they prove that the exported interface suffices"),
 }
 
 # Single files outside these folders that have a rule of their own.

@@ -500,8 +500,8 @@ TEST_F(Disks, stand_in_the_tree)
     EXPECT_EQ(tree["name"], "hwplat");
     EXPECT_EQ(tree["address"], nullptr);
     const json &bridge = tree["children"][0];
-    EXPECT_EQ(bridge["properties"]["acpi-hid"], "PNP0A03");
-    EXPECT_EQ(bridge["children"][0]["properties"]["vendor-id"], 0x8086);
+    EXPECT_EQ(bridge["properties"]["acpi_hid"], "PNP0A03");
+    EXPECT_EQ(bridge["children"][0]["properties"]["vendor_id"], 0x8086);
     EXPECT_EQ(bridge["children"][0]["path"], "/pci@0,0/pci8086,29c0@0");
     EXPECT_EQ(bridge["drive"], nullptr);
     EXPECT_EQ(bridge["kernel_name"], nullptr);

@@ -67,8 +67,8 @@ TEST_F(List, json_has_order_marks_and_every_field)
     EXPECT_EQ(document["order"], json({"Boot0000", "Boot0001", "Boot0002", "Boot0003", "Boot0004", "Boot0005",
                                        "Boot0006", "Boot0007"}));
     ASSERT_EQ(document["options"].size(), 8u);
-    const json instance = {{"devicePath", "/PciRoot(0x0)/Pci(0x2,0x0)/Pci(0x0,0x0)/Scsi(0x0,0x0)"},
-                           {"filePath", nullptr}};
+    const json instance = {{"device_path", "/PciRoot(0x0)/Pci(0x2,0x0)/Pci(0x0,0x0)/Scsi(0x0,0x0)"},
+                           {"file_path", nullptr}};
     EXPECT_EQ(document["options"][1],
               json({{"option", "Boot0001"},
                     {"position", 1},

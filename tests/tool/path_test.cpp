@@ -166,8 +166,8 @@ TEST(PathDecode, prints_every_instance)
     EXPECT_EQ(text.out, "Device path  /PciRoot(0x0)/Pci(0x1f,0x2)\n"
                         "File path    \\EFI\n"
                         "Device path  /Pci(0x1,0x2)\n");
-    const json first = {{"devicePath", "/PciRoot(0x0)/Pci(0x1f,0x2)"}, {"filePath", "\\EFI"}};
-    const json next = {{"devicePath", "/Pci(0x1,0x2)"}, {"filePath", nullptr}};
+    const json first = {{"device_path", "/PciRoot(0x0)/Pci(0x1f,0x2)"}, {"file_path", "\\EFI"}};
+    const json next = {{"device_path", "/Pci(0x1,0x2)"}, {"file_path", nullptr}};
     EXPECT_EQ(json::parse(run_command({"--json", "path", "decode", two}).out)["instances"],
               json::array({first, next}));
 }
@@ -193,7 +193,7 @@ TEST(PathDecode, says_how_much_stands_behind_the_end)
     const outcome document = run_command({"path", "decode", "--json", pci + "7fff0400" + "7fff0400"});
     EXPECT_EQ(document.status, 0);
     EXPECT_EQ(document.err, "ovra: warning: 4 bytes behind the path's END node are not shown\n");
-    const json instance = {{"devicePath", "/Pci(0x1,0x2)"}, {"filePath", nullptr}};
+    const json instance = {{"device_path", "/Pci(0x1,0x2)"}, {"file_path", nullptr}};
     EXPECT_EQ(json::parse(document.out),
               json({{"instances", json::array({instance})}, {"bytes_not_shown", 4}}));
     EXPECT_EQ(json::parse(run_command({"path", "decode", "--json", pci + "7fff0400"}).out)["bytes_not_shown"],

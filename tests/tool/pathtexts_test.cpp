@@ -8,8 +8,8 @@
 #include <sstream>
 
 #include "tests/tool/support.h"
-#include "tools/ovra/devicepaths.h"
-#include "tools/ovra/failure.h"
+#include "tools/machine/devicepaths.h"
+#include "tools/text/failure.h"
 
 namespace tool_test {
 

@@ -23,9 +23,9 @@ TEST_F(Show, prints_every_field)
 TEST_F(Show, json_has_every_field)
 {
     put_order({});
-    const json instance = {{"devicePath", "MediaPath(0x7,1400c9bdb87cebf8344faaea3ee4af6516a1)/"
-                                          "MediaPath(0x6,140083a5047c3e9e1c4fad65e05268d0b4d1)"},
-                           {"filePath", nullptr}};
+    const json instance = {{"device_path", "MediaPath(0x7,1400c9bdb87cebf8344faaea3ee4af6516a1)/"
+                                           "MediaPath(0x6,140083a5047c3e9e1c4fad65e05268d0b4d1)"},
+                           {"file_path", nullptr}};
     EXPECT_EQ(parsed({"show", "Boot0007"}),
               json({{"option", "Boot0007"},
                     {"position", nullptr},
@@ -50,8 +50,8 @@ TEST_F(Show, prints_every_instance_of_a_path)
                                                         "File path      \\a\n"
                                                         "Device path    /Pci(0x2,0x3)\n"
                                                         "Optional data"));
-    const json first = {{"devicePath", "/Pci(0x1,0x2)"}, {"filePath", "\\a"}};
-    const json next = {{"devicePath", "/Pci(0x2,0x3)"}, {"filePath", nullptr}};
+    const json first = {{"device_path", "/Pci(0x1,0x2)"}, {"file_path", "\\a"}};
+    const json next = {{"device_path", "/Pci(0x2,0x3)"}, {"file_path", nullptr}};
     EXPECT_EQ(parsed({"show", "Boot0003"})["instances"], json::array({first, next}));
 }
 

@@ -4,10 +4,14 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "tools/ovra/drives.h"
-#include "tools/ovra/failure.h"
-#include "tools/ovra/output.h"
-#include "tools/ovra/verbs.h"
+#include <CLI/CLI.hpp>
+
+#include "tools/machine/drives.h"
+#include "tools/machine/firmware.h"
+#include "tools/machine/sysfs.h"
+#include "tools/ovra/verb.h"
+#include "tools/text/failure.h"
+#include "tools/text/output.h"
 
 namespace tool {
 
@@ -148,18 +152,29 @@ std::string as_text(const std::vector<drive> &drives, const uses &uses)
     return all;
 }
 
+class disks_verb : public verb {
+public:
+    void declare(CLI::App &app) override { app.description("the disks, and which boot options use them"); }
+
+    void run(const general_options &general) override
+    {
+        require_sysfs(general.folder());
+        const std::vector<drive> drives = read_drives(true);
+        if (drives.empty())
+            require_devices();
+        const uses uses(general.folder());
+        if (general.json)
+            print_json(to_json(drives, uses));
+        else
+            print(as_text(drives, uses));
+    }
+};
+
 } // namespace
 
-void run_disks(const std::string &folder, const arguments &args)
+std::unique_ptr<verb> make_disks()
 {
-    const std::vector<drive> drives = read_drives(true);
-    if (drives.empty())
-        require_sysfs();
-    const uses uses(folder);
-    if (args.json)
-        print_json(to_json(drives, uses));
-    else
-        print(as_text(drives, uses));
+    return std::make_unique<disks_verb>();
 }
 
 } // namespace tool

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
-#include <algorithm>
+#include <CLI/CLI.hpp>
 
-#include "tools/ovra/bootorder.h"
-#include "tools/ovra/changes.h"
-#include "tools/ovra/failure.h"
-#include "tools/ovra/lock.h"
-#include "tools/ovra/named.h"
-#include "tools/ovra/verbs.h"
+#include "tools/machine/bootorder.h"
+#include "tools/machine/changes.h"
+#include "tools/machine/lock.h"
+#include "tools/machine/named.h"
+#include "tools/ovra/arguments.h"
+#include "tools/ovra/verb.h"
+#include "tools/text/failure.h"
 
 namespace tool {
 
@@ -43,8 +44,8 @@ std::string names_of(const numbers &options)
 // gone, a new one could come to stand in its place.
 class removal {
 public:
-    removal(firmware &changed, const arguments &args)
-        : machine(changed), result(changed, args), options(distinct(args.options))
+    removal(firmware &changed, const numbers &named, const general_options &general)
+        : machine(changed), result(changed, general), options(distinct(named))
     {}
 
     void run();
@@ -207,12 +208,30 @@ void removal::write_order_after_all()
     result.record(change);
 }
 
+class remove_verb : public verb {
+public:
+    void declare(CLI::App &app) override
+    {
+        app.description("remove boot options, also from BootOrder");
+        options.declare(app, "the options to remove")->required();
+    }
+
+    void run(const general_options &general) override
+    {
+        firmware machine(general.folder());
+        const machine_lock lock(machine, general);
+        removal(machine, options.numbers, general).run();
+    }
+
+private:
+    options_argument options;
+};
+
 } // namespace
 
-void run_remove(firmware &machine, const arguments &args)
+std::unique_ptr<verb> make_remove()
 {
-    const machine_lock lock(machine, args);
-    removal(machine, args).run();
+    return std::make_unique<remove_verb>();
 }
 
 } // namespace tool

@@ -2,21 +2,24 @@
 #include <cstring>
 #include <tuple>
 
-#include "tools/ovra/changes.h"
-#include "tools/ovra/clock.h"
-#include "tools/ovra/failure.h"
-#include "tools/ovra/lock.h"
-#include "tools/ovra/verbs.h"
+#include <CLI/CLI.hpp>
+
+#include "tools/machine/changes.h"
+#include "tools/machine/lock.h"
+#include "tools/ovra/arguments.h"
+#include "tools/ovra/verb.h"
+#include "tools/text/clock.h"
+#include "tools/text/failure.h"
 
 namespace tool {
 
 namespace {
 
-void show_clock(firmware &machine, const arguments &args)
+void show_clock(firmware &machine, const general_options &general)
 {
     EFI_TIME_CAPABILITIES capabilities = {};
     const EFI_TIME now = machine.time(&capabilities);
-    if (!args.json) {
+    if (!general.json) {
         print(time_text(now) + '\n');
         return;
     }
@@ -28,10 +31,10 @@ void show_clock(firmware &machine, const arguments &args)
                 {"sets_to_zero", capabilities.sets_to_zero != 0}});
 }
 
-void show_alarm(firmware &machine, const arguments &args)
+void show_alarm(firmware &machine, const general_options &general)
 {
     const firmware::alarm alarm = machine.wakeup_time();
-    if (args.json) {
+    if (general.json) {
         print_json({{"enabled", alarm.enabled},
                     {"pending", alarm.pending},
                     {"time", alarm.enabled ? json(time_text(alarm.time)) : json(nullptr)}});
@@ -118,28 +121,61 @@ void set_alarm(firmware &machine, const EFI_TIME &time, changes *changes)
         });
 }
 
+class time_verb : public verb {
+public:
+    void declare(CLI::App &app) override
+    {
+        app.description("show or set the firmware's clock");
+        app.add_flag("--wakeup", wakeup, "the wake-up alarm instead of the clock");
+        auto *set = add_value(app, "--set", "TIME",
+                              "set it, to a time as 2026-01-31T12:00:00, with Z or +02:00 behind it",
+                              [this](const std::string &text) { time = parse_time(text); });
+        app.add_flag("--clear", clear, "with --wakeup: disable the alarm")->excludes(set);
+    }
+
+    void check() override
+    {
+        if (clear && !wakeup)
+            throw usage_error("time: --clear needs --wakeup");
+    }
+
+    void run(const general_options &general) override
+    {
+        firmware machine(general.folder());
+        if (time || clear)
+            change_it(machine, general);
+        else if (wakeup)
+            show_alarm(machine, general);
+        else
+            show_clock(machine, general);
+    }
+
+private:
+    void change_it(firmware &machine, const general_options &general) const
+    {
+        const machine_lock lock(machine, general);
+        changes changes(machine, general);
+        if (clear)
+            changes.make(
+                {"disable", "disabled", "the wake-up alarm", {{"alarm", nullptr}}, {}, {}},
+                [&] { machine.set_wakeup_time(std::nullopt); }, [&] { machine.check_set_wakeup_time(); });
+        else if (wakeup)
+            set_alarm(machine, *time, &changes);
+        else
+            set_clock(machine, *time, &changes);
+        changes.report();
+    }
+
+    bool wakeup = false; // the alarm instead of the clock
+    std::optional<EFI_TIME> time;
+    bool clear = false;
+};
+
 } // namespace
 
-void run_time(firmware &machine, const arguments &args)
+std::unique_ptr<verb> make_time()
 {
-    if (!args.time && !args.clear) {
-        if (args.wakeup)
-            show_alarm(machine, args);
-        else
-            show_clock(machine, args);
-        return;
-    }
-    const machine_lock lock(machine, args);
-    changes changes(machine, args);
-    if (args.clear)
-        changes.make(
-            {"disable", "disabled", "the wake-up alarm", {{"alarm", nullptr}}, {}, {}},
-            [&] { machine.set_wakeup_time(std::nullopt); }, [&] { machine.check_set_wakeup_time(); });
-    else if (args.wakeup)
-        set_alarm(machine, *args.time, &changes);
-    else
-        set_clock(machine, *args.time, &changes);
-    changes.report();
+    return std::make_unique<time_verb>();
 }
 
 } // namespace tool

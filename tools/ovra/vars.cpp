@@ -3,9 +3,13 @@
 
 #include <fnmatch.h>
 
-#include "tools/ovra/failure.h"
-#include "tools/ovra/output.h"
-#include "tools/ovra/verbs.h"
+#include <CLI/CLI.hpp>
+
+#include "tools/machine/firmware.h"
+#include "tools/ovra/arguments.h"
+#include "tools/ovra/verb.h"
+#include "tools/text/failure.h"
+#include "tools/text/output.h"
 
 namespace tool {
 
@@ -99,17 +103,38 @@ std::string as_text(const std::vector<named_variable> &entries, bool verbose)
     return rows.text();
 }
 
+class vars_verb : public verb {
+public:
+    void declare(CLI::App &app) override
+    {
+        app.description("the firmware's variables");
+        add_value(app, "name", "NAME", "only variables of this name; * and ? stand for any characters",
+                  [this](const std::string &text) { filter = text; });
+        app.add_flag("-v,--verbose", verbose, "also the data");
+    }
+
+    void run(const general_options &general) override
+    {
+        firmware machine(general.folder());
+        const std::vector<named_variable> entries = matching(machine, filter);
+        if (entries.empty() && filter != "*")
+            throw failure("no variable is named " + in_quotes(filter), "'ovra vars' shows all.");
+        if (general.json)
+            print_json(to_json(entries));
+        else
+            print(as_text(entries, verbose));
+    }
+
+private:
+    std::string filter = "*";
+    bool verbose = false;
+};
+
 } // namespace
 
-void run_vars(firmware &machine, const arguments &args)
+std::unique_ptr<verb> make_vars()
 {
-    const std::vector<named_variable> entries = matching(machine, args.name_filter);
-    if (entries.empty() && args.name_filter != "*")
-        throw failure("no variable is named " + in_quotes(args.name_filter), "'ovra vars' shows all.");
-    if (args.json)
-        print_json(to_json(entries));
-    else
-        print(as_text(entries, args.verbose));
+    return std::make_unique<vars_verb>();
 }
 
 } // namespace tool
