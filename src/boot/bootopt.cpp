@@ -122,6 +122,50 @@ tracked<uint8_t> hand_out_bytes(ovra_hdl_t hdl, const uint8_t *bytes, size_t siz
     return copy;
 }
 
+// Where the parts of an option are that ovra_bootopt_get hands out.
+struct option_parts {
+    size_t description_size;
+    size_t path_offset;
+    size_t path_size;
+    size_t optdata_offset;
+    size_t optdata_size;
+};
+
+struct option_copies {
+    explicit option_copies(ovra_hdl_t handle)
+        : hdl(handle), desc(nullptr, {handle}), optdata(nullptr, {handle}), path(nullptr, {handle})
+    {}
+
+    // -1 without memory; there is no copy then.
+    int make(const stored_option &option, const option_parts &at, bool with_desc, bool with_optdata,
+             bool with_path)
+    {
+        const uint8_t *bytes = option.bytes.get();
+        if (with_desc && !(desc = hand_out_description(hdl, option.description(), at.description_size)))
+            return drop();
+        if (with_optdata && at.optdata_size != 0 &&
+            !(optdata = hand_out_bytes(hdl, bytes + at.optdata_offset, at.optdata_size, "optdata")))
+            return drop();
+        if (with_path && !(path = hand_out_bytes(hdl, bytes + at.path_offset, at.path_size, "encoded path")))
+            return drop();
+        return 0;
+    }
+
+    ovra_hdl_t hdl;
+    tracked<char> desc;
+    tracked<uint8_t> optdata;
+    tracked<uint8_t> path;
+
+private:
+    int drop()
+    {
+        desc.reset();
+        optdata.reset();
+        path.reset();
+        return -1;
+    }
+};
+
 } // namespace
 
 int ovra_bootopt_get(ovra_hdl_t hdl, char *name, ovra_epath_t *path, int *path_len, char **desc,
@@ -159,37 +203,20 @@ int ovra_bootopt_get(ovra_hdl_t hdl, char *name, ovra_epath_t *path, int *path_l
     const size_t optdata_offset = static_cast<uint16_t>(path_end);
     const size_t optdata_size = option.size - optdata_offset;
 
-    tracked<char> desc_copy(nullptr, {hdl});
-    tracked<uint8_t> optdata_copy(nullptr, {hdl});
-    tracked<uint8_t> path_copy(nullptr, {hdl});
     const bool wants_optdata = optdata && optdata_len;
-    const auto hand_out = [&] {
-        if (desc && !(desc_copy = hand_out_description(hdl, option.description(), description_size)))
-            return -1;
-        if (wants_optdata && optdata_size != 0 &&
-            !(optdata_copy =
-                  hand_out_bytes(hdl, option.bytes.get() + optdata_offset, optdata_size, "optdata")))
-            return -1;
-        if (path && !(path_copy = hand_out_bytes(hdl, option.bytes.get() + path_offset, header.path_length,
-                                                 "encoded path")))
-            return -1;
-        return 0;
-    };
-    const int result = hand_out();
-    if (result != 0) {
-        desc_copy.reset();
-        optdata_copy.reset();
-        path_copy.reset();
-    }
+    option_copies copies(hdl);
+    const int result =
+        copies.make(option, {description_size, path_offset, header.path_length, optdata_offset, optdata_size},
+                    desc, wants_optdata, path);
     if (desc)
-        *desc = desc_copy.release();
+        *desc = copies.desc.release();
     if (wants_optdata) {
-        *optdata = optdata_copy.release();
+        *optdata = copies.optdata.release();
         if (result == 0)
             *optdata_len = optdata_size;
     }
     if (path)
-        *path = path_copy.release();
+        *path = copies.path.release();
     return result;
 }
 
