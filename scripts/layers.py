@@ -50,7 +50,7 @@ LAYERS = {
     "platform/volset": Layer(("platform/include", "platform/machine", "src/base"), TYPES, ANY, "a face on the model"),
     "platform/devns": Layer(("platform/include", "platform/machine", "src/base"), TYPES, ANY, "a face on the model"),
     "tools/ovra": Layer(("platform/include", "src/base"), WHOLE, ANY,
-                        "it proves that the exported interface suffices"),
+                        "calls go through the exported interface, formats through the base layer"),
 }
 
 # Single files outside these folders that have a rule of their own.

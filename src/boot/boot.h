@@ -5,6 +5,7 @@
 
 #include <span>
 
+#include "src/base/load_option.h"
 #include "src/rt/owned.h"
 #include "src/rt/rt.h"
 
@@ -16,14 +17,6 @@ int validate_bootopt(const char *name);
 } // extern "C"
 
 namespace ovra {
-
-/* "Boot" and a number. */
-struct option_name {
-    char text[sizeof "BootFFFF"];
-
-    explicit option_name(uint16_t number);
-    operator const char *() const { return text; }
-};
 
 /*
  * The number of an option's name as the boot order's routines read it: "Boot" in any case, then a hexadecimal

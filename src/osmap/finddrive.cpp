@@ -2,7 +2,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "src/dpath/view.h"
+#include "src/base/nodes.h"
 #include "src/osmap/harddrive.h"
 #include "src/osmap/platform.h"
 #include "src/rt/cancel.h"
@@ -278,7 +278,7 @@ int find_drive_guid(ovra_hdl_t hdl, const uefi_hard_drive_path_t *hd, char ***na
 const uefi_device_path_t *ovra::first_hard_drive(uefi_device_path_t **list)
 {
     for (uefi_device_path_t **node = list; node && *node; ++node) {
-        if (is_hard_drive(*node))
+        if (is_kind<uefi_hard_drive_path_t>(*node))
             return *node;
     }
     return nullptr;

@@ -23,13 +23,6 @@ constexpr size_t length_of(const char (&)[size])
     return size - 1;
 }
 
-/* Whether a node says that it is a hard-drive node; it may be shorter than one. */
-inline bool is_hard_drive(const uefi_device_path_t *node)
-{
-    constexpr node_kind kind = kind_of<uefi_hard_drive_path_t>;
-    return node->type == kind.type && node->subtype == kind.subtype;
-}
-
 struct names_freeing {
     ovra_hdl_t hdl;
     void operator()(char **names) const { free_str_array(hdl, names); }

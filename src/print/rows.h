@@ -8,7 +8,7 @@
 
 #include <cstddef>
 
-#include "src/dpath/view.h"
+#include "src/base/nodes.h"
 #include "src/dpath/words.h"
 #include "src/print/print.h"
 #include "src/print/text.h"
@@ -39,14 +39,6 @@ constexpr bool distinct_subtypes(std::span<const printed> rows)
         }
     }
     return true;
-}
-
-/* The bytes behind the fixed part of a record, to the end of its node. */
-template <typename record>
-std::span<const uint8_t> tail(const record &node)
-{
-    constexpr size_t size = kind_of<record>.size;
-    return {reinterpret_cast<const uint8_t *>(&node) + size, node.len - size};
 }
 
 /* The string that begins the bytes: to its terminator, or to their end. */

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "src/base/nodes.h"
 #include "tools/ovra/capture.h"
 #include "tools/ovra/failure.h"
 #include "tools/ovra/loadoption.h"
@@ -78,7 +79,8 @@ std::string packed_as(const std::string &node)
 bytes alone(byte_view nodes)
 {
     bytes path(nodes.begin(), nodes.end());
-    path.insert(path.end(), {UEFI_END, UEFI_END_ENTIRE, sizeof(uefi_device_path_t), 0});
+    const byte_view end = ovra::bytes_of(ovra::end_entire);
+    path.insert(path.end(), end.begin(), end.end());
     return path;
 }
 

@@ -12,6 +12,7 @@
 
 #include "platform/include/kvlist.h"
 #include "platform/include/volset.h"
+#include "src/base/nodes.h"
 #include "tools/ovra/failure.h"
 
 namespace tool {
@@ -254,13 +255,9 @@ bytes hard_drive_node(const drive &drive, const volume &volume)
 
 byte_view first_hard_drive(byte_view path)
 {
-    while (path.size() >= sizeof(uefi_device_path_t)) {
-        const size_t length = static_cast<size_t>(path[2] | path[3] << 8);
-        if (length < sizeof(uefi_device_path_t) || length > path.size())
-            return {};
-        if (path[0] == UEFI_MEDIA && path[1] == 1)
-            return path.first(length);
-        path = path.subspan(length);
+    for (ovra::cursor nodes{path}; const auto *node = nodes.next();) {
+        if (ovra::is_kind<uefi_hard_drive_path_t>(node))
+            return ovra::node_bytes(node);
     }
     return {};
 }

@@ -9,6 +9,7 @@
 #include <cwchar>
 #include <cwctype>
 
+#include "src/base/load_option.h"
 #include "src/base/text.h"
 
 namespace tool {
@@ -219,7 +220,7 @@ std::string join(const std::vector<std::string> &words, std::string_view separat
 
 std::string option_name(uint16_t number)
 {
-    return format("Boot%04X", number);
+    return ovra::option_name(number).text;
 }
 
 std::optional<uint16_t> parse_option(std::string_view text)
