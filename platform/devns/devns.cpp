@@ -19,6 +19,7 @@
 #include "platform/machine/failure.h"
 #include "platform/machine/lock.h"
 #include "platform/machine/process.h"
+#include "src/base/device_name.h"
 
 namespace {
 
@@ -159,7 +160,8 @@ void forget(int fd)
 /* The link that a disk's name of the machine would be. */
 std::optional<std::string> device_link(std::string_view path)
 {
-    for (const std::string_view folder : {"/dev/dsk/", "/dev/rdsk/"}) {
+    for (const std::string_view folder :
+         {std::string_view(ovra::slice_folder), std::string_view(ovra::partition_folder)}) {
         if (path.starts_with(folder))
             return machine::device_link(path.substr(folder.size()));
     }

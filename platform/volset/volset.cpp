@@ -13,6 +13,7 @@
 #include "platform/machine/drives.h"
 #include "platform/machine/failure.h"
 #include "platform/machine/shared.h"
+#include "src/base/device_name.h"
 
 using machine::drive_set;
 using machine::partition;
@@ -20,9 +21,6 @@ using machine::read_failure;
 using machine::table_kind;
 
 namespace {
-
-constexpr std::string_view block_names = "/dev/dsk/";
-constexpr std::string_view raw_names = "/dev/rdsk/";
 
 // What a descriptor stands for. It keeps the snapshot in which it was found.
 struct object {
@@ -129,7 +127,7 @@ bool is_associated(vs_kind_t with, vs_kind_t kind)
 
 vs_descriptor_t find_by_name(vs_kind_t kind, std::string_view name)
 {
-    const std::string_view prefix = kind == VS_PARTITION ? raw_names : block_names;
+    const std::string_view prefix = kind == VS_PARTITION ? ovra::partition_folder : ovra::slice_folder;
     if (name.starts_with(prefix))
         name.remove_prefix(prefix.size());
     const bool whole = kind == VS_DRIVE || kind == VS_MEDIA;
@@ -205,8 +203,8 @@ std::string name_of(const object &of)
         return drive;
     const std::string number = std::to_string(machine::volume_number(table_of(of.kind), *of.part));
     if (of.kind == VS_SLICE)
-        return std::string(block_names) + drive + "s" + number;
-    return std::string(raw_names) + drive + "p" + number;
+        return std::string(ovra::slice_folder) + drive + "s" + number;
+    return std::string(ovra::partition_folder) + drive + "p" + number;
 }
 
 } // namespace

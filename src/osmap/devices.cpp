@@ -21,8 +21,6 @@ using ovra::trace;
 
 namespace {
 
-constexpr char devices[] = "/devices/";
-
 // One record for each disk that a hard-drive node stands for: the target of its link.
 int decode_short_form(ovra_hdl_t hdl, const uefi_device_path_t *node, path_list_builder *paths)
 {
@@ -41,10 +39,10 @@ int decode_short_form(ovra_hdl_t hdl, const uefi_device_path_t *node, path_list_
             result = fail("unable to read link from %s\n", link);
             continue;
         }
-        char *physical = strstr(target, devices);
+        char *physical = strstr(target, ovra::tree_folder);
         if (!physical)
             return fail("unexpected physicalpath\n");
-        if (paths->append(physical + ovra::length_of(devices) - 1, nullptr) != 0)
+        if (paths->append(physical + ovra::length_of(ovra::tree_folder) - 1, nullptr) != 0)
             return -1;
     }
     return result;

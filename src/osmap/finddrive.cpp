@@ -91,8 +91,7 @@ struct mbr_search {
             say("unable to extract VOLSERNO\n");
             return false;
         }
-        uint32_t wanted = 0;
-        memcpy(&wanted, hd->part_sig, sizeof wanted);
+        const uint32_t wanted = ovra::mbr_signature(*hd);
         if (signature != wanted) {
             say("mbrsig doesn't match: mbrsig: %x hdp_mbrsig: %x\n", signature, wanted);
             return false;

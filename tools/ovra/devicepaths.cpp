@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "src/base/device_name.h"
 #include "src/base/nodes.h"
 #include "tools/ovra/capture.h"
 #include "tools/ovra/failure.h"
@@ -316,8 +317,7 @@ decoded_path device_paths::decode(byte_view path)
 
 bool is_device_name(const std::string &text)
 {
-    return text.starts_with("/dev/") || text.starts_with("/devices/") ||
-           (text.size() > 1 && text[0] == 'c' && text[1] >= '0' && text[1] <= '9');
+    return ovra::device_text_of(text) != ovra::device_text::nodes;
 }
 
 path_text split_file(const std::string &text)

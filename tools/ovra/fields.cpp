@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "src/base/device_name.h"
 #include "tools/ovra/failure.h"
 
 namespace tool {
@@ -61,7 +62,7 @@ given_path given_devices(device_paths &paths, const arguments &args, const std::
 {
     // Names of the tree, which have no path, are left to the library.
     const bool names_disk =
-        args.disk || (is_device_name(*args.device_text) && !args.device_text->starts_with("/devices/"));
+        args.disk || (is_device_name(*args.device_text) && !args.device_text->starts_with(ovra::tree_folder));
     if (!names_disk)
         return {paths.encode(*args.device_text, file)};
     const chosen_disk disk = given_disk(args, args.disk ? *args.disk : *args.device_text);
