@@ -124,7 +124,8 @@ std::string escaped_in_json(std::string_view document)
         if (next.character == '\n' || shows(next.character)) {
             escaped += document.substr(0, next.size);
         } else {
-            for (const CHAR16 unit : ovra::utf16_character(next.character).view())
+            const ovra::utf16_character utf16(next.character);
+            for (const CHAR16 unit : utf16.view())
                 escaped += format("\\u%04x", unit);
         }
         document.remove_prefix(next.size);
