@@ -51,9 +51,10 @@ LAYERS = {
     "platform/devns": Layer(("platform/include", "platform/machine", "src/base"), TYPES, ANY, "a face on the model"),
     "tools/text": Layer(("src/base",), TYPES, ANY, "how things are written, for people and programs; it asks nobody"),
     "tools/machine": Layer(("tools/text", "platform/include", "src/base"), WHOLE, ANY,
-                           "the machine as the command sees it, through the exported interface, ignorant of verbs"),
+                           "the machine as the command sees it, ignorant of verbs: calls go through the exported "
+                           "interface, formats through the base layer"),
     "tools/ovra": Layer(("tools/machine", "tools/text", "platform/include", "src/base"), WHOLE, ANY,
-                        "the verbs; they prove that the exported interface suffices"),
+                        "the verbs"),
 }
 
 # Single files outside these folders that have a rule of their own.

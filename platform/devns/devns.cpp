@@ -22,6 +22,7 @@
 #include "platform/machine/process.h"
 #include "platform/machine/root.h"
 #include "platform/machine/services.h"
+#include "src/base/device_name.h"
 
 using machine::value_or;
 
@@ -160,7 +161,8 @@ void forget(int fd)
 // The link that a name of a disk stands for.
 std::optional<std::string> device_link(std::string_view path)
 {
-    for (const std::string_view folder : {"/dev/dsk/", "/dev/rdsk/"}) {
+    for (const std::string_view folder :
+         {std::string_view(ovra::slice_folder), std::string_view(ovra::partition_folder)}) {
         if (path.starts_with(folder))
             return machine::device_link(path.substr(folder.size()));
     }

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "platform/machine/reset.h"
 
-#include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include <sys/reboot.h>
@@ -14,6 +12,7 @@
 #include "platform/machine/names.h"
 #include "platform/machine/store.h"
 #include "src/base/guid.h"
+#include "src/base/load_option.h"
 
 namespace machine {
 
@@ -46,18 +45,15 @@ enum class wanted { active, any };
 // value.
 int look_for_option(const runtime_services &services, UINT16 number, wanted which, bool *found)
 {
-    std::array<char, sizeof "Boot0000"> name = {};
-    std::snprintf(name.data(), name.size(), "Boot%04X", number);
     stored_variable option;
     *found = false;
-    if (const int error = load_variable(services, global_file(name.data()), &option); error != 0)
+    if (const int error = load_variable(services, global_file(ovra::option_name(number).view()), &option);
+        error != 0)
         return is_as_good_as_absent(error) ? 0 : error;
-    UINT32 attributes = 0;
-    constexpr std::size_t header = sizeof attributes + sizeof(UINT16);
-    if (option.data().size() < header)
-        return 0;
-    std::memcpy(&attributes, option.data().data(), sizeof attributes);
-    *found = which == wanted::any || (attributes & LOAD_OPTION_ACTIVE) != 0;
+    const byte_view stored = option.data();
+    const auto parts =
+        ovra::split_load_option({reinterpret_cast<const UINT8 *>(stored.data()), stored.size()});
+    *found = parts && (which == wanted::any || (parts->attributes & LOAD_OPTION_ACTIVE) != 0);
     return 0;
 }
 

@@ -13,6 +13,7 @@
 #include "platform/machine/failure.h"
 #include "platform/machine/picture.h"
 #include "platform/machine/shared.h"
+#include "src/base/device_name.h"
 
 using machine::outcome_of;
 using machine::partition;
@@ -20,9 +21,6 @@ using machine::read_failure;
 using machine::table_kind;
 
 namespace {
-
-constexpr std::string_view block_names = "/dev/dsk/";
-constexpr std::string_view raw_names = "/dev/rdsk/";
 
 // What a descriptor stands for. It keeps the picture that it comes from.
 struct object {
@@ -121,7 +119,7 @@ bool is_associated(vs_kind_t with, vs_kind_t kind)
 
 vs_descriptor_t find_by_name(vs_kind_t kind, std::string_view name)
 {
-    const std::string_view prefix = kind == VS_PARTITION ? raw_names : block_names;
+    const std::string_view prefix = kind == VS_PARTITION ? ovra::partition_folder : ovra::slice_folder;
     if (name.starts_with(prefix))
         name.remove_prefix(prefix.size());
     const bool whole = kind == VS_DRIVE || kind == VS_MEDIA;
@@ -197,8 +195,8 @@ std::string name_of(const object &of)
         return disk;
     const std::string number = std::to_string(machine::volume_number(table_of(of.kind), *of.part));
     if (of.kind == VS_SLICE)
-        return std::string(block_names) + disk + "s" + number;
-    return std::string(raw_names) + disk + "p" + number;
+        return std::string(ovra::slice_folder) + disk + "s" + number;
+    return std::string(ovra::partition_folder) + disk + "p" + number;
 }
 
 } // namespace

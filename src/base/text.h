@@ -148,7 +148,8 @@ public:
         units[size++] = static_cast<uint16_t>(character);
     }
 
-    constexpr std::span<const uint16_t> view() const { return {units, size}; }
+    constexpr std::span<const uint16_t> view() const & { return {units, size}; }
+    std::span<const uint16_t> view() const && = delete; // a loop would outlive it
 
 private:
     uint16_t units[2] = {};

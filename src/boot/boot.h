@@ -3,6 +3,9 @@
 #ifndef SRC_BOOT_BOOT_H
 #define SRC_BOOT_BOOT_H
 
+#include <span>
+
+#include "src/base/load_option.h"
 #include "src/dpath/list.h"
 #include "src/rt/owned.h"
 #include "src/rt/rt.h"
@@ -15,14 +18,6 @@ int validate_bootopt(const char *name);
 } // extern "C"
 
 namespace ovra {
-
-/* "Boot" and a number. */
-struct option_name {
-    char text[sizeof "BootFFFF"];
-
-    explicit option_name(uint16_t number);
-    operator const char *() const { return text; }
-};
 
 /*
  * The number of an option's name as the boot order's routines read it: "Boot" in any case, then a hexadecimal

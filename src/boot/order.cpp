@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <cinttypes>
-#include <cstdio>
+#include <cstring>
 #include <span>
 
 #include "src/base/number.h"
@@ -15,11 +15,6 @@ using ovra::say;
 using ovra::trace;
 
 static constexpr char variable[] = "BootOrder";
-
-ovra::option_name::option_name(uint16_t number)
-{
-    snprintf(text, sizeof text, "Boot%04X", number);
-}
 
 bool ovra::parse_option_number(const char *name, uint16_t *number)
 {

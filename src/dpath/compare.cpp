@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <cstring>
 
-#include "src/dpath/view.h"
+#include "src/base/nodes.h"
+#include "src/dpath/dpath.h"
 #include "src/rt/diag.h"
 
 static bool is_root_bridge(const uefi_acpi_device_path_t *node)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
 
+#include "src/base/hard_drive.h"
 #include "src/encode/fields.h"
 #include "src/encode/vendor.h"
 
@@ -19,7 +20,7 @@ bool get_partition_type(uefi_arg_list_t *args, uint8_t *part_format, uint8_t *si
     }
     if (!require(args, "Type", sig_type))
         return false;
-    if (*sig_type > 2)
+    if (*sig_type > signature_guid)
         return refuse("sig_type out of range\n");
     return true;
 }
@@ -38,7 +39,7 @@ bool get_extent(uefi_arg_list_t *args, const char *name, uint32_t partition, con
 
 bool get_signature(uefi_arg_list_t *args, uint8_t sig_type, uint8_t (&part_sig)[16])
 {
-    if (sig_type == 1) {
+    if (sig_type == signature_mbr) {
         uint32_t signature = 0;
         if (!require(args, "Signature", &signature))
             return false;
@@ -50,7 +51,7 @@ bool get_signature(uefi_arg_list_t *args, uint8_t sig_type, uint8_t (&part_sig)[
         return false;
     memcpy(part_sig, &guid, sizeof guid);
     const auto is_zero = [](uint8_t byte) { return byte == 0; };
-    if (sig_type == 0 && !std::all_of(std::begin(part_sig), std::end(part_sig), is_zero))
+    if (sig_type == signature_none && !std::all_of(std::begin(part_sig), std::end(part_sig), is_zero))
         return refuse("Signature must be 0 when type is 0\n");
     return true;
 }

@@ -22,8 +22,6 @@ using ovra::trace;
 
 namespace {
 
-constexpr char devices[] = "/devices/";
-
 // One record for each disk that a hard-drive node stands for: the target of its link.
 int decode_short_form(ovra_hdl_t hdl, const uefi_device_path_t *node, path_list_builder *paths)
 {
@@ -42,10 +40,10 @@ int decode_short_form(ovra_hdl_t hdl, const uefi_device_path_t *node, path_list_
             result = fail("unable to read link from %s\n", link);
             continue;
         }
-        char *physical = strstr(target, devices);
+        char *physical = strstr(target, ovra::tree_folder);
         if (!physical)
             return fail("unexpected physicalpath\n");
-        if (paths->append(physical + ovra::length_of(devices) - 1, nullptr) != 0)
+        if (paths->append(physical + ovra::length_of(ovra::tree_folder) - 1, nullptr) != 0)
             return -1;
     }
     return result;
@@ -65,8 +63,7 @@ public:
     {
         if (node->type == UEFI_END)
             return end_instance();
-        constexpr ovra::node_kind file_path = ovra::kind_of<uefi_file_path_t>;
-        if (node->type == file_path.type && node->subtype == file_path.subtype) {
+        if (ovra::is_kind<uefi_file_path_t>(node)) {
             char *text = file.release();
             print_device_path(node, &text);
             file.reset(text);
@@ -164,8 +161,9 @@ int ovra_epath_decode_to_devices(ovra_hdl_t hdl, ovra_epath_t epath, int len, ov
     const ovra::node_list list(nodes);
     const ovra::one_picture picture;
     path_list_builder found(hdl);
-    const int result = nodes && ovra::is_hard_drive(nodes[0]) ? decode_short_form(hdl, nodes[0], &found)
-                                                              : decode_tree_path(nodes, &found);
+    const int result = nodes && ovra::is_kind<uefi_hard_drive_path_t>(nodes[0])
+                           ? decode_short_form(hdl, nodes[0], &found)
+                           : decode_tree_path(nodes, &found);
     *paths = found.release(); // what was found before a failure, too
     return result;
 }

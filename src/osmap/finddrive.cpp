@@ -2,7 +2,7 @@
 #include <cstring>
 
 #include "src/base/cancel.h"
-#include "src/dpath/view.h"
+#include "src/base/nodes.h"
 #include "src/osmap/harddrive.h"
 #include "src/osmap/platform.h"
 #include "src/rt/diag.h"
@@ -73,8 +73,7 @@ struct mbr_search {
             say("unable to extract VOLSERNO\n");
             return false;
         }
-        uint32_t wanted = 0;
-        memcpy(&wanted, hd->part_sig, sizeof wanted);
+        const uint32_t wanted = ovra::mbr_signature(*hd);
         if (signature != wanted) {
             say("mbrsig doesn't match: mbrsig: %x hdp_mbrsig: %x\n", signature, wanted);
             return false;
@@ -262,7 +261,7 @@ int find_drive_guid(ovra_hdl_t hdl, const uefi_hard_drive_path_t *hd, char ***na
 const uefi_device_path_t *ovra::first_hard_drive(uefi_device_path_t **list)
 {
     for (uefi_device_path_t **node = list; node && *node; ++node) {
-        if (is_hard_drive(*node))
+        if (is_kind<uefi_hard_drive_path_t>(*node))
             return *node;
     }
     return nullptr;

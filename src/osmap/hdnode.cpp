@@ -74,22 +74,15 @@ int add_hd_path_slice(const char *disk, uefi_device_path_t **out)
     auto node = ovra::new_node<uefi_hard_drive_path_t>();
     if (!node)
         return -1;
-    node->part_number = unit_number(s + 1) + 1;
-    node->part_start = start;
-    node->part_size = size;
-    node->part_format = ovra::format_gpt;
-
     uint8_t *guid = nullptr;
     unsigned int count = 0;
-    if (kvlist_lookup_uint8_array(list.get(), "uguid", &guid, &count) == 0 && guid &&
-        count >= sizeof node->part_sig) {
-        memcpy(node->part_sig, guid, sizeof node->part_sig);
-        node->sig_type = ovra::signature_guid;
-    } else {
-        // Kept: a slice without a GUID is told as an error, and has a node without a signature.
-        // [kept_a_slice_without_a_whole_guid_has_no_signature]
+    if (kvlist_lookup_uint8_array(list.get(), "uguid", &guid, &count) != 0 || !guid)
+        count = 0;
+    *node = ovra::slice_node(unit_number(s + 1), {start, size}, {guid, count});
+    // Kept: a slice without a GUID is told as an error, and has a node without a signature.
+    // [kept_a_slice_without_a_whole_guid_has_no_signature]
+    if (node->sig_type != ovra::signature_guid)
         say("unable to extract UEFI UGUID --- for %s\n", device.text);
-    }
     return ovra::hand_over(std::move(node), out);
 }
 
@@ -137,19 +130,10 @@ int add_hd_path_partition(const char *disk, uefi_device_path_t **out)
     auto node = ovra::new_node<uefi_hard_drive_path_t>();
     if (!node)
         return -1;
-    // Kept: a logical partition is numbered like the whole disk; only the four primary ones have a number.
-    // [kept_partitions_beyond_the_fourth_*]
-    constexpr uint32_t last_primary = 4;
-    const uint32_t number = unit_number(p + 1);
-    node->part_number = number > last_primary ? 0 : number;
-    node->part_start = start;
-    node->part_size = sectors;
-    node->part_format = ovra::format_mbr;
     uint32_t signature = 0;
     if (get_mbr_sig(partition.get(), &signature) != 0)
         return fail("unable to obtain MBR sig: %s\n", device.text);
-    node->sig_type = ovra::signature_mbr;
-    memcpy(node->part_sig, &signature, sizeof signature);
+    *node = ovra::partition_node(unit_number(p + 1), {start, sectors}, signature);
     return ovra::hand_over(std::move(node), out);
 }
 

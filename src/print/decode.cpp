@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "src/print/decode.h"
 
+#include "src/base/nodes.h"
 #include "src/dpath/list.h"
-#include "src/dpath/view.h"
 #include "src/print/nodes.h"
 #include "src/print/paths.h"
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "src/base/guid.h"
+#include "src/base/hard_drive.h"
 #include "src/print/print.h"
 #include "src/print/rows.h"
 
@@ -9,15 +10,12 @@ namespace {
 
 void add_signature(text &to, const uefi_hard_drive_path_t &node)
 {
-    if (node.sig_type == 1) {
-        uint32_t signature;
-        memcpy(&signature, node.part_sig, sizeof signature);
-        to.add("0x%08X", signature);
-    } else if (node.sig_type == 2) {
+    if (node.sig_type == signature_mbr)
+        to.add("0x%08X", mbr_signature(node));
+    else if (node.sig_type == signature_guid)
         to.put(guid_text(*guid_of(node.part_sig), letters::upper).view());
-    } else {
+    else
         to.put("unknown_sig");
-    }
 }
 
 void print_hard_drive(const uefi_hard_drive_path_t &node, text &to)

@@ -9,7 +9,8 @@
 #include <cstddef>
 #include <type_traits>
 
-#include "src/dpath/view.h"
+#include "src/base/nodes.h"
+#include "src/dpath/words.h"
 #include "src/print/text.h"
 
 namespace ovra {
@@ -52,14 +53,6 @@ constexpr bool distinct_subtypes(printed_rows rows)
         }
     }
     return true;
-}
-
-/* The bytes behind the fixed part of a record, to the end of its node. */
-template <typename record>
-std::span<const uint8_t> tail(const record &node)
-{
-    constexpr size_t size = kind_of<record>.size;
-    return {reinterpret_cast<const uint8_t *>(&node) + size, node.len - size};
 }
 
 /* The string that begins the bytes: to its terminator, or to their end. */

@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "src/base/device_name.h"
+#include "src/base/nodes.h"
 #include "tools/machine/capture.h"
 #include "tools/text/failure.h"
 #include "tools/text/loadoption.h"
@@ -78,7 +80,8 @@ std::string packed_as(const std::string &node)
 bytes alone(byte_view nodes)
 {
     bytes path(nodes.begin(), nodes.end());
-    path.insert(path.end(), {UEFI_END, UEFI_END_ENTIRE, sizeof(uefi_device_path_t), 0});
+    const byte_view end = ovra::bytes_of(ovra::end_entire);
+    path.insert(path.end(), end.begin(), end.end());
     return path;
 }
 
@@ -313,8 +316,7 @@ decoded_path device_paths::decode(byte_view path)
 
 bool is_device_name(const std::string &text)
 {
-    return text.starts_with("/dev/") || text.starts_with("/devices/") ||
-           (text.size() > 1 && text[0] == 'c' && text[1] >= '0' && text[1] <= '9');
+    return ovra::device_text_of(text) != ovra::device_text::nodes;
 }
 
 path_text split_file(const std::string &text)

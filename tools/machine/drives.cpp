@@ -12,15 +12,14 @@
 
 #include "platform/include/kvlist.h"
 #include "platform/include/volset.h"
+#include "src/base/device_name.h"
+#include "src/base/hard_drive.h"
 #include "tools/machine/sysfs.h"
 #include "tools/text/failure.h"
 
 namespace tool {
 
 namespace {
-
-constexpr std::string_view slice_folder = "/dev/dsk/";
-constexpr std::string_view partition_folder = "/dev/rdsk/";
 
 struct releasing {
     void operator()(vs_descriptor_t *all) const { vs_free_descriptors(all); }
@@ -152,27 +151,22 @@ std::vector<drive> read_all(predicate wanted)
 constexpr std::string_view partuuid_prefix = "PARTUUID=";
 constexpr std::string_view partuuid_folder = "/dev/disk/by-partuuid/";
 
-bool same_letters(std::string_view a, std::string_view b)
-{
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [lower](char x, char y) { return lower(x) == lower(y); });
-}
-
 bool has_partuuid_prefix(std::string_view text)
 {
-    return same_letters(text.substr(0, partuuid_prefix.size()), partuuid_prefix);
+    return ovra::alike(text.substr(0, partuuid_prefix.size()), partuuid_prefix);
 }
 
 bool same_partuuid(std::string_view text, std::string_view partuuid)
 {
     return has_partuuid_prefix(text) && !partuuid.empty() &&
-           same_letters(text.substr(partuuid_prefix.size()), partuuid);
+           ovra::alike(text.substr(partuuid_prefix.size()), partuuid);
 }
 
 std::string without_folder(std::string_view name)
 {
-    for (const std::string_view folder : {slice_folder, partition_folder, std::string_view("/dev/")}) {
+    for (const std::string_view folder :
+         {std::string_view(ovra::slice_folder), std::string_view(ovra::partition_folder),
+          std::string_view(ovra::device_folder)}) {
         if (name.starts_with(folder)) {
             name.remove_prefix(folder.size());
             break;
@@ -228,40 +222,19 @@ std::vector<drive> read_drives(bool media)
 
 bytes hard_drive_node(const drive &drive, const volume &volume)
 {
-    constexpr unsigned last_primary = 4;
-    uefi_hard_drive_path_t node = {};
-    node.type = UEFI_MEDIA;
-    node.subtype = 1;
-    node.len = sizeof node;
-    node.part_start = volume.start;
-    node.part_size = volume.size;
-    if (volume.is_slice) {
-        node.part_number = volume.number + 1;
-        node.part_format = 2;
-        node.sig_type = volume.guid.size() == sizeof node.part_sig ? 2 : 0;
-        if (node.sig_type != 0)
-            memcpy(node.part_sig, volume.guid.data(), sizeof node.part_sig);
-    } else {
-        // libovra numbers logical partitions like the whole disk.
-        node.part_number = volume.number > last_primary ? 0 : volume.number;
-        node.part_format = 1;
-        node.sig_type = 1;
-        const uint32_t signature = drive.signature.value_or(0);
-        memcpy(node.part_sig, &signature, sizeof signature);
-    }
-    const auto *begin = reinterpret_cast<const uint8_t *>(&node);
-    return {begin, begin + sizeof node};
+    const ovra::extent where = {volume.start, volume.size};
+    const uefi_hard_drive_path_t node =
+        volume.is_slice ? ovra::slice_node(volume.number, where, volume.guid)
+                        : ovra::partition_node(volume.number, where, drive.signature.value_or(0));
+    const byte_view stored = ovra::bytes_of(node);
+    return {stored.begin(), stored.end()};
 }
 
 byte_view first_hard_drive(byte_view path)
 {
-    while (path.size() >= sizeof(uefi_device_path_t)) {
-        const size_t length = static_cast<size_t>(path[2] | path[3] << 8);
-        if (length < sizeof(uefi_device_path_t) || length > path.size())
-            return {};
-        if (path[0] == UEFI_MEDIA && path[1] == 1)
-            return path.first(length);
-        path = path.subspan(length);
+    for (ovra::cursor nodes{path}; const auto *node = nodes.next();) {
+        if (ovra::is_kind<uefi_hard_drive_path_t>(node))
+            return ovra::node_bytes(node);
     }
     return {};
 }

@@ -15,9 +15,9 @@ std::vector<uint16_t> firmware::options()
     std::set<uint16_t> numbers;
     for (const variable_id &id : variables()) {
         const std::string name = to_utf8(id.name);
-        const auto number = parse_option(name);
+        const auto number = ovra::option_number(name);
         // Firmware boots only options of its own vendor, and of the one spelling.
-        if (number && name == option_name(*number) && ovra::same_guid(id.guid, ovra::global_variable_guid))
+        if (number && ovra::same_guid(id.guid, ovra::global_variable_guid))
             numbers.insert(*number);
     }
     return {numbers.begin(), numbers.end()};

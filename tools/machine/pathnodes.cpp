@@ -2,6 +2,7 @@
 // Editing packed paths node by node, without a detour through text.
 #include <algorithm>
 
+#include "src/base/nodes.h"
 #include "tools/machine/devicepaths.h"
 #include "tools/text/failure.h"
 #include "tools/text/loadoption.h"
@@ -10,31 +11,20 @@ namespace tool {
 
 namespace {
 
-constexpr uint8_t file_path_subtype = 4;
-
 struct first_instance {
     std::vector<byte_view> nodes; // before its END node
     byte_view rest;               // the END node and all behind it
 };
 
-// The node that begins here; nothing when it is cut off or gives no length.
-byte_view first_node(byte_view packed)
-{
-    if (packed.size() < sizeof(uefi_device_path_t))
-        return {};
-    const size_t length = static_cast<size_t>(packed[2] | packed[3] << 8);
-    return length < sizeof(uefi_device_path_t) || length > packed.size() ? byte_view() : packed.first(length);
-}
-
 first_instance split_first(byte_view packed)
 {
     first_instance first;
-    for (byte_view node = first_node(packed); !node.empty() && node[0] != UEFI_END;
-         node = first_node(packed)) {
-        first.nodes.push_back(node);
-        packed = packed.subspan(node.size());
-    }
     first.rest = packed;
+    for (ovra::cursor nodes{packed}; const auto *node = nodes.next(); first.rest = nodes.rest) {
+        if (node->type == UEFI_END)
+            break;
+        first.nodes.push_back(ovra::node_bytes(node));
+    }
     return first;
 }
 
@@ -61,17 +51,16 @@ void append_nodes(bytes *to, byte_view path)
 
 bool is_file(byte_view node)
 {
-    return node[0] == UEFI_MEDIA && node[1] == file_path_subtype;
+    return ovra::as<uefi_file_path_t>(node) != nullptr;
 }
 
 std::vector<std::vector<byte_view>> instances_of(byte_view packed)
 {
     std::vector<std::vector<byte_view>> instances(1);
-    for (byte_view node = first_node(packed); !node.empty(); node = first_node(packed)) {
-        packed = packed.subspan(node.size());
-        if (node[0] != UEFI_END)
-            instances.back().push_back(node);
-        else if (node[1] != UEFI_END_ENTIRE)
+    for (ovra::cursor nodes{packed}; const auto *node = nodes.next();) {
+        if (node->type != UEFI_END)
+            instances.back().push_back(ovra::node_bytes(node));
+        else if (!ovra::is_end_entire(node))
             instances.emplace_back();
         else
             break;
@@ -82,12 +71,11 @@ std::vector<std::vector<byte_view>> instances_of(byte_view packed)
 bool ends_plainly(byte_view packed)
 {
     bool plain = false;
-    for (byte_view node = first_node(packed); !node.empty(); node = first_node(packed)) {
-        packed = packed.subspan(node.size());
-        if (node[0] != UEFI_END)
+    for (ovra::cursor nodes{packed}; const auto *node = nodes.next();) {
+        if (node->type != UEFI_END)
             continue;
-        plain = node[1] == UEFI_END_ENTIRE;
-        if (node.size() != sizeof(uefi_device_path_t) || (!plain && node[1] != UEFI_END_INSTANCE))
+        plain = ovra::is_end_entire(node);
+        if (node->len != sizeof *node || (!plain && node->subtype != UEFI_END_INSTANCE))
             return false;
         if (plain)
             return true;
@@ -98,12 +86,11 @@ bool ends_plainly(byte_view packed)
 size_t bytes_behind_end(byte_view packed)
 {
     size_t behind = packed.size();
-    for (byte_view node = first_node(packed); !node.empty(); node = first_node(packed)) {
-        packed = packed.subspan(node.size());
-        if (node[0] != UEFI_END)
+    for (ovra::cursor nodes{packed}; const auto *node = nodes.next();) {
+        if (node->type != UEFI_END)
             continue;
-        behind = packed.size();
-        if (node[1] == UEFI_END_ENTIRE)
+        behind = nodes.rest.size();
+        if (ovra::is_end_entire(node))
             break;
     }
     return behind;
@@ -112,7 +99,9 @@ size_t bytes_behind_end(byte_view packed)
 void require_one_instance(byte_view encoded)
 {
     const first_instance first = split_first(encoded);
-    if (first.rest.size() == first_node(first.rest).size())
+    ovra::cursor end{first.rest};
+    end.next();
+    if (end.at_end())
         return;
     throw failure(format("node %zu of the path is an END node", first.nodes.size() + 1),
                   "What stands behind it would not belong to the path's first instance; --path-hex stores "

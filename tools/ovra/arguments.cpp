@@ -11,6 +11,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "src/base/device_name.h"
 #include "tools/text/failure.h"
 #include "tools/text/loadoption.h"
 
@@ -194,7 +195,7 @@ given_path path_arguments::encode(device_paths &paths, const std::optional<std::
 {
     // Names of the tree, which have no path, are left to the library.
     const bool text_names_disk =
-        device_text && is_device_name(*device_text) && !device_text->starts_with("/devices/");
+        device_text && is_device_name(*device_text) && !device_text->starts_with(ovra::tree_folder);
     if (!disk.name && !text_names_disk)
         return {paths.encode(device_text.value(), with_file)};
     const chosen_disk found = (disk.name ? disk : disk_argument{device_text}).find(general);

@@ -3,46 +3,25 @@
 
 #include <cstring>
 
+#include "src/base/nodes.h"
 #include "tools/text/failure.h"
 
 namespace tool {
 
 namespace {
 
-constexpr size_t header_size = 6; // attributes and the length of the path
-
 // What ovra_bootopt_get hands back whole.
 constexpr size_t description_characters = 127;
 constexpr size_t description_bytes = 256;
 
-uint16_t read_u16(byte_view data, size_t at)
-{
-    return static_cast<uint16_t>(data[at] | data[at + 1] << 8);
-}
-
-void append_little_endian(bytes *to, uint32_t value, int size)
-{
-    for (int at = 0; at < size; ++at)
-        to->push_back(static_cast<uint8_t>(value >> 8 * at));
-}
-
 } // namespace
 
-std::optional<stored_parts> split(byte_view variable)
+std::optional<ovra::load_option_parts> split(byte_view variable)
 {
-    if (variable.size() < header_size)
+    const auto option = ovra::split_load_option(variable);
+    if (!option || !option->is_whole())
         return std::nullopt;
-    const size_t path_size = read_u16(variable, 4);
-    const byte_view rest = variable.subspan(header_size);
-    size_t end = 0;
-    do {
-        if (rest.size() - end < 2)
-            return std::nullopt;
-        end += 2;
-    } while (read_u16(rest, end - 2) != 0);
-    if (rest.size() - end < path_size)
-        return std::nullopt;
-    return stored_parts{rest.first(end), rest.subspan(end, path_size), rest.subspan(end + path_size)};
+    return *option;
 }
 
 bytes as_stored(const load_option &option)
@@ -50,13 +29,10 @@ bytes as_stored(const load_option &option)
     const auto description = to_ucs2(option.description);
     if (!description)
         throw failure("the description " + in_quotes(option.description) + " cannot be stored as UCS-2");
-    bytes variable;
-    append_little_endian(&variable, option.attributes, 4);
-    append_little_endian(&variable, static_cast<uint32_t>(option.path.size()), 2);
-    const bytes text = stored(*description);
-    variable.insert(variable.end(), text.begin(), text.end());
-    variable.insert(variable.end(), option.path.begin(), option.path.end());
-    variable.insert(variable.end(), option.optional_data.begin(), option.optional_data.end());
+    const ovra::load_option_parts parts = {option.attributes, ovra::bytes_of_units(*description), option.path,
+                                           option.optional_data};
+    bytes variable(ovra::stored_size(parts));
+    ovra::write_load_option(parts, variable);
     return variable;
 }
 
@@ -84,16 +60,16 @@ std::optional<std::string> path_error(byte_view path)
     if (path.size() > UINT16_MAX)
         return "it is longer than 65535 bytes";
     bool ended = false;
-    for (size_t at = 0; at < path.size();) {
-        const byte_view node = path.subspan(at);
-        if (node.size() < sizeof(uefi_device_path_t))
-            return format("at byte %zu less than a node header is left", at);
-        const size_t length = read_u16(node, offsetof(uefi_device_path_t, len));
-        if (length < sizeof(uefi_device_path_t) || length > node.size())
-            return format("the node at byte %zu gives its length as %zu, %zu bytes are left", at, length,
-                          node.size());
-        ended = node[0] == UEFI_END && node[1] == UEFI_END_ENTIRE;
-        at += length;
+    for (ovra::cursor nodes{path}; !nodes.at_end();) {
+        const size_t left = nodes.rest.size();
+        if (nodes.header_cut_off())
+            return format("at byte %zu less than a node header is left", path.size() - left);
+        const size_t length = nodes.peek()->len;
+        const uefi_device_path_t *node = nodes.next();
+        if (!node)
+            return format("the node at byte %zu gives its length as %zu, %zu bytes are left",
+                          path.size() - left, length, left);
+        ended = ovra::is_end_entire(node);
     }
     if (!ended)
         return "it does not end in an END node (7fff0400)";

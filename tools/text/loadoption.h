@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "src/base/load_option.h"
 #include "tools/text/text.h"
 
 namespace tool {
@@ -20,15 +21,8 @@ struct load_option {
     bool active() const { return (attributes & LOAD_OPTION_ACTIVE) != 0; }
 };
 
-// The parts of a load option variable as they are stored.
-struct stored_parts {
-    byte_view description; // UCS-2 with its terminator
-    byte_view path;
-    byte_view optional_data;
-};
-
-// Nothing when the variable is too short for what it says of itself.
-std::optional<stored_parts> split(byte_view variable);
+// The parts of a load option variable; nothing when it is too short for what it says of itself.
+std::optional<ovra::load_option_parts> split(byte_view variable);
 
 // The variable that an option is stored as. Its description must fit, which check_description says.
 bytes as_stored(const load_option &option);

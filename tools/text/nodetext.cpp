@@ -3,8 +3,9 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstring>
 #include <optional>
+
+#include "src/base/nodes.h"
 
 namespace tool {
 
@@ -383,7 +384,7 @@ std::string text_of(const parsed_node &node)
 // A node's bytes, put together in their order.
 class node_bytes {
 public:
-    node_bytes(uint8_t type, uint8_t subtype) : data{type, subtype, 0, 0} {}
+    explicit node_bytes(ovra::node_kind kind) : data{kind.type, kind.subtype, 0, 0} {}
 
     node_bytes &number(uint64_t value, int size)
     {
@@ -438,7 +439,7 @@ void require(parsed_node &node, std::initializer_list<std::string_view> names)
 std::string sata(parsed_node &node)
 {
     require(node, {"HPN", "LUN"});
-    return node_bytes(UEFI_MESSAGING, 18)
+    return node_bytes(ovra::kind_of<uefi_sata_device_path_t>)
         .number(sized(node, "HPN", 2, 0), 2)
         .number(sized(node, "PMPN", 2, 0), 2)
         .number(sized(node, "LUN", 2, 0), 2)
@@ -448,9 +449,9 @@ std::string sata(parsed_node &node)
 // The library's Offset has the subtype of a file in a firmware volume.
 std::string offset(parsed_node &node)
 {
-    constexpr uint8_t relative_offset_range = 8;
+    constexpr ovra::node_kind relative_offset_range = {UEFI_MEDIA, 8, sizeof(uefi_offset_path_t)};
     require(node, {"StartingOffset", "EndingOffset"});
-    return node_bytes(UEFI_MEDIA, relative_offset_range)
+    return node_bytes(relative_offset_range)
         .number(0, 4)
         .number(sized(node, "StartingOffset", 8, 0), 8)
         .number(sized(node, "EndingOffset", 8, 0), 8)
@@ -461,7 +462,7 @@ std::string offset(parsed_node &node)
 std::string usb_wwid(parsed_node &node)
 {
     require(node, {"VID", "PID", "InterfaceNumber", "WWID"});
-    return node_bytes(UEFI_MESSAGING, 16)
+    return node_bytes(ovra::kind_of<uefi_usb_wwid_device_path_t>)
         .number(sized(node, "InterfaceNumber", 1, 0), 2)
         .number(sized(node, "VID", 2, 0), 2)
         .number(sized(node, "PID", 2, 0), 2)
@@ -473,7 +474,7 @@ std::string usb_wwid(parsed_node &node)
 std::string cdrom(parsed_node &node)
 {
     require(node, {"Start", "Size"});
-    return node_bytes(UEFI_MEDIA, 2)
+    return node_bytes(ovra::kind_of<uefi_cdrom_path_t>)
         .number(sized(node, "Entry", 4, 0), 4)
         .number(sized(node, "Start", 8, 0), 8)
         .number(sized(node, "Size", 8, 0), 8)
@@ -500,7 +501,7 @@ std::string acpi_ex(parsed_node &node)
     }
     if (!node.value("HID") && !node.value("HIDSTR"))
         refuse("HID is missing");
-    return node_bytes(UEFI_ACPI, 2)
+    return node_bytes(ovra::kind_of<uefi_acpiex_device_path_t>)
         .number(eisa_id(node.value("HID")), 4)
         .number(sized(node, "UID", 4, 0), 4)
         .number(eisa_id(node.value("CID")), 4)
@@ -515,7 +516,7 @@ std::string bbs(parsed_node &node)
 {
     require(node, {"Type"});
     const auto type = listed_value(node["Type"].kind, *node.value("Type"));
-    return node_bytes(UEFI_BIOS, 1)
+    return node_bytes(ovra::kind_of<uefi_bbs_path_t>)
         .number(type ? *type : sized(node, "Type", 2, 0), 2)
         .number(sized(node, "Flags", 2, 0), 2)
         .string(node.value("Id").value_or(""))
@@ -586,8 +587,7 @@ void check(parsed_node &node)
         if (node.is(name) && node.value("SubClass"))
             refuse("SubClass is fixed for this keyword; Protocol is its fourth argument");
     }
-    if (node.is("Path") && node.value("type") && *number_in(*node.value("type")) > UEFI_BIOS &&
-        *number_in(*node.value("type")) != UEFI_END)
+    if (node.is("Path") && node.value("type") && !ovra::is_node_type(*number_in(*node.value("type"))))
         refuse("a node of this type could not be read back");
     if (node.is("Uart") && node.value("StopBits") &&
         !listed_value(node["StopBits"].kind, *node.value("StopBits")) &&
@@ -671,13 +671,6 @@ std::string raw_text(byte_view node)
 
 namespace {
 
-uint32_t word_at(byte_view data, size_t at)
-{
-    uint32_t value = 0;
-    memcpy(&value, data.data() + at, sizeof value);
-    return value;
-}
-
 std::string eisa_text(uint32_t id)
 {
     if (id == 0)
@@ -688,12 +681,12 @@ std::string eisa_text(uint32_t id)
     return text + format("%04X", id >> 16);
 }
 
-std::string acpi_ex_text(byte_view node)
+std::string acpi_ex_text(const uefi_acpiex_device_path_t &node)
 {
-    std::string text = "AcpiEx(" + eisa_text(word_at(node, 4)) + ',' + eisa_text(word_at(node, 12)) +
-                       format(",0x%X", word_at(node, 8));
-    constexpr size_t fixed = offsetof(uefi_acpiex_device_path_t, strings);
-    std::string_view rest(reinterpret_cast<const char *>(node.data()) + fixed, node.size() - fixed);
+    std::string text =
+        "AcpiEx(" + eisa_text(node.hid) + ',' + eisa_text(node.cid) + format(",0x%X", node.uid);
+    const byte_view strings = ovra::tail(node);
+    std::string_view rest(reinterpret_cast<const char *>(strings.data()), strings.size());
     for (const char *name : {"HIDSTR", "UIDSTR", "CIDSTR"}) {
         const size_t end = std::min(rest.find('\0'), rest.size());
         if (end != 0)
@@ -707,17 +700,14 @@ std::string acpi_ex_text(byte_view node)
 
 std::vector<std::string> fuller_texts(byte_view node)
 {
-    const auto is = [node](uint8_t type, uint8_t subtype, size_t size) {
-        return node[0] == type && node[1] == subtype && node.size() >= size;
-    };
-    if (is(UEFI_MESSAGING, 11, sizeof(uefi_macaddr_device_path_t))) {
-        const unsigned type = node[offsetof(uefi_macaddr_device_path_t, iff_type)];
-        return {format("MAC(%s,0x%x)", hex(node.subspan(4, type <= 1 ? 6 : 32)).c_str(), type)};
+    if (const auto *mac = ovra::as<uefi_macaddr_device_path_t>(node)) {
+        const size_t length = mac->iff_type <= 1 ? 6 : sizeof mac->mac_addr;
+        return {format("MAC(%s,0x%x)", hex({mac->mac_addr, length}).c_str(), mac->iff_type)};
     }
-    if (is(UEFI_ACPI, 1, sizeof(uefi_acpi_device_path_t)))
-        return {format("Acpi(%s,0x%X)", eisa_text(word_at(node, 4)).c_str(), word_at(node, 8))};
-    if (is(UEFI_ACPI, 2, offsetof(uefi_acpiex_device_path_t, strings)))
-        return {acpi_ex_text(node)};
+    if (const auto *acpi = ovra::as<uefi_acpi_device_path_t>(node))
+        return {format("Acpi(%s,0x%X)", eisa_text(acpi->hid).c_str(), acpi->uid)};
+    if (const auto *acpi = ovra::as<uefi_acpiex_device_path_t>(node))
+        return {acpi_ex_text(*acpi)};
     return {};
 }
 

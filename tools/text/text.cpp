@@ -9,6 +9,7 @@
 #include <cwchar>
 #include <cwctype>
 
+#include "src/base/load_option.h"
 #include "src/base/text.h"
 
 namespace tool {
@@ -123,7 +124,8 @@ std::string escaped_in_json(std::string_view document)
         if (next.character == '\n' || shows(next.character)) {
             escaped += document.substr(0, next.size);
         } else {
-            for (const CHAR16 unit : ovra::utf16_character(next.character).view())
+            const ovra::utf16_character utf16(next.character);
+            for (const CHAR16 unit : utf16.view())
                 escaped += format("\\u%04x", unit);
         }
         document.remove_prefix(next.size);
@@ -219,7 +221,7 @@ std::string join(const std::vector<std::string> &words, std::string_view separat
 
 std::string option_name(uint16_t number)
 {
-    return format("Boot%04X", number);
+    return ovra::option_name(number).text;
 }
 
 std::optional<uint16_t> parse_option(std::string_view text)
