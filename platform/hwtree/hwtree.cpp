@@ -16,7 +16,7 @@ struct snapshot;
 
 } // namespace
 
-// A node of a snapshot. The snapshot has one for each place; a handle is a plain pointer to it.
+// A node of a snapshot, which has one for each node of the tree: a handle is a plain pointer to it.
 struct ht_node {
     snapshot *owner = nullptr;
     std::size_t place = 0;

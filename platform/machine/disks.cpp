@@ -25,7 +25,7 @@ constexpr unsigned most_ports = 32;             // of a SATA controller
 constexpr unsigned most_multiplier_ports = 16;
 constexpr unsigned disks_of_a_channel = 2; // of an IDE function
 
-// Disks of a transport with targets that are not addressable by a path get higher target numbers.
+// Disks of a transport with targets that are not addressable by a path have target numbers from here on.
 constexpr unsigned first_target_without_place = 0x10000;
 static_assert(first_target_without_place > largest_identifier);
 

@@ -58,8 +58,8 @@ EFI_STATUS write_once(int file, byte_view contents)
     } while (written < 0 && errno == EINTR && ++interruptions < most_interruptions);
     if (written >= 0)
         return static_cast<std::size_t>(written) == contents.size() ? EFI_SUCCESS : EFI_DEVICE_ERROR;
-    // The file is open for writing: the firmware refuses, as efi_status_to_err of drivers/firmware/efi/efi.c
-    // says it.
+    // The file is open for writing: this is the firmware's answer, as drivers/firmware/efi/efi.c puts it
+    // (efi_status_to_err).
     switch (errno) {
     case EACCES:
         return EFI_SECURITY_VIOLATION;

@@ -84,8 +84,7 @@ bool is_read_only(const change &request, bool exists, const stored_variable &old
 EFI_STATUS check_new(const change &request)
 {
     // The kernel takes each byte of a new file's name for one unit (fs/efivarfs/inode.c, efivarfs_create),
-    // and shows
-    // "/" as "!".
+    // and shows "/" as "!".
     const bool writable =
         std::ranges::all_of(request.name, [](CHAR16 unit) { return unit < 0x80 && unit != u'/'; });
     if (!writable) {

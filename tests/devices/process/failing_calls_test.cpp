@@ -3,9 +3,6 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
-#include <set>
-#include <sstream>
 #include <thread>
 
 #include <fcntl.h>
@@ -15,266 +12,21 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <ovra/ovra.h>
-
 #include "tests/devices/failing_calls.h"
+#include "tests/devices/process/library.h"
+#include "tests/devices/process/outcomes.h"
 #include "tests/devices/sample.h"
 #include "tests/support/gpt.h"
-#include "tests/support/messages.h"
 
 namespace {
 
 using namespace devices_test;
 
-std::string to_hex(const void *data, int size)
-{
-    std::string text;
-    for (int i = 0; i < size; ++i) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02x", static_cast<const unsigned char *>(data)[i]);
-        text += digits;
-    }
-    return text;
-}
-
-// A handle whose switches are off: messages are no system calls of reading.
-class library {
-public:
-    library() : silent(0, 0)
-    {
-        if (ovra_init(&handle) != 0)
-            throw std::runtime_error("ovra_init");
-    }
-    library(const library &) = delete;
-    library &operator=(const library &) = delete;
-    ~library() { ovra_fini(handle); }
-
-    // The packed path of a disk's name, in hexadecimal.
-    [[nodiscard]] outcome encode(const char *disk, int flags) const
-    {
-        char name[64];
-        std::snprintf(name, sizeof name, "%s", disk);
-        ovra_path_t instance = {name, nullptr};
-        ovra_path_t *paths[] = {&instance, nullptr};
-        ovra_epath_t packed = nullptr;
-        int size = 0;
-        if (ovra_epath_encode(handle, paths, flags, &packed, &size) != 0)
-            return {-1, ""};
-        outcome found = {0, to_hex(packed, size)};
-        memlist_free(handle, packed);
-        return found;
-    }
-
-    // The same as bytes.
-    [[nodiscard]] std::string packed(const char *disk, int flags) const
-    {
-        const outcome text = encode(disk, flags);
-        std::string bytes;
-        for (std::size_t at = 0; at + 1 < text.text.size(); at += 2)
-            bytes.push_back(static_cast<char>(std::stoi(text.text.substr(at, 2), nullptr, 16)));
-        return bytes;
-    }
-
-    [[nodiscard]] outcome decode(std::string packed) const
-    {
-        ovra_path_t **paths = nullptr;
-        outcome found;
-        if (ovra_epath_decode_to_devices(handle, reinterpret_cast<ovra_epath_t>(packed.data()),
-                                         static_cast<int>(packed.size()), &paths) != 0)
-            found.error = -1;
-        for (ovra_path_t **path = paths; found.error == 0 && path != nullptr && *path != nullptr; ++path)
-            found.text += std::string((*path)->device_path) + '\n';
-        free_dpath(handle, paths);
-        return found;
-    }
-
-    [[nodiscard]] outcome names(int (*call)(ovra_hdl_t, char *, char ***), const char *argument) const
-    {
-        char name[64];
-        std::snprintf(name, sizeof name, "%s", argument);
-        char **array = nullptr;
-        outcome found;
-        if (call(handle, name, &array) != 0)
-            return {-1, ""};
-        for (char **each = array; each != nullptr && *each != nullptr; ++each)
-            found.text += std::string(*each) + '\n';
-        free_str_array(handle, array);
-        return found;
-    }
-
-    void put_option(const char *option, const char *disk) const
-    {
-        std::string path = packed(disk, 0);
-        char name[16];
-        std::snprintf(name, sizeof name, "%s", option);
-        char description[] = "a disk";
-        if (ovra_bootopt_set(handle, name, reinterpret_cast<ovra_epath_t>(path.data()),
-                             static_cast<int>(path.size()), description, 1, nullptr, 0) != 0)
-            throw std::runtime_error("ovra_bootopt_set");
-    }
-
-private:
-    ovra::test::messages silent;
-    ovra_hdl_t handle = nullptr;
-};
-
-// What a descriptor says, without the checks that samples make of the calls.
-outcome said_of(vs_descriptor_t descriptor)
-{
-    int err = 0;
-    char *name = vs_get_name(descriptor, &err);
-    if (name == nullptr)
-        return {err, ""};
-    outcome found = {0, name};
-    free(name);
-    const attributes list(vs_get_attributes(descriptor, &err));
-    if (!list)
-        return {err, ""};
-    for (const char *attribute :
-         {"blocksize", "nblocks", "volserno", "relsect", "nsectors", "start", "size"}) {
-        if (const auto value = devices_test::attribute(list.get(), attribute))
-            found.text += std::string(" ") + attribute + ' ' + std::to_string(*value);
-    }
-    for (const char *attribute : {"kernel-name", "devfs-path", "uguid"}) {
-        uint8_t *bytes = nullptr;
-        unsigned count = 0;
-        if (kvlist_lookup_uint8_array(list.get(), attribute, &bytes, &count) == 0)
-            found.text += std::string(" ") + attribute + ' ' + to_hex(bytes, static_cast<int>(count));
-    }
-    found.text += '\n';
-    return found;
-}
-
-outcome said_of_all(const vs_descriptor_t *array)
-{
-    outcome all;
-    for (; *array != 0; ++array) {
-        const outcome one = said_of(*array);
-        if (one.error != 0)
-            return one;
-        all.text += one.text;
-    }
-    return all;
-}
-
-outcome all_of_kind(vs_kind_t kind)
-{
-    int err = 0;
-    const descriptors all(vs_get_descriptors(kind, nullptr, &err));
-    return all ? said_of_all(all.get()) : outcome{err, ""};
-}
-
-// A line for each drive: its media, or why they cannot be read.
-outcome media_of_each_drive()
-{
-    int err = 0;
-    const descriptors all(vs_get_descriptors(VS_DRIVE, nullptr, &err));
-    if (!all)
-        return {err, ""};
-    outcome found;
-    for (std::size_t i = 0; all[i] != 0; ++i) {
-        const descriptors media(vs_get_associated_descriptors(all[i], VS_MEDIA, &err));
-        const outcome said = media ? said_of_all(media.get()) : outcome{err, ""};
-        if (said.error == ENOMEM || said.error == EMFILE)
-            return said;
-        found.text += said.error != 0     ? "error " + std::to_string(said.error) + '\n'
-                      : said.text.empty() ? "none\n"
-                                          : said.text;
-    }
-    return found;
-}
-
-outcome whole_tree()
-{
-    const snapshot tree(ht_init("/", HT_SUBTREE | HT_PROPS));
-    if (!tree)
-        return {errno, ""};
-    outcome found;
-    std::vector<ht_node_t> nodes = {tree.get()};
-    while (!nodes.empty()) {
-        ht_node_t node = nodes.back();
-        nodes.pop_back();
-        char *path = ht_devfs_path(node);
-        if (path == nullptr)
-            return {errno, ""};
-        found.text += path;
-        ht_devfs_path_free(path);
-        for (const char *name : {"vendor-id", "device-id", "class-code", "reg"}) {
-            int *values = nullptr;
-            if (ht_prop_lookup_ints(HT_DEV_ANY, node, name, &values) == 1)
-                found.text += ' ' + std::to_string(values[0]);
-        }
-        for (const char *name : {"acpi-hid", "acpi-uid", "acpi-cid"}) {
-            char *text = nullptr;
-            if (ht_prop_lookup_strings(HT_DEV_ANY, node, name, &text) == 1)
-                found.text += std::string(" ") + text;
-        }
-        found.text += '\n';
-        for (ht_node_t child = ht_child_node(node); child != nullptr; child = ht_sibling_node(child))
-            nodes.push_back(child);
-    }
-    return found;
-}
-
-std::vector<std::string> lines(const std::string &text)
-{
-    std::vector<std::string> all;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);)
-        all.push_back(line);
-    return all;
-}
-
-// The drive that a line of said_of is about.
-std::string drive_of(const std::string &line)
-{
-    const std::string name = line.substr(0, line.find(' '));
-    const std::string volume = name.substr(name.rfind('/') + 1);
-    return volume.substr(0, volume.find_first_of("sp"));
-}
-
-// The lines of the undisturbed outcome but for those of one drive, which cannot be read itself: what the
-// process is short of is no drive's own.
-bool same_but_for_one_drive(const outcome &found, const outcome &undisturbed, int injected)
-{
-    if (found.error != 0 || found == undisturbed)
-        return found.error == 0 || found.error == injected;
-    const std::vector<std::string> left = lines(found.text);
-    std::set<std::string> missing;
-    std::size_t next = 0;
-    for (const std::string &line : lines(undisturbed.text)) {
-        if (next < left.size() && left[next] == line)
-            ++next;
-        else
-            missing.insert(drive_of(line));
-    }
-    return next == left.size() && missing.size() == 1 && (injected == EIO || injected == EACCES);
-}
-
-bool same_but_for_an_error_line(const outcome &found, const outcome &undisturbed, int injected)
-{
-    if (found.error != 0 || found == undisturbed)
-        return found.error == 0 || found.error == injected;
-    const std::vector<std::string> before = lines(undisturbed.text);
-    const std::vector<std::string> after = lines(found.text);
-    if (before.size() != after.size())
-        return false;
-    int differences = 0;
-    for (std::size_t i = 0; i < before.size(); ++i) {
-        if (before[i] == after[i])
-            continue;
-        ++differences;
-        if (after[i] != "error " + std::to_string(injected))
-            return false;
-    }
-    return differences == 1;
-}
-
-// A machine with a disk of each kind of table, a blank one and one without a file, on few functions: what is
-// tried grows with the square of what is read.
-class FailingCalls : public testing::Test {
+// A machine with a disk of each kind of table, a blank one and one without a file, on few functions: the
+// number of runs grows with the square of the number of calls.
+class failing_reads : public testing::Test {
 protected:
-    FailingCalls()
+    failing_reads()
     {
         const std::string sata = machine.function("pci0000:00/0000:00:1f.2", 0x010601);
         machine.disk("sda", machine.ata(sata, 1, 1, "0:0:0:0"));
@@ -294,7 +46,7 @@ protected:
         fs::create_directory_symlink("../node", machine.root() / "sys/devices/pci0000:00/firmware_node");
     }
 
-    // Each of these begins with the tree, which is tried with every error for itself.
+    // Each of these begins with the tree, which has a test of its own with every error.
     void expect_told(const std::string &name, const std::function<outcome()> &body,
                      const judgement &is_right = same_or_error)
     {
@@ -310,7 +62,7 @@ private:
     long of_tree = 0;
 };
 
-TEST_F(FailingCalls, the_machine_is_what_the_tests_say)
+TEST_F(failing_reads, the_machine_is_what_the_tests_say)
 {
     EXPECT_THAT(volumes(),
                 testing::ElementsAre("c1t0d0s0 2048 2048", "c1t0d0s8 4096 4096", "c1t3d0p0 0 65536",
@@ -319,7 +71,7 @@ TEST_F(FailingCalls, the_machine_is_what_the_tests_say)
     EXPECT_EQ(drives().size(), 3U);
 }
 
-TEST_F(FailingCalls, encode_of_a_disk)
+TEST_F(failing_reads, encode_of_a_disk)
 {
     for (const char *disk : {"c1t0d0s8", "c1t3d0p5"}) {
         for (const int flags : {0, 1})
@@ -328,12 +80,12 @@ TEST_F(FailingCalls, encode_of_a_disk)
     }
 }
 
-TEST_F(FailingCalls, tree)
+TEST_F(failing_reads, tree)
 {
     expect_each_failure_told("ht_init", whole_tree, same_or_that_error);
 }
 
-TEST_F(FailingCalls, descriptors_of_each_kind)
+TEST_F(failing_reads, descriptors_of_each_kind)
 {
     expect_told(
         "drives", [] { return all_of_kind(VS_DRIVE); }, same_or_that_error);
@@ -343,12 +95,12 @@ TEST_F(FailingCalls, descriptors_of_each_kind)
         "slices", [] { return all_of_kind(VS_SLICE); }, same_but_for_one_drive);
 }
 
-TEST_F(FailingCalls, media_of_drives)
+TEST_F(failing_reads, media_of_drives)
 {
     expect_told("media of each drive", media_of_each_drive, same_but_for_an_error_line);
 }
 
-TEST_F(FailingCalls, names_and_links)
+TEST_F(failing_reads, names_and_links)
 {
     for (const auto &[kind, name] : {std::pair(VS_SLICE, "c1t0d0s0"), std::pair(VS_PARTITION, "c1t3d0p5"),
                                      std::pair(VS_MEDIA, "c1t0d0"), std::pair(VS_DRIVE, "c1t6d0")}) {
@@ -374,8 +126,8 @@ TEST_F(FailingCalls, names_and_links)
         same_or_that_error);
 }
 
-// A name that is not there stays one; what cannot be read does not become one.
-TEST_F(FailingCalls, name_that_is_not_there)
+// An absent name stays absent; an unreadable one does not become absent.
+TEST_F(failing_reads, name_that_is_not_there)
 {
     expect_told(
         "no such slice",
@@ -388,7 +140,7 @@ TEST_F(FailingCalls, name_that_is_not_there)
         same_or_that_error);
 }
 
-TEST_F(FailingCalls, decode_to_devices)
+TEST_F(failing_reads, decode_to_devices)
 {
     for (const char *disk : {"c1t0d0s8", "c1t3d0p1"}) {
         const std::string packed = ovra.packed(disk, 0);
@@ -399,15 +151,15 @@ TEST_F(FailingCalls, decode_to_devices)
     expect_told("decode full", [&] { return ovra.decode(full); });
 }
 
-TEST_F(FailingCalls, disks_of_an_option)
+TEST_F(failing_reads, disks_of_an_option)
 {
     ovra.put_option("Boot0001", "c1t0d0s0");
     expect_told("logdev", [&] { return ovra.names(ovra_bootopt_logdev, "Boot0001"); });
 }
 
-// Disks that are alike are all what a path means; one that cannot be read is passed over, and no other is.
-// What the process is short of leaves none out.
-TEST(FailingCallsAlike, decode_to_devices)
+// A path means all disks that are alike. An unreadable one is passed over, and no other. A shortage of the
+// process leaves none out.
+TEST(failing_reads_alike, decode_to_devices)
 {
     const sample machine;
     const fs::path image = machine.image("image");
@@ -435,7 +187,7 @@ TEST(FailingCallsAlike, decode_to_devices)
 }
 
 // A call reads the machine once, however many disks its path means.
-TEST(FailingCallsAlike, a_call_reads_the_machine_once)
+TEST(failing_reads_alike, a_call_reads_the_machine_once)
 {
     const sample machine;
     const fs::path image = machine.image("image");
@@ -464,8 +216,8 @@ TEST(FailingCallsAlike, a_call_reads_the_machine_once)
     EXPECT_EQ(of_encode, of_tree + (of_media - of_tree) / 100);
 }
 
-// The descriptors of the whole process run out again and again while disks are encoded.
-TEST_F(FailingCalls, another_thread_at_the_limit_of_descriptors)
+// File descriptors run out again and again while disks are encoded.
+TEST_F(failing_reads, another_thread_at_the_limit_of_descriptors)
 {
     const outcome full = ovra.encode("c1t0d0s0", 1);
     const outcome brief = ovra.encode("c1t0d0s0", 0);

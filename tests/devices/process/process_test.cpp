@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What else a process does while its disks are looked at: it changes its folder, forks, cancels threads,
+// A process that does other things while its disks are read: it changes its folder, forks, cancels threads,
 // unloads libraries.
 #include <atomic>
 #include <csignal>
@@ -23,7 +23,7 @@ namespace {
 
 using namespace devices_test;
 
-// The working folder, and back.
+// Another working folder, and back.
 class working_folder {
 public:
     explicit working_folder(const fs::path &folder) : before(fs::current_path()) { fs::current_path(folder); }
@@ -39,7 +39,7 @@ private:
     fs::path before;
 };
 
-// Ends with 0 when `body`, in a child, says that all is well; what hangs is killed.
+// The exit status of a child: 0 if `body` returns true. A child that hangs is killed.
 int status_in_child(const std::function<bool()> &body)
 {
     std::fflush(nullptr);
@@ -53,8 +53,8 @@ int status_in_child(const std::function<bool()> &body)
     return status;
 }
 
-// A relative folder is taken from where the process first looked at it, by every library alike.
-TEST(Process, relative_root_is_settled_at_its_first_use)
+// A relative folder starts where the process first read it, for all libraries alike.
+TEST(device_process, relative_root_is_settled_at_its_first_use)
 {
     const sample machine("pc");
     const sample other("q35");
@@ -65,7 +65,7 @@ TEST(Process, relative_root_is_settled_at_its_first_use)
             status_in_child([&] {
                 const environment named("HWPLAT_ROOT", value.c_str());
                 fs::current_path(machine.root().parent_path());
-                // libvolset looks first, the others after the process went elsewhere.
+                // libvolset reads it first, the others after a chdir.
                 if (drives().size() != 3)
                     return false;
                 fs::current_path("/");
@@ -79,7 +79,7 @@ TEST(Process, relative_root_is_settled_at_its_first_use)
             0)
             << value;
     }
-    // "." too, which is another folder, or the live machine, after each chdir.
+    // So does ".", which otherwise were another folder, or the live machine, after each chdir.
     EXPECT_EQ(status_in_child([&] {
                   const environment named("HWPLAT_ROOT", ".");
                   fs::current_path(machine.root());
@@ -90,7 +90,7 @@ TEST(Process, relative_root_is_settled_at_its_first_use)
                   return same && drives().size() == 3;
               }),
               0);
-    // Another value is looked at for itself, and an absolute one at each call.
+    // Another value starts anew, and an absolute one is read at each call.
     EXPECT_EQ(status_in_child([&] {
                   fs::current_path(machine.root().parent_path());
                   setenv("HWPLAT_ROOT", name.c_str(), 1);
@@ -105,8 +105,8 @@ TEST(Process, relative_root_is_settled_at_its_first_use)
               0);
 }
 
-// A folder is its path: one that was renamed is gone, and no other machine stands in for it.
-TEST(Process, root_that_is_renamed_is_gone)
+// The folder is its path: a renamed one is gone, and no other machine replaces it.
+TEST(device_process, root_that_is_renamed_is_gone)
 {
     const sample machine("pc");
     const working_folder here(machine.root().parent_path());
@@ -132,8 +132,8 @@ void *look_for_ever(void *)
     }
 }
 
-// Cancelled inside a call, a thread ends behind it, and nothing that the call had is lost.
-TEST(Process, threads_may_be_cancelled)
+// A thread cancelled inside a call ends after the call, and the call loses nothing.
+TEST(device_process, threads_may_be_cancelled)
 {
     const sample machine("pc");
     EXPECT_EQ(status_in_child([] {
@@ -156,9 +156,8 @@ TEST(Process, threads_may_be_cancelled)
               0);
 }
 
-// A child that is forked while another thread reads media can read them too, those of the same snapshot
-// included.
-TEST(Process, children_do_not_wait_for_threads_that_they_have_not)
+// A child forked while another thread reads media can read them too, those of the same picture included.
+TEST(device_process, children_do_not_wait_for_threads_that_they_have_not)
 {
     const sample machine("pc");
     std::atomic<bool> done = false;
@@ -182,7 +181,7 @@ TEST(Process, children_do_not_wait_for_threads_that_they_have_not)
         if (child == 0) {
             alarm(30);
             int err = 0;
-            // In the child nobody releases it.
+            // The child never releases it.
             if (const vs_descriptor_t mine = drive; mine != 0)
                 vs_free_descriptors(vs_get_associated_descriptors(mine, VS_MEDIA, &err));
             _exit(drives().size() == 3 && link_of("/dev/dsk/c1t3d0s0") != "" ? 0 : 1);
@@ -196,19 +195,18 @@ TEST(Process, children_do_not_wait_for_threads_that_they_have_not)
     EXPECT_GT(looked, 0);
 }
 
-// Between the two calls a thread sees one machine, whatever becomes of it, and behind them the machine as it
-// is.
-TEST(Process, picture_is_kept_between_begin_and_end_only)
+// Between the two calls a thread sees one machine, whatever changes, and after them the machine as it is.
+TEST(device_process, picture_is_kept_between_begin_and_end_only)
 {
     const sample machine("q35");
     const auto paths = tree_paths();
-    devns_end(); // alone, nothing
+    devns_end(); // alone: does nothing
     devns_begin();
     const std::string link = link_of("/dev/dsk/c5t0d0s0");
     EXPECT_EQ(tree_paths(), paths);
     fs::rename(machine.root() / "sys", machine.root() / "gone");
     {
-        const sample pc("pc"); // HWPLAT_ROOT is not looked at again
+        const sample pc("pc"); // HWPLAT_ROOT is not read again
         devns_begin();
         EXPECT_EQ(drives().size(), 7U);
         devns_end();
@@ -228,8 +226,8 @@ TEST(Process, picture_is_kept_between_begin_and_end_only)
     EXPECT_EQ(tree_paths(), paths);
 }
 
-// What fails does not stay: the next call in the same picture tries again.
-TEST(Process, picture_that_cannot_be_made)
+// A failure is not kept: the next call in the same picture tries again.
+TEST(device_process, picture_that_cannot_be_made)
 {
     const sample machine("pc");
     const fs::path vendor = machine.root() / "sys/devices/pci0000:00/0000:00:03.0/vendor";
@@ -247,8 +245,8 @@ TEST(Process, picture_that_cannot_be_made)
     devns_end();
 }
 
-// Other users have no permission to read disks. That is what they are told, of that disk alone.
-TEST(Process, disk_without_permission)
+// Other users may not read disks. The error says so, for that disk alone.
+TEST(device_process, disk_without_permission)
 {
     const sample machine("q35");
     fs::permissions(machine.root(), fs::perms::all);
@@ -274,8 +272,8 @@ TEST(Process, disk_without_permission)
               0);
 }
 
-// A file of sysfs that may not be read fails the snapshot: without it other disks would have its numbers.
-TEST(Process, sysfs_without_permission)
+// An unreadable file of sysfs fails the picture: otherwise other disks would get its numbers.
+TEST(device_process, sysfs_without_permission)
 {
     const sample machine("q35");
     fs::permissions(machine.root(), fs::perms::all);
@@ -292,8 +290,8 @@ TEST(Process, sysfs_without_permission)
               0);
 }
 
-// A program that loads the libraries and unloads them again and again loses nothing by it.
-TEST(Process, libraries_stay_loaded)
+// A program that keeps loading and unloading the libraries loses nothing.
+TEST(device_process, libraries_stay_loaded)
 {
     for (const char *library : {"libdevns.so.1", "libhwtree.so.1", "libvolset.so.1", "libkvlist.so.1"}) {
         EXPECT_EQ(system((std::string("readelf -dW '") + OVRA_TEST_LIBRARIES + "/" + library +
@@ -304,8 +302,8 @@ TEST(Process, libraries_stay_loaded)
     }
 }
 
-// What messages quote comes from folders that anybody may have filled, and goes to a terminal.
-TEST(Process, messages_escape_what_is_no_printable_ascii)
+// Messages quote names from folders that anybody may have filled, and go to a terminal.
+TEST(device_process, messages_escape_what_is_no_printable_ascii)
 {
     const sample machine;
     const std::string name = "sd\x1b[31m\x7f\x0a\xc2\x9b\xe2\x80\xae\xff";

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Every allocation of every call is refused once, and once together with all that follow it: the call then
-// fails as its header says, and keeps no memory and no descriptor.
+// Every allocation of every call is refused once, and once together with all that follow it. The call must
+// fail as its header says, and keep no memory and no file descriptor.
 #include <cerrno>
 #include <cstdlib>
 #include <functional>
@@ -21,9 +21,9 @@ using ovra::test::lowest_free_descriptor;
 using ovra::test::new_state;
 using ovra::test::operator_new;
 
-class DevicesRefusedMemory : public testing::Test {
+class refused_memory : public testing::Test {
 protected:
-    // `body` makes a call, releases what it gave, and returns 0, or the errno value of its failure.
+    // `body` makes a call, releases its result, and returns 0 or the errno value of the failure.
     static void sweep(const std::function<int()> &body)
     {
         body(); // what a process allocates once
@@ -50,7 +50,7 @@ protected:
     sample machine{"pc"};
 };
 
-TEST_F(DevicesRefusedMemory, snapshot_of_the_tree)
+TEST_F(refused_memory, snapshot_of_the_tree)
 {
     sweep([] {
         ht_node_t root = ht_init("/", HT_SUBTREE | HT_PROPS);
@@ -60,7 +60,7 @@ TEST_F(DevicesRefusedMemory, snapshot_of_the_tree)
     });
 }
 
-TEST_F(DevicesRefusedMemory, path_of_a_node)
+TEST_F(refused_memory, path_of_a_node)
 {
     const snapshot root(ht_init("/", HT_SUBTREE));
     ht_node_t node = ht_child_node(ht_child_node(root.get()));
@@ -72,7 +72,7 @@ TEST_F(DevicesRefusedMemory, path_of_a_node)
     });
 }
 
-TEST_F(DevicesRefusedMemory, all_descriptors)
+TEST_F(refused_memory, all_descriptors)
 {
     for (const vs_kind_t kind : {VS_DRIVE, VS_MEDIA, VS_PARTITION, VS_SLICE}) {
         sweep([kind] {
@@ -83,7 +83,7 @@ TEST_F(DevicesRefusedMemory, all_descriptors)
     }
 }
 
-TEST_F(DevicesRefusedMemory, descriptor_by_name)
+TEST_F(refused_memory, descriptor_by_name)
 {
     sweep([] {
         int err = -1;
@@ -92,7 +92,7 @@ TEST_F(DevicesRefusedMemory, descriptor_by_name)
     });
 }
 
-TEST_F(DevicesRefusedMemory, what_a_descriptor_gives)
+TEST_F(refused_memory, what_a_descriptor_gives)
 {
     for (const vs_kind_t kind : {VS_DRIVE, VS_MEDIA, VS_SLICE}) {
         const descriptors all = all_of(kind);
@@ -115,7 +115,7 @@ TEST_F(DevicesRefusedMemory, what_a_descriptor_gives)
     });
 }
 
-TEST_F(DevicesRefusedMemory, link_of_a_disk)
+TEST_F(refused_memory, link_of_a_disk)
 {
     sweep([] {
         char buffer[1024];
@@ -123,7 +123,7 @@ TEST_F(DevicesRefusedMemory, link_of_a_disk)
     });
 }
 
-TEST_F(DevicesRefusedMemory, list_stays_as_it_was)
+TEST_F(refused_memory, list_stays_as_it_was)
 {
     const std::string name = "a name that does not fit into a string object";
     const uint8_t bytes[64] = {};

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What the firmware of the captured machines calls its disks, against what the tree makes of them. One field
-// differs by design, the port multiplier of a SATA disk without one: 0x8000 here, 0xffff there.
+// The paths that the firmware of the captured machines gives its disks, against those of the tree. One field
+// differs by design: a SATA disk without a port multiplier has 0x8000 here, 0xffff there.
 #include <cstring>
 
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@ namespace {
 
 using namespace devices_test;
 
-using packed_node = std::string; // packed
+using packed_node = std::string;
 
 std::vector<packed_node> split(std::string_view packed)
 {
@@ -29,16 +29,16 @@ std::vector<packed_node> split(std::string_view packed)
     return nodes;
 }
 
-class Firmware : public testing::Test {
+class firmware_paths : public testing::Test {
 protected:
-    Firmware()
+    firmware_paths()
     {
         if (ovra_init(&handle) != 0)
             throw std::runtime_error("ovra_init");
     }
-    ~Firmware() override { ovra_fini(handle); }
+    ~firmware_paths() override { ovra_fini(handle); }
 
-    // Of an option that the firmware made.
+    // The path of an option that the firmware made.
     std::vector<packed_node> firmware_path(std::string option)
     {
         ovra_epath_t packed = nullptr;
@@ -48,7 +48,7 @@ protected:
         return split({reinterpret_cast<const char *>(packed), static_cast<size_t>(size)});
     }
 
-    // Of a disk's first slice or partition, from the tree: without the hard-drive node and END.
+    // The path of a slice or partition, from the tree, without the hard-drive node and END.
     std::vector<packed_node> tree_path(std::string disk)
     {
         ovra_path_t instance = {disk.data(), nullptr};
@@ -61,7 +61,7 @@ protected:
         return nodes;
     }
 
-    // Where the firmware's path leads in the tree; "(none)" when nowhere.
+    // The node of the tree that the firmware's path leads to, or "(none)".
     std::string device(const std::vector<packed_node> &path)
     {
         std::string packed;
@@ -86,12 +86,12 @@ void expect_same_place(const std::vector<packed_node> &firmware, const std::vect
         EXPECT_EQ(firmware[i], tree[i]) << i;
 }
 
-TEST_F(Firmware, scsi_disk_behind_a_root_port)
+TEST_F(firmware_paths, scsi_disk_behind_a_root_port)
 {
     expect_same_place(firmware_path("Boot0001"), tree_path("c0t0d0s0"));
 }
 
-TEST_F(Firmware, sata_disks)
+TEST_F(firmware_paths, sata_disks)
 {
     for (const auto &[option, disk] : {std::pair("Boot0005", "c5t0d0s0"), {"Boot0006", "c5t3d0p1"}}) {
         std::vector<packed_node> firmware = firmware_path(option);
@@ -104,12 +104,12 @@ TEST_F(Firmware, sata_disks)
     }
 }
 
-TEST_F(Firmware, its_scsi_path_leads_to_the_disk)
+TEST_F(firmware_paths, its_scsi_path_leads_to_the_disk)
 {
     EXPECT_EQ(device(firmware_path("Boot0001")), "/pci@0,0/pci1b36,c@2/pci1af4,1048@0/sd@0,0");
 }
 
-TEST_F(Firmware, its_sata_path_leads_to_the_disk_but_for_the_port_multiplier)
+TEST_F(firmware_paths, its_sata_path_leads_to_the_disk_but_for_the_port_multiplier)
 {
     for (const auto &[option, path] : {std::pair("Boot0005", "/pci@0,0/pci8086,2922@1f,2/disk@0,0"),
                                        {"Boot0006", "/pci@0,0/pci8086,2922@1f,2/disk@3,0"}}) {
@@ -120,8 +120,8 @@ TEST_F(Firmware, its_sata_path_leads_to_the_disk_but_for_the_port_multiplier)
     }
 }
 
-// Disks whose transport the tree has no node for: the firmware names the same controller.
-TEST_F(Firmware, controllers_of_other_disks)
+// Disks of transports without a node in the tree: the firmware names the same controller.
+TEST_F(firmware_paths, controllers_of_other_disks)
 {
     for (const auto &[option, below, path] :
          {std::tuple("Boot0002", size_t{1}, "/pci@0,0/pci1b36,10@4"), // NVMe
@@ -134,7 +134,7 @@ TEST_F(Firmware, controllers_of_other_disks)
     }
 }
 
-TEST(FirmwarePc, controller_of_its_disk)
+TEST(firmware_paths_pc, controller_of_its_disk)
 {
     const sample machine("pc");
     ovra_hdl_t handle = nullptr;

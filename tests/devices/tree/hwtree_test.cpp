@@ -25,12 +25,12 @@ std::string text(ht_node_t node, const char *name)
     return ht_prop_lookup_strings(HT_DEV_ANY, node, name, &value) == 1 ? value : "(none)";
 }
 
-class Hwtree : public testing::Test {
+class hwtree_calls : public testing::Test {
 protected:
     sample machine{"q35"};
 };
 
-TEST_F(Hwtree, root)
+TEST_F(hwtree_calls, root)
 {
     const snapshot root(ht_init("/", HT_SUBTREE));
     ASSERT_NE(root, nullptr);
@@ -45,7 +45,7 @@ TEST_F(Hwtree, root)
     EXPECT_EQ(ht_parent_node(bridge), root.get());
 }
 
-TEST_F(Hwtree, all_nodes_in_order)
+TEST_F(hwtree_calls, all_nodes_in_order)
 {
     EXPECT_THAT(tree_paths(),
                 ElementsAre("/", "/pci@0,0", "/pci@0,0/pci8086,29c0@0", "/pci@0,0/pci1234,1111@1",
@@ -59,7 +59,7 @@ TEST_F(Hwtree, all_nodes_in_order)
                             "/pci@0,0/pci8086,2922@1f,2/disk@3,0", "/pci@0,0/pci8086,2930@1f,3"));
 }
 
-TEST_F(Hwtree, properties)
+TEST_F(hwtree_calls, properties)
 {
     const snapshot bridge(ht_init("/pci@0,0", HT_PROPS));
     EXPECT_EQ(text(bridge.get(), "acpi-hid"), "PNP0A03");
@@ -75,7 +75,7 @@ TEST_F(Hwtree, properties)
     EXPECT_EQ(integer(behind.get(), "reg"), 1 << 16);
 }
 
-TEST_F(Hwtree, properties_that_are_not_there)
+TEST_F(hwtree_calls, properties_that_are_not_there)
 {
     const snapshot sata(ht_init("/pci@0,0/pci8086,2922@1f,2", HT_PROPS));
     int *values = nullptr;
@@ -91,7 +91,7 @@ TEST_F(Hwtree, properties_that_are_not_there)
     EXPECT_EQ(integer(without.get(), "vendor-id"), -1);
 }
 
-TEST_F(Hwtree, part_of_the_tree)
+TEST_F(hwtree_calls, part_of_the_tree)
 {
     const snapshot alone(ht_init("/pci@0,0", HT_PROPS));
     EXPECT_EQ(ht_child_node(alone.get()), nullptr);
@@ -112,7 +112,7 @@ TEST_F(Hwtree, part_of_the_tree)
     ht_devfs_path_free(path);
 }
 
-TEST_F(Hwtree, paths_that_are_not_there)
+TEST_F(hwtree_calls, paths_that_are_not_there)
 {
     for (const char *path :
          {"", "pci@0,0", "/pci", "/pci@0,0/", "/pci@1,0", "//", "/hwplat", "/pci@0,0/.."}) {
@@ -122,7 +122,7 @@ TEST_F(Hwtree, paths_that_are_not_there)
     }
 }
 
-TEST_F(Hwtree, snapshot_stays_while_the_machine_changes)
+TEST_F(hwtree_calls, snapshot_stays_while_the_machine_changes)
 {
     const snapshot before(ht_init("/", HT_SUBTREE | HT_PROPS));
     fs::remove_all(machine.root() / "sys");
@@ -132,7 +132,7 @@ TEST_F(Hwtree, snapshot_stays_while_the_machine_changes)
     EXPECT_EQ(text(bridge, "acpi-hid"), "PNP0A03");
 }
 
-TEST_F(Hwtree, null_is_released)
+TEST_F(hwtree_calls, null_is_released)
 {
     ht_fini(nullptr);
     ht_devfs_path_free(nullptr);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Where disks hang: the controllers and transports that the captured machines do not have.
+// Disks on controllers and transports that the captured machines do not have.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -20,7 +20,7 @@ constexpr unsigned raid_class = 0x010400;
 constexpr unsigned sas_class = 0x010700;
 constexpr unsigned usb_class = 0x0c0330;
 
-TEST(Places, sata_behind_a_port_multiplier)
+TEST(disk_places, sata_behind_a_port_multiplier)
 {
     const sample machine;
     const auto function = machine.function("pci0000:00/0000:00:1f.2", sata_class);
@@ -33,7 +33,7 @@ TEST(Places, sata_behind_a_port_multiplier)
                                       "c0t386d0 /pci@0,0/pci8086,1234@1f,2/disk@182,0 sdb 512 65536"));
 }
 
-TEST(Places, ide_masters_and_slaves)
+TEST(disk_places, ide_masters_and_slaves)
 {
     const sample machine;
     const auto function = machine.function("pci0000:00/0000:00:01.1", ide_class);
@@ -47,8 +47,8 @@ TEST(Places, ide_masters_and_slaves)
                                       "c0t3d0 /pci@0,0/pci8086,1234@1,1/ide@1/hdrv@1,0 sdd 512 65536"));
 }
 
-// A third disk of a channel would have the name of the next channel's master.
-TEST(Places, ide_channel_with_too_many_disks)
+// A third disk of a channel would have the name of the next channel's first.
+TEST(disk_places, ide_channel_with_too_many_disks)
 {
     const sample machine;
     const auto function = machine.function("pci0000:00/0000:00:01.1", ide_class);
@@ -61,13 +61,13 @@ TEST(Places, ide_channel_with_too_many_disks)
     EXPECT_THAT(messages, testing::HasSubstr("drive 2 of a channel has no path"));
 }
 
-TEST(Places, port_multiplier_with_too_many_ports)
+TEST(disk_places, port_multiplier_with_too_many_ports)
 {
     const sample machine;
     const auto function = machine.function("pci0000:00/0000:00:1f.2", sata_class);
     machine.disk("sda", machine.ata(function, 1, 1, "0:15:0:0", 17));
     machine.disk("sdb", machine.ata(function, 1, 1, "0:16:0:0", 17));
-    // Not the one that is attached to the controller itself.
+    // Except the disk on the controller itself.
     machine.disk("sdc", machine.ata(function, 2, 2, "1:0:0:0"));
     std::vector<std::string> found;
     const std::string messages = said([&] { found = drives(); });
@@ -77,8 +77,8 @@ TEST(Places, port_multiplier_with_too_many_ports)
     EXPECT_THAT(messages, testing::HasSubstr("the disk of port 16 of a port multiplier has no path"));
 }
 
-// Of a multiplier's port the path has three bits besides the one that says that there is a multiplier.
-TEST(Places, port_multiplier_ports_that_a_path_cannot_tell_apart)
+// A path has four bits for the multiplier's port, one of them always set.
+TEST(disk_places, port_multiplier_ports_that_a_path_cannot_tell_apart)
 {
     const sample machine;
     const auto function = machine.function("pci0000:00/0000:00:1f.2", sata_class);
@@ -89,7 +89,7 @@ TEST(Places, port_multiplier_ports_that_a_path_cannot_tell_apart)
 }
 
 // A path tells them apart, a name does not.
-TEST(Places, disks_of_two_transports_never_share_a_name)
+TEST(disk_places, disks_of_two_transports_never_share_a_name)
 {
     const sample machine;
     const auto function = machine.function("pci0000:00/0000:00:1f.2", raid_class);
@@ -102,7 +102,7 @@ TEST(Places, disks_of_two_transports_never_share_a_name)
                                    "c0t5d1 /pci@0,0/pci8086,1234@1f,2/sd@5,1 sdc 512 65536",
                                    "c0t65536d0 /pci@0,0/pci8086,1234@1f,2/blkdev@0,0 sdb 512 65536"));
     EXPECT_THAT(messages, testing::HasSubstr("hwplat: sdb: another disk has the same target"));
-    // Neither does a disk that is counted take the name of one that has a target.
+    // A counted disk does not take the name of one with a target either.
     const auto both = machine.function("pci0000:00/0000:00:02.0", raid_class);
     machine.disk("vda", both + "/virtio0");
     machine.disk("sdd", both + "/host10/target10:0:0/10:0:0:0");
@@ -112,7 +112,7 @@ TEST(Places, disks_of_two_transports_never_share_a_name)
 }
 
 // A path has no channel: the second disk of a target keeps a name, but has no path of its own.
-TEST(Places, raid_channels_with_equal_targets)
+TEST(disk_places, raid_channels_with_equal_targets)
 {
     const sample machine;
     const auto function = machine.function("pci0000:00/0000:00:03.0", raid_class);
@@ -127,8 +127,9 @@ TEST(Places, raid_channels_with_equal_targets)
     EXPECT_THAT(messages, testing::HasSubstr("hwplat: sdb: another disk has the same target"));
 }
 
-// One whose number has no place in a path comes first in the kernel's order: it must not take another's name.
-TEST(Places, disks_without_a_path_get_names_of_their_own)
+// A disk whose number has no place in a path comes first in the kernel's order. It must not take another's
+// name.
+TEST(disk_places, disks_without_a_path_get_names_of_their_own)
 {
     const sample machine;
     const auto function = machine.function("pci0000:00/0000:00:03.0", raid_class);
@@ -141,7 +142,7 @@ TEST(Places, disks_without_a_path_get_names_of_their_own)
     EXPECT_THAT(messages, testing::HasSubstr("0:0:70000:0 has no place in a path"));
 }
 
-TEST(Places, sas_controller)
+TEST(disk_places, sas_controller)
 {
     const sample machine;
     const auto function = machine.function("pci0000:00/0000:00:04.0", sas_class);
@@ -149,7 +150,7 @@ TEST(Places, sas_controller)
     EXPECT_THAT(drives(), ElementsAre("c0t11d65535 /pci@0,0/pci8086,1234@4/sd@b,ffff sda 512 65536"));
 }
 
-TEST(Places, usb_reader_with_several_units)
+TEST(disk_places, usb_reader_with_several_units)
 {
     const sample machine;
     const auto function = machine.function("pci0000:00/0000:00:05.0", usb_class);
@@ -163,8 +164,8 @@ TEST(Places, usb_reader_with_several_units)
                                       "c0t2d0 /pci@0,0/pci8086,1234@5/blkdev@2,0 sdc 512 65536"));
 }
 
-// The kernel numbers its disks as they come, sdz before sdaa; so are those of one controller.
-TEST(Places, disks_without_targets_are_in_the_order_of_the_kernel)
+// The kernel names disks as they come, sdz before sdaa. Those of one controller are counted in that order.
+TEST(disk_places, disks_without_targets_are_in_the_order_of_the_kernel)
 {
     const sample machine;
     const auto function = machine.function("pci0000:00/0000:00:05.0", usb_class);
@@ -174,7 +175,7 @@ TEST(Places, disks_without_targets_are_in_the_order_of_the_kernel)
                                       "c0t1d0 /pci@0,0/pci8086,1234@5/blkdev@1,0 sdaa 512 65536"));
 }
 
-TEST(Places, what_is_no_disk_is_passed_over)
+TEST(disk_places, what_is_no_disk_is_passed_over)
 {
     const sample machine;
     const auto function = machine.function("pci0000:00/0000:00:1f.2", sata_class);
@@ -191,8 +192,8 @@ TEST(Places, what_is_no_disk_is_passed_over)
     EXPECT_THAT(tree_paths(), ElementsAre("/", "/pci@0,0", "/pci@0,0/pci8086,1234@1f,2"));
 }
 
-// What a disk is called does not depend on which others are there.
-TEST(Places, disks_keep_their_names_when_another_of_the_function_goes)
+// The name of a disk does not depend on the other disks.
+TEST(disk_places, disks_keep_their_names_when_another_of_the_function_goes)
 {
     const sample machine;
     const auto raid = machine.function("pci0000:00/0000:00:03.0", raid_class);
@@ -205,11 +206,11 @@ TEST(Places, disks_keep_their_names_when_another_of_the_function_goes)
     EXPECT_THAT(drives(), ElementsAre(before[1]));
 }
 
-TEST(Places, controllers_keep_their_numbers_when_their_only_disk_goes)
+TEST(disk_places, controllers_keep_their_numbers_when_their_only_disk_goes)
 {
     for (const unsigned class_code : {0x0c0010U, 0x0c0330U, 0x0c0400U, 0x080501U, 0x010802U}) {
         const sample machine;
-        // Numbered in the order of the tree, also where a controller of another class carries a disk.
+        // Numbered in the order of the tree, even if a controller of another class carries a disk.
         const auto counted = machine.function("pci0000:00/0000:00:07.0", class_code);
         machine.disk("sda", machine.function("pci0000:00/0000:00:06.0", 0xff0000) + "/host0/target/0:0:0:0");
         machine.disk("sdb", counted + "/host1/target1:0:0/1:0:0:0");
@@ -224,9 +225,9 @@ TEST(Places, controllers_keep_their_numbers_when_their_only_disk_goes)
     }
 }
 
-// Functions of another class, which only a disk makes controllers, come behind all others, in the order of
-// the tree and not of their disks; one that loses its disk is none any more.
-TEST(Places, functions_that_only_a_disk_makes_controllers)
+// Functions of another class are controllers only if they carry a disk. They come after all others, in the
+// order of the tree, not of their disks.
+TEST(disk_places, functions_that_only_a_disk_makes_controllers)
 {
     const sample machine;
     const auto first = machine.function("pci0000:00/0000:00:02.0", 0xff0000);
@@ -249,7 +250,7 @@ TEST(Places, functions_that_only_a_disk_makes_controllers)
 }
 
 // A function may carry buses of a domain of its own.
-TEST(Places, host_bridge_below_a_function)
+TEST(disk_places, host_bridge_below_a_function)
 {
     const sample machine;
     const auto function = machine.function("pci0000:00/0000:00:0e.0", raid_class, 0x8086, 0x9a0b);
@@ -267,8 +268,8 @@ TEST(Places, host_bridge_below_a_function)
                             "/pci@0,0/pci8086,9a0b@e/pci8086,1234@6/pci8086,1234@0/blkdev@0,0"));
 }
 
-// Decimal, unlike all other numbers of the tree, since that is how the core reads it.
-TEST(Places, ide_channels_are_decimal)
+// Decimal, unlike all other numbers of the tree, as the core reads it so.
+TEST(disk_places, ide_channels_are_decimal)
 {
     const sample machine;
     const auto function = machine.function("pci0000:00/0000:00:01.1", ide_class);
@@ -289,8 +290,8 @@ TEST(Places, ide_channels_are_decimal)
     ovra_fini(handle);
 }
 
-// In the order of their paths: bridges, then devices, with what is behind a bridge at its place.
-TEST(Places, controllers_are_numbered_in_the_order_of_the_tree)
+// In the order of their paths: by bridge, then by device, with the devices below a bridge in its place.
+TEST(disk_places, controllers_are_numbered_in_the_order_of_the_tree)
 {
     const sample machine;
     for (const char *place : {"pci0000:80/0000:80:00.0", "pci0000:00/0000:00:10.0", "pci0000:00/0000:00:02.1",

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The captured machines, through the libraries and back, held against a table that was written by hand.
+// The captured machines, through the libraries and back, against a table written by hand.
 #include <cstring>
 #include <set>
 
@@ -10,10 +10,12 @@
 
 #include "tests/devices/sample.h"
 #include "tests/support/messages.h"
+#include "tests/support/rows.h"
 
 namespace {
 
 using namespace devices_test;
+using ovra::test::register_rows;
 using testing::ElementsAre;
 
 struct row {
@@ -38,17 +40,6 @@ std::vector<row> golden(const std::string &machine)
     return rows;
 }
 
-std::string to_hex(const void *data, int size)
-{
-    std::string text;
-    for (int i = 0; i < size; ++i) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02x", static_cast<const unsigned char *>(data)[i]);
-        text += digits;
-    }
-    return text;
-}
-
 std::vector<std::string> strings(char **array)
 {
     std::vector<std::string> all;
@@ -57,16 +48,19 @@ std::vector<std::string> strings(char **array)
     return all;
 }
 
-class Captured : public testing::TestWithParam<const char *> {
-protected:
-    Captured() : machine(GetParam()), rows(golden(GetParam()))
+// A captured machine, its rows of the table and a handle.
+class captured {
+public:
+    explicit captured(const std::string &name) : machine(name), rows(golden(name))
     {
         if (ovra_init(&handle) != 0)
             throw std::runtime_error("ovra_init");
     }
-    ~Captured() override { ovra_fini(handle); }
+    captured(const captured &) = delete;
+    captured &operator=(const captured &) = delete;
+    ~captured() { ovra_fini(handle); }
 
-    // "-" when the transport has no node; of any other failure what the library says about it.
+    // The packed path; "-" if the transport has no node; the library's message for any other failure.
     std::string encoded(const std::string &disk, int flags)
     {
         std::string text = disk;
@@ -87,64 +81,86 @@ protected:
     ovra_hdl_t handle = nullptr;
 };
 
-TEST_P(Captured, lists_every_volume_and_no_other)
+struct tested_machine {
+    const char *name;
+};
+constexpr tested_machine tested_machines[] = {{"q35"}, {"pc"}};
+
+void lists_every_volume_and_no_other(testing::Test &, const tested_machine &tested)
 {
+    captured on(tested.name);
     std::vector<std::string> expected;
-    for (const row &each : rows)
+    for (const row &each : on.rows)
         expected.push_back(each.name + ' ' + each.start + ' ' + each.size);
     ASSERT_FALSE(expected.empty());
     EXPECT_EQ(volumes(), expected);
 }
+const bool lists_every_volume_and_no_other_registered =
+    register_rows("captured_lists_every_volume_and_no_other", tested_machines,
+                  lists_every_volume_and_no_other, __FILE__, __LINE__);
 
-TEST_P(Captured, links_by_both_names)
+void links_by_both_names(testing::Test &, const tested_machine &tested)
 {
-    for (const row &each : rows) {
+    captured on(tested.name);
+    for (const row &each : on.rows) {
         EXPECT_EQ(link_of("/dev/dsk/" + each.name), each.link);
         EXPECT_EQ(link_of("/dev/rdsk/" + each.name), each.link);
     }
 }
+const bool links_by_both_names_registered =
+    register_rows("captured_links_by_both_names", tested_machines, links_by_both_names, __FILE__, __LINE__);
 
-TEST_P(Captured, paths_are_nodes_of_the_tree)
+void paths_are_nodes_of_the_tree(testing::Test &, const tested_machine &tested)
 {
+    captured on(tested.name);
     const std::vector<std::string> paths = tree_paths();
     EXPECT_EQ(paths.front(), "/");
-    for (const row &each : rows) {
+    for (const row &each : on.rows) {
         EXPECT_THAT(paths, testing::Contains(each.path));
         const snapshot node(ht_init(each.path.c_str(), HT_SUBTREE));
         ASSERT_NE(node, nullptr) << each.path;
         EXPECT_EQ(ht_child_node(node.get()), nullptr);
     }
 }
+const bool paths_are_nodes_of_the_tree_registered = register_rows(
+    "captured_paths_are_nodes_of_the_tree", tested_machines, paths_are_nodes_of_the_tree, __FILE__, __LINE__);
 
-TEST_P(Captured, names_become_packed_paths)
+void names_become_packed_paths(testing::Test &, const tested_machine &tested)
 {
-    for (const row &each : rows) {
-        EXPECT_EQ(encoded(each.name, 0), each.brief) << each.name;
-        EXPECT_EQ(encoded("/dev/dsk/" + each.name, 0), each.brief) << each.name;
-        EXPECT_EQ(encoded(each.name, 1), each.full) << each.name;
+    captured on(tested.name);
+    for (const row &each : on.rows) {
+        EXPECT_EQ(on.encoded(each.name, 0), each.brief) << each.name;
+        EXPECT_EQ(on.encoded("/dev/dsk/" + each.name, 0), each.brief) << each.name;
+        EXPECT_EQ(on.encoded(each.name, 1), each.full) << each.name;
     }
 }
+const bool names_become_packed_paths_registered = register_rows(
+    "captured_names_become_packed_paths", tested_machines, names_become_packed_paths, __FILE__, __LINE__);
 
-TEST_P(Captured, short_paths_become_devices)
+void short_paths_become_devices(testing::Test &, const tested_machine &tested)
 {
-    for (const row &each : rows) {
+    captured on(tested.name);
+    for (const row &each : on.rows) {
         std::string text = each.name;
         ovra_path_t instance = {text.data(), nullptr};
         ovra_path_t *paths[] = {&instance, nullptr};
         ovra_epath_t packed = nullptr;
         int size = 0;
-        ASSERT_EQ(ovra_epath_encode(handle, paths, 0, &packed, &size), 0);
+        ASSERT_EQ(ovra_epath_encode(on.handle, paths, 0, &packed, &size), 0);
         ovra_path_t **found = nullptr;
-        ASSERT_EQ(ovra_epath_decode_to_devices(handle, packed, size, &found), 0) << each.name;
+        ASSERT_EQ(ovra_epath_decode_to_devices(on.handle, packed, size, &found), 0) << each.name;
         ASSERT_NE(found[0], nullptr);
         EXPECT_EQ(found[0]->device_path, each.link.substr(each.link.find("/devices") + 8));
         EXPECT_EQ(found[1], nullptr);
     }
 }
+const bool short_paths_become_devices_registered = register_rows(
+    "captured_short_paths_become_devices", tested_machines, short_paths_become_devices, __FILE__, __LINE__);
 
-TEST_P(Captured, kept_full_paths_are_not_descended_into)
+void kept_full_paths_are_not_descended_into(testing::Test &, const tested_machine &tested)
 {
-    for (const row &each : rows) {
+    captured on(tested.name);
+    for (const row &each : on.rows) {
         if (each.full == "-")
             continue;
         std::string text = each.name;
@@ -152,27 +168,31 @@ TEST_P(Captured, kept_full_paths_are_not_descended_into)
         ovra_path_t *paths[] = {&instance, nullptr};
         ovra_epath_t packed = nullptr;
         int size = 0;
-        ASSERT_EQ(ovra_epath_encode(handle, paths, 1, &packed, &size), 0);
+        ASSERT_EQ(ovra_epath_encode(on.handle, paths, 1, &packed, &size), 0);
         ovra_path_t **found = nullptr;
-        EXPECT_EQ(ovra_epath_decode_to_devices(handle, packed, size, &found), -1);
+        EXPECT_EQ(ovra_epath_decode_to_devices(on.handle, packed, size, &found), -1);
 
-        // Without the hard-drive node (42 bytes) it is the disk's own.
+        // Without the hard-drive node (42 bytes) it is the path of the disk.
         std::string own(static_cast<const char *>(static_cast<void *>(packed)), static_cast<size_t>(size));
         own.erase(own.size() - 4 - 42, 42);
-        ASSERT_EQ(ovra_epath_decode_to_devices(handle, reinterpret_cast<ovra_epath_t>(own.data()),
+        ASSERT_EQ(ovra_epath_decode_to_devices(on.handle, reinterpret_cast<ovra_epath_t>(own.data()),
                                                static_cast<int>(own.size()), &found),
                   0);
         EXPECT_EQ(found[0]->device_path, each.path);
         EXPECT_EQ(found[0]->file_path, nullptr);
     }
 }
+const bool kept_full_paths_are_not_descended_into_registered =
+    register_rows("captured_kept_full_paths_are_not_descended_into", tested_machines,
+                  kept_full_paths_are_not_descended_into, __FILE__, __LINE__);
 
-// An option for each volume, in both forms where there are two; each volume finds its own and the other way.
-TEST_P(Captured, options_and_disks_find_each_other)
+// An option for each volume, in both forms if it has two. Volumes find their options, options their volume.
+void options_and_disks_find_each_other(testing::Test &, const tested_machine &tested)
 {
+    captured on(tested.name);
     std::map<std::string, std::vector<std::string>> options;
     unsigned number = 0x1000;
-    for (const row &each : rows) {
+    for (const row &each : on.rows) {
         for (int flags : {0, 1}) {
             if (flags == 1 && each.full == "-")
                 continue;
@@ -182,30 +202,34 @@ TEST_P(Captured, options_and_disks_find_each_other)
             ovra_path_t *paths[] = {&instance, nullptr};
             ovra_epath_t packed = nullptr;
             int size = 0;
-            ASSERT_EQ(ovra_epath_encode(handle, paths, flags, &packed, &size), 0);
+            ASSERT_EQ(ovra_epath_encode(on.handle, paths, flags, &packed, &size), 0);
             char name[9];
             std::snprintf(name, sizeof name, "Boot%04X", number++);
             std::string description = "a disk";
-            ASSERT_EQ(ovra_bootopt_set(handle, name, packed, size, description.data(), 1, nullptr, 0), 0);
+            ASSERT_EQ(ovra_bootopt_set(on.handle, name, packed, size, description.data(), 1, nullptr, 0), 0);
             options[each.name].emplace_back(name);
         }
     }
-    for (const row &each : rows) {
+    for (const row &each : on.rows) {
         char **found = nullptr;
         std::string text = each.name;
-        ASSERT_EQ(ovra_bootopt_find(handle, text.data(), &found), 0) << each.name;
+        ASSERT_EQ(ovra_bootopt_find(on.handle, text.data(), &found), 0) << each.name;
         EXPECT_EQ(strings(found), options[each.name]) << each.name;
         for (std::string option : options[each.name]) {
             char **disks = nullptr;
-            ASSERT_EQ(ovra_bootopt_logdev(handle, option.data(), &disks), 0) << option;
+            ASSERT_EQ(ovra_bootopt_logdev(on.handle, option.data(), &disks), 0) << option;
             EXPECT_THAT(strings(disks), ElementsAre(each.name));
         }
     }
 }
+const bool options_and_disks_find_each_other_registered =
+    register_rows("captured_options_and_disks_find_each_other", tested_machines,
+                  options_and_disks_find_each_other, __FILE__, __LINE__);
 
-TEST_P(Captured, a_volume_carries_its_signature)
+void a_volume_carries_its_signature(testing::Test &, const tested_machine &tested)
 {
-    for (const row &each : rows) {
+    captured on(tested.name);
+    for (const row &each : on.rows) {
         const bool slice = each.brief.ends_with("02027fff0400");
         const std::string signature = each.brief.substr(2 * 24, 32);
         int err = -1;
@@ -229,11 +253,11 @@ TEST_P(Captured, a_volume_carries_its_signature)
         vs_free_descriptor(desc);
     }
 }
+const bool a_volume_carries_its_signature_registered =
+    register_rows("captured_a_volume_carries_its_signature", tested_machines, a_volume_carries_its_signature,
+                  __FILE__, __LINE__);
 
-INSTANTIATE_TEST_SUITE_P(Machines, Captured, testing::Values("q35", "pc"),
-                         [](const auto &tested) { return std::string(tested.param); });
-
-TEST(Drives, of_the_captured_machines)
+TEST(captured_drives, of_the_captured_machines)
 {
     {
         const sample machine("q35");
@@ -252,7 +276,7 @@ TEST(Drives, of_the_captured_machines)
 }
 
 // Every controller keeps its number, and every disk its name, when any one disk is pulled.
-TEST(Drives, keep_their_names_when_a_disk_goes)
+TEST(captured_drives, keep_their_names_when_a_disk_goes)
 {
     const sample machine("q35");
     const std::vector<std::string> before = drives();

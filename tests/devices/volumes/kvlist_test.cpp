@@ -11,7 +11,7 @@ namespace {
 
 using namespace devices_test;
 
-TEST(Kvlist, gives_back_what_was_added)
+TEST(kvlist, gives_back_what_was_added)
 {
     const attributes list(kvlist_alloc());
     ASSERT_NE(list, nullptr);
@@ -31,7 +31,7 @@ TEST(Kvlist, gives_back_what_was_added)
     EXPECT_THAT(std::vector<uint8_t>(array, array + count), testing::ElementsAre(0, 1, 0xff));
 }
 
-TEST(Kvlist, keeps_copies)
+TEST(kvlist, keeps_copies)
 {
     const attributes list(kvlist_alloc());
     std::string name = "name";
@@ -46,7 +46,7 @@ TEST(Kvlist, keeps_copies)
     EXPECT_EQ(array[0], 1);
 }
 
-TEST(Kvlist, values_of_another_type_or_name_are_not_found)
+TEST(kvlist, values_of_another_type_or_name_are_not_found)
 {
     const attributes list(kvlist_alloc());
     ASSERT_EQ(kvlist_add_uint32(list.get(), "value", 5), 0);
@@ -64,7 +64,7 @@ TEST(Kvlist, values_of_another_type_or_name_are_not_found)
     EXPECT_EQ(small, 77U);
 }
 
-TEST(Kvlist, the_first_of_a_name_and_type_is_found)
+TEST(kvlist, the_first_of_a_name_and_type_is_found)
 {
     const attributes list(kvlist_alloc());
     ASSERT_EQ(kvlist_add_uint64(list.get(), "value", 1), 0);
@@ -75,7 +75,7 @@ TEST(Kvlist, the_first_of_a_name_and_type_is_found)
     EXPECT_EQ(small, 2U);
 }
 
-TEST(Kvlist, empty_arrays_and_lists)
+TEST(kvlist, empty_arrays_and_lists)
 {
     const attributes list(kvlist_alloc());
     uint8_t *array = nullptr;
@@ -87,8 +87,8 @@ TEST(Kvlist, empty_arrays_and_lists)
     kvlist_free(nullptr);
 }
 
-// What libvolset gives must stay where it is: a pointer into a list outlives what is added later.
-TEST(Kvlist, arrays_stay_valid_while_the_list_grows)
+// A pointer into a list stays valid when more is added.
+TEST(kvlist, arrays_stay_valid_while_the_list_grows)
 {
     const attributes list(kvlist_alloc());
     const std::string text = "a value that is longer than a short one";

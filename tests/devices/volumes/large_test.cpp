@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A machine far larger than any: 1,000 disks with 16 partitions each, out of one image without content.
+// A machine larger than any real one: 1,000 disks with 16 partitions each, all from one empty image.
 #include <algorithm>
 
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@ namespace {
 using namespace devices_test;
 
 #ifdef __SANITIZE_ADDRESS__
-constexpr double seconds_allowed = 20; // everything is checked on the way
+constexpr double seconds_allowed = 20; // with all checks of the build
 #else
 constexpr double seconds_allowed = 2;
 #endif
@@ -40,7 +40,7 @@ void fill(const sample &machine, int controllers)
     }
 }
 
-TEST(Large, thousand_disks_are_listed_in_time)
+TEST(large_machine, thousand_disks_are_listed_in_time)
 {
     const sample machine;
     fill(machine, 40);
@@ -54,8 +54,8 @@ TEST(Large, thousand_disks_are_listed_in_time)
     RecordProperty("milliseconds", static_cast<int>(seconds * 1000));
 }
 
-// Through all layers, the search for an option's disks costs as much a drive on many as on few.
-TEST(Large, disks_of_an_option_are_found_in_linear_time)
+// Through all layers, the search for an option's disks costs the same per drive for many and for few.
+TEST(large_machine, disks_of_an_option_are_found_in_linear_time)
 {
     const auto seconds_on = [&](int controllers) {
         const sample machine;
@@ -72,7 +72,7 @@ TEST(Large, disks_of_an_option_are_found_in_linear_time)
         EXPECT_EQ(ovra_epath_encode(handle, paths, 0, &packed, &size), 0);
         EXPECT_EQ(ovra_bootopt_set(handle, option.data(), packed, size, description.data(), 1, nullptr, 0),
                   0);
-        // The fastest of some: what else the machine does is not counted.
+        // The fastest of some runs, against noise from other work.
         double least = 1e9;
         for (int i = 0; i < 3; ++i) {
             char **names = nullptr;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Descriptors: what they stand for, and what belongs to what.
+// Descriptors: their names, attributes and associations.
 #include <atomic>
 #include <cerrno>
 #include <thread>
@@ -13,7 +13,7 @@ namespace {
 
 using namespace devices_test;
 
-class Volset : public testing::Test {
+class volset_calls : public testing::Test {
 protected:
     static vs_descriptor_t named(vs_kind_t kind, const char *name)
     {
@@ -33,7 +33,7 @@ protected:
     sample machine{"q35"};
 };
 
-TEST_F(Volset, names_by_kind)
+TEST_F(volset_calls, names_by_kind)
 {
     for (const auto &[kind, name, there] : {std::tuple(VS_SLICE, "/dev/dsk/c5t0d0s0", true),
                                             std::tuple(VS_PARTITION, "/dev/rdsk/c5t3d0p1", true),
@@ -53,8 +53,8 @@ TEST_F(Volset, names_by_kind)
     }
 }
 
-// A name may stand without its folder; drives and media have none.
-TEST_F(Volset, names_without_a_folder)
+// Names work without their folder; drives and media have none.
+TEST_F(volset_calls, names_without_a_folder)
 {
     for (const auto &[kind, name, own] :
          {std::tuple(VS_SLICE, "c5t0d0s0", "/dev/dsk/c5t0d0s0"),
@@ -74,7 +74,7 @@ TEST_F(Volset, names_without_a_folder)
 }
 
 // A medium has the name of its drive.
-TEST_F(Volset, names_of_media)
+TEST_F(volset_calls, names_of_media)
 {
     std::vector<std::string> names;
     const descriptors media = all_of(VS_MEDIA);
@@ -83,7 +83,7 @@ TEST_F(Volset, names_of_media)
     EXPECT_THAT(names, testing::ElementsAre("c0t0d0", "c1t1d2", "c2t0d0", "c5t0d0", "c5t3d0"));
 }
 
-TEST_F(Volset, what_belongs_to_what)
+TEST_F(volset_calls, what_belongs_to_what)
 {
     const vs_descriptor_t slice = named(VS_SLICE, "/dev/dsk/c5t0d0s8");
     const vs_descriptor_t partition = named(VS_PARTITION, "/dev/rdsk/c5t3d0p5");
@@ -109,7 +109,7 @@ TEST_F(Volset, what_belongs_to_what)
     EXPECT_EQ(association_error(all[0], static_cast<vs_kind_t>(5)), EINVAL);
 }
 
-TEST_F(Volset, drives_without_a_medium)
+TEST_F(volset_calls, drives_without_a_medium)
 {
     const descriptors all = all_of(VS_DRIVE);
     std::string with;
@@ -118,7 +118,7 @@ TEST_F(Volset, drives_without_a_medium)
     EXPECT_EQ(with, "1110011") << "sde is blank, vda has no image";
 }
 
-TEST_F(Volset, attributes_of_media)
+TEST_F(volset_calls, attributes_of_media)
 {
     const vs_descriptor_t slice = named(VS_SLICE, "/dev/dsk/c2t0d0s2");
     const descriptors gpt = associated(slice, VS_MEDIA);
@@ -132,7 +132,7 @@ TEST_F(Volset, attributes_of_media)
     EXPECT_EQ(attribute(attributes_of(mbr[0]).get(), "volserno"), 0x1234abcdU);
 }
 
-TEST_F(Volset, kinds_that_there_are_none_of)
+TEST_F(volset_calls, kinds_that_there_are_none_of)
 {
     for (const int kind : {0, 5, 7}) {
         int err = -1;
@@ -143,7 +143,7 @@ TEST_F(Volset, kinds_that_there_are_none_of)
     }
 }
 
-TEST_F(Volset, descriptors_stay_usable_while_the_machine_changes)
+TEST_F(volset_calls, descriptors_stay_usable_while_the_machine_changes)
 {
     const descriptors slices = all_of(VS_SLICE);
     fs::remove_all(machine.root() / "dev");
@@ -154,7 +154,7 @@ TEST_F(Volset, descriptors_stay_usable_while_the_machine_changes)
     EXPECT_NE(associated(slices[0], VS_MEDIA)[0], 0U);
 }
 
-TEST_F(Volset, two_threads_at_once)
+TEST_F(volset_calls, two_threads_at_once)
 {
     const std::vector<std::string> paths = tree_paths();
     const std::vector<std::string> parts = volumes();
@@ -171,8 +171,8 @@ TEST_F(Volset, two_threads_at_once)
     EXPECT_EQ(differences, 0);
 }
 
-// Descriptors of one snapshot, of which the media are read when they are first asked for.
-TEST_F(Volset, two_threads_with_descriptors_of_one_array)
+// Descriptors of one picture, whose media are read when they are first asked for.
+TEST_F(volset_calls, two_threads_with_descriptors_of_one_array)
 {
     const descriptors all = all_of(VS_DRIVE);
     const auto look = [&](std::vector<std::string> *names) {
@@ -191,13 +191,13 @@ TEST_F(Volset, two_threads_with_descriptors_of_one_array)
     EXPECT_EQ(there, here);
 }
 
-TEST_F(Volset, nothing_is_released)
+TEST_F(volset_calls, nothing_is_released)
 {
     vs_free_descriptor(0);
     vs_free_descriptors(nullptr);
 }
 
-TEST_F(Volset, links_into_short_buffers)
+TEST_F(volset_calls, links_into_short_buffers)
 {
     const std::string link = link_of("/dev/dsk/c5t0d0s0");
     char buffer[8] = "#######";
@@ -211,7 +211,7 @@ TEST_F(Volset, links_into_short_buffers)
     EXPECT_EQ(errno, EFAULT);
 }
 
-TEST_F(Volset, links_of_the_system_come_first)
+TEST_F(volset_calls, links_of_the_system_come_first)
 {
     const fs::path link = machine.root() / "link";
     fs::create_symlink("somewhere", link);

@@ -38,7 +38,7 @@ std::time_t seconds_of(const EFI_TIME &time)
     return timegm(&fields);
 }
 
-class Clock : public testing::Test {
+class stored_clock : public testing::Test {
 protected:
     machine_folder disk;
     device opened;
@@ -99,17 +99,17 @@ protected:
     }
 };
 
-using Time = Clock;
-using Wakeup = Clock;
-using MonotonicCount = Clock;
+using machine_time = stored_clock;
+using wakeup_alarm = stored_clock;
+using monotonic_count = stored_clock;
 
-TEST_F(Time, is_the_hosts_in_utc_until_it_is_set)
+TEST_F(machine_time, is_the_hosts_in_utc_until_it_is_set)
 {
     expect_host_time();
     EXPECT_FALSE(fs::exists(disk.root() / "var"));
 }
 
-TEST_F(Time, capabilities_are_filled_when_asked_for)
+TEST_F(machine_time, capabilities_are_filled_when_asked_for)
 {
     EFI_TIME time = {};
     EFI_TIME_CAPABILITIES capabilities = {0, 0, 9};
@@ -119,7 +119,7 @@ TEST_F(Time, capabilities_are_filled_when_asked_for)
     EXPECT_EQ(capabilities.sets_to_zero, 0);
 }
 
-TEST_F(Time, that_is_set_goes_on_from_there)
+TEST_F(machine_time, that_is_set_goes_on_from_there)
 {
     for (const EFI_TIME &wanted : {make_time(1900, 1, 1), make_time(1999, 12, 31, 23, 59, 58),
                                    make_time(2024, 2, 29, 12, 0, 0), make_time(9999, 12, 31, 0, 0, 0)}) {
@@ -131,7 +131,7 @@ TEST_F(Time, that_is_set_goes_on_from_there)
     }
 }
 
-TEST_F(Time, keeps_its_zone_and_daylight)
+TEST_F(machine_time, keeps_its_zone_and_daylight)
 {
     for (int zone : {-1440, -60, 0, 330, 1440, 0x7ff}) {
         EFI_TIME wanted = make_time(2024, 6, 1, 12);
@@ -146,7 +146,7 @@ TEST_F(Time, keeps_its_zone_and_daylight)
     }
 }
 
-TEST_F(Time, nanoseconds_count)
+TEST_F(machine_time, nanoseconds_count)
 {
     EFI_TIME wanted = make_time(2024, 6, 1, 12);
     wanted.nanosecond = 999'999'999;
@@ -156,7 +156,7 @@ TEST_F(Time, nanoseconds_count)
     EXPECT_GT(seconds_of(time), seconds_of(wanted)) << "a nanosecond later the second is over";
 }
 
-TEST_F(Time, bad_field_is_refused_and_nothing_kept)
+TEST_F(machine_time, bad_field_is_refused_and_nothing_kept)
 {
     for (EFI_TIME bad : {make_time(1899, 12, 31), make_time(10000, 1, 1), make_time(2024, 0, 1),
                          make_time(2023, 2, 29), make_time(2024, 1, 1, 24), make_time(2024, 1, 1, 0, 60),
@@ -174,7 +174,7 @@ TEST_F(Time, bad_field_is_refused_and_nothing_kept)
     EXPECT_FALSE(fs::exists(disk.root() / "var"));
 }
 
-TEST_F(Time, offset_that_makes_no_sense_is_said_until_the_time_is_set)
+TEST_F(machine_time, offset_that_makes_no_sense_is_said_until_the_time_is_set)
 {
     for (const char *text :
          {"", "1 2 3\n", "x\n", "9223372036854775807 999999999 0 0\n", "-9223372036854775808 0 0 0\n",
@@ -190,7 +190,7 @@ TEST_F(Time, offset_that_makes_no_sense_is_said_until_the_time_is_set)
     EXPECT_EQ(time.year, 2000);
 }
 
-TEST_F(Time, each_machine_has_its_own)
+TEST_F(machine_time, each_machine_has_its_own)
 {
     ASSERT_EQ(set(make_time(2000, 1, 1)), EFI_SUCCESS);
     machine_folder other;
@@ -202,7 +202,7 @@ TEST_F(Time, each_machine_has_its_own)
     EXPECT_GT(time.year, 2000);
 }
 
-TEST_F(Wakeup, is_off_and_without_a_time_at_first)
+TEST_F(wakeup_alarm, is_off_and_without_a_time_at_first)
 {
     alarm found = wakeup();
     EXPECT_EQ(found.enabled, B_FALSE);
@@ -211,7 +211,7 @@ TEST_F(Wakeup, is_off_and_without_a_time_at_first)
     EXPECT_EQ(std::memcmp(&found.time, &none, sizeof none), 0);
 }
 
-TEST_F(Wakeup, that_is_set_is_shown)
+TEST_F(wakeup_alarm, that_is_set_is_shown)
 {
     EFI_TIME wanted = make_time(9998, 7, 6, 5, 4, 3);
     wanted.nanosecond = 21;
@@ -224,7 +224,7 @@ TEST_F(Wakeup, that_is_set_is_shown)
     EXPECT_EQ(std::memcmp(&found.time, &wanted, sizeof wanted), 0);
 }
 
-TEST_F(Wakeup, is_pending_once_its_time_has_come)
+TEST_F(wakeup_alarm, is_pending_once_its_time_has_come)
 {
     EFI_TIME wanted = make_time(2001, 1, 1);
     ASSERT_EQ(set_wakeup(B_TRUE, &wanted), EFI_SUCCESS);
@@ -233,7 +233,7 @@ TEST_F(Wakeup, is_pending_once_its_time_has_come)
     EXPECT_EQ(wakeup().pending, B_FALSE);
 }
 
-TEST_F(Wakeup, that_is_off_keeps_its_time_and_is_never_pending)
+TEST_F(wakeup_alarm, that_is_off_keeps_its_time_and_is_never_pending)
 {
     EFI_TIME wanted = make_time(2001, 1, 1);
     ASSERT_EQ(set_wakeup(B_TRUE, &wanted), EFI_SUCCESS);
@@ -245,13 +245,13 @@ TEST_F(Wakeup, that_is_off_keeps_its_time_and_is_never_pending)
     EXPECT_EQ(found.time.year, 2001);
 }
 
-TEST_F(Wakeup, can_be_switched_off_without_a_time)
+TEST_F(wakeup_alarm, can_be_switched_off_without_a_time)
 {
     EXPECT_EQ(set_wakeup(B_FALSE, nullptr), EFI_SUCCESS);
     EXPECT_EQ(wakeup().enabled, B_FALSE);
 }
 
-TEST_F(Wakeup, needs_a_valid_time_to_be_switched_on)
+TEST_F(wakeup_alarm, needs_a_valid_time_to_be_switched_on)
 {
     EFI_TIME bad = make_time(2024, 2, 30);
     EXPECT_EQ(set_wakeup(B_TRUE, &bad), EFI_INVALID_PARAMETER);
@@ -259,7 +259,7 @@ TEST_F(Wakeup, needs_a_valid_time_to_be_switched_on)
     EXPECT_EQ(wakeup().enabled, B_FALSE);
 }
 
-TEST_F(Wakeup, state_that_makes_no_sense_is_said_until_an_alarm_is_set)
+TEST_F(wakeup_alarm, state_that_makes_no_sense_is_said_until_an_alarm_is_set)
 {
     for (const char *text :
          {"", "1\n", "2 2024 1 1 0 0 0 0 0 0\n", "1 2024 13 1 0 0 0 0 0 0\n", "1 67560 1 1 0 0 0 0 0 0\n",
@@ -273,7 +273,7 @@ TEST_F(Wakeup, state_that_makes_no_sense_is_said_until_an_alarm_is_set)
     EXPECT_EQ(wakeup().enabled, B_TRUE);
 }
 
-TEST_F(MonotonicCount, goes_up_by_one_through_every_handle)
+TEST_F(monotonic_count, goes_up_by_one_through_every_handle)
 {
     EXPECT_EQ(count(), 1u);
     EXPECT_EQ(count(), 2u);
@@ -286,7 +286,7 @@ TEST_F(MonotonicCount, goes_up_by_one_through_every_handle)
     EXPECT_EQ(disk.contents(disk.state("monotonic-count")), "3\n");
 }
 
-TEST_F(MonotonicCount, begins_anew_behind_its_last_number)
+TEST_F(monotonic_count, begins_anew_behind_its_last_number)
 {
     disk.put_file(disk.state("monotonic-count"), "4294967294\n");
     EXPECT_EQ(count(), 4294967295u);
@@ -294,7 +294,7 @@ TEST_F(MonotonicCount, begins_anew_behind_its_last_number)
     EXPECT_EQ(count(), 1u);
 }
 
-TEST_F(MonotonicCount, state_that_makes_no_sense_gives_out_no_number_twice)
+TEST_F(monotonic_count, state_that_makes_no_sense_gives_out_no_number_twice)
 {
     for (const char *text : {"", "-1\n", "4294967296\n", "seven\n", "7"}) {
         disk.put_file(disk.state("monotonic-count"), text);
@@ -305,7 +305,7 @@ TEST_F(MonotonicCount, state_that_makes_no_sense_gives_out_no_number_twice)
     }
 }
 
-TEST_F(MonotonicCount, number_that_cannot_be_kept_is_not_given_out)
+TEST_F(monotonic_count, number_that_cannot_be_kept_is_not_given_out)
 {
     disk.put_file(disk.root() / "var", "a file where the folder should be");
     EFI_STATUS status = EFI_SUCCESS;

@@ -27,7 +27,7 @@ EFI_TIME in_zone(EFI_TIME time, int timezone)
     return time;
 }
 
-TEST(EfiTime, is_seconds_since_1970)
+TEST(efi_time, is_seconds_since_1970)
 {
     EXPECT_EQ(seconds_of(at(1970, 1, 1)), 0);
     EXPECT_EQ(seconds_of(at(2000, 2, 29, 12, 34, 56)), 951827696);
@@ -35,7 +35,7 @@ TEST(EfiTime, is_seconds_since_1970)
     EXPECT_EQ(seconds_of(at(9999, 12, 31, 23, 59, 59)), 253402300799);
 }
 
-TEST(EfiTime, goes_both_ways_over_all_years)
+TEST(efi_time, goes_both_ways_over_all_years)
 {
     for (std::int64_t seconds = -2208988800; seconds <= 253402300799; seconds += 86399 * 97) {
         auto time = time_of(seconds, 999999999);
@@ -44,7 +44,7 @@ TEST(EfiTime, goes_both_ways_over_all_years)
     }
 }
 
-TEST(EfiTime, ends_with_the_years_that_uefi_allows)
+TEST(efi_time, ends_with_the_years_that_uefi_allows)
 {
     EXPECT_TRUE(time_of(-2208988800, 0));
     EXPECT_FALSE(time_of(-2208988801, 0));
@@ -55,7 +55,7 @@ TEST(EfiTime, ends_with_the_years_that_uefi_allows)
     EXPECT_FALSE(time_of(0, 1000000000));
 }
 
-TEST(EfiTime, field_outside_its_range_is_refused)
+TEST(efi_time, field_outside_its_range_is_refused)
 {
     for (const EFI_TIME &bad :
          {at(1899, 12, 31), at(10000, 1, 1), at(2024, 0, 1), at(2024, 13, 1), at(2024, 1, 0), at(2024, 1, 32),
@@ -72,7 +72,7 @@ TEST(EfiTime, field_outside_its_range_is_refused)
     EXPECT_FALSE(seconds_of(time));
 }
 
-TEST(EfiTime, time_zone_is_within_a_day_or_not_given)
+TEST(efi_time, time_zone_is_within_a_day_or_not_given)
 {
     for (int zone : {-1440, 0, 1440, 0x7ff})
         EXPECT_TRUE(seconds_of(in_zone(at(2024, 1, 1), zone))) << zone;
@@ -80,7 +80,7 @@ TEST(EfiTime, time_zone_is_within_a_day_or_not_given)
         EXPECT_FALSE(seconds_of(in_zone(at(2024, 1, 1), zone))) << zone;
 }
 
-TEST(EfiTime, daylight_has_two_bits)
+TEST(efi_time, daylight_has_two_bits)
 {
     EFI_TIME time = at(2024, 1, 1);
     time.daylight = 3;
@@ -89,14 +89,14 @@ TEST(EfiTime, daylight_has_two_bits)
     EXPECT_FALSE(seconds_of(time));
 }
 
-TEST(EfiTime, padding_is_not_looked_at)
+TEST(efi_time, padding_is_not_looked_at)
 {
     EFI_TIME time = at(2024, 1, 1);
     time.pad1 = time.pad2 = 0xff;
     EXPECT_TRUE(seconds_of(time));
 }
 
-TEST(Alarm, is_reached_at_its_own_nanosecond)
+TEST(efi_alarm, is_reached_at_its_own_nanosecond)
 {
     EFI_TIME now = at(2024, 1, 1, 12);
     now.nanosecond = 5;
@@ -108,22 +108,22 @@ TEST(Alarm, is_reached_at_its_own_nanosecond)
     EXPECT_FALSE(is_reached(at(2024, 1, 1, 12, 0, 1), now));
 }
 
-TEST(Alarm, zones_are_compared_as_utc)
+TEST(efi_alarm, zones_are_compared_as_utc)
 {
-    // One hour ahead of UTC the clock shows 13 o'clock when it is 12 in UTC: local time = UTC - time zone.
+    // Local time = UTC - time zone: one hour ahead of UTC the clock shows 13:00 at 12:00 UTC.
     EFI_TIME now = at(2024, 1, 1, 12);
     EXPECT_TRUE(is_reached(in_zone(at(2024, 1, 1, 13), -60), now));
     EXPECT_FALSE(is_reached(in_zone(at(2024, 1, 1, 13, 0, 1), -60), now));
     EXPECT_FALSE(is_reached(in_zone(at(2024, 1, 1, 12), 60), now));
 }
 
-TEST(Alarm, without_a_zone_the_fields_are_compared)
+TEST(efi_alarm, without_a_zone_the_fields_are_compared)
 {
     EXPECT_TRUE(is_reached(in_zone(at(2024, 1, 1, 12), 0x7ff), in_zone(at(2024, 1, 1, 12), -60)));
     EXPECT_FALSE(is_reached(in_zone(at(2024, 1, 1, 12, 1), 0x7ff), in_zone(at(2024, 1, 1, 12), -60)));
 }
 
-TEST(Alarm, bad_time_is_never_reached)
+TEST(efi_alarm, bad_time_is_never_reached)
 {
     EXPECT_FALSE(is_reached(at(0, 0, 0), at(2024, 1, 1)));
     EXPECT_FALSE(is_reached(at(2024, 1, 1), at(0, 0, 0)));

@@ -58,7 +58,7 @@ struct chip {
     }
 };
 
-class Rtc : public testing::Test {
+class clock_chip : public testing::Test {
 protected:
     machine_folder disk;
     chip clock;
@@ -87,7 +87,7 @@ EFI_TIME example_time()
     return time;
 }
 
-TEST_F(Rtc, time_is_the_chips_with_no_time_zone)
+TEST_F(clock_chip, time_is_the_chips_with_no_time_zone)
 {
     EFI_TIME time = {};
     EFI_TIME_CAPABILITIES capabilities = {};
@@ -103,7 +103,7 @@ TEST_F(Rtc, time_is_the_chips_with_no_time_zone)
     EXPECT_EQ(capabilities.resolution, 1u);
 }
 
-TEST_F(Rtc, time_that_is_set_is_shown)
+TEST_F(clock_chip, time_that_is_set_is_shown)
 {
     ASSERT_EQ(machine::set_time(*services, example_time()), EFI_SUCCESS);
     EXPECT_EQ(clock.time.tm_year, 130);
@@ -114,7 +114,7 @@ TEST_F(Rtc, time_that_is_set_is_shown)
     EXPECT_EQ(time.second, 57);
 }
 
-TEST_F(Rtc, chip_that_shows_no_date_is_a_device_error)
+TEST_F(clock_chip, chip_that_shows_no_date_is_a_device_error)
 {
     clock.time.tm_mon = 12;
     EFI_TIME time = {};
@@ -123,7 +123,7 @@ TEST_F(Rtc, chip_that_shows_no_date_is_a_device_error)
     EXPECT_EQ(time.year, 1);
 }
 
-TEST_F(Rtc, alarm_that_is_set_is_shown)
+TEST_F(clock_chip, alarm_that_is_set_is_shown)
 {
     EFI_TIME wanted = example_time();
     ASSERT_EQ(machine::set_wakeup_time(*services, true, &wanted), EFI_SUCCESS);
@@ -136,7 +136,7 @@ TEST_F(Rtc, alarm_that_is_set_is_shown)
     EXPECT_EQ(alarm.time.hour, 23);
 }
 
-TEST_F(Rtc, alarm_is_switched_off_with_its_time_kept)
+TEST_F(clock_chip, alarm_is_switched_off_with_its_time_kept)
 {
     EFI_TIME wanted = example_time();
     ASSERT_EQ(machine::set_wakeup_time(*services, true, &wanted), EFI_SUCCESS);
@@ -145,7 +145,7 @@ TEST_F(Rtc, alarm_is_switched_off_with_its_time_kept)
     EXPECT_EQ(clock.alarm.time.tm_year, 130);
 }
 
-TEST_F(Rtc, zone_that_the_chip_cannot_keep_is_refused)
+TEST_F(clock_chip, zone_that_the_chip_cannot_keep_is_refused)
 {
     EFI_TIME time = example_time();
     time.timezone = -120;
@@ -161,7 +161,7 @@ TEST_F(Rtc, zone_that_the_chip_cannot_keep_is_refused)
     EXPECT_EQ(machine::set_time(*services, time), EFI_SUCCESS);
 }
 
-TEST_F(Rtc, alarm_that_is_not_ahead_leaves_the_one_that_stands)
+TEST_F(clock_chip, alarm_that_is_not_ahead_leaves_the_one_that_stands)
 {
     EFI_TIME stands = example_time();
     ASSERT_EQ(machine::set_wakeup_time(*services, true, &stands), EFI_SUCCESS);
@@ -175,8 +175,8 @@ TEST_F(Rtc, alarm_that_is_not_ahead_leaves_the_one_that_stands)
     EXPECT_EQ(clock.alarm.time.tm_year, 130);
 }
 
-// The kernel drops the alarm that stands before it asks the chip for the new one.
-TEST_F(Rtc, alarm_that_the_chip_does_not_take_leaves_the_one_that_stands)
+// The kernel drops the previous alarm before it asks the chip for the new one.
+TEST_F(clock_chip, alarm_that_the_chip_does_not_take_leaves_the_one_that_stands)
 {
     for (int error : {EINVAL, ERANGE, EIO, 0}) {
         clock.largest_year = 130;
@@ -184,7 +184,7 @@ TEST_F(Rtc, alarm_that_the_chip_does_not_take_leaves_the_one_that_stands)
         ASSERT_EQ(machine::set_wakeup_time(*services, true, &stands), EFI_SUCCESS);
         EFI_TIME late = stands;
         late.year = 2031;
-        clock.error_beyond = error; // 0: it takes another time without a word
+        clock.error_beyond = error; // 0: it silently takes another time
         EXPECT_EQ(machine::set_wakeup_time(*services, true, &late),
                   error == EIO ? EFI_DEVICE_ERROR : EFI_INVALID_PARAMETER)
             << error;
@@ -193,7 +193,7 @@ TEST_F(Rtc, alarm_that_the_chip_does_not_take_leaves_the_one_that_stands)
     }
 }
 
-TEST_F(Rtc, chip_below_a_link_is_not_the_machines)
+TEST_F(clock_chip, chip_below_a_link_is_not_the_machines)
 {
     std::filesystem::rename(disk.root() / "dev/rtc0", disk.root() / "elsewhere");
     std::filesystem::create_symlink(disk.root() / "elsewhere", disk.root() / "dev/rtc0");
@@ -201,7 +201,7 @@ TEST_F(Rtc, chip_below_a_link_is_not_the_machines)
     EXPECT_NE(machine::get_time(*services, &time, nullptr), EFI_SUCCESS);
 }
 
-TEST_F(Rtc, bad_time_never_reaches_the_chip)
+TEST_F(clock_chip, bad_time_never_reaches_the_chip)
 {
     EFI_TIME bad = example_time();
     bad.month = 13;
@@ -212,7 +212,7 @@ TEST_F(Rtc, bad_time_never_reaches_the_chip)
     EXPECT_EQ(clock.alarm.enabled, 0);
 }
 
-TEST_F(Rtc, what_the_chip_cannot_do_is_unsupported)
+TEST_F(clock_chip, what_the_chip_cannot_do_is_unsupported)
 {
     EFI_TIME time = example_time();
     machine::wakeup alarm;
@@ -226,14 +226,14 @@ TEST_F(Rtc, what_the_chip_cannot_do_is_unsupported)
     }
 }
 
-TEST_F(Rtc, host_without_a_chip_is_unsupported)
+TEST_F(clock_chip, host_without_a_chip_is_unsupported)
 {
     std::filesystem::remove(disk.root() / "dev/rtc0");
     EFI_TIME time = {};
     EXPECT_EQ(machine::get_time(*services, &time, nullptr), EFI_UNSUPPORTED);
 }
 
-TEST_F(Rtc, missing_permission_is_denied_and_a_failure_an_error)
+TEST_F(clock_chip, missing_permission_is_denied_and_a_failure_an_error)
 {
     EFI_TIME time = example_time();
     clock.error = EACCES;
@@ -242,14 +242,14 @@ TEST_F(Rtc, missing_permission_is_denied_and_a_failure_an_error)
     EXPECT_EQ(machine::set_time(*services, time), EFI_DEVICE_ERROR);
 }
 
-TEST_F(Rtc, live_machine_has_no_monotonic_count)
+TEST_F(clock_chip, live_machine_has_no_monotonic_count)
 {
     UINT32 count = 7;
     EXPECT_EQ(machine::next_high_monotonic_count(*services, &count), EFI_UNSUPPORTED);
     EXPECT_EQ(count, 7u);
 }
 
-TEST_F(Rtc, live_machine_keeps_nothing_in_its_folder)
+TEST_F(clock_chip, live_machine_keeps_nothing_in_its_folder)
 {
     ASSERT_EQ(machine::set_time(*services, example_time()), EFI_SUCCESS);
     EFI_TIME wanted = example_time();

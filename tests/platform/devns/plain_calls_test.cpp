@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// This program has its own open, ioctl, close and readlink, as a preloaded stand-in for the driver would: the
-// library must call these, and its own service only where they know no such name.
+// This program has its own open, ioctl, close and readlink, like a preloaded stand-in for the driver. The
+// library must call these, and use its own services only if they do not know the name.
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr int driver_fd = 1'000'000; // no number that the system gives
+constexpr int driver_fd = 1'000'000; // never given out by the system
 
 struct driver {
     bool present = false;
@@ -84,13 +84,13 @@ ssize_t readlink(const char *path, char *buffer, size_t size) noexcept
 
 namespace {
 
-class PlainCalls : public testing::Test {
+class plain_calls : public testing::Test {
 protected:
     platform_test::machine_folder disk;
     void SetUp() override { stand_in = {}; }
 };
 
-TEST_F(PlainCalls, driver_that_the_system_has_goes_before_the_machine)
+TEST_F(plain_calls, driver_that_the_system_has_goes_before_the_machine)
 {
     stand_in.present = true;
     int fd = devns_open(DEVNS_RUNTIME_SERVICES, O_RDWR);
@@ -106,7 +106,7 @@ TEST_F(PlainCalls, driver_that_the_system_has_goes_before_the_machine)
     EXPECT_EQ(stand_in.closed, std::vector<int>{driver_fd});
 }
 
-TEST_F(PlainCalls, driver_that_refuses_is_not_replaced_by_the_machine)
+TEST_F(plain_calls, driver_that_refuses_is_not_replaced_by_the_machine)
 {
     for (int error : {EACCES, EBUSY, ENXIO, EMFILE}) {
         stand_in.open_error = error;
@@ -115,7 +115,7 @@ TEST_F(PlainCalls, driver_that_refuses_is_not_replaced_by_the_machine)
     }
 }
 
-TEST_F(PlainCalls, machine_serves_where_the_system_has_no_such_name)
+TEST_F(plain_calls, machine_serves_where_the_system_has_no_such_name)
 {
     for (int error : {ENOENT, ENOTDIR}) {
         stand_in.open_error = error;
@@ -128,7 +128,7 @@ TEST_F(PlainCalls, machine_serves_where_the_system_has_no_such_name)
     EXPECT_EQ(stand_in.closed.size(), 0u);
 }
 
-TEST_F(PlainCalls, links_are_read_by_readlink)
+TEST_F(plain_calls, links_are_read_by_readlink)
 {
     char target[16] = {};
     EXPECT_EQ(devns_readlink("/dev/dsk/stand-in", target, sizeof target), 6);

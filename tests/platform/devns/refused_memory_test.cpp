@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Every allocation of every call is refused once, and once together with all that follow it: the call then
-// says so, keeps no memory and no descriptor, and leaves the store as it was.
+// Every allocation of every call is refused once, and once together with all that follow it. The call must
+// say so, keep no memory and no file descriptor, and leave the store as it was.
 #include <cerrno>
 #include <cstdlib>
 #include <functional>
@@ -19,7 +19,7 @@ using ovra::test::lowest_free_descriptor;
 using ovra::test::new_state;
 using ovra::test::operator_new;
 
-class RefusedMemory : public testing::Test {
+class refused_memory : public testing::Test {
 protected:
     machine_folder disk;
     device opened;
@@ -48,8 +48,8 @@ protected:
         return call(OVRA_SET_VARIABLE, &args);
     }
 
-    // `prepare` makes the state that `body` starts from; body returns what the library did. Each refusal must
-    // give -1 and ENOMEM; the last run, in which nothing is refused, `expected`.
+    // `prepare` makes the state before `body`, which returns the library's result. Each refusal must give -1
+    // and ENOMEM; the last run, without a refusal, `expected`.
     void sweep(const std::function<void()> &prepare, const std::function<int()> &body, EFI_STATUS expected)
     {
         prepare();
@@ -90,7 +90,7 @@ protected:
     std::function<void()> without_variable = [this] { fs::remove(disk.file("A name that is not short")); };
 };
 
-TEST_F(RefusedMemory, open)
+TEST_F(refused_memory, open)
 {
     sweep(
         nothing,
@@ -102,7 +102,7 @@ TEST_F(RefusedMemory, open)
         EFI_SUCCESS);
 }
 
-TEST_F(RefusedMemory, get_variable)
+TEST_F(refused_memory, get_variable)
 {
     sweep(
         with_variable,
@@ -115,35 +115,35 @@ TEST_F(RefusedMemory, get_variable)
         EFI_SUCCESS);
 }
 
-TEST_F(RefusedMemory, set_variable_anew)
+TEST_F(refused_memory, set_variable_anew)
 {
     sweep(
         without_variable, [this] { return set(7, data.size()); }, EFI_SUCCESS);
 }
 
-TEST_F(RefusedMemory, set_variable_again)
+TEST_F(refused_memory, set_variable_again)
 {
     sweep(
         with_variable, [this] { return set(7, data.size()); }, EFI_SUCCESS);
 }
 
-TEST_F(RefusedMemory, append_to_variable)
+TEST_F(refused_memory, append_to_variable)
 {
     sweep(
         with_variable, [this] { return set(0x47, data.size()); }, EFI_SUCCESS);
 }
 
-TEST_F(RefusedMemory, delete_variable)
+TEST_F(refused_memory, delete_variable)
 {
     sweep(
         with_variable, [this] { return set(7, 0); }, EFI_SUCCESS);
 }
 
-TEST_F(RefusedMemory, first_and_next_variable)
+TEST_F(refused_memory, first_and_next_variable)
 {
     with_variable();
     disk.put("Another name that is not short", "data");
-    for (int i = 0; i < 20; ++i) // a descriptor keeps so many walks: one more takes the place of another
+    for (int i = 0; i < 20; ++i) // more walks than a file descriptor keeps: a new one replaces another
         EXPECT_EQ(platform_test::walk().next(opened.fd()), EFI_SUCCESS);
     for (const char16_t *previous : {u"", u"A name that is not short"}) {
         sweep(
@@ -160,7 +160,7 @@ TEST_F(RefusedMemory, first_and_next_variable)
     }
 }
 
-TEST_F(RefusedMemory, query_variable_info)
+TEST_F(refused_memory, query_variable_info)
 {
     with_variable();
     sweep(
@@ -173,7 +173,7 @@ TEST_F(RefusedMemory, query_variable_info)
         EFI_SUCCESS);
 }
 
-TEST_F(RefusedMemory, time_and_count)
+TEST_F(refused_memory, time_and_count)
 {
     disk.put_file(disk.state("time-offset"), "1 2 0 0\n");
     disk.put_file(disk.state("wakeup"), "1 2024 1 1 0 0 0 0 0 0\n");
@@ -222,7 +222,7 @@ TEST_F(RefusedMemory, time_and_count)
         EFI_SUCCESS);
 }
 
-TEST_F(RefusedMemory, reset)
+TEST_F(refused_memory, reset)
 {
     disk.put("Boot0001", in_attributes(1) + std::string("\4\0d\0\0\0\x7f\xff\4\0", 10));
     disk.put("BootOrder", std::string("\1\0", 2));

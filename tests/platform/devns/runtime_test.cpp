@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The records: which pointers a command needs, and what is written through them.
+// The records: the pointers that each command needs, and what it writes through them.
 #include <cerrno>
 #include <cstring>
 
@@ -15,7 +15,7 @@ using platform_test::ucs2;
 
 namespace {
 
-class Runtime : public testing::Test {
+class runtime_command : public testing::Test {
 protected:
     machine_folder disk;
     device opened;
@@ -49,7 +49,7 @@ protected:
     }
 };
 
-TEST_F(Runtime, null_record_is_efault)
+TEST_F(runtime_command, null_record_is_efault)
 {
     for (int command = 1; command <= 16; ++command) {
         errno = 0;
@@ -58,14 +58,14 @@ TEST_F(Runtime, null_record_is_efault)
     }
 }
 
-TEST_F(Runtime, get_variable_needs_name_guid_and_status)
+TEST_F(runtime_command, get_variable_needs_name_guid_and_status)
 {
     without(OVRA_GET_VARIABLE, variable(), &ovra_variable_args_t::variable_name);
     without(OVRA_GET_VARIABLE, variable(), &ovra_variable_args_t::vendor_guid);
     without(OVRA_GET_VARIABLE, variable(), &ovra_variable_args_t::ret);
 }
 
-TEST_F(Runtime, set_variable_needs_all_but_the_data)
+TEST_F(runtime_command, set_variable_needs_all_but_the_data)
 {
     without(OVRA_SET_VARIABLE, variable(), &ovra_variable_args_t::variable_name);
     without(OVRA_SET_VARIABLE, variable(), &ovra_variable_args_t::vendor_guid);
@@ -75,7 +75,7 @@ TEST_F(Runtime, set_variable_needs_all_but_the_data)
     EXPECT_EQ(disk.names().size(), 0u);
 }
 
-TEST_F(Runtime, next_variable_name_needs_all)
+TEST_F(runtime_command, next_variable_name_needs_all)
 {
     using record = ovra_get_next_variable_name_args_t;
     record args = {&name_size, name.data(), &guid, &status};
@@ -85,7 +85,7 @@ TEST_F(Runtime, next_variable_name_needs_all)
     without(OVRA_GET_NEXT_VARIABLE_NAME, args, &record::ret);
 }
 
-TEST_F(Runtime, query_variable_info_needs_all)
+TEST_F(runtime_command, query_variable_info_needs_all)
 {
     using record = ovra_query_variable_info_args_t;
     UINT64 numbers[3] = {};
@@ -96,7 +96,7 @@ TEST_F(Runtime, query_variable_info_needs_all)
     without(OVRA_QUERY_VARIABLE_INFO, args, &record::ret);
 }
 
-TEST_F(Runtime, clock_commands_need_their_pointers)
+TEST_F(runtime_command, clock_commands_need_their_pointers)
 {
     EFI_TIME time = {};
     without(OVRA_GET_TIME, ovra_get_time_args_t{&time, nullptr, &status}, &ovra_get_time_args_t::time);
@@ -120,7 +120,7 @@ TEST_F(Runtime, clock_commands_need_their_pointers)
     EXPECT_FALSE(std::filesystem::exists(disk.root() / "var"));
 }
 
-TEST_F(Runtime, name_must_end_within_its_size)
+TEST_F(runtime_command, name_must_end_within_its_size)
 {
     for (UINTN bytes : {UINTN{0}, UINTN{1}, UINTN{2}, UINTN{3}}) {
         ovra_variable_args_t args = variable();
@@ -133,7 +133,7 @@ TEST_F(Runtime, name_must_end_within_its_size)
     EXPECT_EQ(disk.names().size(), 0u);
 }
 
-TEST_F(Runtime, commands_without_an_answer_leave_the_outputs)
+TEST_F(runtime_command, commands_without_an_answer_leave_the_outputs)
 {
     UINT64 numbers[3] = {1, 2, 3};
     ovra_query_variable_info_args_t args = {0, &numbers[0], &numbers[1], &numbers[2], &status};
@@ -144,7 +144,7 @@ TEST_F(Runtime, commands_without_an_answer_leave_the_outputs)
     EXPECT_EQ(numbers[2], 3u);
 }
 
-TEST_F(Runtime, enumerations_in_a_record_may_hold_any_number)
+TEST_F(runtime_command, enumerations_in_a_record_may_hold_any_number)
 {
     ovra_reset_system_args_t reset = {};
     for (int type : {3, -1, 0x7fffffff}) {
@@ -158,7 +158,7 @@ TEST_F(Runtime, enumerations_in_a_record_may_hold_any_number)
     int enable = 77;
     std::memcpy(&wakeup.enable, &enable, sizeof enable);
     EXPECT_EQ(call(OVRA_SET_WAKEUP_TIME, &wakeup), 0);
-    EXPECT_EQ(status, EFI_INVALID_PARAMETER); // enabled, and the time is none
+    EXPECT_EQ(status, EFI_INVALID_PARAMETER); // enabled, and the time is not valid
 }
 
 } // namespace

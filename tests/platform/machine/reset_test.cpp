@@ -24,7 +24,7 @@ std::string numbers(std::initializer_list<unsigned> options)
     return bytes;
 }
 
-class Reset : public testing::Test {
+class machine_reset : public testing::Test {
 protected:
     machine_folder disk;
     device opened;
@@ -39,7 +39,7 @@ protected:
     }
 };
 
-TEST_F(Reset, takes_the_first_active_option_of_the_order)
+TEST_F(machine_reset, takes_the_first_active_option_of_the_order)
 {
     put_option("Boot0001", 0);
     put_option("Boot001F");
@@ -49,7 +49,7 @@ TEST_F(Reset, takes_the_first_active_option_of_the_order)
     expect_current({0x1f});
 }
 
-TEST_F(Reset, takes_boot_next_and_deletes_it)
+TEST_F(machine_reset, takes_boot_next_and_deletes_it)
 {
     put_option("Boot0001");
     put_option("Boot0002");
@@ -62,8 +62,8 @@ TEST_F(Reset, takes_boot_next_and_deletes_it)
     expect_current({1});
 }
 
-// As OVMF does: only the order is gone through for active ones.
-TEST_F(Reset, boot_next_starts_an_inactive_option_too)
+// As OVMF does: only options of the order must be active.
+TEST_F(machine_reset, boot_next_starts_an_inactive_option_too)
 {
     put_option("Boot0001");
     put_option("Boot0002", 0);
@@ -74,7 +74,7 @@ TEST_F(Reset, boot_next_starts_an_inactive_option_too)
     EXPECT_EQ(disk.get("BootNext"), "(none)");
 }
 
-TEST_F(Reset, every_kind_plays_the_next_start)
+TEST_F(machine_reset, every_kind_plays_the_next_start)
 {
     put_option("Boot0001");
     disk.put("BootOrder", numbers({1}));
@@ -85,7 +85,7 @@ TEST_F(Reset, every_kind_plays_the_next_start)
     }
 }
 
-TEST_F(Reset, option_numbers_are_four_upper_case_digits)
+TEST_F(machine_reset, option_numbers_are_four_upper_case_digits)
 {
     put_option("BootABCD");
     put_option("Bootabce");
@@ -94,7 +94,7 @@ TEST_F(Reset, option_numbers_are_four_upper_case_digits)
     expect_current({0xabcd});
 }
 
-TEST_F(Reset, boot_next_that_cannot_be_started_is_spent_all_the_same)
+TEST_F(machine_reset, boot_next_that_cannot_be_started_is_spent_all_the_same)
 {
     put_option("Boot0001");
     disk.put("BootOrder", numbers({1}));
@@ -109,7 +109,7 @@ TEST_F(Reset, boot_next_that_cannot_be_started_is_spent_all_the_same)
     EXPECT_EQ(disk.get("BootNext"), "(none)");
 }
 
-TEST_F(Reset, passes_over_options_that_are_missing_or_damaged)
+TEST_F(machine_reset, passes_over_options_that_are_missing_or_damaged)
 {
     put_option("Boot0005");
     disk.put("Boot0002", std::string("\1\0\0\0\4", 5));
@@ -120,7 +120,7 @@ TEST_F(Reset, passes_over_options_that_are_missing_or_damaged)
     expect_current({5});
 }
 
-TEST_F(Reset, without_anything_to_start_there_is_no_boot_current)
+TEST_F(machine_reset, without_anything_to_start_there_is_no_boot_current)
 {
     disk.put("BootCurrent", numbers({7}), 6);
     EXPECT_EQ(reset(opened.fd(), EFI_RESET_COLD), 0);
@@ -130,7 +130,7 @@ TEST_F(Reset, without_anything_to_start_there_is_no_boot_current)
     EXPECT_EQ(disk.get("BootCurrent"), "(none)");
 }
 
-TEST_F(Reset, half_a_number_at_the_end_of_the_order_is_not_read)
+TEST_F(machine_reset, half_a_number_at_the_end_of_the_order_is_not_read)
 {
     put_option("Boot0001");
     disk.put("BootOrder", numbers({9}) + "\1");
@@ -138,7 +138,7 @@ TEST_F(Reset, half_a_number_at_the_end_of_the_order_is_not_read)
     EXPECT_EQ(disk.get("BootCurrent"), "(none)");
 }
 
-TEST_F(Reset, boot_current_is_rewritten_whatever_its_attributes_were)
+TEST_F(machine_reset, boot_current_is_rewritten_whatever_its_attributes_were)
 {
     put_option("Boot0001");
     disk.put("BootOrder", numbers({1}));
@@ -147,7 +147,7 @@ TEST_F(Reset, boot_current_is_rewritten_whatever_its_attributes_were)
     expect_current({1});
 }
 
-TEST_F(Reset, full_store_does_not_stop_a_start)
+TEST_F(machine_reset, full_store_does_not_stop_a_start)
 {
     put_option("Boot0001");
     disk.put("BootOrder", numbers({1}));
@@ -156,7 +156,7 @@ TEST_F(Reset, full_store_does_not_stop_a_start)
     expect_current({1});
 }
 
-TEST_F(Reset, other_variables_are_left_alone)
+TEST_F(machine_reset, other_variables_are_left_alone)
 {
     put_option("Boot0001");
     disk.put("BootOrder", numbers({1}));
@@ -166,7 +166,7 @@ TEST_F(Reset, other_variables_are_left_alone)
     EXPECT_EQ(disk.names().size(), 4u);
 }
 
-TEST_F(Reset, data_and_status_of_the_record_are_not_looked_at)
+TEST_F(machine_reset, data_and_status_of_the_record_are_not_looked_at)
 {
     put_option("Boot0001");
     disk.put("BootOrder", numbers({1}));
@@ -177,7 +177,7 @@ TEST_F(Reset, data_and_status_of_the_record_are_not_looked_at)
     expect_current({1});
 }
 
-TEST_F(Reset, that_fails_keeps_boot_next_for_another_try)
+TEST_F(machine_reset, that_fails_keeps_boot_next_for_another_try)
 {
     put_option("Boot0001");
     disk.put("BootNext", numbers({1}));

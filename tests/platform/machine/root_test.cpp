@@ -23,7 +23,7 @@ bool same_folder(int fd, const fs::path &path)
            one.st_ino == other.st_ino;
 }
 
-TEST(Root, is_the_live_one_without_the_variable)
+TEST(machine_root, is_the_live_one_without_the_variable)
 {
     environment unset("HWPLAT_ROOT", nullptr);
     machine::machine_root root = machine::open_root();
@@ -31,7 +31,7 @@ TEST(Root, is_the_live_one_without_the_variable)
     EXPECT_TRUE(same_folder(root.folder.get(), "/"));
 }
 
-TEST(Root, is_the_folder_that_the_variable_names)
+TEST(machine_root, is_the_folder_that_the_variable_names)
 {
     machine_folder disk;
     machine::machine_root root = machine::open_root();
@@ -39,7 +39,7 @@ TEST(Root, is_the_folder_that_the_variable_names)
     EXPECT_TRUE(same_folder(root.folder.get(), disk.root()));
 }
 
-TEST(Root, is_settled_at_each_call)
+TEST(machine_root, is_settled_at_each_call)
 {
     machine_folder one;
     machine_folder other;
@@ -48,7 +48,7 @@ TEST(Root, is_settled_at_each_call)
     EXPECT_TRUE(same_folder(machine::open_root().folder.get(), one.root()));
 }
 
-TEST(Root, every_way_to_write_the_top_is_the_live_machine)
+TEST(machine_root, every_way_to_write_the_top_is_the_live_machine)
 {
     machine_folder disk;
     fs::create_symlink("/", disk.root() / "top");
@@ -59,7 +59,7 @@ TEST(Root, every_way_to_write_the_top_is_the_live_machine)
     }
 }
 
-TEST(Root, empty_variable_names_no_folder)
+TEST(machine_root, empty_variable_names_no_folder)
 {
     environment empty("HWPLAT_ROOT", "");
     errno = 0;
@@ -67,7 +67,7 @@ TEST(Root, empty_variable_names_no_folder)
     EXPECT_EQ(errno, ENOENT);
 }
 
-TEST(Root, what_is_no_folder_is_refused)
+TEST(machine_root, what_is_no_folder_is_refused)
 {
     machine_folder disk;
     disk.put_file(disk.root() / "file", "");
@@ -79,7 +79,7 @@ TEST(Root, what_is_no_folder_is_refused)
     EXPECT_EQ(errno, ENOENT);
 }
 
-TEST(Debug, is_silent_without_the_variable)
+TEST(debug_message, is_silent_without_the_variable)
 {
     environment unset("HWPLAT_DEBUG", nullptr);
     testing::internal::CaptureStderr();
@@ -87,7 +87,7 @@ TEST(Debug, is_silent_without_the_variable)
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
-TEST(Debug, writes_one_line_with_the_variable_whatever_its_value)
+TEST(debug_message, writes_one_line_with_the_variable_whatever_its_value)
 {
     environment set("HWPLAT_DEBUG", "");
     testing::internal::CaptureStderr();

@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-TEST(Firmware, is_there_when_the_machine_has_the_folder_of_variables)
+TEST(runtime_services, is_there_when_the_machine_has_the_folder_of_variables)
 {
     machine_folder disk;
     auto services = machine::open_services();
@@ -24,7 +24,7 @@ TEST(Firmware, is_there_when_the_machine_has_the_folder_of_variables)
     EXPECT_TRUE(services->variables);
 }
 
-TEST(Firmware, is_not_there_without_the_folder)
+TEST(runtime_services, is_not_there_without_the_folder)
 {
     machine_folder disk;
     fs::remove(disk.store());
@@ -35,14 +35,14 @@ TEST(Firmware, is_not_there_without_the_folder)
     EXPECT_EQ(errno, ENOENT);
 }
 
-TEST(Firmware, is_not_there_without_the_root)
+TEST(runtime_services, is_not_there_without_the_root)
 {
     environment missing("HWPLAT_ROOT", "/nowhere/at/all");
     EXPECT_FALSE(machine::open_services());
     EXPECT_EQ(errno, ENOENT);
 }
 
-TEST(Firmware, variables_behind_a_link_are_not_the_machines)
+TEST(runtime_services, variables_behind_a_link_are_not_the_machines)
 {
     machine_folder disk;
     fs::create_directory(disk.root() / "elsewhere");
@@ -52,7 +52,7 @@ TEST(Firmware, variables_behind_a_link_are_not_the_machines)
     EXPECT_EQ(errno, ENOENT);
 }
 
-TEST(Firmware, says_why_there_is_none_when_asked_to)
+TEST(runtime_services, says_why_there_is_none_when_asked_to)
 {
     machine_folder disk;
     fs::remove(disk.store());
@@ -63,14 +63,14 @@ TEST(Firmware, says_why_there_is_none_when_asked_to)
               "hwplat: no firmware variables: sys/firmware/efi/efivars: No such file or directory\n");
 }
 
-TEST(Firmware, kind_of_store_follows_the_file_system)
+TEST(runtime_services, kind_of_store_follows_the_file_system)
 {
     EXPECT_EQ(machine::kind_of_filesystem(EFIVARFS_MAGIC), store_kind::efivarfs);
     EXPECT_EQ(machine::kind_of_filesystem(EXT4_SUPER_MAGIC), store_kind::folder);
     EXPECT_EQ(machine::kind_of_filesystem(TMPFS_MAGIC), store_kind::folder);
 }
 
-TEST(Firmware, place_where_efivarfs_is_not_mounted_is_no_store)
+TEST(runtime_services, place_where_efivarfs_is_not_mounted_is_no_store)
 {
     EXPECT_EQ(machine::kind_of_filesystem(SYSFS_MAGIC), store_kind::none);
 }

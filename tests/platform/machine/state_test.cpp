@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-class State : public testing::Test {
+class state_files : public testing::Test {
 protected:
     machine_folder disk;
     std::unique_ptr<machine::runtime_services> services = machine::open_services();
@@ -32,7 +32,7 @@ protected:
     bool found = true;
 };
 
-TEST_F(State, folder_is_made_when_something_is_kept_and_not_before)
+TEST_F(state_files, folder_is_made_when_something_is_kept_and_not_before)
 {
     EXPECT_EQ(read(), EFI_SUCCESS);
     EXPECT_FALSE(found);
@@ -41,7 +41,7 @@ TEST_F(State, folder_is_made_when_something_is_kept_and_not_before)
     EXPECT_TRUE(fs::is_directory(disk.root() / "var/lib/hwplat"));
 }
 
-TEST_F(State, numbers_come_back)
+TEST_F(state_files, numbers_come_back)
 {
     ASSERT_EQ(write(INT64_MIN, INT64_MAX), EFI_SUCCESS);
     EXPECT_EQ(disk.contents(disk.state("test")), "-9223372036854775808 9223372036854775807\n");
@@ -50,7 +50,7 @@ TEST_F(State, numbers_come_back)
     EXPECT_EQ(numbers, (std::array<std::int64_t, 2>{INT64_MIN, INT64_MAX}));
 }
 
-TEST_F(State, anything_else_is_not_taken_as_absent)
+TEST_F(state_files, anything_else_is_not_taken_as_absent)
 {
     for (const std::string &text :
          {std::string(), std::string("1 2"), std::string("1 2\n\n"), std::string("1 2 3\n"),
@@ -63,7 +63,7 @@ TEST_F(State, anything_else_is_not_taken_as_absent)
     }
 }
 
-TEST_F(State, file_that_is_a_folder_or_a_link_is_not_taken_as_absent)
+TEST_F(state_files, file_that_is_a_folder_or_a_link_is_not_taken_as_absent)
 {
     fs::create_directories(disk.state("test"));
     EXPECT_EQ(read(), EFI_DEVICE_ERROR);
@@ -73,7 +73,7 @@ TEST_F(State, file_that_is_a_folder_or_a_link_is_not_taken_as_absent)
     EXPECT_EQ(read(), EFI_DEVICE_ERROR);
 }
 
-TEST_F(State, says_what_it_cannot_go_by_when_asked_to)
+TEST_F(state_files, says_what_it_cannot_go_by_when_asked_to)
 {
     environment debug("HWPLAT_DEBUG", "1");
     testing::internal::CaptureStderr();
@@ -84,7 +84,7 @@ TEST_F(State, says_what_it_cannot_go_by_when_asked_to)
               "hwplat: cannot go by var/lib/hwplat/test: it does not say what it should\n");
 }
 
-TEST_F(State, folder_behind_a_link_is_not_the_machines)
+TEST_F(state_files, folder_behind_a_link_is_not_the_machines)
 {
     fs::create_directories(disk.root() / "elsewhere/lib/hwplat");
     fs::create_directory_symlink(disk.root() / "elsewhere", disk.root() / "var");
@@ -92,7 +92,7 @@ TEST_F(State, folder_behind_a_link_is_not_the_machines)
     EXPECT_TRUE(fs::is_empty(disk.root() / "elsewhere/lib/hwplat"));
 }
 
-TEST_F(State, file_that_cannot_be_opened_or_read_is_not_absent)
+TEST_F(state_files, file_that_cannot_be_opened_or_read_is_not_absent)
 {
     ASSERT_EQ(write(1, 2), EFI_SUCCESS);
     for (auto [error, status] : {std::pair(EMFILE, EFI_DEVICE_ERROR), std::pair(EACCES, EFI_ACCESS_DENIED),
@@ -106,9 +106,9 @@ TEST_F(State, file_that_cannot_be_opened_or_read_is_not_absent)
     }
 }
 
-// Each service that goes by a state file says that it could not: no alarm is off, no clock jumps, no count
-// starts anew.
-TEST_F(State, services_say_what_they_cannot_read)
+// Each service that needs a state file says that it cannot read it: no alarm is lost, no clock jumps, no
+// count starts anew.
+TEST_F(state_files, services_say_what_they_cannot_read)
 {
     EFI_TIME time = {2031, 1, 2, 3, 4, 5, 0, 0, 0, 0, 0};
     ASSERT_EQ(machine::set_time(*services, time), EFI_SUCCESS);
@@ -126,8 +126,8 @@ TEST_F(State, services_say_what_they_cannot_read)
     EXPECT_EQ(machine::query_variable_info(*services, 7, &space), EFI_DEVICE_ERROR);
 }
 
-// Its attributes are not known, and the request may not fit them.
-TEST_F(State, variable_that_cannot_be_read_is_not_written_over)
+// Its attributes are unknown, and the request may not match them.
+TEST_F(state_files, variable_that_cannot_be_read_is_not_written_over)
 {
     disk.put("A", "data", 3);
     const std::vector<CHAR16> name = {'A'};
@@ -141,7 +141,7 @@ TEST_F(State, variable_that_cannot_be_read_is_not_written_over)
     EXPECT_EQ(disk.get("A"), std::string("\3\0\0\0data", 8));
 }
 
-TEST_F(State, start_is_not_played_by_what_cannot_be_read)
+TEST_F(state_files, start_is_not_played_by_what_cannot_be_read)
 {
     for (const char *option : {"Boot0001", "Boot0002"})
         disk.put(option, std::string("\1\0\0\0\4\0d\0\0\0\x7f\xff\4\0", 14));
@@ -156,8 +156,8 @@ TEST_F(State, start_is_not_played_by_what_cannot_be_read)
     EXPECT_NE(disk.get("BootNext"), "(none)");
 }
 
-// Who waits for the lock in vain learns it after half a minute.
-TEST_F(State, services_wait_for_the_lock_and_not_for_ever)
+// Waiting for the lock ends after half a minute.
+TEST_F(state_files, services_wait_for_the_lock_and_not_for_ever)
 {
     disk.put("BootNext", std::string("\2\0", 2));
     const platform_test::skipped_sleep clock;
@@ -178,7 +178,7 @@ TEST_F(State, services_wait_for_the_lock_and_not_for_ever)
     EXPECT_EQ(count, 7u);
 }
 
-TEST_F(State, lock_that_fails_is_an_error)
+TEST_F(state_files, lock_that_fails_is_an_error)
 {
     const platform_test::failing_call failing(platform_test::wrapped::flock, ENOLCK);
     const std::vector<CHAR16> name = {'A'};
@@ -187,7 +187,7 @@ TEST_F(State, lock_that_fails_is_an_error)
     EXPECT_EQ(disk.names().size(), 0u);
 }
 
-TEST_F(State, failed_write_leaves_the_old_numbers)
+TEST_F(state_files, failed_write_leaves_the_old_numbers)
 {
     ASSERT_EQ(write(1, 2), EFI_SUCCESS);
     {
@@ -199,7 +199,7 @@ TEST_F(State, failed_write_leaves_the_old_numbers)
     EXPECT_EQ(numbers, (std::array<std::int64_t, 2>{1, 2}));
 }
 
-TEST_F(State, what_stopped_writers_left_is_removed)
+TEST_F(state_files, what_stopped_writers_left_is_removed)
 {
     disk.put_file(disk.state(".hwplat-1-1.tmp"), "half");
     ASSERT_EQ(write(1, 2), EFI_SUCCESS);

@@ -37,7 +37,7 @@ void in_two_processes(function body)
     }
 }
 
-TEST(Concurrent, appends_of_two_processes_are_all_there)
+TEST(concurrent, appends_of_two_processes_are_all_there)
 {
     machine_folder disk;
     constexpr int times = 100;
@@ -54,7 +54,7 @@ TEST(Concurrent, appends_of_two_processes_are_all_there)
     EXPECT_EQ(disk.names().size(), 1u);
 }
 
-TEST(Concurrent, reader_sees_one_of_the_values_that_two_processes_write)
+TEST(concurrent, reader_sees_one_of_the_values_that_two_processes_write)
 {
     machine_folder disk;
     device opened;
@@ -81,7 +81,7 @@ TEST(Concurrent, reader_sees_one_of_the_values_that_two_processes_write)
     EXPECT_EQ(disk.names().size(), 1u);
 }
 
-TEST(Concurrent, two_processes_do_not_fill_the_store_beyond_its_capacity)
+TEST(concurrent, two_processes_do_not_fill_the_store_beyond_its_capacity)
 {
     machine_folder disk;
     disk.put_file(disk.state("capacity"), "1000 1000\n");
@@ -98,7 +98,7 @@ TEST(Concurrent, two_processes_do_not_fill_the_store_beyond_its_capacity)
     EXPECT_EQ(disk.names().size(), 1000u / (4 + 6 + 10));
 }
 
-TEST(Concurrent, count_is_given_to_one_process_only)
+TEST(concurrent, count_is_given_to_one_process_only)
 {
     machine_folder disk;
     in_two_processes([](int) {
@@ -118,7 +118,7 @@ TEST(Concurrent, count_is_given_to_one_process_only)
     EXPECT_EQ(disk.contents(disk.state("monotonic-count")), "200\n");
 }
 
-TEST(Concurrent, threads_share_the_library)
+TEST(concurrent, threads_share_the_library)
 {
     machine_folder disk;
     std::vector<std::thread> threads;
@@ -141,7 +141,7 @@ TEST(Concurrent, threads_share_the_library)
     EXPECT_EQ(disk.names().size(), 4u);
 }
 
-TEST(Concurrent, closing_does_not_disturb_a_command_under_way)
+TEST(concurrent, closing_does_not_disturb_a_command_under_way)
 {
     machine_folder disk;
     disk.put("A", "data");

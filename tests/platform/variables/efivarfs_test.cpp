@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What is written to an efivarfs, shown on an ordinary folder: the calls are the same, the firmware is
-// missing.
+// Writes to an efivarfs, on an ordinary folder: the calls are the same, without a firmware.
 #include <cerrno>
 
 #include <fcntl.h>
@@ -23,7 +22,7 @@ using platform_test::wrapped;
 
 namespace {
 
-class Efivarfs : public testing::Test {
+class efivarfs : public testing::Test {
 protected:
     machine_folder disk;
     std::unique_ptr<machine::runtime_services> services = machine::open_services();
@@ -64,7 +63,7 @@ protected:
     }
 };
 
-TEST_F(Efivarfs, new_variable_is_one_write_of_attributes_and_data)
+TEST_F(efivarfs, new_variable_is_one_write_of_attributes_and_data)
 {
     int before = calls_of(wrapped::write);
     EXPECT_EQ(set("A", 7, "data"), EFI_SUCCESS);
@@ -73,7 +72,7 @@ TEST_F(Efivarfs, new_variable_is_one_write_of_attributes_and_data)
     EXPECT_EQ(disk.names(), std::vector<std::string>{name("A")});
 }
 
-TEST_F(Efivarfs, rewrite_is_one_write_from_the_start_of_the_same_file)
+TEST_F(efivarfs, rewrite_is_one_write_from_the_start_of_the_same_file)
 {
     disk.put("A", "data");
     std::filesystem::create_hard_link(disk.file("A"), disk.root() / "same");
@@ -83,14 +82,14 @@ TEST_F(Efivarfs, rewrite_is_one_write_from_the_start_of_the_same_file)
     EXPECT_EQ(disk.contents(disk.root() / "same"), std::string("\7\0\0\0longer data", 15));
 }
 
-TEST_F(Efivarfs, append_hands_the_firmware_only_what_is_new)
+TEST_F(efivarfs, append_hands_the_firmware_only_what_is_new)
 {
     disk.put("A", "data");
     EXPECT_EQ(set("A", 0x47, "more"), EFI_SUCCESS);
     EXPECT_EQ(disk.get("A"), std::string("\x47\0\0\0more", 8));
 }
 
-TEST_F(Efivarfs, size_of_zero_deletes_the_file)
+TEST_F(efivarfs, size_of_zero_deletes_the_file)
 {
     disk.put("A", "data");
     EXPECT_EQ(set("A", 7, ""), EFI_SUCCESS);
@@ -98,7 +97,7 @@ TEST_F(Efivarfs, size_of_zero_deletes_the_file)
     EXPECT_EQ(set("A", 7, ""), EFI_NOT_FOUND);
 }
 
-TEST_F(Efivarfs, firmwares_rules_are_checked_before_it_is_asked)
+TEST_F(efivarfs, firmwares_rules_are_checked_before_it_is_asked)
 {
     disk.put("A", "data");
     EXPECT_EQ(set("A", 3, "data"), EFI_INVALID_PARAMETER);
@@ -107,13 +106,13 @@ TEST_F(Efivarfs, firmwares_rules_are_checked_before_it_is_asked)
     EXPECT_EQ(disk.get("A"), std::string("\7\0\0\0data", 8));
 }
 
-TEST_F(Efivarfs, capacity_and_signatures_are_the_firmwares_own_affair)
+TEST_F(efivarfs, capacity_and_signatures_are_the_firmwares_own_affair)
 {
     EXPECT_EQ(set("A", 0x27, std::string(40000, 'x')), EFI_SUCCESS);
     EXPECT_EQ(disk.get("A").size(), 40004u);
 }
 
-TEST_F(Efivarfs, refused_write_has_the_firmwares_word_and_leaves_no_new_file)
+TEST_F(efivarfs, refused_write_has_the_firmwares_word_and_leaves_no_new_file)
 {
     for (auto [error, status] :
          {std::pair(EACCES, EFI_SECURITY_VIOLATION), std::pair(ENOSPC, EFI_OUT_OF_RESOURCES),
@@ -125,14 +124,14 @@ TEST_F(Efivarfs, refused_write_has_the_firmwares_word_and_leaves_no_new_file)
     }
 }
 
-TEST_F(Efivarfs, write_that_is_always_broken_off_is_a_device_error)
+TEST_F(efivarfs, write_that_is_always_broken_off_is_a_device_error)
 {
     failing_call failing(wrapped::write, EINTR);
     EXPECT_EQ(set("A", 7, "data"), EFI_DEVICE_ERROR);
     EXPECT_EQ(disk.names().size(), 0u);
 }
 
-TEST_F(Efivarfs, empty_file_is_no_variable_and_can_be_written)
+TEST_F(efivarfs, empty_file_is_no_variable_and_can_be_written)
 {
     disk.put_file(disk.file("A"), "");
     EXPECT_EQ(set("A", 7, ""), EFI_NOT_FOUND);
@@ -144,14 +143,14 @@ TEST_F(Efivarfs, empty_file_is_no_variable_and_can_be_written)
     EXPECT_EQ(disk.get("A"), std::string("\7\0\0\0data", 8));
 }
 
-TEST_F(Efivarfs, name_that_the_kernel_would_change_is_not_made)
+TEST_F(efivarfs, name_that_the_kernel_would_change_is_not_made)
 {
     EXPECT_EQ(set("a/b", 7, "data"), EFI_UNSUPPORTED);
     EXPECT_EQ(disk.names().size(), 0u);
 }
 
-// A new file is immutable from the start where the kernel does not know its name.
-TEST_F(Efivarfs, refused_variable_is_removed_though_immutable)
+// A new file is immutable from the start if the kernel does not know its name.
+TEST_F(efivarfs, refused_variable_is_removed_though_immutable)
 {
     disk.put("probe", "data");
     bool immutable = set_immutable(disk.file("probe"), true) && set_immutable(disk.file("probe"), false);
@@ -169,7 +168,7 @@ TEST_F(Efivarfs, refused_variable_is_removed_though_immutable)
     EXPECT_EQ(disk.names().size(), 0u);
 }
 
-TEST_F(Efivarfs, refused_rewrite_leaves_the_variable)
+TEST_F(efivarfs, refused_rewrite_leaves_the_variable)
 {
     disk.put("A", "data");
     failing_call failing(wrapped::write, ENOSPC);
@@ -177,14 +176,14 @@ TEST_F(Efivarfs, refused_rewrite_leaves_the_variable)
     EXPECT_EQ(disk.get("A"), std::string("\7\0\0\0data", 8));
 }
 
-TEST_F(Efivarfs, short_write_is_a_device_error)
+TEST_F(efivarfs, short_write_is_a_device_error)
 {
     failing_call shortened(wrapped::write, 0, 3);
     EXPECT_EQ(set("A", 7, "data"), EFI_DEVICE_ERROR);
     EXPECT_EQ(disk.names().size(), 0u);
 }
 
-TEST_F(Efivarfs, immutable_flag_is_lifted_for_a_write_and_put_back)
+TEST_F(efivarfs, immutable_flag_is_lifted_for_a_write_and_put_back)
 {
     disk.put("A", "data");
     if (!set_immutable(disk.file("A"), true))
@@ -195,7 +194,7 @@ TEST_F(Efivarfs, immutable_flag_is_lifted_for_a_write_and_put_back)
     EXPECT_EQ(flags_of(disk.file("A")), flags);
 }
 
-TEST_F(Efivarfs, immutable_flag_is_put_back_after_a_refused_write)
+TEST_F(efivarfs, immutable_flag_is_put_back_after_a_refused_write)
 {
     disk.put("A", "data");
     if (!set_immutable(disk.file("A"), true))
@@ -206,7 +205,7 @@ TEST_F(Efivarfs, immutable_flag_is_put_back_after_a_refused_write)
     EXPECT_EQ(flags_of(disk.file("A")), flags);
 }
 
-TEST_F(Efivarfs, immutable_variable_is_deleted)
+TEST_F(efivarfs, immutable_variable_is_deleted)
 {
     disk.put("A", "data");
     if (!set_immutable(disk.file("A"), true))
@@ -215,7 +214,7 @@ TEST_F(Efivarfs, immutable_variable_is_deleted)
     EXPECT_EQ(disk.names().size(), 0u);
 }
 
-TEST_F(Efivarfs, space_is_what_the_file_system_reports)
+TEST_F(efivarfs, space_is_what_the_file_system_reports)
 {
     machine::variable_space space;
     ASSERT_EQ(machine::query_variable_info(*services, 7, &space), EFI_SUCCESS);
@@ -225,7 +224,7 @@ TEST_F(Efivarfs, space_is_what_the_file_system_reports)
 }
 
 // Kernels hold some of the store back: "free" counts that, "available" does not.
-TEST_F(Efivarfs, space_is_what_can_be_written)
+TEST_F(efivarfs, space_is_what_can_be_written)
 {
     const platform_test::replaced_fstatfs reports{[](int, struct statfs *info) {
         *info = {};
@@ -242,7 +241,7 @@ TEST_F(Efivarfs, space_is_what_can_be_written)
     EXPECT_EQ(space.variable, 241504u);
 }
 
-TEST_F(Efivarfs, space_cannot_be_read)
+TEST_F(efivarfs, space_cannot_be_read)
 {
     const platform_test::replaced_fstatfs fails{[](int, struct statfs *) { return EIO; }};
     machine::variable_space space = {1, 2, 3};
@@ -250,7 +249,7 @@ TEST_F(Efivarfs, space_cannot_be_read)
     EXPECT_EQ(space.store, 1u);
 }
 
-TEST_F(Efivarfs, space_is_unsupported_where_nothing_is_reported)
+TEST_F(efivarfs, space_is_unsupported_where_nothing_is_reported)
 {
     machine::owned_fd proc(open("/proc", O_PATH | O_DIRECTORY | O_CLOEXEC));
     machine::variable_space space = {1, 2, 3};
@@ -258,7 +257,7 @@ TEST_F(Efivarfs, space_is_unsupported_where_nothing_is_reported)
     EXPECT_EQ(space.store, 1u);
 }
 
-TEST_F(Efivarfs, reset_below_another_root_is_not_played_on_real_firmware)
+TEST_F(efivarfs, reset_below_another_root_is_not_played_on_real_firmware)
 {
     disk.put("BootNext", std::string("\1\0", 2));
     EXPECT_EQ(machine::reset_system(*services, EFI_RESET_COLD), -1);

@@ -28,7 +28,7 @@ namespace {
 
 using names = std::vector<std::u16string>;
 
-class Enumerate : public testing::Test {
+class variable_walk : public testing::Test {
 protected:
     machine_folder disk;
     device opened;
@@ -56,12 +56,12 @@ protected:
     }
 };
 
-TEST_F(Enumerate, empty_store_is_not_found_at_once)
+TEST_F(variable_walk, empty_store_is_not_found_at_once)
 {
     EXPECT_EQ(all(), names{});
 }
 
-TEST_F(Enumerate, one_variable_comes_once)
+TEST_F(variable_walk, one_variable_comes_once)
 {
     disk.put("A", "data");
     walk steps;
@@ -77,7 +77,7 @@ TEST_F(Enumerate, one_variable_comes_once)
     EXPECT_EQ(steps.text(), u"A");
 }
 
-TEST_F(Enumerate, order_is_that_of_the_file_names_bytes)
+TEST_F(variable_walk, order_is_that_of_the_file_names_bytes)
 {
     for (const char *name : {"b", "B", "a", "\xc3\xa4", "A-", "A", "a!b"})
         disk.put(name, "data");
@@ -85,7 +85,7 @@ TEST_F(Enumerate, order_is_that_of_the_file_names_bytes)
     EXPECT_EQ(all(), (names{u"A-", u"A", u"A", u"B", u"a/b", u"a", u"b", u"\u00e4"}));
 }
 
-TEST_F(Enumerate, same_name_of_two_vendors_comes_twice)
+TEST_F(variable_walk, same_name_of_two_vendors_comes_twice)
 {
     disk.put("A", "data");
     disk.put_file(disk.file("A", other_suffix), "\7\7\7\7data");
@@ -97,7 +97,7 @@ TEST_F(Enumerate, same_name_of_two_vendors_comes_twice)
     EXPECT_EQ(steps.next(opened.fd()), EFI_NOT_FOUND);
 }
 
-TEST_F(Enumerate, what_is_no_variable_is_skipped)
+TEST_F(variable_walk, what_is_no_variable_is_skipped)
 {
     disk.put("A", "data");
     disk.put("Z", "data");
@@ -115,7 +115,7 @@ TEST_F(Enumerate, what_is_no_variable_is_skipped)
     EXPECT_EQ(all(), (names{u"A", u"Z"}));
 }
 
-TEST_F(Enumerate, short_buffer_gets_the_needed_size_and_keeps_the_name)
+TEST_F(variable_walk, short_buffer_gets_the_needed_size_and_keeps_the_name)
 {
     disk.put("BootOrder", "data");
     disk.put("A", "data");
@@ -138,7 +138,7 @@ TEST_F(Enumerate, short_buffer_gets_the_needed_size_and_keeps_the_name)
     EXPECT_EQ(name, platform_test::ucs2(u"BootOrder"));
 }
 
-TEST_F(Enumerate, name_that_does_not_end_in_its_buffer_is_refused)
+TEST_F(variable_walk, name_that_does_not_end_in_its_buffer_is_refused)
 {
     disk.put("A", "data");
     CHAR16 name[2] = {'A', 'B'};
@@ -153,7 +153,7 @@ TEST_F(Enumerate, name_that_does_not_end_in_its_buffer_is_refused)
     }
 }
 
-TEST_F(Enumerate, unknown_previous_name_is_refused)
+TEST_F(variable_walk, unknown_previous_name_is_refused)
 {
     disk.put("A", "data");
     for (const auto &name : {std::u16string(u"B"), std::u16string(1, 0xd800), std::u16string(300, u'a')}) {
@@ -168,7 +168,7 @@ TEST_F(Enumerate, unknown_previous_name_is_refused)
     EXPECT_EQ(other_vendor.next(opened.fd()), EFI_INVALID_PARAMETER);
 }
 
-TEST_F(Enumerate, walk_may_begin_at_any_variable)
+TEST_F(variable_walk, walk_may_begin_at_any_variable)
 {
     for (const char *name : {"A", "B", "C"})
         disk.put(name, "data");
@@ -179,7 +179,7 @@ TEST_F(Enumerate, walk_may_begin_at_any_variable)
     EXPECT_EQ(steps.text(), u"C");
 }
 
-TEST_F(Enumerate, walk_goes_on_from_a_variable_made_meanwhile)
+TEST_F(variable_walk, walk_goes_on_from_a_variable_made_meanwhile)
 {
     disk.put("A", "data");
     disk.put("C", "data");
@@ -192,7 +192,7 @@ TEST_F(Enumerate, walk_goes_on_from_a_variable_made_meanwhile)
     EXPECT_EQ(steps.text(), u"C");
 }
 
-TEST_F(Enumerate, walk_from_the_middle_sees_what_was_made_since_the_last_one)
+TEST_F(variable_walk, walk_from_the_middle_sees_what_was_made_since_the_last_one)
 {
     disk.put("A", "data");
     disk.put("D", "data");
@@ -207,7 +207,7 @@ TEST_F(Enumerate, walk_from_the_middle_sees_what_was_made_since_the_last_one)
     }
 }
 
-TEST_F(Enumerate, variable_made_meanwhile_does_not_come_twice)
+TEST_F(variable_walk, variable_made_meanwhile_does_not_come_twice)
 {
     for (const char *name : {"A", "B", "C"})
         disk.put(name, "data");
@@ -221,7 +221,7 @@ TEST_F(Enumerate, variable_made_meanwhile_does_not_come_twice)
     EXPECT_EQ(found, (names{u"A", u"B", u"C"}));
 }
 
-TEST_F(Enumerate, new_walk_sees_what_has_changed)
+TEST_F(variable_walk, new_walk_sees_what_has_changed)
 {
     disk.put("A", "data");
     EXPECT_EQ(all(), (names{u"A"}));
@@ -230,7 +230,7 @@ TEST_F(Enumerate, new_walk_sees_what_has_changed)
     EXPECT_EQ(all(), (names{u"B"}));
 }
 
-TEST_F(Enumerate, deleting_each_variable_found_visits_all_of_them)
+TEST_F(variable_walk, deleting_each_variable_found_visits_all_of_them)
 {
     put_many(1000);
     walk steps;
@@ -243,14 +243,14 @@ TEST_F(Enumerate, deleting_each_variable_found_visits_all_of_them)
     EXPECT_EQ(disk.names().size(), 0u);
 }
 
-TEST_F(Enumerate, deleting_others_meanwhile_visits_each_remaining_one_once)
+TEST_F(variable_walk, deleting_others_meanwhile_visits_each_remaining_one_once)
 {
     put_many(1000);
     walk steps;
     std::vector<std::u16string> seen;
     while (steps.next(opened.fd()) == EFI_SUCCESS) {
         seen.push_back(steps.text());
-        // Deletes the next one and the one after it, so that every third is left.
+        // Deletes the next one and the one after it: every third is left.
         walk ahead = steps;
         for (int i = 0; i < 2; ++i) {
             if (ahead.next(opened.fd()) == EFI_SUCCESS) {
@@ -262,7 +262,7 @@ TEST_F(Enumerate, deleting_others_meanwhile_visits_each_remaining_one_once)
     EXPECT_EQ(all(), seen);
 }
 
-// Whether a walk from the start through `fd`, deleting what it finds, finds all that have the letter.
+// Whether a walk from the start through `fd` that deletes what it finds visits all with the letter.
 class deleting_walk {
 public:
     deleting_walk(int fd, char16_t which) : number(fd), letter(which) {}
@@ -287,14 +287,14 @@ private:
     walk steps;
 };
 
-TEST_F(Enumerate, walks_that_delete_do_not_disturb_each_other)
+TEST_F(variable_walk, walks_that_delete_do_not_disturb_each_other)
 {
     for (int i = 0; i < 50; ++i) {
         for (const char *letter : {"A", "B"})
             disk.put(letter + std::to_string(100 + i), "data");
     }
     device second;
-    // One step each in turn, through two descriptors and twice through one.
+    // In turn one step of each: through two file descriptors, and twice through one.
     deleting_walk one(opened.fd(), u'A');
     deleting_walk two(second.fd(), u'B');
     deleting_walk three(second.fd(), u'C');
@@ -311,7 +311,7 @@ TEST_F(Enumerate, walks_that_delete_do_not_disturb_each_other)
     EXPECT_EQ(disk.names().size(), 0u);
 }
 
-TEST_F(Enumerate, threads_that_walk_and_delete_do_not_disturb_each_other)
+TEST_F(variable_walk, threads_that_walk_and_delete_do_not_disturb_each_other)
 {
     for (int i = 0; i < 40; ++i) {
         for (const char *letter : {"A", "B", "C", "D"})
@@ -319,7 +319,7 @@ TEST_F(Enumerate, threads_that_walk_and_delete_do_not_disturb_each_other)
     }
     std::vector<std::thread> threads;
     for (char16_t letter : {u'A', u'B', u'C', u'D'}) {
-        // Two of them have a descriptor of their own, two share one.
+        // Two of them have a file descriptor of their own, two share one.
         threads.emplace_back([this, letter] {
             device own;
             deleting_walk all(letter < u'C' ? own.fd() : opened.fd(), letter);
@@ -334,7 +334,7 @@ TEST_F(Enumerate, threads_that_walk_and_delete_do_not_disturb_each_other)
     EXPECT_EQ(disk.names().size(), 0u);
 }
 
-TEST_F(Enumerate, walk_goes_on_through_another_descriptor_from_what_it_deleted)
+TEST_F(variable_walk, walk_goes_on_through_another_descriptor_from_what_it_deleted)
 {
     put_many(30);
     walk steps;
@@ -352,7 +352,7 @@ TEST_F(Enumerate, walk_goes_on_through_another_descriptor_from_what_it_deleted)
     EXPECT_EQ(seen, 30);
 }
 
-TEST_F(Enumerate, walks_of_two_machines_do_not_mix)
+TEST_F(variable_walk, walks_of_two_machines_do_not_mix)
 {
     disk.put("A", "data");
     disk.put("B", "data");
@@ -372,12 +372,12 @@ TEST_F(Enumerate, walks_of_two_machines_do_not_mix)
     EXPECT_EQ(two.next(of_other.fd()), EFI_NOT_FOUND);
 }
 
-TEST_F(Enumerate, sixty_thousand_variables_cost_seconds_through_a_fresh_descriptor_each)
+TEST_F(variable_walk, sixty_thousand_variables_cost_seconds_through_a_fresh_descriptor_each)
 {
     constexpr int count = 60'000;
     put_many(count);
     // A walk that reads the folder anew for each name would read 3,600,000,000 entries here: half an hour.
-    constexpr std::clock_t bound = 60 * CLOCKS_PER_SEC; // of this process's own time
+    constexpr std::clock_t bound = 60 * CLOCKS_PER_SEC; // of this process's time
     std::clock_t start = std::clock();
     walk steps;
     int found = 0;

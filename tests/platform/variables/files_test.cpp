@@ -27,7 +27,7 @@ byte_view view(std::string_view text)
     return std::as_bytes(std::span(text));
 }
 
-class Files : public testing::Test {
+class small_files : public testing::Test {
 protected:
     machine_folder disk;
     owned_fd folder{open(disk.store().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)};
@@ -47,7 +47,7 @@ protected:
     [[nodiscard]] std::string text_of(const char *name) const { return disk.contents(disk.store() / name); }
 };
 
-TEST_F(Files, replaced_file_has_the_new_contents_and_nothing_else_is_left)
+TEST_F(small_files, replaced_file_has_the_new_contents_and_nothing_else_is_left)
 {
     EXPECT_EQ(replace("a", "one"), 0);
     EXPECT_EQ(replace("a", "second"), 0);
@@ -55,7 +55,7 @@ TEST_F(Files, replaced_file_has_the_new_contents_and_nothing_else_is_left)
     EXPECT_EQ(disk.names(), std::vector<std::string>{"a"});
 }
 
-TEST_F(Files, written_file_is_readable_for_all_as_in_efivarfs)
+TEST_F(small_files, written_file_is_readable_for_all_as_in_efivarfs)
 {
     mode_t before = umask(022);
     EXPECT_EQ(replace("a", "one"), 0);
@@ -63,14 +63,14 @@ TEST_F(Files, written_file_is_readable_for_all_as_in_efivarfs)
     EXPECT_EQ(fs::status(disk.store() / "a").permissions(), fs::perms{0644});
 }
 
-TEST_F(Files, write_in_pieces_is_put_together)
+TEST_F(small_files, write_in_pieces_is_put_together)
 {
     failing_call shortened(platform_test::wrapped::write, 0, 3);
     EXPECT_EQ(replace("a", "in three pieces or so"), 0);
     EXPECT_EQ(text_of("a"), "in three pieces or so");
 }
 
-TEST_F(Files, failure_of_any_call_before_the_rename_leaves_the_old_file_alone)
+TEST_F(small_files, failure_of_any_call_before_the_rename_leaves_the_old_file_alone)
 {
     ASSERT_EQ(replace("a", "old"), 0);
     using platform_test::wrapped;
@@ -83,7 +83,7 @@ TEST_F(Files, failure_of_any_call_before_the_rename_leaves_the_old_file_alone)
     }
 }
 
-TEST_F(Files, call_that_is_always_broken_off_ends)
+TEST_F(small_files, call_that_is_always_broken_off_ends)
 {
     ASSERT_EQ(replace("a", "old"), 0);
     using platform_test::wrapped;
@@ -96,8 +96,8 @@ TEST_F(Files, call_that_is_always_broken_off_ends)
     EXPECT_EQ(read("a", &text), EINTR);
 }
 
-// The new value stands; that it survives a crash is what nobody knows.
-TEST_F(Files, failure_of_the_last_call_leaves_the_new_file)
+// The new contents are in place; whether they survive a crash is unknown.
+TEST_F(small_files, failure_of_the_last_call_leaves_the_new_file)
 {
     ASSERT_EQ(replace("a", "old"), 0);
     failing_call failing(platform_test::wrapped::fsync, EIO, 1);
@@ -106,7 +106,7 @@ TEST_F(Files, failure_of_the_last_call_leaves_the_new_file)
     EXPECT_EQ(disk.names(), std::vector<std::string>{"a"});
 }
 
-TEST_F(Files, temporary_names_are_never_shared)
+TEST_F(small_files, temporary_names_are_never_shared)
 {
     std::string own = ".hwplat-" + std::to_string(getpid()) + "-";
     for (int i = 0; i < 200; ++i)
@@ -117,7 +117,7 @@ TEST_F(Files, temporary_names_are_never_shared)
         EXPECT_EQ(text_of((own + std::to_string(i) + ".tmp").c_str()), "another's");
 }
 
-TEST_F(Files, temporary_name_is_recognised)
+TEST_F(small_files, temporary_name_is_recognised)
 {
     EXPECT_TRUE(machine::is_temporary(".hwplat-123-4.tmp"));
     EXPECT_FALSE(machine::is_temporary("hwplat-123-4.tmp"));
@@ -126,7 +126,7 @@ TEST_F(Files, temporary_name_is_recognised)
     EXPECT_FALSE(machine::is_temporary(".hwplat-8be4df61-93ca-11d2-aa0d-00e098032b8c"));
 }
 
-TEST_F(Files, link_in_a_files_place_is_replaced_and_not_followed)
+TEST_F(small_files, link_in_a_files_place_is_replaced_and_not_followed)
 {
     disk.put_file(disk.root() / "outside", "untouched");
     fs::create_symlink(disk.root() / "outside", disk.store() / "a");
@@ -135,7 +135,7 @@ TEST_F(Files, link_in_a_files_place_is_replaced_and_not_followed)
     EXPECT_EQ(disk.contents(disk.root() / "outside"), "untouched");
 }
 
-TEST_F(Files, link_is_not_read_through)
+TEST_F(small_files, link_is_not_read_through)
 {
     disk.put_file(disk.root() / "outside", "secret");
     fs::create_symlink(disk.root() / "outside", disk.store() / "a");
@@ -144,7 +144,7 @@ TEST_F(Files, link_is_not_read_through)
     EXPECT_EQ(text, "");
 }
 
-TEST_F(Files, what_is_no_regular_file_does_not_hang_a_reader)
+TEST_F(small_files, what_is_no_regular_file_does_not_hang_a_reader)
 {
     ASSERT_EQ(mkfifoat(folder.get(), "fifo", 0600), 0);
     fs::create_directory(disk.store() / "folder");
@@ -160,7 +160,7 @@ TEST_F(Files, what_is_no_regular_file_does_not_hang_a_reader)
     EXPECT_EQ(read("socket", &text), EBADMSG);
 }
 
-TEST_F(Files, missing_file_is_enoent)
+TEST_F(small_files, missing_file_is_enoent)
 {
     std::string text;
     EXPECT_EQ(read("a", &text), ENOENT);
@@ -168,7 +168,7 @@ TEST_F(Files, missing_file_is_enoent)
     EXPECT_EQ(machine::remove_file(opened.get(), "a"), ENOENT);
 }
 
-TEST_F(Files, file_is_read_up_to_its_limit)
+TEST_F(small_files, file_is_read_up_to_its_limit)
 {
     disk.put_file(disk.store() / "a", "12345");
     disk.put_file(disk.store() / "empty", "");
@@ -180,7 +180,7 @@ TEST_F(Files, file_is_read_up_to_its_limit)
     EXPECT_EQ(text, "");
 }
 
-TEST_F(Files, huge_sparse_file_is_refused_without_being_read)
+TEST_F(small_files, huge_sparse_file_is_refused_without_being_read)
 {
     disk.put_file(disk.store() / "a", "");
     fs::resize_file(disk.store() / "a", std::uintmax_t{1} << 40);
@@ -188,7 +188,7 @@ TEST_F(Files, huge_sparse_file_is_refused_without_being_read)
     EXPECT_EQ(read("a", &text), EBADMSG);
 }
 
-TEST_F(Files, file_that_says_nothing_of_its_size_is_read_to_its_end)
+TEST_F(small_files, file_that_says_nothing_of_its_size_is_read_to_its_end)
 {
     owned_fd proc(open("/proc/self", O_PATH | O_DIRECTORY | O_CLOEXEC));
     bytes contents;
@@ -197,7 +197,7 @@ TEST_F(Files, file_that_says_nothing_of_its_size_is_read_to_its_end)
     EXPECT_EQ(machine::read_file(proc.get(), "maps", 10, &contents), EBADMSG);
 }
 
-TEST_F(Files, folders_are_opened_without_following_links)
+TEST_F(small_files, folders_are_opened_without_following_links)
 {
     fs::create_directories(disk.root() / "real/inner");
     fs::create_symlink(disk.root() / "real", disk.root() / "link");
@@ -213,7 +213,7 @@ TEST_F(Files, folders_are_opened_without_following_links)
     EXPECT_TRUE(fs::is_directory(disk.root() / "new/inner"));
 }
 
-TEST_F(Files, list_has_every_name_but_the_two_of_folders)
+TEST_F(small_files, list_has_every_name_but_the_two_of_folders)
 {
     disk.put_file(disk.store() / ".hidden", "");
     disk.put_file(disk.store() / "b", "");
@@ -223,7 +223,7 @@ TEST_F(Files, list_has_every_name_but_the_two_of_folders)
     EXPECT_EQ(names, (std::vector<std::string>{".hidden", "b"}));
 }
 
-TEST(Descriptor, closing_leaves_errno_alone)
+TEST(owned_fd, closing_leaves_errno_alone)
 {
     errno = E2BIG;
     {
@@ -232,7 +232,7 @@ TEST(Descriptor, closing_leaves_errno_alone)
     EXPECT_EQ(errno, E2BIG);
 }
 
-TEST(Descriptor, assignment_closes_what_was_held)
+TEST(owned_fd, assignment_closes_what_was_held)
 {
     int fds[2] = {};
     ASSERT_EQ(pipe(fds), 0);
@@ -242,7 +242,7 @@ TEST(Descriptor, assignment_closes_what_was_held)
     EXPECT_EQ(held.get(), fds[1]);
 }
 
-TEST(StatusOf, each_error_has_the_firmwares_word)
+TEST(status_of, each_error_has_the_firmwares_word)
 {
     EXPECT_EQ(machine::status_of(0), EFI_SUCCESS);
     EXPECT_EQ(machine::status_of(ENOENT), EFI_NOT_FOUND);

@@ -38,31 +38,31 @@ std::optional<std::u16string> name_before_guid(const std::string &name)
     return name_in(name + std::string(global_suffix));
 }
 
-TEST(Names, plain_name_is_kept)
+TEST(variable_names, plain_name_is_kept)
 {
     EXPECT_EQ(file_of(u"BootOrder"), "BootOrder");
     EXPECT_EQ(name_before_guid("BootOrder"), u"BootOrder");
 }
 
-TEST(Names, guid_is_written_in_lower_case_and_text_order)
+TEST(variable_names, guid_is_written_in_lower_case_and_text_order)
 {
     const CHAR16 name[] = {'A'};
     EXPECT_EQ(file_name_of(name, platform_test::other_guid), "A-00112233-4455-6677-8899-aabbccddeeff");
 }
 
-TEST(Names, guid_is_read_back)
+TEST(variable_names, guid_is_read_back)
 {
     auto identity = identity_of("A-00112233-4455-6677-8899-aabbccddeeff");
     ASSERT_TRUE(identity);
     EXPECT_EQ(std::memcmp(&identity->guid, &platform_test::other_guid, sizeof(EFI_GUID)), 0);
 }
 
-TEST(Names, guid_in_upper_case_is_no_variable)
+TEST(variable_names, guid_in_upper_case_is_no_variable)
 {
     EXPECT_FALSE(identity_of("A-00112233-4455-6677-8899-AABBCCDDEEFF"));
 }
 
-TEST(Names, name_may_hold_dashes_and_another_guid)
+TEST(variable_names, name_may_hold_dashes_and_another_guid)
 {
     std::u16string name = u"a-8be4df61-93ca-11d2-aa0d-00e098032b8c";
     EXPECT_EQ(file_of(name), "a-8be4df61-93ca-11d2-aa0d-00e098032b8c");
@@ -70,14 +70,14 @@ TEST(Names, name_may_hold_dashes_and_another_guid)
     EXPECT_EQ(name_before_guid("-"), u"-");
 }
 
-TEST(Names, slash_is_an_exclamation_mark_in_the_file_name)
+TEST(variable_names, slash_is_an_exclamation_mark_in_the_file_name)
 {
     EXPECT_EQ(file_of(u"a/b"), "a!b");
     EXPECT_EQ(name_before_guid("a!b"), u"a/b");
     EXPECT_EQ(file_of(u"a!b"), "a!b");
 }
 
-TEST(Names, no_name_leads_out_of_the_folder)
+TEST(variable_names, no_name_leads_out_of_the_folder)
 {
     for (std::u16string_view name : {u"../x", u"/etc/passwd", u"..", u".", u"/", u"../../../../etc/shadow"}) {
         auto file = file_of(name);
@@ -86,20 +86,20 @@ TEST(Names, no_name_leads_out_of_the_folder)
     }
 }
 
-TEST(Names, every_length_of_utf8_goes_both_ways)
+TEST(variable_names, every_length_of_utf8_goes_both_ways)
 {
     EXPECT_EQ(file_of(u"\u007f\u0080\u07ff\u0800\uffff"), "\x7f\xc2\x80\xdf\xbf\xe0\xa0\x80\xef\xbf\xbf");
     EXPECT_EQ(name_before_guid("\x7f\xc2\x80\xdf\xbf\xe0\xa0\x80\xef\xbf\xbf"),
               u"\u007f\u0080\u07ff\u0800\uffff");
 }
 
-TEST(Names, pair_of_surrogates_is_one_character)
+TEST(variable_names, pair_of_surrogates_is_one_character)
 {
     EXPECT_EQ(file_of(u"\U00010000\U0010ffff"), "\xf0\x90\x80\x80\xf4\x8f\xbf\xbf");
     EXPECT_EQ(name_before_guid("\xf0\x90\x80\x80\xf4\x8f\xbf\xbf"), u"\U00010000\U0010ffff");
 }
 
-TEST(Names, unpaired_surrogate_is_refused)
+TEST(variable_names, unpaired_surrogate_is_refused)
 {
     for (std::u16string name : {std::u16string(1, 0xd800), std::u16string(1, 0xdc00),
                                 std::u16string{0xd800, u'a'}, std::u16string{0xdc00, 0xd800},
@@ -107,13 +107,13 @@ TEST(Names, unpaired_surrogate_is_refused)
         EXPECT_FALSE(file_of(name));
 }
 
-TEST(Names, empty_name_is_refused)
+TEST(variable_names, empty_name_is_refused)
 {
     EXPECT_FALSE(file_of(u""));
     EXPECT_FALSE(identity_of(global_suffix));
 }
 
-TEST(Names, file_name_may_have_255_bytes_and_no_more)
+TEST(variable_names, file_name_may_have_255_bytes_and_no_more)
 {
     constexpr std::size_t longest = 255 - 37;
     EXPECT_TRUE(file_of(std::u16string(longest, u'a')));
@@ -124,7 +124,7 @@ TEST(Names, file_name_may_have_255_bytes_and_no_more)
     EXPECT_FALSE(name_before_guid(std::string(longest + 1, 'a')));
 }
 
-TEST(Names, what_is_no_shortest_utf8_is_no_variable)
+TEST(variable_names, what_is_no_shortest_utf8_is_no_variable)
 {
     for (const char *bad :
          {"\x80", "\xc0\xaf", "\xc1\xbf", "\xe0\x80\xaf", "\xf0\x80\x80\xaf", "\xed\xa0\x80", "\xed\xbf\xbf",
@@ -132,7 +132,7 @@ TEST(Names, what_is_no_shortest_utf8_is_no_variable)
         EXPECT_FALSE(name_before_guid(bad)) << testing::PrintToString(std::string(bad));
 }
 
-TEST(Names, file_without_a_whole_guid_is_no_variable)
+TEST(variable_names, file_without_a_whole_guid_is_no_variable)
 {
     for (const char *bad :
          {"", "a", "-", "BootOrder", "BootOrder-8be4df61-93ca-11d2-aa0d-00e098032b8",
@@ -142,7 +142,7 @@ TEST(Names, file_without_a_whole_guid_is_no_variable)
         EXPECT_FALSE(identity_of(bad)) << bad;
 }
 
-TEST(Names, terminator_is_looked_for_within_the_size_only)
+TEST(variable_names, terminator_is_looked_for_within_the_size_only)
 {
     const CHAR16 name[] = {'a', 'b', 0, 'c', 0};
     EXPECT_EQ(machine::terminated_name(name, 10)->size(), 2u);
@@ -152,7 +152,7 @@ TEST(Names, terminator_is_looked_for_within_the_size_only)
     EXPECT_FALSE(machine::terminated_name(name, 0));
 }
 
-TEST(Names, no_size_makes_a_name_be_read_beyond_the_longest_possible)
+TEST(variable_names, no_size_makes_a_name_be_read_beyond_the_longest_possible)
 {
     std::vector<CHAR16> endless(256, u'a');
     EXPECT_FALSE(machine::terminated_name(endless.data(), ~UINTN{0}));

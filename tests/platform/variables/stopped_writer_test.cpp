@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A writer is killed before each of its system calls in turn: what it was writing is then old or new, never
+// A writer is killed before each of its system calls in turn. The value must be old or new afterwards, never
 // torn.
 #include <csignal>
 #include <functional>
@@ -40,8 +40,8 @@ struct traced {
     long killed_at = -1;    // the call that was not
 };
 
-// Runs `body` in a child process, which is killed as it enters its system call number `last` (from 0), so
-// that this one is not carried out.
+// Runs `body` in a child process and kills it as it enters its system call number `last` (from 0), which is
+// not carried out.
 traced run_up_to(std::size_t last, const std::function<void()> &body)
 {
     traced result;
@@ -83,11 +83,11 @@ traced run_up_to(std::size_t last, const std::function<void()> &body)
     }
 }
 
-class Kill : public testing::Test {
+class stopped_writer : public testing::Test {
 protected:
     machine_folder disk;
 
-    // What a killed writer left would make the next one's calls others; so would the lock that it made.
+    // The files of a killed writer, or its lock's, would change the calls of the next writer.
     void remove_temporaries() const
     {
         fs::remove(disk.state("lock"));
@@ -100,8 +100,8 @@ protected:
         }
     }
 
-    // Kills `body` at every system call, from the state that `prepare` makes, and hands what is left to
-    // `check`. The calls `expected` must have been among those.
+    // Kills `body` at every system call, each time from the state that `prepare` makes, and lets `check` look
+    // at the result. The calls must include `expected`.
     void at_every_call(const std::function<void()> &prepare, const std::function<void()> &body,
                        const std::function<void()> &check, const std::set<long> &expected) const
     {
@@ -119,7 +119,7 @@ protected:
                 killed_at.push_back(run.killed_at);
                 continue;
             }
-            // The whole run makes the very calls at which the others ended: none was left out.
+            // The uninterrupted run makes exactly the calls at which the others ended: none was left out.
             EXPECT_EQ(run.made, killed_at);
             for (long call : expected)
                 EXPECT_NE(std::ranges::count(killed_at, call), 0) << "never made: " << call;
@@ -127,7 +127,7 @@ protected:
         }
     }
 
-    // The variable has one of two values; it can be written; nothing of the killed writer stays then.
+    // The variable has one of two values. A write works, and removes what the killed writer left.
     void expect_one_of(const std::string &before, const std::string &after) const
     {
         std::string found = disk.get("A");
@@ -142,7 +142,7 @@ protected:
     const std::string old_value = in_attributes(7) + "the old value";
 };
 
-TEST_F(Kill, creating_leaves_nothing_or_the_whole_variable)
+TEST_F(stopped_writer, creating_leaves_nothing_or_the_whole_variable)
 {
     at_every_call([&] { fs::remove(disk.file("A")); },
                   [] {
@@ -153,7 +153,7 @@ TEST_F(Kill, creating_leaves_nothing_or_the_whole_variable)
                   {SYS_openat, SYS_flock, SYS_write, SYS_fsync});
 }
 
-TEST_F(Kill, rewriting_leaves_the_old_value_or_the_new_one)
+TEST_F(stopped_writer, rewriting_leaves_the_old_value_or_the_new_one)
 {
     at_every_call([&] { disk.put("A", "the old value"); },
                   [] {
@@ -164,7 +164,7 @@ TEST_F(Kill, rewriting_leaves_the_old_value_or_the_new_one)
                   {SYS_openat, SYS_flock, SYS_write, SYS_fsync});
 }
 
-TEST_F(Kill, appending_leaves_the_old_value_or_the_whole_new_one)
+TEST_F(stopped_writer, appending_leaves_the_old_value_or_the_whole_new_one)
 {
     at_every_call([&] { disk.put("A", "the old value"); },
                   [] {
@@ -175,7 +175,7 @@ TEST_F(Kill, appending_leaves_the_old_value_or_the_whole_new_one)
                   {SYS_openat, SYS_flock, SYS_write, SYS_fsync});
 }
 
-TEST_F(Kill, deleting_leaves_the_old_value_or_nothing)
+TEST_F(stopped_writer, deleting_leaves_the_old_value_or_nothing)
 {
     at_every_call([&] { disk.put("A", "the old value"); },
                   [] {
@@ -186,7 +186,7 @@ TEST_F(Kill, deleting_leaves_the_old_value_or_nothing)
                   {SYS_openat, SYS_flock, SYS_unlinkat, SYS_fsync});
 }
 
-TEST_F(Kill, reset_can_be_played_again)
+TEST_F(stopped_writer, reset_can_be_played_again)
 {
     std::string option = in_attributes(1) + std::string("\4\0d\0\0\0\x7f\xff\4\0", 10);
     disk.put("Boot0001", option);
@@ -215,7 +215,7 @@ TEST_F(Kill, reset_can_be_played_again)
                   check, {SYS_write, SYS_fsync, SYS_unlinkat});
 }
 
-TEST_F(Kill, count_is_never_given_out_twice_and_its_file_never_torn)
+TEST_F(stopped_writer, count_is_never_given_out_twice_and_its_file_never_torn)
 {
     auto count = [] {
         device opened;

@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-class Store : public testing::Test {
+class variable_store : public testing::Test {
 protected:
     machine_folder disk;
     std::unique_ptr<machine::runtime_services> services = machine::open_services();
@@ -38,7 +38,7 @@ protected:
     }
 };
 
-TEST_F(Store, file_is_attributes_and_data)
+TEST_F(variable_store, file_is_attributes_and_data)
 {
     disk.put("A", "data", 0x80000007);
     machine::stored_variable found;
@@ -48,7 +48,7 @@ TEST_F(Store, file_is_attributes_and_data)
     EXPECT_TRUE(is_there(name("A")));
 }
 
-TEST_F(Store, file_of_fewer_than_four_bytes_is_damaged)
+TEST_F(variable_store, file_of_fewer_than_four_bytes_is_damaged)
 {
     for (const char *contents : {"", "1", "12", "123"}) {
         disk.put_file(disk.file("A"), contents);
@@ -58,7 +58,7 @@ TEST_F(Store, file_of_fewer_than_four_bytes_is_damaged)
     }
 }
 
-TEST_F(Store, file_that_cannot_be_looked_at_is_not_absent)
+TEST_F(variable_store, file_that_cannot_be_looked_at_is_not_absent)
 {
     disk.put("A", "data");
     disk.put("B", "data");
@@ -74,8 +74,8 @@ TEST_F(Store, file_that_cannot_be_looked_at_is_not_absent)
     EXPECT_EQ(machine::next_variable(*services, &size, text.data(), &guid), EFI_DEVICE_ERROR);
 }
 
-// All variables of a machine that was taken away are not "none".
-TEST_F(Store, folder_that_is_gone_has_no_empty_list)
+// A machine that was removed does not have "no variables".
+TEST_F(variable_store, folder_that_is_gone_has_no_empty_list)
 {
     fs::remove(disk.store());
     std::vector<CHAR16> text(10);
@@ -89,7 +89,7 @@ TEST_F(Store, folder_that_is_gone_has_no_empty_list)
               EFI_DEVICE_ERROR);
 }
 
-TEST_F(Store, empty_file_is_one_that_an_efivarfs_was_never_given)
+TEST_F(variable_store, empty_file_is_one_that_an_efivarfs_was_never_given)
 {
     disk.put_file(disk.file("A"), "");
     machine::stored_variable found;
@@ -99,7 +99,7 @@ TEST_F(Store, empty_file_is_one_that_an_efivarfs_was_never_given)
     EXPECT_FALSE(is_there(name("A")));
 }
 
-TEST_F(Store, file_of_four_bytes_is_a_variable_that_does_not_exist)
+TEST_F(variable_store, file_of_four_bytes_is_a_variable_that_does_not_exist)
 {
     disk.put("A", "");
     machine::stored_variable found;
@@ -107,7 +107,7 @@ TEST_F(Store, file_of_four_bytes_is_a_variable_that_does_not_exist)
     EXPECT_FALSE(is_there(name("A")));
 }
 
-TEST_F(Store, what_is_no_regular_file_is_damaged)
+TEST_F(variable_store, what_is_no_regular_file_is_damaged)
 {
     fs::create_directory(disk.file("Folder"));
     ASSERT_EQ(mkfifo(disk.file("Fifo").c_str(), 0600), 0);
@@ -120,7 +120,7 @@ TEST_F(Store, what_is_no_regular_file_is_damaged)
     }
 }
 
-TEST_F(Store, file_larger_than_any_variable_is_damaged)
+TEST_F(variable_store, file_larger_than_any_variable_is_damaged)
 {
     disk.put("A", "data");
     fs::resize_file(disk.file("A"), machine::largest_variable_file + 1);
@@ -131,7 +131,7 @@ TEST_F(Store, file_larger_than_any_variable_is_damaged)
     EXPECT_EQ(read("A", &found), EFI_SUCCESS);
 }
 
-TEST_F(Store, says_what_it_passes_over_when_asked_to)
+TEST_F(variable_store, says_what_it_passes_over_when_asked_to)
 {
     disk.put_file(disk.file("A"), "12");
     environment debug("HWPLAT_DEBUG", "1");
@@ -141,7 +141,7 @@ TEST_F(Store, says_what_it_passes_over_when_asked_to)
               "hwplat: skipped variable '" + name("A") + "': damaged, or without data\n");
 }
 
-TEST_F(Store, space_is_attributes_name_with_terminator_and_data)
+TEST_F(variable_store, space_is_attributes_name_with_terminator_and_data)
 {
     EXPECT_EQ(machine::space_taken(9, 4), 4u + 20u + 4u);
     disk.put("BootOrder", "1234");
@@ -153,7 +153,7 @@ TEST_F(Store, space_is_attributes_name_with_terminator_and_data)
     EXPECT_EQ(used, (4u + 20u + 4u) + (4u + 4u + 1u));
 }
 
-TEST_F(Store, what_stopped_writers_left_is_removed_under_the_lock_only)
+TEST_F(variable_store, what_stopped_writers_left_is_removed_under_the_lock_only)
 {
     disk.put_file(disk.store() / ".hwplat-1-1.tmp", "half");
     UINT64 used = 1;
@@ -164,7 +164,7 @@ TEST_F(Store, what_stopped_writers_left_is_removed_under_the_lock_only)
     EXPECT_EQ(disk.names().size(), 0u);
 }
 
-TEST_F(Store, capacity_is_256_kib_and_32_kib_a_variable_unless_the_machine_says_otherwise)
+TEST_F(variable_store, capacity_is_256_kib_and_32_kib_a_variable_unless_the_machine_says_otherwise)
 {
     machine::capacity limits;
     EXPECT_EQ(machine::capacity_of(*services, &limits), EFI_SUCCESS);
@@ -176,7 +176,7 @@ TEST_F(Store, capacity_is_256_kib_and_32_kib_a_variable_unless_the_machine_says_
     EXPECT_EQ(limits.variable, 100u);
 }
 
-TEST_F(Store, capacity_that_makes_no_sense_is_not_taken_as_absent)
+TEST_F(variable_store, capacity_that_makes_no_sense_is_not_taken_as_absent)
 {
     for (const char *text :
          {"", "1000", "0 100\n", "1000 -1\n", "1000 99999999\n", "99999999999999999999 1\n"}) {
