@@ -9,6 +9,7 @@
 
 #include "tests/tool/support.h"
 #include "tools/machine/devicepaths.h"
+#include "tools/machine/pathnodes.h"
 #include "tools/text/failure.h"
 
 namespace tool_test {

@@ -4,9 +4,9 @@
 #include <filesystem>
 #include <set>
 
-#include "tools/machine/devicepaths.h"
 #include "tools/machine/firmware.h"
 #include "tools/text/failure.h"
+#include "tools/text/output.h"
 
 namespace tool {
 

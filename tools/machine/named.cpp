@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "tools/machine/named.h"
 
-#include "tools/machine/devicepaths.h"
 #include "tools/text/failure.h"
 #include "tools/text/output.h"
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-// Editing packed paths node by node, without a detour through text.
+#include "tools/machine/pathnodes.h"
+
 #include <algorithm>
 
-#include "tools/machine/devicepaths.h"
 #include "tools/text/failure.h"
 #include "tools/text/loadoption.h"
 

@@ -6,6 +6,7 @@
 #include "tools/machine/changes.h"
 #include "tools/machine/devicepaths.h"
 #include "tools/machine/lock.h"
+#include "tools/machine/pathnodes.h"
 #include "tools/ovra/arguments.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"

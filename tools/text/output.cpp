@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <unistd.h>
 
@@ -28,6 +29,13 @@ void print_json(const json &document)
 {
     // A description can hold what is no text: it becomes U+FFFD.
     print(escaped_in_json(document.dump(2, ' ', false, json::error_handler_t::replace)) + '\n');
+}
+
+void warn(const std::string &what, const std::string &advice)
+{
+    fprintf(stderr, "ovra: warning: %s\n", what.c_str());
+    if (!advice.empty())
+        fprintf(stderr, "  %s\n", advice.c_str());
 }
 
 void table::row(std::vector<std::string> cells)
