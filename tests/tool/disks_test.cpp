@@ -433,7 +433,7 @@ TEST_F(Disks, that_are_not_there_are_refused)
         EXPECT_EQ(created.out, "") << disk;
     }
     EXPECT_EQ(
-        run({"find", "sda"}).err,
+        whole(run({"find", "sda"}).err),
         "ovra: \"sda\" is the whole disk c5t0d0\n"
         "  One of its slices or partitions is needed. 'ovra disks' shows the disks with their names.\n");
     EXPECT_EQ(get("Boot0008"), "(none)");

@@ -343,9 +343,10 @@ std::string firmware_file(std::string file)
 
 void warn(const std::string &what, const std::string &advice)
 {
-    fprintf(stderr, "ovra: warning: %s\n", what.c_str());
+    const std::string name = "ovra: warning: ";
+    fprintf(stderr, "%s%s\n", name.c_str(), broken(what, name.size()).c_str());
     if (!advice.empty())
-        fprintf(stderr, "  %s\n", advice.c_str());
+        fprintf(stderr, "  %s\n", broken(advice, 2).c_str());
 }
 
 json as_json(const decoded_path &path)

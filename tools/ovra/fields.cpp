@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "tools/ovra/failure.h"
@@ -14,14 +15,21 @@ namespace tool {
 
 namespace {
 
-constexpr size_t file_limit = 1 << 20; // far above what firmware stores; an endless file ends here
+constexpr size_t file_limit = 1 << 20; // far above what firmware stores
 
 bytes contents(const std::string &file)
 {
     const std::string cannot = "cannot read " + (file.empty() ? "\"\"" : printable(file)) + ": ";
-    const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    // Not blocking, as the name may be a FIFO's or a terminal's.
+    const int fd = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd == -1)
         throw failure(cannot + strerror(errno));
+    struct stat info = {};
+    if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        const bool is_folder = S_ISDIR(info.st_mode);
+        close(fd);
+        throw failure(cannot + (is_folder ? strerror(EISDIR) : "it is no regular file"));
+    }
     bytes data(file_limit + 1);
     size_t size = 0;
     ssize_t part = 0;

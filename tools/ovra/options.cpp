@@ -23,13 +23,22 @@ uint16_t option_argument(const std::string &text)
 {
     const auto number = parse_option(text);
     if (!number)
-        throw usage_error(in_quotes(text) +
-                          " is no boot option: they are named Boot and four hexadecimal digits, as Boot001F");
+        throw usage_error(in_quotes(text) + " is no boot option: Boot and four hex digits, as Boot001F");
     return *number;
+}
+
+// Programs read it as octal or as decimal: nobody can tell which is meant. (In the names of options all
+// digits are hexadecimal.)
+void refuse_leading_zero(const std::string &text)
+{
+    const size_t sign = text.starts_with('-') ? 1 : 0;
+    if (text.size() > sign + 1 && text[sign] == '0' && text[sign + 1] >= '0' && text[sign + 1] <= '9')
+        throw usage_error(in_quotes(text) + " has a leading zero, which may mean octal: leave it out");
 }
 
 int position_argument(const std::string &text)
 {
+    refuse_leading_zero(text);
     int position = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), position);
     if (text.empty() || error != std::errc() || end != text.data() + text.size())
@@ -210,6 +219,7 @@ void set_options(CLI::App &verb, arguments &args)
     file_option(verb, args);
     auto *attributes = value(verb, "--attr", "N", "attributes: the whole 32-bit number, as 0x1",
                              [&args](const std::string &text) {
+                                 refuse_leading_zero(text);
                                  args.attributes = parse_number(text);
                                  if (!args.attributes)
                                      throw usage_error("--attr: " + in_quotes(text) + " is no 32-bit number");

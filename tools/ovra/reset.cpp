@@ -64,7 +64,11 @@ void reset(firmware &machine, const arguments &args)
     // A real machine does not come back from this.
     changes.make(
         {"reset", "reset", std::string("the machine (") + type + ")", {{"type", type}}, {}, {}},
-        [&] { machine.reset(args.reset); }, [&] { machine.check_reset(); });
+        [&] {
+            machine.check_reset(); // so that the start is not half played
+            machine.reset(args.reset);
+        },
+        [&] { machine.check_reset(); });
     if (!args.dry_run) {
         const auto booted = named_or_none(machine, &firmware::current);
         changes.remark(booted ? "booted " + option_name(*booted) + "  " + description_of(machine, *booted)
@@ -94,9 +98,7 @@ void run_reset(const std::string &folder, const arguments &args)
     } catch (not_confirmed &) {
         throw;
     } catch (failure &reason) {
-        const std::string other = other_way(args);
-        if (!other.empty())
-            reason.advice += (reason.advice.empty() ? "" : "\n") + other;
+        reason.advise(other_way(args));
         throw;
     }
 }

@@ -27,10 +27,9 @@ void require_kept(uint16_t number, const variable &stored_option, const load_opt
     if (keeps_description) {
         const auto text = to_ucs2(read.description);
         if (!text || differs(parts->description, stored(*text)))
-            throw failure(
-                cannot + "its description would not stay as it is",
-                "It is longer than can be read back, or has characters that are no text. Give --desc "
-                "as well.");
+            throw failure(cannot + "its description would not stay as it is",
+                          "It is longer than can be read back, or has characters that are no text. Give\n"
+                          "--desc as well.");
     }
     if (differs(parts->path, read.path))
         throw failure(cannot + "its path would not stay as it is");
