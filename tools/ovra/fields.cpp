@@ -46,6 +46,21 @@ bytes contents(const std::string &file)
     return data;
 }
 
+// What firmware goes by when it looks for the disk of a path may be that of another disk, or of none.
+void warn_of_wrong_disks(const chosen_disk &disk, const arguments &args)
+{
+    if (disk.is_logical)
+        warn("the path has the number 0 for " + disk.name + ", a logical partition",
+             "Firmware that goes by the number does not find it.");
+    if (args.full)
+        return;
+    for (const chosen_disk &other : twins_of(disk))
+        warn(other.name + ", /dev/" + printable(other.kernel_name) + ", has the same " +
+                 (disk.partuuid.empty() ? "MBR signature" : "PARTUUID") + " as " + disk.name,
+             std::string("The firmware may take either.") +
+                 (args.disk ? " With --full the path leads to one of them alone." : ""));
+}
+
 } // namespace
 
 std::optional<bytes> given_optional_data(const arguments &args)
@@ -79,6 +94,7 @@ given_path given_devices(device_paths &paths, const arguments &args, const std::
     if (!std::equal(node.begin(), node.end(), disk.node.begin(), disk.node.end()))
         throw failure("the disks changed: " + disk.name + " is another one now",
                       "Nothing was written. Try again.");
+    warn_of_wrong_disks(disk, args);
     return {packed, disk.members()};
 }
 
