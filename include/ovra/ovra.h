@@ -51,9 +51,9 @@
  *    its own.
  *  - A handle stays with the variables of the machine that it was opened on, but disks and the device tree
  *    are looked up by name at each call: behind a chroot they are another machine's.
- *  - fork waits until no thread is inside a text conversion, so that the child may use the library, with
- *    handles of its own. (_Fork and clone do not wait.) The descriptor of an inherited handle is one for
- *    both processes.
+ *  - fork waits, from the return of the program's first ovra_init on, until no thread is inside a text
+ *    conversion, so that the child may use the library, with handles of its own. (_Fork and clone do not
+ *    wait.) The descriptor of an inherited handle is one for both processes.
  *  - pthread_cancel takes effect behind a call, not in the middle: calls that wait hold it off.
  *    Asynchronous cancellation (PTHREAD_CANCEL_ASYNCHRONOUS) must not be on inside the library.
  *  - Once loaded, the library stays loaded: dlclose does not unload it.

@@ -38,17 +38,6 @@ std::vector<row> golden(const std::string &machine)
     return rows;
 }
 
-std::string to_hex(const void *data, int size)
-{
-    std::string text;
-    for (int i = 0; i < size; ++i) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02x", static_cast<const unsigned char *>(data)[i]);
-        text += digits;
-    }
-    return text;
-}
-
 std::vector<std::string> strings(char **array)
 {
     std::vector<std::string> all;

@@ -26,17 +26,6 @@ namespace {
 
 using namespace devices_test;
 
-std::string to_hex(const void *data, int size)
-{
-    std::string text;
-    for (int i = 0; i < size; ++i) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02x", static_cast<const unsigned char *>(data)[i]);
-        text += digits;
-    }
-    return text;
-}
-
 // A handle whose switches are off: messages are no system calls of reading.
 class library {
 public:

@@ -167,6 +167,17 @@ std::optional<std::uint64_t> attribute(kvlist_t *list, const char *name)
     return std::nullopt;
 }
 
+std::string to_hex(const void *data, int size)
+{
+    std::string text;
+    for (int i = 0; i < size; ++i) {
+        char digits[3];
+        std::snprintf(digits, sizeof digits, "%02x", static_cast<const unsigned char *>(data)[i]);
+        text += digits;
+    }
+    return text;
+}
+
 std::vector<std::string> drives()
 {
     std::vector<std::string> rows;

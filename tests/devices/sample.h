@@ -55,6 +55,9 @@ public:
     static void patch(const fs::path &image, std::uint64_t offset, const std::string &bytes);
 };
 
+/* Bytes as hexadecimal digits. */
+std::string to_hex(const void *data, int size);
+
 /* What the calls of libvolset give, as a row of text for each: "c0t0d0s0 2048 40960". */
 std::vector<std::string> drives();  /* name, tree path, Linux name, block size and number of blocks */
 std::vector<std::string> volumes(); /* partitions and slices of all media: name, start, size */

@@ -19,6 +19,7 @@ namespace tool {
 
 namespace {
 
+constexpr unsigned last_primary = 4; // number of a partition of an MBR
 constexpr std::string_view slice_folder = "/dev/dsk/";
 constexpr std::string_view partition_folder = "/dev/rdsk/";
 
@@ -207,6 +208,7 @@ chosen_disk chosen(const drive &drive, const volume &volume)
         disk.partuuid = guid_text(volume.guid);
     if (drive.signature)
         disk.signature = format("%08x", *drive.signature);
+    disk.is_logical = !volume.is_slice && volume.number > last_primary;
     if (!volume.is_slice && volume.number != 0 && drive.signature)
         disk.partuuid = disk.signature + format("-%02x", volume.number);
     return disk;
@@ -228,7 +230,6 @@ std::vector<drive> read_drives(bool media)
 
 bytes hard_drive_node(const drive &drive, const volume &volume)
 {
-    constexpr unsigned last_primary = 4;
     uefi_hard_drive_path_t node = {};
     node.type = UEFI_MEDIA;
     node.subtype = 1;
@@ -330,6 +331,22 @@ chosen_disk find_disk(const std::string &text)
     if (drives.empty())
         require_devices();
     throw failure("no disk is named " + in_quotes(text), advice);
+}
+
+std::vector<chosen_disk> twins_of(const chosen_disk &disk)
+{
+    std::vector<chosen_disk> twins;
+    for (const drive &drive : read_drives(true)) {
+        for (const volume &volume : drive.volumes) {
+            const chosen_disk other = chosen(drive, volume);
+            const bool same = disk.partuuid.empty()
+                                  ? other.partuuid.empty() && other.signature == disk.signature
+                                  : other.partuuid == disk.partuuid;
+            if (same && other.name != disk.name)
+                twins.push_back(other);
+        }
+    }
+    return twins;
 }
 
 std::string guid_text(byte_view guid)

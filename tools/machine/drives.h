@@ -54,6 +54,7 @@ struct chosen_disk {
     std::string partuuid;    // Linux's name for what identifies it; empty for the whole disk
     std::string signature;   // of an MBR
     bytes node;              // hard_drive_node() of it
+    bool is_logical = false; // a partition of an MBR whose number is not in the node
 
     // "/dev/sda1 is c0t0d0s0, PARTUUID=..." of what was typed.
     std::string told_of(const std::string &typed) const;
@@ -64,6 +65,9 @@ struct chosen_disk {
 // The disk of a name: the machine's ("c0t0d0s0", "/dev/dsk/c0t0d0s0"), Linux's ("sda1", "/dev/sda1"), or
 // "PARTUUID=..." or "/dev/disk/by-partuuid/...". Throws a failure.
 chosen_disk find_disk(const std::string &text);
+
+// The other slices or partitions that have what identifies this one, as those of a copied disk do.
+std::vector<chosen_disk> twins_of(const chosen_disk &disk);
 
 // "12345678-9abc-..." of a GUID's 16 bytes as they stand on disk.
 std::string guid_text(byte_view guid);

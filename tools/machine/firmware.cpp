@@ -8,6 +8,7 @@
 #include <fstream>
 #include <regex>
 #include <set>
+#include <tuple>
 #include <unistd.h>
 
 #include "tools/machine/capture.h"
@@ -199,6 +200,11 @@ std::string firmware::variables_folder() const
     return root_folder() + "/sys/firmware/efi/efivars";
 }
 
+std::string firmware::state_folder() const
+{
+    return root_folder() + "/var/lib/hwplat";
+}
+
 std::string firmware::not_there() const
 {
     const std::string root = root_folder();
@@ -207,12 +213,13 @@ std::string firmware::not_there() const
     if (!is_there(root + "/sys/firmware"))
         return "/sys is not mounted: 'mount -t sysfs sysfs /sys' does it." + in_a_folder;
     if (started_with_no_runtime(root))
-        return "The kernel was started with \"efi=noruntime\" or \"noefi\" and does not call the firmware:\n"
-               "start it without that word." +
+        return "The kernel was started with \"efi=noruntime\" or \"noefi\" and does not call the\n"
+               "firmware: start it without that word." +
                in_a_folder;
     if (!is_there(root + "/sys/firmware/efi"))
         return "It was not started by UEFI firmware." + in_a_folder;
-    return "efivarfs is not mounted: 'mount -t efivarfs efivarfs /sys/firmware/efi/efivars' does it.\n"
+    return "efivarfs is not mounted:\n"
+           "'mount -t efivarfs efivarfs /sys/firmware/efi/efivars' does it.\n"
            "Where that fails, the kernel has no efivarfs or does not call the firmware." +
            in_a_folder;
 }
@@ -243,6 +250,14 @@ void firmware::check(const std::string &what, EFI_STATUS status)
         throw failure(what + ": " + status_name(status) +
                           (error != 0 ? std::string(": ") + strerror(error) : std::string()),
                       {}, messages);
+}
+
+void firmware::require_state(const std::string &what, EFI_STATUS status, const std::string &state,
+                             const std::string &repair)
+{
+    if (!is_live() && is_damaged({status, error, 0, {}}))
+        throw damaged(what + ": " + state_folder() + '/' + state + " is damaged", repair, messages);
+    check(what, status);
 }
 
 void firmware::require_read(const std::string &name, const variable &read, const std::string &when_damaged)
@@ -345,7 +360,7 @@ EFI_TIME firmware::time(EFI_TIME_CAPABILITIES *capabilities)
     const EFI_STATUS status = service("cannot read the clock", [&](EFI_STATUS *answer) {
         return ovra_get_time(handle, &now, capabilities, answer);
     });
-    check("cannot read the clock", status);
+    require_state("cannot read the clock", status, clock_state, "'ovra time --set' writes a new one.");
     return now;
 }
 
@@ -357,7 +372,13 @@ firmware::alarm firmware::wakeup_time()
     const EFI_STATUS status = service("cannot read the wake-up alarm", [&](EFI_STATUS *answer) {
         return ovra_get_wakeup_time(handle, &enabled, &pending, &result.time, answer);
     });
-    check("cannot read the wake-up alarm", status);
+    if (status == EFI_DEVICE_ERROR && !is_live()) {
+        const auto why = std::pair(error, messages);
+        time(nullptr); // which is read too, to tell whether the alarm went off
+        std::tie(error, messages) = why;
+    }
+    require_state("cannot read the wake-up alarm", status, alarm_state,
+                  "'ovra time --wakeup --set' or '--clear' writes a new one.");
     result.enabled = enabled == B_TRUE;
     result.pending = pending == B_TRUE;
     return result;

@@ -42,7 +42,7 @@ first_instance split_stored(byte_view packed)
 {
     if (const auto error = path_error(packed))
         throw failure("the option's path is no packed device path: " + *error,
-                      "What should stay of it cannot be told; 'ovra create --force' overwrites the option.");
+                      "What should stay of it cannot be told; 'ovra create --force' overwrites it.");
     return split_first(packed);
 }
 
@@ -115,8 +115,8 @@ void require_one_instance(byte_view encoded)
     if (first.rest.size() == first_node(first.rest).size())
         return;
     throw failure(format("node %zu of the path is an END node", first.nodes.size() + 1),
-                  "What stands behind it would not belong to the path's first instance; --path-hex stores "
-                  "any path.");
+                  "What stands behind it would not belong to the path's first instance;\n"
+                  "--path-hex stores any path.");
 }
 
 bytes with_devices(byte_view packed, byte_view nodes)

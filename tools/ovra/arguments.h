@@ -28,6 +28,10 @@ CLI::Option *add_value(CLI::App &app, const char *name, const char *shown, const
 // The number that "Boot001F", "boot1f" or "1f" names. Throws a usage_error.
 uint16_t option_number(const std::string &text);
 
+// Programs read such a number as octal or as decimal: nobody can tell which is meant. (In the names of
+// options all digits are hexadecimal.) Throws a usage_error.
+void refuse_leading_zero(const std::string &text);
+
 // One boot option.
 struct option_argument {
     std::optional<uint16_t> number;
@@ -96,6 +100,9 @@ struct path_arguments {
     // Throws a failure.
     given_path encode(device_paths &paths, const std::optional<std::string> &with_file,
                       const general_options &general) const;
+
+private:
+    void warn_of_wrong_disks(const chosen_disk &found) const;
 };
 
 } // namespace tool

@@ -80,13 +80,13 @@ std::string attribute_letters(uint32_t attributes)
         }
     }
     const std::string text = join(words, " ");
-    constexpr size_t columns_left = 12;
+    constexpr size_t columns_left = 11;
     return text.size() <= columns_left ? text : format("0x%08x", attributes);
 }
 
 std::string as_text(const std::vector<named_variable> &entries, bool verbose)
 {
-    constexpr size_t longest = 22; // name in a column of its own; a longer one gets the line above
+    constexpr size_t longest = 19; // name in a column of its own; a longer one gets the line above
     table rows;
     rows.row({"Name", "GUID", "Size", "Attributes"});
     for (const auto &[name, guid, content] : entries) {

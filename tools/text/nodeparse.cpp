@@ -175,7 +175,7 @@ parsed_node parse(const std::string &typed)
         refuse("it is no keyword with parentheses");
     const std::string_view rest = std::string_view(text).substr(close + 1);
     if (rest.starts_with(','))
-        refuse("what stands behind the comma is another instance of the path, and a text holds one");
+        refuse("what stands behind the comma is another instance; a text holds one");
     if (!rest.empty())
         refuse(in_quotes(rest) + " behind it belongs to no node");
     const std::string_view name = std::string_view(text).substr(0, open);

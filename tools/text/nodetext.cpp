@@ -127,7 +127,7 @@ std::string acpi_ex(parsed_node &node)
 {
     for (const char *name : {"CIDSTR", "UIDSTR"}) {
         if (node[name].value && node[name].by_place)
-            refuse("CIDSTR and UIDSTR are not told apart by their places; write CIDSTR=... and UIDSTR=...");
+            refuse("CIDSTR and UIDSTR are not told apart by place; write CIDSTR=... and UIDSTR=...");
     }
     if (!node.value("HID") && !node.value("HIDSTR"))
         refuse("HID is missing");

@@ -33,9 +33,10 @@ void print_json(const json &document)
 
 void warn(const std::string &what, const std::string &advice)
 {
-    fprintf(stderr, "ovra: warning: %s\n", what.c_str());
+    const std::string name = "ovra: warning: ";
+    fprintf(stderr, "%s%s\n", name.c_str(), broken(what, name.size()).c_str());
     if (!advice.empty())
-        fprintf(stderr, "  %s\n", advice.c_str());
+        fprintf(stderr, "  %s\n", broken(advice, 2).c_str());
 }
 
 void table::row(std::vector<std::string> cells)

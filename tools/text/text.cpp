@@ -270,6 +270,35 @@ std::string in_quotes(std::string_view text)
     return '"' + printable(text) + '"';
 }
 
+std::string broken(const std::string &line, size_t indent)
+{
+    constexpr size_t width = 80;
+    constexpr size_t longest_word = 24;
+    const std::string next_line = "\n      ";
+    if (indent + columns(line) <= width || line.find('"') != std::string::npos)
+        return line;
+    std::string all;
+    size_t column = indent;
+    for (size_t begin = 0; begin < line.size();) {
+        const size_t end = std::min(line.find(' ', begin), line.size());
+        const std::string word = line.substr(begin, end - begin);
+        if (word.size() > longest_word || word.find('/') != std::string::npos)
+            return line;
+        const bool is_first = all.empty();
+        if (!is_first && column + 1 + columns(word) > width) {
+            all += next_line;
+            column = next_line.size() - 1;
+        } else if (!is_first) {
+            all += ' ';
+            ++column;
+        }
+        all += word;
+        column += columns(word);
+        begin = end + 1;
+    }
+    return all;
+}
+
 std::string join(const std::vector<std::string> &words, std::string_view separator)
 {
     std::string text;

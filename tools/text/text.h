@@ -49,6 +49,10 @@ std::vector<std::string> hex_dump(byte_view data);
 
 std::string in_quotes(std::string_view text);
 
+// A line that begins behind `indent` columns, broken where it goes beyond 80. One with a path, another long
+// word or quotes stays whole: it is to be copied, or searched for.
+std::string broken(const std::string &line, size_t indent);
+
 std::string join(const std::vector<std::string> &words, std::string_view separator);
 
 // "Boot001F" of 0x1F.
