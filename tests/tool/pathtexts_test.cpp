@@ -11,6 +11,7 @@
 #include "tools/machine/devicepaths.h"
 #include "tools/machine/pathnodes.h"
 #include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 
 namespace tool_test {
 

@@ -2,6 +2,7 @@
 #include "tools/machine/changes.h"
 
 #include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 
 namespace tool {
 

@@ -10,6 +10,7 @@
 
 #include <ovra/ovra.h>
 
+#include "tools/machine/status.h"
 #include "tools/text/failure.h"
 #include "tools/text/loadoption.h"
 #include "tools/text/text.h"
@@ -28,24 +29,10 @@ struct variable {
     bytes data;
 };
 
-// What variables of boot options are written with: non-volatile, boot-service and run-time access.
-constexpr uint32_t boot_variable_attributes =
-    EFI_VARIABLE_NON_VOLATILE | EFI_VARIABLE_BOOTSERVICE_ACCESS | EFI_VARIABLE_RUNTIME_ACCESS;
-
-// "EFI_NOT_FOUND"; never a number that only firmware engineers know.
-std::string status_name(EFI_STATUS status);
-
-// Whether a status, or an errno value, speaks of missing permission.
-bool is_refusal(EFI_STATUS status);
-bool is_permission(int error);
-
 variable_id global_id(const std::string &name);
 
 // Whether a variable is there but holds nothing that could be one, as a folder or a file without attributes.
 bool is_damaged(const variable &read);
-
-// "non-volatile", "run-time"
-std::vector<std::string> attribute_words(uint32_t attributes);
 
 // Capacity for boot variables, in bytes.
 struct variable_store {

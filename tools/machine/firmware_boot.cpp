@@ -6,6 +6,7 @@
 
 #include "tools/machine/firmware.h"
 #include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 #include "tools/text/output.h"
 
 namespace tool {

@@ -12,8 +12,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tools/machine/drives.h"
 #include "tools/text/failure.h"
 #include "tools/text/loadoption.h"
+#include "tools/text/numbers.h"
 
 namespace tool {
 

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/machine/chosendisk.h"
 #include "tools/machine/devicepaths.h"
-#include "tools/machine/drives.h"
 #include "tools/machine/general.h"
 
 namespace CLI {

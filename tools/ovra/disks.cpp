@@ -11,6 +11,7 @@
 #include "tools/machine/sysfs.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 #include "tools/text/output.h"
 
 namespace tool {
@@ -175,7 +176,7 @@ public:
     void run(const general_options &general) override
     {
         require_sysfs(general.folder());
-        const std::vector<drive> drives = read_drives(true);
+        const std::vector<drive> drives = read_drives([](const drive &) { return true; });
         if (drives.empty())
             require_devices();
         const uses uses(general.folder());

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 
 namespace tool {
 

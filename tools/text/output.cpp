@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 
 namespace tool {
 

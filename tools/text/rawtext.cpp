@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "tools/text/rawtext.h"
 
+#include "tools/text/numbers.h"
+
 #include <algorithm>
 #include <cstring>
 
