@@ -33,12 +33,14 @@ inline uefi_hard_drive_path_t slice_node(uint32_t slice, extent where, byte_view
     return node;
 }
 
+/* The numbers of partitions that an MBR itself describes end here; logical ones follow. */
+inline constexpr uint32_t last_primary = 4;
+
 /* The node of a partition of an MBR, "p1" and up, or "p0", which is the whole disk. */
 inline uefi_hard_drive_path_t partition_node(uint32_t partition, extent where, uint32_t signature)
 {
     // Kept: a logical partition is numbered like the whole disk; only the four primary ones have a number.
     // [kept_partitions_beyond_the_fourth_*, kept_logical_partition_is_numbered_like_the_whole_disk]
-    constexpr uint32_t last_primary = 4;
     auto node = new_record<uefi_hard_drive_path_t>();
     node.part_number = partition > last_primary ? 0 : partition;
     node.part_start = where.start;

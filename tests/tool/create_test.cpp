@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <fstream>
+#include <sys/stat.h>
 
 #include "tests/tool/support.h"
 
@@ -9,6 +10,8 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
+
+namespace fs = std::filesystem;
 
 class Create : public Machine {
 protected:
@@ -143,7 +146,7 @@ TEST_F(Create, never_overwrites_an_option_unless_forced)
 {
     EXPECT_EQ(failure(linux_option({"--number", "0003"})),
               "ovra: Boot0003 exists\n"
-              "  Without --number the lowest free number is taken; --force overwrites the option.\n");
+              "  Without --number the lowest free number is taken; --force overwrites it.\n");
     output(linux_option({"--number", "0003", "--force"}));
     EXPECT_EQ(get("Boot0003"), load_option(1, "Linux", sample_path));
     EXPECT_THAT(order(), ElementsAre(0, 1, 2, 3, 4, 5, 6, 7)) << "it keeps its place";
@@ -200,8 +203,25 @@ TEST_F(Create, refuses_a_file_that_cannot_be_read)
     EXPECT_EQ(failure(linux_option({"--optdata-file", "/nowhere/x"})),
               "ovra: cannot read /nowhere/x: No such file or directory\n");
     EXPECT_EQ(failure(linux_option({"--optdata-file", "/"})), "ovra: cannot read /: Is a directory\n");
-    EXPECT_EQ(failure(linux_option({"--optdata-file", "/dev/zero"})),
-              "ovra: cannot read /dev/zero: it is larger than any firmware variable\n");
+    std::ofstream(folder / "data", std::ios::binary) << std::string((1 << 20) + 1, 'x');
+    EXPECT_EQ(failure(linux_option({"--optdata-file", folder / "data"})),
+              "ovra: cannot read " + (folder / "data").string() +
+                  ": it is larger than any firmware variable\n");
+}
+
+// A FIFO that nobody writes to would be waited for without end, and a device may have no end.
+TEST_F(Create, takes_optional_data_from_regular_files_only)
+{
+    const std::string fifo = folder / "fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    for (const std::string &file : {fifo, std::string("/dev/zero"), std::string("/dev/null")}) {
+        const std::string said = "ovra: cannot read " + file + ": it is no regular file\n";
+        EXPECT_EQ(failure(linux_option({"--optdata-file", file})), said);
+        EXPECT_EQ(failure({"set", "Boot0000", "--optdata-file", file}), said);
+    }
+    fs::create_symlink("data", folder / "link");
+    std::ofstream(folder / "data") << "abc";
+    output(linux_option({"--optdata-file", folder / "link"}));
 }
 
 TEST_F(Create, says_that_an_option_is_too_large)

@@ -15,6 +15,7 @@ namespace tool_test {
 
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 namespace {
 
@@ -44,6 +45,12 @@ std::vector<known_volume> known_volumes(const std::string &of)
         all.push_back(next);
     }
     return all;
+}
+
+bool is_logical(const std::string &name)
+{
+    const size_t partition = name.find('p');
+    return partition != std::string::npos && std::stoi(name.substr(partition + 1)) > 4;
 }
 
 bool is_hex(const std::string &text)
@@ -195,7 +202,14 @@ TEST_P(KnownDisks, become_the_known_paths_and_are_found_by_them)
                 EXPECT_THAT(refused.err, HasSubstr("unrecognized node name: blkdev@0,0"));
                 continue;
             }
-            const json created = parsed(create);
+            json created;
+            if (is_logical(expected.name)) { // of which a warning tells
+                words with_json = create;
+                with_json.emplace_back("--json");
+                created = json::parse(run(with_json).out);
+            } else {
+                created = parsed(create);
+            }
             EXPECT_EQ(created["changes"][0]["path"], path) << expected.name;
             options.push_back(created["changes"][0]["variable"]);
             const json shown = parsed({"show", options.back()});
@@ -265,15 +279,20 @@ TEST_F(Disks, are_printed)
 {
     EXPECT_EQ(run({"create", "--desc", "x", "--disk", "c5t0d0s1"}).status, 0);
     const std::string text = output({"disks"});
-    EXPECT_THAT(text,
-                HasSubstr("c5t0d0  sda  64.0 MiB  GPT\n"
-                          "  Controller  /pci@0,0/pci8086,2922@1f,2\n"
-                          "  Path        /pci@0,0/pci8086,2922@1f,2/disk@0,0\n"
-                          "  Name      Linux  Start  Blocks  GUID                                  Boot "
-                          "options\n"));
-    EXPECT_THAT(text, HasSubstr("  c5t0d0s1  sda2   43008  32768   5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02  "
-                                "Boot0008\n"));
+    EXPECT_THAT(text, HasSubstr("c5t0d0  sda  64.0 MiB  GPT\n"
+                                "  Controller  /pci@0,0/pci8086,2922@1f,2\n"
+                                "  Path        /pci@0,0/pci8086,2922@1f,2/disk@0,0\n"
+                                "  Name      Linux  Start  Blocks  Boot options\n"));
+    EXPECT_THAT(text, HasSubstr("  c5t0d0s1  sda2   43008  32768   Boot0008\n"
+                                "      GUID 5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02\n"));
+    for (int more = 0; more < 6; ++more)
+        EXPECT_EQ(run({"create", "--desc", "x", "--disk", "c5t0d0s1"}).status, 0);
+    EXPECT_THAT(output({"disks"}), HasSubstr("  c5t0d0s1  sda2   43008  32768   Boot0008 Boot0009 Boot000A\n"
+                                             "                                  Boot000B Boot000C Boot000D\n"
+                                             "                                  Boot000E\n"
+                                             "      GUID 5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02\n"));
     EXPECT_THAT(text, HasSubstr("c5t3d0  sdb  32.0 MiB  MBR 1234abcd\n"));
+    EXPECT_THAT(text, HasSubstr("\n      whole disk\n"));
     EXPECT_THAT(text, HasSubstr("c4t0d0  vda  8.0 MiB  no medium that can be read\n"));
 }
 
@@ -358,14 +377,16 @@ TEST_F(Disks, may_be_given_by_their_linux_names)
     } cases[] = {{"/dev/sda1", "c5t0d0s0"},         {"sda9", "c5t0d0s8"},
                  {"/dev/nvme0n1p3", "c2t0d0s2"},    {"sdb5", "c5t3d0p5"},
                  {"/dev/dsk/c5t0d0s0", "c5t0d0s0"}, {"/dev/rdsk/c5t3d0p1", "c5t3d0p1"}};
+    const auto planned = [this](const char *disk) {
+        return json::parse(run({"create", "--desc", "x", "--dry-run", "--json", "--disk", disk}).out);
+    };
     for (const auto &[given, name] : cases) {
-        const auto of_name = parsed({"create", "--desc", "x", "--dry-run", "--disk", name})["changes"];
-        EXPECT_EQ(parsed({"create", "--desc", "x", "--dry-run", "--disk", given})["changes"], of_name)
-            << given;
+        EXPECT_EQ(planned(given)["changes"], planned(name)["changes"]) << given;
         EXPECT_EQ(parsed({"find", given})["disk"], name) << given;
     }
     EXPECT_EQ(parsed({"create", "--desc", "x", "--disk", "/dev/sda1", "--dry-run"})["disk"], "c5t0d0s0");
-    EXPECT_EQ(parsed({"create", "--desc", "y", "--disk", "/dev/sdb5"})["disk"], "c5t3d0p5");
+    EXPECT_EQ(json::parse(run({"create", "--desc", "y", "--disk", "/dev/sdb5", "--json"}).out)["disk"],
+              "c5t3d0p5");
     EXPECT_EQ(output({"remove", "Boot0008"}).find("/dev"), std::string::npos);
     EXPECT_EQ(run({"create", "--desc", "x", "--disk", "/dev/sda1"}).err,
               "/dev/sda1 is c5t0d0s0, PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c01.\n");
@@ -391,7 +412,8 @@ TEST_F(Disks, are_told_of_by_their_other_names)
 TEST_F(Disks, may_be_given_by_what_identifies_them)
 {
     const auto created = [this](const std::string &disk) {
-        return parsed({"create", "--desc", "x", "--dry-run", "--disk", disk})["changes"];
+        return json::parse(
+            run({"create", "--desc", "x", "--dry-run", "--json", "--disk", disk}).out)["changes"];
     };
     EXPECT_EQ(created("PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02"), created("c5t0d0s1"));
     EXPECT_EQ(created("partuuid=5F9F0A37-8A44-4AD0-9C2E-1D9E6F5B7C02"), created("c5t0d0s1"));
@@ -407,6 +429,56 @@ TEST_F(Disks, may_be_given_by_what_identifies_them)
     fs::copy_file(root / "dev/sda", root / "dev/sdz");
     EXPECT_THAT(failure({"find", "PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02"}),
                 HasSubstr("names more than one disk\n  They are "));
+}
+
+// Firmware looks for a short form by what identifies the partition.
+TEST_F(Disks, that_another_has_the_identity_of_are_warned_of)
+{
+    const words create = {"create", "--desc", "x", "--dry-run", "--disk"};
+    const auto said_of = [&](const words &more) {
+        words arguments = create;
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        const outcome result = run(arguments);
+        EXPECT_EQ(result.status, 0) << result.err;
+        return result.err;
+    };
+    EXPECT_THAT(said_of({"c5t0d0s1"}), Not(HasSubstr("warning")));
+    EXPECT_THAT(said_of({"c5t3d0p1"}), Not(HasSubstr("warning")));
+    const std::string host = "sys/devices/pci0000:00/0000:00:03.0/virtio0/host6/target6:0:9/6:0:9:";
+    put_disk("sdy", host + "0");
+    put_disk("sdz", host + "1");
+    fs::copy_file(root / "dev/sda", root / "dev/sdy");
+    fs::copy_file(root / "dev/sdb", root / "dev/sdz");
+    const std::string advice =
+        "  The firmware may take either. With --full the path leads to one of them alone.\n";
+    EXPECT_EQ(said_of({"c5t0d0s1"}),
+              "c5t0d0s1 is /dev/sda2, PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02.\n"
+              "ovra: warning: c1t9d0s1, /dev/sdy2, has the same PARTUUID as c5t0d0s1\n" +
+                  advice);
+    EXPECT_THAT(said_of({"c1t9d0s1"}), HasSubstr("c5t0d0s1, /dev/sda2, has the same PARTUUID as c1t9d0s1\n"));
+    EXPECT_THAT(said_of({"c5t3d0p1"}),
+                HasSubstr("warning: c1t9d1p1, /dev/sdz1, has the same PARTUUID as c5t3d0p1\n" + advice));
+    EXPECT_THAT(said_of({"c5t3d0p0"}),
+                HasSubstr("warning: c1t9d1p0, /dev/sdz, has the same MBR signature as c5t3d0p0\n" + advice));
+    EXPECT_THAT(said_of({"c5t0d0s1", "--full"}), Not(HasSubstr("warning")));
+    EXPECT_THAT(said_of({"c2t0d0s0"}), Not(HasSubstr("warning")));
+    const outcome set = run({"set", "Boot0003", "--devpath", "c5t0d0s1", "--dry-run"});
+    EXPECT_EQ(set.status, 0);
+    EXPECT_THAT(set.err, HasSubstr(" has the same PARTUUID as c5t0d0s1\n  The firmware may take either.\n"));
+}
+
+TEST_F(Disks, that_are_logical_partitions_are_warned_of)
+{
+    for (const words &more : {words{}, words{"--full"}}) {
+        words arguments = {"create", "--desc", "x", "--disk", "c5t3d0p5", "--dry-run"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        const outcome result = run(arguments);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.err, "c5t3d0p5 is /dev/sdb5, PARTUUID=1234abcd-05.\n"
+                              "ovra: warning: the path has the number 0 for c5t3d0p5, a logical partition\n"
+                              "  Firmware that goes by the number does not find it.\n");
+    }
+    EXPECT_THAT(run({"find", "c5t3d0p5"}).err, Not(HasSubstr("warning")));
 }
 
 // Behind a name that ends in a digit Linux writes a "p" before the number.
@@ -433,7 +505,7 @@ TEST_F(Disks, that_are_not_there_are_refused)
         EXPECT_EQ(created.out, "") << disk;
     }
     EXPECT_EQ(
-        run({"find", "sda"}).err,
+        whole(run({"find", "sda"}).err),
         "ovra: \"sda\" is the whole disk c5t0d0\n"
         "  One of its slices or partitions is needed. 'ovra disks' shows the disks with their names.\n");
     EXPECT_EQ(get("Boot0008"), "(none)");

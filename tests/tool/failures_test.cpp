@@ -88,7 +88,7 @@ TEST_F(Failures, to_take_the_new_option_back_are_said)
         {"create", "--desc", "x", "--path-hex", "7fff0400", "--number", "3", "--force", "--position", "0"},
         rule("create", ".hwplat", ENOSPC, 2));
     EXPECT_EQ(result.status, 1);
-    EXPECT_THAT(result.err,
+    EXPECT_THAT(whole(result.err),
                 HasSubstr("  Boot0003 stays: taking it back failed as well, cannot write Boot0003: the "
                           "file system is full.\n"));
     EXPECT_EQ(get("Boot0003"), load_option(1, "x", from_hex("7fff0400")));
@@ -171,15 +171,38 @@ TEST_F(Failures, of_a_file_system_are_seen_by_a_dry_run_too)
     }
 }
 
+TEST_F(Failures, of_a_file_system_to_take_the_clock_and_the_next_start)
+{
+    put_order({0});
+    const std::string state = (root / "var/lib/hwplat").string();
+    const struct {
+        words arguments;
+        std::string said;
+    } cases[] = {{{"time", "--set", "2031-02-03T04:05:06"},
+                  "ovra: cannot set the clock: the file system is full\n  It is a file in " + state +
+                      ": make room there.\n"},
+                 {{"reset"},
+                  "ovra: cannot reset the machine: the file system is full\n  The variables are files in " +
+                      variables.string() + ": make room there.\n"}};
+    for (const auto &[arguments, said] : cases) {
+        words dry = arguments;
+        dry.emplace_back("--dry-run");
+        const auto before = snapshot();
+        EXPECT_EQ(run_with(dry, "", "full").err, said);
+        EXPECT_EQ(run_with(arguments, "", "full").err, said);
+        // Also where that shows only when it is written.
+        const std::string late = run_with(arguments, rule("create", ".hwplat", ENOSPC)).err;
+        EXPECT_THAT(late, StartsWith(said));
+        EXPECT_THAT(late, Not(HasSubstr("variable store")));
+        EXPECT_EQ(snapshot(), before);
+    }
+}
+
 TEST_F(Failures, to_get_the_lock_name_its_holder)
 {
     const std::string holder = std::to_string(getpid()) + " (tool_test)";
     const auto before = snapshot();
-    for (const words &arguments :
-         {create, words{"set", "Boot0003", "--desc", "x"}, words{"remove", "Boot0003"},
-          words{"order", "set", "1"}, words{"next", "1"}, words{"next", "--clear"},
-          words{"time", "--set", "2031-02-03T04:05:06"}, words{"time", "--wakeup", "--clear"},
-          words{"reset"}}) {
+    for (const words &arguments : writers) {
         const outcome result = run_with(arguments, rule("lock", "machine", ETIMEDOUT));
         EXPECT_EQ(result.status, 1) << arguments[0];
         EXPECT_EQ(result.err, "ovra: another program has been changing the machine for 30 seconds\n"
@@ -189,8 +212,7 @@ TEST_F(Failures, to_get_the_lock_name_its_holder)
     EXPECT_EQ(run_with({"list"}, rule("lock", "machine", ETIMEDOUT)).status, 0);
     EXPECT_EQ(run_with({"order", "set", "1", "--dry-run"}, rule("lock", "machine", ETIMEDOUT)).status, 0);
     EXPECT_THAT(run_with(create, rule("lock", "machine", EROFS)).err,
-                StartsWith("ovra: cannot lock the machine against other programs: its file system is mounted "
-                           "read-only\n"));
+                StartsWith("ovra: cannot lock the machine: its file system is mounted read-only\n"));
     EXPECT_EQ(snapshot(), before);
 }
 

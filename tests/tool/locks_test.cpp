@@ -2,6 +2,7 @@
 // Several commands at once.
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <random>
 #include <set>
 #include <thread>
@@ -23,12 +24,23 @@ protected:
         size_t removed = 0;
     };
 
+    // A few seconds, or as many as the environment says.
+    static std::chrono::milliseconds duration()
+    {
+        const char *seconds = getenv("OVRA_LOCK_TEST_SECONDS");
+        if (!seconds)
+            return std::chrono::milliseconds(OVRA_LOCK_TEST_MILLISECONDS);
+        const std::string text = seconds;
+        const bool is_number = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+        EXPECT_TRUE(is_number && text.size() < 4 && text != "0") << "OVRA_LOCK_TEST_SECONDS=" << text;
+        return std::chrono::seconds(is_number ? std::stol(text.substr(0, 3)) : 0);
+    }
+
     void work(int who, bool with_kills, person *of) const
     {
         std::mt19937 random(static_cast<unsigned>(who) + 1);
         const auto one_of = [&random](unsigned n) { return static_cast<unsigned>(random() % n); };
-        const auto end =
-            std::chrono::steady_clock::now() + std::chrono::milliseconds(OVRA_LOCK_TEST_MILLISECONDS);
+        const auto end = std::chrono::steady_clock::now() + duration();
         for (unsigned count = 0; std::chrono::steady_clock::now() < end; ++count) {
             surroundings around;
             if (with_kills && one_of(3) == 0)

@@ -9,7 +9,9 @@
 
 #include "tests/tool/support.h"
 #include "tools/machine/devicepaths.h"
+#include "tools/machine/pathnodes.h"
 #include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 
 namespace tool_test {
 
@@ -298,7 +300,7 @@ TEST_F(PathTexts, that_say_more_or_less_are_refused)
               "node 2 of the path cannot be packed: \"Pci(1,2),\"\n"
               "Pci(1,2)/Pci(1,2),/Pci(1,3)\n"
               "         ^^^^^^^^^\n"
-              "what stands behind the comma is another instance of the path, and a text holds one");
+              "what stands behind the comma is another instance; a text holds one");
     EXPECT_EQ(encoded(""), "a device path is needed\n");
 }
 

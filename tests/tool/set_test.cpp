@@ -101,7 +101,7 @@ TEST_F(Set, never_writes_back_a_description_that_was_cut)
     EXPECT_EQ(
         failure({"set", "Boot0003", "--inactive"}),
         "ovra: cannot change Boot0003: its description would not stay as it is\n"
-        "  It is longer than can be read back, or has characters that are no text. Give --desc as well.\n");
+        "  It is longer than can be read back, or has characters that are no text. Give\n  --desc as well.\n");
     output({"set", "Boot0003", "--inactive", "--desc", "short"});
     EXPECT_EQ(get("Boot0003"), load_option(0, "short", from_hex("7fff0400"), "data"));
 }

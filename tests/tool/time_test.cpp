@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include <fstream>
+
 #include "tests/tool/support.h"
 
 namespace tool_test {
@@ -80,6 +82,37 @@ TEST_F(Time, refuses_the_time_zone_of_an_alarm_where_the_clock_has_none)
                                                    "  It shows 2031-02-03T04:05:0"));
     }
     output({"time", "--wakeup", "--set", "2031-03-01T00:00:00"});
+}
+
+TEST_F(Time, repairs_a_damaged_alarm)
+{
+    const std::string alarm = root / "var/lib/hwplat/wakeup";
+    const std::string said = "ovra: cannot read the wake-up alarm: " + alarm +
+                             " is damaged\n  'ovra time --wakeup --set' or '--clear' writes a new one.\n";
+    for (const char *text : {"", "tomorrow\n", "1 2031 2 30 0 0 0 0 0 0\n", "2 2031 2 3 0 0 0 0 0 0\n"}) {
+        std::ofstream(alarm) << text;
+        EXPECT_THAT(failure({"time", "--wakeup"}), StartsWith(said));
+        output({"time", "--wakeup", "--set", "2099-01-31T12:00:00Z"});
+        EXPECT_EQ(output({"time", "--wakeup"}), "wakes up at 2099-01-31T12:00:00+00:00\n");
+        std::ofstream(alarm) << text;
+        EXPECT_EQ(output({"time", "--wakeup", "--clear", "--dry-run"}), "would disable the wake-up alarm\n");
+        EXPECT_EQ(output({"time", "--wakeup", "--clear"}), "disabled the wake-up alarm\n");
+        EXPECT_EQ(output({"time", "--wakeup"}), "no wake-up is set\n");
+    }
+}
+
+TEST_F(Time, names_a_damaged_clock_and_sets_it_anew)
+{
+    const std::string clock = root / "var/lib/hwplat/time-offset";
+    output({"time", "--wakeup", "--set", "2099-01-31T12:00:00Z"});
+    std::ofstream(clock) << "now\n";
+    const std::string said =
+        "ovra: cannot read the clock: " + clock + " is damaged\n  'ovra time --set' writes a new one.\n";
+    EXPECT_THAT(failure({"time"}), StartsWith(said));
+    EXPECT_THAT(failure({"time", "--wakeup"}), StartsWith(said)); // whether it went off
+    EXPECT_THAT(failure({"time", "--wakeup", "--set", "2099-01-31T12:00:00Z"}), StartsWith(said));
+    output({"time", "--set", "2031-02-03T04:05:00Z"});
+    EXPECT_EQ(output({"time", "--wakeup"}), "wakes up at 2099-01-31T12:00:00+00:00\n");
 }
 
 TEST_F(Time, refuses_what_is_no_time)

@@ -35,6 +35,7 @@ TEST_F(Usage, wrong_command_lines_end_with_status_2_and_change_nothing)
         {"create", "--desc", "x", "--path-hex", "7fff0400", "--position", "first"},
         {"create", "--desc", "x", "--path-hex", "7fff0400", "--position", "1x"},
         {"create", "--desc", "x", "--path-hex", "7fff0400", "--position", "99999999999"},
+        {"create", "--desc", "x", "--path-hex", "7fff0400", "--position", "01"},
         {"create", "--desc", "x", "--path-hex", "7fff0400", "--number", "10000"},
         {"create", "--desc", "x", "--desc", "y", "--path-hex", "7fff0400"},
         {"create", "--desc", "x", "--path-hex", "7fff0400", "--optdata-text", "a", "--optdata-file", "b"},
@@ -45,6 +46,9 @@ TEST_F(Usage, wrong_command_lines_end_with_status_2_and_change_nothing)
         {"set", "Boot0000", "--attr", "0x"},
         {"set", "Boot0000", "--attr", "0x100000000"},
         {"set", "Boot0000", "--attr", "1 "},
+        {"set", "Boot0000", "--attr", "010"},
+        {"set", "Boot0000", "--attr", "00"},
+        {"set", "Boot0000", "--attr", "08"},
         {"set", "Boot0000", "--active", "--inactive"},
         {"set", "Boot0000", "--active", "--attr", "1"},
         {"set", "Boot0000", "--no-optdata", "--optdata-text", "a"},
@@ -55,6 +59,8 @@ TEST_F(Usage, wrong_command_lines_end_with_status_2_and_change_nothing)
         {"order", "insert"},
         {"order", "insert", "Boot0000", "x"},
         {"order", "insert", "Boot0000", "1", "2"},
+        {"order", "insert", "Boot0000", "010"},
+        {"order", "insert", "Boot0000", "-01"},
         {"order", "remove"},
         {"order", "remove", "Boot0000", "Boot0001"},
         {"order", "set"},
@@ -80,12 +86,15 @@ TEST_F(Usage, wrong_command_lines_end_with_status_2_and_change_nothing)
 
 TEST_F(Usage, says_what_is_wrong)
 {
-    EXPECT_THAT(
-        run({"show", "BootOrder"}).err,
-        StartsWith(
-            "ovra: \"BootOrder\" is no boot option: they are named Boot and four hexadecimal digits, as "
-            "Boot001F\n"));
+    EXPECT_THAT(run({"show", "BootOrder"}).err,
+                StartsWith("ovra: \"BootOrder\" is no boot option: Boot and four hex digits, as Boot001F\n"));
     EXPECT_THAT(run({"set", "Boot0000"}).err, StartsWith("ovra: set: nothing to change is given\n"));
+    const std::string octal = "ovra: \"010\" has a leading zero, which may mean octal: leave it out\n";
+    for (const words &arguments :
+         {words{"set", "Boot0000", "--attr", "010"},
+          words{"create", "--desc", "x", "--path-hex", "7fff0400", "--position", "010"},
+          words{"order", "insert", "Boot0000", "010"}})
+        EXPECT_THAT(run(arguments).err, StartsWith(octal));
 }
 
 TEST_F(Usage, help_names_every_verb)

@@ -172,6 +172,19 @@ TEST_F(Words, a_verb_that_is_misspelt_is_named)
     }
 }
 
+TEST_F(Words, of_messages_fit_into_80_columns)
+{
+    put("BootOrder", std::string("\x01\0", 2), 0x27);
+    EXPECT_EQ(run({"order", "set", "Boot0002"}).err,
+              "ovra: cannot write BootOrder: it is stored as non-volatile, boot-service,\n"
+              "      run-time, time-authenticated\n"
+              "  Only who holds the key of an authenticated variable can change it.\n");
+    // What is to be copied stays in one piece.
+    const std::string file = folder / "there is no such file as this one is, which is long";
+    EXPECT_EQ(run({"set", "Boot0000", "--optdata-file", file}).err,
+              "ovra: cannot read " + file + ": No such file or directory\n");
+}
+
 TEST_F(Words, of_help_fit_into_80_columns_and_name_the_options_of_every_verb)
 {
     std::vector<words> all = verbs();

@@ -2,6 +2,7 @@
 #include "tools/machine/changes.h"
 
 #include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 
 namespace tool {
 
@@ -52,9 +53,7 @@ void changes::make(change change, const std::function<void()> &apply, const std:
         for (const auto &earlier : made) {
             if (dry_run)
                 break;
-            if (!reason.advice.empty())
-                reason.advice += '\n';
-            reason.advice += "Done before that, and it stands: " + earlier.past + ' ' + earlier.what;
+            reason.advise("Done before that, and it stands: " + earlier.past + ' ' + earlier.what);
         }
         throw;
     }
@@ -66,7 +65,7 @@ void changes::prepare(const std::vector<change> &all)
     // What firmware has room for, only writing tells.
     if (!dry_run && machine.is_real())
         return;
-    int64_t planned = 0;
+    firmware::room_taken planned;
     for (const change &change : all)
         machine.check_change(change.variable, change.contents, &planned);
 }

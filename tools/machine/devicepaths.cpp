@@ -2,41 +2,21 @@
 #include "tools/machine/devicepaths.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
-#include <string_view>
 
-#include "src/base/device_name.h"
 #include "src/base/nodes.h"
 #include "tools/machine/capture.h"
+#include "tools/machine/pathnodes.h"
 #include "tools/text/failure.h"
 #include "tools/text/loadoption.h"
 #include "tools/text/nodetext.h"
+#include "tools/text/rawtext.h"
 
 namespace tool {
 
 namespace {
 
 constexpr const char *test_files = "OVRA_TEST_FILE";
-
-struct text_range {
-    size_t begin = 0;
-    size_t end = 0;
-};
-
-// Where the nodes of a text stand, split as the library splits it: a run of slashes counts as one, and one
-// more at the very end leaves an empty node.
-std::vector<text_range> nodes_of(const std::string &text)
-{
-    std::vector<text_range> nodes;
-    for (size_t at = 0; at < text.size();) {
-        const size_t begin = std::min(text.find_first_not_of('/', at), text.size());
-        const size_t end = std::min(text.find('/', begin), text.size());
-        nodes.push_back({begin, end});
-        at = end + 1;
-    }
-    return nodes;
-}
 
 // The library cuts the length of a name that is too long for a node to the 16 bits that a node has for it,
 // and its conversion leaves out some characters.
@@ -58,13 +38,6 @@ std::string cannot_be_packed(size_t at, const std::string &node)
 {
     return format("node %zu of the path cannot be packed: ", at) +
            (node.empty() ? "it is empty" : in_quotes(node));
-}
-
-// The text, with a mark below a part of it.
-std::string pointer_at(const std::string &text, size_t begin, size_t end)
-{
-    const std::string mark(std::max<size_t>(columns(printable(text.substr(begin, end - begin))), 1), '^');
-    return printable(text) + '\n' + std::string(columns(printable(text.substr(0, begin))), ' ') + mark;
 }
 
 std::string packed_as(const std::string &node)
@@ -149,7 +122,7 @@ bytes device_paths::pack(const std::string &text, const std::optional<std::strin
             // The library's own reason says more.
             if (end == begin || !try_encode('/' + node, std::nullopt, 0))
                 point_at_failure(text, file);
-            throw failure(cannot_be_packed(at, node), pointer_at(text, begin, end) + '\n' + why.what());
+            throw failure(cannot_be_packed(at, node), pointer_at(text, {begin, end}) + '\n' + why.what());
         }
     }
     const auto path = try_encode(to_pack, file, 0);
@@ -171,7 +144,7 @@ void device_paths::require_the_same(const std::string &text, byte_view packed)
         const decoded_path printed = library_texts(alone(bytes_of_node));
         const std::string found = printed.error.empty() ? without_slash(printed.instances.at(0).device) : "";
         if (!says_the_same(node, found))
-            throw failure(cannot_be_packed(at, node), pointer_at(text, begin, end) +
+            throw failure(cannot_be_packed(at, node), pointer_at(text, {begin, end}) +
                                                           "\nIt would be read back as " + printable(found) +
                                                           '.');
     }
@@ -214,7 +187,7 @@ void device_paths::point_at_failure(const std::string &text, const std::optional
         // An empty node is what a second slash makes.
         const std::string node = text.substr(begin, end - begin);
         if (!try_encode(node.empty() ? "//" : '/' + packed_as(node), std::nullopt, 0))
-            throw failure(cannot_be_packed(at + 1, node), pointer_at(text, begin, end), messages);
+            throw failure(cannot_be_packed(at + 1, node), pointer_at(text, {begin, end}), messages);
     }
     if (!is_name && file)
         throw failure("the file " + in_quotes(*file) + " cannot be packed", {}, said);
@@ -312,65 +285,6 @@ decoded_path device_paths::decode(byte_view path)
     result.bytes_behind_end = bytes_behind_end(path);
     result.ends_plainly = ends_plainly(path);
     return result;
-}
-
-bool is_device_name(const std::string &text)
-{
-    return ovra::device_text_of(text) != ovra::device_text::nodes;
-}
-
-path_text split_file(const std::string &text)
-{
-    constexpr std::string_view keyword = "/File("; // as other programs write it
-    const size_t named = text.find(keyword);
-    if (named != std::string::npos && named != 0 && text.back() == ')' &&
-        text.size() > named + keyword.size() + 1)
-        return {text.substr(0, named),
-                text.substr(named + keyword.size(), text.size() - named - keyword.size() - 1)};
-    const size_t close = text.find(")\\");
-    const size_t slash = text.find("/\\");
-    if (close < slash)
-        return {text.substr(0, close + 1), text.substr(close + 1)};
-    if (slash != std::string::npos && slash != 0)
-        return {text.substr(0, slash), text.substr(slash + 1)};
-    return {text, std::nullopt};
-}
-
-std::string firmware_file(std::string file)
-{
-    std::replace(file.begin(), file.end(), '/', '\\');
-    return file;
-}
-
-void warn(const std::string &what, const std::string &advice)
-{
-    fprintf(stderr, "ovra: warning: %s\n", what.c_str());
-    if (!advice.empty())
-        fprintf(stderr, "  %s\n", advice.c_str());
-}
-
-json as_json(const decoded_path &path)
-{
-    if (!path.error.empty())
-        return {{"instances", nullptr}, {"path_error", path.error}};
-    json instances = json::array();
-    for (const path_text &instance : path.instances)
-        instances.push_back({{"device_path", instance.device},
-                             {"file_path", instance.file ? json(*instance.file) : json(nullptr)}});
-    return {{"instances", std::move(instances)}};
-}
-
-std::vector<std::vector<std::string>> as_rows(const decoded_path &path)
-{
-    if (!path.error.empty())
-        return {{"Device path", "(has no text: " + path.error + ")"}};
-    std::vector<std::vector<std::string>> rows;
-    for (const path_text &instance : path.instances) {
-        rows.push_back({"Device path", instance.device.empty() ? "none" : printable(instance.device)});
-        if (instance.file)
-            rows.push_back({"File path", printable(*instance.file)});
-    }
-    return rows;
 }
 
 } // namespace tool

@@ -10,23 +10,10 @@
 
 #include <ovra/ovra.h>
 
-#include "tools/text/output.h"
+#include "tools/text/pathtext.h"
 #include "tools/text/text.h"
 
 namespace tool {
-
-struct path_text {
-    std::string device; // may be empty
-    std::optional<std::string> file;
-};
-
-struct decoded_path {
-    std::vector<path_text> instances;
-    size_t bytes_behind_end = 0; // what no text shows
-    bool ends_plainly = true;    // what no text shows either
-    std::string error;           // why it cannot be shown as text; empty if it can
-    std::string messages;        // what libovra said about that
-};
 
 class device_paths {
 public:
@@ -58,44 +45,6 @@ private:
     ovra_hdl_t handle = nullptr;
     std::string messages;
 };
-
-// Bytes behind the last END node of which the text speaks: the first END-entire node, else the last at all.
-size_t bytes_behind_end(byte_view packed);
-
-// The nodes of each instance of a packed path, as far as they can be told.
-std::vector<std::vector<byte_view>> instances_of(byte_view packed);
-
-bool is_file(byte_view node);
-
-// Whether a path ends in an END-entire node, and every END node is no more than its header.
-bool ends_plainly(byte_view packed);
-
-// Throws a failure when a path that was encoded has an END node before its last node.
-void require_one_instance(byte_view encoded);
-
-// Whether the library takes a text for the name of a device of the operating system.
-bool is_device_name(const std::string &text);
-
-// A text at the end of which a file may stand, as firmware writes it: HD(...)/\EFI\a.efi, also without the
-// slash, or as other programs do: HD(...)/File(\EFI\a.efi).
-path_text split_file(const std::string &text);
-
-// The name of a file with the separators of firmware.
-std::string firmware_file(std::string file);
-
-// The path in `packed` with other device nodes, respectively another file, in its first instance. Every other
-// byte stays, also of nodes that have no text. `nodes` is a packed path of just what is new. Throws a failure
-// when the path is not well-formed.
-bytes with_devices(byte_view packed, byte_view nodes);
-bytes with_file(byte_view packed, byte_view nodes);
-
-// One line to standard error, and what to do about it.
-void warn(const std::string &what, const std::string &advice = {});
-
-json as_json(const decoded_path &path);
-
-// Rows with the texts of all instances.
-std::vector<std::vector<std::string>> as_rows(const decoded_path &path);
 
 } // namespace tool
 

@@ -1,21 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "tools/machine/drives.h"
 
-#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <unistd.h>
 
 #include "platform/include/kvlist.h"
 #include "platform/include/volset.h"
-#include "src/base/device_name.h"
 #include "src/base/hard_drive.h"
-#include "tools/machine/sysfs.h"
 #include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 
 namespace tool {
 
@@ -131,81 +128,6 @@ drive read_drive(vs_descriptor_t of)
     return next;
 }
 
-// Reads every drive, and the media of those for which `wanted` says so.
-template <typename predicate>
-std::vector<drive> read_all(predicate wanted)
-{
-    int error = 0;
-    const descriptors found(vs_get_descriptors(VS_DRIVE, nullptr, &error));
-    if (!found)
-        throw failure(std::string("cannot read the disks: ") + strerror(error));
-    std::vector<drive> drives;
-    for (const vs_descriptor_t *at = found.get(); *at; ++at) {
-        drives.push_back(read_drive(*at));
-        if (wanted(drives.back()))
-            read_medium(*at, &drives.back());
-    }
-    return drives;
-}
-
-constexpr std::string_view partuuid_prefix = "PARTUUID=";
-constexpr std::string_view partuuid_folder = "/dev/disk/by-partuuid/";
-
-bool has_partuuid_prefix(std::string_view text)
-{
-    return ovra::alike(text.substr(0, partuuid_prefix.size()), partuuid_prefix);
-}
-
-bool same_partuuid(std::string_view text, std::string_view partuuid)
-{
-    return has_partuuid_prefix(text) && !partuuid.empty() &&
-           ovra::alike(text.substr(partuuid_prefix.size()), partuuid);
-}
-
-std::string without_folder(std::string_view name)
-{
-    for (const std::string_view folder :
-         {std::string_view(ovra::slice_folder), std::string_view(ovra::partition_folder),
-          std::string_view(ovra::device_folder)}) {
-        if (name.starts_with(folder)) {
-            name.remove_prefix(folder.size());
-            break;
-        }
-    }
-    return std::string(name);
-}
-
-bool begins_with_name(const std::string &wanted, const std::string &drive)
-{
-    return !drive.empty() && wanted.size() > drive.size() && wanted.starts_with(drive);
-}
-
-// Whether a name has the form of one of a drive's slices or partitions.
-bool is_volume_of(const std::string &wanted, const std::string &drive)
-{
-    if (!begins_with_name(wanted, drive))
-        return false;
-    std::string_view rest = std::string_view(wanted).substr(drive.size());
-    if (rest[0] == 'p' || rest[0] == 's')
-        rest.remove_prefix(1);
-    return !rest.empty() && rest.find_first_not_of("0123456789") == std::string_view::npos;
-}
-
-chosen_disk chosen(const drive &drive, const volume &volume)
-{
-    chosen_disk disk;
-    disk.name = volume.name;
-    disk.kernel_name = volume.kernel_name;
-    disk.node = hard_drive_node(drive, volume);
-    if (volume.is_slice)
-        disk.partuuid = guid_text(volume.guid);
-    if (drive.signature)
-        disk.signature = format("%08x", *drive.signature);
-    if (!volume.is_slice && volume.number != 0 && drive.signature)
-        disk.partuuid = disk.signature + format("-%02x", volume.number);
-    return disk;
-}
-
 } // namespace
 
 const char *drive::medium() const
@@ -215,9 +137,19 @@ const char *drive::medium() const
     return signature ? "MBR" : "GPT";
 }
 
-std::vector<drive> read_drives(bool media)
+std::vector<drive> read_drives(const std::function<bool(const drive &)> &reads_media)
 {
-    return read_all([media](const drive &) { return media; });
+    int error = 0;
+    const descriptors found(vs_get_descriptors(VS_DRIVE, nullptr, &error));
+    if (!found)
+        throw failure(std::string("cannot read the disks: ") + strerror(error));
+    std::vector<drive> drives;
+    for (const vs_descriptor_t *at = found.get(); *at; ++at) {
+        drives.push_back(read_drive(*at));
+        if (reads_media(drives.back()))
+            read_medium(*at, &drives.back());
+    }
+    return drives;
 }
 
 bytes hard_drive_node(const drive &drive, const volume &volume)
@@ -237,72 +169,6 @@ byte_view first_hard_drive(byte_view path)
             return ovra::node_bytes(node);
     }
     return {};
-}
-
-std::string chosen_disk::told_of(const std::string &typed) const
-{
-    std::vector<std::string> names;
-    for (const std::string &each : {name, "/dev/" + kernel_name}) {
-        if (each != typed && each != "/dev/")
-            names.push_back(printable(each));
-    }
-    if (!partuuid.empty() && !same_partuuid(typed, partuuid))
-        names.push_back(std::string(partuuid_prefix) + partuuid);
-    if (partuuid.empty() && !signature.empty())
-        names.push_back("MBR signature " + signature);
-    return printable(typed) + " is " + join(names, ", ") + '.';
-}
-
-json chosen_disk::members() const
-{
-    const auto or_null = [](const std::string &text) { return text.empty() ? json(nullptr) : json(text); };
-    return {{"disk", name},
-            {"kernel_name", kernel_name},
-            {"partuuid", or_null(partuuid)},
-            {"signature", or_null(signature)}};
-}
-
-chosen_disk find_disk(const std::string &text)
-{
-    const std::string advice = "'ovra disks' shows the disks with their names.";
-    const bool by_link = text.starts_with(partuuid_folder);
-    const bool by_uuid = by_link || has_partuuid_prefix(text);
-    const std::string wanted = by_link   ? std::string(partuuid_prefix) + text.substr(partuuid_folder.size())
-                               : by_uuid ? text
-                                         : without_folder(text);
-    // Only drives of which the name can be a partition are looked into.
-    const std::vector<drive> drives = read_all([&](const drive &drive) {
-        return by_uuid || begins_with_name(wanted, drive.name) || begins_with_name(wanted, drive.kernel_name);
-    });
-    std::vector<chosen_disk> found;
-    for (const drive &drive : drives) {
-        if (drive.kernel_name == wanted || drive.name == wanted)
-            throw failure(in_quotes(text) + " is the whole disk " + drive.name,
-                          "One of its slices or partitions is needed. " + advice);
-        for (const volume &volume : drive.volumes) {
-            const chosen_disk next = chosen(drive, volume);
-            if (by_uuid ? same_partuuid(wanted, next.partuuid)
-                        : volume.name == wanted || volume.kernel_name == wanted)
-                found.push_back(next);
-        }
-    }
-    if (found.size() == 1)
-        return found.front();
-    if (found.size() > 1)
-        throw failure(in_quotes(text) + " names more than one disk",
-                      "They are " + found[0].name + " and " + found[1].name + ". " + advice);
-    for (const drive &drive : drives) {
-        const bool meant =
-            by_uuid || is_volume_of(wanted, drive.name) || is_volume_of(wanted, drive.kernel_name);
-        if (meant && drive.error != 0)
-            throw failure((by_uuid ? "no disk that can be read has " + in_quotes(text) + "; cannot read "
-                                   : std::string("cannot read ")) +
-                              "/dev/" + drive.kernel_name + ": " + strerror(drive.error),
-                          drive.error == EACCES || drive.error == EPERM ? "Run this as root." : advice);
-    }
-    if (drives.empty())
-        require_devices();
-    throw failure("no disk is named " + in_quotes(text), advice);
 }
 
 std::string guid_text(byte_view guid)

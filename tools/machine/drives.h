@@ -4,8 +4,10 @@
 #define OVRA_TOOLS_DRIVES_H
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tools/text/output.h"
@@ -38,32 +40,14 @@ struct drive {
     const char *medium() const;
 };
 
-// All drives; with `media` also what is on them. Throws a failure.
-std::vector<drive> read_drives(bool media);
+// All drives, and what is on those for which `reads_media` says so. Throws a failure.
+std::vector<drive> read_drives(const std::function<bool(const drive &)> &reads_media);
 
 // The hard-drive node that stands for a volume in a path, by which options that boot from it are known.
 bytes hard_drive_node(const drive &drive, const volume &volume);
 
 // The first hard-drive node of a packed path; empty when there is none.
 byte_view first_hard_drive(byte_view path);
-
-// A slice or partition that was named on the command line.
-struct chosen_disk {
-    std::string name;        // "c0t0d0s0"
-    std::string kernel_name; // "sda1"
-    std::string partuuid;    // Linux's name for what identifies it; empty for the whole disk
-    std::string signature;   // of an MBR
-    bytes node;              // hard_drive_node() of it
-
-    // "/dev/sda1 is c0t0d0s0, PARTUUID=..." of what was typed.
-    std::string told_of(const std::string &typed) const;
-    // The same for programs.
-    json members() const;
-};
-
-// The disk of a name: the machine's ("c0t0d0s0", "/dev/dsk/c0t0d0s0"), Linux's ("sda1", "/dev/sda1"), or
-// "PARTUUID=..." or "/dev/disk/by-partuuid/...". Throws a failure.
-chosen_disk find_disk(const std::string &text);
 
 // "12345678-9abc-..." of a GUID's 16 bytes as they stand on disk.
 std::string guid_text(byte_view guid);

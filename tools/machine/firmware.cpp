@@ -8,6 +8,7 @@
 #include <fstream>
 #include <regex>
 #include <set>
+#include <tuple>
 #include <unistd.h>
 
 #include "tools/machine/capture.h"
@@ -55,101 +56,12 @@ variable_id global_id(const std::string &name)
     return {to_ucs2(name).value(), ovra::global_variable_guid};
 }
 
-bool is_permission(int error)
-{
-    return error == EACCES || error == EPERM;
-}
-
-bool is_refusal(EFI_STATUS status)
-{
-    return status == EFI_ACCESS_DENIED || status == EFI_WRITE_PROTECTED || status == EFI_SECURITY_VIOLATION;
-}
-
 bool is_damaged(const variable &read)
 {
     // Reading that failed leaves an errno value, a file that makes no sense leaves none. A link, or a device
     // without a driver, in a variable's place makes no sense either.
     return read.status == EFI_DEVICE_ERROR &&
            (read.error == 0 || read.error == ELOOP || read.error == ENXIO || read.error == EBADMSG);
-}
-
-std::string status_name(EFI_STATUS status)
-{
-    static constexpr const char *errors[] = {nullptr,
-                                             "EFI_LOAD_ERROR",
-                                             "EFI_INVALID_PARAMETER",
-                                             "EFI_UNSUPPORTED",
-                                             "EFI_BAD_BUFFER_SIZE",
-                                             "EFI_BUFFER_TOO_SMALL",
-                                             "EFI_NOT_READY",
-                                             "EFI_DEVICE_ERROR",
-                                             "EFI_WRITE_PROTECTED",
-                                             "EFI_OUT_OF_RESOURCES",
-                                             "EFI_VOLUME_CORRUPTED",
-                                             "EFI_VOLUME_FULL",
-                                             "EFI_NO_MEDIA",
-                                             "EFI_MEDIA_CHANGED",
-                                             "EFI_NOT_FOUND",
-                                             "EFI_ACCESS_DENIED",
-                                             "EFI_NO_RESPONSE",
-                                             "EFI_NO_MAPPING",
-                                             "EFI_TIMEOUT",
-                                             "EFI_NOT_STARTED",
-                                             "EFI_ALREADY_STARTED",
-                                             "EFI_ABORTED",
-                                             "EFI_ICMP_ERROR",
-                                             "EFI_TFTP_ERROR",
-                                             "EFI_PROTOCOL_ERROR",
-                                             "EFI_INCOMPATIBLE_VERSION",
-                                             "EFI_SECURITY_VIOLATION",
-                                             "EFI_CRC_ERROR",
-                                             "EFI_END_OF_MEDIA",
-                                             nullptr,
-                                             nullptr,
-                                             "EFI_END_OF_FILE",
-                                             "EFI_INVALID_LANGUAGE",
-                                             "EFI_COMPROMISED_DATA",
-                                             "EFI_IP_ADDRESS_CONFLICT",
-                                             "EFI_HTTP_ERROR"};
-    static constexpr const char *warnings[] = {"EFI_SUCCESS",
-                                               "EFI_WARN_UNKNOWN_GLYPH",
-                                               "EFI_WARN_DELETE_FAILURE",
-                                               "EFI_WARN_WRITE_FAILURE",
-                                               "EFI_WARN_BUFFER_TOO_SMALL",
-                                               "EFI_WARN_STALE_DATA",
-                                               "EFI_WARN_FILE_SYSTEM",
-                                               "EFI_WARN_RESET_REQUIRED"};
-    const auto code = static_cast<uint64_t>(status);
-    constexpr uint64_t error_bit = UINT64_C(1) << 63;
-    const uint64_t number = code & ~error_bit;
-    if ((code & error_bit) == 0)
-        return number < std::size(warnings) ? warnings[number] : "a warning that UEFI does not name";
-    if (number < std::size(errors) && errors[number])
-        return errors[number];
-    return "an error that UEFI does not name";
-}
-
-std::vector<std::string> attribute_words(uint32_t attributes)
-{
-    static constexpr struct {
-        uint32_t bit;
-        const char *word;
-    } words[] = {{EFI_VARIABLE_NON_VOLATILE, "non-volatile"},
-                 {EFI_VARIABLE_BOOTSERVICE_ACCESS, "boot-service"},
-                 {EFI_VARIABLE_RUNTIME_ACCESS, "run-time"},
-                 {0x08, "hardware-error"},
-                 {0x10, "authenticated"},
-                 {0x20, "time-authenticated"},
-                 {0x80, "enhanced-authenticated"}};
-    std::vector<std::string> set;
-    for (const auto &[bit, word] : words) {
-        if ((attributes & bit) != 0)
-            set.emplace_back(word);
-        attributes &= ~bit;
-    }
-    if (attributes != 0)
-        set.push_back(format("0x%x", attributes));
-    return set;
 }
 
 firmware::firmware(std::string root) : folder(std::move(root))
@@ -196,6 +108,11 @@ std::string firmware::variables_folder() const
     return root_folder() + "/sys/firmware/efi/efivars";
 }
 
+std::string firmware::state_folder() const
+{
+    return root_folder() + "/var/lib/hwplat";
+}
+
 std::string firmware::not_there() const
 {
     const std::string root = root_folder();
@@ -204,12 +121,13 @@ std::string firmware::not_there() const
     if (!is_there(root + "/sys/firmware"))
         return "/sys is not mounted: 'mount -t sysfs sysfs /sys' does it." + in_a_folder;
     if (started_with_no_runtime(root))
-        return "The kernel was started with \"efi=noruntime\" or \"noefi\" and does not call the firmware:\n"
-               "start it without that word." +
+        return "The kernel was started with \"efi=noruntime\" or \"noefi\" and does not call the\n"
+               "firmware: start it without that word." +
                in_a_folder;
     if (!is_there(root + "/sys/firmware/efi"))
         return "It was not started by UEFI firmware." + in_a_folder;
-    return "efivarfs is not mounted: 'mount -t efivarfs efivarfs /sys/firmware/efi/efivars' does it.\n"
+    return "efivarfs is not mounted:\n"
+           "'mount -t efivarfs efivarfs /sys/firmware/efi/efivars' does it.\n"
            "Where that fails, the kernel has no efivarfs or does not call the firmware." +
            in_a_folder;
 }
@@ -240,6 +158,14 @@ void firmware::check(const std::string &what, EFI_STATUS status)
         throw failure(what + ": " + status_name(status) +
                           (error != 0 ? std::string(": ") + strerror(error) : std::string()),
                       {}, messages);
+}
+
+void firmware::require_state(const std::string &what, EFI_STATUS status, const std::string &state,
+                             const std::string &repair)
+{
+    if (!is_live() && is_damaged({status, error, 0, {}}))
+        throw damaged(what + ": " + state_folder() + '/' + state + " is damaged", repair, messages);
+    check(what, status);
 }
 
 void firmware::require_read(const std::string &name, const variable &read, const std::string &when_damaged)
@@ -334,30 +260,6 @@ bool firmware::exists_global(const std::string &name)
     if (!there)
         check("cannot look for " + name, status);
     return true;
-}
-
-EFI_TIME firmware::time(EFI_TIME_CAPABILITIES *capabilities)
-{
-    EFI_TIME now = {};
-    const EFI_STATUS status = service("cannot read the clock", [&](EFI_STATUS *answer) {
-        return ovra_get_time(handle, &now, capabilities, answer);
-    });
-    check("cannot read the clock", status);
-    return now;
-}
-
-firmware::alarm firmware::wakeup_time()
-{
-    alarm result;
-    BOOLEAN enabled = B_FALSE;
-    BOOLEAN pending = B_FALSE;
-    const EFI_STATUS status = service("cannot read the wake-up alarm", [&](EFI_STATUS *answer) {
-        return ovra_get_wakeup_time(handle, &enabled, &pending, &result.time, answer);
-    });
-    check("cannot read the wake-up alarm", status);
-    result.enabled = enabled == B_TRUE;
-    result.pending = pending == B_TRUE;
-    return result;
 }
 
 } // namespace tool

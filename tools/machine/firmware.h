@@ -10,6 +10,7 @@
 
 #include <ovra/ovra.h>
 
+#include "tools/machine/status.h"
 #include "tools/text/failure.h"
 #include "tools/text/loadoption.h"
 #include "tools/text/text.h"
@@ -28,30 +29,21 @@ struct variable {
     bytes data;
 };
 
-// What variables of boot options are written with: non-volatile, boot-service and run-time access.
-constexpr uint32_t boot_variable_attributes =
-    EFI_VARIABLE_NON_VOLATILE | EFI_VARIABLE_BOOTSERVICE_ACCESS | EFI_VARIABLE_RUNTIME_ACCESS;
-
-// "EFI_NOT_FOUND"; never a number that only firmware engineers know.
-std::string status_name(EFI_STATUS status);
-
-// Whether a status, or an errno value, speaks of missing permission.
-bool is_refusal(EFI_STATUS status);
-bool is_permission(int error);
-
 variable_id global_id(const std::string &name);
 
 // Whether a variable is there but holds nothing that could be one, as a folder or a file without attributes.
 bool is_damaged(const variable &read);
-
-// "non-volatile", "run-time"
-std::vector<std::string> attribute_words(uint32_t attributes);
 
 // Capacity for boot variables, in bytes.
 struct variable_store {
     uint64_t left = 0;
     uint64_t largest = 0; // single variable
 };
+
+// Files of what a folder's machine remembers besides variables.
+constexpr const char *clock_state = "time-offset";
+constexpr const char *alarm_state = "wakeup";
+constexpr const char *capacity_state = "capacity";
 
 class firmware {
 public:
@@ -70,9 +62,15 @@ public:
     // Writes a variable, with the attributes that it has if it exists; no data deletes it. Throws
     // not_changed.
     void change_global(const std::string &name, const bytes &data);
-    // Throws what change_global would, as far as can be told without writing. *planned holds the bytes of the
-    // store that earlier changes of the same verb take, 0 at first; this one's are added.
-    void check_change(const std::string &name, const bytes &data, int64_t *planned);
+    // What the changes of one verb take; less than 0 when they give back more.
+    struct room_taken {
+        int64_t store = 0;  // bytes of the variable store
+        int64_t blocks = 0; // of the file system that has the variables as files
+        int64_t files = 0;
+    };
+    // Throws what change_global would, as far as can be told without writing. What the change takes is added
+    // to what earlier ones of the same verb take.
+    void check_change(const std::string &name, const bytes &data, room_taken *planned);
     bool is_real() const; // the variables are the firmware's own, not a folder's
     // What check_change cannot tell; empty when it tells everything.
     std::string not_checked() const;
@@ -103,12 +101,13 @@ public:
         bool pending = false;
         EFI_TIME time = {};
     };
-    EFI_TIME time(EFI_TIME_CAPABILITIES *capabilities);
+    EFI_TIME time(EFI_TIME_CAPABILITIES *capabilities); // throws `damaged`, as wakeup_time() does
     void set_time(EFI_TIME time);
-    void check_set_time();
+    void check_set_time() const;
     alarm wakeup_time();
     void set_wakeup_time(std::optional<EFI_TIME> time);
-    void check_set_wakeup_time();
+    void check_set_wakeup_time() const;
+    void check_clear_wakeup_time() const;
     bool is_live() const; // the clock is the host's chip, which keeps no time zone
     void reset(EFI_RESET_TYPE type);
     void check_reset();
@@ -130,6 +129,7 @@ private:
         std::string name; // of the variable; may be empty
         uint32_t attributes = boot_variable_attributes;
         size_t size = 0;
+        std::string state; // instead of a variable: a file of what the machine remembers besides them
     };
     not_changed why_not(const change_request &request, EFI_STATUS status);
     // What stands in the way of a change: permissions, mounts, marks of files. Nothing if all is well.
@@ -141,9 +141,16 @@ private:
     not_changed too_large(const change_request &request, const variable_store &store) const;
     not_changed no_room(const change_request &request, const std::optional<variable_store> &store) const;
     not_changed file_system_full(const change_request &request) const;
-    void check_room(const change_request &request, const variable &before, int64_t *planned);
-    void check_state(const std::string &what) const;
-    change_request reset_request() const;
+    void check_room(const change_request &request, const variable &before, room_taken *planned);
+    void check_file_system(const change_request &request, room_taken *planned) const;
+    not_changed capacity_unknown(const change_request &request);
+    // A request to write a file of the machine's state, and what stands in its way.
+    change_request request_of_state(const std::string &what, const std::string &state) const;
+    void check_state(const change_request &request) const;
+    // Throws unless a request that reads a file of the machine's state succeeded.
+    void require_state(const std::string &what, EFI_STATUS status, const std::string &state,
+                       const std::string &repair);
+    std::optional<uint16_t> booted_next(); // by a folder's machine
     std::optional<variable_store> store();
 
     unreadable why_unreadable(const std::string &name);
@@ -151,7 +158,10 @@ private:
     std::string not_there() const;
     std::string root_folder() const; // empty for "/"
     std::string variables_folder() const;
+    std::string state_folder() const; // of a machine that is not live
     std::string file_of(const std::string &name) const;
+    std::string folder_of(const change_request &request) const;
+    std::string file_of(const change_request &request) const;
 
     std::string folder;
     ovra_hdl_t handle = nullptr;

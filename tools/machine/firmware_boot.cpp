@@ -4,9 +4,10 @@
 #include <filesystem>
 #include <set>
 
-#include "tools/machine/devicepaths.h"
 #include "tools/machine/firmware.h"
 #include "tools/text/failure.h"
+#include "tools/text/numbers.h"
+#include "tools/text/output.h"
 
 namespace tool {
 
@@ -18,6 +19,16 @@ std::vector<uint16_t> firmware::options()
         const auto number = ovra::option_number(name);
         // Firmware boots only options of its own vendor, and of the one spelling.
         if (number && ovra::same_guid(id.guid, ovra::global_variable_guid))
+            numbers.insert(*number);
+    }
+    // What is damaged is not enumerated; where variables are files it is there all the same.
+    std::error_code ignored;
+    for (std::filesystem::directory_iterator file(variables_folder(), ignored), end; !ignored && file != end;
+         file.increment(ignored)) {
+        const std::string name = file->path().filename().string().substr(0, option_name(0).size());
+        const auto number = parse_option(name);
+        if (number && !numbers.contains(*number) && file->path() == file_of(option_name(*number)) &&
+            option_exists(*number))
             numbers.insert(*number);
     }
     return {numbers.begin(), numbers.end()};
@@ -62,7 +73,8 @@ unreadable firmware::why_unreadable(const std::string &name)
     if (is_damaged(is) && std::filesystem::is_directory(file_of(name), ignored))
         return because("damaged", "A folder is in its place: remove " + file_of(name) + '.');
     if (is_damaged(is) || (is.status == EFI_SUCCESS && !parts))
-        return because("damaged", bytes_advice + "\n'ovra remove " + name + "' removes it.");
+        return because("damaged", (is_damaged(is) ? "" : bytes_advice + '\n') + "'ovra remove " + name +
+                                      "' removes it.");
     if (is.status != EFI_SUCCESS)
         return because(is.error != 0 ? strerror(is.error) : status_name(is.status), {});
     constexpr size_t longest_description = 256; // bytes of UCS-2 that the library reads
@@ -119,8 +131,8 @@ std::vector<uint16_t> firmware::order()
                      : "'ovra order set' writes a new one.");
     // The firmware does not look at half an entry either.
     if (is.data.size() % sizeof(uint16_t) != 0)
-        warn(format("BootOrder has %zu bytes: the last one is half an entry, and is lost when it is written",
-                    is.data.size()));
+        warn(format("BootOrder has %zu bytes: the last one is half an entry", is.data.size()),
+             "It is lost when BootOrder is written.");
     std::vector<uint16_t> numbers(is.data.size() / sizeof(uint16_t));
     if (!numbers.empty())
         memcpy(numbers.data(), is.data.data(), numbers.size() * sizeof(uint16_t));
@@ -138,6 +150,36 @@ std::optional<uint16_t> firmware::named_option(const char *name)
         throw damaged(format("%s is damaged: it has %zu bytes instead of 2", name, is.data.size()));
     memcpy(&number, is.data.data(), sizeof number);
     return number;
+}
+
+// As the machine itself chooses: what BootNext names, though it be inactive, else the first active option of
+// BootOrder. What is damaged starts nothing; what cannot be read might.
+std::optional<uint16_t> firmware::booted_next()
+{
+    const auto read_if_sound = [this](const std::string &name) {
+        variable is = read_global(name);
+        if (is.status == EFI_NOT_FOUND || is_damaged(is))
+            return bytes{};
+        check("cannot read " + name, is.status);
+        return std::move(is.data);
+    };
+    const auto first_of = [&](const bytes &options, uint32_t wanted) -> std::optional<uint16_t> {
+        for (size_t at = 0; at + sizeof(uint16_t) <= options.size(); at += sizeof(uint16_t)) {
+            uint16_t number = 0;
+            memcpy(&number, options.data() + at, sizeof number);
+            const bytes option = read_if_sound(option_name(number));
+            uint32_t attributes = 0;
+            if (option.size() < sizeof attributes + sizeof(uint16_t))
+                continue;
+            memcpy(&attributes, option.data(), sizeof attributes);
+            if ((attributes & wanted) == wanted)
+                return number;
+        }
+        return std::nullopt;
+    };
+    const bytes next = read_if_sound("BootNext");
+    const auto once = next.size() == sizeof(uint16_t) ? first_of(next, 0) : std::nullopt;
+    return once ? once : first_of(read_if_sound("BootOrder"), LOAD_OPTION_ACTIVE);
 }
 
 std::optional<uint16_t> firmware::current()

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Changing variables, the clock and the machine's state, and why that is not possible.
+// Changing variables.
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <linux/magic.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -10,6 +9,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "tools/machine/files.h"
 #include "tools/machine/firmware.h"
 #include "tools/text/failure.h"
 
@@ -17,45 +17,10 @@ namespace tool {
 
 namespace {
 
-constexpr uint32_t authenticated = 0x30; // by either way that the firmware knows
-
-bool may(const std::string &path, int access_mode)
-{
-    return faccessat(AT_FDCWD, path.c_str(), access_mode, AT_EACCESS) == 0;
-}
-
-bool is_read_only(const std::string &path)
-{
-    struct statvfs info = {};
-    return statvfs(path.c_str(), &info) == 0 && (info.f_flag & ST_RDONLY) != 0;
-}
-
-// Type, mode, owner and marks of a file; nothing when there is none.
-std::optional<struct statx> look_at(const std::string &path)
-{
-    struct statx found = {};
-    constexpr unsigned wanted = STATX_TYPE | STATX_MODE | STATX_UID;
-    if (statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, wanted, &found) != 0)
-        return std::nullopt;
-    return found;
-}
-
-bool is_marked(const struct statx &file)
-{
-    return (file.stx_attributes & (STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND)) != 0;
-}
-
 // What a folder's machine counts for a variable beside its data: attributes and name.
 int64_t overhead_of(const std::string &name)
 {
     return static_cast<int64_t>(sizeof(uint32_t) + (name.size() + 1) * sizeof(CHAR16));
-}
-
-std::string with_line(std::string advice, const std::string &line)
-{
-    if (!advice.empty())
-        advice += '\n';
-    return advice + line;
 }
 
 } // namespace
@@ -72,37 +37,14 @@ std::string firmware::file_of(const std::string &name) const
     return variables_folder() + '/' + name + '-' + guid_text(ovra::global_variable_guid);
 }
 
-not_changed firmware::no_permission(const change_request &request) const
+std::string firmware::folder_of(const change_request &request) const
 {
-    return not_changed(request.what + ": no permission", permission_advice());
+    return request.state.empty() ? variables_folder() : state_folder();
 }
 
-not_changed firmware::too_large(const change_request &request, const variable_store &store) const
+std::string firmware::file_of(const change_request &request) const
 {
-    return not_changed(
-        request.what + format(": %zu bytes are too many for one variable", request.size),
-        format("One holds at most %lu bytes: shorten the optional data, the description or the path.",
-               store.largest));
-}
-
-not_changed firmware::no_room(const change_request &request, const std::optional<variable_store> &store) const
-{
-    std::string advice = "Remove options that are not needed; 'ovra vars' shows what takes the room.";
-    if (is_real())
-        advice +=
-            "\nMost firmware gives the room of what is removed back only at the next start: then restart,\n"
-            "and try again.";
-    if (store)
-        advice += format("\n%lu bytes are left, %lu for one variable.", store->left, store->largest);
-    not_changed failed(request.what + ": no room in the variable store", advice);
-    failed.no_room = true;
-    return failed;
-}
-
-not_changed firmware::file_system_full(const change_request &request) const
-{
-    return not_changed(request.what + ": the file system is full",
-                       "The variables are files in " + variables_folder() + ": make room there.");
+    return request.state.empty() ? file_of(request.name) : state_folder() + '/' + request.state;
 }
 
 std::optional<variable_store> firmware::store()
@@ -119,114 +61,15 @@ std::optional<variable_store> firmware::store()
     return variable_store{left, largest};
 }
 
-std::optional<not_changed> firmware::obstacle_in_folder(const change_request &request) const
-{
-    const std::string all = variables_folder();
-    const std::string path = file_of(request.name);
-    const auto parent = look_at(all);
-    const auto file = look_at(path);
-    for (const auto &[is, where] : {std::pair(parent, all), std::pair(file, path)}) {
-        if (is && is_marked(*is))
-            return not_changed(request.what + ": " + where + " is immutable",
-                               "'chattr -i -a' takes that mark away.");
-    }
-    if (file && S_ISDIR(file->stx_mode))
-        return not_changed(request.what + ": a folder is in its place", "Remove the folder " + path + '.');
-    const uid_t user = geteuid();
-    const bool owners_only = parent && (parent->stx_mode & S_ISVTX) != 0 && user != 0;
-    if (owners_only && file && file->stx_uid != user && parent->stx_uid != user)
-        return no_permission(request);
-    return std::nullopt;
-}
-
-std::optional<not_changed> firmware::obstacle(const change_request &request) const
-{
-    const std::string all = variables_folder();
-    const bool real = is_real();
-    if (is_read_only(all))
-        return not_changed(request.what + ": the variables are mounted read-only",
-                           real ? "'mount -o remount,rw /sys/firmware/efi/efivars' makes them writable."
-                                : "'mount -o remount,rw' makes the file system of " + all + " writable.");
-    if (!real) {
-        if (auto found = obstacle_in_folder(request))
-            return found;
-        return may(all, W_OK | X_OK) ? std::nullopt : std::optional(no_permission(request));
-    }
-    if (geteuid() == 0) // for which the platform lifts the mark that the kernel puts on variables
-        return std::nullopt;
-    const std::string path = file_of(request.name);
-    const auto file = look_at(path);
-    const bool allowed = file && request.size != 0 ? !is_marked(*file) && may(path, W_OK) : may(all, W_OK);
-    return allowed ? std::nullopt : std::optional(no_permission(request));
-}
-
 // The firmware takes no change of attributes.
 firmware::change_request firmware::request_of(const std::string &name, const bytes &data,
                                               const variable &before)
 {
-    return {(data.empty() ? "cannot delete " : "cannot write ") + name, name,
-            before.status == EFI_SUCCESS ? before.attributes : boot_variable_attributes, data.size()};
-}
-
-std::optional<not_changed> firmware::obstacle_of_attributes(const change_request &request) const
-{
-    const std::string what =
-        request.what + ": it is stored as " + join(attribute_words(request.attributes), ", ");
-    if ((request.attributes & authenticated) != 0 && request.size != 0)
-        return not_changed(what, "Only who holds the key of an authenticated variable can change it.");
-    // Real firmware may think otherwise, and is asked.
-    if ((request.attributes & EFI_VARIABLE_NON_VOLATILE) == 0 && !is_real())
-        return not_changed(what,
-                           "A variable that is not non-volatile is the firmware's own until the next start.");
-    return std::nullopt;
-}
-
-not_changed firmware::why_not(const change_request &request, EFI_STATUS status)
-{
-    const int reason = error;
-    const std::string said = messages;
-    const auto with_messages = [&said](not_changed failed) {
-        failed.messages = said;
-        return failed;
-    };
-    if (!request.name.empty()) {
-        if (auto known = obstacle(request))
-            return with_messages(std::move(*known));
-    }
-    const std::string words = join(attribute_words(request.attributes), ", ");
-    if (auto known = obstacle_of_attributes(request))
-        return with_messages(std::move(*known));
-    if (is_permission(reason) || is_refusal(status)) {
-        const bool by_firmware = !is_permission(reason) && status == EFI_WRITE_PROTECTED;
-        return with_messages(by_firmware ? not_changed(request.what + ": the firmware keeps it read-only")
-                                         : no_permission(request));
-    }
-
-    // The library does not hand on why a write failed; whether there was room for it can be asked.
-    const bool real = is_real();
-    const auto room = store();
-    if (status == EFI_VOLUME_FULL)
-        return with_messages(file_system_full(request));
-    if (!real && room && room->largest < request.size)
-        return with_messages(too_large(request, *room));
-    const bool no_memory = reason == ENOMEM; // of this process, which has the same status
-    if ((status == EFI_OUT_OF_RESOURCES && !no_memory) || reason == ENOSPC ||
-        (room && room->left < request.size))
-        return with_messages(no_room(request, room));
-
-    std::string advice;
-    // Firmware answers so to a variable beyond its limit for one, which no call tells; it is nowhere lower.
-    constexpr size_t lowest_limit = 1024;
-    if (request.attributes != boot_variable_attributes && status == EFI_INVALID_PARAMETER)
-        advice = "It is stored as " + words +
-                 ", of which this firmware takes no change from a\n"
-                 "running system. The firmware's own setup can delete it; then it can be written anew.";
-    else if (reason == EINVAL && request.size > lowest_limit)
-        advice = format("The firmware may be unable to keep a variable of %zu bytes.", request.size);
-    std::string why = status == EFI_SUCCESS ? std::string() : ": " + status_name(status);
-    if (reason != 0)
-        why += std::string(": ") + strerror(reason);
-    return with_messages(not_changed(request.what + why, advice));
+    return {(data.empty() ? "cannot delete " : "cannot write ") + name,
+            name,
+            before.status == EFI_SUCCESS ? before.attributes : boot_variable_attributes,
+            data.size(),
+            {}};
 }
 
 void firmware::change_global(const std::string &name, const bytes &data)
@@ -252,36 +95,59 @@ void firmware::change_global(const std::string &name, const bytes &data)
         };
         failed.done_anyway = same(after) && !same(before);
         if (failed.done_anyway)
-            failed.advice =
-                with_line(failed.advice, name + (data.empty() ? " is gone" : " is written") +
-                                             " all the same, but that may not outlive a power failure.");
+            failed.advise(name + (data.empty() ? " is gone" : " is written") +
+                          " all the same, but that may not outlive a power failure.");
         else if (after.status != before.status || after.data != before.data)
-            failed.advice = with_line(failed.advice, name + " is no longer what it was: 'ovra vars -v " +
-                                                         name + "' shows it.");
+            failed.advise(name + " is no longer what it was: 'ovra vars -v " + name + "' shows it.");
     } catch (const failure &) {
-        failed.advice = with_line(failed.advice, "What " + name + " now holds cannot be read.");
+        failed.advise("What " + name + " now holds cannot be read.");
     }
     throw not_changed(failed);
 }
 
-void firmware::check_room(const change_request &request, const variable &before, int64_t *planned)
+void firmware::check_room(const change_request &request, const variable &before, room_taken *planned)
 {
+    const bool real = is_real();
     const auto room = store();
+    if (!room && !real && request.size != 0) // which is asked for what grows, and for what it may be
+        throw capacity_unknown(request);
     if (!room)
         return;
-    const bool real = is_real();
     if (!real && request.size > room->largest)
         throw too_large(request, *room);
     const int64_t overhead = overhead_of(request.name);
     const bool frees = before.status == EFI_SUCCESS && !real; // real firmware does so at the next start
     const int64_t freed = frees ? overhead + static_cast<int64_t>(before.data.size()) : 0;
     const int64_t taken = request.size != 0 ? overhead + static_cast<int64_t>(request.size) : 0;
-    *planned += taken - freed;
-    if (taken > freed && *planned > static_cast<int64_t>(room->left))
+    planned->store += taken - freed;
+    if (taken > freed && planned->store > static_cast<int64_t>(room->left))
         throw no_room(request, room);
 }
 
-void firmware::check_change(const std::string &name, const bytes &data, int64_t *planned)
+void firmware::check_file_system(const change_request &request, room_taken *planned) const
+{
+    struct statvfs info = {};
+    if (statvfs(folder_of(request).c_str(), &info) != 0 || info.f_frsize == 0)
+        return;
+    const auto blocks_of = [&info](uint64_t size) {
+        return static_cast<int64_t>((size + info.f_frsize - 1) / info.f_frsize);
+    };
+    // A new file takes the place of the old one, which is there until then. Some file systems have no limits,
+    // and count none.
+    const auto old = look_at(file_of(request));
+    const int64_t blocks = request.size == 0 ? 0 : blocks_of(sizeof(uint32_t) + request.size);
+    const int64_t files = request.size == 0 ? 0 : 1;
+    const auto free_blocks = static_cast<int64_t>(geteuid() == 0 ? info.f_bfree : info.f_bavail);
+    const auto free_files = static_cast<int64_t>(geteuid() == 0 ? info.f_ffree : info.f_favail);
+    const bool no_blocks = info.f_blocks != 0 && planned->blocks + blocks > free_blocks;
+    const bool no_files = info.f_files != 0 && planned->files + files > free_files;
+    if (request.size != 0 && (no_blocks || no_files))
+        throw file_system_full(request);
+    planned->blocks += blocks - (old ? blocks_of(old->stx_size) : 0);
+    planned->files += files - (old ? 1 : 0);
+}
+
+void firmware::check_change(const std::string &name, const bytes &data, room_taken *planned)
 {
     const variable before = read_global(name);
     const change_request request = request_of(name, data, before);
@@ -289,15 +155,15 @@ void firmware::check_change(const std::string &name, const bytes &data, int64_t 
         throw not_changed(*known);
     if (auto known = obstacle_of_attributes(request))
         throw not_changed(*known);
+    // What the variable is must be known to change it.
+    if (is_refusal(before.status))
+        throw no_permission(request);
+    if (before.status != EFI_SUCCESS && before.status != EFI_NOT_FOUND && !is_damaged(before))
+        throw not_changed(request.what + ": it cannot be read: " +
+                          (before.error != 0 ? strerror(before.error) : status_name(before.status)));
     check_room(request, before, planned);
-    struct statvfs info = {};
-    if (is_real() || data.empty() || statvfs(variables_folder().c_str(), &info) != 0)
-        return;
-    // A new file takes the place of the old one.
-    const auto blocks = geteuid() == 0 ? info.f_bfree : info.f_bavail;
-    const auto files = geteuid() == 0 ? info.f_ffree : info.f_favail;
-    if (blocks * info.f_frsize < data.size() + sizeof(uint32_t) || (info.f_files != 0 && files == 0))
-        throw file_system_full(request);
+    if (!is_real())
+        check_file_system(request, planned);
 }
 
 std::string firmware::lock_file() const
@@ -307,90 +173,35 @@ std::string firmware::lock_file() const
 
 int firmware::lock_obstacle() const
 {
-    std::string path = lock_file();
     if (is_live() && geteuid() != 0)
         return EACCES;
-    const bool exists = access(path.c_str(), F_OK) == 0;
-    // It is made, and the folders on the way to it.
-    while (!path.empty() && access(path.c_str(), F_OK) != 0 && errno == ENOENT)
-        path.resize(path.rfind('/'));
-    if (is_read_only(path))
-        return EROFS;
-    return may(path.empty() ? "/" : path, exists ? R_OK | W_OK : W_OK | X_OK) ? 0 : EACCES;
-}
-
-void firmware::check_state(const std::string &what) const
-{
-    const std::string path = root_folder() + "/var/lib/hwplat";
-    if (!is_live() && access(path.c_str(), F_OK) == 0 && !may(path, W_OK | X_OK))
-        throw no_permission({what, {}, boot_variable_attributes, 0});
-}
-
-void firmware::set_time(EFI_TIME time)
-{
-    const std::string what = "cannot set the clock";
-    const EFI_STATUS status =
-        service(what, [&](EFI_STATUS *answer) { return ovra_set_time(handle, &time, answer); });
-    if (status != EFI_SUCCESS)
-        throw why_not({what, {}, boot_variable_attributes, 0}, status);
-}
-
-void firmware::check_set_time()
-{
-    check_state("cannot set the clock");
-}
-
-void firmware::set_wakeup_time(std::optional<EFI_TIME> time)
-{
-    const std::string what = "cannot set the wake-up alarm";
-    const EFI_STATUS status = service(what, [&](EFI_STATUS *answer) {
-        return ovra_set_wakeup_time(handle, time ? B_TRUE : B_FALSE, time ? &*time : nullptr, answer);
-    });
-    if (status != EFI_SUCCESS)
-        throw why_not({what, {}, boot_variable_attributes, 0}, status);
-}
-
-void firmware::check_set_wakeup_time()
-{
-    check_state("cannot set the wake-up alarm");
-}
-
-void firmware::reset(EFI_RESET_TYPE type)
-{
-    if (call([&] { return ovra_reset_system(handle, type, EFI_SUCCESS, 0, nullptr); }) == 0)
-        return;
-    throw why_not(reset_request(), EFI_SUCCESS);
-}
-
-firmware::change_request firmware::reset_request() const
-{
-    // In a folder the next start is played by writing variables.
-    return {"cannot reset the machine", is_live() || is_real() ? "" : "BootCurrent", boot_variable_attributes,
-            sizeof(uint16_t)};
-}
-
-void firmware::check_reset()
-{
-    const change_request request = reset_request();
-    if (is_live() && geteuid() != 0)
-        throw no_permission(request);
-    if (!is_live() && is_real())
-        throw not_changed(request.what +
-                          ": its variables are those of this machine's firmware, but it is not "
-                          "this machine");
-    if (request.name.empty())
-        return;
-    if (auto known = obstacle(request))
-        throw not_changed(*known);
-}
-
-bool firmware::is_live() const
-{
-    struct stat here = {};
-    struct stat live = {};
-    const std::string root = root_folder();
-    return root.empty() || (stat(root.c_str(), &here) == 0 && stat("/", &live) == 0 &&
-                            here.st_dev == live.st_dev && here.st_ino == live.st_ino);
+    // Folders on the way are entered one by one, links not followed, and what is missing is made.
+    const std::string file = lock_file();
+    std::string above = root_folder();
+    while (above.size() < file.size()) {
+        const std::string next = file.substr(0, file.find('/', above.size() + 1));
+        struct stat found = {};
+        if (lstat(next.c_str(), &found) == 0) {
+            if (next != file && !S_ISDIR(found.st_mode))
+                return ENOTDIR;
+            above = next;
+            continue;
+        }
+        if (errno != ENOENT)
+            return errno;
+        if (above.empty())
+            above = "/";
+        const auto folder_above = look_at(above);
+        struct statvfs info = {};
+        if (is_read_only(above))
+            return EROFS;
+        if (folder_above && (folder_above->stx_attributes & STATX_ATTR_IMMUTABLE) != 0)
+            return EPERM;
+        if (!may(above, W_OK | X_OK))
+            return EACCES;
+        return statvfs(above.c_str(), &info) == 0 && info.f_files != 0 && info.f_ffree == 0 ? ENOSPC : 0;
+    }
+    return 0;
 }
 
 std::string firmware::not_checked() const

@@ -26,7 +26,8 @@ std::string process_name(pid_t process)
 
 [[noreturn]] void give_up(const firmware &machine, int error, pid_t holder)
 {
-    const std::string cannot = "cannot lock the machine against other programs: ";
+    struct stat file = {};
+    const std::string cannot = "cannot lock the machine: ";
     switch (error) {
     case ETIMEDOUT:
         throw failure(format("another program has been changing the machine for %u seconds", seconds_to_wait),
@@ -34,8 +35,14 @@ std::string process_name(pid_t process)
                                  : "Which one, the system does not tell.");
     case EACCES:
         throw failure("no permission to change the machine", machine.permission_advice());
+    case ENOTDIR:
+        throw failure(cannot + "a folder on the way to its lock file is none",
+                      "All above " + machine.lock_file() + " are folders; links are not followed.");
     case EPERM:
-        throw failure(cannot + "something else stands in the place of its lock file",
+        if (lstat(machine.lock_file().c_str(), &file) != 0 && errno == ENOENT)
+            throw failure(cannot + "its lock file cannot be made",
+                          "A folder of " + machine.lock_file() + " is immutable: 'chattr -i' changes that.");
+        throw failure(cannot + "something else is in the place of its lock file",
                       "Remove " + machine.lock_file() + '.');
     case EROFS:
         throw failure(cannot + "its file system is mounted read-only",

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "tools/machine/named.h"
 
-#include "tools/machine/devicepaths.h"
 #include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 #include "tools/text/output.h"
 
 namespace tool {

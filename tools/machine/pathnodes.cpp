@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-// Editing packed paths node by node, without a detour through text.
+#include "tools/machine/pathnodes.h"
+
 #include <algorithm>
 
 #include "src/base/nodes.h"
-#include "tools/machine/devicepaths.h"
 #include "tools/text/failure.h"
 #include "tools/text/loadoption.h"
 
@@ -32,7 +32,7 @@ first_instance split_stored(byte_view packed)
 {
     if (const auto error = path_error(packed))
         throw failure("the option's path is no packed device path: " + *error,
-                      "What should stay of it cannot be told; 'ovra create --force' overwrites the option.");
+                      "What should stay of it cannot be told; 'ovra create --force' overwrites it.");
     return split_first(packed);
 }
 
@@ -104,8 +104,8 @@ void require_one_instance(byte_view encoded)
     if (end.at_end())
         return;
     throw failure(format("node %zu of the path is an END node", first.nodes.size() + 1),
-                  "What stands behind it would not belong to the path's first instance; --path-hex stores "
-                  "any path.");
+                  "What stands behind it would not belong to the path's first instance;\n"
+                  "--path-hex stores any path.");
 }
 
 bytes with_devices(byte_view packed, byte_view nodes)

@@ -7,13 +7,16 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
 #include "src/base/device_name.h"
+#include "tools/machine/drives.h"
 #include "tools/text/failure.h"
 #include "tools/text/loadoption.h"
+#include "tools/text/numbers.h"
 
 namespace tool {
 
@@ -21,14 +24,21 @@ namespace {
 
 using texts = std::vector<std::string>;
 
-constexpr size_t file_limit = 1 << 20; // far above what firmware stores; an endless file ends here
+constexpr size_t file_limit = 1 << 20; // far above what firmware stores
 
 bytes contents(const std::string &file)
 {
     const std::string cannot = "cannot read " + (file.empty() ? "\"\"" : printable(file)) + ": ";
-    const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    // Not blocking, as the name may be a FIFO's or a terminal's.
+    const int fd = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd == -1)
         throw failure(cannot + strerror(errno));
+    struct stat info = {};
+    if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        const bool is_folder = S_ISDIR(info.st_mode);
+        close(fd);
+        throw failure(cannot + (is_folder ? strerror(EISDIR) : "it is no regular file"));
+    }
     bytes data(file_limit + 1);
     size_t size = 0;
     ssize_t part = 0;
@@ -64,9 +74,15 @@ uint16_t option_number(const std::string &text)
 {
     const auto number = parse_option(text);
     if (!number)
-        throw usage_error(in_quotes(text) +
-                          " is no boot option: they are named Boot and four hexadecimal digits, as Boot001F");
+        throw usage_error(in_quotes(text) + " is no boot option: Boot and four hex digits, as Boot001F");
     return *number;
+}
+
+void refuse_leading_zero(const std::string &text)
+{
+    const size_t sign = text.starts_with('-') ? 1 : 0;
+    if (text.size() > sign + 1 && text[sign] == '0' && text[sign + 1] >= '0' && text[sign + 1] <= '9')
+        throw usage_error(in_quotes(text) + " has a leading zero, which may mean octal: leave it out");
 }
 
 CLI::Option *option_argument::declare(CLI::App &app, const char *help)
@@ -93,6 +109,7 @@ CLI::Option *options_argument::declare(CLI::App &app, const char *help)
 CLI::Option *position_argument::declare(CLI::App &app, const char *name, const char *shown, const char *help)
 {
     return add_value(app, name, shown, help, [this](const std::string &text) {
+        refuse_leading_zero(text);
         int value = 0;
         const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
         if (text.empty() || error != std::errc() || end != text.data() + text.size())
@@ -190,6 +207,21 @@ void path_arguments::settle_file()
     fprintf(stderr, "The file is named as firmware does, %s.\n", printable(*file).c_str());
 }
 
+// What firmware goes by when it looks for the disk of a path may be that of another disk, or of none.
+void path_arguments::warn_of_wrong_disks(const chosen_disk &found) const
+{
+    if (found.is_logical)
+        warn("the path has the number 0 for " + found.name + ", a logical partition",
+             "Firmware that goes by the number does not find it.");
+    if (full)
+        return;
+    for (const chosen_disk &other : twins_of(found))
+        warn(other.name + ", /dev/" + printable(other.kernel_name) + ", has the same " +
+                 (found.partuuid.empty() ? "MBR signature" : "PARTUUID") + " as " + found.name,
+             std::string("The firmware may take either.") +
+                 (disk.name ? " With --full the path leads to one of them alone." : ""));
+}
+
 given_path path_arguments::encode(device_paths &paths, const std::optional<std::string> &with_file,
                                   const general_options &general) const
 {
@@ -205,6 +237,7 @@ given_path path_arguments::encode(device_paths &paths, const std::optional<std::
     if (!std::equal(node.begin(), node.end(), found.node.begin(), found.node.end()))
         throw failure("the disks changed: " + found.name + " is another one now",
                       "Nothing was written. Try again.");
+    warn_of_wrong_disks(found);
     return {packed, found.members()};
 }
 

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/machine/chosendisk.h"
 #include "tools/machine/devicepaths.h"
-#include "tools/machine/drives.h"
 #include "tools/machine/general.h"
 
 namespace CLI {
@@ -27,6 +27,10 @@ CLI::Option *add_value(CLI::App &app, const char *name, const char *shown, const
 
 // The number that "Boot001F", "boot1f" or "1f" names. Throws a usage_error.
 uint16_t option_number(const std::string &text);
+
+// Programs read such a number as octal or as decimal: nobody can tell which is meant. (In the names of
+// options all digits are hexadecimal.) Throws a usage_error.
+void refuse_leading_zero(const std::string &text);
 
 // One boot option.
 struct option_argument {
@@ -96,6 +100,9 @@ struct path_arguments {
     // Throws a failure.
     given_path encode(device_paths &paths, const std::optional<std::string> &with_file,
                       const general_options &general) const;
+
+private:
+    void warn_of_wrong_disks(const chosen_disk &found) const;
 };
 
 } // namespace tool

@@ -10,6 +10,7 @@
 #include "tools/ovra/arguments.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 
 namespace tool {
 
@@ -171,11 +172,11 @@ uint16_t create_verb::number_for(firmware &machine, const names &names, changes 
     const bool exists = machine.option_exists(number);
     if (!force && exists)
         throw failure(name + " exists",
-                      "Without --number the lowest free number is taken; --force overwrites the option.");
+                      "Without --number the lowest free number is taken; --force overwrites it.");
     if (const char *by = names.of(number); by && !force)
         throw failure(name + " does not exist, but " + by + " still names it",
-                      "The new option would be taken for the one that had this number. Without --number the\n"
-                      "lowest free number is taken; --force takes this one all the same.");
+                      "The new option would be taken for the one that had this number. Without\n"
+                      "--number the lowest free number is taken; --force takes this one all the same.");
     if (names.next == number)
         changes->remark("BootNext names " + name + ": the machine boots it at the next start.", "next", name);
     if (names.current == number)
@@ -209,8 +210,7 @@ void create_verb::run(const general_options &general)
         const variable now = machine.read_global(option_name(number));
         const bool option_stands = now.status != before.status || now.data != before.data;
         if (!general.dry_run && option_stands && !order_stands)
-            reason.advice +=
-                (reason.advice.empty() ? "" : "\n") + take_back(machine, option_name(number), before);
+            reason.advise(take_back(machine, option_name(number), before));
         throw;
     }
     for (change &made : all)

@@ -11,6 +11,7 @@
 #include "tools/machine/sysfs.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 #include "tools/text/output.h"
 
 namespace tool {
@@ -111,8 +112,23 @@ json to_json(const std::vector<drive> &drives, const uses &uses)
 std::string identity(const volume &volume)
 {
     if (volume.is_slice)
-        return guid_text(volume.guid);
+        return "GUID " + guid_text(volume.guid);
     return volume.number == 0 ? "whole disk" : "";
+}
+
+// Names of options, as many on a line as 80 columns have room for.
+std::vector<std::string> lines_of(const std::optional<std::vector<uint16_t>> &options)
+{
+    constexpr size_t most = 3;
+    if (!options)
+        return {"?"};
+    std::vector<std::string> lines(1);
+    for (size_t at = 0; at < options->size(); ++at) {
+        if (at != 0 && at % most == 0)
+            lines.emplace_back();
+        lines.back() += (at % most == 0 ? "" : " ") + option_name((*options)[at]);
+    }
+    return lines;
 }
 
 std::string medium_text(const drive &drive)
@@ -136,14 +152,15 @@ std::string as_text(const std::vector<drive> &drives, const uses &uses)
         if (drive.volumes.empty())
             continue;
         table rows;
-        rows.row({"  Name", "Linux", "Start", "Blocks", "GUID", "Boot options"});
+        rows.row({"  Name", "Linux", "Start", "Blocks", "Boot options"});
         for (const volume &volume : drive.volumes) {
-            std::vector<std::string> names;
-            const auto options = uses.of(drive, volume);
-            for (const uint16_t option : options.value_or(std::vector<uint16_t>()))
-                names.push_back(option_name(option));
+            const std::vector<std::string> options = lines_of(uses.of(drive, volume));
             rows.row({"  " + volume.name, printable(volume.kernel_name), std::to_string(volume.start),
-                      std::to_string(volume.size), identity(volume), options ? join(names, " ") : "?"});
+                      std::to_string(volume.size), options.front()});
+            for (size_t at = 1; at < options.size(); ++at)
+                rows.row({"", "", "", "", options[at]});
+            if (const std::string what = identity(volume); !what.empty())
+                rows.below(6, what);
         }
         all += rows.text();
     }
@@ -159,7 +176,7 @@ public:
     void run(const general_options &general) override
     {
         require_sysfs(general.folder());
-        const std::vector<drive> drives = read_drives(true);
+        const std::vector<drive> drives = read_drives([](const drive &) { return true; });
         if (drives.empty())
             require_devices();
         const uses uses(general.folder());

@@ -4,10 +4,12 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/machine/devicepaths.h"
+#include "tools/machine/drives.h"
 #include "tools/machine/named.h"
 #include "tools/ovra/arguments.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 #include "tools/text/output.h"
 
 namespace tool {

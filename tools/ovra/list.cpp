@@ -5,6 +5,7 @@
 #include "tools/machine/named.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 #include "tools/text/output.h"
 
 namespace tool {

@@ -127,16 +127,19 @@ int run(int argc, char **argv)
 
 void complain(const std::string &what)
 {
-    fprintf(stderr, "ovra: %s\n", tool::printable(what).c_str());
+    const std::string name = "ovra: ";
+    fprintf(stderr, "%s%s\n", name.c_str(), tool::broken(tool::printable(what), name.size()).c_str());
 }
 
-void print_indented(const std::string &lines, int spaces)
+std::vector<std::string> printable_lines(const std::string &text)
 {
-    for (size_t begin = 0; begin < lines.size();) {
-        const size_t end = std::min(lines.find('\n', begin), lines.size());
-        fprintf(stderr, "%*s%s\n", spaces, "", tool::printable(lines.substr(begin, end - begin)).c_str());
+    std::vector<std::string> lines;
+    for (size_t begin = 0; begin < text.size();) {
+        const size_t end = std::min(text.find('\n', begin), text.size());
+        lines.push_back(tool::printable(text.substr(begin, end - begin)));
         begin = end + 1;
     }
+    return lines;
 }
 
 } // namespace
@@ -157,8 +160,10 @@ int main(int argc, char **argv)
         // As of a program that the pipe's signal ends: whoever closed it has seen enough.
     } catch (const tool::failure &error) {
         complain(error.what());
-        print_indented(error.advice, 2);
-        print_indented(error.messages, 4);
+        for (const std::string &line : printable_lines(error.advice))
+            fprintf(stderr, "  %s\n", tool::broken(line, 2).c_str());
+        for (const std::string &line : printable_lines(error.messages))
+            fprintf(stderr, "    %s\n", line.c_str());
     } catch (const std::bad_alloc &) {
         complain("out of memory");
     } catch (const std::exception &error) {

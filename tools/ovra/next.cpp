@@ -6,6 +6,7 @@
 #include "tools/machine/named.h"
 #include "tools/ovra/arguments.h"
 #include "tools/ovra/verb.h"
+#include "tools/text/numbers.h"
 
 namespace tool {
 

@@ -8,6 +8,7 @@
 #include "tools/ovra/arguments.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 
 namespace tool {
 

@@ -8,6 +8,7 @@
 #include "tools/ovra/arguments.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 
 namespace tool {
 
@@ -81,7 +82,6 @@ void removal::run()
     next = named_or_none(machine, &firmware::next);
     if (next && without(options, *next) == options)
         next.reset();
-    prepare();
     take_out_of_order();
     clear_next();
     remove_options();
@@ -101,29 +101,24 @@ void removal::prepare()
         all.push_back(deletes(option_name(number)));
     if (next)
         all.push_back(deletes("BootNext"));
+    result.prepare(all);
+    // By itself: it is written before they give their room back.
     if (ordered)
-        all.push_back(writes_order(without_all(order, options)));
-    try {
-        result.prepare(all);
-    } catch (not_changed &reason) {
-        if (reason.no_room) // removing may make it
-            return;
-        reason.advice += (reason.advice.empty() ? "" : "\n") + std::string("Nothing is removed.");
-        throw;
-    }
+        result.prepare({writes_order(without_all(order, options))});
 }
 
+// Before anything is removed. Without room for it the order is left as it is: removing may make some.
 void removal::take_out_of_order()
 {
-    if (!ordered)
-        return;
     try {
-        result.attempt(writes_order(without_all(order, options)));
-        order_is_written = true;
+        prepare();
+        if (ordered)
+            result.attempt(writes_order(without_all(order, options)));
+        order_is_written = ordered;
     } catch (not_changed &reason) {
         if (reason.no_room)
             return;
-        reason.advice += (reason.advice.empty() ? "" : "\n") + std::string("Nothing is removed.");
+        reason.advise("Nothing is removed.");
         throw;
     }
 }
@@ -159,28 +154,26 @@ void removal::remove_options()
 // Those that could not be removed get their places back.
 void removal::stop(not_changed reason)
 {
-    const auto say = [&reason](const std::string &line) {
-        reason.advice += (reason.advice.empty() ? "" : "\n") + line;
-    };
     if (order_is_written) {
         try {
             result.attempt(writes_order(without_all(order, removed)));
         } catch (const failure &second) {
-            say(std::string("BootOrder is without them now; writing it back failed as well: ") +
-                second.what());
+            reason.advise(std::string("BootOrder is without them now; writing it back failed as well: ") +
+                          second.what());
         }
     }
     if (next_is_cleared && without(removed, *next) == removed) {
         try {
             result.attempt(writes("BootNext", stored(numbers{*next}), option_name(*next)));
         } catch (const failure &second) {
-            say(std::string("BootNext is deleted; writing it back failed as well: ") + second.what());
+            reason.advise(std::string("BootNext is deleted; writing it back failed as well: ") +
+                          second.what());
         }
     }
     if (!removed.empty())
-        say("Removed before that: " + names_of(removed));
+        reason.advise("Removed before that: " + names_of(removed));
     if (const numbers rest = without_all(options, removed); !rest.empty())
-        say("Not touched: " + names_of(rest));
+        reason.advise("Not touched: " + names_of(rest));
     throw not_changed(reason);
 }
 
@@ -201,7 +194,7 @@ void removal::write_order_after_all()
                 advice += "\n'ovra order remove " + option_name(number) + "' takes it out.";
             throw failure(names_of(removed) + (one ? " is" : " are") +
                               " removed, but BootOrder still names " + (one ? "it" : "them") +
-                              (reason.no_room ? ": no room in the variable store" : ""),
+                              (reason.no_room ? ": no room to write it" : ""),
                           advice, reason.messages);
         }
     }

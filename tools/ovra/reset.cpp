@@ -11,6 +11,7 @@
 #include "tools/machine/named.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 
 namespace tool {
 
@@ -92,7 +93,11 @@ void reset_verb::reset(firmware &machine, const general_options &general) const
     // A real machine does not come back from this.
     changes.make(
         {"reset", "reset", std::string("the machine (") + word + ")", {{"type", word}}, {}, {}},
-        [&] { machine.reset(type); }, [&] { machine.check_reset(); });
+        [&] {
+            machine.check_reset(); // so that the start is not half played
+            machine.reset(type);
+        },
+        [&] { machine.check_reset(); });
     if (!general.dry_run) {
         const auto booted = named_or_none(machine, &firmware::current);
         changes.remark(booted ? "booted " + option_name(*booted) + "  " + description_of(machine, *booted)
@@ -119,9 +124,7 @@ void reset_verb::run(const general_options &general)
     } catch (not_confirmed &) {
         throw;
     } catch (failure &reason) {
-        const std::string other = other_way(general);
-        if (!other.empty())
-            reason.advice += (reason.advice.empty() ? "" : "\n") + other;
+        reason.advise(other_way(general));
         throw;
     }
 }

@@ -6,9 +6,11 @@
 #include "tools/machine/changes.h"
 #include "tools/machine/devicepaths.h"
 #include "tools/machine/lock.h"
+#include "tools/machine/pathnodes.h"
 #include "tools/ovra/arguments.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 
 namespace tool {
 
@@ -29,10 +31,9 @@ void require_kept(uint16_t number, const variable &stored_option, const load_opt
     if (keeps_description) {
         const auto text = to_ucs2(read.description);
         if (!text || differs(parts->description, stored(*text)))
-            throw failure(
-                cannot + "its description would not stay as it is",
-                "It is longer than can be read back, or has characters that are no text. Give --desc "
-                "as well.");
+            throw failure(cannot + "its description would not stay as it is",
+                          "It is longer than can be read back, or has characters that are no text. Give\n"
+                          "--desc as well.");
     }
     if (differs(parts->path, read.path))
         throw failure(cannot + "its path would not stay as it is");
@@ -68,6 +69,7 @@ void set_verb::declare(CLI::App &app)
     path.declare_file(app);
     auto *number = add_value(app, "--attr", "N", "attributes: the whole 32-bit number, as 0x1",
                              [this](const std::string &text) {
+                                 refuse_leading_zero(text);
                                  attributes = parse_number(text);
                                  if (!attributes)
                                      throw usage_error("--attr: " + in_quotes(text) + " is no 32-bit number");

@@ -64,7 +64,11 @@ void set_clock(firmware &machine, const EFI_TIME &time, changes *changes)
         refuse_zone(machine.time(nullptr));
     const std::string text = time_text(time);
     changes->make(
-        sets("the clock to " + text, "clock", text), [&] { machine.set_time(time); },
+        sets("the clock to " + text, "clock", text),
+        [&] {
+            machine.check_set_time();
+            machine.set_time(time);
+        },
         [&] { machine.check_set_time(); });
 }
 
@@ -75,9 +79,21 @@ bool same_second(const EFI_TIME &a, const EFI_TIME &b)
 }
 
 // Sets the alarm and looks whether the clock took it. If not, the one that stood before stands again.
+// Nothing when it is damaged: then there is none to go back to.
+std::optional<firmware::alarm> alarm_before(firmware &machine)
+{
+    try {
+        return machine.wakeup_time();
+    } catch (const damaged &) {
+        return std::nullopt;
+    }
+}
+
 void set_alarm(firmware &machine, const EFI_TIME &time)
 {
-    const firmware::alarm before = machine.wakeup_time();
+    machine.check_set_wakeup_time();
+    const std::optional<firmware::alarm> kept = alarm_before(machine);
+    const firmware::alarm before = kept.value_or(firmware::alarm{});
     std::string why;
     try {
         machine.set_wakeup_time(time);
@@ -92,13 +108,14 @@ void set_alarm(firmware &machine, const EFI_TIME &time)
     }
     std::string advice = "It may be too far ahead: most clocks reach a day, a month or a year.\n";
     try {
-        const firmware::alarm now = machine.wakeup_time();
+        const firmware::alarm now = kept ? machine.wakeup_time() : before;
         const bool as_it_was =
             now.enabled == before.enabled && (!before.enabled || same_second(now.time, before.time));
         if (!as_it_was)
             machine.set_wakeup_time(before.enabled ? std::optional(before.time) : std::nullopt);
-        advice += before.enabled ? "The alarm stands at " + time_text(before.time) + " as before."
-                                 : "No alarm is set, as before.";
+        advice += !kept            ? "The file of the alarm is damaged, as before."
+                  : before.enabled ? "The alarm stands at " + time_text(before.time) + " as before."
+                                   : "No alarm is set, as before.";
     } catch (const failure &reason) {
         advice += std::string("Putting the old alarm back failed as well: ") + reason.what();
     }
@@ -116,9 +133,27 @@ void set_alarm(firmware &machine, const EFI_TIME &time, changes *changes)
     changes->make(
         sets("the wake-up alarm to " + text, "alarm", text), [&] { set_alarm(machine, time); },
         [&] {
-            machine.wakeup_time();
+            alarm_before(machine);
             machine.check_set_wakeup_time();
         });
+}
+
+// The machine keeps the time of an alarm that is off, which it cannot where the file makes no sense: then
+// some alarm is set first.
+void clear_alarm(firmware &machine)
+{
+    machine.check_clear_wakeup_time();
+    try {
+        machine.set_wakeup_time(std::nullopt);
+    } catch (const damaged &) {
+        EFI_TIME any = {};
+        any.year = 2000;
+        any.month = 1;
+        any.day = 1;
+        any.timezone = no_timezone;
+        machine.set_wakeup_time(any);
+        machine.set_wakeup_time(std::nullopt);
+    }
 }
 
 class time_verb : public verb {
@@ -158,7 +193,7 @@ private:
         if (clear)
             changes.make(
                 {"disable", "disabled", "the wake-up alarm", {{"alarm", nullptr}}, {}, {}},
-                [&] { machine.set_wakeup_time(std::nullopt); }, [&] { machine.check_set_wakeup_time(); });
+                [&] { clear_alarm(machine); }, [&] { machine.check_clear_wakeup_time(); });
         else if (wakeup)
             set_alarm(machine, *time, &changes);
         else

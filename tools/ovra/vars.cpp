@@ -9,6 +9,7 @@
 #include "tools/ovra/arguments.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 #include "tools/text/output.h"
 
 namespace tool {
@@ -74,13 +75,13 @@ std::string attribute_letters(uint32_t attributes)
         }
     }
     const std::string text = join(words, " ");
-    constexpr size_t columns_left = 12;
+    constexpr size_t columns_left = 11;
     return text.size() <= columns_left ? text : format("0x%08x", attributes);
 }
 
 std::string as_text(const std::vector<named_variable> &entries, bool verbose)
 {
-    constexpr size_t longest = 22; // name in a column of its own; a longer one gets the line above
+    constexpr size_t longest = 19; // name in a column of its own; a longer one gets the line above
     table rows;
     rows.row({"Name", "GUID", "Size", "Attributes"});
     for (const auto &[name, guid, content] : entries) {

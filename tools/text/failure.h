@@ -15,6 +15,13 @@ struct failure : std::runtime_error {
         : std::runtime_error(what), advice(std::move(what_to_do)), messages(std::move(from_library))
     {}
 
+    // Adds to what to do about it; nothing when there is nothing to add.
+    void advise(const std::string &line)
+    {
+        if (!line.empty())
+            advice += (advice.empty() ? "" : "\n") + line;
+    }
+
     std::string advice;   // what to do about it; lines
     std::string messages; // what libovra wrote meanwhile; lines
 };

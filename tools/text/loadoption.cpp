@@ -5,6 +5,7 @@
 
 #include "src/base/nodes.h"
 #include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 
 namespace tool {
 
@@ -41,7 +42,7 @@ void check_description(const std::string &description)
     const auto units = to_ucs2(description);
     if (!units)
         throw usage_error("--desc: " + in_quotes(description) +
-                          " is no UTF-8 text of characters up to U+FFFF, which is what firmware stores");
+                          " is no UTF-8 text of characters up to U+FFFF");
     if (units->size() - 1 > description_characters || description.size() > description_bytes)
         throw usage_error(format("--desc: a description has at most %zu characters and %zu bytes in UTF-8",
                                  description_characters, description_bytes));

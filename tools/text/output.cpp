@@ -3,10 +3,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <unistd.h>
 
 #include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 
 namespace tool {
 
@@ -28,6 +30,14 @@ void print_json(const json &document)
 {
     // A description can hold what is no text: it becomes U+FFFD.
     print(escaped_in_json(document.dump(2, ' ', false, json::error_handler_t::replace)) + '\n');
+}
+
+void warn(const std::string &what, const std::string &advice)
+{
+    const std::string name = "ovra: warning: ";
+    fprintf(stderr, "%s%s\n", name.c_str(), broken(what, name.size()).c_str());
+    if (!advice.empty())
+        fprintf(stderr, "  %s\n", broken(advice, 2).c_str());
 }
 
 void table::row(std::vector<std::string> cells)

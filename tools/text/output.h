@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-// Standard output: plain text for people, JSON for programs.
+// What is written: plain text for people, JSON for programs, warnings.
 #ifndef OVRA_TOOLS_OUTPUT_H
 #define OVRA_TOOLS_OUTPUT_H
 
@@ -18,6 +18,9 @@ using json = nlohmann::ordered_json; // members in the order in which they are w
 // Writes to standard output; throws a failure when not all of it could be written.
 void print(std::string_view text);
 void print_json(const json &document);
+
+// One line to standard error, and what to do about it.
+void warn(const std::string &what, const std::string &advice = {});
 
 // Columns as wide as their widest cell.
 class table {

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-// Text, numbers and bytes as people type and read them.
+// Text as people type and read it.
 #ifndef OVRA_TOOLS_TEXT_H
 #define OVRA_TOOLS_TEXT_H
 
@@ -39,29 +39,13 @@ std::string escaped_in_json(std::string_view document);
 // Columns that printable text takes on a terminal.
 size_t columns(std::string_view utf8);
 
-std::string hex(byte_view data);
-
-// "8be4df61-93ca-..."
-std::string guid_text(const EFI_GUID &guid);
-
-// Pairs of hexadecimal digits; blanks and colons between pairs do not count.
-std::optional<bytes> parse_hex(std::string_view text);
-
-// Rows of 16 bytes: offset, hexadecimal, ASCII.
-std::vector<std::string> hex_dump(byte_view data);
-
 std::string in_quotes(std::string_view text);
 
+// A line that begins behind `indent` columns, broken where it goes beyond 80. One with a path, another long
+// word or quotes stays whole: it is to be copied, or searched for.
+std::string broken(const std::string &line, size_t indent);
+
 std::string join(const std::vector<std::string> &words, std::string_view separator);
-
-// "Boot001F" of 0x1F.
-std::string option_name(uint16_t number);
-
-// The number of "Boot001F", "boot1f" or "1f".
-std::optional<uint16_t> parse_option(std::string_view text);
-
-// A whole number that fits in 32 bits: "0x" hexadecimal, else decimal.
-std::optional<uint32_t> parse_number(std::string_view text);
 
 // printf into a string.
 [[gnu::format(printf, 1, 2)]] std::string format(const char *format, ...);

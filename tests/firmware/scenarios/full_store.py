@@ -86,9 +86,9 @@ def run(lab):
     removed = start.run(f"ovra remove {gone}")
     said = removed.err.splitlines()
     common.expect("the removal", (removed.status, said[0]), (1,
-        f"ovra: {gone} is removed, but BootOrder still names it: no room in the variable store"))
+        f"ovra: {gone} is removed, but BootOrder still names it: no room to write it"))
     for advice in (f"  'ovra order remove {gone}' takes it out.",
-                   "  Most firmware gives the room of what is removed back only at the next start: then restart,"):
+                   "  Most firmware gives the room of what is removed back only at the next start:"):
         assert advice in said, removed.err
     before = stored(start)
     assert not any(name.startswith(gone) for name in before), f"{gone} is still there"
