@@ -9,7 +9,7 @@
 #include <cstddef>
 
 #include "src/base/nodes.h"
-#include "src/dpath/words.h"
+#include "src/base/words.h"
 #include "src/print/print.h"
 #include "src/print/text.h"
 

@@ -14,6 +14,7 @@
 #include "platform/include/volset.h"
 #include "src/base/device_name.h"
 #include "src/base/hard_drive.h"
+#include "src/base/words.h"
 #include "tools/ovra/failure.h"
 
 namespace tool {
@@ -211,7 +212,7 @@ const char *drive::medium() const
 {
     if (!has_medium)
         return "none";
-    return signature ? "MBR" : "GPT";
+    return ovra::by_value(ovra::partition_formats, signature ? ovra::format_mbr : ovra::format_gpt)->text;
 }
 
 std::vector<drive> read_drives(bool media)

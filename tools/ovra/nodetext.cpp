@@ -5,7 +5,9 @@
 #include <charconv>
 #include <optional>
 
+#include "src/base/ids.h"
 #include "src/base/nodes.h"
+#include "src/base/words.h"
 
 namespace tool {
 
@@ -19,6 +21,7 @@ namespace {
 //   word     a word that the library knows, or a number
 //   guid?    a GUID or a number
 //   A|B,b|C  words that stand for 0, 1 and 2, or a number; behind a comma another word for the same
+//   @list    the words of a list that the library has, or a number; also as the last one of such words
 struct keyword {
     const char *name;
     const char *parameters;
@@ -50,7 +53,7 @@ constexpr keyword keywords[] = {
     {"AcpiExp", "HID:eisa CID:eisa CIDSTR:text"},
     {"AcpiAdr", whole_text},
     {"MessagingPath", raw_node},
-    {"Ata", "Controller:Primary|Secondary Drive:Master|Slave LUN:number"},
+    {"Ata", "Controller:@channel Drive:@drive LUN:number"},
     {"Scsi", "PUN:number LUN:number"},
     {"Fibre", "WWN:number LUN:number"},
     {"FibreEx", "WWN:bytes LUN:bytes"},
@@ -63,7 +66,7 @@ constexpr keyword keywords[] = {
     {"VenVt100", no_parameters},
     {"VenVt100Plus", no_parameters},
     {"VenUtf8", no_parameters},
-    {"UartFlowCtrl", "Value:None|Hardware|XonXoff"},
+    {"UartFlowCtrl", "Value:@flow_control"},
     {"SAS", "Address:number LUN:number RTP:number SASSATA:word Location:Internal|External "
             "Connect:Direct|Expanded DriveBay:number Reserved:number"},
     {"SasEx", "Address:digits LUN:digits RTP:number SASSATA:word Location:Internal|External "
@@ -74,7 +77,7 @@ constexpr keyword keywords[] = {
              "SubnetMask:address"},
     {"IPv6", "RemoteIp:address Protocol:word Type:number LocalIp:address GatewayIPAddress:address"},
     {"Uart", "Baud:number DataBits:number Parity:D,Default|N,No,None|E,Even|O,Odd|M,Mark|S,Space "
-             "StopBits:D|1|1.5|2"},
+             "StopBits:@stop_bits"},
     {"UsbClass", "VID:number PID:number Class:number SubClass:number Protocol:number"},
     {"UsbAudio", usb_class},
     {"UsbCDCControl", usb_class},
@@ -98,13 +101,13 @@ constexpr keyword keywords[] = {
               "Authentication:word Protocol:word"},
     {"Vlan", "VlanId:number"},
     {"MediaPath", raw_node},
-    {"HD", "Partition:number Type:?|MBR|GPT Signature:guid? Start:number Size:number"},
+    {"HD", "Partition:number Type:?|@partition Signature:guid? Start:number Size:number"},
     {"CDROM", "Entry:number Start:number Size:number"},
     {"VenMedia", "GUID:guid Data:bytes"},
     {"Media", "GUID:guid"},
     {"Offset", "StartingOffset:number EndingOffset:number"},
     {"BbsPath", raw_node},
-    {"BBS", "Type:unknown|Floppy|HD|CDROM|PCMCIA|USB|Network Id:text Flags:number"},
+    {"BBS", "Type:unknown|@boot_device Id:text Flags:number"},
 };
 
 struct parameter {
@@ -196,15 +199,37 @@ std::optional<uint64_t> number_in(std::string_view text)
     return value && text[0] == '0' && *value > 7 ? std::nullopt : value;
 }
 
+std::span<const ovra::word> list_of(std::string_view name)
+{
+    static constexpr struct {
+        std::string_view name;
+        std::span<const ovra::word> words;
+    } lists[] = {{"channel", ovra::ata_channels},
+                 {"drive", ovra::ata_drives},
+                 {"flow_control", ovra::uart_flow_controls},
+                 {"stop_bits", ovra::uart_stop_bits},
+                 {"partition", ovra::partition_formats},
+                 {"boot_device", ovra::bbs_device_types}};
+    for (const auto &list : lists) {
+        if (list.name == name)
+            return list.words;
+    }
+    return {};
+}
+
 bool is_list(std::string_view kind)
 {
-    return kind.find('|') != std::string_view::npos;
+    return kind.starts_with('@') || kind.find('|') != std::string_view::npos;
 }
 
 std::optional<uint64_t> listed_value(std::string_view list, std::string_view word)
 {
     uint64_t value = 0;
     for (const std::string_view words : parts_of(list, '|')) {
+        if (words.starts_with('@')) {
+            const ovra::word *known = ovra::by_text(list_of(words.substr(1)), word);
+            return known ? std::optional<uint64_t>(known->value) : std::nullopt;
+        }
         for (const std::string_view each : parts_of(words, ',')) {
             if (same(each, word))
                 return value;
@@ -485,10 +510,7 @@ uint32_t eisa_id(const std::optional<std::string> &text)
 {
     if (!text || *text == "0")
         return 0;
-    uint32_t vendor = 0;
-    for (const char letter : text->substr(0, 3))
-        vendor = vendor << 5 | static_cast<uint32_t>(letter - 'A' + 1);
-    return vendor | static_cast<uint32_t>(number_in(text->substr(3), 16).value()) << 16;
+    return ovra::eisa_id(text->substr(0, 3), static_cast<uint16_t>(number_in(text->substr(3), 16).value()));
 }
 
 // The library reads UID as an identifier, prints it as a number, and prints the strings in another order than
@@ -532,10 +554,14 @@ void hard_drive(parsed_node &node)
     std::optional<std::string> &type = node["Type"].value;
     if (!type)
         return;
-    const std::string meant = meaning(node["Type"].kind, *type);
-    if (meant != "1" && meant != "2")
+    const auto meant = listed_value(node["Type"].kind, *type);
+    const uint64_t format = meant ? *meant : number_in(*type).value_or(0);
+    const ovra::word *word = format <= UINT16_MAX
+                                 ? ovra::by_value(ovra::partition_formats, static_cast<unsigned>(format))
+                                 : nullptr;
+    if (!word)
         refuse("Type is MBR or GPT");
-    type = meant == "1" ? "MBR" : "GPT";
+    type = word->text;
 }
 
 // The library drops SAS or SATA where Location is a number, and makes no sense of a drive bay. Firmware
@@ -676,9 +702,9 @@ std::string eisa_text(uint32_t id)
     if (id == 0)
         return "0";
     std::string text;
-    for (int shift = 10; shift >= 0; shift -= 5)
-        text += static_cast<char>('A' - 1 + (id >> shift & 0x1f));
-    return text + format("%04X", id >> 16);
+    for (unsigned place = 0; place < 3; ++place)
+        text += ovra::eisa_letter(id, place);
+    return text + format("%04X", ovra::eisa_product(id));
 }
 
 std::string acpi_ex_text(const uefi_acpiex_device_path_t &node)
