@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include <cstring>
 
+#include "src/base/ids.h"
 #include "src/base/nodes.h"
 #include "src/dpath/dpath.h"
 #include "src/rt/diag.h"
 
 static bool is_root_bridge(const uefi_acpi_device_path_t *node)
 {
-    const uint32_t product = node->hid >> 16;
-    return product == 0x0a03 || product == 0x0a08; // PNP0A03 PCI, PNP0A08 PCI Express
+    const uint16_t product = ovra::eisa_product(node->hid);
+    return product == ovra::product_pci_root || product == ovra::product_pcie_root;
 }
 
 int compare_dpath_nodes(uefi_device_path_t *a, uefi_device_path_t *b)

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <cstring>
 
+#include "src/base/ids.h"
 #include "src/base/number.h"
 #include "src/dpath/build.h"
-#include "src/dpath/ids.h"
 #include "src/encode/get.h"
 #include "src/rt/diag.h"
 

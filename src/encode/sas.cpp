@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "src/base/ascii.h"
+#include "src/base/ids.h"
 #include "src/dpath/build.h"
-#include "src/dpath/ids.h"
 #include "src/encode/get.h"
 #include "src/rt/diag.h"
 

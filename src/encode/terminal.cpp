@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <cctype>
 
-#include "src/dpath/ids.h"
-#include "src/dpath/words.h"
+#include "src/base/ids.h"
+#include "src/base/words.h"
 #include "src/encode/fields.h"
 #include "src/encode/vendor.h"
 

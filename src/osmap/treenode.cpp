@@ -2,9 +2,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "src/base/ids.h"
 #include "src/base/number.h"
 #include "src/dpath/build.h"
-#include "src/dpath/ids.h"
 #include "src/osmap/osmap.h"
 #include "src/osmap/platform.h"
 #include "src/rt/diag.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "src/dpath/ids.h"
-#include "src/dpath/words.h"
+#include "src/base/ids.h"
+#include "src/base/words.h"
 #include "src/print/rows.h"
 
 using namespace ovra;
@@ -15,26 +15,21 @@ constexpr word devices[] = {
 
 // Kept: of an EISA identifier only the product number is looked at; every vendor prints as "PNP".
 // [kept_acpi_vendor_is_not_looked_at]
-constexpr uint32_t product(uint32_t eisa_id)
-{
-    return eisa_id >> 16;
-}
-
 void print_acpi(const uefi_acpi_device_path_t &node, text &to)
 {
-    if (const word *device = by_value(devices, product(node.hid)))
+    if (const word *device = by_value(devices, eisa_product(node.hid)))
         to.add("/%s(0x%X)", device->text, node.uid);
     else
-        to.add("/Acpi(PNP%04X,0x%X)", product(node.hid), node.uid);
+        to.add("/Acpi(PNP%04X,0x%X)", eisa_product(node.hid), node.uid);
 }
 
 void print_acpi_expanded(const uefi_acpiex_device_path_t &node, text &to)
 {
-    to.add("/AcpiEx(PNP%04X,", product(node.hid));
+    to.add("/AcpiEx(PNP%04X,", eisa_product(node.hid));
     if (node.cid == 0)
         to.put("0");
     else
-        to.add("PNP%04X", product(node.cid));
+        to.add("PNP%04X", eisa_product(node.cid));
     to.add(",0x%X", node.uid);
     std::span<const uint8_t> strings = tail(node);
     for (int i = 0; i < 3; ++i) {

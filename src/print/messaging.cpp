@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "src/dpath/ids.h"
+#include "src/base/ids.h"
 #include "src/print/rows.h"
 
 using namespace ovra;

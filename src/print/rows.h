@@ -10,7 +10,7 @@
 #include <type_traits>
 
 #include "src/base/nodes.h"
-#include "src/dpath/words.h"
+#include "src/base/words.h"
 #include "src/print/text.h"
 
 namespace ovra {

@@ -1,17 +1,33 @@
 /* SPDX-License-Identifier: MIT */
 /* Identifiers that the encoders write and the printer and the disk mapper recognise. */
-#ifndef SRC_DPATH_IDS_H
-#define SRC_DPATH_IDS_H
+#ifndef SRC_BASE_IDS_H
+#define SRC_BASE_IDS_H
+
+#include <string_view>
 
 #include <ovra/uefi.h>
 
 namespace ovra {
 
 /* A compressed EISA identifier: three letters of 5 bits each, and the product number in the upper half. */
-constexpr uint32_t eisa_id(const char (&vendor)[4], uint16_t product)
+constexpr uint32_t eisa_id(std::string_view vendor, uint16_t product)
 {
-    const auto letter = [&](int i) { return static_cast<uint32_t>(vendor[i] - 0x40) & 0x1f; };
-    return letter(0) << 10 | letter(1) << 5 | letter(2) | static_cast<uint32_t>(product) << 16;
+    uint32_t letters = 0;
+    for (const char letter : vendor)
+        letters = letters << 5 | (static_cast<uint32_t>(letter - 0x40) & 0x1f);
+    return letters | static_cast<uint32_t>(product) << 16;
+}
+
+/* The product number of an identifier. */
+constexpr uint16_t eisa_product(uint32_t id)
+{
+    return static_cast<uint16_t>(id >> 16);
+}
+
+/* The letter of an identifier's vendor at a place from 0 to 2. */
+constexpr char eisa_letter(uint32_t id, unsigned place)
+{
+    return static_cast<char>(0x40 + (id >> (10 - 5 * place) & 0x1f));
 }
 
 inline constexpr uint16_t product_keyboard = 0x0301;
