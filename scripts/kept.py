@@ -14,9 +14,10 @@ import sys
 MARKED = ("include", "src", "platform", "tools")
 COMMENT = re.compile(r'"(?:\\.|[^"\\\n])*"|(?P<block>/\*.*?\*/)|(?P<lines>//[^\n]*(?:\n[ \t]*//[^\n]*)*)', re.DOTALL)
 MARK = re.compile(r"\bKept\b(?P<why>(?:(?!\bKept\b).)*?)(?:\[(?P<tests>kept_[^\]]*)\]|(?=\bKept\b)|$)", re.DOTALL)
-# A case in GoogleTest, a row of a table in C++, a row of a table as text.
+# A case in GoogleTest, a row of a table in C++, a case for each row of one, a row of a table as text.
 TEST = {
-    ".cpp": re.compile(r'\bTEST(?:_[FP])?\(\s*\w+,\s*(kept_\w+)\)|\{\s*"(kept_\w+)"\s*,'),
+    ".cpp": re.compile(r'\bTEST(?:_[FP])?\(\s*\w+,\s*(kept_\w+)\)|\{\s*"(kept_\w+)"\s*,|'
+                       r'\bregister_rows\("\w*?(kept_\w+)"'),
     ".tsv": re.compile(r"^(kept_\w+)\t", re.MULTILINE),
 }
 
@@ -42,7 +43,7 @@ def tests(root):
     for path in sorted((root / "tests").rglob("*")):
         if path.suffix in TEST:
             for found in TEST[path.suffix].finditer(path.read_text()):
-                yield found[1] or found[2] if path.suffix == ".cpp" else found[1]
+                yield next(filter(None, found.groups()))
 
 
 def main():

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include "src/base/words.h"
 #include "src/dpath/build.h"
-#include "src/dpath/words.h"
 #include "src/encode/get.h"
 #include "src/rt/diag.h"
 

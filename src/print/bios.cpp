@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "src/dpath/words.h"
+#include "src/base/words.h"
 #include "src/print/rows.h"
 
 using namespace ovra;

@@ -10,7 +10,7 @@
 #include <span>
 #include <string_view>
 
-#include "src/dpath/words.h"
+#include "src/base/words.h"
 #include "src/rt/owned.h"
 
 namespace ovra {
