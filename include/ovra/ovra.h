@@ -62,8 +62,8 @@
  *  - A handle stays with the variables of the machine that it was opened on. Disks and the device tree are
  *    looked up by name at each call: after a chroot they are another machine's.
  *  - Once the program's first ovra_init has returned, fork waits until no thread is inside a text conversion;
- *    the child may then use the library with handles of its own. (_Fork and clone do not wait.) The descriptor
- *    of an inherited handle is shared by both processes.
+ *    the child may then use the library with handles of its own. (_Fork and clone do not wait.) The
+ * descriptor of an inherited handle is shared by both processes.
  *  - pthread_cancel takes effect after a call, never in the middle. Asynchronous cancellation
  *    (PTHREAD_CANCEL_ASYNCHRONOUS) must be off while the library is called.
  *  - Once loaded, the library stays loaded: dlclose does not unload it.
