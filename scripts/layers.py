@@ -87,15 +87,15 @@ NAME = re.compile(r'"(?P<quoted>[^"]+)"$|<(?P<system>[^>]+)>$')
 
 
 def blank(match):
-    """A comment's place: a space, and its line ends so that lines keep their numbers."""
+    """A comment's place: a space and its line ends, which keeps the numbers of lines."""
     if match.group("comment") is None:
         return match.group()
     return " " + "\n" * match.group().count("\n")
 
 
 def includes(text):
-    """(line number, what stands behind #include) of each directive outside comments."""
-    # A continued line keeps its number: its line ends move behind it.
+    """(line number, what follows #include) of each directive outside comments."""
+    # A continued line keeps its number: its line ends move after it.
     text = re.sub(r"(?:[^\n]*\\\n)+[^\n]*",
                   lambda m: m.group().replace("\\\n", "") + "\n" * m.group().count("\\\n"), text)
     for number, line in enumerate(TOKEN.sub(blank, text).split("\n"), 1):

@@ -37,7 +37,7 @@ typedef enum { B_FALSE = 0, B_TRUE = 1 } BOOLEAN;
 #define EFI_TIMEOUT EFI_ERROR_CODE(18ULL)
 #define EFI_SECURITY_VIOLATION EFI_ERROR_CODE(26ULL)
 
-/* Variable attributes. No macros: other headers have some of these names, included before or behind. */
+/* Variable attributes. No macros: other headers have some of these names, included before or after. */
 #ifndef EFI_VARIABLE_NON_VOLATILE
 #ifdef __cplusplus
 static const UINT32 EFI_VARIABLE_NON_VOLATILE = 0x01;
@@ -116,11 +116,11 @@ typedef enum { EFI_RESET_COLD = 0, EFI_RESET_WARM = 1, EFI_RESET_SHUTDOWN = 2 } 
 #define OVRA_OFFSET(record, field, offset)                                                                   \
     OVRA_CHECK(record##_##field##_check, offsetof(record, field) == (offset))
 #define OVRA_BYTES(record)                                                                                   \
-    struct record##_behind_a_byte {                                                                          \
+    struct record##_after_a_byte {                                                                           \
         uint8_t byte;                                                                                        \
-        record behind;                                                                                       \
+        record after;                                                                                        \
     };                                                                                                       \
-    OVRA_CHECK(record##_packing_check, offsetof(struct record##_behind_a_byte, behind) == 1)
+    OVRA_CHECK(record##_packing_check, offsetof(struct record##_after_a_byte, after) == 1)
 #define OVRA_KIND(record, type, subtype, size)                                                               \
     OVRA_BYTES(record);                                                                                      \
     enum { record##_kind_type = (type), record##_kind_subtype = (subtype), record##_kind_size = (size) }
@@ -388,7 +388,7 @@ OVRA_OFFSET(uefi_sas_msg_device_path_t, lun, 32);
 OVRA_OFFSET(uefi_sas_msg_device_path_t, sassata, 40);
 OVRA_OFFSET(uefi_sas_msg_device_path_t, rtp, 42);
 
-/* MAC address: the bytes, zeros behind them; the interface type of RFC 3232. */
+/* MAC address: the bytes, then zeros; the interface type of RFC 3232. */
 typedef struct {
     uint8_t type;
     uint8_t subtype;

@@ -85,7 +85,7 @@ constexpr record new_record()
     return node;
 }
 
-/* The END node behind the last instance of a path. */
+/* The END node after the last instance of a path. */
 inline constexpr uefi_device_path_t end_entire = {UEFI_END, UEFI_END_ENTIRE, sizeof(uefi_device_path_t)};
 
 /* Walks packed nodes. What stopped it can be asked when next() gives null. */
@@ -149,7 +149,7 @@ const record *as(byte_view packed)
     return node ? as<record>(node) : nullptr;
 }
 
-/* The bytes behind the fixed part of a record, to the end of its node. */
+/* The bytes after the fixed part of a record, to the end of its node. */
 template <typename record>
 byte_view tail(const record &node)
 {

@@ -36,7 +36,7 @@ struct variable_id {
     EFI_GUID vendor;
     CHAR16 name[name_units];
 
-    // Zeroes what stands behind the terminator, which is not part of the name.
+    // Zeroes what follows the terminator, which is not part of the name.
     void trim()
     {
         CHAR16 *terminator = std::find(name, name + name_units, 0);

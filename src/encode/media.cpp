@@ -83,7 +83,7 @@ int encode_cdrom(uefi_arg_list_t *args, uefi_device_path_t **out)
     auto node = new_node<uefi_cdrom_path_t>();
     if (!node)
         return fail("unable to allocate cdrom dpath\n");
-    // Kept: Entry is read under a name that the keyword does not have, so that only entry 0 can be encoded.
+    // Kept: Entry is read under a name that the keyword does not have: only entry 0 can be encoded.
     // [kept_cdrom_*]
     uint32_t boot_entry = 0;
     if (is_given(args, "Entry") && !require(args, "VlanId", &boot_entry))

@@ -59,7 +59,7 @@ bool get_protocol_and_type(uefi_arg_list_t *args, uint16_t *protocol, uint8_t *t
 
     if (!is_given(args, "Type"))
         return true;
-    // Kept: it is Protocol that is compared with the words of Type, so that Type has to be a number.
+    // Kept: Protocol is compared with the words of Type: Type itself has to be a number.
     // [kept_ipv4_*, kept_ipv6_type_is_no_word]
     if (const word *word = protocol_text ? by_text(ip_types, protocol_text) : nullptr) {
         *type = static_cast<uint8_t>(word->value);
@@ -108,7 +108,7 @@ int encode_ipv6(uefi_arg_list_t *args, uefi_device_path_t **out)
         return -1;
     node->protocol = protocol;
     node->ip_addr_origin = type;
-    // Kept: no argument has the second name, so that the gateway is always zeros. [kept_ipv6_gateway_*]
+    // Kept: no argument has the second name: the gateway is always zeros. [kept_ipv6_gateway_*]
     if (!get_address(args, "LocalIP", node->local_addr, "unable to encode argument 'LocalIP'\n") ||
         !get_address(args, "GatewayIPAddres", node->gateway_addr,
                      "unable to encode argument 'GatewayIPAddress'\n"))

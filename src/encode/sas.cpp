@@ -39,7 +39,7 @@ bool get_device(uefi_arg_list_t *args, unsigned *info)
         *info = sata_device;
         return true;
     }
-    // Kept: the number is looked up under this name, which no argument has, so that only the words work.
+    // Kept: the number is looked up under this name, which no argument has: only the words work.
     // [kept_sas*_is_looked_up_with_three_s]
     uint16_t number = 0;
     if (!require(args, "SASSSATA", &number))

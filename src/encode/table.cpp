@@ -6,7 +6,7 @@
 
 namespace {
 
-// A text as a template argument, so that a row holds its parameters.
+// A text as a template argument: a row holds its parameters.
 template <size_t size>
 struct literal {
     char text[size] = {};

@@ -109,7 +109,7 @@ int add_hardware_paths(const char *path, uefi_device_path_t ***list)
         current = find_child(current, component);
         if (!current)
             return -1;
-        // Kept: not cleared here, so that an "ide" level, which translates into nothing, repeats the node
+        // Kept: not cleared here: an "ide" level, which translates into nothing, repeats the node
         // before it; stored paths through one carry that node twice. [kept_an_ide_level_*, kept_ide_levels_*]
         uefi_device_path_t *const before = node;
         if (dinode_to_uefinode(current, &node) != 0)

@@ -46,7 +46,7 @@ int ovra::decode_to_uefi(ovra_hdl_t hdl, ovra_epath_t epath, int len, ovra_path_
             return -1;
         current = {};
     }
-    // Kept: what stands behind the last END node belongs to no instance and is dropped.
+    // Kept: what follows the last END node belongs to no instance and is dropped.
     // [kept_nodes_behind_the_last_end_node_are_lost]
     *paths = decoded.release();
     return 0;

@@ -28,7 +28,7 @@ void print_mac_address(const uefi_macaddr_device_path_t &node, text &to)
 
 void print_uart(const uefi_uart_device_path_t &node, text &to)
 {
-    // Kept: both numbers are signed, so that 200 data bits print as -56. [kept_uart_numbers_are_signed]
+    // Kept: both numbers are signed: 200 data bits print as -56. [kept_uart_numbers_are_signed]
     to.add("/Uart(%ld,%hhd,", static_cast<int64_t>(node.baud), static_cast<int8_t>(node.databits));
     add_word(to, uart_parities, node.parity);
     to.put(",");
@@ -61,7 +61,7 @@ struct vendor_kind {
     const char *text;
 };
 
-// Kept: these GUIDs decide alone; data behind them is not printed. [kept_vendor_data_is_not_printed]
+// Kept: these GUIDs decide alone; data after them is not printed. [kept_vendor_data_is_not_printed]
 // Kept: the debug port has no parentheses. [kept_debug_port_has_no_parentheses]
 constexpr vendor_kind vendor_kinds[] = {
     {pc_ansi, "/VenPcAnsi()"}, {vt100, "/VenVt100()"},     {vt100_plus, "/VenVt100Plus()"},

@@ -67,7 +67,7 @@ private:
 void add_word(text &to, std::span<const word> words, unsigned value);
 
 /*
- * A text accumulator that knows its length, so that a long path is not walked for each of its nodes. Null
+ * A text accumulator that knows its length: a long path is not walked for each of its nodes. Null
  * until the first piece; a piece for which there is no memory is left out.
  */
 class accumulator {

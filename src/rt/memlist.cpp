@@ -47,7 +47,7 @@ int memlist_add(ovra_hdl_t hdl, void *block)
     }
     hdl->memlist_addr[slot] = block;
     hdl->memlist_end = std::max(hdl->memlist_end, slot + 1);
-    // A start for the next search, so that filling a long list does not walk it each time.
+    // A start for the next search: filling a long list does not walk it each time.
     hdl->memlist_low = static_cast<uint32_t>(std::min<size_t>(slot + 1, UINT32_MAX));
     return 0;
 }

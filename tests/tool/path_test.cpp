@@ -183,16 +183,16 @@ TEST(PathDecode, says_how_much_stands_behind_the_end)
     const std::string pci = "010106000201";
     EXPECT_EQ(said(pci + "7fff0400"), "");
     EXPECT_EQ(said(pci + "7fff0400" + pci + "7fff0400"),
-              "ovra: warning: 10 bytes behind the path's END node are not shown\n");
+              "ovra: warning: 10 bytes after the path's END node are not shown\n");
     // Whatever it is, as long as it is behind the end.
     EXPECT_EQ(said(pci + "7fff0400" + "00"),
-              "ovra: warning: 1 bytes behind the path's END node are not shown\n");
+              "ovra: warning: 1 bytes after the path's END node are not shown\n");
     EXPECT_EQ(said(pci + "7f010400" + pci),
-              "ovra: warning: 6 bytes behind the path's END node are not shown\n");
+              "ovra: warning: 6 bytes after the path's END node are not shown\n");
 
     const outcome document = run_command({"path", "decode", "--json", pci + "7fff0400" + "7fff0400"});
     EXPECT_EQ(document.status, 0);
-    EXPECT_EQ(document.err, "ovra: warning: 4 bytes behind the path's END node are not shown\n");
+    EXPECT_EQ(document.err, "ovra: warning: 4 bytes after the path's END node are not shown\n");
     const json instance = {{"device_path", "/Pci(0x1,0x2)"}, {"file_path", nullptr}};
     EXPECT_EQ(json::parse(document.out),
               json({{"instances", json::array({instance})}, {"bytes_not_shown", 4}}));

@@ -300,7 +300,7 @@ TEST_F(PathTexts, that_say_more_or_less_are_refused)
               "node 2 of the path cannot be packed: \"Pci(1,2),\"\n"
               "Pci(1,2)/Pci(1,2),/Pci(1,3)\n"
               "         ^^^^^^^^^\n"
-              "what stands behind the comma is another instance; a text holds one");
+              "what follows the comma is another instance; a text holds one");
     EXPECT_EQ(encoded(""), "a device path is needed\n");
 }
 

@@ -104,7 +104,7 @@ TEST_F(SetPath, a_bad_text_is_pointed_at)
 TEST_F(SetPath, an_end_node_in_the_text_is_refused)
 {
     store(pci + file_node + end);
-    const std::string advice = "  What stands behind it would not belong to the path's first instance;\n"
+    const std::string advice = "  What follows it would not belong to the path's first instance;\n"
                                "  --path-hex stores any path.\n";
     EXPECT_EQ(failure({"set", "Boot0003", "--devpath", "/Path(0x7f,1,0400)/Pci(1,2)"}),
               "ovra: node 1 of the path is an END node\n" + advice);

@@ -108,7 +108,7 @@ chosen_disk find_disk(const std::string &text)
     const std::string wanted = by_link   ? std::string(partuuid_prefix) + text.substr(partuuid_folder.size())
                                : by_uuid ? text
                                          : without_folder(text);
-    // Only drives of which the name can be a partition are looked into.
+    // Only drives that may have a partition of this name are looked into.
     const std::vector<drive> drives = read_drives([&](const drive &drive) {
         return by_uuid || begins_with_name(wanted, drive.name) || begins_with_name(wanted, drive.kernel_name);
     });

@@ -108,7 +108,7 @@ std::optional<bytes> device_paths::try_encode(const std::string &device,
     return path;
 }
 
-// A text says what it packs to, node by node. Throws a failure at a node of which that is not so.
+// A text says what it packs to, node by node. Throws a failure at a node that does not.
 bytes device_paths::pack(const std::string &text, const std::optional<std::string> &file)
 {
     std::string to_pack;

@@ -25,7 +25,7 @@ public:
     // Packs what a text says, of one instance, on which a file may stand. Throws a failure that points at the
     // node that cannot be packed as it was typed.
     bytes encode(const std::string &device, const std::optional<std::string> &file);
-    // The path of a disk's slice or partition; `full`: behind the disk's hardware nodes.
+    // The path of a disk's slice or partition; `full`: after the disk's hardware nodes.
     bytes encode_disk(const std::string &disk, const std::optional<std::string> &file, bool full);
     // All instances of a packed path, in texts that encode gives the same bytes for.
     decoded_path decode(byte_view path);

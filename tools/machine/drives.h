@@ -15,7 +15,7 @@
 
 namespace tool {
 
-// A slice of a GPT, or a partition of an MBR, of which number 0 is the whole disk.
+// A slice of a GPT, or a partition of an MBR; its number 0 is the whole disk.
 struct volume {
     std::string name;        // "c0t0d0s0"
     std::string kernel_name; // "sda1"

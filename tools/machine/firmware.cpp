@@ -189,7 +189,7 @@ std::vector<variable_id> firmware::variables()
 std::optional<std::vector<variable_id>> firmware::walk(bool may_end_early)
 {
     std::vector<variable_id> found;
-    std::set<std::u16string> seen; // names with their vendors behind them
+    std::set<std::u16string> seen; // names, each with its vendor after it
     variable_id id;
     id.name.assign(512, 0);
     for (;;) {

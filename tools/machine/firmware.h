@@ -24,7 +24,7 @@ struct variable_id {
 
 struct variable {
     EFI_STATUS status = EFI_SUCCESS; // with any other the rest is empty
-    int error = 0;                   // errno behind the status, where there is one
+    int error = 0;                   // the errno of the status, where there is one
     uint32_t attributes = 0;
     bytes data;
 };

@@ -108,7 +108,7 @@ std::vector<std::string> firmware::disks_of(uint16_t number)
 {
     std::string name = option_name(number);
     char **names = nullptr;
-    // An option that is for no disk, or for one that is not there, is no failure of the question.
+    // An option that is for no disk, or for an absent one, is no failure of the question.
     if (call([&] { return ovra_bootopt_logdev(handle, name.data(), &names); }) != 0 || !names)
         return {};
     std::vector<std::string> disks;

@@ -13,7 +13,7 @@ namespace {
 
 struct first_instance {
     std::vector<byte_view> nodes; // before its END node
-    byte_view rest;               // the END node and all behind it
+    byte_view rest;               // the END node and all after it
 };
 
 first_instance split_first(byte_view packed)
@@ -104,7 +104,7 @@ void require_one_instance(byte_view encoded)
     if (end.at_end())
         return;
     throw failure(format("node %zu of the path is an END node", first.nodes.size() + 1),
-                  "What stands behind it would not belong to the path's first instance;\n"
+                  "What follows it would not belong to the path's first instance;\n"
                   "--path-hex stores any path.");
 }
 

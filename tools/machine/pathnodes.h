@@ -9,7 +9,7 @@
 
 namespace tool {
 
-// Bytes behind the last END node of which the text speaks: the first END-entire node, else the last at all.
+// Bytes after the last END node that the text tells of: the first END-entire node, else the last at all.
 size_t bytes_behind_end(byte_view packed);
 
 // The nodes of each instance of a packed path, as far as they can be told.

@@ -46,7 +46,7 @@ std::vector<declared_verb> declare_verbs(CLI::App &app)
 void declare_general(CLI::App &app, tool::general_options &general)
 {
     app.formatter(tool::help_format());
-    app.fallthrough(); // options of every verb also behind the verb
+    app.fallthrough(); // options of every verb also after the verb
     app.set_version_flag("--version", "ovra " OVRA_VERSION);
     app.footer("Options are named Boot and four hexadecimal digits; boot1f and 1f are\nBoot001F too.\n"
                "Exit status: 0 done, 1 failed, 2 the command line is wrong.");

@@ -100,7 +100,7 @@ private:
         if (!text.error.empty())
             throw failure("this path has no text: " + text.error, {}, text.messages);
         if (text.bytes_behind_end != 0)
-            warn(format("%zu bytes behind the path's END node are not shown", text.bytes_behind_end));
+            warn(format("%zu bytes after the path's END node are not shown", text.bytes_behind_end));
         else if (!text.ends_plainly)
             warn("the path's END node is not shown: its text gives a plain one");
         if (general.json) {

@@ -189,7 +189,8 @@ void removal::write_order_after_all()
             if (reason.done_anyway)
                 throw;
             const bool one = options.size() == 1;
-            std::string advice = reason.advice + "\nThe firmware passes over what BootOrder names in vain.";
+            std::string advice =
+                reason.advice + "\nThe firmware skips entries of BootOrder without an option.";
             for (const uint16_t number : options)
                 advice += "\n'ovra order remove " + option_name(number) + "' takes it out.";
             throw failure(names_of(removed) + (one ? " is" : " are") +

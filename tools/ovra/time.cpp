@@ -163,7 +163,7 @@ public:
         app.description("show or set the firmware's clock");
         app.add_flag("--wakeup", wakeup, "the wake-up alarm instead of the clock");
         auto *set = add_value(app, "--set", "TIME",
-                              "set it, to a time as 2026-01-31T12:00:00, with Z or +02:00 behind it",
+                              "set it, to a time as 2026-01-31T12:00:00, followed by Z or +02:00",
                               [this](const std::string &text) { time = parse_time(text); });
         app.add_flag("--clear", clear, "with --wakeup: disable the alarm")->excludes(set);
     }

@@ -175,9 +175,9 @@ parsed_node parse(const std::string &typed)
         refuse("it is no keyword with parentheses");
     const std::string_view rest = std::string_view(text).substr(close + 1);
     if (rest.starts_with(','))
-        refuse("what stands behind the comma is another instance; a text holds one");
+        refuse("what follows the comma is another instance; a text holds one");
     if (!rest.empty())
-        refuse(in_quotes(rest) + " behind it belongs to no node");
+        refuse(in_quotes(rest) + " after it belongs to no node");
     const std::string_view name = std::string_view(text).substr(0, open);
     const auto row = std::find_if(std::begin(keywords), std::end(keywords),
                                   [&](const keyword &each) { return same(each.name, name); });

@@ -20,13 +20,13 @@ struct unclear_node : std::runtime_error {
 [[noreturn]] void refuse(const std::string &why);
 
 // A keyword and its parameters, each as name and kind, separated by blanks. The kinds:
-//   number   decimal, or hexadecimal behind 0x
+//   number   decimal, or hexadecimal after 0x
 //   digits   a hexadecimal number with or without 0x
 //   bytes    pairs of hexadecimal digits
 //   guid, eisa, address, text
 //   word     a word that the library knows, or a number
 //   guid?    a GUID or a number
-//   A|B,b|C  words that stand for 0, 1 and 2, or a number; behind a comma another word for the same
+//   A|B,b|C  words that stand for 0, 1 and 2, or a number; after a comma another word for the same
 struct keyword {
     const char *name;
     const char *parameters;

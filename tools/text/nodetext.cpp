@@ -170,7 +170,7 @@ void hard_drive(parsed_node &node)
 }
 
 // The library drops SAS or SATA where Location is a number, and makes no sense of a drive bay. Firmware
-// writes zeros for what is not there.
+// writes zeros for what is absent.
 void sas(parsed_node &node)
 {
     const auto is_zero = [](const std::optional<std::string> &text) {

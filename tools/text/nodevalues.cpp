@@ -159,7 +159,7 @@ std::string meaning(std::string_view kind, const std::string &text)
     }
     if (const auto value = kind == "number" || kind == "guid?" ? number_in(text) : std::nullopt)
         return std::to_string(*value);
-    if (kind == "eisa") // of which the library prints no letters
+    if (kind == "eisa") // the library prints no letters of it
         return text == "0" ? "0000" : lower(text.substr(3));
     return kind == "text" ? text : lower(text);
 }

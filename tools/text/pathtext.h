@@ -28,7 +28,7 @@ struct decoded_path {
 // Whether the library takes a text for the name of a device of the operating system.
 bool is_device_name(const std::string &text);
 
-// A text at the end of which a file may stand, as firmware writes it: HD(...)/\EFI\a.efi, also without the
+// A text that may end in a file, as firmware writes it: HD(...)/\EFI\a.efi, also without the
 // slash, or as other programs do: HD(...)/File(\EFI\a.efi).
 path_text split_file(const std::string &text);
 

@@ -30,7 +30,7 @@ std::string to_utf8(std::span<const CHAR16> text);
 std::optional<std::string> as_text(byte_view data);
 
 // Text from a variable or the command line for a terminal: control characters and bytes that are no UTF-8 as
-// escapes, so that a variable cannot drive the terminal.
+// escapes: a variable cannot drive the terminal.
 std::string printable(std::string_view utf8);
 
 // A JSON document with the characters escaped that printable() escapes; they stand only in its strings.
@@ -41,7 +41,7 @@ size_t columns(std::string_view utf8);
 
 std::string in_quotes(std::string_view text);
 
-// A line that begins behind `indent` columns, broken where it goes beyond 80. One with a path, another long
+// A line that begins after `indent` columns, broken where it goes beyond 80. One with a path, another long
 // word or quotes stays whole: it is to be copied, or searched for.
 std::string broken(const std::string &line, size_t indent);
 
