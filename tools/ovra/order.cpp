@@ -99,9 +99,9 @@ private:
     void declare_set(CLI::App &app);
     void declare_force(CLI::App &app) { app.add_flag("--force", force, "also options that do not exist"); }
 
-    void require_options(firmware &machine, const std::vector<uint16_t> &ordered) const
+    void require_options(firmware &machine, const std::vector<uint16_t> &named) const
     {
-        for (const uint16_t number : ordered) {
+        for (const uint16_t number : named) {
             if (!force)
                 machine.require_sound_option(number);
         }
