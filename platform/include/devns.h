@@ -216,7 +216,7 @@ ssize_t devns_readlink(const char *path, char *buf, size_t size);
  * names at the call. Reading needs no lock.
  *
  *     if (devns_lock(30, NULL) == 0) {
- *         ... read, decide, write ...
+ *         ...
  *         devns_unlock();
  *     }
  *

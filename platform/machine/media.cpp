@@ -61,7 +61,7 @@ public:
     medium read(blkid_partlist list) const
     {
         medium found;
-        const blkid_parttable table = blkid_partlist_get_table(list);
+        blkid_parttable table = blkid_partlist_get_table(list);
         const char *type = blkid_parttable_get_type(table);
         if (type == nullptr)
             return found;
@@ -300,7 +300,7 @@ medium probe_once(const disk &disk, int device, std::uint64_t size, bool telling
         blkid_probe_set_partitions_flags(probe.get(), BLKID_PARTS_ENTRY_DETAILS) != 0)
         throw read_failure{errno != 0 ? errno : EIO};
     errno = 0;
-    const blkid_partlist list = blkid_probe_get_partitions(probe.get());
+    blkid_partlist list = blkid_probe_get_partitions(probe.get());
     if (list != nullptr && blkid_partlist_get_table(list) != nullptr)
         return table_reader(disk, size, telling).read(list);
     // libblkid says EINVAL for a table that points beyond the disk.
