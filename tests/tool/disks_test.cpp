@@ -60,7 +60,7 @@ bool is_hex(const std::string &text)
 
 } // namespace
 
-class Disks : ovra::test::folders_in_memory, public Machine {
+class disks_verb : ovra::test::folders_in_memory, public Machine {
 protected:
     explicit Disks(const std::string &captured = "q35")
     {
@@ -131,17 +131,17 @@ protected:
 };
 
 // Each captured machine.
-class KnownDisks : public Disks, public ::testing::WithParamInterface<const char *> {
+class known_disks : public disks_verb, public ::testing::WithParamInterface<const char *> {
 protected:
-    KnownDisks() : Disks(GetParam()) {}
+    known_disks() : disks_verb(GetParam()) {}
 
     std::vector<known_volume> known = known_volumes(GetParam());
 };
 
-INSTANTIATE_TEST_SUITE_P(Machines, KnownDisks, ::testing::Values("q35", "pc"),
+INSTANTIATE_TEST_SUITE_P(Machines, known_disks, ::testing::Values("q35", "pc"),
                          [](const auto &tested) { return std::string(tested.param); });
 
-TEST_P(KnownDisks, agree_with_what_is_known_of_them)
+TEST_P(known_disks, agree_with_what_is_known_of_them)
 {
     const json disks = parsed({"disks"});
     ASSERT_GE(known.size(), 2u);
@@ -183,7 +183,7 @@ TEST_P(KnownDisks, agree_with_what_is_known_of_them)
 }
 
 // Options of each, in both forms: the bytes are the known ones, and each shows and is found by its disk.
-TEST_P(KnownDisks, become_the_known_paths_and_are_found_by_them)
+TEST_P(known_disks, become_the_known_paths_and_are_found_by_them)
 {
     size_t in_full = 0;
     std::map<std::string, std::vector<std::string>> of_disks;
@@ -225,7 +225,7 @@ TEST_P(KnownDisks, become_the_known_paths_and_are_found_by_them)
     EXPECT_GE(in_full, 2u);
 }
 
-TEST_F(Disks, have_the_sizes_of_their_blocks)
+TEST_F(disks_verb, have_the_sizes_of_their_blocks)
 {
     const json disks = parsed({"disks"});
     const json sata = disk_of(disks, "c5t0d0s0");
@@ -239,7 +239,7 @@ TEST_F(Disks, have_the_sizes_of_their_blocks)
 }
 
 // Between an IDE disk and its function there is a channel.
-TEST_F(Disks, of_an_ide_channel_have_its_function_as_controller)
+TEST_F(disks_verb, of_an_ide_channel_have_its_function_as_controller)
 {
     put_text("sys/devices/pci0000:00/0000:00:1f.1/vendor", "0x8086");
     put_text("sys/devices/pci0000:00/0000:00:1f.1/device", "0x7010");
@@ -254,7 +254,7 @@ TEST_F(Disks, of_an_ide_channel_have_its_function_as_controller)
     EXPECT_EQ(disk["controller"], "/pci@0,0/pci8086,7010@1f,1");
 }
 
-TEST_F(Disks, are_shown_with_the_options_that_find_gives)
+TEST_F(disks_verb, are_shown_with_the_options_that_find_gives)
 {
     size_t options = 0;
     const json before = parsed({"disks"});
@@ -275,7 +275,7 @@ TEST_F(Disks, are_shown_with_the_options_that_find_gives)
     }
 }
 
-TEST_F(Disks, are_printed)
+TEST_F(disks_verb, are_printed)
 {
     EXPECT_EQ(run({"create", "--desc", "x", "--disk", "c5t0d0s1"}).status, 0);
     const std::string text = output({"disks"});
@@ -297,7 +297,7 @@ TEST_F(Disks, are_printed)
 }
 
 // Most disks are not for everybody to read; that is not to say that they are blank.
-TEST_F(Disks, that_cannot_be_read_say_so)
+TEST_F(disks_verb, that_cannot_be_read_say_so)
 {
     if (geteuid() == 0) {
         fs::permissions(root / "dev/sda", fs::perms::none);
@@ -338,7 +338,7 @@ TEST_F(Disks, that_cannot_be_read_say_so)
     EXPECT_EQ(unreadable, 1u);
 }
 
-TEST_F(Disks, are_shown_without_firmware)
+TEST_F(disks_verb, are_shown_without_firmware)
 {
     std::filesystem::remove_all(root / "sys/firmware");
     EXPECT_THAT(output({"disks"}),
@@ -346,7 +346,7 @@ TEST_F(Disks, are_shown_without_firmware)
     EXPECT_EQ(volume(parsed({"disks"}), "c5t0d0s0")["options"], nullptr);
 }
 
-TEST_F(Disks, may_be_none)
+TEST_F(disks_verb, may_be_none)
 {
     std::filesystem::remove_all(root / "sys/devices");
     std::filesystem::remove_all(root / "sys/block");
@@ -357,7 +357,7 @@ TEST_F(Disks, may_be_none)
 }
 
 // That nothing can be seen is not to say that nothing is there.
-TEST_F(Disks, are_not_said_to_be_none_where_they_cannot_be_seen)
+TEST_F(disks_verb, are_not_said_to_be_none_where_they_cannot_be_seen)
 {
     std::filesystem::remove_all(root / "sys/devices");
     std::filesystem::remove_all(root / "sys/block");
@@ -369,7 +369,7 @@ TEST_F(Disks, are_not_said_to_be_none_where_they_cannot_be_seen)
         EXPECT_EQ(failure(arguments), said) << arguments[0];
 }
 
-TEST_F(Disks, may_be_given_by_their_linux_names)
+TEST_F(disks_verb, may_be_given_by_their_linux_names)
 {
     const struct {
         const char *given;
@@ -395,7 +395,7 @@ TEST_F(Disks, may_be_given_by_their_linux_names)
     EXPECT_EQ(run({"find", "c5t0d0s1"}).out, "no option boots from c5t0d0s1\n");
 }
 
-TEST_F(Disks, are_told_of_by_their_other_names)
+TEST_F(disks_verb, are_told_of_by_their_other_names)
 {
     const std::string uuid = "PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c01";
     EXPECT_EQ(run({"find", "c5t0d0s0"}).err, "c5t0d0s0 is /dev/sda1, " + uuid + ".\n");
@@ -409,7 +409,7 @@ TEST_F(Disks, are_told_of_by_their_other_names)
               "ovra: no disk is named \"c5t0d0s77\"\n  'ovra disks' shows the disks with their names.\n");
 }
 
-TEST_F(Disks, may_be_given_by_what_identifies_them)
+TEST_F(disks_verb, may_be_given_by_what_identifies_them)
 {
     const auto created = [this](const std::string &disk) {
         return json::parse(
@@ -432,7 +432,7 @@ TEST_F(Disks, may_be_given_by_what_identifies_them)
 }
 
 // Firmware looks for a short form by what identifies the partition.
-TEST_F(Disks, that_another_has_the_identity_of_are_warned_of)
+TEST_F(disks_verb, that_another_has_the_identity_of_are_warned_of)
 {
     const words create = {"create", "--desc", "x", "--dry-run", "--disk"};
     const auto said_of = [&](const words &more) {
@@ -467,7 +467,7 @@ TEST_F(Disks, that_another_has_the_identity_of_are_warned_of)
     EXPECT_THAT(set.err, HasSubstr(" has the same PARTUUID as c5t0d0s1\n  The firmware may take either.\n"));
 }
 
-TEST_F(Disks, that_are_logical_partitions_are_warned_of)
+TEST_F(disks_verb, that_are_logical_partitions_are_warned_of)
 {
     for (const words &more : {words{}, words{"--full"}}) {
         words arguments = {"create", "--desc", "x", "--disk", "c5t3d0p5", "--dry-run"};
@@ -482,7 +482,7 @@ TEST_F(Disks, that_are_logical_partitions_are_warned_of)
 }
 
 // Behind a name that ends in a digit Linux writes a "p" before the number.
-TEST_F(Disks, of_an_sd_host_may_be_given_by_their_linux_names)
+TEST_F(disks_verb, of_an_sd_host_may_be_given_by_their_linux_names)
 {
     const std::string host = "sys/devices/pci0000:00/0000:00:1e.0";
     for (const auto &[file, text] :
@@ -495,7 +495,7 @@ TEST_F(Disks, of_an_sd_host_may_be_given_by_their_linux_names)
     EXPECT_EQ(run({"find", "mmcblk02"}).status, 1);
 }
 
-TEST_F(Disks, that_are_not_there_are_refused)
+TEST_F(disks_verb, that_are_not_there_are_refused)
 {
     for (const char *disk : {"sda", "/dev/sda4", "sda01", "sdap1", "nvme0n11", "", "/dev/", "c9t0d0s0",
                              "c5t0d0", "c5t0d0s0x", "c5t0d0s99999999999"}) {
@@ -511,7 +511,7 @@ TEST_F(Disks, that_are_not_there_are_refused)
     EXPECT_EQ(get("Boot0008"), "(none)");
 }
 
-TEST_F(Disks, of_an_option_are_shown)
+TEST_F(disks_verb, of_an_option_are_shown)
 {
     EXPECT_EQ(run({"create", "--desc", "x", "--disk", "sda1", "--file", "\\a", "--full"}).status, 0);
     EXPECT_THAT(output({"show", "Boot0008"}), HasSubstr("Disk           c5t0d0s0\n"));
@@ -520,7 +520,7 @@ TEST_F(Disks, of_an_option_are_shown)
 }
 
 // 1,000 disks of 16 slices each, beside those of the machine.
-TEST_F(Disks, may_be_a_thousand)
+TEST_F(disks_verb, may_be_a_thousand)
 {
     constexpr int most = 1000;
     constexpr unsigned slices = 16;
@@ -563,7 +563,7 @@ TEST_F(Disks, may_be_a_thousand)
     EXPECT_EQ(parsed({"find", "/dev/sdxjjj1"})["disk"], "c1t126d7s0");
 }
 
-TEST_F(Disks, stand_in_the_tree)
+TEST_F(disks_verb, stand_in_the_tree)
 {
     const std::string text = output({"tree"});
     EXPECT_THAT(text, HasSubstr("hwplat\n  pci@0,0              PNP0A03\n"));

@@ -16,12 +16,12 @@ namespace tool_test {
 
 namespace fs = std::filesystem;
 
-class HostileMachine;
+class hostile_machine;
 
 // How a machine is made hostile, and where it stands: on a file system of its own where it says which.
 struct hostility {
     const char *name;
-    std::function<void(HostileMachine &)> prepare;
+    std::function<void(hostile_machine &)> prepare;
     bool as_nobody = false;
     const char *file_system = nullptr; // options of a tmpfs
 };
@@ -31,7 +31,7 @@ void PrintTo(const hostility &tested, std::ostream *out)
     *out << tested.name;
 }
 
-class HostileMachine : public Machine, public ::testing::WithParamInterface<hostility> {
+class hostile_machine : public Machine, public ::testing::WithParamInterface<hostility> {
 public:
     using Machine::file;
     using Machine::root;
@@ -128,7 +128,7 @@ public:
     fs::path lock() const { return root / "var/lib/hwplat/lock"; }
 
 protected:
-    HostileMachine()
+    hostile_machine()
     {
         // What every verb finds something to do on.
         put("BootNext", std::string("\x07\0", 2));
@@ -137,7 +137,7 @@ protected:
         fs::copy(root, pristine, fs::copy_options::recursive);
     }
 
-    ~HostileMachine() override { tear_down(); }
+    ~hostile_machine() override { tear_down(); }
 
     void tear_down()
     {
@@ -179,7 +179,7 @@ protected:
     bool can_be_made = true;
 };
 
-TEST_P(HostileMachine, refuses_a_dry_run_as_the_run_itself)
+TEST_P(hostile_machine, refuses_a_dry_run_as_the_run_itself)
 {
     surroundings around;
     around.as_nobody = GetParam().as_nobody;
@@ -416,7 +416,7 @@ const hostility hostilities[] = {
     {"file_system_without_limits", [](h &) {}, false, "size=0,nr_inodes=0,mode=755"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Each, HostileMachine, ::testing::ValuesIn(hostilities),
+INSTANTIATE_TEST_SUITE_P(Each, hostile_machine, ::testing::ValuesIn(hostilities),
                          [](const auto &tested) { return std::string(tested.param.name); });
 
 } // namespace

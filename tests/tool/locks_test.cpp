@@ -14,7 +14,7 @@ namespace tool_test {
 
 using ::testing::HasSubstr;
 
-class Locks : public Machine {
+class machine_locks : public Machine {
 protected:
     // What one of several people does: makes options, removes some of his own, moves others.
     struct person {
@@ -139,12 +139,12 @@ protected:
     }
 };
 
-TEST_F(Locks, keep_what_several_commands_do_at_once)
+TEST_F(machine_locks, keep_what_several_commands_do_at_once)
 {
     work_together(false);
 }
 
-TEST_F(Locks, keep_it_also_when_commands_are_killed)
+TEST_F(machine_locks, keep_it_also_when_commands_are_killed)
 {
     work_together(true);
 }

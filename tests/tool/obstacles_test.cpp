@@ -30,9 +30,9 @@ bool set_marks(const fs::path &path, int marks)
 
 } // namespace
 
-class Obstacles : public Machine {
+class writing_obstacles : public Machine {
 protected:
-    Obstacles() { put("BootNext", std::string("\x07\0", 2)); }
+    writing_obstacles() { put("BootNext", std::string("\x07\0", 2)); }
 
     // Both must fail, say the same and change nothing.
     std::string refusal(const words &arguments, const surroundings &around = {}) const
@@ -61,7 +61,7 @@ protected:
     }
 };
 
-TEST_F(Obstacles, are_missing_permissions)
+TEST_F(writing_obstacles, are_missing_permissions)
 {
     output({"time", "--wakeup", "--set", "2098-02-03T04:05:06Z"}); // an alarm to clear
     fs::remove(root / "var/lib/hwplat/lock");
@@ -97,7 +97,7 @@ TEST_F(Obstacles, are_missing_permissions)
     EXPECT_FALSE(fs::exists(root / "var"));
 }
 
-TEST_F(Obstacles, are_immutable_files)
+TEST_F(writing_obstacles, are_immutable_files)
 {
     with_marks(file("Boot0003"), FS_IMMUTABLE_FL, [&] {
         for (const words &arguments : {words{"set", "Boot0003", "--desc", "x"}, words{"remove", "Boot0003"}})
@@ -112,7 +112,7 @@ TEST_F(Obstacles, are_immutable_files)
     });
 }
 
-TEST_F(Obstacles, are_immutable_folders)
+TEST_F(writing_obstacles, are_immutable_folders)
 {
     with_marks(variables, FS_APPEND_FL, [&] {
         for (const words &arguments : writers_of_variables)
@@ -120,7 +120,7 @@ TEST_F(Obstacles, are_immutable_folders)
     });
 }
 
-TEST_F(Obstacles, are_folders_in_the_place_of_variables)
+TEST_F(writing_obstacles, are_folders_in_the_place_of_variables)
 {
     fs::remove(file("Boot0003"));
     fs::create_directory(file("Boot0003"));
@@ -130,7 +130,7 @@ TEST_F(Obstacles, are_folders_in_the_place_of_variables)
                 HasSubstr(in_its_place));
 }
 
-TEST_F(Obstacles, are_other_things_in_the_place_of_the_lock)
+TEST_F(writing_obstacles, are_other_things_in_the_place_of_the_lock)
 {
     output({"next", "Boot0007"});
     const fs::path lock = root / "var/lib/hwplat/lock";
@@ -143,7 +143,7 @@ TEST_F(Obstacles, are_other_things_in_the_place_of_the_lock)
     EXPECT_NE(run({"next", "Boot0001", "--dry-run"}).status, 0);
 }
 
-TEST_F(Obstacles, are_volatile_variables)
+TEST_F(writing_obstacles, are_volatile_variables)
 {
     put("BootNext", std::string("\x01\0", 2), 6);
     put("Boot0003", load_option(1, "x", from_hex("7fff0400")), 6);
@@ -156,7 +156,7 @@ TEST_F(Obstacles, are_volatile_variables)
     }
 }
 
-TEST_F(Obstacles, are_full_stores)
+TEST_F(writing_obstacles, are_full_stores)
 {
     std::ofstream(root / "var/lib/hwplat/capacity") << "4000 2000\n";
     std::ofstream(folder / "data", std::ios::binary) << std::string(1500, 'x');
@@ -176,7 +176,7 @@ TEST_F(Obstacles, are_full_stores)
                 HasSubstr(" bytes are too many for one variable\n  One holds at most 2000 bytes: shorten "));
 }
 
-TEST_F(Obstacles, are_damaged_capacities)
+TEST_F(writing_obstacles, are_damaged_capacities)
 {
     const std::string capacity = root / "var/lib/hwplat/capacity";
     std::ofstream(capacity) << "lots\n";
@@ -190,7 +190,7 @@ TEST_F(Obstacles, are_damaged_capacities)
     output({"next", "--clear"}); // takes no room
 }
 
-TEST_F(Obstacles, are_attributes_that_no_variable_has)
+TEST_F(writing_obstacles, are_attributes_that_no_variable_has)
 {
     const struct {
         uint32_t attributes;
@@ -211,7 +211,7 @@ TEST_F(Obstacles, are_attributes_that_no_variable_has)
         EXPECT_THAT(refusal(arguments), HasSubstr("run-time, time-authenticated\n  Only who holds the key"));
 }
 
-TEST_F(Obstacles, to_the_lock_are_named)
+TEST_F(writing_obstacles, to_the_lock_are_named)
 {
     const std::string lock = root / "var/lib/hwplat/lock";
     fs::rename(root / "var/lib", root / "elsewhere");
@@ -222,7 +222,7 @@ TEST_F(Obstacles, to_the_lock_are_named)
 }
 
 // The order's room is looked at together with the option's.
-TEST_F(Obstacles, are_stores_with_room_for_the_option_alone)
+TEST_F(writing_obstacles, are_stores_with_room_for_the_option_alone)
 {
     const uint64_t roomy = 100000;
     std::ofstream(root / "var/lib/hwplat/capacity") << roomy << " 2000\n";
@@ -260,7 +260,7 @@ TEST_F(Obstacles, are_stores_with_room_for_the_option_alone)
     output(create);
 }
 
-TEST_F(Obstacles, are_not_seen_where_there_are_none)
+TEST_F(writing_obstacles, are_not_seen_where_there_are_none)
 {
     for (words arguments : writers) {
         arguments.emplace_back("--dry-run");
@@ -269,7 +269,7 @@ TEST_F(Obstacles, are_not_seen_where_there_are_none)
 }
 
 // An option that other users may not read.
-TEST_F(Obstacles, to_reading_one_option_leave_the_others)
+TEST_F(writing_obstacles, to_reading_one_option_leave_the_others)
 {
     surroundings around;
     around.as_nobody = geteuid() == 0;
@@ -294,7 +294,7 @@ TEST_F(Obstacles, to_reading_one_option_leave_the_others)
 }
 
 // What cannot be read may be what is looked for, or stand in the way of it.
-TEST_F(Obstacles, to_reading_one_option_are_named_by_find)
+TEST_F(writing_obstacles, to_reading_one_option_are_named_by_find)
 {
     surroundings around;
     around.as_nobody = geteuid() == 0;
@@ -326,7 +326,7 @@ TEST_F(Obstacles, to_reading_one_option_are_named_by_find)
 }
 
 // The firmware does not enumerate what is damaged.
-TEST_F(Obstacles, of_damaged_options_do_not_hide_them_outside_the_order)
+TEST_F(writing_obstacles, of_damaged_options_do_not_hide_them_outside_the_order)
 {
     put_order({0});
     for (const int size : {0, 1, 3, -1}) {
@@ -349,7 +349,7 @@ TEST_F(Obstacles, of_damaged_options_do_not_hide_them_outside_the_order)
 }
 
 // A folder or a file that is no variable is damage, whichever verb meets it.
-TEST_F(Obstacles, of_damaged_options_are_called_so_by_every_verb)
+TEST_F(writing_obstacles, of_damaged_options_are_called_so_by_every_verb)
 {
     for (const int size : {0, 1, 3, -1}) {
         fs::remove_all(file("Boot0007"));
@@ -370,7 +370,7 @@ TEST_F(Obstacles, of_damaged_options_are_called_so_by_every_verb)
 }
 
 // What an administrator is told about a machine without variables.
-class NoVariables : public Machine {
+class no_variables : public Machine {
 protected:
     // Runs without --root, as on a live machine; its root is the folder.
     std::string refusal() const
@@ -384,7 +384,7 @@ protected:
     }
 };
 
-TEST_F(NoVariables, may_come_from_the_kernels_command_line)
+TEST_F(no_variables, may_come_from_the_kernels_command_line)
 {
     fs::remove_all(variables);
     fs::create_directory(root / "proc");
@@ -398,7 +398,7 @@ TEST_F(NoVariables, may_come_from_the_kernels_command_line)
     EXPECT_THAT(refusal(), HasSubstr("  It was not started by UEFI firmware.\n"));
 }
 
-TEST_F(NoVariables, may_come_from_an_unmounted_sys)
+TEST_F(no_variables, may_come_from_an_unmounted_sys)
 {
     surroundings around;
     around.environment["HWPLAT_ROOT"] = root;

@@ -6,9 +6,9 @@ namespace tool_test {
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-class Usage : public Machine {};
+class command_usage : public Machine {};
 
-TEST_F(Usage, wrong_command_lines_end_with_status_2_and_change_nothing)
+TEST_F(command_usage, wrong_command_lines_end_with_status_2_and_change_nothing)
 {
     const words cases[] = {
         {},
@@ -84,7 +84,7 @@ TEST_F(Usage, wrong_command_lines_end_with_status_2_and_change_nothing)
     EXPECT_EQ(snapshot(), before);
 }
 
-TEST_F(Usage, says_what_is_wrong)
+TEST_F(command_usage, says_what_is_wrong)
 {
     EXPECT_THAT(run({"show", "BootOrder"}).err,
                 StartsWith("ovra: \"BootOrder\" is no boot option: Boot and four hex digits, as Boot001F\n"));
@@ -97,7 +97,7 @@ TEST_F(Usage, says_what_is_wrong)
         EXPECT_THAT(run(arguments).err, StartsWith(octal));
 }
 
-TEST_F(Usage, help_names_every_verb)
+TEST_F(command_usage, help_names_every_verb)
 {
     const outcome help = run_command({"--help"});
     EXPECT_EQ(help.status, 0);
@@ -111,19 +111,19 @@ TEST_F(Usage, help_names_every_verb)
     }
 }
 
-TEST_F(Usage, help_of_create_says_where_the_option_goes)
+TEST_F(command_usage, help_of_create_says_where_the_option_goes)
 {
     EXPECT_THAT(run_command({"create", "--help"}).out, HasSubstr("place in BootOrder: 0 is first, -1"));
 }
 
-TEST_F(Usage, version_is_printed)
+TEST_F(command_usage, version_is_printed)
 {
     const outcome version = run_command({"--version"});
     EXPECT_EQ(version.status, 0);
     EXPECT_THAT(version.out, StartsWith("ovra "));
 }
 
-TEST_F(Usage, global_options_may_stand_before_and_behind_the_verb)
+TEST_F(command_usage, global_options_may_stand_before_and_behind_the_verb)
 {
     EXPECT_EQ(run_command({"--root", root, "--json", "next"}).out,
               run_command({"next", "--json", "--root", root}).out);
