@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <set>
+#include <span>
 #include <sstream>
 
 #include <unistd.h>
@@ -561,6 +563,61 @@ TEST_F(disks_verb, may_be_a_thousand)
 #endif
     RecordProperty("milliseconds", static_cast<int>(result.processor_seconds * 1000));
     EXPECT_EQ(parsed({"find", "/dev/sdxjjj1"})["disk"], "c1t126d7s0");
+}
+
+namespace {
+
+// Every name in a document, with those of its members.
+void collect_names(const json &document, std::set<std::string> *names)
+{
+    if (!document.is_structured())
+        return;
+    for (const auto &[name, value] : document.items()) {
+        if (document.is_object())
+            names->insert(name);
+        collect_names(value, names);
+    }
+}
+
+} // namespace
+
+TEST_F(disks_verb, stand_in_documents_with_names_in_snake_case)
+{
+    put("Boot0099", "damaged");
+    const words changes[] = {
+        {"create", "--desc", "x", "--disk", "sda1", "--number", "55", "--file", "a"},
+        {"set", "Boot0055", "--desc", "y"},
+        {"next", "Boot0055"},
+        {"order", "set", "Boot0055"},
+        {"remove", "Boot0055"},
+        {"time", "--wakeup", "--clear"},
+        {"reset", "--yes"},
+    };
+    const words shown[] = {{"list"},
+                           {"show", "Boot0003"},
+                           {"order"},
+                           {"next"},
+                           {"current"},
+                           {"find", "sda1"},
+                           {"disks"},
+                           {"tree"},
+                           {"vars"},
+                           {"time"},
+                           {"time", "--wakeup"},
+                           {"path", "encode", "/Pci(0,0)"},
+                           {"path", "encode", "/dev/sda1"},
+                           {"path", "decode", "01010600000004040800610000007fff0400"}};
+    std::set<std::string> names;
+    for (const auto &all : {std::span<const words>(changes), std::span<const words>(shown)}) {
+        for (words arguments : all) {
+            arguments.emplace_back("--json");
+            const outcome result = run(arguments);
+            ASSERT_EQ(result.status, 0) << testing::PrintToString(arguments) << result.err;
+            collect_names(json::parse(result.out), &names);
+        }
+    }
+    EXPECT_THAT(names, ::testing::IsSupersetOf({"device_path", "file_path", "acpi_hid", "vendor_id"}));
+    EXPECT_THAT(names, ::testing::Each(::testing::MatchesRegex("[a-z]+(_[a-z]+)*")));
 }
 
 TEST_F(disks_verb, stand_in_the_tree)

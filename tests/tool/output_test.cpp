@@ -1,64 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include <set>
-#include <span>
-
 #include "tests/tool/support.h"
 
 namespace tool_test {
 
-using ::testing::Each;
 using ::testing::HasSubstr;
-
-// Every name in a document, with those of its members.
-void collect_names(const json &document, std::set<std::string> *names)
-{
-    for (const auto &[name, value] : document.items()) {
-        if (document.is_object())
-            names->insert(name);
-        collect_names(value, names);
-    }
-}
-
-class json_documents : public Machine {};
-
-TEST_F(json_documents, name_their_members_in_snake_case)
-{
-    put("Boot0099", "damaged");
-    const words changes[] = {
-        {"create", "--desc", "x", "--disk", "sda1", "--number", "55", "--file", "a"},
-        {"set", "Boot0055", "--desc", "y"},
-        {"next", "Boot0055"},
-        {"order", "set", "Boot0055"},
-        {"remove", "Boot0055"},
-        {"time", "--wakeup", "--clear"},
-        {"reset", "--yes"},
-    };
-    const words shown[] = {{"list"},
-                           {"show", "Boot0003"},
-                           {"order"},
-                           {"next"},
-                           {"current"},
-                           {"find", "sda1"},
-                           {"disks"},
-                           {"tree"},
-                           {"vars"},
-                           {"time"},
-                           {"time", "--wakeup"},
-                           {"path", "encode", "/Pci(0,0)"},
-                           {"path", "encode", "sda1"},
-                           {"path", "decode", "01010600000002010600000004040600610000007fff0400"}};
-    std::set<std::string> names;
-    for (const auto &all : {std::span<const words>(changes), std::span<const words>(shown)}) {
-        for (words arguments : all) {
-            arguments.emplace_back("--json");
-            const outcome result = run(arguments);
-            ASSERT_EQ(result.status, 0) << testing::PrintToString(arguments) << result.err;
-            collect_names(json::parse(result.out), &names);
-        }
-    }
-    EXPECT_THAT(names, ::testing::IsSupersetOf({"device_path", "file_path", "acpi_hid", "vendor_id"}));
-    EXPECT_THAT(names, Each(::testing::MatchesRegex("[a-z]+(_[a-z]+)*")));
-}
 
 // Standard output that does not take what is written.
 class command_output : public Machine {};
