@@ -3,6 +3,7 @@
 
 add_library(ovra_flags INTERFACE)
 target_compile_features(ovra_flags INTERFACE cxx_std_20 c_std_11)
+set_target_properties(ovra_flags PROPERTIES INTERFACE_POSITION_INDEPENDENT_CODE ON)
 target_include_directories(ovra_flags INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
 target_compile_options(ovra_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow
@@ -24,17 +25,6 @@ if(OVRA_SANITIZE)
   target_link_options(ovra_flags INTERFACE ${sanitizers})
 endif()
 
-# A library with unresolved symbols is a defect here, not at the first call. (Not with sanitizers, whose run
-# time is resolved by the program.)
-function(ovra_no_undefined target)
-  if(NOT OVRA_SANITIZE)
-    target_link_options(${target} PRIVATE -Wl,--no-undefined)
-  endif()
-endfunction()
-
-# A shared library exports what its version script says.
-function(ovra_version_script target map)
-  target_link_options(${target} PRIVATE -Wl,--version-script=${map})
-  set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${map})
-  ovra_no_undefined(${target})
-endfunction()
+# For sources with precompiled headers: with this a compiler's cache can tell which one a source has used.
+add_library(ovra_precompiled INTERFACE)
+target_compile_options(ovra_precompiled INTERFACE $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-fpch-preprocess>)
