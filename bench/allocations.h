@@ -3,13 +3,17 @@
 #ifndef BENCH_ALLOCATIONS_H
 #define BENCH_ALLOCATIONS_H
 
-#include <cstddef>
+#include <stddef.h>
 
-namespace bench {
+#ifdef __cplusplus
+extern "C" {
+#endif
 
 /* Allocations, resizing ones included, since the program began. */
-std::size_t allocations();
+size_t allocations(void);
 
-} // namespace bench
+#ifdef __cplusplus
+}
+#endif
 
 #endif

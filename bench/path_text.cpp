@@ -81,8 +81,8 @@ packed_path encode(const library &lib, const sample &path)
 
 void count_allocations(benchmark::State &state, std::size_t before)
 {
-    state.counters["allocations"] = benchmark::Counter(static_cast<double>(bench::allocations() - before),
-                                                       benchmark::Counter::kAvgIterations);
+    state.counters["allocations"] =
+        benchmark::Counter(static_cast<double>(allocations() - before), benchmark::Counter::kAvgIterations);
 }
 
 void encode_path(benchmark::State &state, const sample &path)
@@ -90,7 +90,7 @@ void encode_path(benchmark::State &state, const sample &path)
     const library lib;
     state.SetLabel(std::to_string(path.device.size()) + " characters");
     std::free(encode(lib, path).bytes);
-    const std::size_t before = bench::allocations();
+    const std::size_t before = allocations();
     for (auto _ : state)
         std::free(encode(lib, path).bytes);
     count_allocations(state, before);
@@ -101,7 +101,7 @@ void decode_path(benchmark::State &state, const sample &path)
     const library lib;
     const packed_path packed = encode(lib, path);
     state.SetLabel(std::to_string(packed.length) + " bytes");
-    const std::size_t before = bench::allocations();
+    const std::size_t before = allocations();
     for (auto _ : state) {
         ovra_path_t **instances = nullptr;
         if (ovra_epath_decode_to_uefi(lib.hdl, packed.bytes, packed.length, &instances) != 0)
@@ -119,7 +119,7 @@ void decode_path_other(benchmark::State &state, const sample &path)
     const library lib;
     const packed_path packed = encode(lib, path);
     const auto *nodes = reinterpret_cast<const_efidp>(packed.bytes);
-    const std::size_t before = bench::allocations();
+    const std::size_t before = allocations();
     for (auto _ : state) {
         const ssize_t size = efidp_format_device_path(nullptr, 0, nodes, packed.length);
         if (size < 0) {

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # What compiler and linker do against mistakes that attackers use, in every build that has no sanitizers. The flags go
-# before those of the user or of a distribution, so that these have the last word.
+# before those of the user or of a distribution, which have the last word.
 option(OVRA_HARDENING "build with protection of stack and tables, checked calls and control-flow marks" ON)
 if(NOT OVRA_HARDENING OR OVRA_SANITIZE)
   return()
@@ -35,7 +35,7 @@ endforeach()
 # The linker marks a file for shadow stacks and branch tracking when each of its objects is marked, the start files of
 # the C library too. Debian's are not. They have nothing that shadow stacks forbid. With branch tracking _init and
 # _fini must not be called, which a library does not need: its constructors are in a table. A program is entered through
-# these files, so that this mark is left to the linker.
+# these files, and this mark is left to the linker.
 if(OVRA_HAS_fcf_protection)
   set(CMAKE_REQUIRED_LINK_OPTIONS -Wl,-z,shstk -Wl,-z,ibt)
   check_source_compiles(CXX "int main() { static_assert(__CET__ == 3, \"both\"); }" OVRA_MARKED FAIL_REGEX "warning")

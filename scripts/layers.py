@@ -49,8 +49,12 @@ LAYERS = {
     "platform/hwtree": Layer(("platform/include", "platform/machine", "src/base"), TYPES, ANY, "a face on the model"),
     "platform/volset": Layer(("platform/include", "platform/machine", "src/base"), TYPES, ANY, "a face on the model"),
     "platform/devns": Layer(("platform/include", "platform/machine", "src/base"), TYPES, ANY, "a face on the model"),
-    "tools/ovra": Layer(("platform/include", "src/base"), WHOLE, ANY,
-                        "it proves that the exported interface suffices"),
+    "tools/text": Layer(("src/base",), TYPES, ANY, "how things are written, for people and programs; it asks nobody"),
+    "tools/machine": Layer(("tools/text", "platform/include", "src/base"), WHOLE, ANY,
+                           "the machine as the command sees it, ignorant of verbs: calls go through the exported "
+                           "interface, formats through the base layer"),
+    "tools/ovra": Layer(("tools/machine", "tools/text", "platform/include", "src/base"), WHOLE, ANY,
+                        "the verbs"),
 }
 
 # Single files outside these folders that have a rule of their own.
@@ -83,15 +87,15 @@ NAME = re.compile(r'"(?P<quoted>[^"]+)"$|<(?P<system>[^>]+)>$')
 
 
 def blank(match):
-    """A comment's place: a space, and its line ends so that lines keep their numbers."""
+    """A comment's place: a space and its line ends, which keeps the numbers of lines."""
     if match.group("comment") is None:
         return match.group()
     return " " + "\n" * match.group().count("\n")
 
 
 def includes(text):
-    """(line number, what stands behind #include) of each directive outside comments."""
-    # A continued line keeps its number: its line ends move behind it.
+    """(line number, what follows #include) of each directive outside comments."""
+    # A continued line keeps its number: its line ends move after it.
     text = re.sub(r"(?:[^\n]*\\\n)+[^\n]*",
                   lambda m: m.group().replace("\\\n", "") + "\n" * m.group().count("\\\n"), text)
     for number, line in enumerate(TOKEN.sub(blank, text).split("\n"), 1):

@@ -37,7 +37,7 @@ typedef enum { B_FALSE = 0, B_TRUE = 1 } BOOLEAN;
 #define EFI_TIMEOUT EFI_ERROR_CODE(18ULL)
 #define EFI_SECURITY_VIOLATION EFI_ERROR_CODE(26ULL)
 
-/* Variable attributes. No macros: other headers have some of these names, included before or behind. */
+/* Variable attributes. No macros: other headers have some of these names, included before or after. */
 #ifndef EFI_VARIABLE_NON_VOLATILE
 #ifdef __cplusplus
 static const UINT32 EFI_VARIABLE_NON_VOLATILE = 0x01;
@@ -116,11 +116,11 @@ typedef enum { EFI_RESET_COLD = 0, EFI_RESET_WARM = 1, EFI_RESET_SHUTDOWN = 2 } 
 #define OVRA_OFFSET(record, field, offset)                                                                   \
     OVRA_CHECK(record##_##field##_check, offsetof(record, field) == (offset))
 #define OVRA_BYTES(record)                                                                                   \
-    struct record##_behind_a_byte {                                                                          \
+    struct record##_after_a_byte {                                                                           \
         uint8_t byte;                                                                                        \
-        record behind;                                                                                       \
+        record after;                                                                                        \
     };                                                                                                       \
-    OVRA_CHECK(record##_packing_check, offsetof(struct record##_behind_a_byte, behind) == 1)
+    OVRA_CHECK(record##_packing_check, offsetof(struct record##_after_a_byte, after) == 1)
 #define OVRA_KIND(record, type, subtype, size)                                                               \
     OVRA_BYTES(record);                                                                                      \
     enum { record##_kind_type = (type), record##_kind_subtype = (subtype), record##_kind_size = (size) }
@@ -271,7 +271,10 @@ OVRA_NODE(uefi_scsi_device_path_t, UEFI_MESSAGING, 2, 8);
 OVRA_OFFSET(uefi_scsi_device_path_t, target, 4);
 OVRA_OFFSET(uefi_scsi_device_path_t, lun, 6);
 
-/* Fibre Channel. No reserved word before the WWN, unlike UEFI: stored paths are laid out so. */
+/*
+ * Fibre Channel. Kept: no reserved word before the WWN, unlike UEFI; stored paths are laid out so.
+ * [kept_fibre_has_no_reserved_word]
+ */
 typedef struct {
     uint8_t type;
     uint8_t subtype;
@@ -345,7 +348,10 @@ typedef struct {
 OVRA_TAILED_NODE(uefi_venmsg_device_path_t, UEFI_MESSAGING, 10, 20, data);
 OVRA_OFFSET(uefi_venmsg_device_path_t, guid, 4);
 
-/* A vendor-defined node too: UART flow control. One byte of value, where UEFI has a 32-bit map. */
+/*
+ * A vendor-defined node too: UART flow control. Kept: one byte of value, where UEFI has a 32-bit map; stored
+ * paths are laid out so. [kept_uartflowctrl_node_of_21_bytes]
+ */
 typedef struct {
     uint8_t type;
     uint8_t subtype;
@@ -357,7 +363,11 @@ OVRA_SIZE(uefi_uartflow_device_path_t, 21);
 OVRA_OFFSET(uefi_uartflow_device_path_t, guid, 4);
 OVRA_OFFSET(uefi_uartflow_device_path_t, value, 20);
 
-/* A vendor-defined node too: SAS. sassata is device and topology information, rtp the relative target port.
+/*
+ * A vendor-defined node too: SAS. sassata is device and topology information, rtp the relative target port.
+ * Kept: the GUID is the bytes d4 87 dd d4 00 8b 11 d9 af dc 00 10 83 ff ca 4d; UEFI has another Data1, and
+ * stores it least significant byte first. Stored paths have these bytes.
+ * [kept_sas_guid_bytes_stand_as_they_are]
  */
 typedef struct {
     uint8_t type;
@@ -378,7 +388,7 @@ OVRA_OFFSET(uefi_sas_msg_device_path_t, lun, 32);
 OVRA_OFFSET(uefi_sas_msg_device_path_t, sassata, 40);
 OVRA_OFFSET(uefi_sas_msg_device_path_t, rtp, 42);
 
-/* MAC address: the bytes, zeros behind them; the interface type of RFC 3232. */
+/* MAC address: the bytes, then zeros; the interface type of RFC 3232. */
 typedef struct {
     uint8_t type;
     uint8_t subtype;
@@ -513,7 +523,11 @@ OVRA_OFFSET(uefi_sata_device_path_t, port, 4);
 OVRA_OFFSET(uefi_sata_device_path_t, port_mult, 6);
 OVRA_OFFSET(uefi_sata_device_path_t, lun, 8);
 
-/* iSCSI. The target name is UCS-2 with a terminator, where UEFI has ASCII. */
+/*
+ * iSCSI. Kept: the target name is UCS-2 with a terminator, where UEFI has ASCII, and of the bits of options
+ * 0x0080 is a data digest of CRC32C, where UEFI has 0x0008; stored paths are so.
+ * [kept_iscsi_target_name_is_ucs2, kept_iscsi_data_digest_is_0x0080]
+ */
 typedef struct {
     uint8_t type;
     uint8_t subtype;
@@ -638,7 +652,10 @@ typedef struct {
 } OVRA_PACKED uefi_media_protocol_path_t;
 OVRA_NODE(uefi_media_protocol_path_t, UEFI_MEDIA, 5, 20);
 
-/* Range of offsets, first and last, relative to the device. */
+/*
+ * Range of offsets, first and last, relative to the device. Kept: the subtype is 6, where UEFI has 8 and
+ * gives 6 to firmware files; stored paths have it. [kept_offset_has_subtype_6]
+ */
 typedef struct {
     uint8_t type;
     uint8_t subtype;

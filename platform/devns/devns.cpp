@@ -15,97 +15,99 @@
 #include <unistd.h>
 
 #include "platform/devns/runtime.h"
-#include "platform/machine/drives.h"
+#include "platform/machine/enumerate.h"
 #include "platform/machine/failure.h"
 #include "platform/machine/lock.h"
+#include "platform/machine/picture.h"
 #include "platform/machine/process.h"
+#include "platform/machine/root.h"
+#include "platform/machine/services.h"
+#include "src/base/device_name.h"
+
+using machine::value_or;
 
 namespace {
 
-/* A machine whose services are open, and which files its descriptors were opened on. */
-class service {
+// Services that devns_open opened, and the files that their file descriptors were opened on.
+class opened_services {
 public:
-    /* Nothing when they are not open at all. */
-    static std::shared_ptr<service> make(std::unique_ptr<machine::firmware> machine)
+    // Null when the files cannot be examined.
+    static std::shared_ptr<opened_services> make(std::unique_ptr<machine::runtime_services> found)
     {
-        auto root = machine::identity_of_descriptor(machine->root.folder.get());
-        auto variables = machine::identity_of_descriptor(machine->variables.get());
+        const auto root = machine::file_identity_of(found->root.folder.get());
+        const auto variables = machine::file_identity_of(found->variables.get());
         if (!root || !variables)
             return nullptr;
-        return std::make_shared<service>(std::move(machine), *root, *variables);
+        return std::make_shared<opened_services>(std::move(found), *root, *variables);
     }
-    service(std::unique_ptr<machine::firmware> machine, machine::identity root_folder,
-            machine::identity variables_folder)
-        : firmware(std::move(machine)), root(root_folder), variables(variables_folder)
+    opened_services(std::unique_ptr<machine::runtime_services> found, machine::file_identity root_folder,
+                    machine::file_identity variables_folder)
+        : services(std::move(found)), root(root_folder), variables(variables_folder)
     {}
-    service(const service &) = delete;
-    service &operator=(const service &) = delete;
-    ~service()
+    opened_services(const opened_services &) = delete;
+    opened_services &operator=(const opened_services &) = delete;
+    ~opened_services()
     {
         if (is_whole())
-            machine::leave_walks(*firmware);
+            machine::leave_walks(*services);
         else
             abandon();
     }
 
-    [[nodiscard]] const machine::firmware &machine() const { return *firmware; }
+    [[nodiscard]] const machine::runtime_services &get() const { return *services; }
 
-    /*
-     * Whether the descriptors are still those that were opened. A program may have closed all that it did not
-     * know, and the numbers may be its own files' by now.
-     */
+    // Whether the file descriptors are still open on the same files. The program may have closed all it did
+    // not know, and the numbers may be its own files' by now.
     [[nodiscard]] bool is_whole() const
     {
-        return machine::identity_of_descriptor(firmware->variables.get()) == variables &&
-               machine::identity_of_descriptor(firmware->root.folder.get()) == root;
+        return machine::file_identity_of(services->variables.get()) == variables &&
+               machine::file_identity_of(services->root.folder.get()) == root;
     }
 
-    [[nodiscard]] int number() const { return firmware->variables.get(); }
+    [[nodiscard]] int number() const { return services->variables.get(); }
 
-    /* A higher one. False with errno when there is none left. */
+    // Moves to a higher number. False with errno when none is left.
     bool take_another_number()
     {
         const int another = fcntl(number(), F_DUPFD_CLOEXEC, number() + 1);
         if (another < 0)
             return false;
-        firmware->variables.reset(another);
+        services->variables.reset(another);
         return true;
     }
 
-    /* Leaves the numbers to whoever has them. */
+    // Gives the numbers up without closing them.
     void abandon() const
     {
-        firmware->variables.release();
-        firmware->root.folder.release();
+        services->variables.release();
+        services->root.folder.release();
     }
 
 private:
-    std::unique_ptr<machine::firmware> firmware;
-    machine::identity root;
-    machine::identity variables;
+    std::unique_ptr<machine::runtime_services> services;
+    machine::file_identity root;
+    machine::file_identity variables;
 };
 
-/*
- * What devns_open served itself. The number is a real descriptor's, the machine's folder of variables, so
- * that the system gives it to nothing else. A command that is being carried out keeps its machine open even
- * when another thread closes it meanwhile.
- */
+// What devns_open served itself, by the number of a real file descriptor, the folder of variables: the system
+// gives that number to nothing else. A command under way keeps its services open even if another thread
+// closes them.
 class served_table {
 public:
-    using entry = std::shared_ptr<service>;
+    using entry = std::shared_ptr<opened_services>;
 
-    /* The number that the service has from now on, or -1 with errno. */
+    // Returns the number of the services from now on, or -1 with errno.
     int add(const entry &opened)
     {
         for (;;) {
             {
-                auto guard = machine::lock_process_state();
+                const auto guard = machine::lock_process_state();
                 const int fd = opened->number();
                 if (entries.try_emplace(fd, opened).second)
                     return fd;
             }
-            // A service of this number was closed behind our back. Who still knows it by the number must not
-            // come to use, or to close, the new one.
+            // The program closed the services of this number without our knowledge. Whoever still uses the
+            // number must not reach the new ones.
             if (!opened->take_another_number())
                 return -1;
         }
@@ -113,14 +115,14 @@ public:
 
     entry find(int fd)
     {
-        auto guard = machine::lock_process_state();
-        auto found = entries.find(fd);
+        const auto guard = machine::lock_process_state();
+        const auto found = entries.find(fd);
         return found == entries.end() ? nullptr : found->second;
     }
 
     entry take(int fd)
     {
-        auto guard = machine::lock_process_state();
+        const auto guard = machine::lock_process_state();
         auto node = entries.extract(fd);
         return node.empty() ? nullptr : std::move(node.mapped());
     }
@@ -129,14 +131,14 @@ private:
     std::map<int, entry> entries; // under lock_process_state()
 };
 
-/* Never destroyed: a handle may be closed by an exit handler. */
+// Never destroyed: an exit handler may still close a handle.
 served_table &served()
 {
     static auto &only = *new served_table;
     return only;
 }
 
-/* What the kernel answers to a null pointer, which the C library's headers do not let through to it. */
+// The kernel's answer to a null pointer, which the C library's headers do not allow to pass.
 int bad_address()
 {
     errno = EFAULT;
@@ -149,35 +151,22 @@ int bad_descriptor()
     return -1;
 }
 
-/* A number that the system gives anew is no longer that of a service which the program has closed itself. */
+// The system has given out this number anew: the program has closed the services that had it.
 void forget(int fd)
 {
-    if (auto gone = served().take(fd))
+    if (const auto gone = served().take(fd))
         gone->abandon();
 }
 
-/* The link that a disk's name of the machine would be. */
+// The link that a name of a disk stands for.
 std::optional<std::string> device_link(std::string_view path)
 {
-    for (const std::string_view folder : {"/dev/dsk/", "/dev/rdsk/"}) {
+    for (const std::string_view folder :
+         {std::string_view(ovra::slice_folder), std::string_view(ovra::partition_folder)}) {
         if (path.starts_with(folder))
             return machine::device_link(path.substr(folder.size()));
     }
     return std::nullopt;
-}
-
-/* For a C function: what `call` gives, or -1 with errno. */
-template <typename body>
-auto guarded(body call) noexcept -> decltype(call())
-{
-    decltype(call()) result = -1;
-    int saved = 0; // what the call left in errno, which belongs to its result
-    const int error = machine::outcome_of([&] {
-        result = call();
-        saved = errno;
-    });
-    errno = error != 0 ? error : saved;
-    return error != 0 ? -1 : result;
 }
 
 } // namespace
@@ -188,38 +177,37 @@ int devns_open(const char *path, int flags)
 {
     if (path == nullptr)
         return bad_address();
-    return guarded([=] {
-        // With a mode, so that no header turns the call into that of a symbol of another name.
-        int fd = open(path, flags, 0);
+    return value_or(-1, [=] {
+        // With a mode: without one some headers call a symbol of another name.
+        const int fd = open(path, flags, 0);
         if (fd >= 0) {
             forget(fd);
             return fd;
         }
         if ((errno != ENOENT && errno != ENOTDIR) || std::strcmp(path, DEVNS_RUNTIME_SERVICES) != 0)
             return fd;
-        auto machine = machine::open_firmware();
-        if (!machine)
+        auto found = machine::open_services();
+        if (!found)
             return -1;
-        const auto opened = service::make(std::move(machine));
+        const auto opened = opened_services::make(std::move(found));
         return opened ? served().add(opened) : -1;
     });
 }
 
 int devns_ioctl(int fd, int command, void *record)
 {
-    return guarded([=] {
-        auto opened = served().find(fd);
+    return value_or(-1, [=] {
+        const auto opened = served().find(fd);
         if (!opened)
             return ioctl(fd, static_cast<unsigned long>(command), record);
-        return opened->is_whole() ? serve_runtime_command(opened->machine(), command, record)
-                                  : bad_descriptor();
+        return opened->is_whole() ? serve_runtime_command(opened->get(), command, record) : bad_descriptor();
     });
 }
 
 int devns_close(int fd)
 {
-    return guarded([=] {
-        auto opened = served().take(fd);
+    return value_or(-1, [=] {
+        const auto opened = served().take(fd);
         if (!opened)
             return close(fd);
         return opened->is_whole() ? 0 : bad_descriptor();
@@ -230,7 +218,7 @@ ssize_t devns_readlink(const char *path, char *buf, size_t size)
 {
     if (path == nullptr || buf == nullptr)
         return bad_address();
-    return guarded([=]() -> ssize_t {
+    return value_or(ssize_t{-1}, [=]() -> ssize_t {
         const ssize_t length = readlink(path, buf, size);
         if (length >= 0 || (errno != ENOENT && errno != ENOTDIR))
             return length;
@@ -245,9 +233,10 @@ ssize_t devns_readlink(const char *path, char *buf, size_t size)
 
 int devns_lock(unsigned int seconds, pid_t *holder)
 {
-    return guarded([=] {
-        auto root = machine::open_root();
-        int error = root.folder ? machine::take_lock(root, std::chrono::seconds(seconds), holder) : errno;
+    return value_or(-1, [=] {
+        const auto root = machine::open_root();
+        const int error =
+            root.folder ? machine::take_lock(root, std::chrono::seconds(seconds), holder) : errno;
         if (error == 0)
             return 0;
         errno = error;
@@ -257,10 +246,10 @@ int devns_lock(unsigned int seconds, pid_t *holder)
 
 int devns_unlock()
 {
-    return guarded([] {
-        // The machine's folder may be out of reach by now: then it is the lock that was taken last.
-        auto root = machine::open_root();
-        int error = machine::give_lock(root);
+    return value_or(-1, [] {
+        // The machine's folder may be out of reach by now: give_lock then gives back the last lock.
+        const auto root = machine::open_root();
+        const int error = machine::give_lock(root);
         if (error == 0)
             return 0;
         errno = error;

@@ -2,10 +2,10 @@
 #ifndef HWPLAT_DEVNS_RUNTIME_H
 #define HWPLAT_DEVNS_RUNTIME_H
 
-#include "platform/machine/machine.h"
+#include "platform/machine/services.h"
 
-/* Carries out one command of the pseudo-device: 0, or -1 with errno, as devns_ioctl. Throws std::bad_alloc.
+/* Carries out one command of the pseudo-device. 0, or -1 with errno, as devns_ioctl. Throws std::bad_alloc.
  */
-int serve_runtime_command(const machine::firmware &machine, int command, void *record);
+int serve_runtime_command(const machine::runtime_services &services, int command, void *record);
 
 #endif

@@ -7,8 +7,8 @@
 #include <memory>
 #include <vector>
 
-#include "platform/machine/drives.h"
 #include "platform/machine/failure.h"
+#include "platform/machine/picture.h"
 
 namespace {
 
@@ -16,7 +16,7 @@ struct snapshot;
 
 } // namespace
 
-// A place in a snapshot. The snapshot holds one for each of its nodes, so that a handle is a plain pointer.
+// A node of a snapshot, which has one for each node of the tree: a handle is a plain pointer to it.
 struct ht_node {
     snapshot *owner = nullptr;
     std::size_t place = 0;
@@ -49,8 +49,8 @@ std::size_t find_path(const machine::device_tree &tree, const char *path)
 ht_node *take_snapshot(const char *path, unsigned flags)
 {
     auto taken = std::make_unique<snapshot>();
-    // A copy: its strings and integers are handed out as if they could be written to.
-    taken->tree = machine::drive_set::read()->tree();
+    // A copy: callers may write to its strings and integers.
+    taken->tree = machine::picture::read()->tree();
     taken->top = find_path(taken->tree, path);
     if (taken->top == machine::tree_node::none)
         throw machine::read_failure{ENOENT};
@@ -86,10 +86,7 @@ bool is_top(const ht_node *node)
 
 ht_node_t ht_init(const char *path, unsigned int flags)
 {
-    ht_node_t top = nullptr;
-    if (const int error = machine::outcome_of([&] { top = take_snapshot(path, flags); }); error != 0)
-        errno = error;
-    return top;
+    return machine::value_or(ht_node_t{}, [=] { return take_snapshot(path, flags); });
 }
 
 void ht_fini(ht_node_t root)
@@ -127,12 +124,8 @@ const char *ht_bus_addr(ht_node_t node)
 
 char *ht_devfs_path(ht_node_t node)
 {
-    char *path = nullptr;
-    const int error =
-        machine::outcome_of([&] { path = strdup(node->owner->tree.path_of(node->place).c_str()); });
-    if (error != 0)
-        errno = error;
-    return path;
+    return machine::value_or<char *>(nullptr,
+                                     [=] { return strdup(node->owner->tree.path_of(node->place).c_str()); });
 }
 
 void ht_devfs_path_free(char *path)

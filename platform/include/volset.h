@@ -2,35 +2,43 @@
 /*
  * libvolset: the drives of the machine, their media, and the partitions and slices on these.
  *
- * A drive, named c<controller>t<target>d<lun>, has one medium, or none that can be read. Attributes:
- * "blocksize" (uint32, bytes of a logical block), "nblocks" (uint64), and as text with its terminator (uint8
- * array) "kernel-name" and "devfs-path", its names to Linux and in the device tree.
+ *     int err;
+ *     vs_descriptor_t *slices = vs_get_descriptors(VS_SLICE, NULL, &err);
+ *     for (vs_descriptor_t *slice = slices; slice && *slice; slice++) {
+ *         char *name = vs_get_name(*slice, &err);
+ *         if (name)
+ *             puts(name);
+ *         free(name);
+ *     }
+ *     vs_free_descriptors(slices);
  *
- * A medium. Attributes: "blocksize" and "nblocks" too; with an MBR "volserno" (uint32), the disk signature.
+ * What there is, with its attributes (text is a uint8 array that includes the terminator):
+ *   - A drive, named c<controller>t<target>d<unit>, has one medium, or none. "blocksize" (uint32, bytes of a
+ *     logical block), "nblocks" (uint64, its size in logical blocks), "kernel-name" and "devfs-path" (text,
+ * its name to Linux and its physical path in the device tree).
+ *   - A medium: "blocksize" and "nblocks" as above; with an MBR "volserno" (uint32, the disk signature).
+ *   - A partition of an MBR, "/dev/rdsk/<drive>p<n>"; p0 is the whole disk. "relsect" and "nsectors" (uint32,
+ *     start and size in logical blocks).
+ *   - A slice of a GPT, "/dev/dsk/<drive>s<n>", where n is one less than the number of its entry. "start" and
+ *     "size" (uint64, in logical blocks), "uguid" (uint8 array, the 16 bytes of the partition GUID as stored
+ * on disk).
  *
- * A partition of an MBR, "/dev/rdsk/<drive>p<n>"; p0 is the whole disk. Attributes: "relsect", "nsectors"
- * (uint32).
+ * A descriptor belongs to the caller until vs_free_descriptor, the descriptors of an array until
+ * vs_free_descriptors. It stays valid while the machine changes; a call for something that is gone fails.
+ * Descriptors are used by one thread at a time; calls with separate descriptors are independent.
  *
- * A slice of a GPT, "/dev/dsk/<drive>s<n>", n one less than the number of its entry. Attributes: "start",
- * "size" (uint64), "uguid" (uint8 array, the 16 bytes of the partition GUID as they stand on disk).
+ * Errors: each call with `err` (which must not be null) writes 0 there on success. On failure it writes an
+ * errno value and returns null: ENOENT (no such name, or gone), ENOMEM, EINVAL (no such kind, or none
+ * associated with this one), or why the machine or the disk cannot be read. An empty array is not a failure.
  *
- * Starts and sizes are in logical blocks of the medium.
+ * If any part of the machine cannot be read (EMFILE, EIO or EACCES, say), every call that reads it fails.
+ * What is absent, or makes no sense, is left out.
  *
- * A descriptor belongs to the caller until vs_free_descriptor, one in an array until vs_free_descriptors. It
- * stays usable while the machine changes; a call for something that is gone fails. Descriptors are used by
- * one thread at a time; calls with separate descriptors are independent.
+ * A disk that cannot be read is left out of arrays of all media, partitions or slices. A call for the media
+ * of its drive, or for one of these by name, fails with the reason, such as EACCES or EIO. A blank disk, or
+ * one without a device file, has no media.
  *
- * Errors: each call that takes `err` (which must not be null) writes 0 there on success, and on failure an
- * errno value, and returns null: ENOENT (no such name, or gone), ENOMEM, EINVAL (no such kind, or none
- * associated with this one), or why the machine or the disk cannot be read. That there are none is no
- * failure: the array is then empty. A machine that cannot be read whole fails every call that looks at it,
- * such as with EMFILE, EIO or EACCES; what is not there, or says nothing that makes sense, is left out.
- *
- * A disk that cannot be read itself is left out of arrays of all media, partitions or slices. Asked for the
- * media of its drive, or for one of these by name, the call fails with the reason, such as EACCES or EIO. A
- * blank disk, or one without a file, has no media.
- *
- * Between devns_begin and devns_end (devns.h) all calls of a thread look at one picture of the machine.
+ * Between devns_begin and devns_end (devns.h) all calls of a thread use one picture of the machine.
  */
 #ifndef HWPLAT_VOLSET_H
 #define HWPLAT_VOLSET_H
@@ -47,33 +55,36 @@ typedef uint64_t vs_descriptor_t; /* null: 0 */
 typedef enum { VS_DRIVE = 1, VS_MEDIA = 2, VS_PARTITION = 3, VS_SLICE = 4 } vs_kind_t;
 
 /*
- * All descriptors of a kind, as a new array with a 0 at its end, in an order that stays the same while the
- * machine does. `filter` is null: all.
+ * All descriptors of a kind, as a new array that ends with 0; release it with vs_free_descriptors. The order
+ * stays the same while the machine does. `filter` is null: all.
  */
 vs_descriptor_t *vs_get_descriptors(vs_kind_t kind, const int *filter, int *err);
 
 /*
- * The slice of the name "/dev/dsk/<slice>", or the partition of the name "/dev/rdsk/<partition>", either also
- * without its folder; the drive, respectively its medium, of the name "<drive>" or "/dev/dsk/<drive>".
+ * The descriptor with a name; release it with vs_free_descriptor. A slice is named "/dev/dsk/<slice>" and a
+ * partition "/dev/rdsk/<partition>", either also without the folder. A drive, and the medium of that drive,
+ * is named "<drive>" or "/dev/dsk/<drive>".
  */
 vs_descriptor_t vs_get_descriptor_by_name(vs_kind_t kind, const char *name, int *err);
 
 /*
- * What belongs to a descriptor, as a new array with a 0 at its end: the media of a drive, of a partition or
- * of a slice; the partitions or slices of a medium, in order of their numbers.
+ * What is associated with a descriptor, as a new array that ends with 0; release it with vs_free_descriptors.
+ * Of a drive, a partition or a slice: its medium (VS_MEDIA). Of a medium: its partitions or slices, by
+ * number.
  */
 vs_descriptor_t *vs_get_associated_descriptors(vs_descriptor_t desc, vs_kind_t kind, int *err);
 
-/* The attributes of a descriptor, as a new list (kvlist_free). One that is not known is not in the list. */
+/* The attributes of a descriptor, as a new list; release it with kvlist_free. Unknown ones are not in the
+ * list. */
 kvlist_t *vs_get_attributes(vs_descriptor_t desc, int *err);
 
 /*
  * The name of a drive ("c0t0d0"), a partition ("/dev/rdsk/c0t0d0p1") or a slice ("/dev/dsk/c0t0d0s0"), as a
- * new string: free() it. A medium has the name of its drive.
+ * new string; release it with free(3). A medium has the name of its drive.
  */
 char *vs_get_name(vs_descriptor_t desc, int *err);
 
-/* Release one descriptor, respectively an array with those in it. 0 and null are allowed. */
+/* Release one descriptor, or an array with its descriptors. `desc` may be 0, `descs` null. */
 void vs_free_descriptor(vs_descriptor_t desc);
 void vs_free_descriptors(vs_descriptor_t *descs);
 

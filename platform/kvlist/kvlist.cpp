@@ -9,6 +9,8 @@
 #include <variant>
 #include <vector>
 
+#include "platform/machine/failure.h"
+
 using byte_array = std::vector<uint8_t>;
 using value = std::variant<uint32_t, uint64_t, byte_array>;
 
@@ -41,14 +43,9 @@ int look_up(kvlist_t *list, const char *name, type *out)
 }
 
 template <typename type>
-int add(kvlist_t *list, const char *name, type &&added) noexcept
+int add(kvlist_t *list, const char *name, type added) noexcept
 {
-    try {
-        list->pairs.emplace_back(name, std::forward<type>(added));
-        return 0;
-    } catch (const std::bad_alloc &) {
-        return ENOMEM;
-    }
+    return machine::outcome_of([&] { list->pairs.emplace_back(name, std::move(added)); });
 }
 
 } // namespace
@@ -80,11 +77,7 @@ int kvlist_add_uint64(kvlist_t *list, const char *name, uint64_t added)
 
 int kvlist_add_uint8_array(kvlist_t *list, const char *name, const uint8_t *array, unsigned int count)
 {
-    try {
-        return add(list, name, byte_array(array, array + count));
-    } catch (const std::bad_alloc &) {
-        return ENOMEM;
-    }
+    return machine::outcome_of([=] { list->pairs.emplace_back(name, byte_array(array, array + count)); });
 }
 
 int kvlist_lookup_uint32(kvlist_t *list, const char *name, uint32_t *out)

@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
-#include "platform/machine/machine.h"
+#include "platform/machine/clock.h"
 
 #include <array>
 #include <ctime>
 
+#include "platform/machine/eficlock.h"
 #include "platform/machine/lock.h"
+#include "platform/machine/rtc.h"
+#include "platform/machine/state.h"
 
 namespace machine {
 
@@ -12,11 +15,11 @@ namespace {
 
 constexpr std::int64_t nanoseconds = 1'000'000'000;
 
-/* time-offset: seconds and nanoseconds from the host's clock to the machine's, time zone, daylight. */
+// Seconds and nanoseconds from the host's clock to the machine's, time zone, daylight.
 constexpr const char *offset_file = "time-offset";
-/* wakeup: 1 or 0 for enabled, then year to second, nanosecond, time zone, daylight. */
+// 1 (enabled) or 0, then year to second, nanosecond, time zone, daylight.
 constexpr const char *wakeup_file = "wakeup";
-/* monotonic-count: the last number given out. */
+// The last number given out.
 constexpr const char *count_file = "monotonic-count";
 
 struct moment {
@@ -31,7 +34,7 @@ moment host_now()
     return {now.tv_sec, now.tv_nsec};
 }
 
-/* The host's time moved by what `time-offset` says; nothing when that makes no sense. */
+// The host's time moved by the stored offset; nothing when the offset makes no sense.
 std::optional<EFI_TIME> shifted_time(moment host, const std::array<std::int64_t, 4> &stored)
 {
     auto [seconds, fraction, zone, daylight] = stored;
@@ -51,20 +54,20 @@ std::optional<EFI_TIME> shifted_time(moment host, const std::array<std::int64_t,
     return time;
 }
 
-EFI_STATUS time_now(const firmware &machine, EFI_TIME *time)
+EFI_STATUS time_now(const runtime_services &services, EFI_TIME *time)
 {
     std::array<std::int64_t, 4> stored = {};
     bool found = false;
-    if (EFI_STATUS status = read_state(machine, offset_file, stored, &found); status != EFI_SUCCESS)
+    if (const EFI_STATUS status = read_state(services, offset_file, stored, &found); status != EFI_SUCCESS)
         return status;
-    auto shown = shifted_time(host_now(), stored); // by nothing where nothing was ever set
+    const auto shown = shifted_time(host_now(), stored); // the host's own time if none was ever set
     if (!shown)
         return refuse_state(offset_file);
     *time = *shown;
     return EFI_SUCCESS;
 }
 
-/* A value that does not fit its field makes the whole alarm one that seconds_of refuses. */
+// False for a number that does not fit its field: the stored alarm then makes no sense.
 template <typename field>
 bool put(std::int64_t number, field *out)
 {
@@ -72,19 +75,19 @@ bool put(std::int64_t number, field *out)
     return *out == number;
 }
 
-EFI_STATUS read_wakeup(const firmware &machine, wakeup *alarm, bool *found)
+EFI_STATUS read_wakeup(const runtime_services &services, wakeup *alarm, bool *found)
 {
     std::array<std::int64_t, 10> stored = {};
-    if (EFI_STATUS status = read_state(machine, wakeup_file, stored, found); status != EFI_SUCCESS)
+    if (const EFI_STATUS status = read_state(services, wakeup_file, stored, found); status != EFI_SUCCESS)
         return status;
     *alarm = {};
     if (!*found)
         return EFI_SUCCESS;
     EFI_TIME time = {};
-    bool fits = put(stored[1], &time.year) && put(stored[2], &time.month) && put(stored[3], &time.day) &&
-                put(stored[4], &time.hour) && put(stored[5], &time.minute) && put(stored[6], &time.second) &&
-                put(stored[7], &time.nanosecond) && put(stored[8], &time.timezone) &&
-                put(stored[9], &time.daylight);
+    const bool fits =
+        put(stored[1], &time.year) && put(stored[2], &time.month) && put(stored[3], &time.day) &&
+        put(stored[4], &time.hour) && put(stored[5], &time.minute) && put(stored[6], &time.second) &&
+        put(stored[7], &time.nanosecond) && put(stored[8], &time.timezone) && put(stored[9], &time.daylight);
     if (!fits || !seconds_of(time) || (stored[0] != 0 && stored[0] != 1))
         return refuse_state(wakeup_file);
     *alarm = {stored[0] == 1, false, time};
@@ -93,54 +96,55 @@ EFI_STATUS read_wakeup(const firmware &machine, wakeup *alarm, bool *found)
 
 } // namespace
 
-EFI_STATUS get_time(const firmware &machine, EFI_TIME *time, EFI_TIME_CAPABILITIES *capabilities)
+EFI_STATUS get_time(const runtime_services &services, EFI_TIME *time, EFI_TIME_CAPABILITIES *capabilities)
 {
-    constexpr uint32_t usual_accuracy = 50'000'000; // of a crystal: 50 parts per million
+    constexpr uint32_t usual_accuracy = 50'000'000; // parts per 10^12; a crystal has 50 per million
     EFI_TIME now = {};
-    EFI_STATUS status = machine.root.live ? rtc_get_time(machine.root, &now) : time_now(machine, &now);
+    const EFI_STATUS status =
+        services.root.live ? rtc_get_time(services.root, &now) : time_now(services, &now);
     if (status != EFI_SUCCESS)
         return status;
     *time = now;
     if (capabilities != nullptr) {
-        capabilities->resolution = machine.root.live ? 1 : static_cast<uint32_t>(nanoseconds);
+        capabilities->resolution = services.root.live ? 1 : static_cast<uint32_t>(nanoseconds);
         capabilities->accuracy = usual_accuracy;
         capabilities->sets_to_zero = 0;
     }
     return EFI_SUCCESS;
 }
 
-EFI_STATUS set_time(const firmware &machine, const EFI_TIME &time)
+EFI_STATUS set_time(const runtime_services &services, const EFI_TIME &time)
 {
-    auto wanted = seconds_of(time);
+    const auto wanted = seconds_of(time);
     if (!wanted)
         return EFI_INVALID_PARAMETER;
-    held_lock lock(machine.root);
+    const held_lock lock(services.root);
     if (lock.error() != 0)
         return lock.status();
-    if (machine.root.live)
-        return rtc_set_time(machine.root, time);
-    moment host = host_now();
+    if (services.root.live)
+        return rtc_set_time(services.root, time);
+    const moment host = host_now();
     std::int64_t seconds = *wanted - host.seconds;
     std::int64_t fraction = static_cast<std::int64_t>(time.nanosecond) - host.nanosecond;
     if (fraction < 0) {
         fraction += nanoseconds;
         --seconds;
     }
-    return write_state(machine, offset_file,
+    return write_state(services, offset_file,
                        std::array<std::int64_t, 4>{seconds, fraction, time.timezone, time.daylight});
 }
 
-EFI_STATUS get_wakeup_time(const firmware &machine, wakeup *alarm)
+EFI_STATUS get_wakeup_time(const runtime_services &services, wakeup *alarm)
 {
-    if (machine.root.live)
-        return rtc_get_wakeup_time(machine.root, alarm);
+    if (services.root.live)
+        return rtc_get_wakeup_time(services.root, alarm);
     wakeup stored;
     bool found = false;
-    if (EFI_STATUS status = read_wakeup(machine, &stored, &found); status != EFI_SUCCESS)
+    if (const EFI_STATUS status = read_wakeup(services, &stored, &found); status != EFI_SUCCESS)
         return status;
     if (stored.enabled) {
         EFI_TIME now = {};
-        if (EFI_STATUS status = time_now(machine, &now); status != EFI_SUCCESS)
+        if (const EFI_STATUS status = time_now(services, &now); status != EFI_SUCCESS)
             return status;
         stored.pending = is_reached(stored.time, now);
     }
@@ -148,46 +152,46 @@ EFI_STATUS get_wakeup_time(const firmware &machine, wakeup *alarm)
     return EFI_SUCCESS;
 }
 
-EFI_STATUS set_wakeup_time(const firmware &machine, bool enable, const EFI_TIME *time)
+EFI_STATUS set_wakeup_time(const runtime_services &services, bool enable, const EFI_TIME *time)
 {
     if (enable && (time == nullptr || !seconds_of(*time)))
         return EFI_INVALID_PARAMETER;
-    held_lock lock(machine.root);
+    const held_lock lock(services.root);
     if (lock.error() != 0)
         return lock.status();
-    if (machine.root.live)
-        return rtc_set_wakeup_time(machine.root, enable, time);
+    if (services.root.live)
+        return rtc_set_wakeup_time(services.root, enable, time);
     wakeup alarm;
     if (enable) {
         alarm.time = *time;
     } else {
         bool found = false;
-        EFI_STATUS status = read_wakeup(machine, &alarm, &found);
-        if (status != EFI_SUCCESS || !found) // there is no alarm that could be switched off
+        const EFI_STATUS status = read_wakeup(services, &alarm, &found);
+        if (status != EFI_SUCCESS || !found) // no alarm to switch off
             return status;
     }
     const EFI_TIME &t = alarm.time;
-    return write_state(machine, wakeup_file,
+    return write_state(services, wakeup_file,
                        std::array<std::int64_t, 10>{enable ? 1 : 0, t.year, t.month, t.day, t.hour, t.minute,
                                                     t.second, t.nanosecond, t.timezone, t.daylight});
 }
 
-EFI_STATUS next_high_monotonic_count(const firmware &machine, UINT32 *count)
+EFI_STATUS next_high_monotonic_count(const runtime_services &services, UINT32 *count)
 {
-    if (machine.root.live)
+    if (services.root.live)
         return EFI_UNSUPPORTED;
-    held_lock lock(machine.root);
+    const held_lock lock(services.root);
     if (lock.error() != 0)
         return lock.status();
     std::array<std::int64_t, 1> last = {};
     bool found = false;
-    EFI_STATUS status = read_state(machine, count_file, last, &found);
+    EFI_STATUS status = read_state(services, count_file, last, &found);
     if (status != EFI_SUCCESS)
         return status;
     if (last[0] < 0 || last[0] > UINT32_MAX)
         return refuse_state(count_file);
-    auto next = static_cast<UINT32>(last[0]) + 1; // after the last number comes 0, as in firmware
-    status = write_state(machine, count_file, std::array<std::int64_t, 1>{next});
+    const auto next = static_cast<UINT32>(last[0]) + 1; // 0 follows the last number, as in firmware
+    status = write_state(services, count_file, std::array<std::int64_t, 1>{next});
     if (status == EFI_SUCCESS)
         *count = next;
     return status;

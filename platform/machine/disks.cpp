@@ -9,6 +9,8 @@
 #include <set>
 #include <tuple>
 
+#include "platform/machine/debug.h"
+
 namespace machine {
 
 namespace {
@@ -17,17 +19,17 @@ constexpr std::size_t most_disks = 16384;
 constexpr std::uint32_t smallest_block = 512;
 constexpr std::uint32_t largest_block = 65536;
 
-// What a device path has room for.
+// What a device path has room for (UEFI 10.3.4).
 constexpr unsigned largest_identifier = 0xffff; // of a SCSI target or unit
 constexpr unsigned most_ports = 32;             // of a SATA controller
 constexpr unsigned most_multiplier_ports = 16;
-constexpr unsigned drives_of_a_channel = 2; // master and slave
+constexpr unsigned disks_of_a_channel = 2; // of an IDE function
 
-// Disks of the kinds that have targets, but without a place in a path, are named behind all that have one.
+// Disks of a transport with targets that are not addressable by a path have target numbers from here on.
 constexpr unsigned first_target_without_place = 0x10000;
 static_assert(first_target_without_place > largest_identifier);
 
-// PCI class codes: base class, and with the subclass below it.
+// PCI class codes (include/linux/pci_ids.h): the base class, or base class and subclass.
 constexpr unsigned base_class(unsigned class_code)
 {
     return class_code >> 16;
@@ -44,8 +46,8 @@ constexpr unsigned firewire_controller = 0x0c00;
 constexpr unsigned usb_controller = 0x0c03;
 constexpr unsigned fibre_channel = 0x0c04;
 
-// Functions that count as storage controllers whether or not a disk is on them, so that pulling the only disk
-// of one renumbers no other.
+// Functions that count as storage controllers whether or not a disk is on them: pulling the only disk of one
+// renumbers no other.
 bool is_storage_controller(const pci_function &function)
 {
     const unsigned kind = function.class_code >> 8;
@@ -57,7 +59,7 @@ enum class transport {
     sata,
     ide,
     scsi,
-    without_place, // one of these, of which no path can tell where it is
+    without_place, // one of these, not addressable by a path
     other
 };
 
@@ -66,7 +68,7 @@ constexpr bool has_place(transport kind)
     return kind != transport::without_place && kind != transport::other;
 }
 
-// Where a disk is attached, by the components of its sysfs path below its function.
+// Where a disk is attached, from the components of its sysfs path below its function.
 struct attachment {
     transport kind = transport::other;
     unsigned channel = 0; // of an IDE function
@@ -134,8 +136,8 @@ public:
             }
             find_disk(name);
         }
-        // Disks that have targets of their own come first, so that the others know what is left. Kernel names
-        // in the order of their numbers, sda before sdaa, decide where nothing else does.
+        // Disks with targets of their own come first and take their names; the others get what is left.
+        // Kernel names, in the order of their numbers (sda before sdaa), decide where nothing else does.
         const auto order = [](const found_disk &disk) {
             return std::tuple(disk.function, !has_place(disk.where.kind), disk.entry.kernel_name.size(),
                               std::string_view(disk.entry.kernel_name));
@@ -161,7 +163,7 @@ private:
             debug("sys/block/%s: no link to a device", name.c_str());
             return;
         }
-        // The nearest function above the disk; without one it is a virtual disk, or none of ours.
+        // The nearest function above the disk. A disk without one is virtual, or not on PCI.
         std::string function_path = *path;
         auto carrier = by_path.end();
         while (carrier == by_path.end() && function_path.find('/') != std::string::npos) {
@@ -172,7 +174,7 @@ private:
             return;
         if (files.number(*path + "/hidden").value_or(0) != 0)
             return;
-        // SCSI peripheral device type: 0 is a disk, 5 an optical drive and so on.
+        // SCSI peripheral device type (include/scsi/scsi_proto.h): 0 is a disk, 5 a CD.
         const auto device = files.link(*path + "/device");
         if (device && files.number(*device + "/type").value_or(0) != 0)
             return;
@@ -199,7 +201,7 @@ private:
         const auto units = files.number(path + "/size");
         if (!units)
             debug("%s/size: no size, 0 is taken", path.c_str());
-        // The kernel counts in units of 512 bytes, whatever the block size.
+        // The kernel counts in units of 512 bytes, whatever the block size (block/genhd.c).
         entry->blocks = units.value_or(0) / (entry->block_size / 512);
     }
 
@@ -214,7 +216,7 @@ private:
         const std::string_view unit = *(disk_name - 1);
         const auto port = std::find_if(components.begin(), components.end(),
                                        [](std::string_view name) { return is_numbered(name, "ata"); });
-        // A virtio-blk disk is on a function of the same class, but on no host that has targets.
+        // A virtio-blk disk is on a function of the same class, but on a host without targets.
         if (port == components.end() &&
             (base_class(function.class_code) != mass_storage || unit.find(':') == std::string_view::npos))
             return {};
@@ -233,7 +235,8 @@ private:
                           std::string_view port_name, const scsi_address &address) const
     {
         const std::string attributes = port_path + "/ata_port/" + std::string(port_name);
-        // The controller's own port, which sysfs counts from 1; the name's number counts those of all hosts.
+        // The controller's own port, from 1 (drivers/ata/libata-transport.c). The number in the name counts
+        // the ports of all hosts.
         const auto port = files.number(attributes + "/port_no");
         if (!port || *port == 0) {
             debug("%s: no port number, its disk has no path", attributes.c_str());
@@ -246,8 +249,8 @@ private:
         const auto number = static_cast<unsigned>(*port - 1);
         const unsigned kind = subclass(function.class_code);
         if (kind == ide_subclass || kind == ata_subclass) {
-            // One more would have the name of the next channel's master.
-            if (address.target >= drives_of_a_channel) {
+            // Another one would have the name of the next channel's first disk.
+            if (address.target >= disks_of_a_channel) {
                 debug("%s: drive %u of a channel has no path", attributes.c_str(), address.target);
                 return without_place;
             }
@@ -255,7 +258,7 @@ private:
         }
         if (files.number(attributes + "/nr_pmp_links").value_or(0) == 0)
             return {transport::sata, 0, number, 0};
-        // Behind a port multiplier the channel is its port: bit 8, and the number from bit 5 on.
+        // With a port multiplier the channel is the multiplier's port: bit 8, and the number from bit 5 on.
         if (address.channel >= most_multiplier_ports) {
             debug("%s: the disk of port %u of a port multiplier has no path", attributes.c_str(),
                   address.channel);
@@ -264,7 +267,8 @@ private:
         return {transport::sata, 0, 0x100 | address.channel << 5 | number, 0};
     }
 
-    // Controllers are numbered in the order of their physical path, those that only a disk makes one last.
+    // Controllers are numbered in the order of their physical paths. Functions of other classes that carry a
+    // disk come last.
     void number_controllers()
     {
         unsigned next = 0;
@@ -281,8 +285,8 @@ private:
     // Gives a disk its node and its name.
     void place(found_disk *disk)
     {
-        // Two disks that a path cannot tell apart (SCSI channels), or that a name cannot (a port and a target
-        // of one function), must not share one: the later one has no place.
+        // Two disks must not share a path (SCSI channels) or a name (a port and a target of one function):
+        // the later one has no place.
         if (has_place(disk->where.kind) &&
             !take_name(disk->function, target_in_name(disk->where), disk->where.lun)) {
             debug("%s: another disk has the same target, it has no path of its own",
@@ -307,7 +311,7 @@ private:
         case transport::other: {
             const unsigned number = others[disk->function]++;
             disk->entry.node = add_node(function_node, "blkdev", number, 0);
-            // By the disk's own kind, not by what is beside it, so that its name stays when that goes.
+            // By the disk's own kind: its name stays when a disk beside it goes.
             const bool counted = where.kind == transport::other && take_name(disk->function, number, 0);
             disk->entry.target = counted ? number : first_target_without_place + number;
             break;
@@ -319,7 +323,7 @@ private:
 
     static unsigned target_in_name(const attachment &where)
     {
-        return where.kind == transport::ide ? where.channel * drives_of_a_channel + where.target
+        return where.kind == transport::ide ? where.channel * disks_of_a_channel + where.target
                                             : where.target;
     }
 
@@ -332,7 +336,7 @@ private:
     {
         const auto [place, is_new] = channels.try_emplace({function, channel}, 0);
         if (is_new)
-            // Decimal, unlike all other numbers in the tree: the core reads this one with atoi.
+            // Decimal, unlike all other numbers in the tree: the core reads this one as decimal.
             place->second = tree.add_node(functions[function].node, "ide", std::to_string(channel));
         return place->second;
     }
@@ -351,7 +355,7 @@ private:
     std::vector<found_disk> found;
     std::map<std::size_t, unsigned> numbers;                     // controllers, by function
     std::set<std::tuple<std::size_t, unsigned, unsigned>> taken; // names: function, target, unit
-    std::map<std::size_t, unsigned> others;                      // disks without a path so far, by function
+    std::map<std::size_t, unsigned> others; // number of disks without a path, by function
     std::map<std::pair<std::size_t, unsigned>, std::size_t> channels;
 };
 

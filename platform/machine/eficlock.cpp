@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/machine/machine.h"
+#include "platform/machine/eficlock.h"
 
 #include <chrono>
 
@@ -11,7 +11,6 @@ using std::chrono::seconds;
 using std::chrono::sys_days;
 using std::chrono::sys_seconds;
 
-constexpr int16_t unspecified_timezone = 0x7ff;
 constexpr int16_t largest_timezone = 1440; // minutes
 constexpr uint8_t daylight_bits = 0x03;
 constexpr uint16_t first_year = 1900;
@@ -25,10 +24,11 @@ std::chrono::year_month_day date_of(const EFI_TIME &time)
 
 bool is_valid(const EFI_TIME &time)
 {
-    bool date = time.year >= first_year && time.year <= last_year && date_of(time).ok();
-    bool clock = time.hour < 24 && time.minute < 60 && time.second < 60 && time.nanosecond <= last_nanosecond;
-    bool zone = time.timezone == unspecified_timezone ||
-                (time.timezone >= -largest_timezone && time.timezone <= largest_timezone);
+    const bool date = time.year >= first_year && time.year <= last_year && date_of(time).ok();
+    const bool clock =
+        time.hour < 24 && time.minute < 60 && time.second < 60 && time.nanosecond <= last_nanosecond;
+    const bool zone = time.timezone == unspecified_timezone ||
+                      (time.timezone >= -largest_timezone && time.timezone <= largest_timezone);
     return date && clock && zone && (time.daylight & ~daylight_bits) == 0;
 }
 
@@ -38,8 +38,8 @@ std::optional<std::int64_t> seconds_of(const EFI_TIME &time)
 {
     if (!is_valid(time))
         return std::nullopt;
-    sys_seconds moment = sys_days(date_of(time)) + std::chrono::hours(time.hour) +
-                         std::chrono::minutes(time.minute) + seconds(time.second);
+    const sys_seconds moment = sys_days(date_of(time)) + std::chrono::hours(time.hour) +
+                               std::chrono::minutes(time.minute) + seconds(time.second);
     return moment.time_since_epoch().count();
 }
 
@@ -48,12 +48,12 @@ std::optional<EFI_TIME> time_of(std::int64_t count, std::uint32_t nanosecond)
     using namespace std::chrono_literals;
     constexpr sys_seconds earliest = sys_days(std::chrono::year(first_year) / 1 / 1);
     constexpr sys_seconds end = sys_days(std::chrono::year(last_year + 1) / 1 / 1);
-    sys_seconds moment{seconds(count)};
+    const sys_seconds moment{seconds(count)};
     if (moment < earliest || moment >= end || nanosecond > last_nanosecond)
         return std::nullopt;
-    sys_days day = std::chrono::floor<std::chrono::days>(moment);
-    std::chrono::year_month_day date(day);
-    std::chrono::hh_mm_ss clock(moment - day);
+    const sys_days day = std::chrono::floor<std::chrono::days>(moment);
+    const std::chrono::year_month_day date(day);
+    const std::chrono::hh_mm_ss clock(moment - day);
     EFI_TIME time = {};
     time.year = static_cast<uint16_t>(static_cast<int>(date.year()));
     time.month = static_cast<uint8_t>(static_cast<unsigned>(date.month()));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/machine/machine.h"
+#include "platform/machine/efivarfs.h"
 
 #include <cerrno>
 #include <cstring>
@@ -10,14 +10,14 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 
+#include "platform/machine/debug.h"
+
 namespace machine {
 
 namespace {
 
-/*
- * The kernel marks most variables immutable, so that nobody deletes them by accident. Lifts that while it
- * lives, for a file that has the mark.
- */
+// The kernel marks most variables immutable against accidents (fs/efivarfs/inode.c, efivarfs_get_inode).
+// Lifts the mark of a file while it lives.
 class lifted_immutable_flag {
 public:
     lifted_immutable_flag(int folder, const char *file_name)
@@ -34,7 +34,7 @@ public:
     lifted_immutable_flag &operator=(const lifted_immutable_flag &) = delete;
     ~lifted_immutable_flag()
     {
-        int saved = errno;
+        const int saved = errno;
         if (lifted)
             ioctl(file.get(), FS_IOC_SETFLAGS, &flags);
         errno = saved;
@@ -42,12 +42,13 @@ public:
     void file_is_gone() { lifted = false; }
 
 private:
-    descriptor file;
+    owned_fd file;
     int flags = 0;
     bool lifted = false;
 };
 
-/* The kernel hands the firmware each write as one whole variable. */
+// The kernel hands each write to the firmware as one whole variable (fs/efivarfs/file.c,
+// efivarfs_file_write).
 EFI_STATUS write_once(int file, byte_view contents)
 {
     ssize_t written = 0;
@@ -57,7 +58,9 @@ EFI_STATUS write_once(int file, byte_view contents)
     } while (written < 0 && errno == EINTR && ++interruptions < most_interruptions);
     if (written >= 0)
         return static_cast<std::size_t>(written) == contents.size() ? EFI_SUCCESS : EFI_DEVICE_ERROR;
-    switch (errno) { // opened for writing, so that this is the firmware's refusal and not the file's
+    // The file is open for writing: this is the firmware's answer, as drivers/firmware/efi/efi.c puts it
+    // (efi_status_to_err).
+    switch (errno) {
     case EACCES:
         return EFI_SECURITY_VIOLATION;
     case ENOSPC:
@@ -67,11 +70,9 @@ EFI_STATUS write_once(int file, byte_view contents)
     }
 }
 
-/*
- * A variable that the firmware refused would stay behind as an empty file, and an immutable one where the
- * kernel does not know its name.
- */
-void remove_refused(int folder, const char *file_name, descriptor file)
+// Otherwise a variable that the firmware refused would stay as an empty file, immutable if the kernel does
+// not know its name.
+void remove_refused(int folder, const char *file_name, owned_fd file)
 {
     lifted_immutable_flag lift(file.release());
     if (unlinkat(folder, file_name, 0) == 0)
@@ -87,15 +88,15 @@ EFI_STATUS write_efivarfs(int folder, const char *file_name, byte_view contents)
     constexpr mode_t mode = 0644;
     constexpr int flags = O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
     lifted_immutable_flag lift(folder, file_name);
-    descriptor file(openat(folder, file_name, flags));
+    owned_fd file(openat(folder, file_name, flags));
     bool created = false;
     if (!file && errno == ENOENT) {
-        file = descriptor(openat(folder, file_name, flags | O_CREAT | O_EXCL, mode));
+        file = owned_fd(openat(folder, file_name, flags | O_CREAT | O_EXCL, mode));
         created = static_cast<bool>(file);
     }
     if (!file)
         return status_of(errno);
-    EFI_STATUS status = write_once(file.get(), contents);
+    const EFI_STATUS status = write_once(file.get(), contents);
     if (status != EFI_SUCCESS && created)
         remove_refused(folder, file_name, std::move(file));
     return status;
@@ -110,12 +111,12 @@ EFI_STATUS remove_efivarfs(int folder, const char *file_name, UINT32 attributes)
     }
     if (errno != EINVAL)
         return status_of(errno);
-    // That is the kernel's word for whatever the firmware said. Asked by a write without data, it passes that
-    // on.
-    descriptor file(openat(folder, file_name, O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    // The kernel says EINVAL whatever the firmware said (fs/efivarfs/inode.c, efivarfs_unlink). It passes on
+    // the firmware's answer to a write without data.
+    owned_fd file(openat(folder, file_name, O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!file)
         return status_of(errno);
-    EFI_STATUS status = write_once(file.get(), std::as_bytes(std::span(&attributes, 1)));
+    const EFI_STATUS status = write_once(file.get(), std::as_bytes(std::span(&attributes, 1)));
     if (status == EFI_SUCCESS)
         lift.file_is_gone();
     return status;
@@ -128,11 +129,10 @@ EFI_STATUS efivarfs_space(int folder, variable_space *space)
         return status_of(errno);
     if (info.f_blocks == 0)
         return EFI_UNSUPPORTED;
-    auto block = static_cast<UINT64>(info.f_bsize);
+    const auto block = static_cast<UINT64>(info.f_bsize);
     space->store = info.f_blocks * block;
-    space->remaining = info.f_bavail * block; // into what the kernel holds back nobody can write
-    space->variable =
-        space->remaining; // the kernel keeps the firmware's own limit to itself; none is above this
+    space->remaining = info.f_bavail * block; // without what the kernel holds back
+    space->variable = space->remaining; // the kernel does not tell the firmware's own limit; none is higher
     return EFI_SUCCESS;
 }
 

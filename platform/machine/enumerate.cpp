@@ -1,31 +1,34 @@
 // SPDX-License-Identifier: MIT
-#include "platform/machine/machine.h"
+#include "platform/machine/enumerate.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <new>
 
+#include "platform/machine/debug.h"
+#include "platform/machine/failure.h"
+#include "platform/machine/names.h"
 #include "platform/machine/process.h"
+#include "platform/machine/services.h"
+#include "platform/machine/store.h"
 
 namespace machine {
 
 namespace {
 
-/* Walks that are kept at once, by a descriptor or by the process: the ones that rest longest are given up. */
+// How many walks an opening keeps, and the process of closed ones. The least recently used is given up.
 constexpr std::size_t most_walks = 16;
 
 using name_list = std::shared_ptr<const std::vector<std::string>>;
 
-/*
- * A walk whose descriptor was closed on the way. Callers may open the services anew for each step: the next
- * one goes on where a walk of the same folder stands.
- */
+// A walk whose services were closed on the way. Callers may open the services anew for each step; a step then
+// continues a walk through the same folder.
 struct left_walk {
-    identity folder;
+    file_identity folder;
     variable_walk walk;
 };
 
-/* Never destroyed: an exit handler or another thread may still ask. Under lock_process_state(). */
+// Under lock_process_state(). Never destroyed: an exit handler or another thread may still use it.
 std::vector<left_walk> &left_walks()
 {
     static auto &only = *new std::vector<left_walk>;
@@ -42,12 +45,12 @@ bool is_at_end(const left_walk &left)
     return is_at_end(left.walk);
 }
 
-/* One at its end is the first to be given up: it is asked once more at most. */
+// A walk at its end is the first to be given up: at most one more step follows.
 template <typename walk>
 void keep(std::vector<walk> &walks, walk added)
 {
     walks.reserve(most_walks);
-    bool at_end = is_at_end(added);
+    const bool at_end = is_at_end(added);
     if (walks.size() == most_walks) {
         if (at_end && !is_at_end(walks.front()))
             return;
@@ -61,7 +64,7 @@ bool stands_at(const variable_walk &walk, const std::string &name)
     return walk.last != variable_walk::none && (*walk.file_names)[walk.last] == name;
 }
 
-/* Takes the latest walk of which `fits` is true. */
+// Removes and returns the latest walk that fits.
 template <typename walk, typename condition>
 std::optional<walk> take_latest(std::vector<walk> &walks, condition fits)
 {
@@ -73,14 +76,13 @@ std::optional<walk> take_latest(std::vector<walk> &walks, condition fits)
     return taken;
 }
 
-/* The walk that goes on behind `previous`: one that stands there, of this descriptor or of one that is
- * closed. */
-std::optional<variable_walk> walk_at(const firmware &machine, const identity &folder,
+// The walk that stands at `previous`, of these services or of closed ones.
+std::optional<variable_walk> walk_at(const runtime_services &services, const file_identity &folder,
                                      const std::string &previous)
 {
-    auto guard = lock_process_state();
+    const auto guard = lock_process_state();
     auto own =
-        take_latest(machine.walks, [&](const variable_walk &walk) { return stands_at(walk, previous); });
+        take_latest(services.walks, [&](const variable_walk &walk) { return stands_at(walk, previous); });
     if (own)
         return own;
     auto left = take_latest(left_walks(), [&](const left_walk &other) {
@@ -89,14 +91,14 @@ std::optional<variable_walk> walk_at(const firmware &machine, const identity &fo
     return left ? std::optional(std::move(left->walk)) : std::nullopt;
 }
 
-/* The list of a walk of this descriptor in which `name` stands, at whatever place the walk is. */
-name_list list_with(const firmware &machine, const std::string &name)
+// The list of a walk of these services that contains `name`, wherever the walk stands.
+name_list list_with(const runtime_services &services, const std::string &name)
 {
     std::vector<variable_walk> walks;
     walks.reserve(most_walks);
     {
-        auto guard = lock_process_state();
-        walks = machine.walks;
+        const auto guard = lock_process_state();
+        walks = services.walks;
     }
     for (auto walk = walks.rbegin(); walk != walks.rend(); ++walk) {
         if (std::ranges::binary_search(*walk->file_names, name))
@@ -105,13 +107,13 @@ name_list list_with(const firmware &machine, const std::string &name)
     return nullptr;
 }
 
-EFI_STATUS list_names(const firmware &machine, name_list *out)
+EFI_STATUS list_names(const runtime_services &services, name_list *out)
 {
     std::vector<std::string> names;
-    if (int error = list_folder(machine.variables.get(), &names); error != 0)
+    if (const int error = list_folder(services.variables.get(), &names); error != 0)
         return status_of_folder(error);
     std::erase_if(names, [](const std::string &name) {
-        bool skip = !identity_of(name);
+        const bool skip = !identity_of(name);
         if (skip)
             debug("skipped '%s': not named like a variable", name.c_str());
         return skip;
@@ -121,38 +123,36 @@ EFI_STATUS list_names(const firmware &machine, name_list *out)
     return EFI_SUCCESS;
 }
 
-/*
- * The walk for the step behind `previous`. A walk keeps its list, or deleting on the way would cost a reading
- * of the folder for each step; who begins, at the start or in the middle, gets one that is up to date. Only
- * who asks for what follows a variable that is gone goes along an older one.
- */
-EFI_STATUS find_walk(const firmware &machine, const identity &folder, const std::string &previous,
-                     variable_walk *walk)
+// The walk for the step after `previous`. A walk keeps its list: otherwise deleting on the way would cost a
+// reading of the folder for each step. A walk that begins, at the start or in the middle, gets a new list;
+// only a step after a deleted variable uses an older one.
+EFI_STATUS find_walk(const runtime_services &services, const file_identity &folder,
+                     const std::string &previous, variable_walk *walk)
 {
     if (!previous.empty()) {
-        if (auto going_on = walk_at(machine, folder, previous)) {
+        if (auto going_on = walk_at(services, folder, previous)) {
             *walk = std::move(*going_on);
             return EFI_SUCCESS;
         }
         bool exists = false;
-        if (EFI_STATUS status = find_variable(machine, previous, &exists); status != EFI_SUCCESS)
+        if (const EFI_STATUS status = find_variable(services, previous, &exists); status != EFI_SUCCESS)
             return status;
         if (!exists) {
-            *walk = {list_with(machine, previous), variable_walk::none};
+            *walk = {list_with(services, previous), variable_walk::none};
             return walk->file_names ? EFI_SUCCESS : EFI_INVALID_PARAMETER;
         }
     }
     walk->last = variable_walk::none;
-    return list_names(machine, &walk->file_names);
+    return list_names(services, &walk->file_names);
 }
 
-/* A walk that is taken out for a step, and put back whatever comes of that. */
+// A walk taken out for a step, and put back whatever the step gives.
 class walk_under_way {
 public:
-    explicit walk_under_way(const firmware &opened) : machine(opened)
+    explicit walk_under_way(const runtime_services &opened) : services(opened)
     {
-        auto guard = lock_process_state();
-        machine.walks.reserve(most_walks); // putting back must not fail
+        const auto guard = lock_process_state();
+        services.walks.reserve(most_walks); // putting back must not fail
     }
     walk_under_way(const walk_under_way &) = delete;
     walk_under_way &operator=(const walk_under_way &) = delete;
@@ -160,11 +160,11 @@ public:
     {
         if (walk.last == variable_walk::none)
             return;
-        auto guard = lock_process_state();
-        keep(machine.walks, std::move(walk));
+        const auto guard = lock_process_state();
+        keep(services.walks, std::move(walk));
     }
 
-    /* Keeps no more of it than where it ended, for a caller who asks once more. */
+    // Keeps only the end of the walk, for a caller who asks once more.
     void end(const std::string &last_name)
     {
         if (walk.last != variable_walk::none)
@@ -174,16 +174,16 @@ public:
     variable_walk walk;
 
 private:
-    const firmware &machine;
+    const runtime_services &services;
 };
 
 EFI_STATUS hand_over(const std::string &file_name, UINTN *size, CHAR16 *name, EFI_GUID *guid)
 {
-    auto identity = identity_of(file_name);
+    const auto identity = identity_of(file_name);
     if (!identity)
         return EFI_DEVICE_ERROR;
-    std::size_t needed = (identity->name.size() + 1) * sizeof(CHAR16);
-    bool fits = needed <= *size;
+    const std::size_t needed = (identity->name.size() + 1) * sizeof(CHAR16);
+    const bool fits = needed <= *size;
     *size = needed;
     if (!fits)
         return EFI_BUFFER_TOO_SMALL;
@@ -193,25 +193,25 @@ EFI_STATUS hand_over(const std::string &file_name, UINTN *size, CHAR16 *name, EF
     return EFI_SUCCESS;
 }
 
-/* Gives out what follows `previous` in the walk's list and is still there. */
-EFI_STATUS step(const firmware &machine, variable_walk *walk, const std::string &previous, UINTN *size,
-                CHAR16 *name, EFI_GUID *guid)
+// Gives the next variable after `previous` in the walk's list that still exists.
+EFI_STATUS step(const runtime_services &services, variable_walk *walk, const std::string &previous,
+                UINTN *size, CHAR16 *name, EFI_GUID *guid)
 {
     const std::vector<std::string> &names = *walk->file_names;
     auto next = std::ranges::upper_bound(names, previous);
-    // Until a step succeeds, the walk stands where it was asked to go on.
+    // Until a step succeeds, the walk stays at `previous`.
     if (next != names.begin() && *(next - 1) == previous)
         walk->last = static_cast<std::size_t>(next - names.begin()) - 1;
     for (; next != names.end(); ++next) {
         bool exists = false;
-        if (EFI_STATUS status = find_variable(machine, *next, &exists); status != EFI_SUCCESS)
+        if (const EFI_STATUS status = find_variable(services, *next, &exists); status != EFI_SUCCESS)
             return status;
         if (exists)
             break;
     }
     if (next == names.end())
         return EFI_NOT_FOUND;
-    EFI_STATUS status = hand_over(*next, size, name, guid);
+    const EFI_STATUS status = hand_over(*next, size, name, guid);
     if (status == EFI_SUCCESS)
         walk->last = static_cast<std::size_t>(next - names.begin());
     return status;
@@ -219,9 +219,9 @@ EFI_STATUS step(const firmware &machine, variable_walk *walk, const std::string 
 
 } // namespace
 
-EFI_STATUS next_variable(const firmware &machine, UINTN *size, CHAR16 *name, EFI_GUID *guid)
+EFI_STATUS next_variable(const runtime_services &services, UINTN *size, CHAR16 *name, EFI_GUID *guid)
 {
-    auto previous = terminated_name(name, *size);
+    const auto previous = terminated_name(name, *size);
     if (!previous)
         return EFI_INVALID_PARAMETER;
     std::string previous_file;
@@ -231,32 +231,30 @@ EFI_STATUS next_variable(const firmware &machine, UINTN *size, CHAR16 *name, EFI
             return EFI_INVALID_PARAMETER;
         previous_file = std::move(*file_name);
     }
-    auto folder = identity_of_descriptor(machine.variables.get());
+    const auto folder = file_identity_of(services.variables.get());
     if (!folder)
         return status_of(errno);
-    walk_under_way own(machine);
-    EFI_STATUS status = find_walk(machine, *folder, previous_file, &own.walk);
+    walk_under_way own(services);
+    EFI_STATUS status = find_walk(services, *folder, previous_file, &own.walk);
     if (status == EFI_SUCCESS)
-        status = step(machine, &own.walk, previous_file, size, name, guid);
+        status = step(services, &own.walk, previous_file, size, name, guid);
     if (status == EFI_NOT_FOUND)
         own.end(previous_file);
     return status;
 }
 
-void leave_walks(const firmware &machine) noexcept
+void leave_walks(const runtime_services &services) noexcept
 {
-    auto folder = identity_of_descriptor(machine.variables.get());
+    const auto folder = file_identity_of(services.variables.get());
     if (!folder)
         return;
-    try {
-        auto guard = lock_process_state();
-        for (variable_walk &walk : machine.walks) {
+    // Without memory the walks are lost, and the next step makes a list of its own.
+    static_cast<void>(outcome_of([&] {
+        const auto guard = lock_process_state();
+        for (variable_walk &walk : services.walks)
             keep(left_walks(), left_walk{*folder, std::move(walk)});
-        }
-        machine.walks.clear();
-    } catch (const std::bad_alloc &) {
-        // the next step makes a list of its own
-    }
+        services.walks.clear();
+    }));
 }
 
 } // namespace machine

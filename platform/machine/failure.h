@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * What becomes of a machine that cannot be read, and how a face of the model is left. What is there and
- * cannot be read is never taken for what is not there: names would move on to other disks.
+ * Failures to read a machine, and how they leave the model through a C function. What cannot be read is never
+ * taken for absent: the names of disks would move on to others.
  */
 #ifndef HWPLAT_MACHINE_FAILURE_H
 #define HWPLAT_MACHINE_FAILURE_H
@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <new>
 
-#include <pthread.h>
+#include "src/base/cancel.h"
 
 namespace machine {
 
@@ -18,38 +18,26 @@ struct read_failure {
     int error; /* errno value */
 };
 
-/* Whether an errno value says that there is no such name, or that its device went while it was read. */
+/* Whether an errno value says that a name is absent, or that its device went away during the reading. */
 constexpr bool means_absent(int error)
 {
     return error == ENOENT || error == ENOTDIR || error == ENODEV || error == ENXIO;
 }
 
-/* Whether it is the process or the system that is short of something: that says nothing of what was read. */
+/* Whether the process or the system has run short of something, which says nothing about what was read. */
 constexpr bool is_shortage(int error)
 {
     return error == EMFILE || error == ENFILE || error == ENOMEM;
 }
 
 /*
- * While it lives, the thread is not cancelled: the unwinding of a cancellation would be stopped by whatever
- * may not throw, which ends the process.
+ * The exception barrier of a C function: runs `call` and returns 0 or the errno value of what failed. The
+ * thread is not cancelled meanwhile.
  */
-class cancellation_off {
-public:
-    cancellation_off() noexcept { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before); }
-    cancellation_off(const cancellation_off &) = delete;
-    cancellation_off &operator=(const cancellation_off &) = delete;
-    ~cancellation_off() { pthread_setcancelstate(before, nullptr); }
-
-private:
-    int before = PTHREAD_CANCEL_ENABLE;
-};
-
-/* Does what a C function is called for: 0, or the errno value of what failed. No exception leaves it. */
 template <typename body>
 int outcome_of(body call) noexcept
 {
-    const cancellation_off undisturbed;
+    const ovra::uncancelled undisturbed;
     try {
         call();
         return 0;
@@ -60,6 +48,18 @@ int outcome_of(body call) noexcept
     } catch (...) {
         return EIO;
     }
+}
+
+/* The same for a call that gives a value: that value, or `failed` with errno. */
+template <typename value, typename body>
+value value_or(value failed, body call) noexcept
+{
+    value given = failed;
+    if (const int error = outcome_of([&] { given = call(); }); error != 0) {
+        errno = error;
+        return failed;
+    }
+    return given;
 }
 
 } // namespace machine

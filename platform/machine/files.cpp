@@ -15,7 +15,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/machine/machine.h"
+#include "platform/machine/debug.h"
 
 namespace machine {
 
@@ -30,7 +30,7 @@ struct close_folder {
 };
 using open_folder = std::unique_ptr<DIR, close_folder>;
 
-/* While it lives, a file that would grow beyond the process's limit does not end the program (SIGXFSZ). */
+// While it lives, a write beyond the limit for files fails with EFBIG without the signal of setrlimit(2).
 class no_size_signal {
 public:
     no_size_signal()
@@ -45,7 +45,7 @@ public:
     no_size_signal &operator=(const no_size_signal &) = delete;
     ~no_size_signal()
     {
-        int saved = errno;
+        const int saved = errno;
         const timespec at_once = {};
         while (!was_pending && sigtimedwait(&signal, nullptr, &at_once) < 0 && errno == EINTR) {
         }
@@ -59,7 +59,7 @@ private:
     bool was_pending = false;
 };
 
-/* fsync. One that a signal broke off is made again, but not for ever. */
+// fsync(2), repeated when a signal interrupts it, but not for ever.
 int synchronise(int fd)
 {
     int result = fsync(fd);
@@ -73,7 +73,7 @@ int write_all(int fd, byte_view rest)
 {
     no_size_signal quiet;
     for (int interruptions = 0; !rest.empty();) {
-        ssize_t written = write(fd, rest.data(), rest.size());
+        const ssize_t written = write(fd, rest.data(), rest.size());
         if (written < 0 && errno == EINTR && ++interruptions < most_interruptions)
             continue;
         if (written <= 0)
@@ -83,26 +83,26 @@ int write_all(int fd, byte_view rest)
     return 0;
 }
 
-/* What has happened stands whatever this answers: any failure is one and the same, and never "no room". */
+// The change is in place whatever the answer. Any failure is EIO, and never "no room".
 int write_back(int folder)
 {
     return synchronise(folder) == 0 ? 0 : EIO;
 }
 
-/* A name may be left over from a stopped process that had this one's number: then the next one is tried. */
-int create_temporary(int folder, temporary_name *name, descriptor *file)
+// A killed process with this one's number may have left a name: the next one is tried.
+int create_temporary(int folder, temporary_name *name, owned_fd *file)
 {
     static std::atomic<unsigned> counter;
     constexpr int attempts = 1000;
     for (int attempt = 0; attempt < attempts; ++attempt) {
         std::snprintf(name->data(), name->size(), "%s%ld-%u%s", temporary_prefix.data(),
                       static_cast<long>(getpid()), counter.fetch_add(1), temporary_suffix.data());
-        constexpr mode_t mode = 0644; // as efivarfs has it
+        constexpr mode_t mode = 0644; // as on an efivarfs
         file->reset(openat(folder, name->data(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
         if (*file && fchmod(file->get(), mode) == 0)
             return 0;
         if (*file) {
-            int error = errno;
+            const int error = errno;
             unlinkat(folder, name->data(), 0);
             return error;
         }
@@ -114,18 +114,18 @@ int create_temporary(int folder, temporary_name *name, descriptor *file)
 
 } // namespace
 
-void descriptor::reset(int fd) noexcept
+void owned_fd::reset(int fd) noexcept
 {
     if (fd >= STDIN_FILENO && fd <= STDERR_FILENO) {
         const int above = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-        int saved = errno;
+        const int saved = errno;
         close(fd);
         errno = saved;
         fd = above;
     }
-    int old = std::exchange(number, fd);
+    const int old = std::exchange(number, fd);
     if (old >= 0) {
-        int saved = errno;
+        const int saved = errno;
         close(old);
         errno = saved;
     }
@@ -133,11 +133,9 @@ void descriptor::reset(int fd) noexcept
 
 namespace {
 
-/*
- * A folder just made: a umask may have left not even its owner a way in, and what root makes belongs to the
- * owner of the folder around it. By the descriptor, as somebody else may exchange the name meanwhile. A file
- * system without modes or owners needs neither.
- */
+// Sets mode and owner of a folder just made: the umask may have locked out even its owner, and what root
+// makes belongs to the owner of the folder above. Goes through the file descriptor, as somebody else may
+// exchange the name meanwhile. A file system without modes or owners needs neither.
 void hand_out_folder(int folder, int above)
 {
     constexpr mode_t mode = 0755;
@@ -156,17 +154,17 @@ void hand_out_folder(int folder, int above)
 
 } // namespace
 
-descriptor open_below(int at, std::initializer_list<const char *> names, missing_folders missing)
+owned_fd open_below(int at, std::initializer_list<const char *> names, missing_folders missing)
 {
     constexpr mode_t mode = 0755;
     constexpr int flags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-    descriptor folder;
+    owned_fd folder;
     for (const char *name : names) {
         const int above = folder ? folder.get() : at;
         const bool made = missing == missing_folders::create && mkdirat(above, name, mode) == 0;
         if (missing == missing_folders::create && !made && errno != EEXIST)
             return {};
-        descriptor next(openat(above, name, flags));
+        owned_fd next(openat(above, name, flags));
         if (!next)
             return {};
         if (made)
@@ -176,23 +174,23 @@ descriptor open_below(int at, std::initializer_list<const char *> names, missing
     return folder;
 }
 
-std::optional<identity> identity_of_descriptor(int fd)
+std::optional<file_identity> file_identity_of(int fd)
 {
     struct stat info = {};
     if (fstat(fd, &info) != 0)
         return std::nullopt;
-    return identity{info.st_dev, info.st_ino};
+    return file_identity{info.st_dev, info.st_ino};
 }
 
-descriptor open_for_reading(int folder)
+owned_fd open_for_reading(int folder)
 {
-    return descriptor(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return owned_fd(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
 int read_file(int folder, const char *name, std::size_t limit, bytes *contents)
 {
-    // Not blocking, as the name may turn out to be a FIFO's or a device's.
-    descriptor file(openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    // Without blocking: the name may be a FIFO's or a device's.
+    owned_fd file(openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!file)
         return errno == ELOOP || errno == ENXIO ? EBADMSG : errno;
     struct stat info = {};
@@ -200,11 +198,11 @@ int read_file(int folder, const char *name, std::size_t limit, bytes *contents)
         return errno;
     if (!S_ISREG(info.st_mode) || info.st_size < 0 || static_cast<std::size_t>(info.st_size) > limit)
         return EBADMSG;
-    // One byte more than the file says it has shows that it grew meanwhile.
+    // The additional byte shows whether the file grew meanwhile.
     bytes buffer(static_cast<std::size_t>(info.st_size) + 1);
     std::size_t filled = 0;
     for (int interruptions = 0;;) {
-        ssize_t got = read(file.get(), buffer.data() + filled, buffer.size() - filled);
+        const ssize_t got = read(file.get(), buffer.data() + filled, buffer.size() - filled);
         if (got < 0 && errno == EINTR && ++interruptions < most_interruptions)
             continue;
         if (got < 0)
@@ -225,8 +223,8 @@ int read_file(int folder, const char *name, std::size_t limit, bytes *contents)
 int replace_file(int folder, const char *name, byte_view contents)
 {
     temporary_name temporary = {};
-    descriptor file;
-    if (int error = create_temporary(folder, &temporary, &file); error != 0)
+    owned_fd file;
+    if (const int error = create_temporary(folder, &temporary, &file); error != 0)
         return error;
     int error = write_all(file.get(), contents);
     if (error == 0 && synchronise(file.get()) != 0)
@@ -249,23 +247,23 @@ int remove_file(int folder, const char *name)
 
 int list_folder(int folder, std::vector<std::string> *names)
 {
-    descriptor readable = open_for_reading(folder);
+    owned_fd readable = open_for_reading(folder);
     struct stat info = {};
     if (!readable || fstat(readable.get(), &info) != 0)
         return errno;
-    if (info.st_nlink == 0) // removed: it looks empty, which it may never have been
+    if (info.st_nlink == 0) // removed: it only looks empty
         return ENOENT;
     open_folder stream(fdopendir(readable.get()));
     if (!stream)
         return errno;
-    readable.release(); // the stream's from here on
+    readable.release(); // now the stream's
     std::vector<std::string> found;
     for (;;) {
         errno = 0;
         const dirent *entry = readdir(stream.get());
         if (entry == nullptr)
             break;
-        std::string_view name = static_cast<const char *>(entry->d_name);
+        const std::string_view name = static_cast<const char *>(entry->d_name);
         if (name != "." && name != "..")
             found.emplace_back(name);
     }
@@ -299,7 +297,7 @@ EFI_STATUS status_of(int error)
         return EFI_WRITE_PROTECTED;
     case ETIMEDOUT:
         return EFI_TIMEOUT;
-    case ENOSPC: // of the file system: the variable store may have room yet
+    case ENOSPC: // of the file system: the variable store may still have room
     case EDQUOT:
     case EFBIG:
         return EFI_VOLUME_FULL;

@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * Descriptors and small files of a machine's folders. Every name is looked up in an open folder and symbolic
- * links are not followed, so nothing here leaves that folder. Functions that return `int` return 0 or an
- * errno value, and allocate only where they return names or bytes.
+ * File descriptors and small files of a machine's folders. Names are looked up in an open folder and symbolic
+ * links are not followed: nothing here leaves that folder. Functions that return `int` return 0 or an errno
+ * value. They allocate only for names or bytes that they return.
  */
 #ifndef HWPLAT_MACHINE_FILES_H
 #define HWPLAT_MACHINE_FILES_H
@@ -23,22 +23,22 @@
 namespace machine {
 
 /*
- * Owns a file descriptor; closing it leaves errno alone. It is never one of the three standard streams',
- * which a program may have closed: what the program prints would go into the file.
+ * Owns a file descriptor. Closing it leaves errno alone. Its number is never that of a standard stream: if
+ * the program has closed one, what it prints would go into our file.
  */
-class descriptor {
+class owned_fd {
 public:
-    descriptor() = default;
-    explicit descriptor(int fd) { reset(fd); }
-    descriptor(descriptor &&other) noexcept : number(other.release()) {}
-    descriptor &operator=(descriptor &&other) noexcept
+    owned_fd() = default;
+    explicit owned_fd(int fd) { reset(fd); }
+    owned_fd(owned_fd &&other) noexcept : number(other.release()) {}
+    owned_fd &operator=(owned_fd &&other) noexcept
     {
         reset(other.release());
         return *this;
     }
-    descriptor(const descriptor &) = delete;
-    descriptor &operator=(const descriptor &) = delete;
-    ~descriptor() { reset(); }
+    owned_fd(const owned_fd &) = delete;
+    owned_fd &operator=(const owned_fd &) = delete;
+    ~owned_fd() { reset(); }
 
     [[nodiscard]] int get() const { return number; }
     explicit operator bool() const { return number >= 0; }
@@ -49,63 +49,65 @@ private:
     int number = -1;
 };
 
-/* Which file a descriptor is open on, whatever its number. */
-struct identity {
+/* The file that a file descriptor is open on. */
+struct file_identity {
     dev_t device = 0;
     ino_t inode = 0;
-    bool operator==(const identity &) const = default;
+    bool operator==(const file_identity &) const = default;
 };
-/* Nothing, with errno, when it is open on none. */
-std::optional<identity> identity_of_descriptor(int fd);
+
+/* Nothing, with errno, when it is not open. */
+std::optional<file_identity> file_identity_of(int fd);
 
 using bytes = std::vector<std::byte>;
 using byte_view = std::span<const std::byte>;
 
 /*
- * How often a call is made again that the system or the firmware breaks off (EINTR, which is also the
- * kernel's word for EFI_ABORTED): a firmware that always does must not keep us for ever.
+ * How often an interrupted call is repeated. EINTR is also the kernel's word for the firmware's EFI_ABORTED
+ * (drivers/firmware/efi/efi.c, efi_status_to_err), and firmware that always aborts must not block us for
+ * ever.
  */
 inline constexpr int most_interruptions = 50;
 
 enum class missing_folders { fail, create };
 
 /*
- * Opens the folder that is reached from `at` through `names`, one by one, for look-ups only (O_PATH); with
- * `create`, folders that are missing are made. An empty descriptor with errno when that is not possible.
+ * Opens the folder below `at` that `names` lead to, one after another, for look-ups only (O_PATH). With
+ * `create`, missing folders are made. Empty with errno on failure.
  */
-descriptor open_below(int at, std::initializer_list<const char *> names, missing_folders missing);
+owned_fd open_below(int at, std::initializer_list<const char *> names, missing_folders missing);
 
-/* Opens `folder` anew to read its names or write it back to the disk. An empty descriptor with errno. */
-descriptor open_for_reading(int folder);
+/* Opens `folder` anew, to read its names or to write it back to the disk. Empty with errno on failure. */
+owned_fd open_for_reading(int folder);
 
 /*
- * Reads a whole regular file. ENOENT when there is none; EBADMSG when the name is there but is no regular
- * file of at most `limit` bytes. `*contents` changes on success only.
+ * Reads a whole regular file. ENOENT for an absent file; EBADMSG for anything else than a regular file of at
+ * most `limit` bytes. `*contents` is written on success alone.
  */
 int read_file(int folder, const char *name, std::size_t limit, bytes *contents);
 
 /*
- * Makes `contents` those of a file of mode 0644, as on an efivarfs, whatever the umask is. A stop at any
- * moment leaves the old file or the new one: the bytes go to a temporary file (is_temporary), which then
- * takes the name. `folder` is what open_for_reading gave. An error before the new file has the name leaves
- * the old one; an error of the last fsync leaves the new one, of which nobody knows whether it would survive
- * a crash. A limit on the size of files is EFBIG, and no signal.
+ * Replaces the contents of a file, or makes it, with mode 0644 whatever the umask is. `folder` comes from
+ * open_for_reading. The bytes go to a temporary file (is_temporary), which then takes the name: a crash at
+ * any moment leaves the old file or the new one. An error leaves the old file, but an error of the last fsync
+ * leaves the new one, which may not survive a crash. The limit on the size of files is EFBIG, without its
+ * signal.
  */
 int replace_file(int folder, const char *name, byte_view contents);
 
-/* Removes a file so that it stays removed after a crash. ENOENT when there is none. */
+/* Removes a file for good: a crash does not bring it back. ENOENT for an absent file. */
 int remove_file(int folder, const char *name);
 
-/* The names in a folder, in no order, without "." and "..". `*names` changes on success only. */
+/* The names in a folder, in no order, without "." and "..". `*names` is written on success alone. */
 int list_folder(int folder, std::vector<std::string> *names);
 
-/* Whether a writer that was stopped may have left a file of this name. No variable has such a name. */
+/* Whether a killed writer may have left a file of this name. No variable has such a name. */
 bool is_temporary(std::string_view name);
 
 /* The firmware's word for an errno value of a file system. */
 EFI_STATUS status_of(int error);
 
-/* The same for an error of the folder that files are in: one that is missing is no unknown variable. */
+/* The same for an error of the folder of the files: an absent folder is not an unknown variable. */
 EFI_STATUS status_of_folder(int error);
 
 } // namespace machine

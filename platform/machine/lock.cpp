@@ -17,8 +17,9 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include "platform/machine/machine.h"
+#include "platform/machine/debug.h"
 #include "platform/machine/process.h"
+#include "platform/machine/root.h"
 #include "platform/machine/sysfs.h"
 
 namespace machine {
@@ -30,18 +31,18 @@ using std::chrono::milliseconds;
 constexpr mode_t lock_mode = 0600; // whoever can open the file can hold the lock
 
 struct machine_identity {
-    identity root;
+    file_identity root;
     bool live = false;
     bool operator==(const machine_identity &) const = default;
 };
 
-/* A lock that a thread has, or waits for. Listed, so that a child made meanwhile knows what to close. */
+// A lock that a thread has or waits for. The list tells a child made meanwhile what to close.
 struct entry {
     entry *next = nullptr;
     const void *thread = nullptr;
     machine_identity machine;
-    descriptor file;
-    identity file_identity;
+    owned_fd file;
+    file_identity opened_file;
     unsigned depth = 0; // 0 while it waits
 };
 
@@ -57,30 +58,30 @@ void remove_from_list(const entry *gone)
     }
 }
 
-/* The program may have closed all descriptors, and the number may be another file's by now. */
+// The program may have closed all file descriptors, and the number may be another file's by now.
 bool is_still_open(const entry &lock)
 {
-    auto now = identity_of_descriptor(lock.file.get());
-    return now && *now == lock.file_identity;
+    const auto now = file_identity_of(lock.file.get());
+    return now && *now == lock.opened_file;
 }
 
 struct take_off_list {
     void operator()(entry *lock) const
     {
         {
-            auto guard = lock_process_state();
+            const auto guard = lock_process_state();
             remove_from_list(lock);
         }
         if (!is_still_open(*lock))
             lock->file.release();
-        else if (lock->depth > 0) // not by closing alone: a copy of the descriptor may be left in some child
+        else if (lock->depth > 0) // some child may still have a copy of the file descriptor
             flock(lock->file.get(), LOCK_UN);
         delete lock;
     }
 };
 using listed_entry = std::unique_ptr<entry, take_off_list>;
 
-/* Its address names the thread; a thread that ends gives back what it has. */
+// Its address identifies the thread. A thread that ends gives back its locks.
 struct this_thread {
     this_thread() = default;
     this_thread(const this_thread &) = delete;
@@ -90,7 +91,7 @@ struct this_thread {
         for (;;) {
             listed_entry mine;
             {
-                auto guard = lock_process_state();
+                const auto guard = lock_process_state();
                 entry *found = entries;
                 while (found != nullptr && found->thread != this)
                     found = found->next;
@@ -106,17 +107,17 @@ thread_local this_thread current;
 
 entry *find_own(const machine_identity &machine)
 {
-    auto guard = lock_process_state();
+    const auto guard = lock_process_state();
     entry *found = entries;
     while (found != nullptr && (found->thread != &current || !(found->machine == machine)))
         found = found->next;
     return found;
 }
 
-/* What the thread took last, of whichever machine. */
+// The lock that the thread took last, of any machine.
 entry *find_last_own()
 {
-    auto guard = lock_process_state();
+    const auto guard = lock_process_state();
     entry *found = entries;
     while (found != nullptr && (found->thread != &current || found->depth == 0))
         found = found->next;
@@ -124,7 +125,7 @@ entry *find_last_own()
 }
 
 struct lock_place {
-    descriptor folder;
+    owned_fd folder;
     const char *name;
 };
 
@@ -135,8 +136,7 @@ lock_place place_of(const machine_root &root)
     return {open_below(root.folder.get(), {"var", "lib", "hwplat"}, missing_folders::create), "lock"};
 }
 
-/* Whose file the lock may be, besides the caller's: who owns the machine's folder can do there what he likes.
- */
+// The lock file may belong to the owner of the machine's folder, who can change everything in it anyway.
 std::optional<uid_t> owner_of(const machine_root &root)
 {
     struct stat info = {};
@@ -145,13 +145,13 @@ std::optional<uid_t> owner_of(const machine_root &root)
     return info.st_uid;
 }
 
-/* 0, or why the lock cannot be trusted to the file. */
+// 0, or why the file cannot be trusted.
 int check_file(int file, const machine_root &root, const char *name)
 {
     struct stat info = {};
     if (fstat(file, &info) != 0)
         return errno;
-    bool trusted = info.st_uid == geteuid() || info.st_uid == 0 || info.st_uid == owner_of(root);
+    const bool trusted = info.st_uid == geteuid() || info.st_uid == 0 || info.st_uid == owner_of(root);
     if (!S_ISREG(info.st_mode) || info.st_nlink > 1 || !trusted) {
         debug("the lock file '%s' is no regular file of one name, or somebody else's", name);
         return EPERM;
@@ -161,20 +161,20 @@ int check_file(int file, const machine_root &root, const char *name)
     return 0;
 }
 
-/* What root makes in somebody's machine is that user's, who could not write his machine otherwise. */
+// What root makes in another user's machine goes to that user, who could not change the machine otherwise.
 void hand_to_owner(int file, const machine_root &root)
 {
-    auto owner = owner_of(root);
+    const auto owner = owner_of(root);
     if (geteuid() == 0 && owner && *owner != 0 && fchown(file, *owner, static_cast<gid_t>(-1)) != 0)
         debug("the lock file stays root's: %s", std::strerror(errno));
 }
 
-int open_lock_file(const lock_place &place, const machine_root &root, descriptor *out)
+int open_lock_file(const lock_place &place, const machine_root &root, owned_fd *out)
 {
-    // Not blocking, as the name may be a FIFO's.
+    // Without blocking: the name may be a FIFO's.
     constexpr int flags = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-    constexpr int attempts = 100; // it comes and goes under our hands only if somebody plays with it
-    descriptor file;
+    constexpr int attempts = 100; // more than any honest program removes and makes it
+    owned_fd file;
     for (int attempt = 0; !file && attempt < attempts; ++attempt) {
         file.reset(openat(place.folder.get(), place.name, flags));
         if (file || errno != ENOENT)
@@ -186,20 +186,20 @@ int open_lock_file(const lock_place &place, const machine_root &root, descriptor
             break;
     }
     if (!file) {
-        int error = errno == ELOOP || errno == ENXIO || errno == EISDIR ? EPERM : errno;
+        const int error = errno == ELOOP || errno == ENXIO || errno == EISDIR ? EPERM : errno;
         debug("cannot open the lock file '%s': %s", place.name, std::strerror(errno));
         return error;
     }
-    if (int error = check_file(file.get(), root, place.name); error != 0)
+    if (const int error = check_file(file.get(), root, place.name); error != 0)
         return error;
     *out = std::move(file);
     return 0;
 }
 
-/* Opens the file and lists it, in one: a child made in between would keep what it does not know of. */
+// Opens and lists the file in one step: a child made in between would keep a file it does not know of.
 int list_new_entry(const machine_root &root, const machine_identity &machine, listed_entry *out)
 {
-    lock_place place = place_of(root);
+    const lock_place place = place_of(root);
     if (!place.folder) {
         debug("no place for the machine's lock: %s", std::strerror(errno));
         return errno;
@@ -207,34 +207,32 @@ int list_new_entry(const machine_root &root, const machine_identity &machine, li
     auto made = std::make_unique<entry>();
     made->thread = &current;
     made->machine = machine;
-    auto guard = lock_process_state();
-    if (int error = open_lock_file(place, root, &made->file); error != 0)
+    const auto guard = lock_process_state();
+    if (const int error = open_lock_file(place, root, &made->file); error != 0)
         return error;
-    auto file_identity = identity_of_descriptor(made->file.get());
-    if (!file_identity)
+    const auto opened_file = file_identity_of(made->file.get());
+    if (!opened_file)
         return errno;
-    made->file_identity = *file_identity;
+    made->opened_file = *opened_file;
     made->next = entries;
     entries = made.get();
     out->reset(made.release());
     return 0;
 }
 
-/*
- * Whether the name is still that of the file: a lock on a removed one keeps nobody out. 0 for yes, ENOENT for
- * no, or why that cannot be told.
- */
+// Whether the file still has its name: the lock on a removed file keeps nobody out. 0 for yes, ENOENT for no,
+// or why it is unknown.
 int is_out_of_place(const entry &lock, const machine_root &root)
 {
-    lock_place place = place_of(root);
+    const lock_place place = place_of(root);
     struct stat info = {};
     if (!place.folder || fstatat(place.folder.get(), place.name, &info, AT_SYMLINK_NOFOLLOW) != 0)
         return errno == ENOTDIR ? ENOENT : errno;
-    return identity{info.st_dev, info.st_ino} == lock.file_identity ? 0 : ENOENT;
+    return file_identity{info.st_dev, info.st_ino} == lock.opened_file ? 0 : ENOENT;
 }
 
-/* The process of a line such as "3: FLOCK  ADVISORY  WRITE 1234 00:2a:5678 0 EOF"; 0 for another lock. */
-pid_t holder_in(std::string_view line, const identity &file)
+// The process in a line of proc(5), "3: FLOCK  ADVISORY  WRITE 1234 00:2a:5678 0 EOF"; 0 for another lock.
+pid_t holder_in(std::string_view line, const file_identity &file)
 {
     enum { type = 1, mode = 3, process = 4, place = 5, wanted = 6 };
     std::array<std::string_view, wanted> fields;
@@ -257,8 +255,8 @@ pid_t holder_in(std::string_view line, const identity &file)
     return static_cast<pid_t>(*number);
 }
 
-/* Who has the lock, as /proc/locks says; 0 when it does not. */
-pid_t holder_of(const identity &file)
+// The process that has the lock, from /proc/locks; 0 if unknown.
+pid_t holder_of(const file_identity &file)
 {
     struct close_stream {
         void operator()(FILE *stream) const { std::fclose(stream); }
@@ -266,7 +264,7 @@ pid_t holder_of(const identity &file)
     struct release {
         void operator()(char *line) const { std::free(line); }
     };
-    std::unique_ptr<FILE, close_stream> locks(std::fopen("/proc/locks", "re"));
+    const std::unique_ptr<FILE, close_stream> locks(std::fopen("/proc/locks", "re"));
     if (!locks)
         return 0;
     char *line = nullptr;
@@ -274,7 +272,7 @@ pid_t holder_of(const identity &file)
     pid_t found = 0;
     while (found == 0 && getline(&line, &size, locks.get()) > 0)
         found = holder_in(line, file);
-    std::unique_ptr<char, release> owned(line);
+    const std::unique_ptr<char, release> owned(line);
     return found;
 }
 
@@ -286,10 +284,8 @@ milliseconds now()
                                                     std::chrono::nanoseconds(time.tv_nsec));
 }
 
-/*
- * Waits for the lock of an open file. The system has no such wait with a limit but for signals, which are the
- * program's own: so it is asked again and again, soon at first.
- */
+// Waits for the lock of an open file. flock(2) has no time limit except by signals, which belong to the
+// program: it is tried again and again, at first after short pauses.
 int wait_for(const entry &lock, milliseconds deadline)
 {
     constexpr long longest_pause = 4'000'000; // nanoseconds
@@ -299,7 +295,7 @@ int wait_for(const entry &lock, milliseconds deadline)
             return errno;
         if (now() >= deadline)
             return ETIMEDOUT;
-        timespec time = {0, pause};
+        const timespec time = {0, pause};
         nanosleep(&time, nullptr);
         pause = std::min(pause * 2, longest_pause);
     }
@@ -312,29 +308,29 @@ int take_lock(const machine_root &root, milliseconds patience, pid_t *holder)
 {
     if (!follows_forks())
         return ENOMEM;
-    auto folder = identity_of_descriptor(root.folder.get());
+    const auto folder = file_identity_of(root.folder.get());
     if (!folder)
         return errno;
-    machine_identity machine = {*folder, root.live};
+    const machine_identity machine = {*folder, root.live};
     unsigned depth = 0;
     if (entry *own = find_own(machine)) {
         if (is_still_open(*own)) {
             ++own->depth;
             return 0;
         }
-        depth = own->depth; // closed behind our back: what was taken is taken anew
-        listed_entry lost(own);
+        depth = own->depth; // the program has closed the file: take the lock anew
+        const listed_entry lost(own);
     }
-    milliseconds deadline = now() + patience;
+    const milliseconds deadline = now() + patience;
     for (;;) {
         listed_entry lock;
-        if (int error = list_new_entry(root, machine, &lock); error != 0)
+        if (const int error = list_new_entry(root, machine, &lock); error != 0)
             return error;
         int error = wait_for(*lock, deadline);
         const int out_of_place = error == 0 ? is_out_of_place(*lock, root) : 0;
         if (error == 0 && out_of_place == 0) {
             lock->depth = depth + 1;
-            static_cast<void>(lock.release()); // the list's, until it is given back
+            static_cast<void>(lock.release()); // stays in the list until it is given back
             return 0;
         }
         if (out_of_place != 0 && out_of_place != ENOENT)
@@ -343,7 +339,7 @@ int take_lock(const machine_root &root, milliseconds patience, pid_t *holder)
             error = ETIMEDOUT;
         if (error != 0) {
             if (error == ETIMEDOUT) {
-                pid_t process = holder_of(lock->file_identity);
+                const pid_t process = holder_of(lock->opened_file);
                 debug("another has the machine's lock: process %ld", static_cast<long>(process));
                 if (holder != nullptr)
                     *holder = process;
@@ -356,15 +352,15 @@ int take_lock(const machine_root &root, milliseconds patience, pid_t *holder)
 int give_lock(const machine_root &root)
 {
     entry *own = nullptr;
-    if (auto folder = identity_of_descriptor(root.folder.get()))
+    if (const auto folder = file_identity_of(root.folder.get()))
         own = find_own({*folder, root.live});
     else
         own = find_last_own();
     if (own == nullptr)
         return EPERM;
     if (--own->depth == 0) {
-        own->depth = 1; // it is given back as one that is held
-        listed_entry last(own);
+        own->depth = 1; // take_off_list unlocks a held lock only
+        const listed_entry last(own);
     }
     return 0;
 }
@@ -377,7 +373,7 @@ EFI_STATUS held_lock::status() const
 void forget_locks()
 {
     while (entries != nullptr) {
-        std::unique_ptr<entry> copy(entries);
+        const std::unique_ptr<entry> copy(entries);
         entries = copy->next;
         if (!is_still_open(*copy))
             copy->file.release();

@@ -1,10 +1,9 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * The machine's lock, under which everything that changes it is done: by one thread of one process at a time.
- * It is the lock (flock) of a file that only those can open who may write the machine:
- *   - of the live machine /run/ovra.lock;
- *   - of any other <root>/var/lib/hwplat/lock.
- * The system gives it back when the process ends, however that happens.
+ * The machine's lock: one thread of one process at a time changes a machine. It is the lock (flock(2)) of a
+ * file that only those can open who may write the machine: /run/ovra.lock of the live machine,
+ * <root>/var/lib/hwplat/lock of any other. The system gives it back when the process ends, however that
+ * happens.
  */
 #ifndef HWPLAT_MACHINE_LOCK_H
 #define HWPLAT_MACHINE_LOCK_H
@@ -19,24 +18,26 @@ namespace machine {
 
 struct machine_root;
 
-/* How long the services wait for it. */
+/* How long the services wait for the lock. */
 inline constexpr std::chrono::seconds lock_patience{30};
 
 /*
- * Takes the lock for the calling thread, or takes it once more where that thread has it. 0 or an errno value:
- * ETIMEDOUT when another has had it for all of `patience`, and then *holder (which may be null) is that
- * process, 0 where the system does not tell; EPERM when the file is not one that the lock can be trusted to.
- * Throws std::bad_alloc.
+ * Takes the lock for the calling thread, once more if the thread has it already. Returns 0 or an errno value:
+ * ETIMEDOUT if another has had the lock for all of `patience`, with that process in `*holder` (may be null; 0
+ * if unknown); EPERM if the file cannot be trusted. Throws std::bad_alloc.
  *
- * A thread that ends gives back what it has. A child made by fork has none of its parent's locks, and does
- * not keep them from being given back.
+ * A thread that ends gives back its locks. A child made by fork has none of its parent's, and does not keep
+ * the parent from giving them back.
  */
 int take_lock(const machine_root &root, std::chrono::milliseconds patience, pid_t *holder);
 
-/* Gives back what one take_lock of the calling thread took. 0, or EPERM when it has nothing to give back. */
+/*
+ * Gives back what one take_lock of the calling thread took, of the thread's last machine if `root` has no
+ * folder. 0, or EPERM when the thread does not have the lock.
+ */
 int give_lock(const machine_root &root);
 
-/* Holds the lock while it lives, unless it could not be taken: error() is then an errno value. */
+/* Holds the lock while it lives; or error() says why it could not be taken. */
 class held_lock {
 public:
     explicit held_lock(const machine_root &machine)
@@ -57,7 +58,7 @@ private:
     int failure;
 };
 
-/* For a child made by fork, under lock_process_state(): closes what it got of its parent's locks. */
+/* In a child made by fork, under lock_process_state(): closes the files of its parent's locks. */
 void forget_locks();
 
 } // namespace machine

@@ -17,6 +17,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/machine/debug.h"
 #include "platform/machine/failure.h"
 #include "platform/machine/sysfs.h"
 
@@ -24,7 +25,7 @@ namespace machine {
 
 namespace {
 
-constexpr std::uint64_t unit = 512; // libblkid's, whatever the block size
+constexpr std::uint64_t unit = 512; // of libblkid's numbers, whatever the block size
 constexpr std::uint64_t largest_mbr_number = UINT32_MAX;
 
 constexpr std::uint32_t largest_gpt_entry = 4096; // bytes
@@ -34,7 +35,7 @@ struct probe_freeing {
 };
 using probe_owner = std::unique_ptr<std::remove_pointer_t<blkid_probe>, probe_freeing>;
 
-// Nothing for what is neither a disk nor an image.
+// In bytes. Nothing unless the file is a disk or an image.
 std::optional<std::uint64_t> size_of(int fd)
 {
     struct stat status = {};
@@ -48,39 +49,6 @@ std::optional<std::uint64_t> size_of(int fd)
     if (ioctl(fd, BLKGETSIZE64, &size) != 0)
         throw read_failure{errno};
     return size;
-}
-
-int nibble(char digit)
-{
-    if (digit >= '0' && digit <= '9')
-        return digit - '0';
-    if (digit >= 'a' && digit <= 'f')
-        return digit - 'a' + 10;
-    if (digit >= 'A' && digit <= 'F')
-        return digit - 'A' + 10;
-    return -1;
-}
-
-// The bytes on disk of a GUID's text: the first three groups are little-endian numbers.
-std::optional<std::array<std::uint8_t, 16>> guid_bytes(const char *text)
-{
-    static constexpr std::array<std::uint8_t, 16> places = {3, 2, 1,  0,  5,  4,  7,  6,
-                                                            8, 9, 10, 11, 12, 13, 14, 15};
-    std::array<std::uint8_t, 16> bytes = {};
-    std::size_t count = 0;
-    if (text == nullptr)
-        return std::nullopt;
-    for (const char *at = text; *at != '\0'; ++at) {
-        if (*at == '-')
-            continue;
-        const int high = nibble(*at);
-        const int low = high < 0 ? -1 : nibble(at[1]);
-        if (low < 0 || count == bytes.size())
-            return std::nullopt;
-        bytes[places[count++]] = static_cast<std::uint8_t>(high << 4 | low);
-        ++at;
-    }
-    return count == bytes.size() ? std::optional(bytes) : std::nullopt;
 }
 
 class table_reader {
@@ -120,7 +88,7 @@ private:
     static bool read_signature(blkid_parttable table, std::uint32_t *signature)
     {
         const char *text = blkid_parttable_get_id(table);
-        // A table without a signature is one of signature 0.
+        // A table without a signature has signature 0.
         const auto number = text != nullptr ? parse_number(text, 16) : std::optional<std::uint64_t>(0);
         if (!number || *number > UINT32_MAX)
             return false;
@@ -138,7 +106,7 @@ private:
 
     void add_partition(blkid_partition stored, blkid_parttable table, medium *found) const
     {
-        // Tables inside a partition (of other systems) name nothing that firmware could boot from.
+        // Firmware does not boot from the tables that other systems have inside a partition.
         if (stored == nullptr || blkid_partition_get_table(stored) != table)
             return;
         const int number = blkid_partition_get_partno(stored);
@@ -159,13 +127,14 @@ private:
             return;
         }
         if (found->table == table_kind::gpt) {
-            const auto guid = guid_bytes(blkid_partition_get_uuid(stored));
+            const char *text = blkid_partition_get_uuid(stored);
+            const auto guid = ovra::parse_guid(text != nullptr ? text : "");
             if (!guid) {
                 if (telling)
                     debug("%s: partition %d has no GUID", entry.kernel_name.c_str(), number);
                 return;
             }
-            part.guid = *guid;
+            part.guid = ovra::stored_guid(*guid);
         } else if (part.start > largest_mbr_number || part.size > largest_mbr_number) {
             if (telling)
                 debug("%s: partition %d has a number beyond 32 bits", entry.kernel_name.c_str(), number);
@@ -186,7 +155,7 @@ std::uint32_t little_endian(const unsigned char *bytes)
            static_cast<std::uint32_t>(bytes[3]) << 24;
 }
 
-// Whether all of `bytes` are there at `offset`.
+// Whether the device has all of `bytes` at `offset`.
 bool read_at(int fd, std::uint64_t offset, std::span<unsigned char> bytes)
 {
     const ssize_t count = pread(fd, bytes.data(), bytes.size(), static_cast<off_t>(offset));
@@ -203,7 +172,8 @@ struct record_entry {
     std::uint32_t start; // logical blocks
 };
 
-// The entries of an MBR, or of the same record in front of a logical partition; none without its mark.
+// The entries of an MBR (UEFI 5.2.1), or of the same record before a logical partition; none without its
+// mark.
 std::vector<record_entry> entries_of(const boot_record &record)
 {
     static constexpr std::size_t first_entry = 446;
@@ -218,14 +188,13 @@ std::vector<record_entry> entries_of(const boot_record &record)
     return entries;
 }
 
-// Whether an MBR leaves the disk to a GPT. Without one, what looks like the header of a GPT is a remnant that
-// nobody reads.
+// Whether an MBR leaves the disk to a GPT (UEFI 5.2.3). Otherwise the header of a GPT is a remnant.
 bool is_protective(const std::vector<record_entry> &entries)
 {
     return std::any_of(entries.begin(), entries.end(), [](const auto &entry) { return entry.type == 0xee; });
 }
 
-// The first record that continues an MBR; the disk's first block where none does.
+// The record that continues an MBR; 0 if there is none.
 std::uint32_t next_record(const std::vector<record_entry> &entries)
 {
     const auto found = std::find_if(entries.begin(), entries.end(), [](const auto &entry) {
@@ -234,11 +203,9 @@ std::uint32_t next_record(const std::vector<record_entry> &entries)
     return found != entries.end() ? found->start : 0;
 }
 
-/*
- * Reads what a partition table consists of, before libblkid does, which takes much that it cannot read for
- * what is not there. False when a header of a GPT claims more entries, or larger ones, than a table can have:
- * libblkid would read them all into memory, also where a sparse image holds none of them.
- */
+// Reads the blocks of a partition table before libblkid does, which takes much that it cannot read for
+// absent. False when a header of a GPT claims more entries, or larger ones, than a table can have: libblkid
+// would read them all into memory, even from a sparse image that holds none of them.
 class table_check {
 public:
     table_check(int device, std::uint64_t device_size, std::uint32_t block_size)
@@ -258,7 +225,7 @@ public:
         bool read = false;
         if (!is_header_sound(1, &read))
             return false;
-        // The last block does no harm where the first header serves, even one that cannot be read.
+        // With a good first header, an unreadable last block does no harm.
         try {
             return is_header_sound(blocks - 1, nullptr);
         } catch (const read_failure &) {
@@ -269,7 +236,7 @@ public:
     }
 
 private:
-    // A header and its entries. `*there`: it has the mark of one.
+    // A header and its entries (UEFI 5.3.2). `*there`: the block has the mark of a header.
     bool is_header_sound(std::uint64_t place, bool *there) const
     {
         static constexpr std::string_view mark = "EFI PART";
@@ -299,7 +266,7 @@ private:
         }
     }
 
-    // The records of logical partitions, each of which tells of the next by its distance from the first.
+    // The records of logical partitions. Each has the distance of the next one from the first.
     void follow(std::uint32_t first) const
     {
         static constexpr unsigned most_records = 128; // libblkid follows no more than 100
@@ -319,7 +286,7 @@ private:
     std::uint64_t block;
 };
 
-// What libblkid finds on a device, as far as it tells.
+// What libblkid finds on a device, as far as it reports errors.
 medium probe_once(const disk &disk, int device, std::uint64_t size, bool telling)
 {
     const probe_owner probe(blkid_new_probe());
@@ -336,7 +303,7 @@ medium probe_once(const disk &disk, int device, std::uint64_t size, bool telling
     blkid_partlist list = blkid_probe_get_partitions(probe.get());
     if (list != nullptr && blkid_partlist_get_table(list) != nullptr)
         return table_reader(disk, size, telling).read(list);
-    // EINVAL is its own word for a table that points out of the disk.
+    // libblkid says EINVAL for a table that points beyond the disk.
     if (errno != 0 && errno != EINVAL)
         throw read_failure{errno};
     if (telling)
@@ -355,8 +322,7 @@ medium read_table(const disk &disk, int device)
         debug("dev/%s: its partition table claims too many entries", disk.kernel_name.c_str());
         return {};
     }
-    // It also goes on, and says nothing, where an allocation or a single read of its own fails. What it finds
-    // twice it has found.
+    // libblkid also ignores failed allocations and single failed reads. A result counts when it comes twice.
     static constexpr unsigned attempts = 4;
     medium found = probe_once(disk, device, *size, true);
     for (unsigned i = 0; i < attempts; ++i) {
@@ -373,10 +339,10 @@ medium read_table(const disk &disk, int device)
 medium read_medium(const machine_root &root, const disk &disk)
 {
     try {
-        const descriptor devices = open_below(root.folder.get(), {"dev"}, missing_folders::fail);
-        const descriptor device(devices ? openat(devices.get(), disk.kernel_name.c_str(),
-                                                 O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)
-                                        : -1);
+        const owned_fd devices = open_below(root.folder.get(), {"dev"}, missing_folders::fail);
+        const owned_fd device(devices ? openat(devices.get(), disk.kernel_name.c_str(),
+                                               O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)
+                                      : -1);
         if (device)
             return read_table(disk, device.get());
         if (errno != ENOENT)

@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * A firmware variable's name and vendor GUID, and the name of the file that holds it: "<Name>-<guid>", the
- * name in UTF-8, the GUID in lower case. A file name cannot hold "/", so "/" stands in it as "!", as efivarfs
- * has it; "a/b" and "a!b" are therefore one variable, which is listed as "a/b".
+ * A firmware variable's name and vendor GUID, and the name of its file: "<Name>-<guid>", the name in UTF-8,
+ * the GUID in lower case. "/" in a name is "!" in the file name, as on an efivarfs (fs/efivarfs/super.c);
+ * "a/b" and "a!b" are therefore one variable, listed as "a/b".
  */
 #ifndef HWPLAT_MACHINE_NAMES_H
 #define HWPLAT_MACHINE_NAMES_H
@@ -24,19 +24,16 @@ struct variable_identity {
     EFI_GUID guid;
 };
 
-inline constexpr EFI_GUID global_variable_guid = {
-    0x8be4df61, 0x93ca, 0x11d2, {0xaa, 0x0d, 0x00, 0xe0, 0x98, 0x03, 0x2b, 0x8c}};
-
 /*
- * The units before the terminator of a name that has `size` bytes. Nothing when no terminator is among them
- * or the name is longer than any file name could say.
+ * The units before the terminator of a name of at most `size` bytes. Nothing when these contain no terminator
+ * or the name is longer than any file name.
  */
 std::optional<name_view> terminated_name(const CHAR16 *name, UINTN size);
 
-/* Nothing when the name is empty, holds an unpaired surrogate, or makes a file name of over 255 bytes. */
+/* Nothing when the name is empty, contains an unpaired surrogate or makes a file name of over 255 bytes. */
 std::optional<std::string> file_name_of(name_view name, const EFI_GUID &guid);
 
-/* Nothing when this is not the name that file_name_of would give to any variable. */
+/* The inverse of file_name_of. Nothing for any name that file_name_of does not give. */
 std::optional<variable_identity> identity_of(std::string_view file_name);
 
 } // namespace machine

@@ -9,7 +9,7 @@ namespace machine {
 
 namespace {
 
-/* Constant from the start, and never destroyed: threads may still run while the process ends. */
+// Never destroyed: threads may still run while the process ends.
 constinit std::mutex only;
 static_assert(std::is_trivially_destructible_v<std::mutex>);
 
@@ -31,7 +31,7 @@ void after_fork_in_child()
     only.unlock();
 }
 
-/* As the library is loaded: at a first use, another thread could fork in between. */
+// When the library is loaded: at a first use another thread could fork in between.
 [[gnu::constructor]] void follow_forks()
 {
     registered = pthread_atfork(before_fork, after_fork, after_fork_in_child) == 0;

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * What a process keeps for all of its threads, across a fork. A child has the forking thread alone: a mutex
- * that another thread held would never be given back there.
+ * What a process shares among its threads, across a fork. A child has the forking thread alone: it would wait
+ * for ever for a mutex that another thread held.
  */
 #ifndef HWPLAT_MACHINE_PROCESS_H
 #define HWPLAT_MACHINE_PROCESS_H
@@ -11,12 +11,12 @@
 namespace machine {
 
 /*
- * The one mutex of all that is shared in the process. Held for moments, never while waiting; fork waits for
- * it, so that a child finds it free and what it guards whole. Not to be taken twice.
+ * The mutex of everything shared in the process. Held for moments, never while waiting, and not recursive.
+ * fork waits for it: a child finds it free and what it guards consistent.
  */
 [[nodiscard]] std::unique_lock<std::mutex> lock_process_state();
 
-/* Whether fork is looked after, as it is once the library is loaded unless memory was lacking. */
+/* Whether forks are handled. True once the library is loaded, unless memory was lacking then. */
 bool follows_forks();
 
 } // namespace machine

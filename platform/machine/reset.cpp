@@ -1,15 +1,18 @@
 // SPDX-License-Identifier: MIT
-#include "platform/machine/machine.h"
+#include "platform/machine/reset.h"
 
-#include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include <sys/reboot.h>
 #include <unistd.h>
 
+#include "platform/machine/debug.h"
 #include "platform/machine/lock.h"
+#include "platform/machine/names.h"
+#include "platform/machine/store.h"
+#include "src/base/guid.h"
+#include "src/base/load_option.h"
 
 namespace machine {
 
@@ -19,8 +22,8 @@ constexpr UINT32 boot_current_attributes = EFI_VARIABLE_BOOTSERVICE_ACCESS | EFI
 
 std::string global_file(std::string_view name)
 {
-    std::vector<CHAR16> units(name.begin(), name.end());
-    return file_name_of(units, global_variable_guid).value();
+    const std::vector<CHAR16> units(name.begin(), name.end());
+    return file_name_of(units, ovra::global_variable_guid).value();
 }
 
 UINT16 option_at(byte_view numbers, std::size_t index)
@@ -30,7 +33,7 @@ UINT16 option_at(byte_view numbers, std::size_t index)
     return number;
 }
 
-/* A variable that is damaged starts nothing; one that cannot be read might have. */
+// A damaged variable starts nothing; an unreadable one might.
 bool is_as_good_as_absent(int error)
 {
     return error == ENOENT || error == EBADMSG;
@@ -38,32 +41,30 @@ bool is_as_good_as_absent(int error)
 
 enum class wanted { active, any };
 
-/* Whether there is an option that the firmware would start: it has at least its header. 0 or an errno value.
- */
-int look_for_option(const firmware &machine, UINT16 number, wanted which, bool *found)
+// Whether the firmware would start an option, which needs at least its header (UEFI 3.1.3). 0 or an errno
+// value.
+int look_for_option(const runtime_services &services, UINT16 number, wanted which, bool *found)
 {
-    std::array<char, sizeof "Boot0000"> name = {};
-    std::snprintf(name.data(), name.size(), "Boot%04X", number);
     stored_variable option;
     *found = false;
-    if (int error = load_variable(machine, global_file(name.data()), &option); error != 0)
+    if (const int error = load_variable(services, global_file(ovra::option_name(number).view()), &option);
+        error != 0)
         return is_as_good_as_absent(error) ? 0 : error;
-    UINT32 attributes = 0;
-    constexpr std::size_t header = sizeof attributes + sizeof(UINT16);
-    if (option.data().size() < header)
-        return 0;
-    std::memcpy(&attributes, option.data().data(), sizeof attributes);
-    *found = which == wanted::any || (attributes & LOAD_OPTION_ACTIVE) != 0;
+    const byte_view stored = option.data();
+    const auto parts =
+        ovra::split_load_option({reinterpret_cast<const UINT8 *>(stored.data()), stored.size()});
+    *found = parts && (which == wanted::any || (parts->attributes & LOAD_OPTION_ACTIVE) != 0);
     return 0;
 }
 
-/* The first of the options that a variable names, by numbers of 2 bytes. 0 or an errno value. */
-int first_option(const firmware &machine, byte_view numbers, wanted which, std::optional<UINT16> *option)
+// The first startable option among a variable's numbers of 2 bytes. 0 or an errno value.
+int first_option(const runtime_services &services, byte_view numbers, wanted which,
+                 std::optional<UINT16> *option)
 {
     for (std::size_t i = 0; i < numbers.size() / sizeof(UINT16); ++i) {
-        UINT16 number = option_at(numbers, i);
+        const UINT16 number = option_at(numbers, i);
         bool found = false;
-        if (int error = look_for_option(machine, number, which, &found); error != 0)
+        if (const int error = look_for_option(services, number, which, &found); error != 0)
             return error;
         if (found) {
             *option = number;
@@ -73,50 +74,47 @@ int first_option(const firmware &machine, byte_view numbers, wanted which, std::
     return 0;
 }
 
-/* What the firmware starts: what BootNext names, though it be inactive, else the first active one of
- * BootOrder. */
-int choose_option(const firmware &machine, const std::string &next_file, std::optional<UINT16> *option)
+// What the firmware starts (UEFI 3.1.1): the option of BootNext, even an inactive one, else the first active
+// option of BootOrder.
+int choose_option(const runtime_services &services, const std::string &next_file,
+                  std::optional<UINT16> *option)
 {
     stored_variable next;
-    int error = load_variable(machine, next_file, &next);
+    int error = load_variable(services, next_file, &next);
     if (error == 0 && next.data().size() == sizeof(UINT16))
-        error = first_option(machine, next.data(), wanted::any, option);
+        error = first_option(services, next.data(), wanted::any, option);
     if (*option || (error != 0 && !is_as_good_as_absent(error)))
         return error;
     stored_variable order;
-    error = load_variable(machine, global_file("BootOrder"), &order);
+    error = load_variable(services, global_file("BootOrder"), &order);
     if (error == 0)
-        error = first_option(machine, order.data(), wanted::active, option);
+        error = first_option(services, order.data(), wanted::active, option);
     return is_as_good_as_absent(error) ? 0 : error;
 }
 
-EFI_STATUS remove_if_there(const firmware &machine, int folder, const std::string &file_name)
+EFI_STATUS remove_if_there(const runtime_services &services, int folder, const std::string &file_name)
 {
-    EFI_STATUS removed = remove_variable(machine, folder, file_name, 0);
+    const EFI_STATUS removed = remove_variable(services, folder, file_name, 0);
     return removed == EFI_NOT_FOUND ? EFI_SUCCESS : removed;
 }
 
-/*
- * BootNext is spent whether or not what it names can be started, as a bad one must not stop every start. It
- * goes last: after a failure or a crash before that, the same start can be played again.
- */
-EFI_STATUS play_start(const firmware &machine)
+// BootNext goes whether or not its option can be started: a bad one must not stop every start. It goes last:
+// after an earlier failure or crash the same start can be played again.
+EFI_STATUS play_start(const runtime_services &services)
 {
-    std::string next_file = global_file("BootNext");
-    std::string current_file = global_file("BootCurrent");
-    held_lock lock(machine.root);
-    if (lock.error() != 0)
-        return lock.status();
-    descriptor folder = open_for_reading(machine.variables.get());
-    if (!folder)
-        return status_of_folder(errno);
+    const std::string next_file = global_file("BootNext");
+    const std::string current_file = global_file("BootCurrent");
+    const locked_store store(services);
+    if (store.status() != EFI_SUCCESS)
+        return store.status();
     std::optional<UINT16> option;
-    if (int error = choose_option(machine, next_file, &option); error != 0)
+    if (const int error = choose_option(services, next_file, &option); error != 0)
         return status_of(error);
-    EFI_STATUS status = option ? write_variable(machine, folder.get(), current_file, boot_current_attributes,
-                                                {std::as_bytes(std::span(&*option, 1))})
-                               : remove_if_there(machine, folder.get(), current_file);
-    return status == EFI_SUCCESS ? remove_if_there(machine, folder.get(), next_file) : status;
+    const EFI_STATUS status =
+        option ? write_variable(services, store.folder(), current_file, boot_current_attributes,
+                                {std::as_bytes(std::span(&*option, 1))})
+               : remove_if_there(services, store.folder(), current_file);
+    return status == EFI_SUCCESS ? remove_if_there(services, store.folder(), next_file) : status;
 }
 
 int errno_of(EFI_STATUS status)
@@ -139,9 +137,8 @@ int errno_of(EFI_STATUS status)
 
 int restart_host(const machine_root &root, UINT32 type)
 {
-    // Not between two writes of another program's. A host that has no place for the lock can be reset all the
-    // same.
-    held_lock lock(root);
+    // Not between two writes of another program. A host without a place for the lock can still be reset.
+    const held_lock lock(root);
     if (lock.error() == ETIMEDOUT) {
         errno = ETIMEDOUT;
         return -1;
@@ -152,20 +149,20 @@ int restart_host(const machine_root &root, UINT32 type)
 
 } // namespace
 
-int reset_system(const firmware &machine, UINT32 type)
+int reset_system(const runtime_services &services, UINT32 type)
 {
     if (type > EFI_RESET_SHUTDOWN) {
         errno = EINVAL;
         return -1;
     }
-    if (machine.root.live)
-        return restart_host(machine.root, type);
-    if (machine.kind != store_kind::folder) {
+    if (services.root.live)
+        return restart_host(services.root, type);
+    if (services.kind != store_kind::folder) {
         debug("no reset: the variables are those of real firmware, but the machine's root is not \"/\"");
         errno = EOPNOTSUPP;
         return -1;
     }
-    EFI_STATUS status = play_start(machine);
+    const EFI_STATUS status = play_start(services);
     if (status == EFI_SUCCESS)
         return 0;
     errno = errno_of(status);

@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "platform/machine/machine.h"
+#include "platform/machine/root.h"
 
 #include <atomic>
 #include <cerrno>
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -15,6 +13,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/machine/debug.h"
 #include "platform/machine/shared.h"
 
 namespace machine {
@@ -26,10 +25,8 @@ struct release {
 };
 using owned_text = std::unique_ptr<char, release>;
 
-/*
- * Whether `path`, open as `folder`, is "/". The numbers alone do not say so: "/" may be mounted a second time
- * elsewhere, and that is a folder like any other. Nothing, with errno, when it cannot be told.
- */
+// Whether `path`, open as `folder`, is "/". Equal numbers do not prove it: a second mount of "/" is a folder
+// like any other. Nothing, with errno, when it is unknown.
 std::optional<bool> is_live(const char *path, int folder)
 {
     struct stat here = {};
@@ -51,10 +48,8 @@ const resolved_root *find_resolved(const resolved_root *newest, const char *valu
     return newest;
 }
 
-/*
- * The folder of a relative value, for as long as the process lives: whoever changes the working folder
- * afterwards does not mean another machine. Null with errno when there is no working folder.
- */
+// The path of a relative value, for as long as the process lives: a later chdir must not switch to another
+// machine. Null with errno when there is no working folder.
 const char *resolve_once(const char *value)
 {
     std::atomic<const resolved_root *> &roots = common_state().roots;
@@ -67,7 +62,7 @@ const char *resolve_once(const char *value)
     std::unique_ptr<resolved_root> added(
         new resolved_root{value, std::string(working.get()) + "/" + value, newest});
     while (!roots.compare_exchange_weak(added->before, added.get())) {
-        // Another thread may have looked at the same value.
+        // Another thread may have resolved the same value.
         if (const resolved_root *known = find_resolved(added->before, value); known != nullptr)
             return known->path.c_str();
     }
@@ -85,7 +80,7 @@ machine_root open_root()
     const char *path = is_relative ? resolve_once(value) : value;
     machine_root root;
     if (path != nullptr)
-        root.folder = descriptor(open(path, O_PATH | O_DIRECTORY | O_CLOEXEC));
+        root.folder = owned_fd(open(path, O_PATH | O_DIRECTORY | O_CLOEXEC));
     const auto live = root.folder ? is_live(path, root.folder.get()) : std::nullopt;
     if (!live)
         root.folder.reset();
@@ -94,30 +89,6 @@ machine_root open_root()
         debug("no machine: cannot open the folder '%s': %s", path != nullptr ? path : value,
               std::strerror(errno));
     return root;
-}
-
-void debug(const char *format, ...)
-{
-    if (secure_getenv("HWPLAT_DEBUG") == nullptr)
-        return;
-    int saved = errno;
-    std::va_list arguments;
-    va_start(arguments, format);
-    char *text = nullptr;
-    const int length = vasprintf(&text, format, arguments);
-    va_end(arguments);
-    const owned_text message(length >= 0 ? text : nullptr);
-    flockfile(stderr);
-    std::fputs("hwplat: ", stderr);
-    for (const char *at = message ? message.get() : "(no memory for the message)"; *at != '\0'; ++at) {
-        if (*at >= ' ' && *at <= '~')
-            std::fputc(*at, stderr);
-        else
-            std::fprintf(stderr, "\\x%02x", static_cast<unsigned char>(*at));
-    }
-    std::fputc('\n', stderr);
-    funlockfile(stderr);
-    errno = saved;
 }
 
 } // namespace machine

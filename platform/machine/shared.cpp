@@ -3,21 +3,22 @@
 
 #include <pthread.h>
 
-#include "platform/machine/drives.h"
+#include "platform/machine/picture.h"
 
-// Weak, and declared here too, since the model knows no face: a libdevns of somebody's own may lack it.
+// Declared here too, since the model knows no face. Weak: a replacement libdevns may lack it.
 extern "C" [[gnu::weak]] void *devns_shared(unsigned long layout);
 
 namespace machine {
 
 namespace {
 
-// In the block that a thread begins with: the C library ends a process that has no memory for another one.
-[[gnu::tls_model("initial-exec")]] constinit thread_local thread_picture picture = {};
+// In the block that every thread is born with: the C library ends a process that has no memory for another
+// one.
+[[gnu::tls_model("initial-exec")]] constinit thread_local thread_picture mine = {};
 
-constinit shared_state own = {{nullptr}, [] { return &picture; }};
+constinit shared_state own = {{nullptr}, [] { return &mine; }};
 
-// One more whenever the meaning of what is shared changes; a change of its size is noticed.
+// Increase it when the meaning of the shared state changes. A change of a size is detected.
 constexpr unsigned long revision = 1;
 
 template <typename... type>
@@ -31,7 +32,7 @@ constexpr unsigned long mixed_sizes()
 } // namespace
 
 const unsigned long layout_of_shared_state =
-    mixed_sizes<shared_state, thread_picture, resolved_root, drive_set, machine_root, device_tree, tree_node,
+    mixed_sizes<shared_state, thread_picture, resolved_root, picture, machine_root, device_tree, tree_node,
                 disk, medium, partition>();
 
 shared_state &own_shared_state()
@@ -47,17 +48,17 @@ shared_state &common_state()
 
 void begin_picture()
 {
-    if (picture.depth++ == 0)
-        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &picture.cancellation);
+    if (mine.depth++ == 0)
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &mine.cancellation);
 }
 
 void end_picture()
 {
-    if (picture.depth == 0 || --picture.depth != 0)
+    if (mine.depth == 0 || --mine.depth != 0)
         return;
-    delete picture.kept;
-    picture.kept = nullptr;
-    pthread_setcancelstate(picture.cancellation, nullptr);
+    delete mine.kept;
+    mine.kept = nullptr;
+    pthread_setcancelstate(mine.cancellation, nullptr);
 }
 
 bool is_picture_kept()

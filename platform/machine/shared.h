@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * What the platform libraries have in common. Each holds its own hidden copy of the model; where libdevns is
- * this project's, all of them keep here, in its copy, what they must agree on.
+ * State that the platform libraries share. Each library has its own hidden copy of the model; what all must
+ * agree on is in libdevns's copy, unless libdevns is a replacement.
  */
 #ifndef HWPLAT_MACHINE_SHARED_H
 #define HWPLAT_MACHINE_SHARED_H
@@ -13,21 +13,23 @@
 
 namespace machine {
 
-class drive_set;
+class picture;
 
-/* Where a relative HWPLAT_ROOT led when it was first looked at. Never changed nor released. */
+/* Where a relative HWPLAT_ROOT led when it was first read. Never changed or released. */
 struct resolved_root {
     std::string value;
     std::string path;
     const resolved_root *before;
 };
 
-/* A thread's picture of the machine, between devns_begin and devns_end. Without a destructor: the C library
- * ends a process that has no memory to note one. */
+/*
+ * A thread's picture of the machine, between devns_begin and devns_end. It has no destructor: the C library
+ * ends a process that has no memory to register one.
+ */
 struct thread_picture {
     unsigned depth;
-    int cancellation; /* the thread's state of it before the first begin */
-    std::shared_ptr<drive_set> *kept;
+    int cancellation; /* the thread's cancellation state before the first begin */
+    std::shared_ptr<picture> *kept;
 };
 
 struct shared_state {
@@ -35,13 +37,13 @@ struct shared_state {
     thread_picture *(*of_this_thread)();
 };
 
-/* This library's own. libdevns gives it to the others. */
+/* This library's own state. libdevns gives its own to the others. */
 shared_state &own_shared_state();
 
-/* The one that all use; this library's own where there is none. */
+/* The state that all libraries use; this library's own without a common one. */
 shared_state &common_state();
 
-/* Tells libraries apart whose models differ, as after an update of one of them. */
+/* Differs between libraries whose models differ, as after an update of one of them. */
 extern const unsigned long layout_of_shared_state;
 
 /* devns_begin and devns_end */

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/machine/machine.h"
+#include "platform/machine/state.h"
 
 #include <array>
 #include <cerrno>
@@ -9,16 +9,18 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "platform/machine/debug.h"
+
 namespace machine {
 
 namespace {
 
-/* No state file says more than this many numbers of 20 digits. */
+// Bytes. The longest file has ten numbers of up to 20 digits.
 constexpr std::size_t longest_text = 256;
 
-descriptor open_state(const firmware &machine, missing_folders missing)
+owned_fd open_state(const runtime_services &services, missing_folders missing)
 {
-    return open_below(machine.root.folder.get(), {"var", "lib", "hwplat"}, missing);
+    return open_below(services.root.folder.get(), {"var", "lib", "hwplat"}, missing);
 }
 
 bool parse(std::string_view text, std::span<std::int64_t> numbers)
@@ -27,7 +29,7 @@ bool parse(std::string_view text, std::span<std::int64_t> numbers)
     const char *end = at + text.size();
     for (std::size_t i = 0; i < numbers.size(); ++i) {
         auto [stop, error] = std::from_chars(at, end, numbers[i]);
-        char follows = i + 1 == numbers.size() ? '\n' : ' ';
+        const char follows = i + 1 == numbers.size() ? '\n' : ' ';
         if (error != std::errc() || stop == end || *stop != follows)
             return false;
         at = stop + 1;
@@ -43,11 +45,11 @@ void say_why(const char *file_name, int error)
 
 } // namespace
 
-EFI_STATUS read_state(const firmware &machine, const char *file_name, std::span<std::int64_t> numbers,
-                      bool *found)
+EFI_STATUS read_state(const runtime_services &services, const char *file_name,
+                      std::span<std::int64_t> numbers, bool *found)
 {
     bytes contents;
-    descriptor folder = open_state(machine, missing_folders::fail);
+    const owned_fd folder = open_state(services, missing_folders::fail);
     int error = folder ? read_file(folder.get(), file_name, longest_text, &contents) : errno;
     if (error == ENOENT || error == ENOTDIR) {
         *found = false;
@@ -69,19 +71,20 @@ EFI_STATUS refuse_state(const char *file_name)
     return status_of(EBADMSG);
 }
 
-EFI_STATUS write_state(const firmware &machine, const char *file_name, std::span<const std::int64_t> numbers)
+EFI_STATUS write_state(const runtime_services &services, const char *file_name,
+                       std::span<const std::int64_t> numbers)
 {
-    descriptor above = open_state(machine, missing_folders::create);
-    descriptor folder = above ? open_for_reading(above.get()) : descriptor();
+    const owned_fd above = open_state(services, missing_folders::create);
+    const owned_fd folder = above ? open_for_reading(above.get()) : owned_fd();
     if (!folder) {
         debug("cannot write var/lib/hwplat/%s: %s", file_name, std::strerror(errno));
         return status_of_folder(errno);
     }
     std::vector<std::string> names;
-    if (int error = list_folder(folder.get(), &names); error != 0)
+    if (const int error = list_folder(folder.get(), &names); error != 0)
         return status_of_folder(error);
     for (const std::string &name : names) {
-        if (is_temporary(name)) // of a stopped writer, as this one has the lock
+        if (is_temporary(name)) // of a killed writer, as this one has the lock
             unlinkat(folder.get(), name.c_str(), 0);
     }
     std::string text;

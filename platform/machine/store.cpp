@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/machine/machine.h"
+#include "platform/machine/store.h"
 
 #include <array>
 #include <cerrno>
@@ -9,23 +9,27 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/machine/debug.h"
+#include "platform/machine/efivarfs.h"
+#include "platform/machine/names.h"
+#include "platform/machine/state.h"
+
 namespace machine {
 
 namespace {
 
-/* The size of a variable's file; 0 when it is damaged, or gone, or without data. Returns 0 or an errno value.
- */
-int variable_file_size(const firmware &machine, const char *file_name, std::size_t *found)
+// The size of a variable's file; 0 when it is absent, damaged or without data. Returns 0 or an errno value.
+int variable_file_size(const runtime_services &services, const char *file_name, std::size_t *found)
 {
     struct stat info = {};
     *found = 0;
-    if (fstatat(machine.variables.get(), file_name, &info, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (fstatat(services.variables.get(), file_name, &info, AT_SYMLINK_NOFOLLOW) != 0) {
         if (errno == ENOENT)
             return 0;
         debug("cannot look at variable '%s': %s", file_name, std::strerror(errno));
         return errno;
     }
-    auto size = static_cast<std::size_t>(info.st_size);
+    const auto size = static_cast<std::size_t>(info.st_size);
     if (S_ISREG(info.st_mode) && size > sizeof(UINT32) && size <= largest_variable_file)
         *found = size;
     else
@@ -35,14 +39,15 @@ int variable_file_size(const firmware &machine, const char *file_name, std::size
 
 } // namespace
 
-int load_variable(const firmware &machine, const std::string &file_name, stored_variable *found)
+int load_variable(const runtime_services &services, const std::string &file_name, stored_variable *found)
 {
     bytes contents;
-    int error = read_file(machine.variables.get(), file_name.c_str(), largest_variable_file, &contents);
+    const int error =
+        read_file(services.variables.get(), file_name.c_str(), largest_variable_file, &contents);
     if (error != 0)
         return error;
     UINT32 attributes = 0;
-    bool never_written = machine.kind == store_kind::efivarfs && contents.empty();
+    const bool never_written = services.kind == store_kind::efivarfs && contents.empty();
     if (never_written || contents.size() == sizeof attributes)
         return ENOENT;
     if (contents.size() < sizeof attributes)
@@ -53,47 +58,58 @@ int load_variable(const firmware &machine, const std::string &file_name, stored_
     return 0;
 }
 
-EFI_STATUS read_variable(const firmware &machine, const std::string &file_name, stored_variable *found)
+EFI_STATUS read_variable(const runtime_services &services, const std::string &file_name,
+                         stored_variable *found)
 {
-    return status_of(load_variable(machine, file_name, found));
+    return status_of(load_variable(services, file_name, found));
 }
 
-EFI_STATUS find_variable(const firmware &machine, const std::string &file_name, bool *found)
+EFI_STATUS find_variable(const runtime_services &services, const std::string &file_name, bool *found)
 {
     std::size_t size = 0;
-    int error = variable_file_size(machine, file_name.c_str(), &size);
+    const int error = variable_file_size(services, file_name.c_str(), &size);
     *found = size != 0;
     return status_of(error);
 }
 
-EFI_STATUS write_variable(const firmware &machine, int folder, const std::string &file_name,
+locked_store::locked_store(const runtime_services &services) : lock(services.root)
+{
+    failure = lock.status();
+    if (failure != EFI_SUCCESS)
+        return;
+    variables = open_for_reading(services.variables.get());
+    if (!variables)
+        failure = status_of_folder(errno);
+}
+
+EFI_STATUS write_variable(const runtime_services &services, int folder, const std::string &file_name,
                           UINT32 attributes, std::initializer_list<byte_view> data)
 {
     bytes contents(sizeof attributes);
     std::memcpy(contents.data(), &attributes, sizeof attributes);
     for (byte_view part : data)
         contents.insert(contents.end(), part.begin(), part.end());
-    if (machine.kind == store_kind::efivarfs)
-        return write_efivarfs(machine.variables.get(), file_name.c_str(), contents);
+    if (services.kind == store_kind::efivarfs)
+        return write_efivarfs(services.variables.get(), file_name.c_str(), contents);
     return status_of_folder(replace_file(folder, file_name.c_str(), contents));
 }
 
-EFI_STATUS remove_variable(const firmware &machine, int folder, const std::string &file_name,
+EFI_STATUS remove_variable(const runtime_services &services, int folder, const std::string &file_name,
                            UINT32 attributes)
 {
-    if (machine.kind == store_kind::efivarfs)
-        return remove_efivarfs(machine.variables.get(), file_name.c_str(), attributes);
-    int error = remove_file(folder, file_name.c_str());
-    // A folder that stands in a variable's place is damage, not a matter of permission.
+    if (services.kind == store_kind::efivarfs)
+        return remove_efivarfs(services.variables.get(), file_name.c_str(), attributes);
+    const int error = remove_file(folder, file_name.c_str());
+    // A folder in a variable's place is damage, not a matter of permission.
     return error == EISDIR ? EFI_DEVICE_ERROR : status_of(error);
 }
 
-EFI_STATUS capacity_of(const firmware &machine, capacity *limits)
+EFI_STATUS capacity_of(const runtime_services &services, capacity *limits)
 {
     constexpr const char *file_name = "capacity";
     std::array<std::int64_t, 2> numbers = {};
     bool found = false;
-    if (EFI_STATUS status = read_state(machine, file_name, numbers, &found); status != EFI_SUCCESS)
+    if (const EFI_STATUS status = read_state(services, file_name, numbers, &found); status != EFI_SUCCESS)
         return status;
     *limits = {};
     if (!found)
@@ -111,20 +127,20 @@ UINT64 space_taken(std::size_t name_units, std::size_t data_size)
     return sizeof(UINT32) + (name_units + 1) * sizeof(CHAR16) + data_size;
 }
 
-EFI_STATUS space_used(const firmware &machine, stopped_writers temporaries, UINT64 *used)
+EFI_STATUS space_used(const runtime_services &services, stopped_writers temporaries, UINT64 *used)
 {
     std::vector<std::string> names;
-    if (int error = list_folder(machine.variables.get(), &names); error != 0)
+    if (const int error = list_folder(services.variables.get(), &names); error != 0)
         return status_of_folder(error);
     UINT64 total = 0;
     for (const std::string &name : names) {
         if (temporaries == stopped_writers::clean_up && is_temporary(name))
-            unlinkat(machine.variables.get(), name.c_str(), 0);
-        auto identity = identity_of(name);
+            unlinkat(services.variables.get(), name.c_str(), 0);
+        const auto identity = identity_of(name);
         if (!identity)
             continue;
         std::size_t size = 0;
-        if (int error = variable_file_size(machine, name.c_str(), &size); error != 0)
+        if (const int error = variable_file_size(services, name.c_str(), &size); error != 0)
             return status_of(error);
         if (size != 0)
             total += space_taken(identity->name.size(), size - sizeof(UINT32));

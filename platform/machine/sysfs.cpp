@@ -14,15 +14,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/machine/debug.h"
 #include "platform/machine/failure.h"
 #include "platform/machine/files.h"
-#include "platform/machine/machine.h"
 
 namespace machine {
 
 namespace {
 
-// A sysfs file is one page at the most; a folder of more entries than this is none that a kernel made.
+// A sysfs file is at most one page (fs/sysfs/file.c). No kernel makes a folder with more entries.
 constexpr std::size_t largest_text = 4096;
 constexpr std::size_t most_names = 65536;
 
@@ -30,7 +30,7 @@ struct closing {
     void operator()(DIR *folder) const { closedir(folder); }
 };
 
-// Adds the components of `path` to those of a resolved one. False when it leads above the root.
+// Appends `path` to the components of a resolved path. False when it leads above the root.
 bool resolve(std::string_view path, std::vector<std::string_view> *components)
 {
     while (!path.empty()) {
@@ -50,21 +50,21 @@ bool resolve(std::string_view path, std::vector<std::string_view> *components)
     return true;
 }
 
-// Opens what `path` names below `folder`, through real folders only. The path may be longer than PATH_MAX.
-descriptor open_path(int folder, std::string_view path, int flags)
+// Opens `path` below `folder`, through real folders only. It may be longer than PATH_MAX.
+owned_fd open_path(int folder, std::string_view path, int flags)
 {
     std::array<char, NAME_MAX + 1> name;
-    descriptor above;
+    owned_fd above;
     for (;;) {
         const std::size_t end = std::min(path.find('/'), path.size());
         if (end == 0 || end >= name.size()) {
-            errno = ENOENT; // nothing has a name of that length
+            errno = ENOENT; // no name has that length
             return {};
         }
         *std::copy_n(path.data(), end, name.data()) = '\0';
         const bool last = end == path.size();
         const int wanted = last ? flags : O_PATH | O_DIRECTORY;
-        descriptor next(openat(above ? above.get() : folder, name.data(), wanted | O_NOFOLLOW | O_CLOEXEC));
+        owned_fd next(openat(above ? above.get() : folder, name.data(), wanted | O_NOFOLLOW | O_CLOEXEC));
         if (last || !next)
             return next;
         above = std::move(next);
@@ -72,7 +72,7 @@ descriptor open_path(int folder, std::string_view path, int flags)
     }
 }
 
-// Much of sysfs need not be there. What is there and cannot be read ends the reading, with errno.
+// Much of sysfs may be absent. Any other errno ends the reading.
 void pass_over_if_absent(const std::string &path)
 {
     const int error = errno;
@@ -97,7 +97,7 @@ std::optional<std::uint64_t> parse_number(std::string_view text, int base)
 
 std::optional<std::string> sysfs::text(const std::string &path) const
 {
-    const descriptor file = open_path(folder, path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
+    const owned_fd file = open_path(folder, path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
     struct stat status = {};
     if (!file || fstat(file.get(), &status) != 0) {
         pass_over_if_absent(path);
@@ -143,10 +143,10 @@ std::optional<std::uint64_t> sysfs::number(const std::string &path) const
 std::optional<std::string> sysfs::link(const std::string &path) const
 {
     std::array<char, PATH_MAX> target;
-    const descriptor link = open_path(folder, path, O_PATH);
+    const owned_fd link = open_path(folder, path, O_PATH);
     const ssize_t length = link ? readlinkat(link.get(), "", target.data(), target.size()) : -1;
     if (length < 0) {
-        pass_over_if_absent(path); // ENOENT also for what is no link
+        pass_over_if_absent(path); // ENOENT also for what is not a link (fs/stat.c, do_readlinkat)
         return std::nullopt;
     }
     if (length == 0 || static_cast<std::size_t>(length) == target.size() || target[0] == '/')
@@ -167,7 +167,7 @@ std::optional<std::string> sysfs::link(const std::string &path) const
 std::vector<std::string> sysfs::names(const std::string &path) const
 {
     std::vector<std::string> names;
-    descriptor opened = open_path(folder, path, O_RDONLY | O_DIRECTORY);
+    owned_fd opened = open_path(folder, path, O_RDONLY | O_DIRECTORY);
     if (!opened) {
         pass_over_if_absent(path);
         return names;

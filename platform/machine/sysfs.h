@@ -1,11 +1,11 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * The only reader of a machine's sysfs. Everything is looked up below the machine's root, folder by folder;
- * no link is followed, so that none leads out, but link() says as text what one stands for. Whatever a file
- * or a folder holds is bounded here.
+ * The only reader of a machine's sysfs. Everything is looked up below the machine's root, folder by folder.
+ * No link is followed and none leads out; link() gives the target of one as text. The size of every file and
+ * folder is limited here.
  *
- * Only what is not there is passed over. What is there and cannot be read, a link in the place of a file
- * among it, is a read_failure. Contents without sense are no failure.
+ * Only what is absent is passed over. What cannot be read, such as a link in the place of a file, is a
+ * read_failure. Contents that make no sense are no failure.
  */
 #ifndef HWPLAT_MACHINE_SYSFS_H
 #define HWPLAT_MACHINE_SYSFS_H
@@ -24,26 +24,25 @@ public:
     explicit sysfs(int root) : folder(root) {}
 
     /*
-     * Paths are relative to the root, such as "sys/block/sda/size". A text is what a file holds without its
-     * line end; nothing when it is not there, is no file or is longer than sysfs files are.
+     * The contents of a file without its line end. Nothing when the file is absent, not regular or longer
+     * than sysfs files are. Paths here are relative to the root, such as "sys/block/sda/size".
      */
     [[nodiscard]] std::optional<std::string> text(const std::string &path) const;
 
-    /* A whole file of one number, decimal or "0x" hexadecimal. Nothing when it is not that. */
+    /* The number that a file contains, decimal or "0x" and hexadecimal. Nothing for any other contents. */
     [[nodiscard]] std::optional<std::uint64_t> number(const std::string &path) const;
 
-    /* The path that a symbolic link stands for, relative to the root; nothing without a link within the root.
-     */
+    /* The target of a symbolic link, relative to the root. Nothing without a link, or when it leads out. */
     [[nodiscard]] std::optional<std::string> link(const std::string &path) const;
 
-    /* The names in a folder, sorted; empty when it is not there. Folders that are too full are cut. */
+    /* The names in a folder, sorted; empty for an absent folder. Too many names are cut off. */
     [[nodiscard]] std::vector<std::string> names(const std::string &path) const;
 
 private:
     int folder;
 };
 
-/* The number that a whole text is, in the given base; nothing for an empty text, signs or what follows. */
+/* The number that a text is as a whole, without a sign. Nothing for any other text, or an empty one. */
 std::optional<std::uint64_t> parse_number(std::string_view text, int base);
 
 } // namespace machine

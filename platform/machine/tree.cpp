@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <tuple>
 
+#include "platform/machine/debug.h"
 #include "platform/machine/disks.h"
 #include "platform/machine/sysfs.h"
 
@@ -13,8 +14,7 @@ namespace machine {
 
 namespace {
 
-// Deeper nesting than any chain of bridges, and more functions than any machine has: a bound for what a
-// hostile folder can make of us.
+// Against hostile folders: no machine has bridges nested so deep, or so many functions.
 constexpr unsigned deepest_bridge = 32;
 constexpr std::size_t most_nodes = 16384;
 
@@ -67,7 +67,7 @@ std::optional<function_number> parse_function(const std::string &name)
     return function_number{static_cast<unsigned>(*device), static_cast<unsigned>(*function)};
 }
 
-// The bus that a function sits on, from its name.
+// The bus of a function, from its name.
 unsigned bus_of(const std::string &function_name)
 {
     const std::size_t colon = function_name.rfind(':');
@@ -76,7 +76,7 @@ unsigned bus_of(const std::string &function_name)
     return bus ? static_cast<unsigned>(*bus & 0xff) : 0;
 }
 
-// A folder of sysfs with the numbers that its name holds, to be sorted by them.
+// A folder of sysfs with the numbers in its name, by which it is sorted.
 template <typename number>
 struct numbered_folder {
     number order;
@@ -122,20 +122,19 @@ private:
         auto &strings = tree.nodes[node].strings;
         const auto firmware_node = files.link(path + "/firmware_node");
         const auto hid = firmware_node ? files.text(*firmware_node + "/hid") : std::nullopt;
-        // A bridge that the firmware does not describe is taken for a plain PCI one.
+        // A bridge without a description by the firmware counts as plain PCI.
         strings["acpi-hid"] = hid.value_or(pci_bridge);
         if (!hid)
             return;
         if (auto uid = files.text(*firmware_node + "/uid"))
             strings["acpi-uid"] = std::move(*uid);
-        // "acpi:PNP0A08:PNP0A03:": the compatible identifiers follow the first.
+        // "acpi:PNP0A08:PNP0A03:", the compatible identifiers after the first (drivers/acpi/device_sysfs.c).
         const std::string modalias = files.text(*firmware_node + "/modalias").value_or("");
         const std::string own = "acpi:" + *hid + ":";
         if (modalias.starts_with(own) && modalias.size() > own.size()) {
             const std::size_t end = std::min(modalias.find(':', own.size()), modalias.size());
             strings["acpi-cid"] = modalias.substr(own.size(), end - own.size());
-            // Firmware starts nothing whose path begins otherwise than its own, which begin with PNP0A03 on
-            // PCIe too.
+            // Firmware starts only paths that begin like its own, with PNP0A03 on PCIe too.
             if (*hid == pcie_bridge && strings["acpi-cid"] == pci_bridge)
                 strings["acpi-hid"] = pci_bridge;
         }
@@ -150,7 +149,7 @@ private:
         const auto names = files.names(path);
         for (const auto &folder : numbered_folders(names, parse_function))
             add_function(parent, path + "/" + folder.name, folder.name, folder.order, depth);
-        // A function that carries buses of its own domain: they belong to it.
+        // Buses of another domain that a function carries (drivers/pci/controller/vmd.c) belong to it.
         for (const auto &folder : numbered_folders(names, parse_host_bridge))
             add_functions(parent, path + "/" + folder.name, depth + 1);
     }
@@ -191,7 +190,7 @@ private:
     const sysfs &files;
 };
 
-// The order in which disks are listed: that of their names.
+// Disks are listed in the order of their names.
 auto by_name(const disk &disk)
 {
     return std::make_tuple(disk.controller, disk.target, disk.lun);

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * The device tree of a machine, made of its sysfs: the root "hwplat", PCI host bridges, PCI functions as
- * sysfs nests them, and the disks below the functions that carry them.
+ * The device tree of a machine, from its sysfs: the root "hwplat", PCI host bridges, PCI functions nested as
+ * in sysfs, and the disks below their functions.
  */
 #ifndef HWPLAT_MACHINE_TREE_H
 #define HWPLAT_MACHINE_TREE_H
@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/machine/machine.h"
+#include "platform/machine/root.h"
 
 namespace machine {
 
@@ -22,14 +22,14 @@ struct tree_node {
     std::string name;
     std::optional<std::string> address;
     std::size_t parent = none;
-    std::vector<std::size_t> children; /* in the order in which they are walked */
+    std::vector<std::size_t> children; /* in the order of a walk */
     std::map<std::string, std::vector<int>, std::less<>> integers;
     std::map<std::string, std::string, std::less<>> strings;
 };
 
-/* A disk, and how it is known: to Linux, in the tree, by its controller's number, target and logical unit. */
+/* A disk with its names: to Linux, in the tree, and by controller number, target and logical unit. */
 struct disk {
-    std::string kernel_name; /* "sda" */
+    std::string kernel_name; /* such as "sda" */
     std::size_t node = 0;    /* its node in the tree */
     std::uint64_t blocks = 0;
     std::uint32_t block_size = 512; /* bytes of a logical block */
@@ -37,22 +37,22 @@ struct disk {
     unsigned target = 0;
     unsigned lun = 0;
 
-    /* "c0t0d0" */
+    /* The drive's name, such as "c0t0d0". */
     [[nodiscard]] std::string name() const;
 };
 
 struct device_tree {
-    std::vector<tree_node> nodes; /* the root is the first */
+    std::vector<tree_node> nodes; /* the root comes first */
     std::vector<disk> disks;      /* by controller, target and logical unit */
 
-    /* Adds a node behind the children of its parent; returns its place. */
+    /* Adds a node after the other children of its parent. Returns its index in `nodes`. */
     std::size_t add_node(std::size_t parent, std::string name, std::string address);
 
-    /* "/pci@0,0/pci8086,2922@1f,2/disk@0,0"; "/" for the root. */
+    /* The physical path, such as "/pci@0,0/pci8086,2922@1f,2/disk@0,0"; "/" for the root. */
     [[nodiscard]] std::string path_of(std::size_t node) const;
 };
 
-/* What is not there or makes no sense is left out, and said under HWPLAT_DEBUG. Throws read_failure. */
+/* What is absent or makes no sense is left out, and HWPLAT_DEBUG says so. Throws read_failure. */
 device_tree read_device_tree(const machine_root &root);
 
 } // namespace machine

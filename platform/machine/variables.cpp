@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: MIT
-#include "platform/machine/machine.h"
+#include "platform/machine/variables.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 
+#include "platform/machine/debug.h"
 #include "platform/machine/lock.h"
+#include "platform/machine/store.h"
+#include "src/base/guid.h"
 
 namespace machine {
 
@@ -20,7 +23,7 @@ constexpr UINT32 plain = EFI_VARIABLE_NON_VOLATILE | EFI_VARIABLE_BOOTSERVICE_AC
 
 constexpr UINT32 volatile_attributes = EFI_VARIABLE_BOOTSERVICE_ACCESS | EFI_VARIABLE_RUNTIME_ACCESS;
 
-/* A folder cannot check a signature; what a real firmware makes of one is its own affair. */
+// A folder cannot check signatures. On an efivarfs the firmware does.
 EFI_STATUS check_attributes(store_kind kind, UINT32 attributes)
 {
     UINT32 known = plain | authenticated;
@@ -33,10 +36,10 @@ EFI_STATUS check_attributes(store_kind kind, UINT32 attributes)
     return EFI_SUCCESS;
 }
 
-/* One request to change a variable, once its arguments have been checked. */
+// One request to change a variable, once its arguments have been checked.
 struct change {
-    const firmware &machine;
-    const descriptor &folder;
+    const runtime_services &services;
+    int folder; // a locked_store's
     std::string file_name;
     name_view name;
     bool is_global;
@@ -46,31 +49,29 @@ struct change {
 
 EFI_STATUS check_space(const change &request, std::size_t old_data, std::size_t new_data, bool exists)
 {
-    if (request.machine.kind == store_kind::efivarfs)
-        return EFI_SUCCESS; // the firmware's own affair
+    if (request.services.kind == store_kind::efivarfs)
+        return EFI_SUCCESS; // the firmware decides
     capacity limits;
-    if (EFI_STATUS status = capacity_of(request.machine, &limits); status != EFI_SUCCESS)
+    if (const EFI_STATUS status = capacity_of(request.services, &limits); status != EFI_SUCCESS)
         return status;
     if (new_data > limits.variable)
         return EFI_INVALID_PARAMETER;
-    UINT64 before = exists ? space_taken(request.name.size(), old_data) : 0;
-    UINT64 after = space_taken(request.name.size(), new_data);
+    const UINT64 before = exists ? space_taken(request.name.size(), old_data) : 0;
+    const UINT64 after = space_taken(request.name.size(), new_data);
     if (after <= before)
         return EFI_SUCCESS;
     UINT64 used = 0;
-    EFI_STATUS status = space_used(request.machine, stopped_writers::clean_up, &used);
+    const EFI_STATUS status = space_used(request.services, stopped_writers::clean_up, &used);
     if (status != EFI_SUCCESS)
         return status;
     return used - before + after <= limits.store ? EFI_SUCCESS : EFI_OUT_OF_RESOURCES;
 }
 
-/*
- * A variable that does not stay is the firmware's own once the system runs. BootCurrent is there on every
- * machine that has started, and this one may just not have.
- */
+// Volatile variables belong to the firmware once the system runs. Every machine that has started has
+// BootCurrent; this one may not have started yet.
 bool is_read_only(const change &request, bool exists, const stored_variable &old)
 {
-    if (request.machine.kind != store_kind::folder)
+    if (request.services.kind != store_kind::folder)
         return false;
     if (exists)
         return (old.attributes & EFI_VARIABLE_NON_VOLATILE) == 0;
@@ -79,11 +80,12 @@ bool is_read_only(const change &request, bool exists, const stored_variable &old
            request.is_global;
 }
 
-/* What a system that runs cannot make. */
+// New variables that a running system cannot make.
 EFI_STATUS check_new(const change &request)
 {
-    // The kernel takes each byte of a new file's name for one unit of the variable's, and shows "/" as "!".
-    bool writable =
+    // The kernel takes each byte of a new file's name for one unit (fs/efivarfs/inode.c, efivarfs_create),
+    // and shows "/" as "!".
+    const bool writable =
         std::ranges::all_of(request.name, [](CHAR16 unit) { return unit < 0x80 && unit != u'/'; });
     if (!writable) {
         debug("refused the new variable '%s': the kernel would give it another name",
@@ -91,7 +93,7 @@ EFI_STATUS check_new(const change &request)
         return EFI_UNSUPPORTED;
     }
     constexpr UINT32 needed = EFI_VARIABLE_NON_VOLATILE | EFI_VARIABLE_RUNTIME_ACCESS;
-    if (request.machine.kind == store_kind::folder && (request.attributes & needed) != needed)
+    if (request.services.kind == store_kind::folder && (request.attributes & needed) != needed)
         return EFI_INVALID_PARAMETER;
     return EFI_SUCCESS;
 }
@@ -100,49 +102,51 @@ EFI_STATUS append(const change &request, bool exists, const stored_variable &old
 {
     if (request.data.empty())
         return exists ? EFI_SUCCESS : EFI_NOT_FOUND;
-    byte_view before = exists ? old.data() : byte_view();
-    EFI_STATUS status = check_space(request, before.size(), before.size() + request.data.size(), exists);
+    const byte_view before = exists ? old.data() : byte_view();
+    const EFI_STATUS status =
+        check_space(request, before.size(), before.size() + request.data.size(), exists);
     if (status != EFI_SUCCESS)
         return status;
-    if (request.machine.kind == store_kind::efivarfs) // the firmware appends
-        return write_variable(request.machine, request.folder.get(), request.file_name,
+    if (request.services.kind == store_kind::efivarfs) // the firmware appends
+        return write_variable(request.services, request.folder, request.file_name,
                               request.attributes | EFI_VARIABLE_APPEND_WRITE, {request.data});
-    return write_variable(request.machine, request.folder.get(), request.file_name, request.attributes,
+    return write_variable(request.services, request.folder, request.file_name, request.attributes,
                           {before, request.data});
 }
 
 EFI_STATUS write(const change &request, bool exists, const stored_variable &old)
 {
-    std::size_t before = exists ? old.data().size() : 0;
-    if (EFI_STATUS status = check_space(request, before, request.data.size(), exists); status != EFI_SUCCESS)
+    const std::size_t before = exists ? old.data().size() : 0;
+    if (const EFI_STATUS status = check_space(request, before, request.data.size(), exists);
+        status != EFI_SUCCESS)
         return status;
-    return write_variable(request.machine, request.folder.get(), request.file_name, request.attributes,
+    return write_variable(request.services, request.folder, request.file_name, request.attributes,
                           {request.data});
 }
 
 EFI_STATUS apply(change request)
 {
-    bool appending = (request.attributes & EFI_VARIABLE_APPEND_WRITE) != 0;
-    bool deleting = request.attributes == 0 || (request.data.empty() && !appending);
+    const bool appending = (request.attributes & EFI_VARIABLE_APPEND_WRITE) != 0;
+    const bool deleting = request.attributes == 0 || (request.data.empty() && !appending);
     request.attributes &= ~EFI_VARIABLE_APPEND_WRITE;
 
     stored_variable old;
-    int state = load_variable(request.machine, request.file_name, &old);
+    const int state = load_variable(request.services, request.file_name, &old);
     if (state != 0 && state != ENOENT && state != EBADMSG)
         return status_of(state);
-    bool exists = state == 0;
+    const bool exists = state == 0;
     if (exists && !deleting && old.attributes != request.attributes)
         return EFI_INVALID_PARAMETER;
     if (is_read_only(request, exists, old))
         return EFI_WRITE_PROTECTED;
-    if (deleting) // a damaged one too
-        return state == ENOENT ? EFI_NOT_FOUND
-                               : remove_variable(request.machine, request.folder.get(), request.file_name,
-                                                 old.attributes);
+    if (deleting) // damaged variables too
+        return state == ENOENT
+                   ? EFI_NOT_FOUND
+                   : remove_variable(request.services, request.folder, request.file_name, old.attributes);
     if (appending && state == EBADMSG)
         return EFI_DEVICE_ERROR;
     if (!exists && !(appending && request.data.empty())) {
-        if (EFI_STATUS status = check_new(request); status != EFI_SUCCESS)
+        if (const EFI_STATUS status = check_new(request); status != EFI_SUCCESS)
             return status;
     }
     return appending ? append(request, exists, old) : write(request, exists, old);
@@ -150,17 +154,17 @@ EFI_STATUS apply(change request)
 
 } // namespace
 
-EFI_STATUS get_variable(const firmware &machine, name_view name, const EFI_GUID &guid, UINT32 *attributes,
-                        UINTN *size, void *data)
+EFI_STATUS get_variable(const runtime_services &services, name_view name, const EFI_GUID &guid,
+                        UINT32 *attributes, UINTN *size, void *data)
 {
-    auto file_name = file_name_of(name, guid);
+    const auto file_name = file_name_of(name, guid);
     if (!file_name || size == nullptr)
         return EFI_INVALID_PARAMETER;
     stored_variable found;
-    if (EFI_STATUS status = read_variable(machine, *file_name, &found); status != EFI_SUCCESS)
+    if (const EFI_STATUS status = read_variable(services, *file_name, &found); status != EFI_SUCCESS)
         return status;
-    byte_view value = found.data();
-    bool fits = value.size() <= *size;
+    const byte_view value = found.data();
+    const bool fits = value.size() <= *size;
     if (fits && data == nullptr)
         return EFI_INVALID_PARAMETER;
     if (attributes != nullptr)
@@ -172,40 +176,37 @@ EFI_STATUS get_variable(const firmware &machine, name_view name, const EFI_GUID 
     return EFI_SUCCESS;
 }
 
-EFI_STATUS set_variable(const firmware &machine, name_view name, const EFI_GUID &guid, UINT32 attributes,
-                        UINTN size, const void *data)
+EFI_STATUS set_variable(const runtime_services &services, name_view name, const EFI_GUID &guid,
+                        UINT32 attributes, UINTN size, const void *data)
 {
     auto file_name = file_name_of(name, guid);
     if (!file_name || (data == nullptr && size != 0))
         return EFI_INVALID_PARAMETER;
     if (attributes != 0) {
-        if (EFI_STATUS status = check_attributes(machine.kind, attributes); status != EFI_SUCCESS)
+        if (const EFI_STATUS status = check_attributes(services.kind, attributes); status != EFI_SUCCESS)
             return status;
     }
     if (size > largest_variable_file - sizeof attributes)
         return EFI_INVALID_PARAMETER;
-    held_lock lock(machine.root);
-    if (lock.error() != 0)
-        return lock.status();
-    descriptor folder = open_for_reading(machine.variables.get());
-    if (!folder)
-        return status_of_folder(errno);
-    bool is_global = std::memcmp(&guid, &global_variable_guid, sizeof guid) == 0;
-    return apply({machine, folder, std::move(*file_name), name, is_global, attributes,
+    const locked_store store(services);
+    if (store.status() != EFI_SUCCESS)
+        return store.status();
+    const bool is_global = ovra::same_guid(guid, ovra::global_variable_guid);
+    return apply({services, store.folder(), std::move(*file_name), name, is_global, attributes,
                   byte_view(static_cast<const std::byte *>(data), static_cast<std::size_t>(size))});
 }
 
-EFI_STATUS query_variable_info(const firmware &machine, UINT32 attributes, variable_space *space)
+EFI_STATUS query_variable_info(const runtime_services &services, UINT32 attributes, variable_space *space)
 {
-    if (EFI_STATUS status = check_attributes(machine.kind, attributes); status != EFI_SUCCESS)
+    if (const EFI_STATUS status = check_attributes(services.kind, attributes); status != EFI_SUCCESS)
         return status;
-    if (machine.kind == store_kind::efivarfs)
-        return efivarfs_space(machine.variables.get(), space);
+    if (services.kind == store_kind::efivarfs)
+        return efivarfs_space(services.variables.get(), space);
     capacity limits;
-    if (EFI_STATUS status = capacity_of(machine, &limits); status != EFI_SUCCESS)
+    if (const EFI_STATUS status = capacity_of(services, &limits); status != EFI_SUCCESS)
         return status;
     UINT64 used = 0;
-    if (EFI_STATUS status = space_used(machine, stopped_writers::leave, &used); status != EFI_SUCCESS)
+    if (const EFI_STATUS status = space_used(services, stopped_writers::leave, &used); status != EFI_SUCCESS)
         return status;
     *space = {limits.store, used < limits.store ? limits.store - used : 0, limits.variable};
     return EFI_SUCCESS;

@@ -10,29 +10,27 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/machine/drives.h"
 #include "platform/machine/failure.h"
+#include "platform/machine/picture.h"
 #include "platform/machine/shared.h"
+#include "src/base/device_name.h"
 
-using machine::drive_set;
+using machine::outcome_of;
 using machine::partition;
 using machine::read_failure;
 using machine::table_kind;
 
 namespace {
 
-constexpr std::string_view block_names = "/dev/dsk/";
-constexpr std::string_view raw_names = "/dev/rdsk/";
-
-// What a descriptor stands for. It keeps the snapshot in which it was found.
+// What a descriptor stands for. It keeps the picture that it comes from.
 struct object {
     vs_kind_t kind = VS_DRIVE;
-    std::shared_ptr<drive_set> drives;
-    std::size_t disk = 0;
+    std::shared_ptr<machine::picture> seen;
+    std::size_t place = 0;
     const partition *part = nullptr; // of a partition or a slice
 
-    [[nodiscard]] const machine::disk &drive() const { return drives->tree().disks[disk]; }
-    [[nodiscard]] const machine::medium &medium() const { return drives->medium_of(disk); }
+    [[nodiscard]] const machine::disk &disk() const { return seen->tree().disks[place]; }
+    [[nodiscard]] const machine::medium &medium() const { return seen->medium_of(place); }
 };
 
 using objects = std::vector<std::unique_ptr<object>>;
@@ -44,22 +42,13 @@ using list_owner = std::unique_ptr<kvlist_t, list_freeing>;
 
 object *to_object(vs_descriptor_t descriptor)
 {
-    // A descriptor is a number to its users.
+    // The interface makes a descriptor a number.
     return reinterpret_cast<object *>(descriptor); // NOLINT(performance-no-int-to-ptr)
 }
 
 vs_descriptor_t to_descriptor(std::unique_ptr<object> found)
 {
     return reinterpret_cast<vs_descriptor_t>(found.release());
-}
-
-// What a call gives, or nothing; an outcome is always written.
-template <typename result, typename body>
-result guarded(int *err, body call)
-{
-    result given = {};
-    *err = machine::outcome_of([&] { given = call(); });
-    return given;
 }
 
 // An array ended by 0.
@@ -78,7 +67,7 @@ void add(objects *found, object added)
     found->push_back(std::make_unique<object>(std::move(added)));
 }
 
-// The table of a medium whose entries are of a kind; none for a drive or a medium.
+// The kind of table that has entries of this kind; none for a drive or a medium.
 table_kind table_of(vs_kind_t kind)
 {
     if (kind == VS_PARTITION)
@@ -86,27 +75,28 @@ table_kind table_of(vs_kind_t kind)
     return kind == VS_SLICE ? table_kind::gpt : table_kind::none;
 }
 
-// Adds what a disk has of a kind: itself, its medium if it has one, or the entries of its table.
-void add_of_disk(const std::shared_ptr<drive_set> &drives, std::size_t disk, vs_kind_t kind, objects *found)
+// Adds what a disk has of a kind: itself, its medium, or the entries of its table.
+void add_of_disk(const std::shared_ptr<machine::picture> &seen, std::size_t disk, vs_kind_t kind,
+                 objects *found)
 {
     if (kind == VS_DRIVE) {
-        add(found, {kind, drives, disk});
+        add(found, {kind, seen, disk});
         return;
     }
-    const machine::medium &medium = drives->medium_of(disk);
+    const machine::medium &medium = seen->medium_of(disk);
     if (medium.table == table_kind::none)
         return;
     if (kind == VS_MEDIA) {
-        add(found, {kind, drives, disk});
+        add(found, {kind, seen, disk});
         return;
     }
     if (medium.table != table_of(kind))
         return;
     for (const partition &part : medium.partitions)
-        add(found, {kind, drives, disk, &part});
+        add(found, {kind, seen, disk, &part});
 }
 
-// Whoever asks for all media does not get those of unreadable disks; whoever asks for one hears why.
+// A list of all media lacks those of unreadable disks; a call for one of them fails with the reason.
 const machine::medium &readable_medium(const object &of)
 {
     const machine::medium &medium = of.medium();
@@ -121,7 +111,7 @@ void check_kind(vs_kind_t kind)
         throw read_failure{EINVAL};
 }
 
-// Media belong to everything else, and what is on a medium belongs to it.
+// A medium is associated with everything else, partitions and slices with a medium.
 bool is_associated(vs_kind_t with, vs_kind_t kind)
 {
     return with == VS_MEDIA ? kind == VS_PARTITION || kind == VS_SLICE : kind == VS_MEDIA;
@@ -129,7 +119,7 @@ bool is_associated(vs_kind_t with, vs_kind_t kind)
 
 vs_descriptor_t find_by_name(vs_kind_t kind, std::string_view name)
 {
-    const std::string_view prefix = kind == VS_PARTITION ? raw_names : block_names;
+    const std::string_view prefix = kind == VS_PARTITION ? ovra::partition_folder : ovra::slice_folder;
     if (name.starts_with(prefix))
         name.remove_prefix(prefix.size());
     const bool whole = kind == VS_DRIVE || kind == VS_MEDIA;
@@ -137,11 +127,11 @@ vs_descriptor_t find_by_name(vs_kind_t kind, std::string_view name)
                               : machine::parse_volume_name(name).value_or(machine::volume_name{});
     if (!whole && volume.table != table_of(kind))
         throw read_failure{ENOENT};
-    auto drives = drive_set::read();
-    const std::size_t disk = drives->find_drive(volume.drive);
-    if (disk == drives->tree().disks.size())
+    auto seen = machine::picture::read();
+    const std::size_t disk = seen->find_disk(volume.disk);
+    if (disk == seen->tree().disks.size())
         throw read_failure{ENOENT};
-    object found = {kind, std::move(drives), disk};
+    object found = {kind, std::move(seen), disk};
     if (kind != VS_DRIVE) {
         const machine::medium &medium = readable_medium(found);
         if (!whole)
@@ -166,11 +156,11 @@ void add_text(kvlist_t *list, const char *name, const std::string &text)
 
 void add_drive_attributes(const object &of, kvlist_t *list)
 {
-    const machine::disk &drive = of.drive();
-    check(kvlist_add_uint32(list, "blocksize", drive.block_size));
-    check(kvlist_add_uint64(list, "nblocks", drive.blocks));
-    add_text(list, "kernel-name", drive.kernel_name);
-    add_text(list, "devfs-path", of.drives->tree().path_of(drive.node));
+    const machine::disk &disk = of.disk();
+    check(kvlist_add_uint32(list, "blocksize", disk.block_size));
+    check(kvlist_add_uint64(list, "nblocks", disk.blocks));
+    add_text(list, "kernel-name", disk.kernel_name);
+    add_text(list, "devfs-path", of.seen->tree().path_of(disk.node));
 }
 
 void add_attributes(const object &of, kvlist_t *list)
@@ -180,8 +170,8 @@ void add_attributes(const object &of, kvlist_t *list)
         add_drive_attributes(of, list);
         break;
     case VS_MEDIA:
-        check(kvlist_add_uint32(list, "blocksize", of.drive().block_size));
-        check(kvlist_add_uint64(list, "nblocks", of.drive().blocks));
+        check(kvlist_add_uint32(list, "blocksize", of.disk().block_size));
+        check(kvlist_add_uint64(list, "nblocks", of.disk().blocks));
         if (of.medium().table == table_kind::mbr)
             check(kvlist_add_uint32(list, "volserno", of.medium().signature));
         break;
@@ -200,13 +190,13 @@ void add_attributes(const object &of, kvlist_t *list)
 
 std::string name_of(const object &of)
 {
-    std::string drive = of.drive().name();
+    std::string disk = of.disk().name();
     if (of.part == nullptr)
-        return drive;
+        return disk;
     const std::string number = std::to_string(machine::volume_number(table_of(of.kind), *of.part));
     if (of.kind == VS_SLICE)
-        return std::string(block_names) + drive + "s" + number;
-    return std::string(raw_names) + drive + "p" + number;
+        return std::string(ovra::slice_folder) + disk + "s" + number;
+    return std::string(ovra::partition_folder) + disk + "p" + number;
 }
 
 } // namespace
@@ -215,67 +205,75 @@ std::string name_of(const object &of)
 
 vs_descriptor_t *vs_get_descriptors(vs_kind_t kind, const int *, int *err)
 {
-    return guarded<vs_descriptor_t *>(err, [=] {
+    vs_descriptor_t *all = nullptr;
+    *err = outcome_of([&] {
         check_kind(kind);
-        const auto drives = drive_set::read();
+        const auto seen = machine::picture::read();
         objects found;
-        for (std::size_t disk = 0; disk < drives->tree().disks.size(); ++disk) {
-            add_of_disk(drives, disk, kind, &found);
-            // Who keeps a picture asks for the media next, and passes over a drive without one: a shortage,
-            // which is no drive's own, shows here.
+        for (std::size_t disk = 0; disk < seen->tree().disks.size(); ++disk) {
+            add_of_disk(seen, disk, kind, &found);
+            // A caller that keeps a picture reads the media next and skips drives without one. A shortage,
+            // which is not the drive's fault, must fail here.
             if (machine::is_picture_kept())
-                drives->medium_of(disk);
+                seen->medium_of(disk);
         }
-        return to_array(std::move(found));
+        all = to_array(std::move(found));
     });
+    return all;
 }
 
 vs_descriptor_t vs_get_descriptor_by_name(vs_kind_t kind, const char *name, int *err)
 {
-    return guarded<vs_descriptor_t>(err, [=] {
+    vs_descriptor_t found = 0;
+    *err = outcome_of([&] {
         check_kind(kind);
-        return find_by_name(kind, name);
+        found = find_by_name(kind, name);
     });
+    return found;
 }
 
 vs_descriptor_t *vs_get_associated_descriptors(vs_descriptor_t desc, vs_kind_t kind, int *err)
 {
-    return guarded<vs_descriptor_t *>(err, [=] {
+    vs_descriptor_t *associated = nullptr;
+    *err = outcome_of([&] {
         const object &of = *to_object(desc);
         if (!is_associated(of.kind, kind))
             throw read_failure{EINVAL};
         readable_medium(of);
         objects found;
-        add_of_disk(of.drives, of.disk, kind, &found);
-        return to_array(std::move(found));
+        add_of_disk(of.seen, of.place, kind, &found);
+        associated = to_array(std::move(found));
     });
+    return associated;
 }
 
 kvlist_t *vs_get_attributes(vs_descriptor_t desc, int *err)
 {
-    return guarded<kvlist_t *>(err, [=] {
-        list_owner list(kvlist_alloc());
+    list_owner list;
+    *err = outcome_of([&] {
+        list.reset(kvlist_alloc());
         if (!list)
             throw std::bad_alloc();
         add_attributes(*to_object(desc), list.get());
-        return list.release();
     });
+    return *err == 0 ? list.release() : nullptr;
 }
 
 char *vs_get_name(vs_descriptor_t desc, int *err)
 {
-    return guarded<char *>(err, [=] {
-        char *name = strdup(name_of(*to_object(desc)).c_str());
+    char *name = nullptr;
+    *err = outcome_of([&] {
+        name = strdup(name_of(*to_object(desc)).c_str());
         if (name == nullptr)
             throw std::bad_alloc();
-        return name;
     });
+    return name;
 }
 
-// With the last of a snapshot's descriptors a folder is closed, where a thread may be cancelled.
+// The last descriptor of a picture closes its folder, where a thread could be cancelled.
 void vs_free_descriptor(vs_descriptor_t desc)
 {
-    const machine::cancellation_off undisturbed;
+    const ovra::uncancelled undisturbed;
     delete to_object(desc);
 }
 
@@ -283,7 +281,7 @@ void vs_free_descriptors(vs_descriptor_t *descs)
 {
     if (descs == nullptr)
         return;
-    const machine::cancellation_off undisturbed;
+    const ovra::uncancelled undisturbed;
     for (vs_descriptor_t *desc = descs; *desc != 0; ++desc)
         delete to_object(*desc);
     free(descs);

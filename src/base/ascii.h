@@ -6,6 +6,8 @@
 #ifndef SRC_BASE_ASCII_H
 #define SRC_BASE_ASCII_H
 
+#include <string_view>
+
 namespace ovra {
 
 constexpr char ascii_lower(char c)
@@ -36,10 +38,15 @@ constexpr const char *behind_prefix(const char *text, const char *prefix)
 }
 
 /* Whether two texts are alike but for the case of A to Z. */
-constexpr bool alike(const char *a, const char *b)
+constexpr bool alike(std::string_view a, std::string_view b)
 {
-    const char *rest = behind_prefix(a, b);
-    return rest && !*rest;
+    if (a.size() != b.size())
+        return false;
+    for (size_t at = 0; at < a.size(); ++at) {
+        if (ascii_lower(a[at]) != ascii_lower(b[at]))
+            return false;
+    }
+    return true;
 }
 
 } // namespace ovra

@@ -1,11 +1,14 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * The kinds of nodes for C++: what <ovra/uefi.h> states beside each record, asked for by the record's type.
+ * Nodes of device paths: their kinds, which <ovra/uefi.h> states beside each record, by the record's type;
+ * and packed nodes, read so that what is left is compared with what is claimed, and nothing beyond is read.
  */
 #ifndef SRC_BASE_NODES_H
 #define SRC_BASE_NODES_H
 
 #include <ovra/uefi.h>
+
+#include "src/base/bytes.h"
 
 namespace ovra {
 
@@ -61,6 +64,103 @@ OVRA_KIND_OF(uefi_offset_path_t);
 OVRA_KIND_OF(uefi_bbs_path_t);
 
 #undef OVRA_KIND_OF
+
+/* Whether nodes of this type have a meaning: those of chapter 10, and END. */
+constexpr bool is_node_type(uint64_t type)
+{
+    return type <= UEFI_BIOS || type == UEFI_END;
+}
+
+/* A record with the header of its kind and zeros. */
+template <typename record>
+constexpr record new_record()
+{
+    constexpr node_kind kind = kind_of<record>;
+    static_assert(kind.type != 0, "the record states no kind");
+    static_assert(kind.size == sizeof(record), "the record ends in bytes of any length");
+    record node = {};
+    node.type = kind.type;
+    node.subtype = kind.subtype;
+    node.len = kind.size;
+    return node;
+}
+
+/* The END node after the last instance of a path. */
+inline constexpr uefi_device_path_t end_entire = {UEFI_END, UEFI_END_ENTIRE, sizeof(uefi_device_path_t)};
+
+/* Walks packed nodes. What stopped it can be asked when next() gives null. */
+struct cursor {
+    byte_view rest;
+
+    bool at_end() const { return rest.empty(); }
+
+    /* The header of the node that begins here is cut off. */
+    bool header_cut_off() const { return rest.size() < sizeof(uefi_device_path_t); }
+
+    /* The node that begins here is cut off: its header, or the length it claims, goes beyond the end. */
+    bool cut_off() const { return header_cut_off() || peek()->len > rest.size(); }
+
+    /* The node that begins here; only where its header is not cut off. */
+    const uefi_device_path_t *peek() const
+    {
+        return reinterpret_cast<const uefi_device_path_t *>(rest.data());
+    }
+
+    /* The node that begins here, and on to the next; null at the end, or for a node cut off or too short. */
+    const uefi_device_path_t *next()
+    {
+        if (cut_off() || peek()->len < sizeof(uefi_device_path_t))
+            return nullptr;
+        const uefi_device_path_t *node = peek();
+        rest = rest.subspan(node->len);
+        return node;
+    }
+};
+
+/* All bytes of a node that a cursor gave, or that is known to be as long as it says. */
+inline byte_view node_bytes(const uefi_device_path_t *node)
+{
+    return {reinterpret_cast<const uint8_t *>(node), node->len};
+}
+
+/* Whether a node says that it is of a record's kind; it may be shorter than the record. */
+template <typename record>
+constexpr bool is_kind(const uefi_device_path_t *node)
+{
+    constexpr node_kind kind = kind_of<record>;
+    static_assert(kind.type != 0, "the record states no kind");
+    return node->type == kind.type && node->subtype == kind.subtype;
+}
+
+/* The node as a record of its kind, or null when it is of another kind or shorter than the record. */
+template <typename record>
+const record *as(const uefi_device_path_t *node)
+{
+    if (!is_kind<record>(node) || node->len < kind_of<record>.size)
+        return nullptr;
+    return reinterpret_cast<const record *>(node);
+}
+
+/* The same for the first of packed nodes; null also when there is none. */
+template <typename record>
+const record *as(byte_view packed)
+{
+    const uefi_device_path_t *node = cursor{packed}.next();
+    return node ? as<record>(node) : nullptr;
+}
+
+/* The bytes after the fixed part of a record, to the end of its node. */
+template <typename record>
+byte_view tail(const record &node)
+{
+    constexpr size_t size = kind_of<record>.size;
+    return {reinterpret_cast<const uint8_t *>(&node) + size, node.len - size};
+}
+
+inline bool is_end_entire(const uefi_device_path_t *node)
+{
+    return node->type == UEFI_END && node->subtype == UEFI_END_ENTIRE;
+}
 
 } // namespace ovra
 

@@ -13,14 +13,14 @@
 
 namespace ovra {
 
-/* The digits of a number, behind white space, a sign and what says the base. */
+/* The digits of a number, after white space, a sign and the prefix of its base. */
 struct number_text {
     uint64_t magnitude = 0;    /* UINT64_MAX when it is larger */
     bool negative = false;     /* there was a minus */
     bool any = false;          /* there was a digit; else the rest says nothing */
     bool too_large = false;    /* it does not fit into 64 bits */
-    bool bare_prefix = false;  /* "0x" without a digit behind: the number is the 0, and `end` is the x */
-    const char *end = nullptr; /* behind the last digit */
+    bool bare_prefix = false;  /* "0x" without a digit after it: the number is the 0, and `end` is the x */
+    const char *end = nullptr; /* after the last digit */
 };
 
 /* The value of a digit; 36 for any other character. */
@@ -32,7 +32,15 @@ constexpr unsigned digit_value(char c)
     return lower >= 'a' && lower <= 'z' ? static_cast<unsigned>(lower - 'a') + 10 : 36;
 }
 
-/* `base` is 2 to 36, or 0: 16 behind "0x", 8 behind another 0, else 10. Base 16 takes "0x" too. */
+enum class letters : uint8_t { lower, upper };
+
+/* The hexadecimal digit of a value below 16. */
+constexpr char hex_digit(unsigned value, letters of)
+{
+    return (of == letters::lower ? "0123456789abcdef" : "0123456789ABCDEF")[value & 15];
+}
+
+/* `base` is 2 to 36, or 0: 16 after "0x", 8 after another 0, else 10. Base 16 takes "0x" too. */
 constexpr number_text read_digits(const char *text, unsigned base)
 {
     number_text number;
@@ -64,7 +72,7 @@ constexpr number_text read_digits(const char *text, unsigned base)
 }
 
 /*
- * strtoull. The result is the number, two's complement behind a minus; UINT64_MAX with *error ERANGE when it
+ * strtoull. The result is the number, two's complement after a minus; UINT64_MAX with *error ERANGE when it
  * does not fit; 0 with EINVAL for a base that there is not, and without a digit, which is no error. *end (may
  * be null) is what follows the number, the whole text when there is none.
  */
@@ -101,7 +109,7 @@ constexpr int64_t read_decimal(const char *text)
 
 /*
  * What sscanf reads for %u (base 10) and %x (16), before it is cut to the width of its target. False without
- * a number, with *value and *text as they were; else *text is behind it.
+ * a number, with *value and *text as they were; else *text follows it.
  */
 constexpr bool scan_number(const char **text, unsigned base, uint64_t *value)
 {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <cstdlib>
 
-#include "src/print/paths.h"
+#include "src/print/decode.h"
 #include "src/rt/diag.h"
 #include "src/rt/rt.h"
 
@@ -81,7 +81,8 @@ int set_text(ovra_hdl_t hdl, char *bootname, text_field which, char *text)
         return fail("unable to ovra_epath_decode: %s\n", bootname);
     instances[0]->*which = text;
 
-    // The encoder accepts some texts without producing a path; the one that was read is then written back.
+    // Kept: the encoder accepts some texts without producing a path; the one that was read is then written
+    // back. [kept_name_of_the_tree_leaves_the_path_that_was_read]
     uint8_t *const stored = option.path;
     if (ovra_epath_encode(hdl, instances, 0, &option.path, &option.path_len) != 0)
         return fail("unable to ovra_epath_encode: %s\n", bootname);

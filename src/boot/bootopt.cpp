@@ -2,8 +2,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "src/base/load_option.h"
 #include "src/boot/boot.h"
-#include "src/boot/loadoption.h"
 #include "src/rt/diag.h"
 
 using ovra::fail;
@@ -13,10 +13,7 @@ using ovra::tracked;
 
 int validate_bootopt(const char *name)
 {
-    auto is_digit = [](char c) { return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F'); };
-    if (strlen(name) != 8 || memcmp(name, "Boot", 4) != 0 || !std::all_of(name + 4, name + 8, is_digit))
-        return -1;
-    return 0;
+    return ovra::option_number(name) ? 0 : -1;
 }
 
 int ovra_bootopt_set(ovra_hdl_t hdl, char *name, ovra_epath_t path, int path_len, char *desc, uint32_t attr,
@@ -28,31 +25,23 @@ int ovra_bootopt_set(ovra_hdl_t hdl, char *name, ovra_epath_t path, int path_len
     if (!description)
         return fail("unable to convert description string to UCS-2\n");
 
-    const ovra::load_option_header header = {attr, static_cast<uint16_t>(path_len)};
     const size_t description_size = unicode_strlen(description.get());
-    const size_t used = sizeof header + description_size + header.path_length;
+    const ovra::load_option_parts parts = {
+        attr,
+        {reinterpret_cast<const uint8_t *>(description.get()), description_size},
+        {path, static_cast<uint16_t>(path_len)},
+        {static_cast<const uint8_t *>(optdata), optdata_len}};
 
     // Kept: the size counts path_len uncut, in 32 bits. Lengths that do not come to a size with room for
-    // what is written are refused as memory that cannot be had.
+    // what is written are refused as memory that cannot be had. [kept_size_counts_a_path_above_65535_uncut]
     const auto total = static_cast<int32_t>(static_cast<uint32_t>(
-        sizeof header + description_size + optdata_len + static_cast<size_t>(path_len)));
+        sizeof(ovra::load_option_header) + description_size + optdata_len + static_cast<size_t>(path_len)));
     if (total < 0 || optdata_len > static_cast<size_t>(total) ||
-        used > static_cast<size_t>(total) - optdata_len)
+        ovra::stored_size(parts) > static_cast<size_t>(total))
         return -1;
     const owned<uint8_t> variable(static_cast<uint8_t *>(calloc(1, static_cast<size_t>(total))));
-    if (!variable)
+    if (!variable || !ovra::write_load_option(parts, {variable.get(), static_cast<size_t>(total)}))
         return -1;
-
-    uint8_t *to = variable.get();
-    auto append = [&to](const void *bytes, size_t size) {
-        if (size != 0)
-            memcpy(to, bytes, size);
-        to += size;
-    };
-    append(&header, sizeof header);
-    append(description.get(), description_size);
-    append(path, header.path_length);
-    append(optdata, optdata_len);
 
     if (set_variable(hdl, name, static_cast<UINTN>(total), variable.get()) != EFI_SUCCESS)
         return fail("failed to create load option %s\n", name);
@@ -62,51 +51,37 @@ int ovra_bootopt_set(ovra_hdl_t hdl, char *name, ovra_epath_t path, int path_len
 
 namespace {
 
-// A load option variable, and where its parts are. Only what lies inside the variable counts as a part.
-struct stored_option {
-    owned<uint8_t> bytes;
+// A load option variable as it was read.
+struct stored_bytes {
+    owned<uint8_t> block;
     size_t size = 0;
 
-    const ovra::load_option_header &header() const
-    {
-        return *reinterpret_cast<const ovra::load_option_header *>(bytes.get());
-    }
-    const uint8_t *description() const { return bytes.get() + sizeof(ovra::load_option_header); }
-
-    // Size of the description with its terminator; 0 when the variable ends before one.
-    size_t description_size() const
-    {
-        for (size_t end = sizeof(ovra::load_option_header) + 2; end <= size; end += 2) {
-            if (bytes.get()[end - 2] == 0 && bytes.get()[end - 1] == 0)
-                return end - sizeof(ovra::load_option_header);
-        }
-        return 0;
-    }
+    ovra::byte_view view() const { return {block.get(), size}; }
 };
 
 constexpr size_t description_limit = 256; // bytes, of the variable's text and of the one handed out
 
-int read_option(ovra_hdl_t hdl, const char *name, stored_option *option)
+int read_option(ovra_hdl_t hdl, const char *name, stored_bytes *option)
 {
     UINTN size = 0;
     if (get_variable(hdl, name, &size, nullptr) != EFI_BUFFER_TOO_SMALL || size == 0)
         return fail("unable to read variable %s\n", name);
-    option->bytes.reset(static_cast<uint8_t *>(malloc(size)));
-    if (!option->bytes)
+    option->block.reset(static_cast<uint8_t *>(malloc(size)));
+    if (!option->block)
         return fail("unable to allocate buffer for load option %s\n", name);
     const UINTN allocated = size;
-    const EFI_STATUS status = get_variable(hdl, name, &size, option->bytes.get());
+    const EFI_STATUS status = get_variable(hdl, name, &size, option->block.get());
     if (status != EFI_SUCCESS)
         return fail("unable to read load option for %s: %lx\n", name, status);
     option->size = std::min(size, allocated);
     return 0;
 }
 
-tracked<char> hand_out_description(ovra_hdl_t hdl, const uint8_t *description, size_t size)
+tracked<char> hand_out_description(ovra_hdl_t hdl, ovra::byte_view description)
 {
     char text[description_limit + 1];
     const size_t length =
-        convert_utf16_to_utf8(description, size / sizeof(uint16_t), text, description_limit);
+        convert_utf16_to_utf8(description.data(), ovra::unit_count(description), text, description_limit);
     text[length] = '\0';
     auto copy = ovra::tracked_malloc<char>(hdl, length + 1, "desc_temp");
     if (copy)
@@ -114,13 +89,47 @@ tracked<char> hand_out_description(ovra_hdl_t hdl, const uint8_t *description, s
     return copy;
 }
 
-tracked<uint8_t> hand_out_bytes(ovra_hdl_t hdl, const uint8_t *bytes, size_t size, const char *what)
+tracked<uint8_t> hand_out_bytes(ovra_hdl_t hdl, ovra::byte_view bytes, const char *what)
 {
-    auto copy = ovra::tracked_malloc<uint8_t>(hdl, size, what);
-    if (copy && size != 0)
-        memcpy(copy.get(), bytes, size);
+    auto copy = ovra::tracked_malloc<uint8_t>(hdl, bytes.size(), what);
+    if (copy && !bytes.empty())
+        memcpy(copy.get(), bytes.data(), bytes.size());
     return copy;
 }
+
+struct option_copies {
+    explicit option_copies(ovra_hdl_t handle)
+        : hdl(handle), desc(nullptr, {handle}), optdata(nullptr, {handle}), path(nullptr, {handle})
+    {}
+
+    // -1 without memory; there is no copy then.
+    int make(const ovra::stored_load_option &option, ovra::byte_view optional_data, bool with_desc,
+             bool with_optdata, bool with_path)
+    {
+        if (with_desc && !(desc = hand_out_description(hdl, option.description)))
+            return drop();
+        if (with_optdata && !optional_data.empty() &&
+            !(optdata = hand_out_bytes(hdl, optional_data, "optdata")))
+            return drop();
+        if (with_path && !(path = hand_out_bytes(hdl, option.path, "encoded path")))
+            return drop();
+        return 0;
+    }
+
+    ovra_hdl_t hdl;
+    tracked<char> desc;
+    tracked<uint8_t> optdata;
+    tracked<uint8_t> path;
+
+private:
+    int drop()
+    {
+        desc.reset();
+        optdata.reset();
+        path.reset();
+        return -1;
+    }
+};
 
 } // namespace
 
@@ -129,65 +138,59 @@ int ovra_bootopt_get(ovra_hdl_t hdl, char *name, ovra_epath_t *path, int *path_l
 {
     if (validate_bootopt(name) != 0)
         return fail("incorrect bootopt name: %s\n", name);
-    stored_option option;
-    if (read_option(hdl, name, &option) != 0)
+    stored_bytes variable;
+    if (read_option(hdl, name, &variable) != 0)
         return -1;
 
     const auto too_short = [name] {
         return fail("unable to read load option for %s: %lx\n", name, EFI_SUCCESS);
     };
-    if (option.size < sizeof(ovra::load_option_header))
+    const auto option = ovra::split_load_option(variable.view());
+    if (!option)
         return too_short();
-    const ovra::load_option_header header = option.header();
     if (attr)
-        *attr = header.attributes;
+        *attr = option->attributes;
     if (path_len)
-        *path_len = header.path_length;
+        *path_len = option->path_length;
 
-    const size_t description_size = option.description_size();
-    if (description_size == 0)
+    if (!option->has_description())
         return too_short();
-    if (description_size > description_limit)
-        return fail("invalid description length %lu\n", description_size);
-    const size_t path_offset = sizeof header + description_size;
-    const size_t path_end = path_offset + header.path_length;
-    if (path_end > option.size)
+    if (option->description.size() > description_limit)
+        return fail("invalid description length %lu\n", option->description.size());
+    if (!option->is_whole())
         return too_short();
 
     // Kept: the offset has 16 bits, as the length fields of load options have.
-    const size_t optdata_offset = static_cast<uint16_t>(path_end);
-    const size_t optdata_size = option.size - optdata_offset;
+    // [kept_offset_of_optional_data_has_16_bits]
+    const ovra::byte_view optional_data =
+        variable.view().subspan(static_cast<uint16_t>(variable.size - option->optional_data.size()));
 
-    tracked<char> desc_copy(nullptr, {hdl});
-    tracked<uint8_t> optdata_copy(nullptr, {hdl});
-    tracked<uint8_t> path_copy(nullptr, {hdl});
     const bool wants_optdata = optdata && optdata_len;
-    const auto hand_out = [&] {
-        if (desc && !(desc_copy = hand_out_description(hdl, option.description(), description_size)))
-            return -1;
-        if (wants_optdata && optdata_size != 0 &&
-            !(optdata_copy =
-                  hand_out_bytes(hdl, option.bytes.get() + optdata_offset, optdata_size, "optdata")))
-            return -1;
-        if (path && !(path_copy = hand_out_bytes(hdl, option.bytes.get() + path_offset, header.path_length,
-                                                 "encoded path")))
-            return -1;
-        return 0;
-    };
-    const int result = hand_out();
-    if (result != 0) {
-        desc_copy.reset();
-        optdata_copy.reset();
-        path_copy.reset();
-    }
+    option_copies copies(hdl);
+    const int result = copies.make(*option, optional_data, desc, wants_optdata, path);
     if (desc)
-        *desc = desc_copy.release();
+        *desc = copies.desc.release();
     if (wants_optdata) {
-        *optdata = optdata_copy.release();
+        *optdata = copies.optdata.release();
         if (result == 0)
-            *optdata_len = optdata_size;
+            *optdata_len = optional_data.size();
     }
     if (path)
-        *path = path_copy.release();
+        *path = copies.path.release();
     return result;
+}
+
+int ovra::read_option_nodes(ovra_hdl_t hdl, char *option, const char *unreadable, node_list *nodes)
+{
+    ovra_epath_t path = nullptr;
+    int path_len = 0;
+    const int result = ovra_bootopt_get(hdl, option, &path, &path_len, nullptr, nullptr, nullptr, nullptr);
+    if (result != 0)
+        return fail(unreadable, result); // NOLINT: a literal of the caller's
+    const tracked<uint8_t> packed(path, {hdl});
+    uefi_device_path_t **unpacked = nullptr;
+    if (device_path_unpack(path, path_len, &unpacked) != 0)
+        return -1;
+    nodes->reset(unpacked);
+    return 0;
 }

@@ -18,10 +18,10 @@ int ovra_bootopt_unused(ovra_hdl_t hdl, char **bootname)
         status = get_variable(hdl, name, &size, nullptr);
         if (status != EFI_NOT_FOUND)
             continue;
-        char *copy = ovra::hand_out_name(hdl, name);
+        auto copy = ovra::copy_string(hdl, name);
         if (!copy)
             return -1;
-        *bootname = copy;
+        *bootname = copy.release();
         return 0;
     }
     return fail("no unused Boot#### variables. ret = %lx\n", status);
@@ -36,7 +36,7 @@ struct variable_id {
     EFI_GUID vendor;
     CHAR16 name[name_units];
 
-    // Zeroes what stands behind the terminator, which is not part of the name.
+    // Zeroes what follows the terminator, which is not part of the name.
     void trim()
     {
         CHAR16 *terminator = std::find(name, name + name_units, 0);
@@ -107,7 +107,7 @@ int enumerate(ovra_hdl_t hdl, str_array_builder *list)
                 return -1;
         } else {
             // Kept: any other error is stepped over, and the name counts once more. A second one in a row is
-            // the end.
+            // the end. [kept_error_is_stepped_over_and_the_name_counts_once_more]
             if (stuck)
                 return -1;
             stuck = true;

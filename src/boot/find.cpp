@@ -10,7 +10,6 @@
 using ovra::fail;
 using ovra::owned;
 using ovra::say;
-using ovra::tracked;
 using ovra::tracked_names;
 
 namespace {
@@ -18,22 +17,12 @@ namespace {
 // Whether an option's path names the disk of this node first. An option that cannot be read does not.
 bool boots_from(ovra_hdl_t hdl, char *option, const uefi_device_path_t *drive)
 {
-    ovra_epath_t path = nullptr;
-    int path_len = 0;
-    const int result = ovra_bootopt_get(hdl, option, &path, &path_len, nullptr, nullptr, nullptr, nullptr);
-    if (result != 0) {
-        // Kept: the number is that result, always -1, and says nothing about which option.
-        say("unable to get load option for: %d\n", result);
+    // Kept: the number is the result of reading, always -1, and says nothing about which option.
+    // [kept_the_message_about_an_unreadable_option_has_a_number]
+    ovra::node_list nodes;
+    if (ovra::read_option_nodes(hdl, option, "unable to get load option for: %d\n", &nodes) != 0)
         return false;
-    }
-    tracked<uint8_t> packed(path, {hdl});
-    uefi_device_path_t **nodes = nullptr;
-    if (device_path_unpack(path, path_len, &nodes) != 0)
-        return false;
-    const ovra::node_list list(nodes);
-    packed.reset();
-
-    const uefi_device_path_t *stored = ovra::first_hard_drive(nodes);
+    const uefi_device_path_t *stored = ovra::first_hard_drive(nodes.get());
     if (!stored) {
         say("unable to find media path for %s\n", option);
         return false;

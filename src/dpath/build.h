@@ -26,7 +26,7 @@ inline owned<uefi_device_path_t> new_raw_node(uint8_t type, uint8_t subtype, siz
     return new_block(type, subtype, length, static_cast<uint16_t>(length));
 }
 
-/* The same for a record that states its kind, with `tail` bytes behind its fixed part. */
+/* The same for a record that states its kind, with `tail` bytes after its fixed part. */
 template <typename record>
 owned<record> new_node(size_t tail = 0)
 {

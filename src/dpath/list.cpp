@@ -1,42 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include <cstdlib>
-
-#include "src/dpath/dpath.h"
 #include "src/dpath/list.h"
 
-static uefi_device_path_t **resize(uefi_device_path_t **list, size_t pointers)
-{
-    return static_cast<uefi_device_path_t **>(realloc(list, pointers * sizeof(uefi_device_path_t *)));
-}
+#include <cstdlib>
 
 int add_dpath_list(uefi_device_path_t ***list, uefi_device_path_t *node)
 {
-    size_t count = 0;
-    while (*list && (*list)[count])
-        ++count;
-    auto **grown = resize(*list, count + 2);
-    if (!grown)
-        return -1;
-    grown[count] = node;
-    grown[count + 1] = nullptr;
-    *list = grown;
-    return 0;
-}
-
-int ovra::node_list_builder::append(owned<uefi_device_path_t> node)
-{
-    if (count + 2 > capacity) {
-        const size_t doubled = capacity == 0 ? 8 : 2 * capacity;
-        auto **grown = resize(list.get(), doubled);
-        if (!grown)
-            return -1;
-        static_cast<void>(list.release());
-        list.reset(grown);
-        capacity = doubled;
-    }
-    list.get()[count] = node.release();
-    list.get()[++count] = nullptr;
-    return 0;
+    return ovra::append_entry(list, node, ovra::plain_memory());
 }
 
 void free_device_path(uefi_device_path_t **list)

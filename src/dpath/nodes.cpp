@@ -16,6 +16,7 @@ int add_file_path(const char *path, uefi_device_path_t **out)
     constexpr ovra::node_kind kind = ovra::kind_of<uefi_file_path_t>;
     const size_t length = kind.size + size;
     // Kept: of a text that is longer than a node can be, the length is cut to its 16 bits.
+    // [kept_length_is_cut_to_16_bits_while_the_string_keeps_its_bytes]
     auto node = ovra::new_block(kind.type, kind.subtype, length, static_cast<uint16_t>(length));
     if (!node)
         return fail("unable to allocate device path\n");

@@ -2,9 +2,8 @@
 #include <climits>
 #include <cstring>
 
-#include "src/dpath/build.h"
+#include "src/base/nodes.h"
 #include "src/dpath/list.h"
-#include "src/dpath/view.h"
 #include "src/rt/diag.h"
 
 using ovra::fail;
@@ -49,7 +48,7 @@ static int unpack_nodes(ovra::cursor nodes, ovra::node_list_builder *list)
         const uint8_t type = nodes.peek()->type;
         const uefi_device_path_t *stored = nodes.next();
         // A length below that of the header would never advance; such a node has no type to speak of.
-        if (!stored || (type > UEFI_BIOS && type != UEFI_END))
+        if (!stored || !ovra::is_node_type(type))
             return fail("corrupted node-type for node in unpack: type: %d\n", type);
         owned<uefi_device_path_t> node(static_cast<uefi_device_path_t *>(malloc(stored->len)));
         if (!node)

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <cstring>
 
+#include "src/base/ids.h"
 #include "src/base/number.h"
 #include "src/dpath/build.h"
-#include "src/dpath/ids.h"
 #include "src/encode/get.h"
 #include "src/rt/diag.h"
 
@@ -21,7 +21,7 @@ static int encode_acpi_node(uint32_t hid, uint32_t uid, const char *no_memory, u
 
 int encode_acpi_common(uint32_t hid, uint32_t uid, uefi_device_path_t **out)
 {
-    // Kept: "apci".
+    // Kept: "apci". [kept_apci_spelling]
     return encode_acpi_node(hid, uid, "unable to allocate apci_dpath\n", out);
 }
 
@@ -37,7 +37,7 @@ int encode_acpi(uefi_arg_list_t *args, uefi_device_path_t **out)
 {
     uint32_t hid = 0;
     uint32_t uid = 0;
-    if (get_eisaid(args, "HID", &hid) != got::ok || !get_or_keep(args, "UID", &uid))
+    if (!require_eisaid(args, "HID", &hid) || !get_or_keep(args, "UID", &uid))
         return -1;
     return encode_acpi_common(hid, uid, out);
 }
@@ -89,7 +89,7 @@ int encode_expanded(const expanded &device, uefi_device_path_t **out)
 // An EISA identifier that may be absent, which is 0.
 bool get_optional_eisaid(uefi_arg_list_t *args, const char *name, uint32_t *id)
 {
-    return !is_given(args, name) || get_eisaid(args, name, id) == got::ok;
+    return !is_given(args, name) || require_eisaid(args, name, id);
 }
 
 } // namespace
@@ -106,6 +106,7 @@ int encode_acpiex(uefi_arg_list_t *args, uefi_device_path_t **out)
     }
 
     // Kept: it is HIDSTR that is compared with "0" here, and UID is an EISA identifier, not a number.
+    // [kept_acpiex_*]
     if (!(device.hidstr && strcmp(device.hidstr, "0") == 0) && !get_optional_eisaid(args, "UID", &device.uid))
         return -1;
     device.uidstr = ovra_get_arg(args, "UIDSTR");
@@ -128,9 +129,10 @@ int encode_acpiexp(uefi_arg_list_t *args, uefi_device_path_t **out)
     if (!is_given(args, "HID"))
         return fail("HID is required\n");
     expanded device = {};
-    if (get_eisaid(args, "HID", &device.hid) != got::ok || !get_optional_eisaid(args, "CID", &device.cid))
+    if (!require_eisaid(args, "HID", &device.hid) || !get_optional_eisaid(args, "CID", &device.cid))
         return -1;
     // Kept: the keyword has no parameter of this name, so the string is always empty; its CIDSTR is ignored.
+    // [kept_acpiexp_*]
     device.uidstr = ovra_get_arg(args, "UIDSTR");
     return encode_expanded(device, out);
 }

@@ -20,7 +20,7 @@ arg_list new_list(size_t argc)
         calloc(1, offsetof(uefi_arg_list_t, arg_nv) + argc * sizeof(uefi_nv_pair_t))));
 }
 
-// The pairs of a list, of which there may be more than the array was declared with.
+// The pairs of a list; there may be more than the array was declared with.
 uefi_nv_pair_t *pairs_of(uefi_arg_list_t *list)
 {
     return list->arg_nv;

@@ -14,7 +14,7 @@ int encode_ata(uefi_arg_list_t *args, uefi_device_path_t **out)
             .absent("Controller is a required argument\n")
             .or_word(ata_channels)
             .max(1, "'channel' cannot be greater than 1: %d\n"),
-        // Kept: two blanks in the last message.
+        // Kept: two blanks in the last message. [kept_ata_drive_2_with_two_blanks]
         need("Drive", AT(drive))
             .absent("Drive is a required argument\n")
             .or_word(ata_drives)
@@ -109,6 +109,7 @@ int encode_sata(uefi_arg_list_t *args, uefi_device_path_t **out)
     if (!require(args, "LUN", &lun))
         return -1;
     // Kept: port carries LUN, not HPN, and lun stays 0; options stored on machines compare with these bytes.
+    // [kept_sata_port_*]
     node->port = lun;
     uint16_t port_mult = 0;
     if (!get_if_given(args, "PMPN", &port_mult))

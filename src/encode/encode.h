@@ -71,22 +71,18 @@ typedef struct {
     const char *const *opt_param_list; /* null-terminated; null: the argument text is kept whole */
 } uefi_encode_opt_t;
 
-#define ENCODE_OPT_COUNT 69
+/* The keywords and their encoders follow from the rows of keywords.def. */
+enum {
+    ENCODE_OPT_COUNT = 0
+#define KEYWORD(keyword, encoder, parameters) +1
+#include "src/encode/keywords.def"
+#undef KEYWORD
+};
 extern const uefi_encode_opt_t encode_opt_table[ENCODE_OPT_COUNT];
 
-/* The encoders of the table, in its order. */
-uefi_encode_fcn_t encode_path, encode_hardwarepath, encode_pci, encode_pccard, encode_memmap, encode_venhw,
-    encode_ctrl, encode_acpipath, encode_acpi, encode_pciroot, encode_pcieroot, encode_floppy,
-    encode_keyboard, encode_serial, encode_parallel, encode_acpiex, encode_acpiexp, encode_acpiadr,
-    encode_messagepath, encode_ata, encode_scsi, encode_fibre, encode_fibreex, encode_i1394, encode_usb,
-    encode_i2o, encode_ib, encode_venmsg, encode_venpcansi, encode_venvt100, encode_venvt100plus,
-    encode_venutf8, encode_uartflow, encode_sas, encode_sasex, encode_debugport, encode_mac, encode_ipv4,
-    encode_ipv6, encode_uart, encode_usbclass, encode_usbaudio, encode_usbcdccontrol, encode_usbhid,
-    encode_usbimage, encode_usbprinter, encode_usbmassstorage, encode_usbhub, encode_usbcdcdata,
-    encode_usbsmartcard, encode_usbvideo, encode_usbdiagnostic, encode_usbwireless, encode_usbdevfirm,
-    encode_usbirdabridge, encode_usbtestandmeasurement, encode_usbwwid, encode_unit, encode_sata,
-    encode_iscsi, encode_vlan, encode_mediapath, encode_hd, encode_cdrom, encode_venmedia, encode_media,
-    encode_offset, encode_bbspath, encode_bbs;
+#define KEYWORD(keyword, encoder, parameters) uefi_encode_fcn_t encoder;
+#include "src/encode/keywords.def"
+#undef KEYWORD
 
 /* Shared steps of families of keywords. */
 int encode_path_common(uint8_t type, uefi_arg_list_t *args, uefi_device_path_t **out);

@@ -67,7 +67,7 @@ static int read_field(uefi_arg_list_t *args, const field &field, uint8_t *node)
     }
     case form::guid: {
         EFI_GUID guid = {};
-        if (ovra::get(args, field.name, &guid) != got::ok)
+        if (!ovra::require(args, field.name, &guid))
             return -1;
         memcpy(to, &guid, sizeof guid);
         return 0;

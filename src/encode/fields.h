@@ -4,7 +4,7 @@
 #define SRC_ENCODE_FIELDS_H
 
 #include "src/base/nodes.h"
-#include "src/dpath/words.h"
+#include "src/base/words.h"
 #include "src/encode/encode.h"
 
 namespace ovra {

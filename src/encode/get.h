@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "src/encode/encode.h"
+#include "src/rt/diag.h"
 #include "src/rt/owned.h"
 
 namespace ovra {
@@ -28,13 +29,25 @@ inline got get(uefi_arg_list_t *args, const char *name, uint64_t *out, int base 
 {
     return static_cast<got>(encode_arg_uint64(args, name, out, base));
 }
-inline got get(uefi_arg_list_t *args, const char *name, EFI_GUID *out)
+inline got get(uefi_arg_list_t *args, const char *name, EFI_GUID *out, int = 0)
 {
     return static_cast<got>(encode_arg_guid(args, name, out));
 }
 inline got get_eisaid(uefi_arg_list_t *args, const char *name, uint32_t *out)
 {
     return static_cast<got>(encode_arg_eisaid(args, name, out));
+}
+
+/*
+ * From here on true is success, in every helper and those of the families: no condition mixes it with the 0
+ * of the C routines.
+ */
+
+/* An error message for a helper that fails: always false, to be returned. */
+inline bool refuse(const char *message)
+{
+    say("%s", message);
+    return false;
 }
 
 /* An argument that must be there. */
@@ -44,7 +57,7 @@ bool require(uefi_arg_list_t *args, const char *name, T *out, int base = 0)
     return get(args, name, out, base) == got::ok;
 }
 
-/* An argument with a default: *out as it is when it is absent, of which the getter speaks. */
+/* An argument with a default: *out as it is when it is absent, and the getter says so. */
 template <typename T>
 bool get_or_keep(uefi_arg_list_t *args, const char *name, T *out, int base = 0)
 {
@@ -56,6 +69,11 @@ template <typename T>
 bool get_if_given(uefi_arg_list_t *args, const char *name, T *out, int base = 0)
 {
     return !ovra_get_arg(args, name) || require(args, name, out, base);
+}
+
+inline bool require_eisaid(uefi_arg_list_t *args, const char *name, uint32_t *out)
+{
+    return get_eisaid(args, name, out) == got::ok;
 }
 
 inline bool is_given(uefi_arg_list_t *args, const char *name)

@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "src/base/guid.h"
 #include "src/base/number.h"
 #include "src/encode/encode.h"
 #include "src/encode/get.h"
@@ -92,6 +93,7 @@ int encode_arg_eisaid(uefi_arg_list_t *list, const char *name, uint32_t *out)
     if (strcmp(value, "0") == 0)
         return 0;
     // Kept: these messages, and those of a GUID's form, have no line end.
+    // [kept_eisaid_messages_have_no_line_end, kept_guid_messages_*]
     if (strlen(value) != 7)
         return fail("eisaid should be 7 characters");
     for (int i = 0; i < 3; ++i) {
@@ -102,6 +104,7 @@ int encode_arg_eisaid(uefi_arg_list_t *list, const char *name, uint32_t *out)
     const char *product = value + 3;
     int error = 0;
     // Kept: the first character that is no digit ends the number, without an error.
+    // [kept_eisaid_number_*, kept_acpi_number_*]
     const auto number = static_cast<uint32_t>(ovra::read_unsigned(product, nullptr, 16, &error));
     if (error != 0)
         return fail("unable to strtolu numeric part of EISAIDID: %s\n", product);
@@ -109,7 +112,9 @@ int encode_arg_eisaid(uefi_arg_list_t *list, const char *name, uint32_t *out)
     return 0;
 }
 
-// The digits of one field of a GUID. Kept: other characters end the number, without an error.
+// The digits of one field of a GUID. Kept: other characters end the number, without an error;
+// parse_guid refuses such a text.
+// [kept_guid_fields_*, kept_guid_of_no_digits_is_zeros, kept_hex*_at_the_first_other_character]
 static bool convert_hex(const char *digits, uint64_t *out)
 {
     int error = 0;
@@ -130,17 +135,16 @@ static bool convert_hex_pair(const char *digits, uint8_t *out)
 
 int encode_arg_guid(uefi_arg_list_t *list, const char *name, EFI_GUID *out)
 {
-    static constexpr int dashes[] = {8, 13, 18, 23};
     const char *value = ovra_get_arg(list, name);
     if (!value) {
         say("encode_arg_guid: argument not found %s\n", name);
         return absent;
     }
-    char text[36 + 1];
+    char text[ovra::guid_length + 1];
     if (strlen(value) != sizeof text - 1)
         return fail("GUID not 36 characters");
     memcpy(text, value, sizeof text);
-    for (const int dash : dashes) {
+    for (const size_t dash : ovra::guid_dashes) {
         if (text[dash] != '-')
             return fail("GUID improperly formatted");
         text[dash] = '\0';

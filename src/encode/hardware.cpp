@@ -9,7 +9,7 @@ int encode_pci(uefi_arg_list_t *args, uefi_device_path_t **out)
     using rec = uefi_pci_device_path_t;
     static constexpr field fields[] = {
         need("device", AT(device_number)).max(31, "'device' cannot be greater than 31:  %d\n"),
-        // Kept: the message lacks its opening quote.
+        // Kept: the message lacks its opening quote. [kept_pci_function_8_without_the_opening_quote]
         need("function", AT(function_number)).max(7, "function' is greater than 7:  %d\n"),
     };
     return encode_fields<rec>(args, out, fields, "unable to allocate pci_dpath\n");
@@ -32,7 +32,7 @@ int encode_memmap(uefi_arg_list_t *args, uefi_device_path_t **out)
         need("StartingAddress", AT(start)),
         need("EndingAddress", AT(end)),
     };
-    // Kept: "memap".
+    // Kept: "memap". [kept_memap_spelling]
     return encode_fields<rec>(args, out, fields, "unable to allocate memap_dpath\n");
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
 
+#include "src/base/hard_drive.h"
 #include "src/encode/fields.h"
 #include "src/encode/vendor.h"
 
@@ -8,51 +9,51 @@ using namespace ovra;
 
 namespace {
 
-// Type: how the partition is described. Kept: the number form leaves the format unset.
-int get_partition_type(uefi_arg_list_t *args, uint8_t *part_format, uint8_t *sig_type)
+// Type: how the partition is described. Kept: the number form leaves the format unset. [kept_hd_type_*]
+bool get_partition_type(uefi_arg_list_t *args, uint8_t *part_format, uint8_t *sig_type)
 {
     const char *text = ovra_get_arg(args, "Type");
     if (const word *word = by_text(partition_formats, text ? text : "GPT")) {
         *part_format = static_cast<uint8_t>(word->value);
         *sig_type = *part_format;
-        return 0;
+        return true;
     }
     if (!require(args, "Type", sig_type))
-        return -1;
-    if (*sig_type > 2)
-        return fail("sig_type out of range\n");
-    return 0;
+        return false;
+    if (*sig_type > signature_guid)
+        return refuse("sig_type out of range\n");
+    return true;
 }
 
 // Start and Size: required for a partition, prohibited for the whole disk. Kept: one that cannot be read is
-// passed over for the whole disk, with the getter's message.
-int get_extent(uefi_arg_list_t *args, const char *name, uint32_t partition, const char *prohibited,
-               uint64_t *blocks)
+// passed over for the whole disk, with the getter's message. [kept_hd_whole_disk_*]
+bool get_extent(uefi_arg_list_t *args, const char *name, uint32_t partition, const char *prohibited,
+                uint64_t *blocks)
 {
-    if (get(args, name, blocks) != got::ok)
-        return partition == 0 ? 0 : -1;
+    if (!require(args, name, blocks))
+        return partition == 0;
     if (partition == 0)
-        return fail("%s", prohibited);
-    return 0;
+        return refuse(prohibited);
+    return true;
 }
 
-int get_signature(uefi_arg_list_t *args, uint8_t sig_type, uint8_t (&part_sig)[16])
+bool get_signature(uefi_arg_list_t *args, uint8_t sig_type, uint8_t (&part_sig)[16])
 {
-    if (sig_type == 1) {
+    if (sig_type == signature_mbr) {
         uint32_t signature = 0;
         if (!require(args, "Signature", &signature))
-            return -1;
+            return false;
         memcpy(part_sig, &signature, sizeof signature);
-        return 0;
+        return true;
     }
     EFI_GUID guid = {};
-    if (get(args, "Signature", &guid) != got::ok)
-        return -1;
+    if (!require(args, "Signature", &guid))
+        return false;
     memcpy(part_sig, &guid, sizeof guid);
     const auto is_zero = [](uint8_t byte) { return byte == 0; };
-    if (sig_type == 0 && !std::all_of(std::begin(part_sig), std::end(part_sig), is_zero))
-        return fail("Signature must be 0 when type is 0\n");
-    return 0;
+    if (sig_type == signature_none && !std::all_of(std::begin(part_sig), std::end(part_sig), is_zero))
+        return refuse("Signature must be 0 when type is 0\n");
+    return true;
 }
 
 } // namespace
@@ -66,10 +67,10 @@ int encode_hd(uefi_arg_list_t *args, uefi_device_path_t **out)
     uint64_t start = 0;
     uint64_t size = 0;
     if (!get_if_given(args, "Partition", &partition) ||
-        get_partition_type(args, &node->part_format, &node->sig_type) != 0 ||
-        get_extent(args, "Start", partition, "'Start' prohibited for partition 0\n", &start) != 0 ||
-        get_extent(args, "Size", partition, "'Size' prohibited for partition 0\n", &size) != 0 ||
-        get_signature(args, node->sig_type, node->part_sig) != 0)
+        !get_partition_type(args, &node->part_format, &node->sig_type) ||
+        !get_extent(args, "Start", partition, "'Start' prohibited for partition 0\n", &start) ||
+        !get_extent(args, "Size", partition, "'Size' prohibited for partition 0\n", &size) ||
+        !get_signature(args, node->sig_type, node->part_sig))
         return -1;
     node->part_number = partition;
     node->part_start = start;
@@ -82,7 +83,8 @@ int encode_cdrom(uefi_arg_list_t *args, uefi_device_path_t **out)
     auto node = new_node<uefi_cdrom_path_t>();
     if (!node)
         return fail("unable to allocate cdrom dpath\n");
-    // Kept: Entry is read under a name that the keyword does not have, so that only entry 0 can be encoded.
+    // Kept: Entry is read under a name that the keyword does not have: only entry 0 can be encoded.
+    // [kept_cdrom_*]
     uint32_t boot_entry = 0;
     if (is_given(args, "Entry") && !require(args, "VlanId", &boot_entry))
         return -1;
@@ -114,7 +116,7 @@ int encode_venmedia(uefi_arg_list_t *args, uefi_device_path_t **out)
     if (data.size != 0)
         memcpy(node->data, data.bytes.get(), data.size);
     EFI_GUID guid = {};
-    if (get(args, "GUID", &guid) != got::ok)
+    if (!require(args, "GUID", &guid))
         return -1;
     node->guid = guid;
     return hand_over(std::move(node), out);
@@ -136,32 +138,6 @@ int encode_offset(uefi_arg_list_t *args, uefi_device_path_t **out)
         need("StartingOffset", AT(start)),
         need("EndingOffset", AT(end)),
     };
-    // Kept: the message is that of Media.
+    // Kept: the message is that of Media. [kept_offset_speaks_of_media]
     return encode_fields<rec>(args, out, fields, "unable to allocate media_protocol path\n");
-}
-
-int encode_bbs(uefi_arg_list_t *args, uefi_device_path_t **out)
-{
-    const char *id = ovra_get_arg(args, "Id");
-    const char *description = id ? id : "";
-    const size_t size = strlen(description) + 1;
-    auto node = new_node<uefi_bbs_path_t>(size);
-    if (!node)
-        return fail("unable to allocate bbs path\n");
-    memcpy(node->description, description, size);
-
-    const char *type = ovra_get_arg(args, "Type");
-    if (!type)
-        return fail("Type is a required argument\n");
-    uint16_t device_type = 0;
-    if (const word *word = by_text(bbs_device_types, type))
-        device_type = word->value;
-    else if (!require(args, "Type", &device_type))
-        return -1;
-    node->device_type = device_type;
-    uint16_t flags = 0;
-    if (!get_if_given(args, "Flags", &flags))
-        return -1;
-    node->status_flags = flags;
-    return hand_over(std::move(node), out);
 }

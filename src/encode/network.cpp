@@ -41,12 +41,10 @@ bool convert_address(const char *text, uint8_t (&out)[size])
 
 // An address that may be absent, which leaves zeros.
 template <size_t size>
-int get_address(uefi_arg_list_t *args, const char *name, uint8_t (&out)[size], const char *rejected)
+bool get_address(uefi_arg_list_t *args, const char *name, uint8_t (&out)[size], const char *rejected)
 {
     const char *text = ovra_get_arg(args, name);
-    if (text && !convert_address(text, out))
-        return fail("%s", rejected);
-    return 0;
+    return !text || convert_address(text, out) || refuse(rejected);
 }
 
 // Protocol and Type, which both kinds of IP read alike.
@@ -61,7 +59,8 @@ bool get_protocol_and_type(uefi_arg_list_t *args, uint16_t *protocol, uint8_t *t
 
     if (!is_given(args, "Type"))
         return true;
-    // Kept: it is Protocol that is compared with the words of Type, so that Type has to be a number.
+    // Kept: Protocol is compared with the words of Type: Type itself has to be a number.
+    // [kept_ipv4_*, kept_ipv6_type_is_no_word]
     if (const word *word = protocol_text ? by_text(ip_types, protocol_text) : nullptr) {
         *type = static_cast<uint8_t>(word->value);
         return true;
@@ -87,10 +86,10 @@ int encode_ipv4(uefi_arg_list_t *args, uefi_device_path_t **out)
         return -1;
     node->protocol = protocol;
     node->type_ip_addr = type;
-    if (get_address(args, "LocalIP", node->local_addr, "unable to encode argument 'LocalIP'\n") != 0 ||
-        get_address(args, "GatewayIPAddress", node->gateway_addr,
-                    "unable to encode argument 'GatewayIPAddress'\n") != 0 ||
-        get_address(args, "SubnetMask", node->subnet_addr, "unable to encode argument 'SubnetMask'\n") != 0)
+    if (!get_address(args, "LocalIP", node->local_addr, "unable to encode argument 'LocalIP'\n") ||
+        !get_address(args, "GatewayIPAddress", node->gateway_addr,
+                     "unable to encode argument 'GatewayIPAddress'\n") ||
+        !get_address(args, "SubnetMask", node->subnet_addr, "unable to encode argument 'SubnetMask'\n"))
         return -1;
     return hand_over(std::move(node), out);
 }
@@ -109,10 +108,10 @@ int encode_ipv6(uefi_arg_list_t *args, uefi_device_path_t **out)
         return -1;
     node->protocol = protocol;
     node->ip_addr_origin = type;
-    // Kept: no argument has the second name, so that the gateway is always zeros.
-    if (get_address(args, "LocalIP", node->local_addr, "unable to encode argument 'LocalIP'\n") != 0 ||
-        get_address(args, "GatewayIPAddres", node->gateway_addr,
-                    "unable to encode argument 'GatewayIPAddress'\n") != 0)
+    // Kept: no argument has the second name: the gateway is always zeros. [kept_ipv6_gateway_*]
+    if (!get_address(args, "LocalIP", node->local_addr, "unable to encode argument 'LocalIP'\n") ||
+        !get_address(args, "GatewayIPAddres", node->gateway_addr,
+                     "unable to encode argument 'GatewayIPAddress'\n"))
         return -1;
     return hand_over(std::move(node), out);
 }
@@ -126,17 +125,19 @@ constexpr word authentications[] = {{"NONE", 0x0800}, {"CHAP_UNI", 0x1000}, {"CH
 constexpr word protocols[] = {{"TCP", 0}};
 
 // Adds the bits of a word that may be absent; `unknown` is the message with a text that is none.
-int get_option_bits(uefi_arg_list_t *args, const char *name, std::span<const word> words, const char *unknown,
-                    uint16_t *options)
+bool get_option_bits(uefi_arg_list_t *args, const char *name, std::span<const word> words,
+                     const char *unknown, uint16_t *options)
 {
     const char *text = ovra_get_arg(args, name);
     if (!text)
-        return 0;
+        return true;
     const word *word = by_text(words, text);
-    if (!word)
-        return fail(unknown, text); // NOLINT: a literal of the caller's
+    if (!word) {
+        say(unknown, text); // NOLINT: a literal of the caller's
+        return false;
+    }
     *options = static_cast<uint16_t>(*options | word->value);
-    return 0;
+    return true;
 }
 
 constexpr size_t target_name_limit = 223; // bytes of UCS-2 with the terminator
@@ -154,7 +155,7 @@ int encode_iscsi(uefi_arg_list_t *args, uefi_device_path_t **out)
     const size_t size = unicode_strlen(name.get());
     if (size > target_name_limit)
         return fail("TargetName limited is 223 bytes\n");
-    // Kept: the name is UCS-2, where UEFI has ASCII.
+    // Kept: the name is UCS-2, where UEFI has ASCII. [kept_iscsi_target_name_is_ucs2]
     auto node = new_node<uefi_iscsi_device_path_t>(size);
     if (!node)
         return fail("unable to allocate iscsi dpath\n");
@@ -171,14 +172,13 @@ int encode_iscsi(uefi_arg_list_t *args, uefi_device_path_t **out)
     if (!require_bytes(args, "LUN", node->lun))
         return -1;
     uint16_t options = 0;
-    if (get_option_bits(args, "HeaderDigest", header_digests, "unrecognized argument for HeaderDigest: %s\n",
-                        &options) != 0 ||
-        get_option_bits(args, "DataDigest", data_digests, "unrecognized argument for DataDigest: %s\n",
-                        &options) != 0 ||
-        get_option_bits(args, "Authentication", authentications,
-                        "unrecognized argument for Authentication: %s\n", &options) != 0 ||
-        get_option_bits(args, "Protocol", protocols, "unrecognized argument for Protocol: %s\n", &options) !=
-            0)
+    if (!get_option_bits(args, "HeaderDigest", header_digests, "unrecognized argument for HeaderDigest: %s\n",
+                         &options) ||
+        !get_option_bits(args, "DataDigest", data_digests, "unrecognized argument for DataDigest: %s\n",
+                         &options) ||
+        !get_option_bits(args, "Authentication", authentications,
+                         "unrecognized argument for Authentication: %s\n", &options) ||
+        !get_option_bits(args, "Protocol", protocols, "unrecognized argument for Protocol: %s\n", &options))
         return -1;
     node->options = options;
     return hand_over(std::move(node), out);

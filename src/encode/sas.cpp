@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "src/base/ascii.h"
+#include "src/base/ids.h"
 #include "src/dpath/build.h"
-#include "src/dpath/ids.h"
 #include "src/encode/get.h"
 #include "src/rt/diag.h"
 
@@ -39,7 +39,8 @@ bool get_device(uefi_arg_list_t *args, unsigned *info)
         *info = sata_device;
         return true;
     }
-    // Kept: the number is looked up under this name, which no argument has, so that only the words work.
+    // Kept: the number is looked up under this name, which no argument has: only the words work.
+    // [kept_sas*_is_looked_up_with_three_s]
     uint16_t number = 0;
     if (!require(args, "SASSSATA", &number))
         return false;
@@ -63,6 +64,7 @@ bool get_location(uefi_arg_list_t *args, const char *text, const dialect &words,
         return false;
     }
     // Kept: a number takes the place of what SASSATA said.
+    // [kept_sas*_number_of_location_*, kept_sas*_sas_*, kept_sas*_sata_*]
     *info = static_cast<unsigned>(number) << 4;
     return true;
 }
@@ -95,7 +97,7 @@ bool get_drive_bay(uefi_arg_list_t *args, const dialect &words, unsigned *info)
         say(words.bay_range, bay); // NOLINT: one of the two literals above
         return false;
     }
-    // Kept: of bay 0, which a SAS node may have, all eight bits are set.
+    // Kept: of bay 0, which a SAS node may have, all eight bits are set. [kept_sas_bay_0_sets_all_eight_bits]
     *info |= (bay - 1U) << 8;
     return true;
 }
@@ -110,7 +112,7 @@ bool get_topology(uefi_arg_list_t *args, const dialect &words, uint16_t *sassata
     const bool bay_given = is_given(args, "Drivebay");
     if (info == 0) {
         if (location || connect || bay_given) {
-            // Kept: the wording, with its missing blank.
+            // Kept: the wording, with its missing blank. [kept_sas*_in_these_words]
             say("location, connect, drivebay cannot be specifiedwhen SATASATA is not specified OR when it is an int\n");
             return false;
         }

@@ -1,22 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include <cctype>
 
-#include "src/dpath/ids.h"
-#include "src/dpath/words.h"
+#include "src/base/ids.h"
+#include "src/base/words.h"
 #include "src/encode/fields.h"
 #include "src/encode/vendor.h"
 
 using namespace ovra;
-
-int encode_usb(uefi_arg_list_t *args, uefi_device_path_t **out)
-{
-    using rec = uefi_usb_device_path_t;
-    static constexpr field fields[] = {
-        need("port", AT(port)),
-        need("interface", AT(interface)),
-    };
-    return encode_fields<rec>(args, out, fields, "unable to allocate usb_dpath\n");
-}
 
 // Only the first letter counts, in any case: "Even" and "e" are both even.
 static bool get_parity(uefi_arg_list_t *args, uint8_t *parity)
@@ -38,7 +28,7 @@ static bool get_stop_bits(uefi_arg_list_t *args, uint8_t *stop_bits)
     if (!text)
         return true;
     for (const word &word : uart_stop_bits) {
-        // Kept: case counts here, unlike for the parity.
+        // Kept: case counts here, unlike for the parity. [kept_uart_stop_bits_d_in_lower_case_is_no_word]
         if (strcmp(word.text, text) == 0) {
             *stop_bits = static_cast<uint8_t>(word.value);
             return true;
@@ -76,6 +66,7 @@ int encode_uartflow(uefi_arg_list_t *args, uefi_device_path_t **out)
             return -1;
     }
     // Kept: 21 bytes with one byte of value, where UEFI has four; firmware and printer accept that length.
+    // [kept_uartflowctrl_node_of_21_bytes]
     auto node = new_node<uefi_venmsg_device_path_t>(sizeof value);
     if (!node)
         return fail("unable to allocate uart flow dpath\n");
@@ -106,6 +97,6 @@ static int encode_fixed_guid(const EFI_GUID &guid, const char *no_memory, uefi_d
 FIXED_GUID(encode_venpcansi, pc_ansi, "unable to allocate uart ansi dpath\n")
 FIXED_GUID(encode_venvt100, vt100, "unable to allocate uart vt100 dpath\n")
 FIXED_GUID(encode_venvt100plus, vt100_plus, "unable to allocate uart 100plus dpath\n")
-// Kept: the message is that of VenVt100Plus.
+// Kept: the message is that of VenVt100Plus. [kept_venutf8_speaks_of_vt100plus]
 FIXED_GUID(encode_venutf8, vt_utf8, "unable to allocate uart 100plus dpath\n")
 FIXED_GUID(encode_debugport, debug_port, "unable to allocate uart debugport dpath\n")

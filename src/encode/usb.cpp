@@ -1,9 +1,20 @@
 // SPDX-License-Identifier: MIT
 #include "src/dpath/build.h"
+#include "src/encode/fields.h"
 #include "src/encode/get.h"
 #include "src/rt/diag.h"
 
 using namespace ovra;
+
+int encode_usb(uefi_arg_list_t *args, uefi_device_path_t **out)
+{
+    using rec = uefi_usb_device_path_t;
+    static constexpr field fields[] = {
+        need("port", AT(port)),
+        need("interface", AT(interface)),
+    };
+    return encode_fields<rec>(args, out, fields, "unable to allocate usb_dpath\n");
+}
 
 namespace {
 
@@ -85,7 +96,7 @@ USB_CLASS(encode_usbvideo, 0x0e)
 USB_CLASS(encode_usbdiagnostic, 0xdc)
 USB_CLASS(encode_usbwireless, 0xe0)
 
-// Kept: a SubClass argument is accepted here and not looked at.
+// Kept: a SubClass argument is accepted here and not looked at. [kept_usb*_subclass_is_*]
 #define USB_APPLICATION(name, dev_sub_class)                                                                 \
     int name(uefi_arg_list_t *args, uefi_device_path_t **out)                                                \
     {                                                                                                        \
@@ -105,6 +116,7 @@ int encode_usbwwid(uefi_arg_list_t *args, uefi_device_path_t **out)
         return fail("unable to convert WWID description string to UCS-2\n");
     const size_t size = unicode_strlen(serial.get());
     // Kept: the node counts one byte more than it has fields; that byte is 0.
+    // [kept_usbwwid_length_counts_one_byte_more]
     auto node = new_node<uefi_usb_wwid_device_path_t>(size + 1);
     if (!node)
         return fail("unable to allocate usb_wwid dpath\n");
@@ -124,6 +136,7 @@ int encode_usbwwid(uefi_arg_list_t *args, uefi_device_path_t **out)
     if (!is_given(args, "InterfaceNumber"))
         return fail("InterfaceNumber is a required argument\n");
     // Kept: the interface number is read from PID again; its own argument must only be there.
+    // [kept_usbwwid_interface_number_*, kept_usbwwid_pid_*]
     if (!require(args, "PID", &interface_number))
         return -1;
     if (interface_number > 255)

@@ -14,7 +14,7 @@ template <typename record>
 int encode_vendor(uefi_arg_list_t *args, uefi_device_path_t **out, const char *no_memory)
 {
     EFI_GUID guid = {};
-    if (get(args, "GUID", &guid) != got::ok)
+    if (!require(args, "GUID", &guid))
         return -1;
     hex_bytes data;
     if (is_given(args, "Data") && !require_hex(args, "Data", 1, SIZE_MAX, &data))

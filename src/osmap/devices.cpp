@@ -2,13 +2,14 @@
 #include <cstdio>
 #include <cstring>
 
+#include "src/base/cancel.h"
 #include "src/dpath/list.h"
 #include "src/osmap/harddrive.h"
 #include "src/osmap/platform.h"
 #include "src/print/paths.h"
-#include "src/rt/cancel.h"
 #include "src/rt/diag.h"
 #include "src/rt/owned.h"
+#include "src/rt/strarray.h"
 
 using ovra::address_of;
 using ovra::devfs_path;
@@ -20,8 +21,6 @@ using ovra::say;
 using ovra::trace;
 
 namespace {
-
-constexpr char devices[] = "/devices/";
 
 // One record for each disk that a hard-drive node stands for: the target of its link.
 int decode_short_form(ovra_hdl_t hdl, const uefi_device_path_t *node, path_list_builder *paths)
@@ -41,10 +40,10 @@ int decode_short_form(ovra_hdl_t hdl, const uefi_device_path_t *node, path_list_
             result = fail("unable to read link from %s\n", link);
             continue;
         }
-        char *physical = strstr(target, devices);
+        char *physical = strstr(target, ovra::tree_folder);
         if (!physical)
             return fail("unexpected physicalpath\n");
-        if (paths->append(physical + ovra::length_of(devices) - 1, nullptr) != 0)
+        if (paths->append(physical + ovra::length_of(ovra::tree_folder) - 1, nullptr) != 0)
             return -1;
     }
     return result;
@@ -64,8 +63,7 @@ public:
     {
         if (node->type == UEFI_END)
             return end_instance();
-        constexpr ovra::node_kind file_path = ovra::kind_of<uefi_file_path_t>;
-        if (node->type == file_path.type && node->subtype == file_path.subtype) {
+        if (ovra::is_kind<uefi_file_path_t>(node)) {
             char *text = file.release();
             print_device_path(node, &text);
             file.reset(text);
@@ -92,6 +90,7 @@ private:
     {
         // Kept: a disk has no children, so that a hard-drive node behind the hardware nodes of its disk ends
         // here; callers decode full paths without it.
+        // [kept_a_disk_has_nothing_below_it, kept_full_paths_are_not_descended_into]
         ht_node_t child = ht_child_node(current);
         if (!child)
             return fail("cnode is null\n");
@@ -125,6 +124,7 @@ private:
             text.reset(printed);
         }
         // Kept: a message of the error switch, for what is no error.
+        // [kept_every_tried_node_is_told_as_an_error]
         say("encode cnode successful: %s@%s  %s\n", name_of(child), address_of(child), or_empty(text));
         // An "ide" level stands for no node, and so is never entered.
         return node && compare_dpath_nodes(node.get(), wanted) == 0;
@@ -161,8 +161,9 @@ int ovra_epath_decode_to_devices(ovra_hdl_t hdl, ovra_epath_t epath, int len, ov
     const ovra::node_list list(nodes);
     const ovra::one_picture picture;
     path_list_builder found(hdl);
-    const int result = nodes && ovra::is_hard_drive(nodes[0]) ? decode_short_form(hdl, nodes[0], &found)
-                                                              : decode_tree_path(nodes, &found);
+    const int result = nodes && ovra::is_kind<uefi_hard_drive_path_t>(nodes[0])
+                           ? decode_short_form(hdl, nodes[0], &found)
+                           : decode_tree_path(nodes, &found);
     *paths = found.release(); // what was found before a failure, too
     return result;
 }

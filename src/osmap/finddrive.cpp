@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
-#include <cstdlib>
 #include <cstring>
 
-#include "src/dpath/view.h"
+#include "src/base/cancel.h"
+#include "src/base/nodes.h"
 #include "src/osmap/harddrive.h"
 #include "src/osmap/platform.h"
-#include "src/rt/cancel.h"
 #include "src/rt/diag.h"
 #include "src/rt/owned.h"
+#include "src/rt/strarray.h"
 
 using ovra::attributes;
 using ovra::descriptors;
@@ -20,48 +20,30 @@ namespace {
 
 // The names found so far, released unless they are handed over. The handle owns each name from its entry on,
 // the array only at the end.
-class name_array {
+class found_names {
 public:
-    explicit name_array(ovra_hdl_t handle) : hdl(handle) {}
-    name_array(const name_array &) = delete;
-    name_array &operator=(const name_array &) = delete;
-    ~name_array()
-    {
-        for (size_t i = 0; i < count; ++i)
-            memlist_free(hdl, names[i]);
-        free(names);
-    }
+    explicit found_names(ovra_hdl_t handle) : hdl(handle), names(ovra::tracked_names(nullptr, {handle})) {}
 
     int append(const char *name)
     {
-        auto **grown = static_cast<char **>(realloc(names, (count + 2) * sizeof(char *)));
-        if (!grown)
+        if (names.reserve() != 0)
             return -1;
-        names = grown;
-        trace("num_matches after increment: %d\n", static_cast<int>(count + 1));
-        owned<char> copy(strdup(name));
-        if (!copy || memlist_add(hdl, copy.get()) != 0)
-            return -1;
-        names[count++] = copy.release();
-        names[count] = nullptr;
-        return 0;
+        trace("num_matches after increment: %d\n", static_cast<int>(names.size() + 1));
+        return names.append(ovra::copy_string(hdl, name));
     }
 
     // Gives the names to the caller of the search. -1 when there is none, too.
     int hand_over(char ***out)
     {
-        if (count == 0 || memlist_add(hdl, names) != 0)
+        if (names.size() == 0 || memlist_add(hdl, names.get()) != 0)
             return -1;
-        *out = names;
-        names = nullptr;
-        count = 0;
+        *out = names.release();
         return 0;
     }
 
 private:
     ovra_hdl_t hdl;
-    char **names = nullptr;
-    size_t count = 0;
+    ovra::growing_list<ovra::tracked_names, ovra::plain_memory, 2> names;
 };
 
 // A drive as the messages name it.
@@ -91,8 +73,7 @@ struct mbr_search {
             say("unable to extract VOLSERNO\n");
             return false;
         }
-        uint32_t wanted = 0;
-        memcpy(&wanted, hd->part_sig, sizeof wanted);
+        const uint32_t wanted = ovra::mbr_signature(*hd);
         if (signature != wanted) {
             say("mbrsig doesn't match: mbrsig: %x hdp_mbrsig: %x\n", signature, wanted);
             return false;
@@ -125,6 +106,7 @@ struct mbr_search {
         uint32_t start = 0;
         if (kvlist_lookup_uint32(list, "relsect", &start) != 0) {
             // Kept: no end of line; the next message follows on the same one.
+            // [kept_no_line_end_behind_a_missing_start]
             say("unable to find VS_RELSECT (start sector)");
             return false;
         }
@@ -153,6 +135,7 @@ struct guid_search {
     static void tell_attribute_error(int unit, int err, const void *list)
     {
         // Kept: without the blank that the search by MBR signature has here.
+        // [kept_no_blank_in_the_attribute_message_of_the_search_by_guid]
         say("vs_get_attributespartition[%d] err == %d kvl = %p\n", unit, err, list);
     }
 
@@ -204,7 +187,7 @@ vs_descriptor_t find_unit(const vs_descriptor_t *units, const uefi_hard_drive_pa
 // Appends the name of the drive's first match, if it has one. -1 only without memory: a drive that cannot be
 // read, or is not the one, is passed over.
 template <typename search>
-int search_drive(const drive &drive, const uefi_hard_drive_path_t *hd, name_array *names)
+int search_drive(const drive &drive, const uefi_hard_drive_path_t *hd, found_names *names)
 {
     int err = 0;
     const owned<char> drive_name(vs_get_name(drive.desc, &err));
@@ -255,7 +238,7 @@ int find_drive(ovra_hdl_t hdl, const uefi_hard_drive_path_t *hd, char ***out)
     if (drives.is_empty())
         return fail("vs_get_descriptors VS_DRIVE list is NULL\n");
 
-    name_array names(hdl);
+    found_names names(hdl);
     for (int i = 0; drives[static_cast<size_t>(i)] != 0; ++i) {
         if (search_drive<search>({i, drives[static_cast<size_t>(i)]}, hd, &names) != 0)
             return -1;
@@ -278,7 +261,7 @@ int find_drive_guid(ovra_hdl_t hdl, const uefi_hard_drive_path_t *hd, char ***na
 const uefi_device_path_t *ovra::first_hard_drive(uefi_device_path_t **list)
 {
     for (uefi_device_path_t **node = list; node && *node; ++node) {
-        if (is_hard_drive(*node))
+        if (is_kind<uefi_hard_drive_path_t>(*node))
             return *node;
     }
     return nullptr;

@@ -4,11 +4,11 @@
 #include <cstdio>
 #include <cstring>
 
+#include "src/base/cancel.h"
 #include "src/base/number.h"
 #include "src/dpath/build.h"
 #include "src/osmap/harddrive.h"
 #include "src/osmap/platform.h"
-#include "src/rt/cancel.h"
 #include "src/rt/diag.h"
 
 using ovra::fail;
@@ -33,7 +33,8 @@ vs_descriptor_t find_descriptor(vs_kind_t kind, const char *folder, const char *
     return vs_get_descriptor_by_name(kind, device->text, err);
 }
 
-// The number behind the last "s" or "p" of a disk's name.
+// The number after the last "s" or "p" of a disk's name. Kept: no digits are 0.
+// [kept_a_partition_without_a_number_is_the_whole_disk]
 uint32_t unit_number(const char *digits)
 {
     return static_cast<uint32_t>(ovra::read_decimal(digits));
@@ -59,6 +60,7 @@ int add_hd_path_slice(const char *disk, uefi_device_path_t **out)
         return fail("no VS_SLICE attributes found for %s\n", device.text);
 
     // Kept: blanks and a parenthesis are missing in these two messages.
+    // [kept_wording_of_missing_slice_values]
     uint64_t size = 0;
     if (kvlist_lookup_uint64(list.get(), "size", &size) != 0)
         return fail("unable to extract VS_SIZE (number of sectors)for %s\n", device.text);
@@ -72,20 +74,15 @@ int add_hd_path_slice(const char *disk, uefi_device_path_t **out)
     auto node = ovra::new_node<uefi_hard_drive_path_t>();
     if (!node)
         return -1;
-    node->part_number = unit_number(s + 1) + 1;
-    node->part_start = start;
-    node->part_size = size;
-    node->part_format = ovra::format_gpt;
-
     uint8_t *guid = nullptr;
     unsigned int count = 0;
-    if (kvlist_lookup_uint8_array(list.get(), "uguid", &guid, &count) == 0 && guid &&
-        count >= sizeof node->part_sig) {
-        memcpy(node->part_sig, guid, sizeof node->part_sig);
-        node->sig_type = ovra::signature_guid;
-    } else {
+    if (kvlist_lookup_uint8_array(list.get(), "uguid", &guid, &count) != 0 || !guid)
+        count = 0;
+    *node = ovra::slice_node(unit_number(s + 1), {start, size}, {guid, count});
+    // Kept: a slice without a GUID is told as an error, and has a node without a signature.
+    // [kept_a_slice_without_a_whole_guid_has_no_signature]
+    if (node->sig_type != ovra::signature_guid)
         say("unable to extract UEFI UGUID --- for %s\n", device.text);
-    }
     return ovra::hand_over(std::move(node), out);
 }
 
@@ -133,18 +130,10 @@ int add_hd_path_partition(const char *disk, uefi_device_path_t **out)
     auto node = ovra::new_node<uefi_hard_drive_path_t>();
     if (!node)
         return -1;
-    // Kept: a logical partition is numbered like the whole disk; only the four primary ones have a number.
-    constexpr uint32_t last_primary = 4;
-    const uint32_t number = unit_number(p + 1);
-    node->part_number = number > last_primary ? 0 : number;
-    node->part_start = start;
-    node->part_size = sectors;
-    node->part_format = ovra::format_mbr;
     uint32_t signature = 0;
     if (get_mbr_sig(partition.get(), &signature) != 0)
         return fail("unable to obtain MBR sig: %s\n", device.text);
-    node->sig_type = ovra::signature_mbr;
-    memcpy(node->part_sig, &signature, sizeof signature);
+    *node = ovra::partition_node(unit_number(p + 1), {start, sectors}, signature);
     return ovra::hand_over(std::move(node), out);
 }
 
@@ -153,6 +142,7 @@ int add_hd_path(const char *name, uefi_device_path_t **out)
     const ovra::uncancelled reading;
     const ovra::one_picture picture;
     // Kept: a folder anywhere in the name cuts the name's start by its length.
+    // [kept_a_folder_inside_the_name_cuts_its_start]
     const char *disk = name;
     if (strstr(name, ovra::slice_folder))
         disk += ovra::length_of(ovra::slice_folder);

@@ -2,10 +2,11 @@
 #include <cstdio>
 #include <cstring>
 
+#include "src/base/cancel.h"
+#include "src/base/device_name.h"
 #include "src/dpath/dpath.h"
 #include "src/osmap/osmap.h"
 #include "src/osmap/platform.h"
-#include "src/rt/cancel.h"
 #include "src/rt/diag.h"
 #include "src/rt/owned.h"
 
@@ -19,8 +20,8 @@ namespace {
 
 constexpr size_t path_limit =
     1024; // bytes of a link's target; of a path or a link's name with its terminator
-constexpr char devices[] = "/devices/";
-constexpr size_t to_tree_path = sizeof devices - 2; // the slash at its end is the root of the tree
+constexpr size_t to_tree_path =
+    ovra::length_of(ovra::tree_folder) - 1; // the slash at its end is the root of the tree
 
 struct path_buffer {
     char text[path_limit + 1];
@@ -29,7 +30,7 @@ struct path_buffer {
 // The physical path that `path` holds or, as a link, points at.
 int physical_path(const char *path, path_buffer *physical)
 {
-    if (strstr(path, devices)) {
+    if (strstr(path, ovra::tree_folder)) {
         const size_t size = strlen(path) + 1;
         if (size > path_limit)
             return -1;
@@ -38,7 +39,8 @@ int physical_path(const char *path, path_buffer *physical)
     }
     char link[path_limit];
     // A name that does not fit is another one than was asked for.
-    if (!ovra::fits(snprintf(link, sizeof link, "%s%s", strstr(path, "/dev/") ? "" : "/dev/dsk/", path),
+    if (!ovra::fits(snprintf(link, sizeof link, "%s%s",
+                             strstr(path, ovra::device_folder) ? "" : ovra::slice_folder, path),
                     sizeof link) ||
         !ovra::read_link(link, physical->text, sizeof physical->text))
         return fail("unable to read link from %s\n", link);
@@ -48,11 +50,13 @@ int physical_path(const char *path, path_buffer *physical)
 // The child of a node that a component "name@address" of a path names; null when there is none.
 ht_node_t find_child(ht_node_t parent, const char *component)
 {
+    // Kept: no line end; the next message follows on the same one. [kept_traces_of_a_component_share_a_line]
     trace("path_comp is %s ", component);
     path_buffer name;
     memcpy(name.text, component, strlen(component) + 1);
     char *at = strrchr(name.text, '@');
     if (!at) {
+        // Kept: no line end. [kept_no_line_end_after_a_malformed_component]
         say("malformed node component: %s", component);
         return nullptr;
     }
@@ -87,7 +91,7 @@ int add_hardware_paths(const char *path, uefi_device_path_t ***list)
     path_buffer physical;
     if (physical_path(path, &physical) != 0)
         return -1;
-    char *found = strstr(physical.text, devices);
+    char *found = strstr(physical.text, ovra::tree_folder);
     if (!found)
         return fail("unexpected physical path: %s\n", physical.text);
     char *tree_path = found + to_tree_path;
@@ -105,8 +109,8 @@ int add_hardware_paths(const char *path, uefi_device_path_t ***list)
         current = find_child(current, component);
         if (!current)
             return -1;
-        // Kept: not cleared here, so that an "ide" level, which translates into nothing, repeats the node
-        // before it; stored paths through one carry that node twice.
+        // Kept: not cleared here: an "ide" level, which translates into nothing, repeats the node
+        // before it; stored paths through one carry that node twice. [kept_an_ide_level_*, kept_ide_levels_*]
         uefi_device_path_t *const before = node;
         if (dinode_to_uefinode(current, &node) != 0)
             return -1;

@@ -8,32 +8,25 @@
 #include "src/rt/owned.h"
 
 using ovra::fail;
+using ovra::node_list_builder;
 using ovra::owned;
 
 namespace {
 
-// Appends a node that is then the list's; one that cannot be appended is released.
-int append(uefi_device_path_t *node, ovra::node_list *list)
+int append(uefi_device_path_t *node, node_list_builder *list)
 {
-    owned<uefi_device_path_t> owner(node);
-    uefi_device_path_t **nodes = list->release();
-    const int result = add_dpath_list(&nodes, node);
-    list->reset(nodes);
-    if (result != 0)
-        return fail("unable to add dpath_node\n");
-    static_cast<void>(owner.release());
-    return 0;
+    return list->append(owned<uefi_device_path_t>(node)) == 0 ? 0 : fail("unable to add dpath_node\n");
 }
 
-int add_hardware(const char *disk, ovra::node_list *list)
+int add_hardware(const char *disk, node_list_builder *list)
 {
     uefi_device_path_t **nodes = nullptr;
     const int result = add_hardware_paths(disk, &nodes);
-    list->reset(nodes);
+    *list = node_list_builder(ovra::node_list(nodes));
     return result == 0 ? 0 : fail("unable to construct full path\n");
 }
 
-int add_media(const char *disk, ovra::node_list *list)
+int add_media(const char *disk, node_list_builder *list)
 {
     uefi_device_path_t *node = nullptr;
     if (add_hd_path(disk, &node) != 0)
@@ -41,7 +34,7 @@ int add_media(const char *disk, ovra::node_list *list)
     return append(node, list);
 }
 
-int add_file(const char *file, ovra::node_list *list)
+int add_file(const char *file, node_list_builder *list)
 {
     uefi_device_path_t *node = nullptr;
     if (add_file_path(file, &node) != 0)
@@ -49,7 +42,7 @@ int add_file(const char *file, ovra::node_list *list)
     return append(node, list);
 }
 
-int add_end(ovra::node_list *list)
+int add_end(node_list_builder *list)
 {
     uefi_device_path_t *node = nullptr;
     if (add_device_end(UEFI_END_ENTIRE, &node) != 0)
@@ -67,7 +60,7 @@ int encode_path_logdrive(ovra_hdl_t hdl, const char *device, const char *file, i
         device += ovra::length_of(ovra::slice_folder);
 
     const ovra::one_picture picture;
-    ovra::node_list list;
+    node_list_builder list;
     if ((flags & full_path && add_hardware(device, &list) != 0) || add_media(device, &list) != 0 ||
         (file && add_file(file, &list) != 0) || add_end(&list) != 0)
         return -1;

@@ -2,9 +2,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "src/base/ids.h"
 #include "src/base/number.h"
 #include "src/dpath/build.h"
-#include "src/dpath/ids.h"
 #include "src/osmap/osmap.h"
 #include "src/osmap/platform.h"
 #include "src/rt/diag.h"
@@ -184,6 +184,7 @@ enum subclass : uint32_t { scsi = 0, ide = 1, raid = 4, ata = 5, sata = 6 };
 int translate_scsi_disk(uint32_t target, uint32_t lun, uefi_device_path_t **out)
 {
     // Kept: a Controller node is made and dropped; stored paths have none, so neither may this one.
+    // [kept_no_controller_node_in_front_of_a_scsi_disk]
     uefi_device_path_t *controller = nullptr;
     if (add_ctrl(0, &controller) != 0)
         return -1;
@@ -238,6 +239,7 @@ int translate_disk(ht_node_t node, uefi_device_path_t **out)
     constexpr uint32_t mass_storage = 1;
     const uint32_t base_class = class_code >> 16 & 0xff;
     // Kept: another base class is reported only, and the subclass decides all the same.
+    // [kept_another_base_class_is_only_reported]
     if (base_class != mass_storage)
         say("class code is not massstorage: %s@%s: %x\n", name, address, base_class);
     const uint32_t sub_class = class_code >> 8 & 0xff;

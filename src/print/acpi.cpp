@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "src/dpath/ids.h"
+#include "src/base/ids.h"
+#include "src/base/words.h"
 #include "src/print/rows.h"
 
 using namespace ovra;
@@ -13,26 +14,22 @@ constexpr word devices[] = {
 };
 
 // Kept: of an EISA identifier only the product number is looked at; every vendor prints as "PNP".
-constexpr uint32_t product(uint32_t eisa_id)
-{
-    return eisa_id >> 16;
-}
-
+// [kept_acpi_vendor_is_not_looked_at]
 void print_acpi(const uefi_acpi_device_path_t &node, text &to)
 {
-    if (const word *device = by_value(devices, product(node.hid)))
+    if (const word *device = by_value(devices, eisa_product(node.hid)))
         to.add("/%s(0x%X)", device->text, node.uid);
     else
-        to.add("/Acpi(PNP%04X,0x%X)", product(node.hid), node.uid);
+        to.add("/Acpi(PNP%04X,0x%X)", eisa_product(node.hid), node.uid);
 }
 
 void print_acpi_expanded(const uefi_acpiex_device_path_t &node, text &to)
 {
-    to.add("/AcpiEx(PNP%04X,", product(node.hid));
+    to.add("/AcpiEx(PNP%04X,", eisa_product(node.hid));
     if (node.cid == 0)
         to.put("0");
     else
-        to.add("PNP%04X", product(node.cid));
+        to.add("PNP%04X", eisa_product(node.cid));
     to.add(",0x%X", node.uid);
     std::span<const uint8_t> strings = tail(node);
     for (int i = 0; i < 3; ++i) {
@@ -58,22 +55,12 @@ void print_acpi_adr(const uefi_acpiadr_device_path_t &node, text &to)
 }
 
 constexpr printed rows[] = {
-    row<uefi_acpi_device_path_t>([](auto &n, text &t) { print_acpi(n, t); }),
-    row<uefi_acpiex_device_path_t>([](auto &n, text &t) { print_acpi_expanded(n, t); }),
-    row<uefi_acpiadr_device_path_t>([](auto &n, text &t) { print_acpi_adr(n, t); }),
+    row<uefi_acpi_device_path_t, print_acpi>(),
+    row<uefi_acpiex_device_path_t, print_acpi_expanded>(),
+    row<uefi_acpiadr_device_path_t, print_acpi_adr>(),
 };
 static_assert(distinct_subtypes(rows));
 
 } // namespace
 
-bool ovra::acpi_text(const uefi_device_path_t *node, text &to)
-{
-    return print_row(rows, node, to) || print_generic(node, to, [](auto &n, const char *hex, text &t) {
-               t.add("/AcpiPath(0x%X,%s)", n.subtype, hex);
-           });
-}
-
-void print_acpi_path(const uefi_device_path_t *node, char **to)
-{
-    append_node_text(acpi_text, node, to);
-}
+const printed_rows ovra::acpi_rows = rows;

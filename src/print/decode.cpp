@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
+#include "src/print/decode.h"
+
+#include "src/base/nodes.h"
 #include "src/dpath/list.h"
+#include "src/print/nodes.h"
 #include "src/print/paths.h"
-#include "src/print/rows.h"
 
 using namespace ovra;
 
@@ -15,6 +18,7 @@ struct instance {
     bool add(const uefi_device_path_t *node)
     {
         // Kept: several file paths run together, with nothing between them.
+        // [kept_file_paths_are_joined_with_nothing_between]
         accumulator &to = as<uefi_file_path_t>(node) ? file : device;
         text piece(to.get() != nullptr);
         return node_text(node, piece) && to.add(piece.view());
@@ -42,7 +46,8 @@ int ovra::decode_to_uefi(ovra_hdl_t hdl, ovra_epath_t epath, int len, ovra_path_
             return -1;
         current = {};
     }
-    // Kept: what stands behind the last END node belongs to no instance and is dropped.
+    // Kept: what follows the last END node belongs to no instance and is dropped.
+    // [kept_nodes_behind_the_last_end_node_are_lost]
     *paths = decoded.release();
     return 0;
 }

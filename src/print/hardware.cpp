@@ -3,21 +3,24 @@
 
 using namespace ovra;
 
-static constexpr printed rows[] = {
-    row<uefi_pci_device_path_t>(
-        [](auto &n, text &t) { t.add("/Pci(0x%x,0x%x)", n.device_number, n.function_number); }),
-    row<uefi_ctrl_device_path_t>([](auto &n, text &t) { t.add("/Ctrl(0x%x)", n.ctrl_number); }),
+namespace {
+
+void print_pci(const uefi_pci_device_path_t &node, text &to)
+{
+    to.add("/Pci(0x%x,0x%x)", node.device_number, node.function_number);
+}
+
+void print_ctrl(const uefi_ctrl_device_path_t &node, text &to)
+{
+    to.add("/Ctrl(0x%x)", node.ctrl_number);
+}
+
+constexpr printed rows[] = {
+    row<uefi_pci_device_path_t, print_pci>(),
+    row<uefi_ctrl_device_path_t, print_ctrl>(),
 };
 static_assert(distinct_subtypes(rows));
 
-bool ovra::hardware_text(const uefi_device_path_t *node, text &to)
-{
-    return print_row(rows, node, to) || print_generic(node, to, [](auto &n, const char *hex, text &t) {
-               t.add("/HardwarePath(0x%x,%s)", n.subtype, hex);
-           });
-}
+} // namespace
 
-void print_hardware_path(const uefi_device_path_t *node, char **to)
-{
-    append_node_text(hardware_text, node, to);
-}
+const printed_rows ovra::hardware_rows = rows;

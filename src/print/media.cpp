@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: MIT
+#include "src/base/guid.h"
+#include "src/base/hard_drive.h"
+#include "src/print/print.h"
 #include "src/print/rows.h"
 
 using namespace ovra;
@@ -7,24 +10,17 @@ namespace {
 
 void add_signature(text &to, const uefi_hard_drive_path_t &node)
 {
-    if (node.sig_type == 1) {
-        uint32_t signature;
-        memcpy(&signature, node.part_sig, sizeof signature);
-        to.add("0x%08X", signature);
-    } else if (node.sig_type == 2) {
-        EFI_GUID guid;
-        memcpy(&guid, node.part_sig, sizeof guid);
-        char digits[37];
-        print_guid(&guid, digits);
-        to.put(digits);
-    } else {
+    if (node.sig_type == signature_mbr)
+        to.add("0x%08X", mbr_signature(node));
+    else if (node.sig_type == signature_guid)
+        to.put(guid_text(*guid_of(node.part_sig), letters::upper).view());
+    else
         to.put("unknown_sig");
-    }
 }
 
 void print_hard_drive(const uefi_hard_drive_path_t &node, text &to)
 {
-    // Kept: the partition number is signed.
+    // Kept: the partition number is signed. [kept_hard_drive_partition_number_is_signed]
     to.add("%sHD(%d,", to.media_prefix(), static_cast<int32_t>(node.part_number));
     add_word(to, partition_formats, node.part_format);
     to.put(",");
@@ -42,21 +38,11 @@ void print_file_path(const uefi_file_path_t &node, text &to)
 }
 
 constexpr printed rows[] = {
-    row<uefi_hard_drive_path_t>([](auto &n, text &t) { print_hard_drive(n, t); }),
-    row<uefi_file_path_t>([](auto &n, text &t) { print_file_path(n, t); }),
+    row<uefi_hard_drive_path_t, print_hard_drive>(),
+    row<uefi_file_path_t, print_file_path>(),
 };
 static_assert(distinct_subtypes(rows));
 
 } // namespace
 
-bool ovra::media_text(const uefi_device_path_t *node, text &to)
-{
-    return print_row(rows, node, to) || print_generic(node, to, [](auto &n, const char *hex, text &t) {
-               t.add("%sMediaPath(0x%x,%s)", t.media_prefix(), n.subtype, hex);
-           });
-}
-
-void print_media_path(const uefi_device_path_t *node, char **to)
-{
-    append_node_text(media_text, node, to);
-}
+const printed_rows ovra::media_rows = rows;

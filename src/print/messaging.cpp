@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "src/dpath/ids.h"
+#include "src/base/ids.h"
 #include "src/print/rows.h"
 
 using namespace ovra;
@@ -8,7 +8,7 @@ namespace {
 
 void print_atapi(const uefi_atapi_device_path_t &node, text &to)
 {
-    // Kept: every value but 0 is the second of the two.
+    // Kept: every value but 0 is the second of the two. [kept_atapi_words_of_values_beyond_1]
     const word *channel = by_value(ata_channels, node.channel != 0);
     const word *drive = by_value(ata_drives, node.drive != 0);
     to.add("/Ata(%s,%s,%d)", channel->text, drive->text, node.lun);
@@ -17,6 +17,7 @@ void print_atapi(const uefi_atapi_device_path_t &node, text &to)
 void print_mac_address(const uefi_macaddr_device_path_t &node, text &to)
 {
     // Kept: the interface type only says how many bytes count; it is not printed itself.
+    // [kept_mac_interface_type_is_not_printed]
     const size_t count = node.iff_type <= 1 ? 6 : sizeof node.mac_addr;
     char digits[2 * sizeof node.mac_addr];
     const char *end = write_hex({node.mac_addr, count}, digits);
@@ -27,7 +28,7 @@ void print_mac_address(const uefi_macaddr_device_path_t &node, text &to)
 
 void print_uart(const uefi_uart_device_path_t &node, text &to)
 {
-    // Kept: both numbers are signed, so that 200 data bits print as -56.
+    // Kept: both numbers are signed: 200 data bits print as -56. [kept_uart_numbers_are_signed]
     to.add("/Uart(%ld,%hhd,", static_cast<int64_t>(node.baud), static_cast<int8_t>(node.databits));
     add_word(to, uart_parities, node.parity);
     to.put(",");
@@ -35,27 +36,36 @@ void print_uart(const uefi_uart_device_path_t &node, text &to)
     to.put(")");
 }
 
-constexpr printed rows[] = {
-    row<uefi_atapi_device_path_t>([](auto &n, text &t) { print_atapi(n, t); }),
-    row<uefi_scsi_device_path_t>([](auto &n, text &t) { t.add("/Scsi(0x%x,0x%x)", n.target, n.lun); }),
-    row<uefi_fibre_device_path_t>([](auto &n, text &t) { t.add("/Fibre(0x%lx,0x%lx)", n.wwn, n.lun); }),
-    row<uefi_usb_device_path_t>([](auto &n, text &t) { t.add("/USB(0x%x,0x%x)", n.port, n.interface); }),
-    row<uefi_macaddr_device_path_t>([](auto &n, text &t) { print_mac_address(n, t); }),
-    row<uefi_uart_device_path_t>([](auto &n, text &t) { print_uart(n, t); }),
-    row<uefi_sata_device_path_t>(
-        [](auto &n, text &t) { t.add("/Sata(0x%x,0x%x,0x%x)", n.port, n.port_mult, n.lun); }),
-};
-static_assert(distinct_subtypes(rows));
+void print_scsi(const uefi_scsi_device_path_t &node, text &to)
+{
+    to.add("/Scsi(0x%x,0x%x)", node.target, node.lun);
+}
+
+void print_fibre(const uefi_fibre_device_path_t &node, text &to)
+{
+    to.add("/Fibre(0x%lx,0x%lx)", node.wwn, node.lun);
+}
+
+void print_usb(const uefi_usb_device_path_t &node, text &to)
+{
+    to.add("/USB(0x%x,0x%x)", node.port, node.interface);
+}
+
+void print_sata(const uefi_sata_device_path_t &node, text &to)
+{
+    to.add("/Sata(0x%x,0x%x,0x%x)", node.port, node.port_mult, node.lun);
+}
 
 struct vendor_kind {
     EFI_GUID guid;
     const char *text;
 };
 
-// Kept: these GUIDs decide alone; data behind them is not printed.
+// Kept: these GUIDs decide alone; data after them is not printed. [kept_vendor_data_is_not_printed]
+// Kept: the debug port has no parentheses. [kept_debug_port_has_no_parentheses]
 constexpr vendor_kind vendor_kinds[] = {
     {pc_ansi, "/VenPcAnsi()"}, {vt100, "/VenVt100()"},     {vt100_plus, "/VenVt100Plus()"},
-    {vt_utf8, "/VenUtf8()"},   {debug_port, "/DebugPort"}, // Kept: no parentheses.
+    {vt_utf8, "/VenUtf8()"},   {debug_port, "/DebugPort"},
 };
 
 bool has_guid(const uefi_venmsg_device_path_t &node, const EFI_GUID &guid)
@@ -77,25 +87,19 @@ bool print_vendor(const uefi_venmsg_device_path_t &node, text &to)
     if (!has_guid(node, uart_flow_control) || data.empty())
         return false;
     const word *control = by_value(uart_flow_controls, data[0]);
-    // Kept: a value without a word is not printed.
+    // Kept: a value without a word is not printed. [kept_flow_control_of_another_value]
     to.add("/UartFlowCtrl(%s)", control ? control->text : "Invalid arg");
     return true;
 }
 
+constexpr printed rows[] = {
+    row<uefi_atapi_device_path_t, print_atapi>(),   row<uefi_scsi_device_path_t, print_scsi>(),
+    row<uefi_fibre_device_path_t, print_fibre>(),   row<uefi_usb_device_path_t, print_usb>(),
+    row<uefi_venmsg_device_path_t, print_vendor>(), row<uefi_macaddr_device_path_t, print_mac_address>(),
+    row<uefi_uart_device_path_t, print_uart>(),     row<uefi_sata_device_path_t, print_sata>(),
+};
+static_assert(distinct_subtypes(rows));
+
 } // namespace
 
-bool ovra::messaging_text(const uefi_device_path_t *node, text &to)
-{
-    const auto *vendor = as<uefi_venmsg_device_path_t>(node);
-    if (vendor && print_vendor(*vendor, to))
-        return true;
-    return print_row(rows, node, to) || print_generic(node, to, [](auto &n, const char *hex, text &t) {
-               // Kept: in decimal, unlike the other generic forms.
-               t.add("/MessagingPath(%u,%s)", n.subtype, hex);
-           });
-}
-
-void print_messaging_path(const uefi_device_path_t *node, char **to)
-{
-    append_node_text(messaging_text, node, to);
-}
+const printed_rows ovra::messaging_rows = rows;

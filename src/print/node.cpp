@@ -1,107 +1,140 @@
 // SPDX-License-Identifier: MIT
+#include "src/print/nodes.h"
+#include "src/print/print.h"
 #include "src/print/rows.h"
 
 using namespace ovra;
 
-void ovra::add_word(text &to, std::span<const word> words, unsigned value)
+namespace {
+
+using generic_form = void (*)(const uefi_device_path_t &node, const char *hex, text &to);
+
+// A type of nodes: its rows, and the form in which it prints what no row stands for.
+struct printed_type {
+    uint8_t type;
+    const printed_rows *rows;
+    generic_form generic;
+};
+
+void print_unknown(const uefi_device_path_t &node, const char *hex, text &to)
 {
-    if (const word *word = by_value(words, value))
-        to.put(word->text);
-    else
-        to.add("%u", value);
+    to.add("/Path(0x%x,0x%x,%s)", node.type, node.subtype, hex);
 }
 
-bool ovra::print_row(std::span<const printed> rows, const uefi_device_path_t *node, text &to)
+void print_hardware(const uefi_device_path_t &node, const char *hex, text &to)
 {
-    for (const printed &row : rows) {
-        const node_kind &kind = row.kind;
-        if (node->type == kind.type && node->subtype == kind.subtype && node->len >= kind.size) {
-            row.print(node, to);
-            return true;
-        }
+    to.add("/HardwarePath(0x%x,%s)", node.subtype, hex);
+}
+
+void print_acpi(const uefi_device_path_t &node, const char *hex, text &to)
+{
+    to.add("/AcpiPath(0x%X,%s)", node.subtype, hex);
+}
+
+void print_messaging(const uefi_device_path_t &node, const char *hex, text &to)
+{
+    // Kept: in decimal, unlike the other generic forms. [kept_messaging_generic_subtype_in_decimal]
+    to.add("/MessagingPath(%u,%s)", node.subtype, hex);
+}
+
+void print_media(const uefi_device_path_t &node, const char *hex, text &to)
+{
+    to.add("%sMediaPath(0x%x,%s)", to.media_prefix(), node.subtype, hex);
+}
+
+bool print_end(const uefi_device_path_t *, text &to)
+{
+    to.put("/EndPath");
+    return true;
+}
+
+// Of any subtype and any length: it has nothing to read.
+constexpr printed end_row[] = {{{UEFI_END, 0, 0}, true, print_end}};
+constexpr printed_rows end_rows = end_row;
+constexpr printed_rows no_rows;
+
+constexpr printed_type types[] = {
+    {UEFI_HARDWARE, &hardware_rows, print_hardware},
+    {UEFI_ACPI, &acpi_rows, print_acpi},
+    {UEFI_MESSAGING, &messaging_rows, print_messaging},
+    {UEFI_MEDIA, &media_rows, print_media},
+    {UEFI_BIOS, &bios_rows, print_unknown},
+    {UEFI_END, &end_rows, print_unknown},
+};
+constexpr printed_type unknown = {0, &no_rows, print_unknown};
+
+const printed_type &type_of(uint8_t type)
+{
+    for (const printed_type &known : types) {
+        if (known.type == type)
+            return known;
     }
-    return false;
+    return unknown;
 }
 
-bool ovra::print_generic(const uefi_device_path_t *node, text &to, generic_form form)
+bool stands_for(const printed &row, const uefi_device_path_t *node)
 {
+    return node->type == row.kind.type && (row.any_subtype || node->subtype == row.kind.subtype) &&
+           node->len >= row.kind.size;
+}
+
+bool print_as(const printed_type &type, const uefi_device_path_t *node, text &to)
+{
+    for (const printed &row : *type.rows) {
+        if (stands_for(row, node) && row.print(node, to))
+            return true;
+    }
     char *dump = nullptr;
     device_path_hexdump(node, &dump);
     const owned<char> hex(dump);
     if (!hex)
         return false;
-    form(*node, hex.get(), to);
+    type.generic(*node, hex.get(), to);
     return true;
 }
 
-bool ovra::unknown_text(const uefi_device_path_t *node, text &to)
+void append_text(uint8_t type, const uefi_device_path_t *node, char **to)
 {
-    return print_generic(node, to, [](auto &n, const char *hex, text &t) {
-        t.add("/Path(0x%x,0x%x,%s)", n.type, n.subtype, hex);
-    });
+    // Kept: only a text that begins with a media node has no "/" in front.
+    // [kept_only_a_leading_media_node_has_no_slash]
+    text piece(*to != nullptr);
+    if (print_as(type_of(type), node, piece))
+        append_uefi_path(piece.c_str(), to);
 }
+
+} // namespace
 
 bool ovra::node_text(const uefi_device_path_t *node, text &to)
 {
-    switch (node->type) {
-    case UEFI_HARDWARE:
-        return hardware_text(node, to);
-    case UEFI_ACPI:
-        return acpi_text(node, to);
-    case UEFI_MESSAGING:
-        return messaging_text(node, to);
-    case UEFI_MEDIA:
-        return media_text(node, to);
-    case UEFI_BIOS:
-        return bios_text(node, to);
-    case UEFI_END:
-        to.put("/EndPath");
-        return true;
-    default:
-        return unknown_text(node, to);
-    }
-}
-
-void ovra::append_node_text(node_printer printer, const uefi_device_path_t *node, char **to)
-{
-    // Kept: only a text that begins with a media node has no "/" in front.
-    text piece(*to != nullptr);
-    if (printer(node, piece))
-        append_uefi_path(piece.c_str(), to);
+    return print_as(type_of(node->type), node, to);
 }
 
 void print_device_path(const uefi_device_path_t *node, char **to)
 {
-    append_node_text(node_text, node, to);
+    append_text(node->type, node, to);
 }
 
-void device_path_hexdump(const uefi_device_path_t *node, char **hex)
+void print_hardware_path(const uefi_device_path_t *node, char **to)
 {
-    // Kept: the dump begins with the node's own length.
-    constexpr size_t skipped = offsetof(uefi_device_path_t, len);
-    const size_t count = node->len < skipped ? 0 : node->len - skipped;
-    *hex = static_cast<char *>(malloc(2 * count + 1));
-    if (*hex)
-        *write_hex({reinterpret_cast<const uint8_t *>(node) + skipped, count}, *hex) = '\0';
+    append_text(UEFI_HARDWARE, node, to);
 }
 
-void append_uefi_path(const char *piece, char **to)
+void print_acpi_path(const uefi_device_path_t *node, char **to)
 {
-    const size_t length = *to ? strlen(*to) : 0;
-    const size_t size = strlen(piece) + 1;
-    auto *grown = static_cast<char *>(realloc(*to, length + size));
-    if (!grown)
-        return;
-    memcpy(grown + length, piece, size);
-    *to = grown;
+    append_text(UEFI_ACPI, node, to);
 }
 
-void print_guid(const EFI_GUID *guid, char *out)
+void print_messaging_path(const uefi_device_path_t *node, char **to)
 {
-    const uint8_t *tail = guid->Data4;
-    const auto clock = static_cast<unsigned>(tail[0] << 8 | tail[1]);
-    uint64_t node = 0;
-    for (int i = 2; i < 8; ++i)
-        node = node << 8 | tail[i];
-    snprintf(out, 37, "%08X-%04X-%04X-%04X-%012lX", guid->Data1, guid->Data2, guid->Data3, clock, node);
+    append_text(UEFI_MESSAGING, node, to);
+}
+
+void print_media_path(const uefi_device_path_t *node, char **to)
+{
+    append_text(UEFI_MEDIA, node, to);
+}
+
+void print_bios_path(const uefi_device_path_t *node, char **to)
+{
+    append_text(UEFI_BIOS, node, to);
 }

@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "src/rt/memlist.h"
 #include "src/rt/owned.h"
 #include "src/rt/strarray.h"
 
@@ -31,31 +32,17 @@ struct path_freeing {
 // An instance and its texts, all tracked.
 using tracked_path = std::unique_ptr<ovra_path_t, path_freeing>;
 
-// A tracked copy, or null.
-char *copy_of(ovra_hdl_t hdl, const char *text)
-{
-    ovra::owned<char> copy(strdup(text));
-    if (!copy || memlist_add(hdl, copy.get()) != 0)
-        return nullptr;
-    return copy.release();
-}
-
 tracked_path new_path(ovra_hdl_t hdl, const char *device, const char *file)
 {
     auto *block = memlist_malloc(hdl, sizeof(ovra_path_t), "struct ovra_path_t");
     tracked_path path(static_cast<ovra_path_t *>(block), {hdl});
     if (!path)
         return path;
-    *path = {copy_of(hdl, device ? device : ""), file ? copy_of(hdl, file) : nullptr};
+    *path = {ovra::copy_string(hdl, device ? device : "").release(),
+             file ? ovra::copy_string(hdl, file).release() : nullptr};
     if (!path->device_path || (file && !path->file_path))
         path.reset();
     return path;
-}
-
-ovra_path_t **resize(ovra_hdl_t hdl, ovra_path_t **list, size_t pointers)
-{
-    return static_cast<ovra_path_t **>(
-        memlist_realloc(hdl, list, pointers * sizeof(ovra_path_t *), "decoded_path"));
 }
 
 } // namespace
@@ -63,36 +50,15 @@ ovra_path_t **resize(ovra_hdl_t hdl, ovra_path_t **list, size_t pointers)
 int add_path(ovra_hdl_t hdl, const char *device, const char *file, ovra_path_t ***list)
 {
     tracked_path path = new_path(hdl, device, file);
-    if (!path)
+    if (!path || ovra::append_entry(list, path.get(), ovra::path_list_memory(hdl)) != 0)
         return -1;
-    size_t count = 0;
-    while (*list && (*list)[count])
-        ++count;
-    ovra_path_t **grown = resize(hdl, *list, count + 2);
-    if (!grown)
-        return -1;
-    grown[count] = path.release();
-    grown[count + 1] = nullptr;
-    *list = grown;
+    static_cast<void>(path.release());
     return 0;
 }
 
 int ovra::path_list_builder::append(const char *device, const char *file)
 {
-    tracked_path path = new_path(hdl, device, file);
-    if (!path)
-        return -1;
-    if (count + 2 > capacity) {
-        const size_t doubled = capacity == 0 ? 2 : 2 * capacity;
-        ovra_path_t **grown = resize(hdl, list, doubled);
-        if (!grown)
-            return -1;
-        list = grown;
-        capacity = doubled;
-    }
-    list[count] = path.release();
-    list[++count] = nullptr;
-    return 0;
+    return growing_list::append(new_path(handle, device, file));
 }
 
 void free_dpath(ovra_hdl_t hdl, ovra_path_t **list)

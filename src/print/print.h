@@ -27,7 +27,7 @@ void print_media_path(const uefi_device_path_t *node, char **to);
 void print_bios_path(const uefi_device_path_t *node, char **to);
 
 /*
- * The bytes of a node behind type and subtype as lower-case digits: a new string of 2 * len - 3 bytes, which
+ * The bytes of a node after type and subtype as lower-case digits: a new string of 2 * len - 3 bytes, which
  * the caller frees; null without memory. A node that claims less than those two bytes gives the empty text.
  */
 void device_path_hexdump(const uefi_device_path_t *node, char **hex);

@@ -7,30 +7,44 @@
 #define SRC_PRINT_ROWS_H
 
 #include <cstddef>
+#include <type_traits>
 
-#include "src/dpath/view.h"
-#include "src/dpath/words.h"
-#include "src/print/print.h"
+#include "src/base/nodes.h"
+#include "src/base/words.h"
 #include "src/print/text.h"
 
 namespace ovra {
 
 struct printed {
     node_kind kind;
-    void (*print)(const uefi_device_path_t *node, text &to);
+    bool any_subtype;
+    bool (*print)(const uefi_device_path_t *node, text &to); // false: generic after all, and nothing printed
 };
 
-/* The row of a record that states its kind; `format` takes the record and the text. */
-template <typename record, typename format>
-constexpr printed row(format)
+enum class subtypes : bool { own, any };
+
+/*
+ * The row of a record that states its kind. `format` takes the record and the text; one that returns a bool
+ * may refuse a node, before it prints anything.
+ */
+template <typename record, auto format>
+constexpr printed row(subtypes of = subtypes::own)
 {
     static_assert(kind_of<record>.type != 0, "the record states no kind");
-    return {kind_of<record>, [](const uefi_device_path_t *node, text &to) {
-                format{}(*reinterpret_cast<const record *>(node), to);
+    return {kind_of<record>, of == subtypes::any, [](const uefi_device_path_t *node, text &to) {
+                const auto &stored = *reinterpret_cast<const record *>(node);
+                if constexpr (std::is_void_v<decltype(format(stored, to))>) {
+                    format(stored, to);
+                    return true;
+                } else {
+                    return format(stored, to);
+                }
             }};
 }
 
-constexpr bool distinct_subtypes(std::span<const printed> rows)
+using printed_rows = std::span<const printed>;
+
+constexpr bool distinct_subtypes(printed_rows rows)
 {
     for (size_t i = 0; i < rows.size(); ++i) {
         for (size_t j = 0; j < i; ++j) {
@@ -41,14 +55,6 @@ constexpr bool distinct_subtypes(std::span<const printed> rows)
     return true;
 }
 
-/* The bytes behind the fixed part of a record, to the end of its node. */
-template <typename record>
-std::span<const uint8_t> tail(const record &node)
-{
-    constexpr size_t size = kind_of<record>.size;
-    return {reinterpret_cast<const uint8_t *>(&node) + size, node.len - size};
-}
-
 /* The string that begins the bytes: to its terminator, or to their end. */
 inline std::string_view bounded_string(std::span<const uint8_t> bytes)
 {
@@ -56,28 +62,12 @@ inline std::string_view bounded_string(std::span<const uint8_t> bytes)
     return {string, strnlen(string, bytes.size())};
 }
 
-/* The word of a value, or the value in decimal. */
-void add_word(text &to, std::span<const word> words, unsigned value);
-
-/* Prints a node by its row. false: none stands for it, and the text is as it was. */
-bool print_row(std::span<const printed> rows, const uefi_device_path_t *node, text &to);
-
-/* Prints the bytes of a node in a generic form. false: no memory for them, and the text is as it was. */
-using generic_form = void (*)(const uefi_device_path_t &node, const char *hex, text &to);
-bool print_generic(const uefi_device_path_t *node, text &to, generic_form form);
-
-/* The text of any node, and of one of each type. false: no memory for it. */
-using node_printer = bool (*)(const uefi_device_path_t *node, text &to);
-bool node_text(const uefi_device_path_t *node, text &to);
-bool hardware_text(const uefi_device_path_t *node, text &to);
-bool acpi_text(const uefi_device_path_t *node, text &to);
-bool messaging_text(const uefi_device_path_t *node, text &to);
-bool media_text(const uefi_device_path_t *node, text &to);
-bool bios_text(const uefi_device_path_t *node, text &to);
-bool unknown_text(const uefi_device_path_t *node, text &to);
-
-/* Appends the text of a node to an accumulator. */
-void append_node_text(node_printer printer, const uefi_device_path_t *node, char **to);
+/* The rows of each type of node. */
+extern const printed_rows hardware_rows;
+extern const printed_rows acpi_rows;
+extern const printed_rows messaging_rows;
+extern const printed_rows media_rows;
+extern const printed_rows bios_rows;
 
 } // namespace ovra
 

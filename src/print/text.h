@@ -10,6 +10,7 @@
 #include <span>
 #include <string_view>
 
+#include "src/base/words.h"
 #include "src/rt/owned.h"
 
 namespace ovra {
@@ -62,8 +63,11 @@ private:
     char buffer[limit + 1];
 };
 
+/* The word of a value, or the value in decimal. */
+void add_word(text &to, std::span<const word> words, unsigned value);
+
 /*
- * A text accumulator that knows its length, so that a long path is not walked for each of its nodes. Null
+ * A text accumulator that knows its length: a long path is not walked for each of its nodes. Null
  * until the first piece; a piece for which there is no memory is left out.
  */
 class accumulator {

@@ -6,7 +6,8 @@
 #include <pthread.h>
 #include <utility>
 
-#include "src/rt/cancel.h"
+#include "src/base/cancel.h"
+#include "src/base/text.h"
 #include "src/rt/diag.h"
 #include "src/rt/owned.h"
 #include "src/rt/rt.h"
@@ -85,6 +86,8 @@ private:
 
 enum class outcome { ok, no_descriptor, no_memory, refused };
 
+// Kept: through iconv, as a caller may bring a descriptor of another encoding
+// [kept_conversion_goes_through_the_descriptor_given].
 outcome convert(iconv_t cd, const char *s, owned<uint16_t> *converted)
 {
     if (cd == not_open)
@@ -92,6 +95,7 @@ outcome convert(iconv_t cd, const char *s, owned<uint16_t> *converted)
     size_t in_left = strlen(s);
     size_t out_left = in_left * sizeof(uint16_t);
     owned<uint16_t> text(static_cast<uint16_t *>(malloc(out_left + sizeof(uint16_t))));
+    // Kept: without memory nothing is said. [kept_a_refused_allocation_is_silent]
     if (!text)
         return outcome::no_memory;
     // Characters of four bytes do not fit into 16 bits. glibc's iconv refuses most of them, but leaves out
@@ -112,6 +116,8 @@ outcome convert(iconv_t cd, const char *s, owned<uint16_t> *converted)
 // Says what a conversion came to, and gives its text to the caller.
 uint16_t *hand_out(outcome result, const char *s, owned<uint16_t> text)
 {
+    // Kept: neither message has a line end. [kept_no_line_end_after_a_missing_descriptor,
+    // kept_no_line_end_after_a_refused_text]
     if (result == outcome::no_descriptor)
         say("iconv_open(UCS-2/UTF-8)");
     else if (result == outcome::refused)
@@ -148,75 +154,21 @@ uint16_t *convert_utf8_to_leunicode(const char *s)
     return hand_out(result, s, std::move(text));
 }
 
-namespace {
-
-constexpr bool is_high_surrogate(uint32_t unit)
-{
-    return (unit & 0xfc00) == 0xd800;
-}
-
-constexpr bool is_low_surrogate(uint32_t unit)
-{
-    return (unit & 0xfc00) == 0xdc00;
-}
-
-uint32_t unit_at(const void *s, size_t index)
-{
-    uint16_t unit;
-    memcpy(&unit, static_cast<const char *>(s) + index * sizeof unit, sizeof unit);
-    return unit;
-}
-
-// Writes one character at `out`, which has room for four bytes; returns how many it took.
-size_t put_utf8(uint32_t character, char *out)
-{
-    auto continuation = [&](unsigned shift) {
-        return static_cast<char>(0x80 | ((character >> shift) & 0x3f));
-    };
-    if (character < 0x80) {
-        out[0] = static_cast<char>(character);
-        return 1;
-    }
-    if (character < 0x800) {
-        out[0] = static_cast<char>(0xc0 | (character >> 6));
-        out[1] = continuation(0);
-        return 2;
-    }
-    if (character < 0x10000) {
-        out[0] = static_cast<char>(0xe0 | (character >> 12));
-        out[1] = continuation(6);
-        out[2] = continuation(0);
-        return 3;
-    }
-    out[0] = static_cast<char>(0xf0 | (character >> 18));
-    out[1] = continuation(12);
-    out[2] = continuation(6);
-    out[3] = continuation(0);
-    return 4;
-}
-
-} // namespace
-
 size_t convert_utf16_to_utf8(const void *s, size_t units, char *out, size_t capacity)
 {
+    ovra::byte_view rest(static_cast<const uint8_t *>(s), units * sizeof(uint16_t));
     size_t written = 0;
-    for (size_t i = 0; i < units; ++i) {
-        uint32_t character = unit_at(s, i);
-        if (character == 0 || is_low_surrogate(character))
+    while (!rest.empty()) {
+        const ovra::decoded_character next = ovra::first_of_utf16(rest);
+        if (!next.valid || next.character == 0)
             break;
-        if (is_high_surrogate(character)) {
-            const uint32_t low = i + 1 < units ? unit_at(s, i + 1) : 0;
-            if (!is_low_surrogate(low))
-                break;
-            character = 0x10000 + ((character & 0x3ff) << 10) + (low & 0x3ff);
-            ++i;
-        }
-        char bytes[4];
-        const size_t length = put_utf8(character, bytes);
-        if (length > capacity - written)
+        const ovra::utf8_character utf8(next.character);
+        const std::string_view bytes = utf8.view();
+        if (bytes.size() > capacity - written)
             break;
-        memcpy(out + written, bytes, length);
-        written += length;
+        memcpy(out + written, bytes.data(), bytes.size());
+        written += bytes.size();
+        rest = rest.subspan(next.size * sizeof(uint16_t));
     }
     return written;
 }

@@ -9,7 +9,7 @@
 
 #include <ovra/log.h>
 
-#include "src/rt/cancel.h"
+#include "src/base/cancel.h"
 
 extern "C" {
 int ovra_path_eprint = -1;

@@ -1,13 +1,10 @@
 // SPDX-License-Identifier: MIT
+#include "src/base/guid.h"
 #include "src/rt/owned.h"
 #include "src/rt/rt.h"
 #include "src/rt/testfile.h"
 
 using ovra::owned;
-
-// EFI_GLOBAL_VARIABLE (UEFI 3.3). A template: the services take a pointer to a GUID that is not const.
-static constexpr EFI_GUID global_variable = {
-    0x8be4df61, 0x93ca, 0x11d2, {0xaa, 0x0d, 0x00, 0xe0, 0x98, 0x03, 0x2b, 0x8c}};
 
 static constexpr UINT32 global_attributes =
     EFI_VARIABLE_NON_VOLATILE | EFI_VARIABLE_BOOTSERVICE_ACCESS | EFI_VARIABLE_RUNTIME_ACCESS;
@@ -19,7 +16,7 @@ EFI_STATUS set_variable(ovra_hdl_t hdl, const char *name, UINTN size, void *data
     const owned<uint16_t> unicode_name(convert_utf8_to_leunicode(name));
     if (!unicode_name)
         return EFI_INVALID_PARAMETER;
-    EFI_GUID guid = global_variable;
+    EFI_GUID guid = ovra::global_variable_guid; // the services take one that is not const
     EFI_STATUS status = EFI_SUCCESS;
     if (ovra_set_variable(hdl, unicode_name.get(), &guid, global_attributes, size, data, &status) != 0)
         return EFI_ACCESS_DENIED;
@@ -33,7 +30,7 @@ EFI_STATUS get_variable(ovra_hdl_t hdl, const char *name, UINTN *size, void *dat
     const owned<uint16_t> unicode_name(convert_utf8_to_leunicode(name));
     if (!unicode_name)
         return EFI_INVALID_PARAMETER;
-    EFI_GUID guid = global_variable;
+    EFI_GUID guid = ovra::global_variable_guid; // the services take one that is not const
     EFI_STATUS status = EFI_SUCCESS;
     if (ovra_get_variable(hdl, unicode_name.get(), &guid, nullptr, size, data, &status) != 0)
         return EFI_ACCESS_DENIED;

@@ -4,7 +4,7 @@
 #include <fcntl.h>
 
 #include "platform/include/devns.h"
-#include "src/rt/cancel.h"
+#include "src/base/cancel.h"
 #include "src/rt/rt.h"
 #include "src/rt/testfile.h"
 
@@ -22,6 +22,7 @@ int ovra_init(ovra_hdl_t *hdl)
     fresh->ovra_fd = devns_open(DEVNS_RUNTIME_SERVICES, O_RDWR);
     if (fresh->ovra_fd == -1) {
         // Kept: the caller's handle is left pointing at what was released.
+        // [kept_failed_init_leaves_the_released_pointer]
         const int error = errno;
         free(fresh);
         // Not every allocator leaves errno alone. The compiler takes it that free does, and would drop the

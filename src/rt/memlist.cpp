@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
+#include "src/rt/memlist.h"
+
 #include <algorithm>
 #include <cstdlib>
 
 #include "src/rt/diag.h"
-#include "src/rt/rt.h"
-#include "src/rt/strarray.h"
 
 using ovra::say;
 
@@ -47,7 +47,7 @@ int memlist_add(ovra_hdl_t hdl, void *block)
     }
     hdl->memlist_addr[slot] = block;
     hdl->memlist_end = std::max(hdl->memlist_end, slot + 1);
-    // A start for the next search, so that filling a long list does not walk it each time.
+    // A start for the next search: filling a long list does not walk it each time.
     hdl->memlist_low = static_cast<uint32_t>(std::min<size_t>(slot + 1, UINT32_MAX));
     return 0;
 }
@@ -116,6 +116,7 @@ void *memlist_realloc(ovra_hdl_t hdl, void *block, size_t size, const char *what
     if (slot)
         empty_slot(hdl, slot);
     // Kept: unlike memlist_malloc this hands out a block that is not tracked; it is the caller's then.
+    // [kept_realloc_hands_out_a_block_that_could_not_be_recorded]
     if (memlist_add(hdl, moved) != 0)
         say("failed to add realloc'ed %s to memlist\n", what);
     return moved;

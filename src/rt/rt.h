@@ -51,10 +51,6 @@ int add_str_array(ovra_hdl_t hdl, const char *str, char ***array);
 /* Passes a record to the runtime services. 0, or -1 when they could not be reached; errno says why. */
 int ovra_common(ovra_hdl_t hdl, int command, void *record);
 
-/* Variables as files of their name in the working directory. `size` is in bytes. */
-EFI_STATUS set_variable_to_file(const char *path, UINTN size, const void *data);
-EFI_STATUS get_variable_from_file(const char *path, UINTN *size, void *data);
-
 /* Variables of the global-variable GUID by their UTF-8 name, from the firmware or from files. */
 EFI_STATUS set_variable(ovra_hdl_t hdl, const char *name, UINTN size, void *data);
 /* *size as in GetVariable: with EFI_BUFFER_TOO_SMALL it receives the size needed. */

@@ -3,7 +3,7 @@
 #include <fcntl.h>
 
 #include "platform/include/devns.h"
-#include "src/rt/cancel.h"
+#include "src/base/cancel.h"
 #include "src/rt/rt.h"
 
 int ovra_common(ovra_hdl_t hdl, int command, void *record)

@@ -1,22 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "src/rt/strarray.h"
 
-#include <cstdlib>
 #include <cstring>
 
-#include "src/rt/owned.h"
+#include "src/rt/memlist.h"
 
-static constexpr char label[] = "add_str_array";
-
-static char **resize(ovra_hdl_t hdl, char **array, size_t pointers)
+ovra::tracked<char> ovra::copy_string(ovra_hdl_t hdl, const char *str)
 {
-    return static_cast<char **>(memlist_realloc(hdl, array, pointers * sizeof(char *), label));
-}
-
-// A tracked copy of a string, or null.
-static ovra::tracked<char> copy_string(ovra_hdl_t hdl, const char *str)
-{
-    ovra::owned<char> copy(strdup(str));
+    owned<char> copy(strdup(str));
     if (!copy || memlist_add(hdl, copy.get()) != 0)
         return {nullptr, {hdl}};
     return {copy.release(), {hdl}};
@@ -24,44 +15,19 @@ static ovra::tracked<char> copy_string(ovra_hdl_t hdl, const char *str)
 
 int add_str_array(ovra_hdl_t hdl, const char *str, char ***array)
 {
+    const ovra::tracked_memory memory = {hdl, "add_str_array"};
     if (!str) {
-        auto **emptied = resize(hdl, *array, 1);
+        char **emptied = ovra::resize_array(*array, 1, memory);
         if (!emptied)
             return -1;
         emptied[0] = nullptr;
         *array = emptied;
         return 0;
     }
-    auto copy = copy_string(hdl, str);
-    if (!copy)
+    auto copy = ovra::copy_string(hdl, str);
+    if (!copy || ovra::append_entry(array, copy.get(), memory) != 0)
         return -1;
-    size_t count = 0;
-    while (*array && (*array)[count])
-        ++count;
-    auto **grown = resize(hdl, *array, count + 2);
-    if (!grown)
-        return -1;
-    grown[count] = copy.release();
-    grown[count + 1] = nullptr;
-    *array = grown;
-    return 0;
-}
-
-int ovra::str_array_builder::append(const char *str)
-{
-    auto copy = copy_string(hdl, str);
-    if (!copy)
-        return -1;
-    if (count + 2 > capacity) {
-        const size_t doubled = capacity == 0 ? 8 : 2 * capacity;
-        auto **grown = resize(hdl, array, doubled);
-        if (!grown)
-            return -1;
-        array = grown;
-        capacity = doubled;
-    }
-    array[count] = copy.release();
-    array[++count] = nullptr;
+    static_cast<void>(copy.release());
     return 0;
 }
 

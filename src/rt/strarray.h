@@ -1,39 +1,38 @@
 /* SPDX-License-Identifier: MIT */
-/* String arrays that grow entry by entry. */
+/* Strings and arrays of them that a handle tracks. */
 #ifndef SRC_RT_STRARRAY_H
 #define SRC_RT_STRARRAY_H
 
-#include <utility>
-
-#include "src/rt/rt.h"
+#include "src/rt/list.h"
+#include "src/rt/owned.h"
 
 namespace ovra {
 
-/*
- * memlist_free for one of several blocks that were recorded one behind the other: looked for from *start on,
- * at first 0, which goes with it. So that releasing a long array does not search the whole list for each.
- */
-void memlist_free_next(ovra_hdl_t hdl, void *block, size_t *start);
+/* A tracked copy of a string; null without memory. */
+tracked<char> copy_string(ovra_hdl_t hdl, const char *str);
 
-/* An array under construction, which neither counts nor moves a long list again for each entry. */
-class str_array_builder {
+struct names_freeing {
+    ovra_hdl_t hdl;
+    void operator()(char **names) const { free_str_array(hdl, names); }
+};
+
+/* A string array that the handle owns, taken back unless it is released to the caller. */
+using tracked_names = std::unique_ptr<char *, names_freeing>;
+
+/* A string array under construction. */
+class str_array_builder : growing_list<tracked_names, tracked_memory> {
 public:
-    explicit str_array_builder(ovra_hdl_t handle) : hdl(handle) {}
-    str_array_builder(const str_array_builder &) = delete;
-    str_array_builder &operator=(const str_array_builder &) = delete;
-    ~str_array_builder() { free_str_array(hdl, array); }
+    explicit str_array_builder(ovra_hdl_t hdl)
+        : growing_list({nullptr, {hdl}}, {hdl, "add_str_array"}), handle(hdl)
+    {}
 
     /* Appends a copy; -1 without memory. */
-    int append(const char *str);
+    int append(const char *str) { return growing_list::append(copy_string(handle, str)); }
 
-    /* The array, null without an entry, for the handle to own. */
-    char **release() { return std::exchange(array, nullptr); }
+    using growing_list::release;
 
 private:
-    ovra_hdl_t hdl;
-    char **array = nullptr;
-    size_t count = 0;
-    size_t capacity = 0;
+    ovra_hdl_t handle;
 };
 
 } // namespace ovra

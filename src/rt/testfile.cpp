@@ -7,7 +7,7 @@
 #include <cstring>
 #include <memory>
 
-#include "src/rt/cancel.h"
+#include "src/base/cancel.h"
 #include "src/rt/diag.h"
 #include "src/rt/rt.h"
 
@@ -36,6 +36,7 @@ EFI_STATUS set_variable_to_file(const char *path, UINTN size, const void *data)
         return EFI_DEVICE_ERROR;
     }
     // Kept: an error of writing is not looked at, and a size of 0 leaves an empty file.
+    // [kept_errors_of_writing_are_not_looked_at, kept_set_of_size_0_leaves_an_empty_file]
     const auto *bytes = static_cast<const unsigned char *>(data);
     for (UINTN i = 0; i < size; ++i)
         fputc(bytes[i], file.get());
@@ -55,6 +56,7 @@ EFI_STATUS get_variable_from_file(const char *path, UINTN *size, void *data)
         return EFI_DEVICE_ERROR;
     const auto length = static_cast<UINTN>(end);
     // Kept: an empty file asked for with size 0 is "too small" too.
+    // [kept_empty_file_with_size_0_is_too_small_too]
     if (*size == 0 || *size < length) {
         *size = length;
         return EFI_BUFFER_TOO_SMALL;

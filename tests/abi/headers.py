@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: MIT
 """usage: headers.py STANDARD FOLDER COMPILER...
 
-Compiles each public header alone, once and twice over, as the first thing of a translation unit, with every compiler
-that is there. FOLDER holds <ovra/...> and <hwplat/...> as an installation does.
+Compiles each public header alone, once and twice over, as the first thing of a translation unit, with every compiler.
+FOLDER holds <ovra/...> and <hwplat/...> as an installation does.
 """
 import os
 import shutil
@@ -15,11 +15,12 @@ FLAGS = ["-pedantic", "-Wall", "-Wextra", "-Wundef", "-Wshadow", "-Werror", "-fs
 
 def main():
     standard, folder = sys.argv[1:3]
-    compilers = [name for name in sys.argv[3:] if shutil.which(name)]
+    compilers = sys.argv[3:]
+    missing = [name for name in compilers if not shutil.which(name)]
     headers = [f"{group}/{name}" for group in ("ovra", "hwplat")
                for name in sorted(os.listdir(os.path.join(folder, group))) if name.endswith(".h")]
-    if not compilers or not {"ovra/ovra.h", "ovra/uefi.h", "hwplat/devns.h"} <= set(headers):
-        print(f"nothing to compile: compilers {compilers}, headers {headers}")
+    if missing or not compilers or not {"ovra/ovra.h", "ovra/uefi.h", "hwplat/devns.h"} <= set(headers):
+        print(f"nothing to compile: compilers {compilers}, of which are missing {missing}, headers {headers}")
         return 1
     language = ["-x", "c++"] if "++" in standard else ["-x", "c", "-Wstrict-prototypes"]
     failures = 0

@@ -17,9 +17,10 @@ REASONS = ("static assertion failed", "static_assert failed", "is negative", "wi
 
 def main():
     include = sys.argv[1]
-    compilers = [name for name in sys.argv[2:] if shutil.which(name)]
-    wrong = [] if compilers else ["no compiler"]
-    for compiler in compilers:
+    compilers = sys.argv[2:]
+    wrong = [f"there is no {name}: 'scripts/install-packages check' installs it" for name in compilers
+             if not shutil.which(name)]
+    for compiler in filter(shutil.which, compilers):
         for language, standard in LANGUAGES.items():
             command = [compiler, "-x", language, standard, "-pedantic", "-Wall", "-Wextra", "-Werror", f"-I{include}",
                        "-fsyntax-only", SOURCE]

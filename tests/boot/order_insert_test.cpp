@@ -93,7 +93,7 @@ TEST_F(bootorder_insert, agrees_with_the_plain_way)
     }
 }
 
-TEST_F(bootorder_insert, traces_the_new_count)
+TEST_F(bootorder_insert, kept_trace_of_the_new_count_ends_in_a_0)
 {
     expect_traces("i = 4 elem = 0 \n", [&] {
         put_order({1, 2, 3});

@@ -251,7 +251,7 @@ TEST_F(bootorder, order_that_cannot_be_written)
     EXPECT_EQ(stored("BootOrder"), hex_order({1, 2}));
 }
 
-TEST_F(bootorder, remove_from_a_missing_order_succeeds_and_says_so)
+TEST_F(bootorder, kept_remove_from_a_missing_order_succeeds_and_says_so)
 {
     expect_errors(no_order, [&] { EXPECT_EQ(ovra_bootorder_remove(hdl, arg("Boot0001")), 0); });
     EXPECT_EQ(fakes::requests_of(OVRA_SET_VARIABLE), 0U);

@@ -65,7 +65,7 @@ constexpr std::array stopped = {
     named_call{SYS_fcntl, "fcntl"},         named_call{SYS_fadvise64, "fadvise"},
     named_call{SYS_getcwd, "getcwd"},       named_call{SYS_access, "access"},
     named_call{SYS_faccessat, "faccessat"}};
-constexpr std::size_t allocation = stopped.size(); // a kind of its own behind them
+constexpr std::size_t allocation = stopped.size(); // a kind of its own after them
 
 struct {
     bool watching = false;
@@ -85,7 +85,7 @@ bool is_in_libblkid(const void *caller)
            std::strstr(found.dli_fname, "libblkid") != nullptr;
 }
 
-// Counts a call; whether it shall fail.
+// Counts a call. True if it must fail.
 bool fails(std::size_t kind)
 {
     if (!state.watching)
@@ -153,7 +153,7 @@ outcome watch(const std::function<outcome()> &body, long fail_at, int error)
     return found;
 }
 
-// What `body` says in a child process.
+// The outcome of `body` in a child process.
 std::string said_in_child(const std::function<std::string()> &body)
 {
     int ends[2];

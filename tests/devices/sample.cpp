@@ -210,6 +210,17 @@ std::vector<std::string> tree_paths()
     return paths;
 }
 
+std::string to_hex(const void *data, int size)
+{
+    std::string text;
+    for (int i = 0; i < size; ++i) {
+        char digits[3];
+        std::snprintf(digits, sizeof digits, "%02x", static_cast<const unsigned char *>(data)[i]);
+        text += digits;
+    }
+    return text;
+}
+
 std::string link_of(const std::string &path)
 {
     std::array<char, 1024> target;

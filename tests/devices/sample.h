@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Machines to look at: the captured ones, and ones that are made piece by piece. */
+/* Machines for tests: captured ones, and ones made piece by piece. */
 #ifndef TESTS_DEVICES_SAMPLE_H
 #define TESTS_DEVICES_SAMPLE_H
 
@@ -8,6 +8,8 @@
 #include <optional>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "platform/include/devns.h"
 #include "platform/include/hwtree.h"
@@ -37,11 +39,11 @@ public:
     std::string function(const std::string &place, unsigned class_code, unsigned vendor = 0x8086,
                          unsigned device = 0x1234) const;
 
-    /* A disk that hangs at `place`, relative to the machine, with "block/<name>" added. */
+    /* A disk at `place`, relative to the machine, with "block/<name>" added. */
     void disk(const std::string &name, const std::string &place, std::uint64_t units = 65536,
               unsigned block_size = 512) const;
 
-    /* An ATA port, of the number that sysfs gives it; then the place of a disk of it is returned. */
+    /* An ATA port with its number in sysfs. Returns the place of its disk. */
     std::string ata(const std::string &function, unsigned host, unsigned port, const std::string &address,
                     unsigned links = 0) const;
 
@@ -51,25 +53,28 @@ public:
     /* Writes a partition table into an image, as sfdisk's input describes it. */
     static void partition(const fs::path &image, const std::string &script);
 
-    /* Bytes over those of an image. */
+    /* Overwrites bytes of an image. */
     static void patch(const fs::path &image, std::uint64_t offset, const std::string &bytes);
 };
 
-/* What the calls of libvolset give, as a row of text for each: "c0t0d0s0 2048 40960". */
+/* The answers of libvolset, a line of text for each: "c0t0d0s0 2048 40960". */
 std::vector<std::string> drives();  /* name, tree path, Linux name, block size and number of blocks */
 std::vector<std::string> volumes(); /* partitions and slices of all media: name, start, size */
 
 /* The physical paths of all nodes, as a walk meets them. */
 std::vector<std::string> tree_paths();
 
-/* What the link of a name below "/dev" is; "errno N" when there is none. */
+/* Bytes in hexadecimal. */
+std::string to_hex(const void *data, int size);
+
+/* The target of a link below "/dev"; "errno N" on failure. */
 std::string link_of(const std::string &path);
 
 /* What this process has used of the processor so far, in seconds: other work on the machine does not count.
  */
 double processor_seconds();
 
-/* A vs_ call gives its value, having said that there was no error. */
+/* Results of libvolset and libhwtree. The calls expect that there is no error. */
 struct list_freeing {
     void operator()(kvlist_t *list) const { kvlist_free(list); }
 };

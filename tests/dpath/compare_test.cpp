@@ -70,7 +70,7 @@ TEST(compare, one_byte_apart_does_not_match)
     EXPECT_EQ(compare(node_of(node_bytes(4, 4, 65535)), node_of(last)), -1);
 }
 
-TEST(compare, pci_and_pci_express_root_bridge_match_with_a_trace)
+TEST(compare, kept_wording_of_the_trace_of_root_bridges)
 {
     for (const int debug : {1, 0}) {
         const messages said(1, debug);

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/encode/positional.h"
 #include "tests/encode/refused.h"
 #include "tests/support/messages.h"
 
@@ -190,9 +191,38 @@ TEST(refused_allocation, no_encoder_is_left_out)
         cover(one);
     cover(kept_memap);
     texts keywords;
-    for (const uefi_encode_opt_t &row : encode_opt_table)
-        keywords.insert(row.opt_name);
+    for (const columns &row : read_table("encode_keywords.tsv", 1))
+        keywords.insert(row[0]);
     EXPECT_EQ(covered, keywords);
+}
+
+// Whatever the words: what could not be had is told. This is all that a keyword after those above needs.
+TEST(refused_allocation, each_positional_row_is_told)
+{
+    size_t told = 0;
+    for (const positional_row &row : positional_rows()) {
+        SCOPED_TRACE(row.text);
+        const made_arguments args(row.text);
+        ASSERT_TRUE(args.list);
+        auto *untouched = reinterpret_cast<uefi_device_path_t *>(args.list.get());
+        for_each_refused_allocation(
+            [&](ovra_hdl_t) {
+                uefi_device_path_t *node = untouched;
+                const int result = args.row->opt_encode_fcn(args.list.get(), &node);
+                if (result == 0)
+                    free(node);
+                else
+                    EXPECT_EQ(node, untouched);
+                return result;
+            },
+            [&](const attempt &attempt) {
+                if (attempt.refused == 0)
+                    return;
+                ++told;
+                EXPECT_TRUE(attempt.messages.ends_with('\n')) << attempt.messages;
+            });
+    }
+    EXPECT_GT(told, 40U);
 }
 
 TEST(refused_allocation, kept_venutf8_speaks_of_vt100plus)

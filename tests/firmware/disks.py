@@ -9,7 +9,7 @@ BLOCK = 512
 START = 2048  # blocks
 SIZE = 98304  # blocks, 48 MiB
 
-# The tables' first entries, so that one machine can have several disks.
+# The first entries of the tables: one machine may have several disks.
 GUIDS = {
     "gpt": "5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c01",
     "gpt2": "5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02",
@@ -30,8 +30,8 @@ def run(*command, text=None):
 
 
 def system_partition(kernel, initramfs, folder):
-    """The contents of an EFI system partition. The firmware's shell, which the firmware comes to when no disk has a
-    default loader, starts the kernel by startup.nsh."""
+    """The contents of an EFI system partition. The firmware's shell, which starts when no disk has a default
+    loader, runs startup.nsh, which starts the kernel."""
     image = folder / "esp"
     with open(image, "wb") as file:
         file.truncate(SIZE * BLOCK)
@@ -47,8 +47,8 @@ def system_partition(kernel, initramfs, folder):
 
 
 def disk(image, partition, guid=None):
-    """Makes the disk `image` with the file `partition` as its first partition, behind a GPT with the entry's `guid`, or
-    without one behind an MBR with the disk's signature."""
+    """Makes the disk `image` with the file `partition` as its first partition: with a GPT and the entry's `guid`, or
+    without `guid` with an MBR and the disk's signature."""
     with open(image, "wb") as file:
         file.truncate((START + SIZE + START) * BLOCK)
     if guid:

@@ -43,7 +43,7 @@ def newest_kernel():
 
 
 def modules_in_order(version):
-    """The files of MODULES and of all that they need, each behind what it needs."""
+    """The files of MODULES and of all that they need, each after what it needs."""
     needs, _ = modules_of(version)
     by_name = {module_name(module): module for module in needs}
     order = []
@@ -54,7 +54,7 @@ def modules_in_order(version):
                 add(other)
             order.append(module)
 
-    # What sd_mod computes its checksums with is found by name only when it is loaded; newer kernels have it built in.
+    # sd_mod finds the module of its checksums by name only if it is loaded; newer kernels have it built in.
     for name in ["crct10dif_generic", *MODULES]:
         if name in by_name:
             add(by_name[name])
@@ -62,7 +62,7 @@ def modules_in_order(version):
 
 
 def busybox_is_static():
-    """Whether busybox runs where there is no C library: `ldd` refuses such a program."""
+    """Whether busybox runs without a C library: `ldd` refuses such a program."""
     return Path("/bin/busybox").exists() and subprocess.run(["ldd", "/bin/busybox"], capture_output=True).returncode != 0
 
 

@@ -70,7 +70,7 @@ class Start:
         ]  # fmt: skip
         self.log = machine.folder / f"qemu-{number}.log"
         with open(self.log, "wb") as log:
-            # No machine outlives us, whatever we die of.
+            # No machine outlives this program, however it ends.
             self.process = subprocess.Popen(
                 ["setpriv", "--pdeathsig", "KILL", "qemu-system-x86_64", *machine.arguments, *arguments],
                 stdin=subprocess.DEVNULL, stdout=log, stderr=subprocess.STDOUT, pass_fds=ends)  # fmt: skip
@@ -97,12 +97,12 @@ class Start:
         return found
 
     def console_text(self):
-        """What is on the console, without what moves the cursor and sets colours."""
+        """The text on the console, without control sequences."""
         text = self.console.received.decode("utf-8", "replace").replace("\r", "")
         return re.sub(r"\x1b(\[[0-9;?=]*[A-Za-z]|[()].)", "", text)
 
     def transcript(self):
-        """All that was said: on the console, by the guest since its last answer, and by the emulator."""
+        """All output: of the console, of the guest since its last answer, and of the emulator."""
         unread = self.guest.received[self.read:].decode("utf-8", "replace")
         return f"{self.console_text()}\n-- guest\n{unread}\n-- emulator\n{self.log.read_text(errors='replace')}"
 
@@ -245,7 +245,7 @@ def sata_disk(image, port, index=None):
 
 
 def scsi_disk(image, target, unit, slot, index=None, bridge=False):
-    """On a controller of its own in the given slot, or behind a PCIe root port there."""
+    """On a controller of its own in the given slot, or below a PCIe root port there."""
     port = ["-device", f"pcie-root-port,id=port{slot},addr={slot:#x},chassis={slot},slot={slot}"] if bridge else []
     place = f"bus=port{slot}" if bridge else f"addr={slot:#x}"
     disk = _disk(f"unit{slot}", image, f"scsi-hd,bus=scsi{slot}.0,scsi-id={target},lun={unit}", index)

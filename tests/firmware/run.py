@@ -18,7 +18,7 @@ from machine import FIRMWARE_CODE, FIRMWARE_VARIABLES, Failure, Machine
 
 HERE = Path(__file__).parent
 
-SCENARIO_LIMIT = 240  # seconds; ctest's own is longer, so that the machines are switched off here
+SCENARIO_LIMIT = 240  # seconds; ctest's own is longer: the machines are switched off here
 
 # Where each Debian package is seen.
 PACKAGES = {

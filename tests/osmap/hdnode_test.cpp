@@ -73,7 +73,7 @@ TEST_F(hdnode, kept_partitions_beyond_the_fourth_are_numbered_like_the_whole_dis
     }
 }
 
-TEST_F(hdnode, a_partition_without_a_number_is_the_whole_disk)
+TEST_F(hdnode, kept_a_partition_without_a_number_is_the_whole_disk)
 {
     mbr().add_partition("/dev/rdsk/c0t1d0p", 0, 5);
     EXPECT_EQ(number_of("c0t1d0p"), 0U);
@@ -182,7 +182,7 @@ TEST_F(hdnode, the_two_forms_by_their_own_names)
     EXPECT_EQ(node_of("c0t1d0p1", add_hd_path_partition), partition_node);
 }
 
-TEST_F(hdnode, a_slice_without_a_whole_guid_has_no_signature)
+TEST_F(hdnode, kept_a_slice_without_a_whole_guid_has_no_signature)
 {
     const std::string node = "04 01 2a 00 01 00 00 00 00 08 00 00 00 00 00 00 00 00 10 00 00 00 00 00 "
                              "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 02 00 ";

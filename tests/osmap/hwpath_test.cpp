@@ -55,7 +55,7 @@ TEST_F(hwpath, the_root_alone_gives_no_nodes)
     EXPECT_EQ(traces("/devices/"), "transformed path is: /\n");
 }
 
-TEST_F(hwpath, traces_of_a_walk)
+TEST_F(hwpath, kept_traces_of_a_component_share_a_line)
 {
     EXPECT_EQ(errors("/devices/pci@0,0/pci1000,30@5:a"), "");
     EXPECT_EQ(traces("/devices/pci@0,0/pci1000,30@5:a"),
@@ -131,7 +131,7 @@ TEST_F(hwpath, a_component_is_split_at_its_last_at)
     EXPECT_THAT(traces("/devices/pci@0,0@1"), ::testing::HasSubstr("nodename: pci@0,0  busaddr: 1\n"));
 }
 
-TEST_F(hwpath, a_component_without_an_address_is_malformed)
+TEST_F(hwpath, kept_no_line_end_after_a_malformed_component)
 {
     EXPECT_EQ(walk("/devices/pci@0,0/pci8086,2829"), std::string("-1: ") + root_bridge);
     EXPECT_EQ(errors("/devices/pci@0,0/pci8086,2829"), "malformed node component: pci8086,2829");

@@ -197,11 +197,21 @@ private:
     std::string eisa() { return "PNP" + hex(2); }
 
     struct row {
-        const char *keyword;
+        std::string keyword;
         // How its arguments are made: one letter each, see argument(). Everything else stands as it is.
-        const char *form;
+        std::string form;
         std::string (node_texts::*arguments)() = nullptr; // instead of that
     };
+
+    // With those that roundtrip.tsv has a form for, in its fifth column.
+    static std::vector<row> with_rows_of_the_table(std::vector<row> rows)
+    {
+        for (const auto &line : read_table("roundtrip.tsv")) {
+            if (line.size() > 4)
+                rows.push_back({line[0].substr(0, line[0].find('(')), line[4]});
+        }
+        return rows;
+    }
 
     std::string argument(char letter)
     {
@@ -237,7 +247,7 @@ private:
 
     std::string next()
     {
-        static constexpr row rows[] = {
+        static const std::vector<row> rows = with_rows_of_the_table({
             {"Path", "Y,T,R"},
             {"HardwarePath", "T,R"},
             {"Pci", "", &node_texts::pci},
@@ -305,15 +315,15 @@ private:
             {"Offset", "q,q"},
             {"BbsPath", "", &node_texts::raw_bbs},
             {"BBS", "", &node_texts::bbs},
-        };
-        const row &chosen = rows[below(std::size(rows))];
+        });
+        const row &chosen = rows[below(rows.size())];
         ++drawn[chosen.keyword];
         std::string arguments;
         if (chosen.arguments)
             arguments = (this->*chosen.arguments)();
-        for (const char *letter = chosen.form; *letter; ++letter)
-            arguments += argument(*letter);
-        return std::string(chosen.keyword) + "(" + arguments + ")";
+        for (const char letter : chosen.form)
+            arguments += argument(letter);
+        return chosen.keyword + "(" + arguments + ")";
     }
 
     std::mt19937_64 engine{20}; // NOLINT: the same cases each time

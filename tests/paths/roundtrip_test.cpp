@@ -35,7 +35,7 @@ TEST(roundtrip, table_has_every_keyword)
 TEST(roundtrip, text_to_bytes_to_text_to_bytes_is_as_the_table_says)
 {
     for (const auto &row : read_table("roundtrip.tsv")) {
-        ASSERT_EQ(row.size(), 4U) << row.at(0);
+        ASSERT_TRUE(row.size() == 4 || row.size() == 5) << row.at(0);
         const auto first = encode(row[0]);
         ASSERT_TRUE(first) << row[0];
         const auto printed = decode(*first);

@@ -31,7 +31,7 @@ bool sleep_is_skipped = false;
 long long slept_nanoseconds = 0;
 constexpr long long nanoseconds_of_second = 1'000'000'000;
 
-/* Counts the call; true when it shall fail, errno set. */
+// Counts the call. True, with errno set, if it must fail.
 bool fails(wrapped call)
 {
     ++counts[call];

@@ -28,11 +28,11 @@ public:
     failing_call(const failing_call &) = delete;
     failing_call &operator=(const failing_call &) = delete;
     ~failing_call();
-    /* For write: what is done to the file before the call fails. */
+    /* For write: runs on the file before the call fails. */
     static void before_failing(std::function<void(int fd)> action);
 };
 
-/* While it lives, ioctl is this function: 0, or an errno value; -1 hands the call on to the system. */
+/* While it lives, ioctl is this function: 0, or an errno value; -1 passes the call on to the system. */
 using ioctl_stand_in = std::function<int(int fd, unsigned long request, void *argument)>;
 class replaced_ioctl {
 public:
@@ -42,7 +42,7 @@ public:
     ~replaced_ioctl();
 };
 
-/* While it lives, nobody sleeps: the clock has gone on by as much. */
+/* While it lives, sleeping takes no time: the clock jumps instead. */
 class skipped_sleep {
 public:
     skipped_sleep();

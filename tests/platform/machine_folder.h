@@ -118,7 +118,7 @@ public:
         put_file(file(variable), in_attributes(attributes) + std::string(data));
     }
 
-    /* A file's contents; "(none)" when there is none. */
+    /* A file's contents; "(none)" if it is absent. */
     static std::string contents(const fs::path &path)
     {
         std::ifstream stream(path, std::ios::binary);
@@ -127,7 +127,7 @@ public:
         return {std::istreambuf_iterator<char>(stream), {}};
     }
 
-    /* A global variable's data behind its attributes; "(none)" when it is not there. */
+    /* A global variable's attributes and data; "(none)" if it is absent. */
     [[nodiscard]] std::string get(std::string_view variable) const { return contents(file(variable)); }
 
     /* The names in the store, sorted. */

@@ -7,6 +7,8 @@
 #include <ostream>
 #include <stdexcept>
 
+#include "src/print/rows.h"
+
 namespace ovra::test {
 
 namespace {
@@ -111,6 +113,17 @@ std::optional<std::string> printed(const bytes &node, const std::optional<std::s
     if (before && !all.starts_with(*before))
         throw std::runtime_error("the text before was changed: " + all);
     return all.substr(before ? before->size() : 0);
+}
+
+std::optional<size_t> row_size(unsigned type, unsigned subtype)
+{
+    for (const printed_rows &rows : {hardware_rows, acpi_rows, messaging_rows, media_rows, bios_rows}) {
+        for (const ovra::printed &row : rows) {
+            if (row.kind.type == type && (row.any_subtype || row.kind.subtype == subtype))
+                return row.kind.size;
+        }
+    }
+    return std::nullopt;
 }
 
 std::string dump(const bytes &node)

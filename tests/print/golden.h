@@ -57,6 +57,9 @@ std::optional<std::string> printed(const bytes &node, const std::optional<std::s
 /* The text of a node in the form that shows its bytes. */
 std::string generic_text(const bytes &node, bool follows = false);
 
+/* The least length that the printer's row for a kind asks for; nothing: there is no row. */
+std::optional<size_t> row_size(unsigned type, unsigned subtype);
+
 /* The bytes behind type and subtype as the generic forms show them. */
 std::string dump(const bytes &node);
 

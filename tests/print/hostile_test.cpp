@@ -42,7 +42,10 @@ std::optional<size_t> least_length(const bytes &node)
         return vendor == vendors.end() ? std::nullopt : std::optional(vendor->second);
     }
     const auto record = records.find({node[0], node[1]});
-    return record == records.end() ? std::nullopt : std::optional(record->second);
+    if (record == records.end())
+        return row_size(node[0], node[1]);
+    EXPECT_EQ(row_size(node[0], node[1]), record->second);
+    return record->second;
 }
 
 bool is_name(std::string_view text)

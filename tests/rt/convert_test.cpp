@@ -104,7 +104,7 @@ TEST(utf8_to_ucs2, long_text)
     EXPECT_EQ(unicode_strlen(converted.get()), 200002U);
 }
 
-TEST(utf8_to_ucs2, what_is_no_text_of_16_bit_characters_is_refused_with_a_message)
+TEST(utf8_to_ucs2, kept_no_line_end_after_a_refused_text)
 {
     const char *const refused[] = {
         "\xf0\x9f\x98\x80",    // above 16 bits
@@ -195,7 +195,7 @@ TEST(utf8_to_ucs2, random_bytes_are_converted_or_refused)
     }
 }
 
-TEST(utf8_to_ucs2, descriptor_that_is_not_open_is_refused_with_a_message)
+TEST(utf8_to_ucs2, kept_no_line_end_after_a_missing_descriptor)
 {
     count_blocks();
     const messages said(1, 0);
@@ -212,7 +212,7 @@ TEST(utf8_to_ucs2, descriptor_that_is_not_open_is_silent_while_the_switch_is_off
     EXPECT_EQ(said.text(), "");
 }
 
-TEST(utf8_to_ucs2, conversion_goes_through_the_descriptor_given)
+TEST(utf8_to_ucs2, kept_conversion_goes_through_the_descriptor_given)
 {
     const iconv_t big_endian = iconv_open("UCS-2BE", "UTF-8");
     ASSERT_NE(big_endian, never_opened());
@@ -231,7 +231,7 @@ TEST(utf8_to_ucs2, one_block_of_twice_the_length_and_a_terminator_is_made)
     stop_counting();
 }
 
-TEST(utf8_to_ucs2, survives_every_refusal_silently)
+TEST(utf8_to_ucs2, kept_a_refused_allocation_is_silent)
 {
     fakes::reset();
     const environment no_test_file("OVRA_TEST_FILE", nullptr);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <fstream>
+#include <sys/stat.h>
 
 #include "tests/tool/support.h"
 
@@ -10,7 +11,9 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
 
-class Create : public Machine {
+namespace fs = std::filesystem;
+
+class create_verb : public Machine {
 protected:
     static words linux_option(const words &more = {})
     {
@@ -22,7 +25,7 @@ protected:
 
 const std::string sample_path = from_hex(sample_path_hex);
 
-TEST_F(Create, writes_the_lowest_unused_option_and_appends_it_to_the_order)
+TEST_F(create_verb, writes_the_lowest_unused_option_and_appends_it_to_the_order)
 {
     EXPECT_EQ(output(linux_option()),
               "wrote Boot0008: \"Linux\", 0x00000001 (active)\n"
@@ -32,7 +35,7 @@ TEST_F(Create, writes_the_lowest_unused_option_and_appends_it_to_the_order)
     EXPECT_THAT(order(), ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8));
 }
 
-TEST_F(Create, fills_a_gap)
+TEST_F(create_verb, fills_a_gap)
 {
     std::filesystem::remove(file("Boot0002"));
     put_order({0, 1, 3, 4});
@@ -42,7 +45,7 @@ TEST_F(Create, fills_a_gap)
 }
 
 // They would boot the new option, or say that it was booted.
-TEST_F(Create, takes_no_number_that_a_variable_still_names)
+TEST_F(create_verb, takes_no_number_that_a_variable_still_names)
 {
     for (const char *gone : {"Boot0001", "Boot0002", "Boot0003"})
         std::filesystem::remove(file(gone));
@@ -63,7 +66,7 @@ TEST_F(Create, takes_no_number_that_a_variable_still_names)
     EXPECT_THAT(order(), ElementsAre(0, 1, 8, 2, 3));
 }
 
-TEST_F(Create, after_a_removal_does_not_inherit_its_next_start)
+TEST_F(create_verb, after_a_removal_does_not_inherit_its_next_start)
 {
     output({"next", "Boot0007"});
     output({"remove", "Boot0007"});
@@ -71,21 +74,21 @@ TEST_F(Create, after_a_removal_does_not_inherit_its_next_start)
     EXPECT_EQ(parsed({"next"})["next"], nullptr);
 }
 
-TEST_F(Create, makes_an_order_where_there_is_none)
+TEST_F(create_verb, makes_an_order_where_there_is_none)
 {
     std::filesystem::remove(file("BootOrder"));
     output(linux_option({"--position", "5"}));
     EXPECT_THAT(order(), ElementsAre(8));
 }
 
-TEST_F(Create, takes_a_number_and_a_position)
+TEST_F(create_verb, takes_a_number_and_a_position)
 {
     output(linux_option({"--number", "00fF", "--position", "0"}));
     EXPECT_EQ(get("Boot00FF"), load_option(1, "Linux", sample_path));
     EXPECT_THAT(order(), ElementsAre(0xff, 0, 1, 2, 3, 4, 5, 6, 7));
 }
 
-TEST_F(Create, counts_negative_positions_from_the_end)
+TEST_F(create_verb, counts_negative_positions_from_the_end)
 {
     put_order({1, 2});
     output(linux_option({"--position", "-2"}));
@@ -94,20 +97,20 @@ TEST_F(Create, counts_negative_positions_from_the_end)
     EXPECT_THAT(order(), ElementsAre(9, 1, 8, 2));
 }
 
-TEST_F(Create, stores_text_as_terminated_ucs2)
+TEST_F(create_verb, stores_text_as_terminated_ucs2)
 {
     output(linux_option({"--optdata-text", "root=/dev/sda1 \u00e9\u7acb"}));
     const std::string text = ucs2("root=/dev/sda1 ") + std::string("\xe9\0\xcb\x7a\0\0", 6);
     EXPECT_EQ(get("Boot0008"), load_option(1, "Linux", sample_path, text));
 }
 
-TEST_F(Create, stores_empty_text_as_a_terminator)
+TEST_F(create_verb, stores_empty_text_as_a_terminator)
 {
     output(linux_option({"--optdata-text", ""}));
     EXPECT_EQ(get("Boot0008"), load_option(1, "Linux", sample_path, std::string(2, '\0')));
 }
 
-TEST_F(Create, stores_a_file_byte_for_byte)
+TEST_F(create_verb, stores_a_file_byte_for_byte)
 {
     const std::string data("\0\xff\n\x80 text", 9);
     std::ofstream(folder / "data", std::ios::binary) << data;
@@ -115,7 +118,7 @@ TEST_F(Create, stores_a_file_byte_for_byte)
     EXPECT_EQ(get("Boot0008"), load_option(1, "Linux", sample_path, data));
 }
 
-TEST_F(Create, stores_a_description_of_utf8)
+TEST_F(create_verb, stores_a_description_of_utf8)
 {
     output({"create", "--desc", "D\u00e9bian \u7acb", "--path-hex", sample_path_hex});
     EXPECT_EQ(get("Boot0008").substr(6, 18),
@@ -123,7 +126,7 @@ TEST_F(Create, stores_a_description_of_utf8)
     EXPECT_EQ(parsed({"show", "Boot0008"})["description"], "D\u00e9bian \u7acb");
 }
 
-TEST_F(Create, takes_descriptions_as_they_are)
+TEST_F(create_verb, takes_descriptions_as_they_are)
 {
     for (const char *description : {"", "{}", "[a,b]", "%%", "a 'b' \"c\"", "\\EFI\\x", "list"}) {
         output({"create", "--desc", description, "--path-hex", sample_path_hex, "--number", "9", "--force"});
@@ -133,17 +136,17 @@ TEST_F(Create, takes_descriptions_as_they_are)
     EXPECT_EQ(parsed({"show", "Boot0009"})["description"], "--active");
 }
 
-TEST_F(Create, takes_digits_in_groups)
+TEST_F(create_verb, takes_digits_in_groups)
 {
     output({"create", "--desc", "x", "--path-hex", " 7F:ff 04\n00 "});
     EXPECT_EQ(get("Boot0008"), load_option(1, "x", from_hex("7fff0400")));
 }
 
-TEST_F(Create, never_overwrites_an_option_unless_forced)
+TEST_F(create_verb, never_overwrites_an_option_unless_forced)
 {
     EXPECT_EQ(failure(linux_option({"--number", "0003"})),
               "ovra: Boot0003 exists\n"
-              "  Without --number the lowest free number is taken; --force overwrites the option.\n");
+              "  Without --number the lowest free number is taken; --force overwrites it.\n");
     output(linux_option({"--number", "0003", "--force"}));
     EXPECT_EQ(get("Boot0003"), load_option(1, "Linux", sample_path));
     EXPECT_THAT(order(), ElementsAre(0, 1, 2, 3, 4, 5, 6, 7)) << "it keeps its place";
@@ -151,13 +154,13 @@ TEST_F(Create, never_overwrites_an_option_unless_forced)
     EXPECT_THAT(order(), ElementsAre(0, 1, 2, 4, 5, 6, 7, 3));
 }
 
-TEST_F(Create, never_overwrites_a_damaged_option_unless_forced)
+TEST_F(create_verb, never_overwrites_a_damaged_option_unless_forced)
 {
     put("Boot0009", "1");
     EXPECT_THAT(failure(linux_option({"--number", "9"})), HasSubstr("Boot0009 exists"));
 }
 
-TEST_F(Create, refuses_a_path_that_is_not_well_formed_unless_forced)
+TEST_F(create_verb, refuses_a_path_that_is_not_well_formed_unless_forced)
 {
     const struct {
         const char *digits;
@@ -179,13 +182,13 @@ TEST_F(Create, refuses_a_path_that_is_not_well_formed_unless_forced)
     EXPECT_EQ(get("Boot0008"), load_option(1, "x", from_hex("04012a00")));
 }
 
-TEST_F(Create, takes_a_list_of_two_paths)
+TEST_F(create_verb, takes_a_list_of_two_paths)
 {
     output({"create", "--desc", "x", "--path-hex", "0101060000027fff04007fff0400"});
     EXPECT_EQ(get("Boot0008"), load_option(1, "x", from_hex("0101060000027fff04007fff0400")));
 }
 
-TEST_F(Create, refuses_a_path_behind_which_optional_data_would_be_lost)
+TEST_F(create_verb, refuses_a_path_behind_which_optional_data_would_be_lost)
 {
     std::string digits;
     for (int node = 0; node < 2184; ++node)
@@ -195,16 +198,33 @@ TEST_F(Create, refuses_a_path_behind_which_optional_data_would_be_lost)
         HasSubstr("Where optional data begins must fit in 16 bits."));
 }
 
-TEST_F(Create, refuses_a_file_that_cannot_be_read)
+TEST_F(create_verb, refuses_a_file_that_cannot_be_read)
 {
     EXPECT_EQ(failure(linux_option({"--optdata-file", "/nowhere/x"})),
               "ovra: cannot read /nowhere/x: No such file or directory\n");
     EXPECT_EQ(failure(linux_option({"--optdata-file", "/"})), "ovra: cannot read /: Is a directory\n");
-    EXPECT_EQ(failure(linux_option({"--optdata-file", "/dev/zero"})),
-              "ovra: cannot read /dev/zero: it is larger than any firmware variable\n");
+    std::ofstream(folder / "data", std::ios::binary) << std::string((1 << 20) + 1, 'x');
+    EXPECT_EQ(failure(linux_option({"--optdata-file", folder / "data"})),
+              "ovra: cannot read " + (folder / "data").string() +
+                  ": it is larger than any firmware variable\n");
 }
 
-TEST_F(Create, says_that_an_option_is_too_large)
+// A FIFO that nobody writes to would be waited for without end, and a device may have no end.
+TEST_F(create_verb, takes_optional_data_from_regular_files_only)
+{
+    const std::string fifo = folder / "fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    for (const std::string &file : {fifo, std::string("/dev/zero"), std::string("/dev/null")}) {
+        const std::string said = "ovra: cannot read " + file + ": it is no regular file\n";
+        EXPECT_EQ(failure(linux_option({"--optdata-file", file})), said);
+        EXPECT_EQ(failure({"set", "Boot0000", "--optdata-file", file}), said);
+    }
+    fs::create_symlink("data", folder / "link");
+    std::ofstream(folder / "data") << "abc";
+    output(linux_option({"--optdata-file", folder / "link"}));
+}
+
+TEST_F(create_verb, says_that_an_option_is_too_large)
 {
     std::ofstream(folder / "data", std::ios::binary) << std::string(40000, 'x');
     for (const words &more : {words{}, words{"--dry-run"}}) {
@@ -217,7 +237,7 @@ TEST_F(Create, says_that_an_option_is_too_large)
     }
 }
 
-TEST_F(Create, makes_no_option_when_the_order_cannot_be_written)
+TEST_F(create_verb, makes_no_option_when_the_order_cannot_be_written)
 {
     put("BootOrder", std::string("\x01\0", 2), 0x27); // of somebody who signs it
     for (const words &more : {words{}, words{"--dry-run"}, words{"--number", "3", "--force"}})
@@ -227,7 +247,7 @@ TEST_F(Create, makes_no_option_when_the_order_cannot_be_written)
                                "  Only who holds the key of an authenticated variable can change it.\n"));
 }
 
-TEST_F(Create, keeps_the_attributes_of_the_order)
+TEST_F(create_verb, keeps_the_attributes_of_the_order)
 {
     put("BootOrder", std::string("\x01\0", 2), 3);
     output(linux_option());
@@ -236,14 +256,14 @@ TEST_F(Create, keeps_the_attributes_of_the_order)
               json({"non-volatile", "boot-service"}));
 }
 
-TEST_F(Create, refuses_an_order_that_it_cannot_read)
+TEST_F(create_verb, refuses_an_order_that_it_cannot_read)
 {
     std::ofstream(file("BootOrder"), std::ios::trunc) << "12";
     EXPECT_THAT(failure(linux_option()),
                 HasSubstr("ovra: BootOrder is damaged\n  'ovra order set' writes a new one.\n"));
 }
 
-TEST_F(Create, dry_run_changes_nothing_and_says_what_it_would_write)
+TEST_F(create_verb, dry_run_changes_nothing_and_says_what_it_would_write)
 {
     const auto before = snapshot();
     const words arguments = {"create",         "--desc", "x",          "--path-hex", "7fff0400",
@@ -274,7 +294,7 @@ TEST_F(Create, dry_run_changes_nothing_and_says_what_it_would_write)
     EXPECT_EQ(snapshot(), changed);
 }
 
-TEST_F(Create, dry_run_tells_the_bytes_that_are_then_written)
+TEST_F(create_verb, dry_run_tells_the_bytes_that_are_then_written)
 {
     const json planned = parsed(linux_option({"--optdata-text", "\u00e9", "--position", "2", "--dry-run"}));
     const json done = parsed(linux_option({"--optdata-text", "\u00e9", "--position", "2"}));
@@ -284,7 +304,7 @@ TEST_F(Create, dry_run_tells_the_bytes_that_are_then_written)
     EXPECT_EQ(from_hex(planned["changes"][1]["data"].get<std::string>()), get("BootOrder"));
 }
 
-TEST_F(Create, then_remove_leaves_the_machine_as_it_was)
+TEST_F(create_verb, then_remove_leaves_the_machine_as_it_was)
 {
     const auto before = snapshot();
     output(linux_option({"--optdata-text", "quiet"}));

@@ -15,6 +15,7 @@ namespace tool_test {
 
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 namespace {
 
@@ -46,6 +47,12 @@ std::vector<known_volume> known_volumes(const std::string &of)
     return all;
 }
 
+bool is_logical(const std::string &name)
+{
+    const size_t partition = name.find('p');
+    return partition != std::string::npos && std::stoi(name.substr(partition + 1)) > 4;
+}
+
 bool is_hex(const std::string &text)
 {
     return text.find_first_not_of("0123456789abcdef") == std::string::npos;
@@ -53,7 +60,7 @@ bool is_hex(const std::string &text)
 
 } // namespace
 
-class Disks : ovra::test::folders_in_memory, public Machine {
+class disks_verb : ovra::test::folders_in_memory, public Machine {
 protected:
     explicit Disks(const std::string &captured = "q35")
     {
@@ -124,17 +131,17 @@ protected:
 };
 
 // Each captured machine.
-class KnownDisks : public Disks, public ::testing::WithParamInterface<const char *> {
+class known_disks : public disks_verb, public ::testing::WithParamInterface<const char *> {
 protected:
-    KnownDisks() : Disks(GetParam()) {}
+    known_disks() : disks_verb(GetParam()) {}
 
     std::vector<known_volume> known = known_volumes(GetParam());
 };
 
-INSTANTIATE_TEST_SUITE_P(Machines, KnownDisks, ::testing::Values("q35", "pc"),
+INSTANTIATE_TEST_SUITE_P(Machines, known_disks, ::testing::Values("q35", "pc"),
                          [](const auto &tested) { return std::string(tested.param); });
 
-TEST_P(KnownDisks, agree_with_what_is_known_of_them)
+TEST_P(known_disks, agree_with_what_is_known_of_them)
 {
     const json disks = parsed({"disks"});
     ASSERT_GE(known.size(), 2u);
@@ -176,7 +183,7 @@ TEST_P(KnownDisks, agree_with_what_is_known_of_them)
 }
 
 // Options of each, in both forms: the bytes are the known ones, and each shows and is found by its disk.
-TEST_P(KnownDisks, become_the_known_paths_and_are_found_by_them)
+TEST_P(known_disks, become_the_known_paths_and_are_found_by_them)
 {
     size_t in_full = 0;
     std::map<std::string, std::vector<std::string>> of_disks;
@@ -195,7 +202,14 @@ TEST_P(KnownDisks, become_the_known_paths_and_are_found_by_them)
                 EXPECT_THAT(refused.err, HasSubstr("unrecognized node name: blkdev@0,0"));
                 continue;
             }
-            const json created = parsed(create);
+            json created;
+            if (is_logical(expected.name)) { // of which a warning tells
+                words with_json = create;
+                with_json.emplace_back("--json");
+                created = json::parse(run(with_json).out);
+            } else {
+                created = parsed(create);
+            }
             EXPECT_EQ(created["changes"][0]["path"], path) << expected.name;
             options.push_back(created["changes"][0]["variable"]);
             const json shown = parsed({"show", options.back()});
@@ -211,7 +225,7 @@ TEST_P(KnownDisks, become_the_known_paths_and_are_found_by_them)
     EXPECT_GE(in_full, 2u);
 }
 
-TEST_F(Disks, have_the_sizes_of_their_blocks)
+TEST_F(disks_verb, have_the_sizes_of_their_blocks)
 {
     const json disks = parsed({"disks"});
     const json sata = disk_of(disks, "c5t0d0s0");
@@ -225,7 +239,7 @@ TEST_F(Disks, have_the_sizes_of_their_blocks)
 }
 
 // Between an IDE disk and its function there is a channel.
-TEST_F(Disks, of_an_ide_channel_have_its_function_as_controller)
+TEST_F(disks_verb, of_an_ide_channel_have_its_function_as_controller)
 {
     put_text("sys/devices/pci0000:00/0000:00:1f.1/vendor", "0x8086");
     put_text("sys/devices/pci0000:00/0000:00:1f.1/device", "0x7010");
@@ -240,7 +254,7 @@ TEST_F(Disks, of_an_ide_channel_have_its_function_as_controller)
     EXPECT_EQ(disk["controller"], "/pci@0,0/pci8086,7010@1f,1");
 }
 
-TEST_F(Disks, are_shown_with_the_options_that_find_gives)
+TEST_F(disks_verb, are_shown_with_the_options_that_find_gives)
 {
     size_t options = 0;
     const json before = parsed({"disks"});
@@ -261,24 +275,29 @@ TEST_F(Disks, are_shown_with_the_options_that_find_gives)
     }
 }
 
-TEST_F(Disks, are_printed)
+TEST_F(disks_verb, are_printed)
 {
     EXPECT_EQ(run({"create", "--desc", "x", "--disk", "c5t0d0s1"}).status, 0);
     const std::string text = output({"disks"});
-    EXPECT_THAT(text,
-                HasSubstr("c5t0d0  sda  64.0 MiB  GPT\n"
-                          "  Controller  /pci@0,0/pci8086,2922@1f,2\n"
-                          "  Path        /pci@0,0/pci8086,2922@1f,2/disk@0,0\n"
-                          "  Name      Linux  Start  Blocks  GUID                                  Boot "
-                          "options\n"));
-    EXPECT_THAT(text, HasSubstr("  c5t0d0s1  sda2   43008  32768   5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02  "
-                                "Boot0008\n"));
+    EXPECT_THAT(text, HasSubstr("c5t0d0  sda  64.0 MiB  GPT\n"
+                                "  Controller  /pci@0,0/pci8086,2922@1f,2\n"
+                                "  Path        /pci@0,0/pci8086,2922@1f,2/disk@0,0\n"
+                                "  Name      Linux  Start  Blocks  Boot options\n"));
+    EXPECT_THAT(text, HasSubstr("  c5t0d0s1  sda2   43008  32768   Boot0008\n"
+                                "      GUID 5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02\n"));
+    for (int more = 0; more < 6; ++more)
+        EXPECT_EQ(run({"create", "--desc", "x", "--disk", "c5t0d0s1"}).status, 0);
+    EXPECT_THAT(output({"disks"}), HasSubstr("  c5t0d0s1  sda2   43008  32768   Boot0008 Boot0009 Boot000A\n"
+                                             "                                  Boot000B Boot000C Boot000D\n"
+                                             "                                  Boot000E\n"
+                                             "      GUID 5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02\n"));
     EXPECT_THAT(text, HasSubstr("c5t3d0  sdb  32.0 MiB  MBR 1234abcd\n"));
+    EXPECT_THAT(text, HasSubstr("\n      whole disk\n"));
     EXPECT_THAT(text, HasSubstr("c4t0d0  vda  8.0 MiB  no medium that can be read\n"));
 }
 
 // Most disks are not for everybody to read; that is not to say that they are blank.
-TEST_F(Disks, that_cannot_be_read_say_so)
+TEST_F(disks_verb, that_cannot_be_read_say_so)
 {
     if (geteuid() == 0) {
         fs::permissions(root / "dev/sda", fs::perms::none);
@@ -319,7 +338,7 @@ TEST_F(Disks, that_cannot_be_read_say_so)
     EXPECT_EQ(unreadable, 1u);
 }
 
-TEST_F(Disks, are_shown_without_firmware)
+TEST_F(disks_verb, are_shown_without_firmware)
 {
     std::filesystem::remove_all(root / "sys/firmware");
     EXPECT_THAT(output({"disks"}),
@@ -327,7 +346,7 @@ TEST_F(Disks, are_shown_without_firmware)
     EXPECT_EQ(volume(parsed({"disks"}), "c5t0d0s0")["options"], nullptr);
 }
 
-TEST_F(Disks, may_be_none)
+TEST_F(disks_verb, may_be_none)
 {
     std::filesystem::remove_all(root / "sys/devices");
     std::filesystem::remove_all(root / "sys/block");
@@ -338,7 +357,7 @@ TEST_F(Disks, may_be_none)
 }
 
 // That nothing can be seen is not to say that nothing is there.
-TEST_F(Disks, are_not_said_to_be_none_where_they_cannot_be_seen)
+TEST_F(disks_verb, are_not_said_to_be_none_where_they_cannot_be_seen)
 {
     std::filesystem::remove_all(root / "sys/devices");
     std::filesystem::remove_all(root / "sys/block");
@@ -350,7 +369,7 @@ TEST_F(Disks, are_not_said_to_be_none_where_they_cannot_be_seen)
         EXPECT_EQ(failure(arguments), said) << arguments[0];
 }
 
-TEST_F(Disks, may_be_given_by_their_linux_names)
+TEST_F(disks_verb, may_be_given_by_their_linux_names)
 {
     const struct {
         const char *given;
@@ -358,14 +377,16 @@ TEST_F(Disks, may_be_given_by_their_linux_names)
     } cases[] = {{"/dev/sda1", "c5t0d0s0"},         {"sda9", "c5t0d0s8"},
                  {"/dev/nvme0n1p3", "c2t0d0s2"},    {"sdb5", "c5t3d0p5"},
                  {"/dev/dsk/c5t0d0s0", "c5t0d0s0"}, {"/dev/rdsk/c5t3d0p1", "c5t3d0p1"}};
+    const auto planned = [this](const char *disk) {
+        return json::parse(run({"create", "--desc", "x", "--dry-run", "--json", "--disk", disk}).out);
+    };
     for (const auto &[given, name] : cases) {
-        const auto of_name = parsed({"create", "--desc", "x", "--dry-run", "--disk", name})["changes"];
-        EXPECT_EQ(parsed({"create", "--desc", "x", "--dry-run", "--disk", given})["changes"], of_name)
-            << given;
+        EXPECT_EQ(planned(given)["changes"], planned(name)["changes"]) << given;
         EXPECT_EQ(parsed({"find", given})["disk"], name) << given;
     }
     EXPECT_EQ(parsed({"create", "--desc", "x", "--disk", "/dev/sda1", "--dry-run"})["disk"], "c5t0d0s0");
-    EXPECT_EQ(parsed({"create", "--desc", "y", "--disk", "/dev/sdb5"})["disk"], "c5t3d0p5");
+    EXPECT_EQ(json::parse(run({"create", "--desc", "y", "--disk", "/dev/sdb5", "--json"}).out)["disk"],
+              "c5t3d0p5");
     EXPECT_EQ(output({"remove", "Boot0008"}).find("/dev"), std::string::npos);
     EXPECT_EQ(run({"create", "--desc", "x", "--disk", "/dev/sda1"}).err,
               "/dev/sda1 is c5t0d0s0, PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c01.\n");
@@ -374,7 +395,7 @@ TEST_F(Disks, may_be_given_by_their_linux_names)
     EXPECT_EQ(run({"find", "c5t0d0s1"}).out, "no option boots from c5t0d0s1\n");
 }
 
-TEST_F(Disks, are_told_of_by_their_other_names)
+TEST_F(disks_verb, are_told_of_by_their_other_names)
 {
     const std::string uuid = "PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c01";
     EXPECT_EQ(run({"find", "c5t0d0s0"}).err, "c5t0d0s0 is /dev/sda1, " + uuid + ".\n");
@@ -388,10 +409,11 @@ TEST_F(Disks, are_told_of_by_their_other_names)
               "ovra: no disk is named \"c5t0d0s77\"\n  'ovra disks' shows the disks with their names.\n");
 }
 
-TEST_F(Disks, may_be_given_by_what_identifies_them)
+TEST_F(disks_verb, may_be_given_by_what_identifies_them)
 {
     const auto created = [this](const std::string &disk) {
-        return parsed({"create", "--desc", "x", "--dry-run", "--disk", disk})["changes"];
+        return json::parse(
+            run({"create", "--desc", "x", "--dry-run", "--json", "--disk", disk}).out)["changes"];
     };
     EXPECT_EQ(created("PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02"), created("c5t0d0s1"));
     EXPECT_EQ(created("partuuid=5F9F0A37-8A44-4AD0-9C2E-1D9E6F5B7C02"), created("c5t0d0s1"));
@@ -409,8 +431,58 @@ TEST_F(Disks, may_be_given_by_what_identifies_them)
                 HasSubstr("names more than one disk\n  They are "));
 }
 
+// Firmware looks for a short form by what identifies the partition.
+TEST_F(disks_verb, that_another_has_the_identity_of_are_warned_of)
+{
+    const words create = {"create", "--desc", "x", "--dry-run", "--disk"};
+    const auto said_of = [&](const words &more) {
+        words arguments = create;
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        const outcome result = run(arguments);
+        EXPECT_EQ(result.status, 0) << result.err;
+        return result.err;
+    };
+    EXPECT_THAT(said_of({"c5t0d0s1"}), Not(HasSubstr("warning")));
+    EXPECT_THAT(said_of({"c5t3d0p1"}), Not(HasSubstr("warning")));
+    const std::string host = "sys/devices/pci0000:00/0000:00:03.0/virtio0/host6/target6:0:9/6:0:9:";
+    put_disk("sdy", host + "0");
+    put_disk("sdz", host + "1");
+    fs::copy_file(root / "dev/sda", root / "dev/sdy");
+    fs::copy_file(root / "dev/sdb", root / "dev/sdz");
+    const std::string advice =
+        "  The firmware may take either. With --full the path leads to one of them alone.\n";
+    EXPECT_EQ(said_of({"c5t0d0s1"}),
+              "c5t0d0s1 is /dev/sda2, PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02.\n"
+              "ovra: warning: c1t9d0s1, /dev/sdy2, has the same PARTUUID as c5t0d0s1\n" +
+                  advice);
+    EXPECT_THAT(said_of({"c1t9d0s1"}), HasSubstr("c5t0d0s1, /dev/sda2, has the same PARTUUID as c1t9d0s1\n"));
+    EXPECT_THAT(said_of({"c5t3d0p1"}),
+                HasSubstr("warning: c1t9d1p1, /dev/sdz1, has the same PARTUUID as c5t3d0p1\n" + advice));
+    EXPECT_THAT(said_of({"c5t3d0p0"}),
+                HasSubstr("warning: c1t9d1p0, /dev/sdz, has the same MBR signature as c5t3d0p0\n" + advice));
+    EXPECT_THAT(said_of({"c5t0d0s1", "--full"}), Not(HasSubstr("warning")));
+    EXPECT_THAT(said_of({"c2t0d0s0"}), Not(HasSubstr("warning")));
+    const outcome set = run({"set", "Boot0003", "--devpath", "c5t0d0s1", "--dry-run"});
+    EXPECT_EQ(set.status, 0);
+    EXPECT_THAT(set.err, HasSubstr(" has the same PARTUUID as c5t0d0s1\n  The firmware may take either.\n"));
+}
+
+TEST_F(disks_verb, that_are_logical_partitions_are_warned_of)
+{
+    for (const words &more : {words{}, words{"--full"}}) {
+        words arguments = {"create", "--desc", "x", "--disk", "c5t3d0p5", "--dry-run"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        const outcome result = run(arguments);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.err, "c5t3d0p5 is /dev/sdb5, PARTUUID=1234abcd-05.\n"
+                              "ovra: warning: the path has the number 0 for c5t3d0p5, a logical partition\n"
+                              "  Firmware that goes by the number does not find it.\n");
+    }
+    EXPECT_THAT(run({"find", "c5t3d0p5"}).err, Not(HasSubstr("warning")));
+}
+
 // Behind a name that ends in a digit Linux writes a "p" before the number.
-TEST_F(Disks, of_an_sd_host_may_be_given_by_their_linux_names)
+TEST_F(disks_verb, of_an_sd_host_may_be_given_by_their_linux_names)
 {
     const std::string host = "sys/devices/pci0000:00/0000:00:1e.0";
     for (const auto &[file, text] :
@@ -423,7 +495,7 @@ TEST_F(Disks, of_an_sd_host_may_be_given_by_their_linux_names)
     EXPECT_EQ(run({"find", "mmcblk02"}).status, 1);
 }
 
-TEST_F(Disks, that_are_not_there_are_refused)
+TEST_F(disks_verb, that_are_not_there_are_refused)
 {
     for (const char *disk : {"sda", "/dev/sda4", "sda01", "sdap1", "nvme0n11", "", "/dev/", "c9t0d0s0",
                              "c5t0d0", "c5t0d0s0x", "c5t0d0s99999999999"}) {
@@ -433,13 +505,13 @@ TEST_F(Disks, that_are_not_there_are_refused)
         EXPECT_EQ(created.out, "") << disk;
     }
     EXPECT_EQ(
-        run({"find", "sda"}).err,
+        whole(run({"find", "sda"}).err),
         "ovra: \"sda\" is the whole disk c5t0d0\n"
         "  One of its slices or partitions is needed. 'ovra disks' shows the disks with their names.\n");
     EXPECT_EQ(get("Boot0008"), "(none)");
 }
 
-TEST_F(Disks, of_an_option_are_shown)
+TEST_F(disks_verb, of_an_option_are_shown)
 {
     EXPECT_EQ(run({"create", "--desc", "x", "--disk", "sda1", "--file", "\\a", "--full"}).status, 0);
     EXPECT_THAT(output({"show", "Boot0008"}), HasSubstr("Disk           c5t0d0s0\n"));
@@ -448,7 +520,7 @@ TEST_F(Disks, of_an_option_are_shown)
 }
 
 // 1,000 disks of 16 slices each, beside those of the machine.
-TEST_F(Disks, may_be_a_thousand)
+TEST_F(disks_verb, may_be_a_thousand)
 {
     constexpr int most = 1000;
     constexpr unsigned slices = 16;
@@ -491,7 +563,7 @@ TEST_F(Disks, may_be_a_thousand)
     EXPECT_EQ(parsed({"find", "/dev/sdxjjj1"})["disk"], "c1t126d7s0");
 }
 
-TEST_F(Disks, stand_in_the_tree)
+TEST_F(disks_verb, stand_in_the_tree)
 {
     const std::string text = output({"tree"});
     EXPECT_THAT(text, HasSubstr("hwplat\n  pci@0,0              PNP0A03\n"));
@@ -500,8 +572,8 @@ TEST_F(Disks, stand_in_the_tree)
     EXPECT_EQ(tree["name"], "hwplat");
     EXPECT_EQ(tree["address"], nullptr);
     const json &bridge = tree["children"][0];
-    EXPECT_EQ(bridge["properties"]["acpi-hid"], "PNP0A03");
-    EXPECT_EQ(bridge["children"][0]["properties"]["vendor-id"], 0x8086);
+    EXPECT_EQ(bridge["properties"]["acpi_hid"], "PNP0A03");
+    EXPECT_EQ(bridge["children"][0]["properties"]["vendor_id"], 0x8086);
     EXPECT_EQ(bridge["children"][0]["path"], "/pci@0,0/pci8086,29c0@0");
     EXPECT_EQ(bridge["drive"], nullptr);
     EXPECT_EQ(bridge["kernel_name"], nullptr);

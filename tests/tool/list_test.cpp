@@ -8,9 +8,9 @@ namespace tool_test {
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-class List : public Machine {};
+class list_verb : public Machine {};
 
-TEST_F(List, shows_the_options_in_boot_order)
+TEST_F(list_verb, shows_the_options_in_boot_order)
 {
     EXPECT_EQ(output({"list"}), "Position  Option    Active  Description\n"
                                 "0         Boot0000  *       UiApp\n"
@@ -23,7 +23,7 @@ TEST_F(List, shows_the_options_in_boot_order)
                                 "7         Boot0007  *       EFI Internal Shell\n");
 }
 
-TEST_F(List, puts_options_outside_the_order_last_and_marks_current_and_next)
+TEST_F(list_verb, puts_options_outside_the_order_last_and_marks_current_and_next)
 {
     put_order({7, 5});
     for (const char *unused : {"Boot0001", "Boot0002", "Boot0003", "Boot0004", "Boot0006"})
@@ -36,7 +36,7 @@ TEST_F(List, puts_options_outside_the_order_last_and_marks_current_and_next)
                                 "-         Boot0000  *       UiApp\n");
 }
 
-TEST_F(List, verbose_adds_path_attributes_and_optional_data)
+TEST_F(list_verb, verbose_adds_path_attributes_and_optional_data)
 {
     put_order({0});
     put("Boot0000",
@@ -58,7 +58,7 @@ TEST_F(List, verbose_adds_path_attributes_and_optional_data)
               "          optional data  4eac0881119f594d850ee21a522c59b2 (16 bytes)\n");
 }
 
-TEST_F(List, json_has_order_marks_and_every_field)
+TEST_F(list_verb, json_has_order_marks_and_every_field)
 {
     put("BootNext", std::string("\x01\0", 2));
     const json document = parsed({"list"});
@@ -67,8 +67,8 @@ TEST_F(List, json_has_order_marks_and_every_field)
     EXPECT_EQ(document["order"], json({"Boot0000", "Boot0001", "Boot0002", "Boot0003", "Boot0004", "Boot0005",
                                        "Boot0006", "Boot0007"}));
     ASSERT_EQ(document["options"].size(), 8u);
-    const json instance = {{"devicePath", "/PciRoot(0x0)/Pci(0x2,0x0)/Pci(0x0,0x0)/Scsi(0x0,0x0)"},
-                           {"filePath", nullptr}};
+    const json instance = {{"device_path", "/PciRoot(0x0)/Pci(0x2,0x0)/Pci(0x0,0x0)/Scsi(0x0,0x0)"},
+                           {"file_path", nullptr}};
     EXPECT_EQ(document["options"][1],
               json({{"option", "Boot0001"},
                     {"position", 1},
@@ -83,7 +83,7 @@ TEST_F(List, json_has_order_marks_and_every_field)
                     {"instances", json::array({instance})}}));
 }
 
-TEST_F(List, shows_an_order_that_names_missing_options)
+TEST_F(list_verb, shows_an_order_that_names_missing_options)
 {
     put_order({0x1f, 0});
     EXPECT_THAT(output({"list"}), HasSubstr("0         Boot001F  ?       (no such option)\n"));
@@ -93,7 +93,7 @@ TEST_F(List, shows_an_order_that_names_missing_options)
     EXPECT_EQ(document["options"][1]["position"], 1);
 }
 
-TEST_F(List, names_an_option_once_that_the_order_names_twice)
+TEST_F(list_verb, names_an_option_once_that_the_order_names_twice)
 {
     put_order({3, 0, 3});
     const json document = parsed({"list"});
@@ -102,7 +102,7 @@ TEST_F(List, names_an_option_once_that_the_order_names_twice)
     EXPECT_EQ(document["options"][0]["position"], 0);
 }
 
-TEST_F(List, ignores_the_odd_byte_of_an_order)
+TEST_F(list_verb, ignores_the_odd_byte_of_an_order)
 {
     put("BootOrder", std::string("\x07\0\x05", 3));
     const outcome result = run({"list", "--json"});
@@ -110,7 +110,7 @@ TEST_F(List, ignores_the_odd_byte_of_an_order)
     EXPECT_THAT(result.err, HasSubstr("BootOrder has 3 bytes: the last one is half an entry"));
 }
 
-TEST_F(List, goes_on_past_a_damaged_option)
+TEST_F(list_verb, goes_on_past_a_damaged_option)
 {
     put("Boot0003", "\x01");
     const std::string text = output({"list"});
@@ -119,7 +119,7 @@ TEST_F(List, goes_on_past_a_damaged_option)
     EXPECT_EQ(parsed({"list"})["options"][3]["error"], "damaged");
 }
 
-TEST_F(List, goes_on_past_a_damaged_boot_next)
+TEST_F(list_verb, goes_on_past_a_damaged_boot_next)
 {
     put("BootNext", "123");
     const outcome result = run({"list", "--json"});
@@ -127,7 +127,7 @@ TEST_F(List, goes_on_past_a_damaged_boot_next)
     EXPECT_EQ(result.err, "ovra: warning: BootNext is damaged: it has 3 bytes instead of 2\n");
 }
 
-TEST_F(List, goes_on_past_a_damaged_order)
+TEST_F(list_verb, goes_on_past_a_damaged_order)
 {
     std::ofstream(file("BootOrder"), std::ios::trunc) << "12";
     const std::string text = output({"list"});
@@ -137,21 +137,21 @@ TEST_F(List, goes_on_past_a_damaged_order)
     EXPECT_EQ(parsed({"list"})["options"].size(), 8u);
 }
 
-TEST_F(List, shows_no_control_characters_of_a_description)
+TEST_F(list_verb, shows_no_control_characters_of_a_description)
 {
     put("Boot0000", load_option(1, "a\x1b[31m\n\x7f", from_hex("7fff0400")));
     EXPECT_THAT(output({"list"}), HasSubstr("Boot0000  *       a\\u001b[31m\\u000a\\u007f\n"));
     EXPECT_EQ(parsed({"list"})["options"][0]["description"], "a\x1b[31m\n\x7f");
 }
 
-TEST_F(List, shows_a_description_that_is_no_text)
+TEST_F(list_verb, shows_a_description_that_is_no_text)
 {
     put("Boot0000", std::string("\x01\0\0\0\x04\0\x00\xd8z\0\0\0\x7f\xff\x04\0", 16));
     EXPECT_THAT(output({"list"}), HasSubstr("Boot0000"));
     EXPECT_EQ(parsed({"list"})["options"].size(), 8u);
 }
 
-TEST_F(List, aligns_wide_characters_by_columns)
+TEST_F(list_verb, aligns_wide_characters_by_columns)
 {
     put_order({0, 7});
     put("Boot0000", std::string("\x01\0\0\0\x04\0", 6) + std::string("\xcb\x7a\x2f\x67\0\0", 6) +
@@ -164,13 +164,13 @@ TEST_F(List, aligns_wide_characters_by_columns)
     EXPECT_EQ(line, "Boot0000  *       \u7acb\u672f" + std::string(widest - 4 + 2, ' ') + "next");
 }
 
-TEST_F(List, passes_over_options_of_other_vendors)
+TEST_F(list_verb, passes_over_options_of_other_vendors)
 {
     std::ofstream(variables / "Boot0042-eb704011-1402-11d3-8e77-00a0c969723b") << "1234567890";
     EXPECT_EQ(parsed({"list"})["options"].size(), 8u);
 }
 
-TEST_F(List, says_when_there_are_no_options)
+TEST_F(list_verb, says_when_there_are_no_options)
 {
     std::filesystem::remove_all(variables);
     std::filesystem::create_directory(variables);

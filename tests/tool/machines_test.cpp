@@ -10,7 +10,7 @@ namespace tool_test {
 using ::testing::HasSubstr;
 
 // Machines on which the command cannot do its work.
-class Machines : public Machine {
+class unfit_machines : public Machine {
 protected:
     // Runs as a user without rights on the machine.
     outcome run_without_rights(const words &arguments) const
@@ -40,7 +40,7 @@ protected:
                                         {"reset"}};
 };
 
-TEST_F(Machines, without_firmware_variables_are_refused_by_every_verb)
+TEST_F(unfit_machines, without_firmware_variables_are_refused_by_every_verb)
 {
     std::filesystem::remove_all(root);
     std::filesystem::create_directory(root);
@@ -52,20 +52,20 @@ TEST_F(Machines, without_firmware_variables_are_refused_by_every_verb)
     }
 }
 
-TEST_F(Machines, without_efivars_are_refused)
+TEST_F(unfit_machines, without_efivars_are_refused)
 {
     std::filesystem::remove_all(variables);
     EXPECT_THAT(failure({"list"}), HasSubstr("ovra: no firmware variables on "));
 }
 
-TEST_F(Machines, with_a_file_for_efivars_are_refused)
+TEST_F(unfit_machines, with_a_file_for_efivars_are_refused)
 {
     std::filesystem::remove_all(variables);
     std::ofstream(variables) << "x";
     EXPECT_THAT(failure({"list"}), HasSubstr("ovra: no firmware variables on "));
 }
 
-TEST_F(Machines, that_do_not_exist_are_refused)
+TEST_F(unfit_machines, that_do_not_exist_are_refused)
 {
     const outcome result = run_command({"--root", folder / "nowhere", "list"});
     EXPECT_EQ(result.status, 1);
@@ -74,14 +74,14 @@ TEST_F(Machines, that_do_not_exist_are_refused)
     EXPECT_EQ(run_command({"--root", "", "list"}).status, 1);
 }
 
-TEST_F(Machines, may_be_named_by_a_relative_path)
+TEST_F(unfit_machines, may_be_named_by_a_relative_path)
 {
     const std::string shell =
         "cd '" + folder.string() + "' && '" OVRA_TOOL "' --root machine next >/dev/null";
     EXPECT_EQ(system(shell.c_str()), 0);
 }
 
-TEST_F(Machines, this_one_is_refused_when_it_has_no_firmware_variables)
+TEST_F(unfit_machines, this_one_is_refused_when_it_has_no_firmware_variables)
 {
     if (std::filesystem::exists("/sys/firmware/efi/efivars"))
         GTEST_SKIP() << "this machine has firmware variables";
@@ -92,7 +92,7 @@ TEST_F(Machines, this_one_is_refused_when_it_has_no_firmware_variables)
                           "  '--root DIR' works on a machine in a folder.\n");
 }
 
-TEST_F(Machines, are_not_mixed_with_test_files)
+TEST_F(unfit_machines, are_not_mixed_with_test_files)
 {
     surroundings around;
     around.environment = {{"OVRA_TEST_FILE", ""}};
@@ -103,7 +103,7 @@ TEST_F(Machines, are_not_mixed_with_test_files)
     EXPECT_EQ(snapshot(), before);
 }
 
-TEST_F(Machines, that_may_not_be_read_are_refused_with_what_to_do)
+TEST_F(unfit_machines, that_may_not_be_read_are_refused_with_what_to_do)
 {
     if (!nobody_can_run_the_command())
         GTEST_SKIP() << "the command lies where other users cannot run it";
@@ -117,7 +117,7 @@ TEST_F(Machines, that_may_not_be_read_are_refused_with_what_to_do)
     }
 }
 
-TEST_F(Machines, that_may_not_be_written_are_refused_with_what_to_do)
+TEST_F(unfit_machines, that_may_not_be_written_are_refused_with_what_to_do)
 {
     if (!nobody_can_run_the_command())
         GTEST_SKIP() << "the command lies where other users cannot run it";
@@ -135,14 +135,14 @@ TEST_F(Machines, that_may_not_be_written_are_refused_with_what_to_do)
     EXPECT_EQ(snapshot(), before);
 }
 
-TEST_F(Machines, with_a_folder_for_a_variable_are_read)
+TEST_F(unfit_machines, with_a_folder_for_a_variable_are_read)
 {
     std::filesystem::remove(file("Boot0003"));
     std::filesystem::create_directory(file("Boot0003"));
     EXPECT_EQ(run({"list"}).status, 0);
 }
 
-TEST_F(Machines, with_many_options_are_listed)
+TEST_F(unfit_machines, with_many_options_are_listed)
 {
     std::vector<uint16_t> numbers;
     for (uint16_t number = 0x100; number < 0x900; ++number) {
@@ -156,7 +156,7 @@ TEST_F(Machines, with_many_options_are_listed)
     EXPECT_EQ(parsed({"list"})["options"].size(), 0x800u + 8u);
 }
 
-TEST_F(Machines, out_of_numbers_say_so)
+TEST_F(unfit_machines, out_of_numbers_say_so)
 {
     put_order({});
     for (unsigned number = 0; number <= 0xfffe; ++number) {

@@ -5,15 +5,15 @@ namespace tool_test {
 
 using ::testing::HasSubstr;
 
-class Next : public Machine {};
+class next_verb : public Machine {};
 
-TEST_F(Next, says_when_it_is_not_set)
+TEST_F(next_verb, says_when_it_is_not_set)
 {
     EXPECT_EQ(output({"next"}), "BootNext is not set: the machine boots by BootOrder\n");
     EXPECT_EQ(parsed({"next"}), json({{"next", nullptr}}));
 }
 
-TEST_F(Next, is_set_and_shown)
+TEST_F(next_verb, is_set_and_shown)
 {
     EXPECT_EQ(output({"next", "Boot0007"}), "wrote BootNext: Boot0007\n");
     EXPECT_EQ(get("BootNext"), std::string("\x07\0", 2));
@@ -21,7 +21,7 @@ TEST_F(Next, is_set_and_shown)
     EXPECT_EQ(parsed({"next"}), json({{"next", "Boot0007"}}));
 }
 
-TEST_F(Next, is_cleared)
+TEST_F(next_verb, is_cleared)
 {
     const auto before = snapshot();
     output({"next", "Boot0007"});
@@ -30,14 +30,14 @@ TEST_F(Next, is_cleared)
     EXPECT_EQ(output({"next", "--clear"}), "nothing to change\n");
 }
 
-TEST_F(Next, refuses_an_option_that_does_not_exist_unless_forced)
+TEST_F(next_verb, refuses_an_option_that_does_not_exist_unless_forced)
 {
     EXPECT_THAT(failure({"next", "Boot001F"}), HasSubstr("ovra: no such option: Boot001F\n"));
     output({"next", "Boot001F", "--force"});
     EXPECT_EQ(output({"next"}), "Boot001F  (no such option)\n");
 }
 
-TEST_F(Next, refuses_a_damaged_option_unless_forced)
+TEST_F(next_verb, refuses_a_damaged_option_unless_forced)
 {
     put("Boot001F", "1");
     EXPECT_THAT(failure({"next", "Boot001F"}), HasSubstr("ovra: cannot read Boot001F: damaged\n"));
@@ -52,7 +52,7 @@ TEST_F(Next, refuses_a_damaged_option_unless_forced)
     EXPECT_EQ(get("BootNext"), std::string("\x1f\0", 2));
 }
 
-TEST_F(Next, dry_run_changes_nothing)
+TEST_F(next_verb, dry_run_changes_nothing)
 {
     auto before = snapshot();
     EXPECT_EQ(output({"next", "Boot0007", "--dry-run"}), "would write BootNext: Boot0007\n    0700\n");
@@ -66,7 +66,7 @@ TEST_F(Next, dry_run_changes_nothing)
     EXPECT_EQ(snapshot(), before);
 }
 
-TEST_F(Next, says_that_the_variable_is_damaged)
+TEST_F(next_verb, says_that_the_variable_is_damaged)
 {
     put("BootNext", "123");
     EXPECT_EQ(failure({"next"}), "ovra: BootNext is damaged: it has 3 bytes instead of 2\n");
@@ -76,22 +76,22 @@ TEST_F(Next, says_that_the_variable_is_damaged)
     EXPECT_EQ(get("BootNext"), "(none)");
 }
 
-class Current : public Machine {};
+class current_verb : public Machine {};
 
-TEST_F(Current, says_when_it_is_not_set)
+TEST_F(current_verb, says_when_it_is_not_set)
 {
     EXPECT_EQ(output({"current"}), "BootCurrent is not set: the firmware does not say what it booted\n");
     EXPECT_EQ(parsed({"current"}), json({{"current", nullptr}}));
 }
 
-TEST_F(Current, is_shown)
+TEST_F(current_verb, is_shown)
 {
     put("BootCurrent", std::string("\x05\0", 2), 6);
     EXPECT_EQ(output({"current"}), "Boot0005  UEFI QEMU HARDDISK QM00001 \n");
     EXPECT_EQ(parsed({"current"}), json({{"current", "Boot0005"}}));
 }
 
-TEST_F(Current, is_shown_when_its_option_is_damaged)
+TEST_F(current_verb, is_shown_when_its_option_is_damaged)
 {
     put("BootCurrent", std::string("\x05\0", 2), 6);
     put("Boot0005", "1");

@@ -15,9 +15,24 @@ namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-class Obstacles : public Machine {
+namespace {
+
+bool set_marks(const fs::path &path, int marks)
+{
+    const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK);
+    int flags = 0;
+    bool done = fd != -1 && ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0;
+    flags = (flags & ~(FS_IMMUTABLE_FL | FS_APPEND_FL)) | marks;
+    done = done && ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0;
+    close(fd);
+    return done;
+}
+
+} // namespace
+
+class writing_obstacles : public Machine {
 protected:
-    Obstacles() { put("BootNext", std::string("\x07\0", 2)); }
+    writing_obstacles() { put("BootNext", std::string("\x07\0", 2)); }
 
     // Both must fail, say the same and change nothing.
     std::string refusal(const words &arguments, const surroundings &around = {}) const
@@ -32,18 +47,7 @@ protected:
         EXPECT_EQ(planned.err, done.err);
         EXPECT_EQ(planned.out + done.out, "");
         EXPECT_TRUE(snapshot() == before);
-        return done.err;
-    }
-
-    static bool set_marks(const fs::path &path, int marks)
-    {
-        const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK);
-        int flags = 0;
-        bool done = fd != -1 && ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0;
-        flags = (flags & ~(FS_IMMUTABLE_FL | FS_APPEND_FL)) | marks;
-        done = done && ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0;
-        close(fd);
-        return done;
+        return whole(done.err);
     }
 
     // Runs `body` where the file system can mark files; the marks are taken away again.
@@ -55,27 +59,17 @@ protected:
         run_body();
         EXPECT_TRUE(set_marks(path, 0));
     }
-
-    const std::vector<words> writers = {{"create", "--desc", "x", "--path-hex", "7fff0400"},
-                                        {"set", "Boot0000", "--inactive"},
-                                        {"remove", "Boot0000"},
-                                        {"order", "insert", "Boot0000"},
-                                        {"order", "remove", "Boot0000"},
-                                        {"order", "set", "Boot0000"},
-                                        {"next", "Boot0000"},
-                                        {"next", "--clear"}};
 };
 
-TEST_F(Obstacles, are_missing_permissions)
+TEST_F(writing_obstacles, are_missing_permissions)
 {
+    output({"time", "--wakeup", "--set", "2098-02-03T04:05:06Z"}); // an alarm to clear
+    fs::remove(root / "var/lib/hwplat/lock");
     surroundings around;
     around.as_nobody = geteuid() == 0;
     if (run_command({"--version"}, around).status != 0)
         GTEST_SKIP() << "the command lies where other users cannot run it";
     std::vector<words> all = writers;
-    all.push_back({"time", "--set", "2031-02-03T04:05:06"});
-    all.push_back({"time", "--wakeup", "--set", "2099-02-03T04:05:06Z"});
-    all.push_back({"reset"});
     const auto expect_refusals = [&] {
         for (const words &arguments : all) {
             const std::string said = refusal(arguments, around);
@@ -89,21 +83,21 @@ TEST_F(Obstacles, are_missing_permissions)
     expect_refusals(); // not for the lock
     fs::permissions(variables, fs::perms(0755));
     fs::permissions(root / "var/lib/hwplat", fs::perms(0777));
-    all.resize(writers.size());
+    all = writers_of_variables;
     all.push_back({"reset"});
     expect_refusals(); // not for the variables
     fs::permissions(variables, fs::perms(0777));
     fs::remove_all(root / "var");
     expect_refusals();
     fs::permissions(root, fs::perms(0777));
-    for (words arguments : writers) {
+    for (words arguments : writers_of_variables) {
         arguments.emplace_back("--dry-run");
         EXPECT_EQ(run(arguments, around).status, 0) << arguments[0];
     }
     EXPECT_FALSE(fs::exists(root / "var"));
 }
 
-TEST_F(Obstacles, are_immutable_files)
+TEST_F(writing_obstacles, are_immutable_files)
 {
     with_marks(file("Boot0003"), FS_IMMUTABLE_FL, [&] {
         for (const words &arguments : {words{"set", "Boot0003", "--desc", "x"}, words{"remove", "Boot0003"}})
@@ -118,15 +112,15 @@ TEST_F(Obstacles, are_immutable_files)
     });
 }
 
-TEST_F(Obstacles, are_immutable_folders)
+TEST_F(writing_obstacles, are_immutable_folders)
 {
     with_marks(variables, FS_APPEND_FL, [&] {
-        for (const words &arguments : writers)
+        for (const words &arguments : writers_of_variables)
             EXPECT_THAT(refusal(arguments), HasSubstr(variables.string() + " is immutable\n"));
     });
 }
 
-TEST_F(Obstacles, are_folders_in_the_place_of_variables)
+TEST_F(writing_obstacles, are_folders_in_the_place_of_variables)
 {
     fs::remove(file("Boot0003"));
     fs::create_directory(file("Boot0003"));
@@ -136,20 +130,20 @@ TEST_F(Obstacles, are_folders_in_the_place_of_variables)
                 HasSubstr(in_its_place));
 }
 
-TEST_F(Obstacles, are_other_things_in_the_place_of_the_lock)
+TEST_F(writing_obstacles, are_other_things_in_the_place_of_the_lock)
 {
     output({"next", "Boot0007"});
     const fs::path lock = root / "var/lib/hwplat/lock";
     fs::remove(lock);
     fs::create_symlink("elsewhere", lock);
     for (const words &arguments : {words{"next", "Boot0001"}, words{"next", "Boot0001", "--dry-run"}})
-        EXPECT_THAT(failure(arguments), HasSubstr("something else stands in the place of its lock file"));
+        EXPECT_THAT(failure(arguments), HasSubstr("something else is in the place of its lock file"));
     fs::remove(lock);
     fs::create_directory(lock);
     EXPECT_NE(run({"next", "Boot0001", "--dry-run"}).status, 0);
 }
 
-TEST_F(Obstacles, are_volatile_variables)
+TEST_F(writing_obstacles, are_volatile_variables)
 {
     put("BootNext", std::string("\x01\0", 2), 6);
     put("Boot0003", load_option(1, "x", from_hex("7fff0400")), 6);
@@ -162,7 +156,7 @@ TEST_F(Obstacles, are_volatile_variables)
     }
 }
 
-TEST_F(Obstacles, are_full_stores)
+TEST_F(writing_obstacles, are_full_stores)
 {
     std::ofstream(root / "var/lib/hwplat/capacity") << "4000 2000\n";
     std::ofstream(folder / "data", std::ios::binary) << std::string(1500, 'x');
@@ -182,8 +176,53 @@ TEST_F(Obstacles, are_full_stores)
                 HasSubstr(" bytes are too many for one variable\n  One holds at most 2000 bytes: shorten "));
 }
 
+TEST_F(writing_obstacles, are_damaged_capacities)
+{
+    const std::string capacity = root / "var/lib/hwplat/capacity";
+    std::ofstream(capacity) << "lots\n";
+    for (const words &arguments : {words{"create", "--desc", "x", "--path-hex", "7fff0400"},
+                                   words{"order", "set", "Boot0001"}, words{"next", "Boot0001"}})
+        EXPECT_THAT(
+            refusal(arguments),
+            HasSubstr(": " + capacity +
+                      " is damaged\n  It holds the bytes of all variables and those of one, as 262144 "
+                      "32768:\n  correct or remove it.\n"));
+    output({"next", "--clear"}); // takes no room
+}
+
+TEST_F(writing_obstacles, are_attributes_that_no_variable_has)
+{
+    const struct {
+        uint32_t attributes;
+        const char *said;
+    } cases[] = {{0, "without attributes"},
+                 {1, "as non-volatile"},
+                 {0x47, "as non-volatile, boot-service, run-time, 0x40"},
+                 {0x80000007, "as non-volatile, boot-service, run-time, 0x80000000"}};
+    for (const auto &[attributes, how] : cases) {
+        put("Boot0003", load_option(1, "x", from_hex("7fff0400")), attributes);
+        const std::string said = std::string(" Boot0003: it is stored ") + how +
+                                 "\n  No variable can be so: remove " + file("Boot0003").string() + ".\n";
+        EXPECT_THAT(refusal({"set", "Boot0003", "--desc", "y"}), HasSubstr("cannot write" + said));
+        EXPECT_THAT(refusal({"remove", "Boot0003"}), HasSubstr("cannot delete" + said));
+    }
+    put("Boot0003", load_option(1, "x", from_hex("7fff0400")), 0x27);
+    for (const words &arguments : {words{"set", "Boot0003", "--desc", "y"}, words{"remove", "Boot0003"}})
+        EXPECT_THAT(refusal(arguments), HasSubstr("run-time, time-authenticated\n  Only who holds the key"));
+}
+
+TEST_F(writing_obstacles, to_the_lock_are_named)
+{
+    const std::string lock = root / "var/lib/hwplat/lock";
+    fs::rename(root / "var/lib", root / "elsewhere");
+    fs::create_symlink("../elsewhere", root / "var/lib");
+    EXPECT_EQ(refusal({"next", "Boot0001"}),
+              "ovra: cannot lock the machine: a folder on the way to its lock file is none\n  All above " +
+                  lock + " are folders; links are not followed.\n");
+}
+
 // The order's room is looked at together with the option's.
-TEST_F(Obstacles, are_stores_with_room_for_the_option_alone)
+TEST_F(writing_obstacles, are_stores_with_room_for_the_option_alone)
 {
     const uint64_t roomy = 100000;
     std::ofstream(root / "var/lib/hwplat/capacity") << roomy << " 2000\n";
@@ -221,7 +260,7 @@ TEST_F(Obstacles, are_stores_with_room_for_the_option_alone)
     output(create);
 }
 
-TEST_F(Obstacles, are_not_seen_where_there_are_none)
+TEST_F(writing_obstacles, are_not_seen_where_there_are_none)
 {
     for (words arguments : writers) {
         arguments.emplace_back("--dry-run");
@@ -230,7 +269,7 @@ TEST_F(Obstacles, are_not_seen_where_there_are_none)
 }
 
 // An option that other users may not read.
-TEST_F(Obstacles, to_reading_one_option_leave_the_others)
+TEST_F(writing_obstacles, to_reading_one_option_leave_the_others)
 {
     surroundings around;
     around.as_nobody = geteuid() == 0;
@@ -254,8 +293,63 @@ TEST_F(Obstacles, to_reading_one_option_leave_the_others)
                                                      "    unable to read variable Boot0003\n");
 }
 
+// What cannot be read may be what is looked for, or stand in the way of it.
+TEST_F(writing_obstacles, to_reading_one_option_are_named_by_find)
+{
+    surroundings around;
+    around.as_nobody = geteuid() == 0;
+    if (run_command({"--version"}, around).status != 0)
+        GTEST_SKIP() << "the command lies where other users cannot run it";
+    const std::string unpack =
+        "tar --sparse -xzf '" OVRA_TEST_DATA "/machines/q35.tar.gz' -C '" + root.string() + "'";
+    ASSERT_EQ(system(unpack.c_str()), 0);
+    EXPECT_EQ(run({"create", "--desc", "x", "--disk", "c5t0d0s0"}).status, 0);
+    EXPECT_EQ(run({"find", "c5t0d0s0"}, around).err,
+              "c5t0d0s0 is /dev/sda1, PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c01.\n");
+    fs::permissions(file("Boot0003"), fs::perms(0));
+    const std::string remark = "ovra: warning: cannot read Boot0003: no permission\n"
+                               "  Run this as root, or as the owner of the folder.\n";
+    for (const words &more : {words{}, words{"--json"}}) {
+        words arguments = {"find", "c5t0d0s0"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        const outcome found = run(arguments, around);
+        EXPECT_EQ(found.status, 0) << found.err;
+        EXPECT_THAT(found.out, HasSubstr("Boot0008"));
+        EXPECT_THAT(found.err, ::testing::EndsWith(remark));
+    }
+    // Nothing is said to boot from a disk that cannot be read; that is not to say that nothing does.
+    fs::permissions(root / "dev/sda", fs::perms::none);
+    const outcome refused = run({"find", "c5t0d0s0"}, around);
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_EQ(refused.out, "");
+    EXPECT_EQ(refused.err, "ovra: cannot read /dev/sda: Permission denied\n  Run this as root.\n");
+}
+
+// The firmware does not enumerate what is damaged.
+TEST_F(writing_obstacles, of_damaged_options_do_not_hide_them_outside_the_order)
+{
+    put_order({0});
+    for (const int size : {0, 1, 3, -1}) {
+        fs::remove_all(file("Boot0003"));
+        if (size == -1)
+            fs::create_directory(file("Boot0003"));
+        else
+            std::ofstream(file("Boot0003")) << std::string(static_cast<size_t>(size), 'x');
+        EXPECT_THAT(output({"list"}), HasSubstr("-         Boot0003  ?       (damaged)")) << size;
+        const json options = parsed({"list"})["options"];
+        EXPECT_EQ(options.size(), 8u);
+        EXPECT_EQ(options[3]["error"], "damaged") << size;
+    }
+    // Attributes without data are no variable.
+    fs::remove_all(file("Boot0003"));
+    put("Boot0003", "");
+    put("boot0003", "");
+    std::ofstream(variables / "Boot0003-12345678-93ca-11d2-aa0d-00e098032b8c") << "x";
+    EXPECT_EQ(parsed({"list"})["options"].size(), 7u);
+}
+
 // A folder or a file that is no variable is damage, whichever verb meets it.
-TEST_F(Obstacles, of_damaged_options_are_called_so_by_every_verb)
+TEST_F(writing_obstacles, of_damaged_options_are_called_so_by_every_verb)
 {
     for (const int size : {0, 1, 3, -1}) {
         fs::remove_all(file("Boot0007"));
@@ -276,7 +370,7 @@ TEST_F(Obstacles, of_damaged_options_are_called_so_by_every_verb)
 }
 
 // What an administrator is told about a machine without variables.
-class NoVariables : public Machine {
+class no_variables : public Machine {
 protected:
     // Runs without --root, as on a live machine; its root is the folder.
     std::string refusal() const
@@ -290,7 +384,7 @@ protected:
     }
 };
 
-TEST_F(NoVariables, may_come_from_the_kernels_command_line)
+TEST_F(no_variables, may_come_from_the_kernels_command_line)
 {
     fs::remove_all(variables);
     fs::create_directory(root / "proc");
@@ -304,7 +398,7 @@ TEST_F(NoVariables, may_come_from_the_kernels_command_line)
     EXPECT_THAT(refusal(), HasSubstr("  It was not started by UEFI firmware.\n"));
 }
 
-TEST_F(NoVariables, may_come_from_an_unmounted_sys)
+TEST_F(no_variables, may_come_from_an_unmounted_sys)
 {
     surroundings around;
     around.environment["HWPLAT_ROOT"] = root;

@@ -1,14 +1,69 @@
 // SPDX-License-Identifier: MIT
+#include <set>
+#include <span>
+
 #include "tests/tool/support.h"
 
 namespace tool_test {
 
+using ::testing::Each;
 using ::testing::HasSubstr;
 
-// Standard output that does not take what is written.
-class Output : public Machine {};
+// Every name in a document, with those of its members.
+void collect_names(const json &document, std::set<std::string> *names)
+{
+    for (const auto &[name, value] : document.items()) {
+        if (document.is_object())
+            names->insert(name);
+        collect_names(value, names);
+    }
+}
 
-TEST_F(Output, to_a_full_disk_fails)
+class json_documents : public Machine {};
+
+TEST_F(json_documents, name_their_members_in_snake_case)
+{
+    put("Boot0099", "damaged");
+    const words changes[] = {
+        {"create", "--desc", "x", "--disk", "sda1", "--number", "55", "--file", "a"},
+        {"set", "Boot0055", "--desc", "y"},
+        {"next", "Boot0055"},
+        {"order", "set", "Boot0055"},
+        {"remove", "Boot0055"},
+        {"time", "--wakeup", "--clear"},
+        {"reset", "--yes"},
+    };
+    const words shown[] = {{"list"},
+                           {"show", "Boot0003"},
+                           {"order"},
+                           {"next"},
+                           {"current"},
+                           {"find", "sda1"},
+                           {"disks"},
+                           {"tree"},
+                           {"vars"},
+                           {"time"},
+                           {"time", "--wakeup"},
+                           {"path", "encode", "/Pci(0,0)"},
+                           {"path", "encode", "sda1"},
+                           {"path", "decode", "01010600000002010600000004040600610000007fff0400"}};
+    std::set<std::string> names;
+    for (const auto &all : {std::span<const words>(changes), std::span<const words>(shown)}) {
+        for (words arguments : all) {
+            arguments.emplace_back("--json");
+            const outcome result = run(arguments);
+            ASSERT_EQ(result.status, 0) << testing::PrintToString(arguments) << result.err;
+            collect_names(json::parse(result.out), &names);
+        }
+    }
+    EXPECT_THAT(names, ::testing::IsSupersetOf({"device_path", "file_path", "acpi_hid", "vendor_id"}));
+    EXPECT_THAT(names, Each(::testing::MatchesRegex("[a-z]+(_[a-z]+)*")));
+}
+
+// Standard output that does not take what is written.
+class command_output : public Machine {};
+
+TEST_F(command_output, to_a_full_disk_fails)
 {
     surroundings around;
     around.out_file = "/dev/full";
@@ -20,7 +75,7 @@ TEST_F(Output, to_a_full_disk_fails)
 }
 
 // As in "ovra list | head -1": whoever closed the pipe has seen enough.
-TEST_F(Output, to_a_broken_pipe_ends_in_silence)
+TEST_F(command_output, to_a_broken_pipe_ends_in_silence)
 {
     surroundings around;
     around.broken_pipe = true;
@@ -31,7 +86,7 @@ TEST_F(Output, to_a_broken_pipe_ends_in_silence)
     }
 }
 
-TEST_F(Output, to_a_broken_pipe_still_tells_of_changes)
+TEST_F(command_output, to_a_broken_pipe_still_tells_of_changes)
 {
     surroundings around;
     around.broken_pipe = true;
@@ -40,7 +95,7 @@ TEST_F(Output, to_a_broken_pipe_still_tells_of_changes)
     EXPECT_EQ(result.err, "ovra: cannot write to standard output: Broken pipe\n  The changes were made.\n");
 }
 
-TEST_F(Output, that_is_closed_fails)
+TEST_F(command_output, that_is_closed_fails)
 {
     surroundings around;
     around.out_closed = true;
@@ -51,7 +106,7 @@ TEST_F(Output, that_is_closed_fails)
     EXPECT_EQ(snapshot(), before);
 }
 
-TEST_F(Output, that_fails_after_a_change_is_reported)
+TEST_F(command_output, that_fails_after_a_change_is_reported)
 {
     surroundings around;
     around.out_file = "/dev/full";
@@ -63,7 +118,7 @@ TEST_F(Output, that_fails_after_a_change_is_reported)
 }
 
 // Characters that reorder or hide the text around them, and control characters beyond ASCII.
-TEST_F(Output, escapes_characters_that_change_how_text_is_shown)
+TEST_F(command_output, escapes_characters_that_change_how_text_is_shown)
 {
     std::filesystem::create_directory(root / "sys/devices");
     for (const int character : {0x80, 0x9b, 0x9f, 0x61c, 0x200e, 0x200f, 0x2028, 0x2029, 0x202a, 0x202b,
@@ -93,9 +148,9 @@ TEST_F(Output, escapes_characters_that_change_how_text_is_shown)
 }
 
 // The library's own messages.
-class LibraryMessages : public Machine {};
+class library_messages : public Machine {};
 
-TEST_F(LibraryMessages, appear_as_they_are_written_when_the_user_asked_for_them)
+TEST_F(library_messages, appear_as_they_are_written_when_the_user_asked_for_them)
 {
     put("Boot0003", "1");
     surroundings around;
@@ -107,7 +162,7 @@ TEST_F(LibraryMessages, appear_as_they_are_written_when_the_user_asked_for_them)
         0u);
 }
 
-TEST_F(LibraryMessages, include_traces_when_the_user_asked_for_them)
+TEST_F(library_messages, include_traces_when_the_user_asked_for_them)
 {
     surroundings around;
     around.environment = {{"OVRA_PATH_DEBUG", "1"}};
@@ -116,13 +171,13 @@ TEST_F(LibraryMessages, include_traces_when_the_user_asked_for_them)
     EXPECT_NE(result.err, "");
 }
 
-TEST_F(LibraryMessages, are_not_shown_when_nothing_failed)
+TEST_F(library_messages, are_not_shown_when_nothing_failed)
 {
     std::filesystem::remove(file("BootOrder"));
     EXPECT_EQ(run({"remove", "Boot0003"}).err, "");
 }
 
-TEST_F(LibraryMessages, do_not_stall_when_standard_error_is_closed)
+TEST_F(library_messages, do_not_stall_when_standard_error_is_closed)
 {
     put("Boot0003", "1");
     const std::string shell =

@@ -23,7 +23,7 @@ std::string said_at_failure(const words &arguments)
 
 // These run without a machine: paths need no firmware.
 
-TEST(PathEncode, prints_digits)
+TEST(path_encode_verb, prints_digits)
 {
     const outcome result = run_command({"path", "encode", "/PciRoot(0)/Pci(0x1F,2)", "--file", "\\EFI"});
     EXPECT_EQ(result.status, 0) << result.err;
@@ -31,7 +31,7 @@ TEST(PathEncode, prints_digits)
     EXPECT_EQ(result.out, sata_hex + "04040e005c0045004600490000007fff0400\n");
 }
 
-TEST(PathEncode, takes_nothing_but_a_plain_file_after_the_devices)
+TEST(path_encode_verb, takes_nothing_but_a_plain_file_after_the_devices)
 {
     const std::string hd = "HD(1,GPT,5F9F0A37-8A44-4AD0-9C2E-1D9E6F5B7C01,0x800,0x1)";
     for (const char *rest : {"\\a.efi,HD(2,MBR,0x1,1,1)\\b.efi", "/File(\\a)/File(\\b)", "/\\a.efi/Pci(1,1)",
@@ -44,7 +44,7 @@ TEST(PathEncode, takes_nothing_but_a_plain_file_after_the_devices)
     EXPECT_EQ(run_command({"path", "encode", hd, "--file", "\\a(1).efi"}).status, 0);
 }
 
-TEST(PathEncode, prints_bytes_and_json)
+TEST(path_encode_verb, prints_bytes_and_json)
 {
     const outcome raw = run_command({"path", "encode", "/Pci(1,2)", "--raw"});
     EXPECT_EQ(raw.out, from_hex("0101060002017fff0400"));
@@ -52,12 +52,12 @@ TEST(PathEncode, prints_bytes_and_json)
     EXPECT_EQ(json::parse(document.out), json({{"path", "0101060002017fff0400"}, {"size", 10}}));
 }
 
-TEST(PathEncode, takes_an_empty_text_for_a_file_alone)
+TEST(path_encode_verb, takes_an_empty_text_for_a_file_alone)
 {
     EXPECT_EQ(run_command({"path", "encode", "", "--file", "a"}).out, "04040800610000007fff0400\n");
 }
 
-TEST(PathEncode, points_at_the_node_that_is_wrong)
+TEST(path_encode_verb, points_at_the_node_that_is_wrong)
 {
     EXPECT_EQ(said_at_failure({"path", "encode", "/PciRoot(0)/Pci(32,2)/Sata(0,0,0)"}),
               "ovra: node 2 of the path cannot be packed: \"Pci(32,2)\"\n"
@@ -76,7 +76,7 @@ TEST(PathEncode, points_at_the_node_that_is_wrong)
         HasSubstr("node 2 of the path cannot be packed: it is empty\n  /Pci(1,2)//\n             ^\n"));
 }
 
-TEST(PathEncode, says_that_a_file_or_a_device_is_wrong)
+TEST(path_encode_verb, says_that_a_file_or_a_device_is_wrong)
 {
     EXPECT_THAT(said_at_failure({"path", "encode", "/Pci(1,2)", "--file", "\xff"}),
                 StartsWith("ovra: the file \"\\xff\" cannot be packed\n"));
@@ -84,7 +84,7 @@ TEST(PathEncode, says_that_a_file_or_a_device_is_wrong)
                 StartsWith("ovra: the path \"/devices/nothing\" cannot be packed\n"));
 }
 
-TEST(PathEncode, refuses_a_file_that_no_node_holds)
+TEST(path_encode_verb, refuses_a_file_that_no_node_holds)
 {
     const auto encode = [](size_t characters) {
         return words{"path", "encode", "", "--file", std::string(characters, 'x')};
@@ -103,7 +103,7 @@ TEST(PathEncode, refuses_a_file_that_no_node_holds)
 }
 
 // The library stores the third argument of a Sata node in place of the first.
-TEST(PathEncode, keeps_the_port_of_a_disk)
+TEST(path_encode_verb, keeps_the_port_of_a_disk)
 {
     const outcome packed = run_command({"path", "encode", "/Pci(1,2)/Sata(5,0xffff,0)"});
     EXPECT_EQ(packed.status, 0);
@@ -111,7 +111,7 @@ TEST(PathEncode, keeps_the_port_of_a_disk)
     EXPECT_EQ(packed.err, "");
 }
 
-TEST(PathEncode, takes_a_file_behind_the_devices)
+TEST(path_encode_verb, takes_a_file_behind_the_devices)
 {
     const std::string digits = "01010600020104040a005c00610000007fff0400\n";
     for (const char *text : {"/Pci(1,2)\\a", "/Pci(1,2)/\\a", "/Pci(1,2)/File(\\a)"}) {
@@ -126,7 +126,7 @@ TEST(PathEncode, takes_a_file_behind_the_devices)
                 StartsWith("ovra: node 1 of the path cannot be packed: \"Pci(1,2)x\\a\"\n"));
 }
 
-TEST(PathEncode, names_files_as_firmware_does)
+TEST(path_encode_verb, names_files_as_firmware_does)
 {
     for (const words &given : {words{"/Pci(1,2)", "--file", "/a"}, words{"/Pci(1,2)", "--file=/a"}}) {
         words arguments = {"path", "encode"};
@@ -140,7 +140,7 @@ TEST(PathEncode, names_files_as_firmware_does)
               "The file is named as firmware does, \\a\\b.\n");
 }
 
-TEST(PathEncode, refuses_another_instance)
+TEST(path_encode_verb, refuses_another_instance)
 {
     EXPECT_THAT(said_at_failure({"path", "encode", "/Pci(1,2)/Pci(1,3),/Pci(1,4)"}),
                 StartsWith("ovra: node 2 of the path cannot be packed: \"Pci(1,3),\"\n"));
@@ -149,14 +149,14 @@ TEST(PathEncode, refuses_another_instance)
     EXPECT_EQ(said_at_failure({"path", "encode", ""}), "ovra: a device path is needed\n");
 }
 
-TEST(PathEncode, keeps_to_a_path_where_test_files_are_wanted)
+TEST(path_encode_verb, keeps_to_a_path_where_test_files_are_wanted)
 {
     surroundings around;
     around.environment = {{"OVRA_TEST_FILE", ""}};
     EXPECT_EQ(run_command({"path", "encode", "/Pci(1,2)"}, around).out, "0101060002017fff0400\n");
 }
 
-TEST(PathDecode, prints_every_instance)
+TEST(path_decode_verb, prints_every_instance)
 {
     const std::string two = sata_hex + "04040e005c0045004600490000007f010400"
                                        "010106000201"
@@ -166,13 +166,13 @@ TEST(PathDecode, prints_every_instance)
     EXPECT_EQ(text.out, "Device path  /PciRoot(0x0)/Pci(0x1f,0x2)\n"
                         "File path    \\EFI\n"
                         "Device path  /Pci(0x1,0x2)\n");
-    const json first = {{"devicePath", "/PciRoot(0x0)/Pci(0x1f,0x2)"}, {"filePath", "\\EFI"}};
-    const json next = {{"devicePath", "/Pci(0x1,0x2)"}, {"filePath", nullptr}};
+    const json first = {{"device_path", "/PciRoot(0x0)/Pci(0x1f,0x2)"}, {"file_path", "\\EFI"}};
+    const json next = {{"device_path", "/Pci(0x1,0x2)"}, {"file_path", nullptr}};
     EXPECT_EQ(json::parse(run_command({"--json", "path", "decode", two}).out)["instances"],
               json::array({first, next}));
 }
 
-TEST(PathDecode, says_how_much_stands_behind_the_end)
+TEST(path_decode_verb, says_how_much_stands_behind_the_end)
 {
     const auto said = [](const std::string &digits) {
         const outcome result = run_command({"path", "decode", digits});
@@ -183,24 +183,24 @@ TEST(PathDecode, says_how_much_stands_behind_the_end)
     const std::string pci = "010106000201";
     EXPECT_EQ(said(pci + "7fff0400"), "");
     EXPECT_EQ(said(pci + "7fff0400" + pci + "7fff0400"),
-              "ovra: warning: 10 bytes behind the path's END node are not shown\n");
+              "ovra: warning: 10 bytes after the path's END node are not shown\n");
     // Whatever it is, as long as it is behind the end.
     EXPECT_EQ(said(pci + "7fff0400" + "00"),
-              "ovra: warning: 1 bytes behind the path's END node are not shown\n");
+              "ovra: warning: 1 bytes after the path's END node are not shown\n");
     EXPECT_EQ(said(pci + "7f010400" + pci),
-              "ovra: warning: 6 bytes behind the path's END node are not shown\n");
+              "ovra: warning: 6 bytes after the path's END node are not shown\n");
 
     const outcome document = run_command({"path", "decode", "--json", pci + "7fff0400" + "7fff0400"});
     EXPECT_EQ(document.status, 0);
-    EXPECT_EQ(document.err, "ovra: warning: 4 bytes behind the path's END node are not shown\n");
-    const json instance = {{"devicePath", "/Pci(0x1,0x2)"}, {"filePath", nullptr}};
+    EXPECT_EQ(document.err, "ovra: warning: 4 bytes after the path's END node are not shown\n");
+    const json instance = {{"device_path", "/Pci(0x1,0x2)"}, {"file_path", nullptr}};
     EXPECT_EQ(json::parse(document.out),
               json({{"instances", json::array({instance})}, {"bytes_not_shown", 4}}));
     EXPECT_EQ(json::parse(run_command({"path", "decode", "--json", pci + "7fff0400"}).out)["bytes_not_shown"],
               0);
 }
 
-TEST(PathDecode, says_that_an_end_is_not_shown)
+TEST(path_decode_verb, says_that_an_end_is_not_shown)
 {
     for (const char *digits :
          {"0101060002017f010400", "0101060002017fff0500aa", "0101060002017f0004007fff0400"})
@@ -209,7 +209,7 @@ TEST(PathDecode, says_that_an_end_is_not_shown)
     EXPECT_EQ(run_command({"path", "decode", "0101060002017f0104007fff0400"}).err, "");
 }
 
-TEST(PathDecode, reads_standard_input)
+TEST(path_decode_verb, reads_standard_input)
 {
     surroundings around;
     around.in = "0101 0600\n0201 7fff:0400\n";
@@ -219,7 +219,7 @@ TEST(PathDecode, reads_standard_input)
               "ovra: pairs of hexadecimal digits are needed on standard input\n");
 }
 
-TEST(PathDecode, refuses_what_is_no_path)
+TEST(path_decode_verb, refuses_what_is_no_path)
 {
     EXPECT_THAT(said_at_failure({"path", "decode", "01010700020100"}),
                 StartsWith("ovra: this path has no text: it does not end in an END node (7fff0400)\n"));
@@ -231,7 +231,7 @@ TEST(PathDecode, refuses_what_is_no_path)
     EXPECT_THAT(digits.err, HasSubstr("path decode: pairs of hexadecimal digits are needed\n"));
 }
 
-TEST(PathDecode, is_what_was_encoded)
+TEST(path_decode_verb, is_what_was_encoded)
 {
     for (const char *text : {"/PciRoot(0x0)/Pci(0x1f,0x2)/Sata(0x0,0x8000,0x0)", "/Pci(0x1,0x2)"}) {
         const outcome encoded = run_command({"path", "encode", text});
@@ -242,7 +242,7 @@ TEST(PathDecode, is_what_was_encoded)
     }
 }
 
-TEST(PathVerb, needs_to_know_what_to_do)
+TEST(path_verb, needs_to_know_what_to_do)
 {
     EXPECT_EQ(run_command({"path"}).status, 2);
     EXPECT_EQ(run_command({"path", "encode"}).status, 2);

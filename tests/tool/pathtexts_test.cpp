@@ -8,8 +8,10 @@
 #include <sstream>
 
 #include "tests/tool/support.h"
-#include "tools/ovra/devicepaths.h"
-#include "tools/ovra/failure.h"
+#include "tools/machine/devicepaths.h"
+#include "tools/machine/pathnodes.h"
+#include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 
 namespace tool_test {
 
@@ -18,10 +20,10 @@ using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-class PathTexts : public ::testing::Test {
+class path_texts : public ::testing::Test {
 protected:
-    PathTexts() { setlocale(LC_CTYPE, "C.UTF-8"); }
-    ~PathTexts() override { setlocale(LC_CTYPE, "C"); }
+    path_texts() { setlocale(LC_CTYPE, "C.UTF-8"); }
+    ~path_texts() override { setlocale(LC_CTYPE, "C"); }
 
     static tool::bytes bytes_of(const std::string &digits) { return tool::parse_hex(digits).value(); }
 
@@ -99,9 +101,9 @@ protected:
     size_t compared = 0;
 };
 
-const std::string PathTexts::end = "7fff0400";
+const std::string path_texts::end = "7fff0400";
 
-TEST_F(PathTexts, have_no_strings_in_quotes)
+TEST_F(path_texts, have_no_strings_in_quotes)
 {
     for (const char *text : {"UsbWwid(0x1,0x2,0x3,\"abc\")", "BBS(HD,\"x\")"})
         EXPECT_THAT(encoded(text), HasSubstr("strings stand without quotes")) << text;
@@ -109,14 +111,14 @@ TEST_F(PathTexts, have_no_strings_in_quotes)
     expect_to_come_back(bytes_of("05010c0002000000227822007fff0400"));
 }
 
-TEST_F(PathTexts, of_every_printed_node_come_back)
+TEST_F(path_texts, of_every_printed_node_come_back)
 {
     for (const tool::bytes &path : printed_paths())
         expect_to_come_back(path);
     EXPECT_GE(compared, 180u);
 }
 
-TEST_F(PathTexts, of_real_machines_come_back)
+TEST_F(path_texts, of_real_machines_come_back)
 {
     for (const auto &row : rows("paths.tsv")) {
         if (row.at(0) == "hex")
@@ -135,7 +137,7 @@ TEST_F(PathTexts, of_real_machines_come_back)
 }
 
 // What the library packs comes back too.
-TEST_F(PathTexts, of_every_keyword_come_back)
+TEST_F(path_texts, of_every_keyword_come_back)
 {
     for (const auto &row : rows("roundtrip.tsv")) {
         const std::string packed = encoded(row.at(0));
@@ -146,7 +148,7 @@ TEST_F(PathTexts, of_every_keyword_come_back)
 }
 
 // Nodes of random bytes below real headers, and real nodes with some bytes changed, cut or added.
-TEST_F(PathTexts, of_random_paths_come_back)
+TEST_F(path_texts, of_random_paths_come_back)
 {
     std::mt19937 random(4);
     const auto below = [&](size_t limit) { return random() % limit; };
@@ -183,7 +185,7 @@ TEST_F(PathTexts, of_random_paths_come_back)
 }
 
 // Of the texts that the library packs the command packs the same, says otherwise here, or refuses.
-TEST_F(PathTexts, are_packed_as_by_the_library_or_refused)
+TEST_F(path_texts, are_packed_as_by_the_library_or_refused)
 {
     // Where the library packs other than the text says.
     const std::set<std::string> corrected = {"sata", "offset", "usbwwid", "acpiex", "hd", "sas", "sasex"};
@@ -216,7 +218,7 @@ TEST_F(PathTexts, are_packed_as_by_the_library_or_refused)
 }
 
 // The library packs something else for each of these.
-TEST_F(PathTexts, say_what_is_packed)
+TEST_F(path_texts, say_what_is_packed)
 {
     const struct {
         const char *text;
@@ -254,7 +256,7 @@ TEST_F(PathTexts, say_what_is_packed)
 }
 
 // Accepted by the library, each with something lost, guessed or made another.
-TEST_F(PathTexts, that_say_more_or_less_are_refused)
+TEST_F(path_texts, that_say_more_or_less_are_refused)
 {
     for (const char *text : {"MAC(525400123456)",
                              "Pci(010,2)",
@@ -298,11 +300,11 @@ TEST_F(PathTexts, that_say_more_or_less_are_refused)
               "node 2 of the path cannot be packed: \"Pci(1,2),\"\n"
               "Pci(1,2)/Pci(1,2),/Pci(1,3)\n"
               "         ^^^^^^^^^\n"
-              "what stands behind the comma is another instance of the path, and a text holds one");
+              "what follows the comma is another instance; a text holds one");
     EXPECT_EQ(encoded(""), "a device path is needed\n");
 }
 
-TEST_F(PathTexts, show_what_the_library_does_not_print)
+TEST_F(path_texts, show_what_the_library_does_not_print)
 {
     const struct {
         const char *nodes;
@@ -336,7 +338,7 @@ TEST_F(PathTexts, show_what_the_library_does_not_print)
         EXPECT_EQ(decoded(nodes + end), shown);
 }
 
-TEST_F(PathTexts, with_a_file_no_node_can_hold_are_refused)
+TEST_F(path_texts, with_a_file_no_node_can_hold_are_refused)
 {
     for (const char *file : {"\\a\U0001f600", "\\a\U000e0041", "\\a\xed\xa0\x80", "\\\xff"})
         EXPECT_THAT(encoded("/Pci(1,2)", file),

@@ -8,9 +8,9 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
 
-class Remove : public Machine {};
+class remove_verb : public Machine {};
 
-TEST_F(Remove, deletes_the_option_and_its_place_in_the_order)
+TEST_F(remove_verb, deletes_the_option_and_its_place_in_the_order)
 {
     EXPECT_EQ(output({"remove", "Boot0003"}),
               "deleted Boot0003\n"
@@ -19,7 +19,7 @@ TEST_F(Remove, deletes_the_option_and_its_place_in_the_order)
     EXPECT_THAT(order(), ElementsAre(0, 1, 2, 4, 5, 6, 7));
 }
 
-TEST_F(Remove, takes_several_options)
+TEST_F(remove_verb, takes_several_options)
 {
     put_order({7, 6, 7, 0});
     output({"remove", "Boot0007", "boot6", "Boot0007"});
@@ -28,42 +28,42 @@ TEST_F(Remove, takes_several_options)
     EXPECT_THAT(order(), ElementsAre(0));
 }
 
-TEST_F(Remove, of_the_last_ordered_option_deletes_the_order)
+TEST_F(remove_verb, of_the_last_ordered_option_deletes_the_order)
 {
     put_order({3});
     EXPECT_EQ(output({"remove", "Boot0003"}), "deleted Boot0003\ndeleted BootOrder\n");
     EXPECT_EQ(get("BootOrder"), "(none)");
 }
 
-TEST_F(Remove, leaves_an_order_alone_that_does_not_name_the_option)
+TEST_F(remove_verb, leaves_an_order_alone_that_does_not_name_the_option)
 {
     put_order({1});
     EXPECT_EQ(output({"remove", "Boot0003"}), "deleted Boot0003\n");
     EXPECT_THAT(order(), ElementsAre(1));
 }
 
-TEST_F(Remove, works_on_a_damaged_option)
+TEST_F(remove_verb, works_on_a_damaged_option)
 {
     put("Boot0003", "1");
     output({"remove", "Boot0003"});
     EXPECT_EQ(get("Boot0003"), "(none)");
 }
 
-TEST_F(Remove, works_without_an_order)
+TEST_F(remove_verb, works_without_an_order)
 {
     std::filesystem::remove(file("BootOrder"));
     output({"remove", "Boot0003"});
     EXPECT_EQ(get("BootOrder"), "(none)");
 }
 
-TEST_F(Remove, removes_nothing_when_one_of_the_options_does_not_exist)
+TEST_F(remove_verb, removes_nothing_when_one_of_the_options_does_not_exist)
 {
     EXPECT_EQ(failure({"remove", "Boot0003", "Boot001F"}),
               "ovra: no such option: Boot001F\n"
               "  Nothing is removed. 'ovra list' shows the options.\n");
 }
 
-TEST_F(Remove, deletes_a_boot_next_that_names_the_option)
+TEST_F(remove_verb, deletes_a_boot_next_that_names_the_option)
 {
     put("BootNext", std::string("\x03\0", 2));
     EXPECT_THAT(output({"remove", "Boot0003", "--dry-run"}), HasSubstr("would delete BootNext\n"));
@@ -78,14 +78,14 @@ TEST_F(Remove, deletes_a_boot_next_that_names_the_option)
     EXPECT_EQ(get("BootNext"), "(none)");
 }
 
-TEST_F(Remove, leaves_a_boot_next_alone_that_names_another_option)
+TEST_F(remove_verb, leaves_a_boot_next_alone_that_names_another_option)
 {
     put("BootNext", std::string("\x01\0", 2));
     EXPECT_THAT(output({"remove", "Boot0003"}), Not(HasSubstr("BootNext")));
     EXPECT_EQ(get("BootNext"), std::string("\x01\0", 2));
 }
 
-TEST_F(Remove, keeps_the_attributes_of_the_order)
+TEST_F(remove_verb, keeps_the_attributes_of_the_order)
 {
     put("BootOrder", std::string("\x03\0\x01\0", 4), 3);
     output({"remove", "Boot0003"});
@@ -95,7 +95,7 @@ TEST_F(Remove, keeps_the_attributes_of_the_order)
               json({"non-volatile", "boot-service"}));
 }
 
-TEST_F(Remove, removes_nothing_when_the_order_cannot_be_written)
+TEST_F(remove_verb, removes_nothing_when_the_order_cannot_be_written)
 {
     put("BootOrder", std::string("\x03\0\x01\0", 4), 0x27); // of somebody who signs it
     for (const words &arguments : {words{"remove", "Boot0003"}, words{"remove", "Boot0003", "--dry-run"}})
@@ -106,7 +106,7 @@ TEST_F(Remove, removes_nothing_when_the_order_cannot_be_written)
                                "  Nothing is removed.\n"));
 }
 
-TEST_F(Remove, removes_nothing_when_one_of_the_options_cannot_be_removed)
+TEST_F(remove_verb, removes_nothing_when_one_of_the_options_cannot_be_removed)
 {
     std::filesystem::remove(file("Boot0002"));
     std::filesystem::create_directory(file("Boot0002"));
@@ -119,7 +119,7 @@ TEST_F(Remove, removes_nothing_when_one_of_the_options_cannot_be_removed)
     }
 }
 
-TEST_F(Remove, dry_run_changes_nothing)
+TEST_F(remove_verb, dry_run_changes_nothing)
 {
     const auto before = snapshot();
     EXPECT_EQ(output({"remove", "Boot0003", "Boot0002", "--dry-run"}),

@@ -7,7 +7,7 @@ namespace tool_test {
 
 using ::testing::HasSubstr;
 
-class Reset : public Machine {
+class reset_verb : public Machine {
 protected:
     // Runs without --root, as on a live machine; the platform libraries still take the machine in the folder.
     // Nothing is run if they should not.
@@ -24,14 +24,14 @@ protected:
     }
 };
 
-TEST_F(Reset, boots_by_the_order)
+TEST_F(reset_verb, boots_by_the_order)
 {
     put_order({5, 0});
     EXPECT_EQ(output({"reset"}), "reset the machine (cold)\nbooted Boot0005  UEFI QEMU HARDDISK QM00001 \n");
     EXPECT_EQ(parsed({"current"})["current"], "Boot0005");
 }
 
-TEST_F(Reset, boots_the_next_option_once)
+TEST_F(reset_verb, boots_the_next_option_once)
 {
     output({"next", "Boot0007"});
     const json document = parsed({"reset", "--warm"});
@@ -42,7 +42,7 @@ TEST_F(Reset, boots_the_next_option_once)
     EXPECT_EQ(parsed({"reset", "--cold"})["booted"], "Boot0000");
 }
 
-TEST_F(Reset, dry_run_changes_nothing_and_does_not_ask)
+TEST_F(reset_verb, dry_run_changes_nothing_and_does_not_ask)
 {
     const auto before = snapshot();
     EXPECT_EQ(output({"reset", "--dry-run"}), "would reset the machine (cold)\n");
@@ -51,7 +51,7 @@ TEST_F(Reset, dry_run_changes_nothing_and_does_not_ask)
     EXPECT_EQ(run_as_live({"reset", "--dry-run"}).status, 0);
 }
 
-TEST_F(Reset, of_the_live_machine_needs_a_terminal_or_yes)
+TEST_F(reset_verb, of_the_live_machine_needs_a_terminal_or_yes)
 {
     const auto refused = run_as_live({"reset"});
     EXPECT_EQ(refused.status, 1);
@@ -62,7 +62,7 @@ TEST_F(Reset, of_the_live_machine_needs_a_terminal_or_yes)
     EXPECT_EQ(parsed({"current"})["current"], "Boot0000");
 }
 
-TEST_F(Reset, of_the_live_machine_asks)
+TEST_F(reset_verb, of_the_live_machine_asks)
 {
     surroundings around;
     for (const char *answer : {"n\n", "\n", "yess\n", "\x04"}) {
@@ -79,7 +79,7 @@ TEST_F(Reset, of_the_live_machine_asks)
     EXPECT_EQ(parsed({"current"})["current"], "Boot0000");
 }
 
-TEST_F(Reset, that_cannot_says_how_else)
+TEST_F(reset_verb, that_cannot_says_how_else)
 {
     if (std::filesystem::exists("/sys/firmware/efi/efivars"))
         GTEST_SKIP() << "this machine has firmware variables";
@@ -95,7 +95,7 @@ TEST_F(Reset, that_cannot_says_how_else)
     EXPECT_EQ(failure({"reset", "--dry-run"}).find("systemctl"), std::string::npos);
 }
 
-TEST_F(Reset, types_exclude_each_other)
+TEST_F(reset_verb, types_exclude_each_other)
 {
     EXPECT_EQ(run({"reset", "--cold", "--warm"}).status, 2);
     EXPECT_EQ(run({"reset", "--shutdown", "--warm"}).status, 2);

@@ -22,7 +22,7 @@ const std::string second = "7f010400"
 
 } // namespace
 
-class SetPath : public Machine {
+class set_path : public Machine {
 protected:
     void store(const std::string &path) const
     {
@@ -34,28 +34,28 @@ protected:
     }
 };
 
-TEST_F(SetPath, file_replaces_the_file_and_keeps_every_other_byte)
+TEST_F(set_path, file_replaces_the_file_and_keeps_every_other_byte)
 {
     store(pci + odd + file_node + second);
     output({"set", "Boot0003", "--file", "\\c"});
     EXPECT_EQ(get("Boot0003"), with(pci + odd + "04040a005c0063000000" + second));
 }
 
-TEST_F(SetPath, file_is_put_before_the_end_where_there_was_none)
+TEST_F(set_path, file_is_put_before_the_end_where_there_was_none)
 {
     store(pci + odd + second);
     output({"set", "Boot0003", "--file", "\\c"});
     EXPECT_EQ(get("Boot0003"), with(pci + odd + "04040a005c0063000000" + second));
 }
 
-TEST_F(SetPath, file_replaces_all_parts_of_a_file)
+TEST_F(set_path, file_replaces_all_parts_of_a_file)
 {
     store(file_node + pci + file_node + end);
     output({"set", "Boot0003", "--file", "c"});
     EXPECT_EQ(get("Boot0003"), with("0404080063000000" + pci + end));
 }
 
-TEST_F(SetPath, devpath_replaces_the_devices_and_keeps_every_other_byte)
+TEST_F(set_path, devpath_replaces_the_devices_and_keeps_every_other_byte)
 {
     store(pci + odd + file_node + second);
     output({"set", "Boot0003", "--devpath", "/PciRoot(0)/Pci(7,3)"});
@@ -64,7 +64,7 @@ TEST_F(SetPath, devpath_replaces_the_devices_and_keeps_every_other_byte)
                                     file_node + second));
 }
 
-TEST_F(SetPath, both_and_other_fields_at_once)
+TEST_F(set_path, both_and_other_fields_at_once)
 {
     store(pci + file_node + end);
     output({"set", "Boot0003", "--devpath", "/Pci(7,3)", "--file", "c", "--desc", "New"});
@@ -75,13 +75,13 @@ TEST_F(SetPath, both_and_other_fields_at_once)
                                            "data"));
 }
 
-TEST_F(SetPath, the_same_path_changes_nothing)
+TEST_F(set_path, the_same_path_changes_nothing)
 {
     store(pci + file_node + second);
     EXPECT_EQ(output({"set", "Boot0003", "--file", "\\a"}), "nothing to change\n");
 }
 
-TEST_F(SetPath, dry_run_writes_nothing)
+TEST_F(set_path, dry_run_writes_nothing)
 {
     store(pci + file_node + end);
     const auto before = snapshot();
@@ -91,7 +91,7 @@ TEST_F(SetPath, dry_run_writes_nothing)
               pci + "0404080063000000" + end);
 }
 
-TEST_F(SetPath, a_bad_text_is_pointed_at)
+TEST_F(set_path, a_bad_text_is_pointed_at)
 {
     store(pci + file_node + end);
     EXPECT_THAT(failure({"set", "Boot0003", "--devpath", "/Pci(1,2)/Nothing(1)"}),
@@ -101,12 +101,11 @@ TEST_F(SetPath, a_bad_text_is_pointed_at)
                           "    Nothing not found in encode table\n"));
 }
 
-TEST_F(SetPath, an_end_node_in_the_text_is_refused)
+TEST_F(set_path, an_end_node_in_the_text_is_refused)
 {
     store(pci + file_node + end);
-    const std::string advice =
-        "  What stands behind it would not belong to the path's first instance; --path-hex "
-        "stores any path.\n";
+    const std::string advice = "  What follows it would not belong to the path's first instance;\n"
+                               "  --path-hex stores any path.\n";
     EXPECT_EQ(failure({"set", "Boot0003", "--devpath", "/Path(0x7f,1,0400)/Pci(1,2)"}),
               "ovra: node 1 of the path is an END node\n" + advice);
     EXPECT_EQ(failure({"set", "Boot0003", "--devpath", "/Pci(1,2)/Path(0x7f,0xff,0400)"}),
@@ -119,7 +118,7 @@ TEST_F(SetPath, an_end_node_in_the_text_is_refused)
     }
 }
 
-TEST_F(SetPath, a_file_that_no_node_holds_is_refused)
+TEST_F(set_path, a_file_that_no_node_holds_is_refused)
 {
     store(pci + file_node + end);
     for (const size_t characters : {32765U, 32770U}) {
@@ -134,7 +133,7 @@ TEST_F(SetPath, a_file_that_no_node_holds_is_refused)
                 HasSubstr("ovra: the description and the path have "));
 }
 
-TEST_F(SetPath, a_port_is_kept)
+TEST_F(set_path, a_port_is_kept)
 {
     store(pci + file_node + end);
     output({"set", "Boot0003", "--devpath", "/Pci(1,2)/Sata(5,0xffff,0)"});
@@ -144,7 +143,7 @@ TEST_F(SetPath, a_port_is_kept)
     EXPECT_THAT(output({"show", "Boot0008"}), HasSubstr("/Sata(0x5,0xffff,0x0)\n"));
 }
 
-TEST_F(SetPath, a_file_may_stand_behind_the_devices)
+TEST_F(set_path, a_file_may_stand_behind_the_devices)
 {
     store(pci + file_node + second);
     output({"set", "Boot0003", "--devpath", "/Pci(7,3)\\c"});
@@ -155,7 +154,7 @@ TEST_F(SetPath, a_file_may_stand_behind_the_devices)
     EXPECT_EQ(get("Boot0008"), load_option(1, "x", from_hex(pci + file_node + end)));
 }
 
-TEST_F(SetPath, a_file_is_named_as_firmware_does)
+TEST_F(set_path, a_file_is_named_as_firmware_does)
 {
     store(pci + file_node + end);
     const outcome set = run({"set", "Boot0003", "--file", "/c"});
@@ -167,20 +166,20 @@ TEST_F(SetPath, a_file_is_named_as_firmware_does)
     EXPECT_EQ(get("Boot0008"), load_option(1, "x", from_hex(pci + file_node + end)));
 }
 
-TEST_F(SetPath, a_path_that_is_not_well_formed_is_refused)
+TEST_F(set_path, a_path_that_is_not_well_formed_is_refused)
 {
     store("01010700" + pci);
     EXPECT_THAT(failure({"set", "Boot0003", "--file", "c"}),
                 HasSubstr("ovra: the option's path is no packed device path: "));
 }
 
-TEST_F(SetPath, empty_texts_are_refused)
+TEST_F(set_path, empty_texts_are_refused)
 {
     EXPECT_EQ(run({"set", "Boot0003", "--file", ""}).status, 2);
     EXPECT_EQ(run({"set", "Boot0003", "--devpath", ""}).status, 2);
 }
 
-TEST_F(SetPath, create_takes_text)
+TEST_F(set_path, create_takes_text)
 {
     output({"create", "--desc", "x", "--devpath", "/Pci(1,2)", "--file", "\\a"});
     EXPECT_EQ(get("Boot0008"), load_option(1, "x", from_hex(pci + file_node + end)));
@@ -188,7 +187,7 @@ TEST_F(SetPath, create_takes_text)
                 HasSubstr("node 1 of the path cannot be packed: \"Pci(1)\"\n"));
 }
 
-TEST_F(SetPath, create_takes_exactly_one_kind_of_path)
+TEST_F(set_path, create_takes_exactly_one_kind_of_path)
 {
     EXPECT_THAT(run({"create", "--desc", "x"}).err,
                 HasSubstr("create: one of --path-hex, --devpath and --disk is required\n"));
@@ -203,9 +202,9 @@ TEST_F(SetPath, create_takes_exactly_one_kind_of_path)
 }
 
 // On a machine with disks.
-class SetPathOfDisk : public SetPath {
+class set_path_of_disk : public set_path {
 protected:
-    SetPathOfDisk()
+    set_path_of_disk()
     {
         const std::string unpack =
             "tar --sparse -xzf '" OVRA_TEST_DATA "/machines/q35.tar.gz' -C '" + root.string() + "'";
@@ -213,7 +212,7 @@ protected:
     }
 };
 
-TEST_F(SetPathOfDisk, devpath_takes_the_name_of_a_disk)
+TEST_F(set_path_of_disk, devpath_takes_the_name_of_a_disk)
 {
     store(pci + odd + file_node + second);
     const outcome set = run({"set", "Boot0003", "--devpath", "c5t0d0s1"});
@@ -224,7 +223,7 @@ TEST_F(SetPathOfDisk, devpath_takes_the_name_of_a_disk)
                                     file_node + second));
 }
 
-TEST_F(SetPathOfDisk, every_verb_says_which_disk_it_took)
+TEST_F(set_path_of_disk, every_verb_says_which_disk_it_took)
 {
     store(pci + file_node + second);
     const std::string said = "/dev/sda2 is c5t0d0s1, PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02.\n";
@@ -247,7 +246,7 @@ TEST_F(SetPathOfDisk, every_verb_says_which_disk_it_took)
                 HasSubstr("ovra: no disk is named \"/dev/sdx1\"\n"));
 }
 
-TEST_F(SetPathOfDisk, a_name_of_the_tree_has_no_path)
+TEST_F(set_path_of_disk, a_name_of_the_tree_has_no_path)
 {
     store(pci + file_node + end);
     // libovra accepts such a name and makes no path of it.

@@ -5,9 +5,9 @@ namespace tool_test {
 
 using ::testing::HasSubstr;
 
-class Show : public Machine {};
+class show_verb : public Machine {};
 
-TEST_F(Show, prints_every_field)
+TEST_F(show_verb, prints_every_field)
 {
     EXPECT_EQ(output({"show", "Boot0005"}),
               "Option         Boot0005\n"
@@ -20,12 +20,12 @@ TEST_F(Show, prints_every_field)
               "Optional data  4eac0881119f594d850ee21a522c59b2 (16 bytes)\n");
 }
 
-TEST_F(Show, json_has_every_field)
+TEST_F(show_verb, json_has_every_field)
 {
     put_order({});
-    const json instance = {{"devicePath", "MediaPath(0x7,1400c9bdb87cebf8344faaea3ee4af6516a1)/"
-                                          "MediaPath(0x6,140083a5047c3e9e1c4fad65e05268d0b4d1)"},
-                           {"filePath", nullptr}};
+    const json instance = {{"device_path", "MediaPath(0x7,1400c9bdb87cebf8344faaea3ee4af6516a1)/"
+                                           "MediaPath(0x6,140083a5047c3e9e1c4fad65e05268d0b4d1)"},
+                           {"file_path", nullptr}};
     EXPECT_EQ(parsed({"show", "Boot0007"}),
               json({{"option", "Boot0007"},
                     {"position", nullptr},
@@ -40,7 +40,7 @@ TEST_F(Show, json_has_every_field)
                     {"disks", json::array()}}));
 }
 
-TEST_F(Show, prints_every_instance_of_a_path)
+TEST_F(show_verb, prints_every_instance_of_a_path)
 {
     put("Boot0003", load_option(1, "two",
                                 from_hex("01010600020104040a005c00610000007f010400"
@@ -50,12 +50,12 @@ TEST_F(Show, prints_every_instance_of_a_path)
                                                         "File path      \\a\n"
                                                         "Device path    /Pci(0x2,0x3)\n"
                                                         "Optional data"));
-    const json first = {{"devicePath", "/Pci(0x1,0x2)"}, {"filePath", "\\a"}};
-    const json next = {{"devicePath", "/Pci(0x2,0x3)"}, {"filePath", nullptr}};
+    const json first = {{"device_path", "/Pci(0x1,0x2)"}, {"file_path", "\\a"}};
+    const json next = {{"device_path", "/Pci(0x2,0x3)"}, {"file_path", nullptr}};
     EXPECT_EQ(parsed({"show", "Boot0003"})["instances"], json::array({first, next}));
 }
 
-TEST_F(Show, says_why_a_path_has_no_text)
+TEST_F(show_verb, says_why_a_path_has_no_text)
 {
     put("Boot0003", load_option(1, "bad", from_hex("04012a00")));
     const std::string why = "the node at byte 0 gives its length as 42, 4 bytes are left";
@@ -65,13 +65,13 @@ TEST_F(Show, says_why_a_path_has_no_text)
     EXPECT_EQ(shown["path_error"], why);
 }
 
-TEST_F(Show, takes_short_and_lower_case_names)
+TEST_F(show_verb, takes_short_and_lower_case_names)
 {
     for (const char *name : {"Boot0007", "boot0007", "BOOT7", "0007", "7"})
         EXPECT_EQ(parsed({"show", name})["option"], "Boot0007") << name;
 }
 
-TEST_F(Show, says_when_an_option_is_not_in_the_order)
+TEST_F(show_verb, says_when_an_option_is_not_in_the_order)
 {
     put_order({0});
     const std::string text = output({"show", "Boot0007"});
@@ -79,13 +79,13 @@ TEST_F(Show, says_when_an_option_is_not_in_the_order)
     EXPECT_THAT(text, HasSubstr("Optional data  none\n"));
 }
 
-TEST_F(Show, refuses_an_option_that_does_not_exist)
+TEST_F(show_verb, refuses_an_option_that_does_not_exist)
 {
     EXPECT_EQ(failure({"show", "Boot001F"}), "ovra: no such option: Boot001F\n"
                                              "  'ovra list' shows the options.\n");
 }
 
-TEST_F(Show, prints_the_librarys_message_about_a_damaged_option)
+TEST_F(show_verb, prints_the_librarys_message_about_a_damaged_option)
 {
     put("Boot0003", "12345");
     EXPECT_EQ(failure({"show", "Boot0003"}), "ovra: cannot read Boot0003: damaged\n"
@@ -94,7 +94,7 @@ TEST_F(Show, prints_the_librarys_message_about_a_damaged_option)
                                              "    unable to read load option for Boot0003: 0\n");
 }
 
-TEST_F(Show, refuses_a_description_of_128_characters)
+TEST_F(show_verb, refuses_a_description_of_128_characters)
 {
     put("Boot0003", load_option(1, std::string(127, 'x'), from_hex("7fff0400")));
     EXPECT_EQ(parsed({"show", "Boot0003"})["description"], std::string(127, 'x'));
@@ -108,9 +108,9 @@ struct optional_data_case {
     json text; // null: shown as digits
 };
 
-class OptionalData : public Machine, public ::testing::WithParamInterface<optional_data_case> {};
+class optional_data : public Machine, public ::testing::WithParamInterface<optional_data_case> {};
 
-TEST_P(OptionalData, is_shown_as)
+TEST_P(optional_data, is_shown_as)
 {
     put("Boot0000", load_option(1, "x", from_hex("7fff0400"), GetParam().data));
     const json shown = parsed({"show", "Boot0000"});
@@ -125,7 +125,7 @@ TEST_P(OptionalData, is_shown_as)
 const std::string nul(1, '\0');
 
 INSTANTIATE_TEST_SUITE_P(
-    Show, OptionalData,
+    Show, optional_data,
     ::testing::Values(
         optional_data_case{"text_when_ascii", "quiet splash", "quiet splash"},
         optional_data_case{"text_when_ascii_is_terminated", "quiet" + nul, "quiet"},

@@ -7,6 +7,8 @@
 #include <fcntl.h>
 #include <fstream>
 #include <poll.h>
+#include <regex>
+#include <sstream>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -20,6 +22,24 @@ const std::string sample_path_hex =
     "0202"
     "04040e005c004500460049000000"
     "7fff0400";
+
+const std::vector<words> writers_of_variables = {{"create", "--desc", "x", "--path-hex", "7fff0400"},
+                                                 {"set", "Boot0000", "--inactive"},
+                                                 {"remove", "Boot0000"},
+                                                 {"order", "insert", "Boot0000"},
+                                                 {"order", "remove", "Boot0000"},
+                                                 {"order", "set", "Boot0000"},
+                                                 {"next", "Boot0000"},
+                                                 {"next", "--clear"}};
+
+const std::vector<words> writers = [] {
+    std::vector<words> all = writers_of_variables;
+    all.push_back({"time", "--set", "2031-02-03T04:05:06"});
+    all.push_back({"time", "--wakeup", "--set", "2099-02-03T04:05:06Z"});
+    all.push_back({"time", "--wakeup", "--clear"});
+    all.push_back({"reset"});
+    return all;
+}();
 
 namespace {
 
@@ -92,7 +112,25 @@ std::string read_file(const fs::path &path)
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
+// What is said fits into 80 columns, but for what was given: long names, and what stands in quotes.
+void expect_narrow(const std::string &said)
+{
+    std::istringstream lines(said);
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream words_of_line(line);
+        bool is_given = line.find('"') != std::string::npos;
+        for (std::string word; words_of_line >> word;)
+            is_given = is_given || word.size() > 24 || word.find('/') != std::string::npos;
+        EXPECT_TRUE(line.size() <= 80 || is_given) << line;
+    }
+}
+
 } // namespace
+
+std::string whole(const std::string &said)
+{
+    return std::regex_replace(said, std::regex("\n {6}(?! )"), " ");
+}
 
 outcome run_command(const words &arguments, const surroundings &around)
 {
@@ -165,6 +203,7 @@ outcome run_command(const words &arguments, const surroundings &around)
             static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
     if (WIFEXITED(status))
         result.status = WEXITSTATUS(status);
+    expect_narrow(result.err);
     return result;
 }
 
@@ -221,7 +260,7 @@ std::string Machine::failure(const words &arguments) const
     EXPECT_EQ(result.status, 1) << result.out << result.err;
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(snapshot(), before);
-    return result.err;
+    return whole(result.err);
 }
 
 fs::path Machine::file(const std::string &variable) const

@@ -37,6 +37,9 @@ struct surroundings {
     unsigned kill_after = 0;                        // microseconds until SIGKILL; 0 for never
 };
 
+// What was said, with the lines whole that were broken at 80 columns.
+std::string whole(const std::string &said);
+
 outcome run_command(const words &arguments, const surroundings &around = {});
 
 // A machine in a folder of its own, the captured PC unless a test makes it something else.
@@ -67,6 +70,11 @@ protected:
     std::filesystem::path root;   // the machine
     std::filesystem::path variables;
 };
+
+// A command line of every kind that writes variables, for the captured machine; all change something, once
+// BootNext is set. And those of the clock and the next start beside them.
+extern const std::vector<words> writers_of_variables;
+extern const std::vector<words> writers;
 
 // The data of a load option; the description is ASCII.
 std::string load_option(uint32_t attributes, std::string_view description, std::string_view path,

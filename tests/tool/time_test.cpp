@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include <fstream>
+
 #include "tests/tool/support.h"
 
 namespace tool_test {
@@ -7,9 +9,9 @@ using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::StartsWith;
 
-class Time : public Machine {};
+class time_verb : public Machine {};
 
-TEST_F(Time, shows_the_clock)
+TEST_F(time_verb, shows_the_clock)
 {
     EXPECT_THAT(output({"time"}),
                 MatchesRegex("20[0-9][0-9]-[01][0-9]-[0-3][0-9]T[0-9:]{8}([+-][0-9:]{5})?\n"));
@@ -18,7 +20,7 @@ TEST_F(Time, shows_the_clock)
     EXPECT_TRUE(document["resolution"].is_number());
 }
 
-TEST_F(Time, sets_the_clock)
+TEST_F(time_verb, sets_the_clock)
 {
     EXPECT_EQ(output({"time", "--set", "2031-02-03T04:05:00+02:30"}),
               "set the clock to 2031-02-03T04:05:00+02:30\n");
@@ -31,7 +33,7 @@ TEST_F(Time, sets_the_clock)
     EXPECT_THAT(output({"time"}), MatchesRegex("2031-02-03T04:05:[0-5][0-9][+]00:00\n"));
 }
 
-TEST_F(Time, sets_and_clears_the_alarm)
+TEST_F(time_verb, sets_and_clears_the_alarm)
 {
     EXPECT_EQ(output({"time", "--wakeup"}), "no wake-up is set\n");
     EXPECT_EQ(output({"time", "--wakeup", "--set", "2099-01-31T12:00:00Z"}),
@@ -43,7 +45,7 @@ TEST_F(Time, sets_and_clears_the_alarm)
     EXPECT_EQ(parsed({"time", "--wakeup"})["enabled"], false);
 }
 
-TEST_F(Time, dry_run_changes_nothing)
+TEST_F(time_verb, dry_run_changes_nothing)
 {
     const auto before = snapshot();
     EXPECT_EQ(output({"time", "--set", "2031-02-03T04:05:06", "--dry-run"}),
@@ -54,7 +56,7 @@ TEST_F(Time, dry_run_changes_nothing)
     EXPECT_EQ(snapshot(), before);
 }
 
-TEST_F(Time, refuses_an_alarm_in_the_past_and_keeps_the_one_that_stands)
+TEST_F(time_verb, refuses_an_alarm_in_the_past_and_keeps_the_one_that_stands)
 {
     output({"time", "--set", "2031-02-03T04:05:00+02:00"});
     output({"time", "--wakeup", "--set", "2031-03-01T00:00:00+02:00"});
@@ -70,7 +72,7 @@ TEST_F(Time, refuses_an_alarm_in_the_past_and_keeps_the_one_that_stands)
     output({"time", "--wakeup", "--set", "2031-02-03T03:30:00Z"}); // half past five on that clock
 }
 
-TEST_F(Time, refuses_the_time_zone_of_an_alarm_where_the_clock_has_none)
+TEST_F(time_verb, refuses_the_time_zone_of_an_alarm_where_the_clock_has_none)
 {
     output({"time", "--set", "2031-02-03T04:05:00"});
     for (const words &more : {words{}, words{"--dry-run"}}) {
@@ -82,7 +84,38 @@ TEST_F(Time, refuses_the_time_zone_of_an_alarm_where_the_clock_has_none)
     output({"time", "--wakeup", "--set", "2031-03-01T00:00:00"});
 }
 
-TEST_F(Time, refuses_what_is_no_time)
+TEST_F(time_verb, repairs_a_damaged_alarm)
+{
+    const std::string alarm = root / "var/lib/hwplat/wakeup";
+    const std::string said = "ovra: cannot read the wake-up alarm: " + alarm +
+                             " is damaged\n  'ovra time --wakeup --set' or '--clear' writes a new one.\n";
+    for (const char *text : {"", "tomorrow\n", "1 2031 2 30 0 0 0 0 0 0\n", "2 2031 2 3 0 0 0 0 0 0\n"}) {
+        std::ofstream(alarm) << text;
+        EXPECT_THAT(failure({"time", "--wakeup"}), StartsWith(said));
+        output({"time", "--wakeup", "--set", "2099-01-31T12:00:00Z"});
+        EXPECT_EQ(output({"time", "--wakeup"}), "wakes up at 2099-01-31T12:00:00+00:00\n");
+        std::ofstream(alarm) << text;
+        EXPECT_EQ(output({"time", "--wakeup", "--clear", "--dry-run"}), "would disable the wake-up alarm\n");
+        EXPECT_EQ(output({"time", "--wakeup", "--clear"}), "disabled the wake-up alarm\n");
+        EXPECT_EQ(output({"time", "--wakeup"}), "no wake-up is set\n");
+    }
+}
+
+TEST_F(time_verb, names_a_damaged_clock_and_sets_it_anew)
+{
+    const std::string clock = root / "var/lib/hwplat/time-offset";
+    output({"time", "--wakeup", "--set", "2099-01-31T12:00:00Z"});
+    std::ofstream(clock) << "now\n";
+    const std::string said =
+        "ovra: cannot read the clock: " + clock + " is damaged\n  'ovra time --set' writes a new one.\n";
+    EXPECT_THAT(failure({"time"}), StartsWith(said));
+    EXPECT_THAT(failure({"time", "--wakeup"}), StartsWith(said)); // whether it went off
+    EXPECT_THAT(failure({"time", "--wakeup", "--set", "2099-01-31T12:00:00Z"}), StartsWith(said));
+    output({"time", "--set", "2031-02-03T04:05:00Z"});
+    EXPECT_EQ(output({"time", "--wakeup"}), "wakes up at 2099-01-31T12:00:00+00:00\n");
+}
+
+TEST_F(time_verb, refuses_what_is_no_time)
 {
     for (const char *text : {"", "now", "2031", "2031-02-30T00:00:00", "2031-13-01T00:00:00",
                              "2031-01-01T24:00:00", "2031-01-01T00:60:00", "2031-01-01T00:00:60",
@@ -95,7 +128,7 @@ TEST_F(Time, refuses_what_is_no_time)
     EXPECT_EQ(run({"time", "--set", "2032-02-29T00:00:00+24:00", "--dry-run"}).status, 0);
 }
 
-TEST_F(Time, clear_is_for_the_alarm)
+TEST_F(time_verb, clear_is_for_the_alarm)
 {
     EXPECT_EQ(run({"time", "--clear"}).status, 2);
     EXPECT_EQ(run({"time", "--wakeup", "--clear", "--set", "2031-02-03T04:05:06"}).status, 2);

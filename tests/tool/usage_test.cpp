@@ -6,9 +6,9 @@ namespace tool_test {
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-class Usage : public Machine {};
+class command_usage : public Machine {};
 
-TEST_F(Usage, wrong_command_lines_end_with_status_2_and_change_nothing)
+TEST_F(command_usage, wrong_command_lines_end_with_status_2_and_change_nothing)
 {
     const words cases[] = {
         {},
@@ -35,6 +35,7 @@ TEST_F(Usage, wrong_command_lines_end_with_status_2_and_change_nothing)
         {"create", "--desc", "x", "--path-hex", "7fff0400", "--position", "first"},
         {"create", "--desc", "x", "--path-hex", "7fff0400", "--position", "1x"},
         {"create", "--desc", "x", "--path-hex", "7fff0400", "--position", "99999999999"},
+        {"create", "--desc", "x", "--path-hex", "7fff0400", "--position", "01"},
         {"create", "--desc", "x", "--path-hex", "7fff0400", "--number", "10000"},
         {"create", "--desc", "x", "--desc", "y", "--path-hex", "7fff0400"},
         {"create", "--desc", "x", "--path-hex", "7fff0400", "--optdata-text", "a", "--optdata-file", "b"},
@@ -45,6 +46,9 @@ TEST_F(Usage, wrong_command_lines_end_with_status_2_and_change_nothing)
         {"set", "Boot0000", "--attr", "0x"},
         {"set", "Boot0000", "--attr", "0x100000000"},
         {"set", "Boot0000", "--attr", "1 "},
+        {"set", "Boot0000", "--attr", "010"},
+        {"set", "Boot0000", "--attr", "00"},
+        {"set", "Boot0000", "--attr", "08"},
         {"set", "Boot0000", "--active", "--inactive"},
         {"set", "Boot0000", "--active", "--attr", "1"},
         {"set", "Boot0000", "--no-optdata", "--optdata-text", "a"},
@@ -55,6 +59,8 @@ TEST_F(Usage, wrong_command_lines_end_with_status_2_and_change_nothing)
         {"order", "insert"},
         {"order", "insert", "Boot0000", "x"},
         {"order", "insert", "Boot0000", "1", "2"},
+        {"order", "insert", "Boot0000", "010"},
+        {"order", "insert", "Boot0000", "-01"},
         {"order", "remove"},
         {"order", "remove", "Boot0000", "Boot0001"},
         {"order", "set"},
@@ -78,17 +84,20 @@ TEST_F(Usage, wrong_command_lines_end_with_status_2_and_change_nothing)
     EXPECT_EQ(snapshot(), before);
 }
 
-TEST_F(Usage, says_what_is_wrong)
+TEST_F(command_usage, says_what_is_wrong)
 {
-    EXPECT_THAT(
-        run({"show", "BootOrder"}).err,
-        StartsWith(
-            "ovra: \"BootOrder\" is no boot option: they are named Boot and four hexadecimal digits, as "
-            "Boot001F\n"));
+    EXPECT_THAT(run({"show", "BootOrder"}).err,
+                StartsWith("ovra: \"BootOrder\" is no boot option: Boot and four hex digits, as Boot001F\n"));
     EXPECT_THAT(run({"set", "Boot0000"}).err, StartsWith("ovra: set: nothing to change is given\n"));
+    const std::string octal = "ovra: \"010\" has a leading zero, which may mean octal: leave it out\n";
+    for (const words &arguments :
+         {words{"set", "Boot0000", "--attr", "010"},
+          words{"create", "--desc", "x", "--path-hex", "7fff0400", "--position", "010"},
+          words{"order", "insert", "Boot0000", "010"}})
+        EXPECT_THAT(run(arguments).err, StartsWith(octal));
 }
 
-TEST_F(Usage, help_names_every_verb)
+TEST_F(command_usage, help_names_every_verb)
 {
     const outcome help = run_command({"--help"});
     EXPECT_EQ(help.status, 0);
@@ -102,19 +111,19 @@ TEST_F(Usage, help_names_every_verb)
     }
 }
 
-TEST_F(Usage, help_of_create_says_where_the_option_goes)
+TEST_F(command_usage, help_of_create_says_where_the_option_goes)
 {
     EXPECT_THAT(run_command({"create", "--help"}).out, HasSubstr("place in BootOrder: 0 is first, -1"));
 }
 
-TEST_F(Usage, version_is_printed)
+TEST_F(command_usage, version_is_printed)
 {
     const outcome version = run_command({"--version"});
     EXPECT_EQ(version.status, 0);
     EXPECT_THAT(version.out, StartsWith("ovra "));
 }
 
-TEST_F(Usage, global_options_may_stand_before_and_behind_the_verb)
+TEST_F(command_usage, global_options_may_stand_before_and_behind_the_verb)
 {
     EXPECT_EQ(run_command({"--root", root, "--json", "next"}).out,
               run_command({"next", "--json", "--root", root}).out);

@@ -9,7 +9,7 @@ using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
 // The words of the command line. The options are those that help shows, so that none is forgotten.
-class Words : public Machine {
+class words_of_people : public Machine {
 protected:
     struct known_option {
         words verb;
@@ -71,7 +71,7 @@ protected:
     }
 };
 
-TEST_F(Words, an_empty_value_stays_that_of_its_option)
+TEST_F(words_of_people, an_empty_value_stays_that_of_its_option)
 {
     put("Boot0003", load_option(1, "Old", from_hex("7fff0400"), "data"));
     const auto before = snapshot();
@@ -105,7 +105,7 @@ TEST_F(Words, an_empty_value_stays_that_of_its_option)
     EXPECT_EQ(get("Boot0003"), load_option(1, "", from_hex("7fff0400"), std::string(2, '\0')));
 }
 
-TEST_F(Words, an_option_is_no_value_of_another)
+TEST_F(words_of_people, an_option_is_no_value_of_another)
 {
     const auto before = snapshot();
     size_t tried = 0;
@@ -128,7 +128,7 @@ TEST_F(Words, an_option_is_no_value_of_another)
     EXPECT_EQ(parsed({"show", "3"})["description"], "--dry-run");
 }
 
-TEST_F(Words, a_flag_takes_no_value)
+TEST_F(words_of_people, a_flag_takes_no_value)
 {
     const auto before = snapshot();
     size_t tried = 0;
@@ -148,12 +148,12 @@ TEST_F(Words, a_flag_takes_no_value)
     EXPECT_EQ(snapshot(), before);
 }
 
-TEST_F(Words, behind_two_dashes_are_no_options)
+TEST_F(words_of_people, behind_two_dashes_are_no_options)
 {
     EXPECT_THAT(run({"path", "encode", "--", "--file="}).err, HasSubstr("\"--file=\""));
 }
 
-TEST_F(Words, a_verb_that_is_misspelt_is_named)
+TEST_F(words_of_people, a_verb_that_is_misspelt_is_named)
 {
     const struct {
         words typed;
@@ -172,7 +172,20 @@ TEST_F(Words, a_verb_that_is_misspelt_is_named)
     }
 }
 
-TEST_F(Words, of_help_fit_into_80_columns_and_name_the_options_of_every_verb)
+TEST_F(words_of_people, of_messages_fit_into_80_columns)
+{
+    put("BootOrder", std::string("\x01\0", 2), 0x27);
+    EXPECT_EQ(run({"order", "set", "Boot0002"}).err,
+              "ovra: cannot write BootOrder: it is stored as non-volatile, boot-service,\n"
+              "      run-time, time-authenticated\n"
+              "  Only who holds the key of an authenticated variable can change it.\n");
+    // What is to be copied stays in one piece.
+    const std::string file = folder / "there is no such file as this one is, which is long";
+    EXPECT_EQ(run({"set", "Boot0000", "--optdata-file", file}).err,
+              "ovra: cannot read " + file + ": No such file or directory\n");
+}
+
+TEST_F(words_of_people, of_help_fit_into_80_columns_and_name_the_options_of_every_verb)
 {
     std::vector<words> all = verbs();
     EXPECT_GE(all.size(), 20u);

@@ -8,8 +8,8 @@
 
 #include <CLI/CLI.hpp>
 
-#include "tools/ovra/failure.h"
-#include "tools/ovra/text.h"
+#include "tools/text/failure.h"
+#include "tools/text/text.h"
 
 namespace tool {
 

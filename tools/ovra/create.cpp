@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
 
-#include "tools/ovra/bootorder.h"
-#include "tools/ovra/changes.h"
-#include "tools/ovra/failure.h"
-#include "tools/ovra/fields.h"
-#include "tools/ovra/lock.h"
-#include "tools/ovra/named.h"
-#include "tools/ovra/verbs.h"
+#include <CLI/CLI.hpp>
+
+#include "tools/machine/bootorder.h"
+#include "tools/machine/changes.h"
+#include "tools/machine/lock.h"
+#include "tools/machine/named.h"
+#include "tools/ovra/arguments.h"
+#include "tools/ovra/verb.h"
+#include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 
 namespace tool {
 
@@ -58,30 +61,6 @@ uint16_t free_number(firmware &machine, const names &names)
     throw failure("no option number is free", "Remove options that are not needed.");
 }
 
-uint16_t number_for(firmware &machine, const arguments &args, const names &names, changes *changes)
-{
-    if (!args.number)
-        return free_number(machine, names);
-    const uint16_t number = *args.number;
-    const std::string name = option_name(number);
-    const bool exists = machine.option_exists(number);
-    if (!args.force && exists)
-        throw failure(name + " exists",
-                      "Without --number the lowest free number is taken; --force overwrites the option.");
-    if (const char *by = names.of(number); by && !args.force)
-        throw failure(name + " does not exist, but " + by + " still names it",
-                      "The new option would be taken for the one that had this number. Without --number the\n"
-                      "lowest free number is taken; --force takes this one all the same.");
-    if (names.next == number)
-        changes->remark("BootNext names " + name + ": the machine boots it at the next start.", "next", name);
-    if (names.current == number)
-        changes->remark("BootCurrent names " + name + ", for the option that was booted under this number.",
-                        "current", name);
-    if (names.in_order(number) && !exists)
-        changes->remark("BootOrder named " + name + " already.", "ordered", name);
-    return number;
-}
-
 // An option that is overwritten keeps its place unless another one is given.
 std::vector<uint16_t> order_with(const names &names, uint16_t number, std::optional<int> position)
 {
@@ -109,30 +88,115 @@ std::string take_back(firmware &machine, const std::string &name, const variable
     return existed ? name + " is what it was before." : name + " is taken back: no option was made.";
 }
 
-} // namespace
+class create_verb : public verb {
+public:
+    void declare(CLI::App &app) override;
+    void check() override;
+    void run(const general_options &general) override;
 
-void run_create(firmware &machine, const arguments &args)
+private:
+    load_option option_to_make(const general_options &general, changes *changes) const;
+    uint16_t number_for(firmware &machine, const names &names, changes *changes) const;
+
+    description_argument description;
+    std::optional<bytes> packed; // the path
+    path_arguments path;
+    optional_data_arguments optional_data;
+    std::optional<uint16_t> number_given;
+    position_argument position;
+    bool force = false;
+};
+
+void create_verb::declare(CLI::App &app)
 {
-    changes changes(machine, args);
+    app.description("make a boot option and put it into BootOrder");
+    description.declare(app)->required();
+    auto *digits = add_value(app, "--path-hex", "HEX", "the packed device path, as hexadecimal digits",
+                             [this](const std::string &text) {
+                                 packed = parse_hex(text);
+                                 if (!packed)
+                                     throw usage_error("--path-hex: pairs of hexadecimal digits are needed");
+                             });
+    auto *devices = path.declare_devpath(app);
+    auto *disk = path.disk.declare(
+        app, "--disk",
+        "the path of a disk's slice or partition, by its name (c0t0d0s0), Linux's (/dev/sda1) or PARTUUID=...");
+    digits->excludes(devices)->excludes(disk);
+    devices->excludes(disk);
+    path.declare_file(app)->excludes(digits);
+    app.add_flag("--full", path.full, "with --disk: the path begins with the hardware that leads to the disk")
+        ->needs(disk);
+    optional_data.declare(app);
+    add_value(app, "--number", "####", "hexadecimal number of the option; else the lowest that is not in use",
+              [this](const std::string &text) { number_given = option_number(text); });
+    position.declare(
+        app, "--position", "N",
+        "place in BootOrder: 0 is first, -1 (which is also the default) last, -2 before the last;\n"
+        "counted before the option is taken out of its old place");
+    app.add_flag("--force", force,
+                 "overwrite an option that --number names, take a path that is not well-formed");
+}
+
+void create_verb::check()
+{
+    if (!packed && !path.device_text && !path.disk.name)
+        throw usage_error("create: one of --path-hex, --devpath and --disk is required");
+    path.settle_file();
+}
+
+load_option create_verb::option_to_make(const general_options &general, changes *changes) const
+{
     load_option option;
-    option.description = *args.description;
-    if (args.path) {
-        option.path = *args.path;
+    option.description = description.text.value();
+    if (packed) {
+        option.path = *packed;
     } else {
         device_paths paths;
-        const given_path given = given_devices(paths, args, args.file);
+        const given_path given = path.encode(paths, path.file, general);
         option.path = given.packed;
         for (const auto &[name, value] : given.disk.items())
-            changes.remark({}, name, value);
+            changes->remark({}, name, value);
     }
-    check_path(args.path ? "--path-hex" : "the path", option.path, args.force);
-    option.optional_data = given_optional_data(args).value_or(bytes{});
+    check_path(packed ? "--path-hex" : "the path", option.path, force);
+    option.optional_data = optional_data.read().value_or(bytes{});
     check_size(option);
+    return option;
+}
 
-    const machine_lock lock(machine, args);
+uint16_t create_verb::number_for(firmware &machine, const names &names, changes *changes) const
+{
+    if (!number_given)
+        return free_number(machine, names);
+    const uint16_t number = *number_given;
+    const std::string name = option_name(number);
+    const bool exists = machine.option_exists(number);
+    if (!force && exists)
+        throw failure(name + " exists",
+                      "Without --number the lowest free number is taken; --force overwrites it.");
+    if (const char *by = names.of(number); by && !force)
+        throw failure(name + " does not exist, but " + by + " still names it",
+                      "The new option would be taken for the one that had this number. Without\n"
+                      "--number the lowest free number is taken; --force takes this one all the same.");
+    if (names.next == number)
+        changes->remark("BootNext names " + name + ": the machine boots it at the next start.", "next", name);
+    if (names.current == number)
+        changes->remark("BootCurrent names " + name + ", for the option that was booted under this number.",
+                        "current", name);
+    if (names.in_order(number) && !exists)
+        changes->remark("BootOrder named " + name + " already.", "ordered", name);
+    return number;
+}
+
+void create_verb::run(const general_options &general)
+{
+    firmware machine(general.folder());
+    changes changes(machine, general);
+    const load_option option = option_to_make(general, &changes);
+
+    const machine_lock lock(machine, general);
     const names names(machine);
-    const uint16_t number = number_for(machine, args, names, &changes);
-    const std::vector<uint16_t> order = order_with(names, number, args.position);
+    const uint16_t number = number_for(machine, names, &changes);
+    const std::vector<uint16_t> order = order_with(names, number, position.place);
     const variable before = machine.read_global(option_name(number));
     std::vector<change> all = {writes_option(number, option)};
     if (order != names.order)
@@ -145,14 +209,20 @@ void run_create(firmware &machine, const arguments &args)
         const bool order_stands = reason.done_anyway && machine.order() == order;
         const variable now = machine.read_global(option_name(number));
         const bool option_stands = now.status != before.status || now.data != before.data;
-        if (!args.dry_run && option_stands && !order_stands)
-            reason.advice +=
-                (reason.advice.empty() ? "" : "\n") + take_back(machine, option_name(number), before);
+        if (!general.dry_run && option_stands && !order_stands)
+            reason.advise(take_back(machine, option_name(number), before));
         throw;
     }
     for (change &made : all)
         changes.record(std::move(made));
     changes.report();
+}
+
+} // namespace
+
+std::unique_ptr<verb> make_create()
+{
+    return std::make_unique<create_verb>();
 }
 
 } // namespace tool

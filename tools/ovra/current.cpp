@@ -1,13 +1,30 @@
 // SPDX-License-Identifier: MIT
-#include "tools/ovra/named.h"
-#include "tools/ovra/verbs.h"
+#include <CLI/CLI.hpp>
+
+#include "tools/machine/named.h"
+#include "tools/ovra/verb.h"
 
 namespace tool {
 
-void run_current(firmware &machine, const arguments &args)
+namespace {
+
+class current_verb : public verb {
+public:
+    void declare(CLI::App &app) override { app.description("the option that was booted"); }
+
+    void run(const general_options &general) override
+    {
+        firmware machine(general.folder());
+        print_named_option(machine, general, "current", &firmware::current,
+                           "BootCurrent is not set: the firmware does not say what it booted");
+    }
+};
+
+} // namespace
+
+std::unique_ptr<verb> make_current()
 {
-    print_named_option(machine, args, "current", &firmware::current,
-                       "BootCurrent is not set: the firmware does not say what it booted");
+    return std::make_unique<current_verb>();
 }
 
 } // namespace tool

@@ -4,10 +4,15 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "tools/ovra/drives.h"
-#include "tools/ovra/failure.h"
-#include "tools/ovra/output.h"
-#include "tools/ovra/verbs.h"
+#include <CLI/CLI.hpp>
+
+#include "tools/machine/drives.h"
+#include "tools/machine/firmware.h"
+#include "tools/machine/sysfs.h"
+#include "tools/ovra/verb.h"
+#include "tools/text/failure.h"
+#include "tools/text/numbers.h"
+#include "tools/text/output.h"
 
 namespace tool {
 
@@ -107,8 +112,23 @@ json to_json(const std::vector<drive> &drives, const uses &uses)
 std::string identity(const volume &volume)
 {
     if (volume.is_slice)
-        return guid_text(volume.guid);
+        return "GUID " + guid_text(volume.guid);
     return volume.number == 0 ? "whole disk" : "";
+}
+
+// Names of options, as many on a line as 80 columns have room for.
+std::vector<std::string> lines_of(const std::optional<std::vector<uint16_t>> &options)
+{
+    constexpr size_t most = 3;
+    if (!options)
+        return {"?"};
+    std::vector<std::string> lines(1);
+    for (size_t at = 0; at < options->size(); ++at) {
+        if (at != 0 && at % most == 0)
+            lines.emplace_back();
+        lines.back() += (at % most == 0 ? "" : " ") + option_name((*options)[at]);
+    }
+    return lines;
 }
 
 std::string medium_text(const drive &drive)
@@ -132,14 +152,15 @@ std::string as_text(const std::vector<drive> &drives, const uses &uses)
         if (drive.volumes.empty())
             continue;
         table rows;
-        rows.row({"  Name", "Linux", "Start", "Blocks", "GUID", "Boot options"});
+        rows.row({"  Name", "Linux", "Start", "Blocks", "Boot options"});
         for (const volume &volume : drive.volumes) {
-            std::vector<std::string> names;
-            const auto options = uses.of(drive, volume);
-            for (const uint16_t option : options.value_or(std::vector<uint16_t>()))
-                names.push_back(option_name(option));
+            const std::vector<std::string> options = lines_of(uses.of(drive, volume));
             rows.row({"  " + volume.name, printable(volume.kernel_name), std::to_string(volume.start),
-                      std::to_string(volume.size), identity(volume), options ? join(names, " ") : "?"});
+                      std::to_string(volume.size), options.front()});
+            for (size_t at = 1; at < options.size(); ++at)
+                rows.row({"", "", "", "", options[at]});
+            if (const std::string what = identity(volume); !what.empty())
+                rows.below(6, what);
         }
         all += rows.text();
     }
@@ -148,18 +169,29 @@ std::string as_text(const std::vector<drive> &drives, const uses &uses)
     return all;
 }
 
+class disks_verb : public verb {
+public:
+    void declare(CLI::App &app) override { app.description("the disks, and which boot options use them"); }
+
+    void run(const general_options &general) override
+    {
+        require_sysfs(general.folder());
+        const std::vector<drive> drives = read_drives([](const drive &) { return true; });
+        if (drives.empty())
+            require_devices();
+        const uses uses(general.folder());
+        if (general.json)
+            print_json(to_json(drives, uses));
+        else
+            print(as_text(drives, uses));
+    }
+};
+
 } // namespace
 
-void run_disks(const std::string &folder, const arguments &args)
+std::unique_ptr<verb> make_disks()
 {
-    const std::vector<drive> drives = read_drives(true);
-    if (drives.empty())
-        require_sysfs();
-    const uses uses(folder);
-    if (args.json)
-        print_json(to_json(drives, uses));
-    else
-        print(as_text(drives, uses));
+    return std::make_unique<disks_verb>();
 }
 
 } // namespace tool

@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
 
-#include "tools/ovra/devicepaths.h"
-#include "tools/ovra/failure.h"
-#include "tools/ovra/fields.h"
-#include "tools/ovra/named.h"
-#include "tools/ovra/output.h"
-#include "tools/ovra/verbs.h"
+#include <CLI/CLI.hpp>
+
+#include "tools/machine/devicepaths.h"
+#include "tools/machine/drives.h"
+#include "tools/machine/named.h"
+#include "tools/ovra/arguments.h"
+#include "tools/ovra/verb.h"
+#include "tools/text/failure.h"
+#include "tools/text/numbers.h"
+#include "tools/text/output.h"
 
 namespace tool {
 
@@ -32,24 +36,45 @@ std::vector<uint16_t> options_on(firmware &machine, const std::string &disk)
     return found;
 }
 
+class find_verb : public verb {
+public:
+    void declare(CLI::App &app) override
+    {
+        app.description("the boot options that boot from a disk");
+        disk.declare(
+                app, "disk",
+                "a disk's slice or partition, by its name (c0t0d0s0), Linux's (/dev/sda1) or PARTUUID=...")
+            ->required();
+    }
+
+    void run(const general_options &general) override
+    {
+        firmware machine(general.folder());
+        const chosen_disk chosen = disk.find(general);
+        const std::vector<uint16_t> options = options_on(machine, chosen.name);
+        if (general.json) {
+            json document = chosen.members();
+            document["options"] = option_names(options);
+            print_json(document);
+            return;
+        }
+        if (options.empty())
+            print("no option boots from " + printable(chosen.name) + '\n');
+        table rows;
+        for (const uint16_t number : options)
+            rows.row({option_name(number), description_of(machine, number)});
+        print(rows.text());
+    }
+
+private:
+    disk_argument disk;
+};
+
 } // namespace
 
-void run_find(firmware &machine, const arguments &args)
+std::unique_ptr<verb> make_find()
 {
-    const chosen_disk disk = given_disk(args, *args.disk);
-    const std::vector<uint16_t> options = options_on(machine, disk.name);
-    if (args.json) {
-        json document = disk.members();
-        document["options"] = option_names(options);
-        print_json(document);
-        return;
-    }
-    if (options.empty())
-        print("no option boots from " + printable(disk.name) + '\n');
-    table rows;
-    for (const uint16_t number : options)
-        rows.row({option_name(number), description_of(machine, number)});
-    print(rows.text());
+    return std::make_unique<find_verb>();
 }
 
 } // namespace tool

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
-#include "tools/ovra/devicepaths.h"
-#include "tools/ovra/failure.h"
-#include "tools/ovra/named.h"
-#include "tools/ovra/output.h"
-#include "tools/ovra/verbs.h"
+#include <CLI/CLI.hpp>
+
+#include "tools/machine/devicepaths.h"
+#include "tools/machine/named.h"
+#include "tools/ovra/verb.h"
+#include "tools/text/failure.h"
+#include "tools/text/numbers.h"
+#include "tools/text/output.h"
 
 namespace tool {
 
@@ -164,15 +167,33 @@ std::string as_text(const listing &all, bool verbose)
     return order + rows.text();
 }
 
+class list_verb : public verb {
+public:
+    void declare(CLI::App &app) override
+    {
+        app.description("the boot options, in boot order");
+        app.add_flag("-v,--verbose", verbose, "also paths, attributes and optional data");
+    }
+
+    void run(const general_options &general) override
+    {
+        firmware machine(general.folder());
+        const listing all = read_listing(machine);
+        if (general.json)
+            print_json(to_json(all));
+        else
+            print(as_text(all, verbose));
+    }
+
+private:
+    bool verbose = false;
+};
+
 } // namespace
 
-void run_list(firmware &machine, const arguments &args)
+std::unique_ptr<verb> make_list()
 {
-    const listing all = read_listing(machine);
-    if (args.json)
-        print_json(to_json(all));
-    else
-        print(as_text(all, args.verbose));
+    return std::make_unique<list_verb>();
 }
 
 } // namespace tool

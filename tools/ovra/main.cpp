@@ -1,49 +1,92 @@
 // SPDX-License-Identifier: MIT
+#include <algorithm>
 #include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
-#include <filesystem>
+#include <memory>
 #include <new>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "tools/ovra/failure.h"
-#include "tools/ovra/firmware.h"
-#include "tools/ovra/options.h"
-#include "tools/ovra/verbs.h"
+#include <CLI/CLI.hpp>
+
+#include "tools/ovra/arguments.h"
+#include "tools/ovra/commandline.h"
+#include "tools/ovra/verb.h"
+#include "tools/text/failure.h"
+#include "tools/text/output.h"
 
 namespace {
 
-struct verb {
-    tool::verb_options options;
-    void (*run)(tool::firmware &machine, const tool::arguments &args);
-    // Instead of that: works without firmware variables too.
-    void (*run_without_firmware)(const std::string &folder, const tool::arguments &args) = nullptr;
-    bool needs_sys = false; // it shows what is in sysfs
+struct declared_verb {
+    CLI::App *options;
+    std::unique_ptr<tool::verb> verb;
 };
 
-constexpr verb verbs[] = {
-    {{"list", "the boot options, in boot order", tool::list_options}, tool::run_list},
-    {{"show", "one boot option", tool::show_options}, tool::run_show},
-    {{"create", "make a boot option and put it into BootOrder", tool::create_options}, tool::run_create},
-    {{"set", "change fields of a boot option", tool::set_options}, tool::run_set},
-    {{"remove", "remove boot options, also from BootOrder", tool::remove_options}, tool::run_remove},
-    {{"order", "show or change BootOrder", tool::order_options}, tool::run_order},
-    {{"next", "show or set the option to boot once, at the next start", tool::next_options}, tool::run_next},
-    {{"current", "the option that was booted", tool::current_options}, tool::run_current},
-    {{"find", "the boot options that boot from a disk", tool::find_options}, tool::run_find},
-    {{"disks", "the disks, and which boot options use them", tool::disks_options},
-     nullptr,
-     tool::run_disks,
-     true},
-    {{"tree", "the device tree", tool::tree_options}, nullptr, tool::run_tree, true},
-    {{"path", "device paths between text and packed form", tool::path_options}, nullptr, tool::run_path},
-    {{"vars", "the firmware's variables", tool::vars_options}, tool::run_vars},
-    {{"time", "show or set the firmware's clock", tool::time_options}, tool::run_time},
-    {{"reset", "reset the machine", tool::reset_options}, nullptr, tool::run_reset},
-};
+std::vector<declared_verb> declare_verbs(CLI::App &app)
+{
+    static constexpr struct {
+        const char *name;
+        std::unique_ptr<tool::verb> (*make)();
+    } verbs[] = {
+#define VERB(name) {#name, tool::make_##name},
+#include "tools/ovra/verbs.def"
+#undef VERB
+    };
+    std::vector<declared_verb> declared;
+    for (const auto &[name, make] : verbs) {
+        declared.push_back({app.add_subcommand(name), make()});
+        declared.back().verb->declare(*declared.back().options);
+    }
+    return declared;
+}
+
+void declare_general(CLI::App &app, tool::general_options &general)
+{
+    app.formatter(tool::help_format());
+    app.fallthrough(); // options of every verb also after the verb
+    app.set_version_flag("--version", "ovra " OVRA_VERSION);
+    app.footer("Options are named Boot and four hexadecimal digits; boot1f and 1f are\nBoot001F too.\n"
+               "Exit status: 0 done, 1 failed, 2 the command line is wrong.");
+    tool::add_value(app, "--root", "DIR", "work on the machine in DIR, a folder laid out like a Linux root",
+                    [&general](const std::string &text) { general.root = text; });
+    app.add_flag("--json", general.json, "print JSON");
+    app.add_flag("--dry-run", general.dry_run, "change nothing, say what would be written");
+    app.require_subcommand(1);
+}
+
+// The verb that the command line names, with its values read, and null when help or the version was asked for
+// and printed. Throws a usage_error.
+std::unique_ptr<tool::verb> read_command_line(int argc, char **argv, tool::general_options &general)
+{
+    CLI::App app("Reads and changes the boot configuration of UEFI firmware.", "ovra");
+    declare_general(app, general);
+    std::vector<declared_verb> verbs = declare_verbs(app);
+    try {
+        std::vector<std::string> words = tool::words_to_parse(app, argc, argv);
+        std::reverse(words.begin(), words.end()); // as CLI11 wants them
+        app.parse(std::move(words));
+    } catch (const CLI::CallForVersion &version) {
+        tool::print(std::string(version.what()) + '\n');
+        return nullptr;
+    } catch (const CLI::CallForHelp &) {
+        tool::print(app.help());
+        return nullptr;
+    } catch (const CLI::RequiredError &error) {
+        throw tool::usage_error(app.get_subcommands().empty() ? "a verb is required" : error.what());
+    } catch (const CLI::ParseError &error) {
+        throw tool::usage_error(error.what());
+    }
+    for (declared_verb &each : verbs) {
+        if (!each.options->parsed())
+            continue;
+        each.verb->check();
+        return std::move(each.verb);
+    }
+    throw tool::usage_error("a verb is required");
+}
 
 // A file opened later must not become a standard stream that was closed. Writing to a closed standard output
 // still fails.
@@ -70,57 +113,33 @@ std::string enter_root(const std::string &root)
     return folder;
 }
 
-// A system without sysfs has not "no disks": nobody can tell.
-void require_sys(const std::string &folder)
-{
-    const char *given = secure_getenv("HWPLAT_ROOT");
-    const std::string sys = (!folder.empty() ? folder : given ? given : "") + "/sys";
-    std::error_code error;
-    if (std::filesystem::directory_iterator(sys, error) != std::filesystem::directory_iterator() && !error)
-        return;
-    if (error && error != std::errc::no_such_file_or_directory && error != std::errc::not_a_directory)
-        throw tool::failure("cannot read " + tool::printable(sys) + ": " + error.message());
-    throw tool::failure("there is nothing in " + tool::printable(sys),
-                        folder.empty()
-                            ? "'mount -t sysfs sysfs /sys' mounts what the kernel tells of its devices."
-                            : "A machine's folder is laid out like a Linux root.");
-}
-
 int run(int argc, char **argv)
 {
-    std::vector<tool::verb_options> options;
-    for (const verb &verb : verbs)
-        options.push_back(verb.options);
-    tool::arguments args;
-    const auto chosen = tool::read_command_line(argc, argv, options, &args);
-    if (!chosen)
+    tool::general_options general;
+    const std::unique_ptr<tool::verb> verb = read_command_line(argc, argv, general);
+    if (!verb)
         return EXIT_SUCCESS;
-    std::string folder;
-    if (args.root)
-        folder = enter_root(*args.root);
-    if (verbs[*chosen].run_without_firmware) {
-        if (verbs[*chosen].needs_sys)
-            require_sys(folder);
-        verbs[*chosen].run_without_firmware(folder, args);
-        return EXIT_SUCCESS;
-    }
-    tool::firmware machine(folder);
-    verbs[*chosen].run(machine, args);
+    if (general.root)
+        general.root = enter_root(*general.root);
+    verb->run(general);
     return EXIT_SUCCESS;
 }
 
 void complain(const std::string &what)
 {
-    fprintf(stderr, "ovra: %s\n", tool::printable(what).c_str());
+    const std::string name = "ovra: ";
+    fprintf(stderr, "%s%s\n", name.c_str(), tool::broken(tool::printable(what), name.size()).c_str());
 }
 
-void print_indented(const std::string &lines, int spaces)
+std::vector<std::string> printable_lines(const std::string &text)
 {
-    for (size_t begin = 0; begin < lines.size();) {
-        const size_t end = std::min(lines.find('\n', begin), lines.size());
-        fprintf(stderr, "%*s%s\n", spaces, "", tool::printable(lines.substr(begin, end - begin)).c_str());
+    std::vector<std::string> lines;
+    for (size_t begin = 0; begin < text.size();) {
+        const size_t end = std::min(text.find('\n', begin), text.size());
+        lines.push_back(tool::printable(text.substr(begin, end - begin)));
         begin = end + 1;
     }
+    return lines;
 }
 
 } // namespace
@@ -141,8 +160,10 @@ int main(int argc, char **argv)
         // As of a program that the pipe's signal ends: whoever closed it has seen enough.
     } catch (const tool::failure &error) {
         complain(error.what());
-        print_indented(error.advice, 2);
-        print_indented(error.messages, 4);
+        for (const std::string &line : printable_lines(error.advice))
+            fprintf(stderr, "  %s\n", tool::broken(line, 2).c_str());
+        for (const std::string &line : printable_lines(error.messages))
+            fprintf(stderr, "    %s\n", line.c_str());
     } catch (const std::bad_alloc &) {
         complain("out of memory");
     } catch (const std::exception &error) {

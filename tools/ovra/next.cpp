@@ -1,31 +1,65 @@
 // SPDX-License-Identifier: MIT
-#include "tools/ovra/changes.h"
-#include "tools/ovra/lock.h"
-#include "tools/ovra/named.h"
-#include "tools/ovra/verbs.h"
+#include <CLI/CLI.hpp>
+
+#include "tools/machine/changes.h"
+#include "tools/machine/lock.h"
+#include "tools/machine/named.h"
+#include "tools/ovra/arguments.h"
+#include "tools/ovra/verb.h"
+#include "tools/text/numbers.h"
 
 namespace tool {
 
-void run_next(firmware &machine, const arguments &args)
+namespace {
+
+class next_verb : public verb {
+public:
+    void declare(CLI::App &app) override
+    {
+        app.description("show or set the option to boot once, at the next start");
+        auto *named = option.declare(app, "boot this option at the next start, once");
+        app.add_flag("--clear", clear, "boot by BootOrder again")->excludes(named);
+        app.add_flag("--force", force, "also an option that does not exist");
+    }
+
+    void run(const general_options &general) override
+    {
+        firmware machine(general.folder());
+        if (!option.number && !clear)
+            print_named_option(machine, general, "next", &firmware::next,
+                               "BootNext is not set: the machine boots by BootOrder");
+        else
+            change_it(machine, general);
+    }
+
+private:
+    void change_it(firmware &machine, const general_options &general) const
+    {
+        const machine_lock lock(machine, general);
+        changes changes(machine, general);
+        if (clear) {
+            if (machine.exists_global("BootNext"))
+                changes.make(deletes("BootNext"));
+        } else {
+            const uint16_t number = option.number.value();
+            if (!force)
+                machine.require_sound_option(number);
+            changes.make(writes("BootNext", stored(std::vector{number}), option_name(number),
+                                {{"option", option_name(number)}}));
+        }
+        changes.report();
+    }
+
+    option_argument option;
+    bool clear = false;
+    bool force = false;
+};
+
+} // namespace
+
+std::unique_ptr<verb> make_next()
 {
-    if (args.options.empty() && !args.clear) {
-        print_named_option(machine, args, "next", &firmware::next,
-                           "BootNext is not set: the machine boots by BootOrder");
-        return;
-    }
-    const machine_lock lock(machine, args);
-    changes changes(machine, args);
-    if (args.clear) {
-        if (machine.exists_global("BootNext"))
-            changes.make(deletes("BootNext"));
-    } else {
-        const uint16_t number = args.options.front();
-        if (!args.force)
-            machine.require_sound_option(number);
-        changes.make(
-            writes("BootNext", stored(args.options), option_name(number), {{"option", option_name(number)}}));
-    }
-    changes.report();
+    return std::make_unique<next_verb>();
 }
 
 } // namespace tool

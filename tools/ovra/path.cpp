@@ -3,9 +3,12 @@
 #include <cstring>
 #include <unistd.h>
 
-#include "tools/ovra/failure.h"
-#include "tools/ovra/fields.h"
-#include "tools/ovra/verbs.h"
+#include <CLI/CLI.hpp>
+
+#include "tools/ovra/arguments.h"
+#include "tools/ovra/verb.h"
+#include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 
 namespace tool {
 
@@ -31,55 +34,97 @@ std::string standard_input()
     }
 }
 
-void encode(device_paths &paths, const arguments &args)
-{
-    const given_path given = given_devices(paths, args, args.file);
-    const bytes &path = given.packed;
-    json document = {{"path", hex(path)}, {"size", path.size()}};
-    document.update(given.disk);
-    if (args.json)
-        print_json(document);
-    else if (args.raw)
-        print({reinterpret_cast<const char *>(path.data()), path.size()});
-    else
-        print(hex(path) + '\n');
-}
-
-void decode(device_paths &paths, const arguments &args)
-{
-    const bool from_input = args.packed == "-";
-    const auto path = parse_hex(from_input ? standard_input() : args.packed);
-    if (!path)
-        throw failure("pairs of hexadecimal digits are needed" +
-                      std::string(from_input ? " on standard input" : ""));
-    const decoded_path text = paths.decode(*path);
-    if (!text.error.empty())
-        throw failure("this path has no text: " + text.error, {}, text.messages);
-    if (text.bytes_behind_end != 0)
-        warn(format("%zu bytes behind the path's END node are not shown", text.bytes_behind_end));
-    else if (!text.ends_plainly)
-        warn("the path's END node is not shown: its text gives a plain one");
-    if (args.json) {
-        json document = as_json(text);
-        document["bytes_not_shown"] = text.bytes_behind_end;
-        print_json(document);
-        return;
+class path_verb : public verb {
+public:
+    void declare(CLI::App &app) override
+    {
+        app.description("device paths between text and packed form");
+        declare_encode(*app.add_subcommand("encode", "pack a device path that is given as text"));
+        declare_decode(*app.add_subcommand("decode", "show a packed device path as text"));
+        app.require_subcommand(1);
     }
-    table rows;
-    for (auto &row : as_rows(text))
-        rows.row(std::move(row));
-    print(rows.text());
-}
+
+    void check() override { path.settle_file(); }
+
+    void run(const general_options &general) override
+    {
+        device_paths paths;
+        if (packed)
+            decode(paths, general);
+        else
+            encode(paths, general);
+    }
+
+private:
+    void declare_encode(CLI::App &app)
+    {
+        add_value(app, "text", "TEXT", "the device path", [this](const std::string &text) {
+            path.device_text = text;
+        })->required();
+        path.declare_file(app);
+        app.add_flag("--raw", raw, "print the bytes themselves instead of hexadecimal digits");
+    }
+
+    void declare_decode(CLI::App &app)
+    {
+        add_value(app, "path", "HEX", "hexadecimal digits, or - to read them from standard input",
+                  [this](const std::string &text) {
+                      if (text != "-" && !parse_hex(text))
+                          throw usage_error("path decode: pairs of hexadecimal digits are needed");
+                      packed = text;
+                  })
+            ->required();
+    }
+
+    void encode(device_paths &paths, const general_options &general) const
+    {
+        const given_path given = path.encode(paths, path.file, general);
+        json document = {{"path", hex(given.packed)}, {"size", given.packed.size()}};
+        document.update(given.disk);
+        if (general.json)
+            print_json(document);
+        else if (raw)
+            print({reinterpret_cast<const char *>(given.packed.data()), given.packed.size()});
+        else
+            print(hex(given.packed) + '\n');
+    }
+
+    void decode(device_paths &paths, const general_options &general) const
+    {
+        const bool from_input = packed == "-";
+        const auto bytes = parse_hex(from_input ? standard_input() : *packed);
+        if (!bytes)
+            throw failure("pairs of hexadecimal digits are needed" +
+                          std::string(from_input ? " on standard input" : ""));
+        const decoded_path text = paths.decode(*bytes);
+        if (!text.error.empty())
+            throw failure("this path has no text: " + text.error, {}, text.messages);
+        if (text.bytes_behind_end != 0)
+            warn(format("%zu bytes after the path's END node are not shown", text.bytes_behind_end));
+        else if (!text.ends_plainly)
+            warn("the path's END node is not shown: its text gives a plain one");
+        if (general.json) {
+            json document = as_json(text);
+            document["bytes_not_shown"] = text.bytes_behind_end;
+            print_json(document);
+            return;
+        }
+        table rows;
+        for (auto &row : as_rows(text))
+            rows.row(std::move(row));
+        print(rows.text());
+    }
+
+    path_arguments path;               // encode
+    bool raw = false;                  // encode
+    std::optional<std::string> packed; // decode: digits, or "-" for standard input
+};
 
 } // namespace
 
-void run_path(const std::string &, const arguments &args)
+std::unique_ptr<verb> make_path()
 {
-    device_paths paths;
-    if (args.path_action == arguments::path_action::encode)
-        encode(paths, args);
-    else
-        decode(paths, args);
+    return std::make_unique<path_verb>();
 }
 
 } // namespace tool

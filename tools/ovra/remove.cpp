@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: MIT
-#include <algorithm>
+#include <CLI/CLI.hpp>
 
-#include "tools/ovra/bootorder.h"
-#include "tools/ovra/changes.h"
-#include "tools/ovra/failure.h"
-#include "tools/ovra/lock.h"
-#include "tools/ovra/named.h"
-#include "tools/ovra/verbs.h"
+#include "tools/machine/bootorder.h"
+#include "tools/machine/changes.h"
+#include "tools/machine/lock.h"
+#include "tools/machine/named.h"
+#include "tools/ovra/arguments.h"
+#include "tools/ovra/verb.h"
+#include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 
 namespace tool {
 
@@ -43,8 +45,8 @@ std::string names_of(const numbers &options)
 // gone, a new one could come to stand in its place.
 class removal {
 public:
-    removal(firmware &changed, const arguments &args)
-        : machine(changed), result(changed, args), options(distinct(args.options))
+    removal(firmware &changed, const numbers &named, const general_options &general)
+        : machine(changed), result(changed, general), options(distinct(named))
     {}
 
     void run();
@@ -80,7 +82,6 @@ void removal::run()
     next = named_or_none(machine, &firmware::next);
     if (next && without(options, *next) == options)
         next.reset();
-    prepare();
     take_out_of_order();
     clear_next();
     remove_options();
@@ -100,29 +101,24 @@ void removal::prepare()
         all.push_back(deletes(option_name(number)));
     if (next)
         all.push_back(deletes("BootNext"));
+    result.prepare(all);
+    // By itself: it is written before they give their room back.
     if (ordered)
-        all.push_back(writes_order(without_all(order, options)));
-    try {
-        result.prepare(all);
-    } catch (not_changed &reason) {
-        if (reason.no_room) // removing may make it
-            return;
-        reason.advice += (reason.advice.empty() ? "" : "\n") + std::string("Nothing is removed.");
-        throw;
-    }
+        result.prepare({writes_order(without_all(order, options))});
 }
 
+// Before anything is removed. Without room for it the order is left as it is: removing may make some.
 void removal::take_out_of_order()
 {
-    if (!ordered)
-        return;
     try {
-        result.attempt(writes_order(without_all(order, options)));
-        order_is_written = true;
+        prepare();
+        if (ordered)
+            result.attempt(writes_order(without_all(order, options)));
+        order_is_written = ordered;
     } catch (not_changed &reason) {
         if (reason.no_room)
             return;
-        reason.advice += (reason.advice.empty() ? "" : "\n") + std::string("Nothing is removed.");
+        reason.advise("Nothing is removed.");
         throw;
     }
 }
@@ -158,28 +154,26 @@ void removal::remove_options()
 // Those that could not be removed get their places back.
 void removal::stop(not_changed reason)
 {
-    const auto say = [&reason](const std::string &line) {
-        reason.advice += (reason.advice.empty() ? "" : "\n") + line;
-    };
     if (order_is_written) {
         try {
             result.attempt(writes_order(without_all(order, removed)));
         } catch (const failure &second) {
-            say(std::string("BootOrder is without them now; writing it back failed as well: ") +
-                second.what());
+            reason.advise(std::string("BootOrder is without them now; writing it back failed as well: ") +
+                          second.what());
         }
     }
     if (next_is_cleared && without(removed, *next) == removed) {
         try {
             result.attempt(writes("BootNext", stored(numbers{*next}), option_name(*next)));
         } catch (const failure &second) {
-            say(std::string("BootNext is deleted; writing it back failed as well: ") + second.what());
+            reason.advise(std::string("BootNext is deleted; writing it back failed as well: ") +
+                          second.what());
         }
     }
     if (!removed.empty())
-        say("Removed before that: " + names_of(removed));
+        reason.advise("Removed before that: " + names_of(removed));
     if (const numbers rest = without_all(options, removed); !rest.empty())
-        say("Not touched: " + names_of(rest));
+        reason.advise("Not touched: " + names_of(rest));
     throw not_changed(reason);
 }
 
@@ -195,24 +189,43 @@ void removal::write_order_after_all()
             if (reason.done_anyway)
                 throw;
             const bool one = options.size() == 1;
-            std::string advice = reason.advice + "\nThe firmware passes over what BootOrder names in vain.";
+            std::string advice =
+                reason.advice + "\nThe firmware skips entries of BootOrder without an option.";
             for (const uint16_t number : options)
                 advice += "\n'ovra order remove " + option_name(number) + "' takes it out.";
             throw failure(names_of(removed) + (one ? " is" : " are") +
                               " removed, but BootOrder still names " + (one ? "it" : "them") +
-                              (reason.no_room ? ": no room in the variable store" : ""),
+                              (reason.no_room ? ": no room to write it" : ""),
                           advice, reason.messages);
         }
     }
     result.record(change);
 }
 
+class remove_verb : public verb {
+public:
+    void declare(CLI::App &app) override
+    {
+        app.description("remove boot options, also from BootOrder");
+        options.declare(app, "the options to remove")->required();
+    }
+
+    void run(const general_options &general) override
+    {
+        firmware machine(general.folder());
+        const machine_lock lock(machine, general);
+        removal(machine, options.numbers, general).run();
+    }
+
+private:
+    options_argument options;
+};
+
 } // namespace
 
-void run_remove(firmware &machine, const arguments &args)
+std::unique_ptr<verb> make_remove()
 {
-    const machine_lock lock(machine, args);
-    removal(machine, args).run();
+    return std::make_unique<remove_verb>();
 }
 
 } // namespace tool

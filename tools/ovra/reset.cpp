@@ -4,11 +4,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "tools/ovra/changes.h"
-#include "tools/ovra/failure.h"
-#include "tools/ovra/lock.h"
-#include "tools/ovra/named.h"
-#include "tools/ovra/verbs.h"
+#include <CLI/CLI.hpp>
+
+#include "tools/machine/changes.h"
+#include "tools/machine/lock.h"
+#include "tools/machine/named.h"
+#include "tools/ovra/verb.h"
+#include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 
 namespace tool {
 
@@ -29,11 +32,11 @@ const char *type_word(EFI_RESET_TYPE type)
 
 // Whether the machine may be the one that the command runs on. Only a folder of another machine is certain
 // not to be.
-bool may_be_live(const arguments &args)
+bool may_be_live(const general_options &general)
 {
     struct stat folder = {};
     struct stat live = {};
-    return !args.root || stat(args.root->c_str(), &folder) != 0 || stat("/", &live) != 0 ||
+    return !general.root || stat(general.root->c_str(), &folder) != 0 || stat("/", &live) != 0 ||
            (folder.st_dev == live.st_dev && folder.st_ino == live.st_ino);
 }
 
@@ -54,18 +57,48 @@ void confirm(const char *type)
         throw not_confirmed("not reset");
 }
 
-void reset(firmware &machine, const arguments &args)
+class reset_verb : public verb {
+public:
+    void declare(CLI::App &app) override
+    {
+        app.description("reset the machine");
+        auto *cold = app.add_flag_callback(
+            "--cold", [this] { type = EFI_RESET_COLD; }, "as by power-on (default)");
+        auto *warm = app.add_flag_callback(
+            "--warm", [this] { type = EFI_RESET_WARM; }, "processor only");
+        auto *off = app.add_flag_callback(
+            "--shutdown", [this] { type = EFI_RESET_SHUTDOWN; }, "power off");
+        cold->excludes(warm)->excludes(off);
+        warm->excludes(off);
+        app.add_flag("--yes", yes, "do not ask for confirmation");
+    }
+
+    void run(const general_options &general) override;
+
+private:
+    void reset(firmware &machine, const general_options &general) const;
+    std::string other_way(const general_options &general) const;
+
+    EFI_RESET_TYPE type = EFI_RESET_COLD;
+    bool yes = false;
+};
+
+void reset_verb::reset(firmware &machine, const general_options &general) const
 {
-    const char *type = type_word(args.reset);
-    if (may_be_live(args) && !args.yes && !args.dry_run)
-        confirm(type);
-    const machine_lock lock(machine, args);
-    changes changes(machine, args);
+    const char *word = type_word(type);
+    if (may_be_live(general) && !yes && !general.dry_run)
+        confirm(word);
+    const machine_lock lock(machine, general);
+    changes changes(machine, general);
     // A real machine does not come back from this.
     changes.make(
-        {"reset", "reset", std::string("the machine (") + type + ")", {{"type", type}}, {}, {}},
-        [&] { machine.reset(args.reset); }, [&] { machine.check_reset(); });
-    if (!args.dry_run) {
+        {"reset", "reset", std::string("the machine (") + word + ")", {{"type", word}}, {}, {}},
+        [&] {
+            machine.check_reset(); // so that the start is not half played
+            machine.reset(type);
+        },
+        [&] { machine.check_reset(); });
+    if (!general.dry_run) {
         const auto booted = named_or_none(machine, &firmware::current);
         changes.remark(booted ? "booted " + option_name(*booted) + "  " + description_of(machine, *booted)
                               : "booted no option",
@@ -75,30 +108,32 @@ void reset(firmware &machine, const arguments &args)
 }
 
 // How this machine can be restarted without its firmware's services; nothing for another machine.
-std::string other_way(const arguments &args)
+std::string reset_verb::other_way(const general_options &general) const
 {
-    if (!may_be_live(args) || secure_getenv("HWPLAT_ROOT"))
+    if (!may_be_live(general) || secure_getenv("HWPLAT_ROOT"))
         return {};
-    return args.reset == EFI_RESET_SHUTDOWN
-               ? "'systemctl poweroff' or 'shutdown -h now' turns the machine off."
-               : "'systemctl reboot' or 'shutdown -r now' restarts the machine.";
+    return type == EFI_RESET_SHUTDOWN ? "'systemctl poweroff' or 'shutdown -h now' turns the machine off."
+                                      : "'systemctl reboot' or 'shutdown -r now' restarts the machine.";
+}
+
+void reset_verb::run(const general_options &general)
+{
+    try {
+        firmware machine(general.folder());
+        reset(machine, general);
+    } catch (not_confirmed &) {
+        throw;
+    } catch (failure &reason) {
+        reason.advise(other_way(general));
+        throw;
+    }
 }
 
 } // namespace
 
-void run_reset(const std::string &folder, const arguments &args)
+std::unique_ptr<verb> make_reset()
 {
-    try {
-        firmware machine(folder);
-        reset(machine, args);
-    } catch (not_confirmed &) {
-        throw;
-    } catch (failure &reason) {
-        const std::string other = other_way(args);
-        if (!other.empty())
-            reason.advice += (reason.advice.empty() ? "" : "\n") + other;
-        throw;
-    }
+    return std::make_unique<reset_verb>();
 }
 
 } // namespace tool

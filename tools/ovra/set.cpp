@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
 
-#include "tools/ovra/changes.h"
-#include "tools/ovra/devicepaths.h"
-#include "tools/ovra/failure.h"
-#include "tools/ovra/fields.h"
-#include "tools/ovra/lock.h"
-#include "tools/ovra/verbs.h"
+#include <CLI/CLI.hpp>
+
+#include "tools/machine/changes.h"
+#include "tools/machine/devicepaths.h"
+#include "tools/machine/lock.h"
+#include "tools/machine/pathnodes.h"
+#include "tools/ovra/arguments.h"
+#include "tools/ovra/verb.h"
+#include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 
 namespace tool {
 
@@ -27,10 +31,9 @@ void require_kept(uint16_t number, const variable &stored_option, const load_opt
     if (keeps_description) {
         const auto text = to_ucs2(read.description);
         if (!text || differs(parts->description, stored(*text)))
-            throw failure(
-                cannot + "its description would not stay as it is",
-                "It is longer than can be read back, or has characters that are no text. Give --desc "
-                "as well.");
+            throw failure(cannot + "its description would not stay as it is",
+                          "It is longer than can be read back, or has characters that are no text. Give\n"
+                          "--desc as well.");
     }
     if (differs(parts->path, read.path))
         throw failure(cannot + "its path would not stay as it is");
@@ -39,50 +42,108 @@ void require_kept(uint16_t number, const variable &stored_option, const load_opt
                       "It begins further in than can be read back. Give the optional data as well.");
 }
 
+class set_verb : public verb {
+public:
+    void declare(CLI::App &app) override;
+    void check() override;
+    void run(const general_options &general) override;
+
+private:
+    bytes changed_path(bytes before, const general_options &general, changes *changes) const;
+
+    option_argument option;
+    description_argument description;
+    path_arguments path;
+    std::optional<uint32_t> attributes;
+    std::optional<bool> active;
+    optional_data_arguments optional_data;
+    bool no_optional_data = false;
+};
+
+void set_verb::declare(CLI::App &app)
+{
+    app.description("change fields of a boot option");
+    option.declare(app, "the option to change")->required();
+    description.declare(app);
+    path.declare_devpath(app);
+    path.declare_file(app);
+    auto *number = add_value(app, "--attr", "N", "attributes: the whole 32-bit number, as 0x1",
+                             [this](const std::string &text) {
+                                 refuse_leading_zero(text);
+                                 attributes = parse_number(text);
+                                 if (!attributes)
+                                     throw usage_error("--attr: " + in_quotes(text) + " is no 32-bit number");
+                             });
+    auto *yes = app.add_flag_callback(
+        "--active", [this] { active = true; }, "make it active");
+    auto *no = app.add_flag_callback(
+        "--inactive", [this] { active = false; }, "make it inactive");
+    number->excludes(yes)->excludes(no);
+    yes->excludes(no);
+    optional_data.declare(app);
+    app.add_flag("--no-optdata", no_optional_data, "remove the optional data")
+        ->excludes(app.get_option("--optdata-text"))
+        ->excludes(app.get_option("--optdata-file"));
+}
+
+void set_verb::check()
+{
+    if (!description.text && !path.device_text && !path.file && !attributes && !active &&
+        !optional_data.given() && !no_optional_data)
+        throw usage_error("set: nothing to change is given");
+    path.settle_file();
+}
+
 // Text does not carry all of a path: only what is new goes through it.
-bytes changed_path(bytes path, const arguments &args, changes *changes)
+bytes set_verb::changed_path(bytes before, const general_options &general, changes *changes) const
 {
     device_paths paths;
-    if (args.device_text) {
-        const given_path devices = given_devices(paths, args, std::nullopt);
-        path = with_devices(path, devices.packed);
+    if (path.device_text) {
+        const given_path devices = path.encode(paths, std::nullopt, general);
+        before = with_devices(before, devices.packed);
         for (const auto &[name, value] : devices.disk.items())
             changes->remark({}, name, value);
     }
-    if (args.file)
-        path = with_file(path, paths.encode("", args.file));
-    return path;
+    if (path.file)
+        before = with_file(before, paths.encode("", path.file));
+    return before;
+}
+
+void set_verb::run(const general_options &general)
+{
+    firmware machine(general.folder());
+    const uint16_t number = option.number.value();
+    const std::optional<bytes> data = no_optional_data ? bytes{} : optional_data.read();
+    const machine_lock lock(machine, general);
+    machine.require_option(number);
+    load_option changed = machine.read_option(number);
+    const variable before = machine.read_global(option_name(number));
+    require_kept(number, before, changed, !description.text, !data);
+
+    if (description.text)
+        changed.description = *description.text;
+    if (attributes)
+        changed.attributes = *attributes;
+    if (active)
+        changed.attributes =
+            *active ? changed.attributes | LOAD_OPTION_ACTIVE : changed.attributes & ~LOAD_OPTION_ACTIVE;
+    if (data)
+        changed.optional_data = *data;
+    changes changes(machine, general);
+    if (path.device_text || path.file)
+        changed.path = changed_path(changed.path, general, &changes);
+    check_size(changed);
+
+    if (as_stored(changed) != before.data)
+        changes.make(writes_option(number, changed));
+    changes.report();
 }
 
 } // namespace
 
-void run_set(firmware &machine, const arguments &args)
+std::unique_ptr<verb> make_set()
 {
-    const uint16_t number = args.options.front();
-    const std::optional<bytes> optional_data = args.no_optional_data ? bytes{} : given_optional_data(args);
-    const machine_lock lock(machine, args);
-    machine.require_option(number);
-    load_option option = machine.read_option(number);
-    const variable before = machine.read_global(option_name(number));
-    require_kept(number, before, option, !args.description, !optional_data);
-
-    if (args.description)
-        option.description = *args.description;
-    if (args.attributes)
-        option.attributes = *args.attributes;
-    if (args.active)
-        option.attributes =
-            *args.active ? option.attributes | LOAD_OPTION_ACTIVE : option.attributes & ~LOAD_OPTION_ACTIVE;
-    if (optional_data)
-        option.optional_data = *optional_data;
-    changes changes(machine, args);
-    if (args.device_text || args.file)
-        option.path = changed_path(option.path, args, &changes);
-    check_size(option);
-
-    if (as_stored(option) != before.data)
-        changes.make(writes_option(number, option));
-    changes.report();
+    return std::make_unique<set_verb>();
 }
 
 } // namespace tool

@@ -1,57 +1,112 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
 
-#include "tools/ovra/devicepaths.h"
-#include "tools/ovra/failure.h"
-#include "tools/ovra/output.h"
-#include "tools/ovra/verbs.h"
+#include <CLI/CLI.hpp>
+
+#include "tools/machine/devicepaths.h"
+#include "tools/machine/firmware.h"
+#include "tools/ovra/arguments.h"
+#include "tools/ovra/verb.h"
+#include "tools/text/failure.h"
+#include "tools/text/numbers.h"
+#include "tools/text/output.h"
 
 namespace tool {
 
-void run_show(firmware &machine, const arguments &args)
+namespace {
+
+struct shown_option {
+    uint16_t number = 0;
+    load_option option;
+    decoded_path path;
+    std::vector<std::string> disks;
+    std::optional<size_t> position; // in BootOrder
+    std::string why_no_order;       // why BootOrder cannot be read
+};
+
+shown_option read_shown(firmware &machine, uint16_t number)
 {
-    const uint16_t number = args.options.front();
     machine.require_option(number);
-    const load_option option = machine.read_option(number);
-    std::optional<std::vector<uint16_t>> order;
-    std::string why_no_order;
+    shown_option all;
+    all.number = number;
+    all.option = machine.read_option(number);
     try {
-        order = machine.order();
+        const std::vector<uint16_t> order = machine.order();
+        const auto found = std::find(order.begin(), order.end(), number);
+        if (found != order.end())
+            all.position = static_cast<size_t>(found - order.begin());
     } catch (const failure &reason) {
-        why_no_order = reason.what();
-        warn(printable(why_no_order), reason.advice);
+        all.why_no_order = reason.what();
+        warn(printable(all.why_no_order), reason.advice);
     }
-    const std::vector<uint16_t> numbers = order.value_or(std::vector<uint16_t>());
-    const auto found = std::find(numbers.begin(), numbers.end(), number);
-    const bool ordered = found != numbers.end();
-    const auto position = found - numbers.begin();
     device_paths paths;
-    const decoded_path path = paths.decode(option.path);
-    const std::vector<std::string> disks = machine.disks_of(number);
-    if (args.json) {
-        json fields = {{"option", option_name(number)},
-                       {"position", ordered ? json(position) : json(nullptr)}};
-        fields.update(as_json(option));
-        fields.update(as_json(path));
-        fields["disks"] = disks;
-        print_json(fields);
-        return;
-    }
+    all.path = paths.decode(all.option.path);
+    all.disks = machine.disks_of(number);
+    return all;
+}
+
+json to_json(const shown_option &all)
+{
+    json fields = {{"option", option_name(all.number)},
+                   {"position", all.position ? json(*all.position) : json(nullptr)}};
+    fields.update(as_json(all.option));
+    fields.update(as_json(all.path));
+    fields["disks"] = all.disks;
+    return fields;
+}
+
+std::string position_text(const shown_option &all)
+{
+    if (!all.why_no_order.empty())
+        return '(' + printable(all.why_no_order) + ')';
+    return all.position ? std::to_string(*all.position) : "not in BootOrder";
+}
+
+std::string as_text(const shown_option &all)
+{
+    const load_option &option = all.option;
     table rows;
-    rows.row({"Option", option_name(number)});
+    rows.row({"Option", option_name(all.number)});
     rows.row({"Description", printable(option.description)});
     rows.row({"Attributes", attribute_text(option.attributes)});
-    rows.row({"Position", !order    ? '(' + printable(why_no_order) + ')'
-                          : ordered ? std::to_string(position)
-                                    : "not in BootOrder"});
+    rows.row({"Position", position_text(all)});
     rows.row({"Path", hex(option.path) + format(" (%zu bytes)", option.path.size())});
-    for (auto &row : as_rows(path))
+    for (auto &row : as_rows(all.path))
         rows.row(std::move(row));
-    for (const std::string &disk : disks)
+    for (const std::string &disk : all.disks)
         rows.row({"Disk", printable(disk)});
     rows.row(
         {"Optional data", option.optional_data.empty() ? "none" : optional_data_text(option.optional_data)});
-    print(rows.text());
+    return rows.text();
+}
+
+class show_verb : public verb {
+public:
+    void declare(CLI::App &app) override
+    {
+        app.description("one boot option");
+        option.declare(app, "the option to show")->required();
+    }
+
+    void run(const general_options &general) override
+    {
+        firmware machine(general.folder());
+        const shown_option all = read_shown(machine, option.number.value());
+        if (general.json)
+            print_json(to_json(all));
+        else
+            print(as_text(all));
+    }
+
+private:
+    option_argument option;
+};
+
+} // namespace
+
+std::unique_ptr<verb> make_show()
+{
+    return std::make_unique<show_verb>();
 }
 
 } // namespace tool

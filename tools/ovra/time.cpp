@@ -2,21 +2,24 @@
 #include <cstring>
 #include <tuple>
 
-#include "tools/ovra/changes.h"
-#include "tools/ovra/clock.h"
-#include "tools/ovra/failure.h"
-#include "tools/ovra/lock.h"
-#include "tools/ovra/verbs.h"
+#include <CLI/CLI.hpp>
+
+#include "tools/machine/changes.h"
+#include "tools/machine/lock.h"
+#include "tools/ovra/arguments.h"
+#include "tools/ovra/verb.h"
+#include "tools/text/clock.h"
+#include "tools/text/failure.h"
 
 namespace tool {
 
 namespace {
 
-void show_clock(firmware &machine, const arguments &args)
+void show_clock(firmware &machine, const general_options &general)
 {
     EFI_TIME_CAPABILITIES capabilities = {};
     const EFI_TIME now = machine.time(&capabilities);
-    if (!args.json) {
+    if (!general.json) {
         print(time_text(now) + '\n');
         return;
     }
@@ -28,10 +31,10 @@ void show_clock(firmware &machine, const arguments &args)
                 {"sets_to_zero", capabilities.sets_to_zero != 0}});
 }
 
-void show_alarm(firmware &machine, const arguments &args)
+void show_alarm(firmware &machine, const general_options &general)
 {
     const firmware::alarm alarm = machine.wakeup_time();
-    if (args.json) {
+    if (general.json) {
         print_json({{"enabled", alarm.enabled},
                     {"pending", alarm.pending},
                     {"time", alarm.enabled ? json(time_text(alarm.time)) : json(nullptr)}});
@@ -61,7 +64,11 @@ void set_clock(firmware &machine, const EFI_TIME &time, changes *changes)
         refuse_zone(machine.time(nullptr));
     const std::string text = time_text(time);
     changes->make(
-        sets("the clock to " + text, "clock", text), [&] { machine.set_time(time); },
+        sets("the clock to " + text, "clock", text),
+        [&] {
+            machine.check_set_time();
+            machine.set_time(time);
+        },
         [&] { machine.check_set_time(); });
 }
 
@@ -72,9 +79,21 @@ bool same_second(const EFI_TIME &a, const EFI_TIME &b)
 }
 
 // Sets the alarm and looks whether the clock took it. If not, the one that stood before stands again.
+// Nothing when it is damaged: then there is none to go back to.
+std::optional<firmware::alarm> alarm_before(firmware &machine)
+{
+    try {
+        return machine.wakeup_time();
+    } catch (const damaged &) {
+        return std::nullopt;
+    }
+}
+
 void set_alarm(firmware &machine, const EFI_TIME &time)
 {
-    const firmware::alarm before = machine.wakeup_time();
+    machine.check_set_wakeup_time();
+    const std::optional<firmware::alarm> kept = alarm_before(machine);
+    const firmware::alarm before = kept.value_or(firmware::alarm{});
     std::string why;
     try {
         machine.set_wakeup_time(time);
@@ -89,13 +108,14 @@ void set_alarm(firmware &machine, const EFI_TIME &time)
     }
     std::string advice = "It may be too far ahead: most clocks reach a day, a month or a year.\n";
     try {
-        const firmware::alarm now = machine.wakeup_time();
+        const firmware::alarm now = kept ? machine.wakeup_time() : before;
         const bool as_it_was =
             now.enabled == before.enabled && (!before.enabled || same_second(now.time, before.time));
         if (!as_it_was)
             machine.set_wakeup_time(before.enabled ? std::optional(before.time) : std::nullopt);
-        advice += before.enabled ? "The alarm stands at " + time_text(before.time) + " as before."
-                                 : "No alarm is set, as before.";
+        advice += !kept            ? "The file of the alarm is damaged, as before."
+                  : before.enabled ? "The alarm stands at " + time_text(before.time) + " as before."
+                                   : "No alarm is set, as before.";
     } catch (const failure &reason) {
         advice += std::string("Putting the old alarm back failed as well: ") + reason.what();
     }
@@ -113,33 +133,84 @@ void set_alarm(firmware &machine, const EFI_TIME &time, changes *changes)
     changes->make(
         sets("the wake-up alarm to " + text, "alarm", text), [&] { set_alarm(machine, time); },
         [&] {
-            machine.wakeup_time();
+            alarm_before(machine);
             machine.check_set_wakeup_time();
         });
 }
 
+// The machine keeps the time of an alarm that is off, which it cannot where the file makes no sense: then
+// some alarm is set first.
+void clear_alarm(firmware &machine)
+{
+    machine.check_clear_wakeup_time();
+    try {
+        machine.set_wakeup_time(std::nullopt);
+    } catch (const damaged &) {
+        EFI_TIME any = {};
+        any.year = 2000;
+        any.month = 1;
+        any.day = 1;
+        any.timezone = no_timezone;
+        machine.set_wakeup_time(any);
+        machine.set_wakeup_time(std::nullopt);
+    }
+}
+
+class time_verb : public verb {
+public:
+    void declare(CLI::App &app) override
+    {
+        app.description("show or set the firmware's clock");
+        app.add_flag("--wakeup", wakeup, "the wake-up alarm instead of the clock");
+        auto *set = add_value(app, "--set", "TIME",
+                              "set it, to a time as 2026-01-31T12:00:00, followed by Z or +02:00",
+                              [this](const std::string &text) { time = parse_time(text); });
+        app.add_flag("--clear", clear, "with --wakeup: disable the alarm")->excludes(set);
+    }
+
+    void check() override
+    {
+        if (clear && !wakeup)
+            throw usage_error("time: --clear needs --wakeup");
+    }
+
+    void run(const general_options &general) override
+    {
+        firmware machine(general.folder());
+        if (time || clear)
+            change_it(machine, general);
+        else if (wakeup)
+            show_alarm(machine, general);
+        else
+            show_clock(machine, general);
+    }
+
+private:
+    void change_it(firmware &machine, const general_options &general) const
+    {
+        const machine_lock lock(machine, general);
+        changes changes(machine, general);
+        if (clear)
+            changes.make(
+                {"disable", "disabled", "the wake-up alarm", {{"alarm", nullptr}}, {}, {}},
+                [&] { clear_alarm(machine); }, [&] { machine.check_clear_wakeup_time(); });
+        else if (wakeup)
+            set_alarm(machine, *time, &changes);
+        else
+            set_clock(machine, *time, &changes);
+        changes.report();
+    }
+
+    bool wakeup = false; // the alarm instead of the clock
+    std::optional<EFI_TIME> time;
+    bool clear = false;
+};
+
 } // namespace
 
-void run_time(firmware &machine, const arguments &args)
+std::unique_ptr<verb> make_time()
 {
-    if (!args.time && !args.clear) {
-        if (args.wakeup)
-            show_alarm(machine, args);
-        else
-            show_clock(machine, args);
-        return;
-    }
-    const machine_lock lock(machine, args);
-    changes changes(machine, args);
-    if (args.clear)
-        changes.make(
-            {"disable", "disabled", "the wake-up alarm", {{"alarm", nullptr}}, {}, {}},
-            [&] { machine.set_wakeup_time(std::nullopt); }, [&] { machine.check_set_wakeup_time(); });
-    else if (args.wakeup)
-        set_alarm(machine, *args.time, &changes);
-    else
-        set_clock(machine, *args.time, &changes);
-    changes.report();
+    return std::make_unique<time_verb>();
 }
 
 } // namespace tool

@@ -1,14 +1,18 @@
 // SPDX-License-Identifier: MIT
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
 #include <unordered_map>
 
+#include <CLI/CLI.hpp>
+
 #include "platform/include/hwtree.h"
-#include "tools/ovra/drives.h"
-#include "tools/ovra/failure.h"
-#include "tools/ovra/output.h"
-#include "tools/ovra/verbs.h"
+#include "tools/machine/drives.h"
+#include "tools/machine/sysfs.h"
+#include "tools/ovra/verb.h"
+#include "tools/text/failure.h"
+#include "tools/text/output.h"
 
 namespace tool {
 
@@ -34,21 +38,28 @@ std::string path_of(ht_node_t node)
     return copy;
 }
 
+// The name of a property as the members of a document are named.
+std::string member_name(std::string property)
+{
+    std::replace(property.begin(), property.end(), '-', '_');
+    return property;
+}
+
 json properties_of(ht_node_t node)
 {
     json properties = json::object();
     for (const char *name : string_properties) {
         char *text = nullptr;
         if (ht_prop_lookup_strings(HT_DEV_ANY, node, name, &text) > 0)
-            properties[name] = text;
+            properties[member_name(name)] = text;
     }
     for (const char *name : integer_properties) {
         int *values = nullptr;
         const int count = ht_prop_lookup_ints(HT_DEV_ANY, node, name, &values);
         if (count == 1)
-            properties[name] = values[0];
+            properties[member_name(name)] = values[0];
         else if (count > 1)
-            properties[name] = std::vector<int>(values, values + count);
+            properties[member_name(name)] = std::vector<int>(values, values + count);
     }
     return properties;
 }
@@ -88,25 +99,36 @@ void append_text(ht_node_t node, size_t depth, const drives_by_path &drives, tab
         append_text(child, depth + 1, drives, rows);
 }
 
+class tree_verb : public verb {
+public:
+    void declare(CLI::App &app) override { app.description("the device tree"); }
+
+    void run(const general_options &general) override
+    {
+        require_sysfs(general.folder());
+        const tree_owner root(ht_init("/", HT_SUBTREE | HT_PROPS));
+        if (!root)
+            throw failure(std::string("cannot read the device tree: ") + strerror(errno));
+        if (!ht_child_node(root.get()))
+            require_devices();
+        drives_by_path drives;
+        for (drive &drive : read_drives([](const drive &) { return false; }))
+            drives.emplace(drive.path, drive);
+        if (general.json) {
+            print_json(to_json(root.get(), drives));
+            return;
+        }
+        table rows;
+        append_text(root.get(), 0, drives, &rows);
+        print(rows.text());
+    }
+};
+
 } // namespace
 
-void run_tree(const std::string &, const arguments &args)
+std::unique_ptr<verb> make_tree()
 {
-    const tree_owner root(ht_init("/", HT_SUBTREE | HT_PROPS));
-    if (!root)
-        throw failure(std::string("cannot read the device tree: ") + strerror(errno));
-    if (!ht_child_node(root.get()))
-        require_sysfs();
-    drives_by_path drives;
-    for (drive &drive : read_drives(false))
-        drives.emplace(drive.path, drive);
-    if (args.json) {
-        print_json(to_json(root.get(), drives));
-        return;
-    }
-    table rows;
-    append_text(root.get(), 0, drives, &rows);
-    print(rows.text());
+    return std::make_unique<tree_verb>();
 }
 
 } // namespace tool

@@ -3,9 +3,14 @@
 
 #include <fnmatch.h>
 
-#include "tools/ovra/failure.h"
-#include "tools/ovra/output.h"
-#include "tools/ovra/verbs.h"
+#include <CLI/CLI.hpp>
+
+#include "tools/machine/firmware.h"
+#include "tools/ovra/arguments.h"
+#include "tools/ovra/verb.h"
+#include "tools/text/failure.h"
+#include "tools/text/numbers.h"
+#include "tools/text/output.h"
 
 namespace tool {
 
@@ -16,12 +21,6 @@ struct named_variable {
     std::string guid;
     variable content;
 };
-
-std::string guid_text(const EFI_GUID &guid)
-{
-    return format("%08x-%04x-%04x-", guid.Data1, guid.Data2, guid.Data3) + hex({guid.Data4, 2}) + '-' +
-           hex({guid.Data4 + 2, 6});
-}
 
 std::vector<named_variable> matching(firmware &machine, const std::string &filter)
 {
@@ -76,13 +75,13 @@ std::string attribute_letters(uint32_t attributes)
         }
     }
     const std::string text = join(words, " ");
-    constexpr size_t columns_left = 12;
+    constexpr size_t columns_left = 11;
     return text.size() <= columns_left ? text : format("0x%08x", attributes);
 }
 
 std::string as_text(const std::vector<named_variable> &entries, bool verbose)
 {
-    constexpr size_t longest = 22; // name in a column of its own; a longer one gets the line above
+    constexpr size_t longest = 19; // name in a column of its own; a longer one gets the line above
     table rows;
     rows.row({"Name", "GUID", "Size", "Attributes"});
     for (const auto &[name, guid, content] : entries) {
@@ -105,17 +104,38 @@ std::string as_text(const std::vector<named_variable> &entries, bool verbose)
     return rows.text();
 }
 
+class vars_verb : public verb {
+public:
+    void declare(CLI::App &app) override
+    {
+        app.description("the firmware's variables");
+        add_value(app, "name", "NAME", "only variables of this name; * and ? stand for any characters",
+                  [this](const std::string &text) { filter = text; });
+        app.add_flag("-v,--verbose", verbose, "also the data");
+    }
+
+    void run(const general_options &general) override
+    {
+        firmware machine(general.folder());
+        const std::vector<named_variable> entries = matching(machine, filter);
+        if (entries.empty() && filter != "*")
+            throw failure("no variable is named " + in_quotes(filter), "'ovra vars' shows all.");
+        if (general.json)
+            print_json(to_json(entries));
+        else
+            print(as_text(entries, verbose));
+    }
+
+private:
+    std::string filter = "*";
+    bool verbose = false;
+};
+
 } // namespace
 
-void run_vars(firmware &machine, const arguments &args)
+std::unique_ptr<verb> make_vars()
 {
-    const std::vector<named_variable> entries = matching(machine, args.name_filter);
-    if (entries.empty() && args.name_filter != "*")
-        throw failure("no variable is named " + in_quotes(args.name_filter), "'ovra vars' shows all.");
-    if (args.json)
-        print_json(to_json(entries));
-    else
-        print(as_text(entries, args.verbose));
+    return std::make_unique<vars_verb>();
 }
 
 } // namespace tool

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Three options in a changed BootOrder, which survives that the machine is switched off."""
+"""Three options in a changed BootOrder, which survives switching the machine off."""
 from machine import sata_disk
 
 from . import common
@@ -20,7 +20,7 @@ def run(lab):
     start = machine.start().wait_for_guest()
     common.expect_started(start, third, "third")
     common.expect("BootOrder", common.order(start), order)
-    # An option that is switched off is passed over, one that comes to the front goes first.
+    # An inactive option is passed over; the first of the order starts.
     start.output(f"ovra set {common.name(third)} --inactive")
     common.power_off(start)
 

@@ -43,14 +43,14 @@ def run(lab):
     start.output("ovra time --wakeup --clear")
     common.expect("the alarm", start.ovra("time --wakeup")["enabled"], False)
     common.expect("the chip's alarm", chip(start)["alarm_IRQ"], "no")
-    # An alarm that goes off is over.
+    # An alarm that has gone off is over.
     soon = datetime.datetime.fromisoformat(start.output("ovra time").strip()) + datetime.timedelta(seconds=8)
     start.output(f"ovra time --wakeup --set {soon.isoformat()}")
     common.expect("the alarm", start.ovra("time --wakeup")["enabled"], True)
     start.output("for second in $(seq 20); do sleep 1; ovra time --wakeup | grep -q 'no wake-up is set' && break; done")
     common.expect("the alarm", start.ovra("time --wakeup")["enabled"], False)
 
-    # Where the kernel does not say how large the store is (statfs shows 0 blocks), nobody does.
+    # A kernel that does not report the size of the store shows 0 blocks in statfs.
     said = start.output("space").strip()
     block, blocks, free = (int(word) for word in start.output(f"stat -f -c '%S %b %a' {VARIABLES}").split())
     if blocks == 0:

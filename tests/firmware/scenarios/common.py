@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""What the scenarios say alike."""
+"""What the scenarios share."""
 import reprlib
 import shlex
 
@@ -42,7 +42,7 @@ def options(start):
 
 
 def expect_started(start, number, description):
-    """The firmware started that option, and everybody inside knows."""
+    """The firmware started that option, and the guest agrees."""
     expect("the firmware started", start.option_started(), (number, description))
     words = start.command_line()
     assert f"marker={description}" in words, f"the kernel was started with: {words}"

@@ -7,7 +7,7 @@ from . import common
 LARGE = 30 * 1024  # bytes of optional data
 SIZES = (LARGE, 4096, 256, 1)
 TOO_LARGE = 60 * 1024  # for any variable of this firmware's
-RESERVE = 5 * 1024  # what the kernel lets nobody write into: firmware may not start with a store that is full to the end
+RESERVE = 5 * 1024  # kept back by the kernel: some firmware does not start with a completely full store
 OWN = 1024  # bytes of a variable beside the optional data, and more
 
 # What the firmware itself changes when a write does not fit, and at each start.
@@ -69,7 +69,7 @@ def run(lab):
     machine = lab.machine(sata_disk(lab.image("gpt"), 0))
     start = machine.start().wait_for_guest()
     keeper = common.create(start, "keeper", "c0t0d0s0", "--position", "0")
-    # There is room enough for this one: it is the firmware that refuses it. Later the kernel does so in its stead.
+    # The store has room for this one: the firmware refuses it. Later the kernel does.
     before = stored(start)
     refused = create_with_data(start, "x", TOO_LARGE)
     assert refused.status == 1 and "  The firmware may be unable to keep a variable of 6" in refused.err, refused.err
@@ -81,14 +81,14 @@ def run(lab):
         data = start.ovra(f"show {option}")["optional_data"]
         common.expect(f"the optional data of {option}", data, f"{ord(letter):02x}" * size)
 
-    # Full as it is, an option can go, but there is no room to write the order anew: the command says what is left to do.
+    # An option can be removed from a full store, but the order cannot be rewritten: the command says what to do.
     gone = sorted(made)[0]
     removed = start.run(f"ovra remove {gone}")
     said = removed.err.splitlines()
     common.expect("the removal", (removed.status, said[0]), (1,
-        f"ovra: {gone} is removed, but BootOrder still names it: no room in the variable store"))
+        f"ovra: {gone} is removed, but BootOrder still names it: no room to write it"))
     for advice in (f"  'ovra order remove {gone}' takes it out.",
-                   "  Most firmware gives the room of what is removed back only at the next start: then restart,"):
+                   "  Most firmware gives the room of what is removed back only at the next start:"):
         assert advice in said, removed.err
     before = stored(start)
     assert not any(name.startswith(gone) for name in before), f"{gone} is still there"
@@ -99,7 +99,7 @@ def run(lab):
     start = machine.start().wait_for_guest(limit=500)
     common.expect_started(start, keeper, "keeper")
     common.expect("variables that the start changed", changed(before, stored(start), COUNTED), set())
-    # The firmware has won back the room of what was removed, and may have put its order right itself.
+    # The firmware has reclaimed the room of removed variables, and may have corrected the order itself.
     if gone in common.order(start):
         start.output(f"ovra order remove {gone}")
     start.output("ovra remove " + " ".join(sorted(made)))

@@ -10,8 +10,8 @@ COUNT = 50
 SIZE = 700  # bytes of optional data
 FIRST = 0x100
 
-# What is written, how many options are behind when the power goes, and how long after that, in seconds: writing an
-# option takes the guest about a tenth of one.
+# The data written, the number of options written before the power goes, and the delay after that in seconds: the guest
+# takes about 0.1 s for an option.
 CUTS = (("b", 7, 0.05), ("c", 21, 0.08), ("d", 30, 0.12))
 
 

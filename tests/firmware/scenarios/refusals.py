@@ -14,7 +14,7 @@ UNSUPPORTED = "8000000000000003"
 WRITE_PROTECTED = "8000000000000008"
 NOT_FOUND = "800000000000000e"
 
-# Name, vendor, attributes, size, and the answer. tests/platform/variables_test.cpp has the same of a machine's folder.
+# Name, vendor, attributes, size, and the answer. tests/platform/variables/ has the same of a folder machine.
 REFUSED = [
     # The kernel takes each byte of a new file's name for a character, and "!" for "/".
     ("\u00e9t\u00e9", "other", 7, 4, UNSUPPORTED),
@@ -50,7 +50,7 @@ def run(lab):
                       answer(f"set {name} {vendor} {attributes} {size}"), wanted)
         common.expect(f"variables that {name} changed", changed(before, stored(start), NOTED), set())
 
-    # What another program left of a refused variable: an empty file, which nobody may write or remove.
+    # The empty file that another program left of a refused variable: immutable.
     start.run(f"printf x >{VARIABLES}/Left-{OTHER}")
     common.expect("the file that is left", start.output(f"stat -c %s {VARIABLES}/Left-{OTHER}").strip(), "0")
     common.expect("it is read", answer("get Left other"), NOT_FOUND)
@@ -60,7 +60,7 @@ def run(lab):
     common.expect("it is deleted again", answer("set Left other 7 0"), SUCCESS)
     common.expect("variables that differ", changed(before, stored(start), NOTED), set())
 
-    # A lock that anybody may take on the folder of variables stops nobody.
+    # A lock on the folder of variables, which any user may take, has no effect.
     start.output(f"flock {VARIABLES} sleep 300 >/dev/null 2>&1 & sleep 1")
     common.expect("a write meanwhile", answer("set Stored other 7 8"), SUCCESS)
     common.expect("the lock's file", start.output("stat -c '%a %s' /run/ovra.lock").strip(), "600 0")

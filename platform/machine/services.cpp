@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: MIT
+#include "platform/machine/services.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include <linux/magic.h>
+#include <sys/vfs.h>
+
+#include "platform/machine/debug.h"
+
+namespace machine {
+
+store_kind kind_of_filesystem(std::uint64_t type)
+{
+    switch (type) {
+    case EFIVARFS_MAGIC:
+        return store_kind::efivarfs;
+    case SYSFS_MAGIC:
+        return store_kind::none;
+    default:
+        return store_kind::folder;
+    }
+}
+
+std::unique_ptr<runtime_services> open_services()
+{
+    auto services = std::make_unique<runtime_services>();
+    services->root = open_root();
+    if (!services->root.folder)
+        return nullptr;
+    services->variables =
+        open_below(services->root.folder.get(), {"sys", "firmware", "efi", "efivars"}, missing_folders::fail);
+    if (!services->variables) {
+        debug("no firmware variables: sys/firmware/efi/efivars: %s", std::strerror(errno));
+        if (errno == ENOTDIR || errno == ELOOP)
+            errno = ENOENT;
+        return nullptr;
+    }
+    struct statfs info = {};
+    if (fstatfs(services->variables.get(), &info) != 0)
+        return nullptr;
+    // statfs(2): f_type is a signed long, the magic numbers have 32 bits.
+    services->kind = kind_of_filesystem(static_cast<std::uint32_t>(info.f_type));
+    if (services->kind == store_kind::none) {
+        debug("no firmware variables: efivarfs is not mounted at sys/firmware/efi/efivars");
+        errno = ENOENT;
+        return nullptr;
+    }
+    return services;
+}
+
+} // namespace machine

@@ -1,0 +1,43 @@
+/* SPDX-License-Identifier: MIT */
+/*
+ * The runtime services of a machine, open for use. Two things decide how a service is carried out:
+ *   - variables: the file system of the machine's efivars folder. An efivarfs is written as the kernel wants
+ *     it; any other holds plain files in the same format.
+ *   - time, alarm, count and reset: the root. "/" has the host's clock chip and is really restarted.
+ *
+ * The services return the firmware's statuses. They throw std::bad_alloc only, and then nothing has changed.
+ */
+#ifndef HWPLAT_MACHINE_SERVICES_H
+#define HWPLAT_MACHINE_SERVICES_H
+
+#include <cstdint>
+#include <memory>
+
+#include "platform/machine/enumerate.h"
+#include "platform/machine/files.h"
+#include "platform/machine/root.h"
+
+namespace machine {
+
+enum class store_kind {
+    none,    /* sysfs: the mount point of efivarfs, with nothing mounted */
+    folder,  /* plain files */
+    efivarfs /* the kernel's view of the firmware's own store */
+};
+
+/* What a file system of this type holds, by the f_type of statfs(2). */
+store_kind kind_of_filesystem(std::uint64_t type);
+
+struct runtime_services {
+    machine_root root;
+    owned_fd variables; /* O_PATH of <root>/sys/firmware/efi/efivars */
+    store_kind kind = store_kind::none;
+    mutable variable_walks walks; /* under lock_process_state() */
+};
+
+/* Null with errno when there are none: ENOENT when the machine has no firmware variables. */
+std::unique_ptr<runtime_services> open_services();
+
+} // namespace machine
+
+#endif

@@ -1,0 +1,41 @@
+/* SPDX-License-Identifier: MIT */
+/* Tests from the rows of a table. */
+#ifndef TESTS_SUPPORT_ROWS_H
+#define TESTS_SUPPORT_ROWS_H
+
+#include <cstddef>
+
+#include <gtest/gtest.h>
+
+namespace ovra::test {
+
+/*
+ * Makes a test of each row of a table, named like the row. `run` is given the fixture, whose members it may
+ * use as the fixture makes them public, and the row.
+ */
+template <typename fixture, typename row_t>
+class row_test : public fixture {
+public:
+    using runner = void (*)(fixture &, const row_t &);
+    row_test(const row_t &the_row, runner the_runner) : row(the_row), run(the_runner) {}
+    void TestBody() override { run(*this, row); }
+
+private:
+    const row_t &row;
+    runner run;
+};
+
+template <typename fixture, typename row_t, size_t count>
+bool register_rows(const char *suite, const row_t (&rows)[count], void (*run)(fixture &, const row_t &),
+                   const char *file, int line)
+{
+    for (const row_t &row : rows)
+        ::testing::RegisterTest(suite, row.name, nullptr, nullptr, file, line, [&row, run]() -> fixture * {
+            return new row_test<fixture, row_t>(row, run);
+        });
+    return true;
+}
+
+} // namespace ovra::test
+
+#endif

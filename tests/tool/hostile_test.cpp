@@ -1,0 +1,426 @@
+// SPDX-License-Identifier: MIT
+// A dry run refuses what the run itself refuses, and nothing else, on machines that stand in the way.
+#include <cerrno>
+#include <fcntl.h>
+#include <fstream>
+#include <functional>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tests/tool/support.h"
+
+namespace tool_test {
+
+namespace fs = std::filesystem;
+
+class hostile_machine;
+
+// How a machine is made hostile, and where it stands: on a file system of its own where it says which.
+struct hostility {
+    const char *name;
+    std::function<void(hostile_machine &)> prepare;
+    bool as_nobody = false;
+    const char *file_system = nullptr; // options of a tmpfs
+};
+
+void PrintTo(const hostility &tested, std::ostream *out)
+{
+    *out << tested.name;
+}
+
+class hostile_machine : public Machine, public ::testing::WithParamInterface<hostility> {
+public:
+    using Machine::file;
+    using Machine::root;
+    using Machine::variables;
+
+    void state(const std::string &name, const std::string &text) const
+    {
+        std::ofstream(root / "var/lib/hwplat" / name) << text;
+    }
+
+    void put_file(const std::string &variable, const std::string &contents) const
+    {
+        fs::remove_all(file(variable));
+        std::ofstream(file(variable), std::ios::binary) << contents;
+    }
+
+    // With other attributes, for each that the verbs change.
+    void put_attributes(uint32_t attributes) const
+    {
+        for (const char *variable : {"Boot0000", "BootOrder", "BootNext"})
+            put(variable, get(variable), attributes);
+    }
+
+    void put_in_place(const std::string &variable, const std::function<void(const fs::path &)> &make) const
+    {
+        fs::remove_all(file(variable));
+        make(file(variable));
+    }
+
+    void mark(const fs::path &path, int marks)
+    {
+        const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK);
+        can_be_made = fd != -1 && ioctl(fd, FS_IOC_SETFLAGS, &marks) == 0;
+        close(fd);
+        marked.push_back(path);
+    }
+
+    // The machine's folder and all in it are the user's who runs the command.
+    void give_away() const
+    {
+        std::error_code error;
+        for (const auto &entry : fs::recursive_directory_iterator(root)) {
+            if (lchown(entry.path().c_str(), 65534, 65534) != 0)
+                ADD_FAILURE() << entry.path();
+        }
+        EXPECT_EQ(chown(root.c_str(), 65534, 65534), 0);
+    }
+
+    void make_unreadable(const fs::path &path) const
+    {
+        give_away();
+        EXPECT_EQ(chown(path.c_str(), 0, 0), 0);
+        fs::permissions(path, fs::perms(0600));
+    }
+
+    // Leaves `left` bytes of the file system that the machine stands on.
+    void fill(off_t left) const
+    {
+        const fs::path filler = root / "filler";
+        const int fd = open(filler.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+        const std::string page(4096, 'x');
+        off_t size = 0;
+        while (write(fd, page.data(), page.size()) == static_cast<ssize_t>(page.size()))
+            size += static_cast<off_t>(page.size());
+        EXPECT_EQ(errno, ENOSPC);
+        EXPECT_EQ(ftruncate(fd, size - left), 0);
+        close(fd);
+    }
+
+    void use_up_files() const
+    {
+        for (int at = 0;; ++at) {
+            const int fd = open((root / ("filler" + std::to_string(at))).c_str(),
+                                O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+            if (fd == -1)
+                break;
+            close(fd);
+        }
+        EXPECT_EQ(errno, ENOSPC);
+    }
+
+    void mount_anew(unsigned long flags) const
+    {
+        EXPECT_EQ(mount(nullptr, root.c_str(), nullptr, MS_REMOUNT | flags, nullptr), 0);
+    }
+
+    void put_link_for(const std::string &folder_of_state) const
+    {
+        const fs::path link = root / folder_of_state;
+        fs::rename(link, root / "elsewhere");
+        fs::create_symlink(root / "elsewhere", link);
+    }
+
+    fs::path lock() const { return root / "var/lib/hwplat/lock"; }
+
+protected:
+    hostile_machine()
+    {
+        // What every verb finds something to do on.
+        put("BootNext", std::string("\x07\0", 2));
+        output({"time", "--wakeup", "--set", "2098-02-03T04:05:06Z"});
+        fs::remove(lock());
+        fs::copy(root, pristine, fs::copy_options::recursive);
+    }
+
+    ~hostile_machine() override { tear_down(); }
+
+    void tear_down()
+    {
+        for (const fs::path &path : marked) {
+            const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK);
+            int none = 0;
+            ioctl(fd, FS_IOC_SETFLAGS, &none);
+            close(fd);
+        }
+        marked.clear();
+        if (is_mounted)
+            umount2(root.c_str(), MNT_DETACH);
+        is_mounted = false;
+        std::error_code ignored;
+        fs::permissions(variables, fs::perms(0755), ignored);
+        fs::remove_all(root);
+    }
+
+    // A new machine, made hostile; false where the system does not allow it.
+    bool make()
+    {
+        tear_down();
+        fs::create_directory(root);
+        if (const char *options = GetParam().file_system) {
+            is_mounted = mount("none", root.c_str(), "tmpfs", 0, options) == 0;
+            if (!is_mounted)
+                return false;
+        }
+        fs::copy(pristine, root, fs::copy_options::recursive);
+        fs::permissions(root, fs::perms(0755));
+        can_be_made = true;
+        GetParam().prepare(*this);
+        return can_be_made;
+    }
+
+    fs::path pristine = folder / "pristine";
+    std::vector<fs::path> marked;
+    bool is_mounted = false;
+    bool can_be_made = true;
+};
+
+TEST_P(hostile_machine, refuses_a_dry_run_as_the_run_itself)
+{
+    surroundings around;
+    around.as_nobody = GetParam().as_nobody;
+    if (around.as_nobody && (geteuid() != 0 || run_command({"--version"}, around).status != 0))
+        GTEST_SKIP() << "the command cannot be run as another user here";
+    std::vector<words> all = writers;
+    all.push_back({"create", "--desc", "x", "--path-hex", "7fff0400", "--number", "0", "--force"});
+    all.push_back({"set", "Boot0000", "--optdata-text", std::string(100, 'x')});
+    all.push_back({"remove", "Boot0000", "Boot0001"});
+    all.push_back({"remove", "Boot0007"});
+    bool fresh = false;
+    for (const words &arguments : all) {
+        if (!fresh && !make())
+            GTEST_SKIP() << "such a machine cannot be made here";
+        words dry = arguments;
+        dry.emplace_back("--dry-run");
+        const auto before = snapshot();
+        const outcome planned = run(dry, around);
+        EXPECT_TRUE(snapshot() == before) << ::testing::PrintToString(dry) << " changes something";
+        const outcome done = run(arguments, around);
+        EXPECT_EQ(planned.status, done.status)
+            << ::testing::PrintToString(arguments) << "\ndry run: " << planned.err << "\nrun: " << done.err;
+        EXPECT_TRUE(done.status == 0 || done.status == 1);
+        if (done.status != 0) {
+            EXPECT_EQ(planned.err, done.err);
+            EXPECT_TRUE(snapshot() == before) << ::testing::PrintToString(arguments) << " fails half done";
+        }
+        fresh = done.status != 0;
+    }
+}
+
+namespace hostile {
+
+namespace {
+
+void make_fifo(const fs::path &path)
+{
+    EXPECT_EQ(mkfifo(path.c_str(), 0644), 0);
+}
+
+void make_folder(const fs::path &path)
+{
+    fs::create_directory(path);
+}
+
+void make_link(const fs::path &path)
+{
+    fs::create_symlink("elsewhere", path);
+}
+
+using h = HostileMachine;
+
+auto attributes(uint32_t stored)
+{
+    return [stored](h &machine) { machine.put_attributes(stored); };
+}
+
+auto state(const char *name, const char *text)
+{
+    return [name, text](h &machine) { machine.state(name, text); };
+}
+
+auto contents(const char *variable, const std::string &data)
+{
+    return [variable, data](h &machine) { machine.put_file(variable, data); };
+}
+
+auto in_place(const char *variable, void (*make)(const fs::path &))
+{
+    return [variable, make](h &machine) { machine.put_in_place(variable, make); };
+}
+
+auto mode(const char *path, unsigned bits)
+{
+    return [path, bits](h &machine) {
+        machine.give_away();
+        fs::permissions(machine.root / path, fs::perms(bits));
+    };
+}
+
+auto marked(const char *path, int marks)
+{
+    return [path, marks](h &machine) { machine.mark(machine.root / path, marks); };
+}
+
+auto marked_variable(const char *variable)
+{
+    return [variable](h &machine) { machine.mark(machine.file(variable), FS_IMMUTABLE_FL); };
+}
+
+auto unreadable(const char *variable)
+{
+    return [variable](h &machine) { machine.make_unreadable(machine.file(variable)); };
+}
+
+auto unreadable_state(const char *name, const char *text)
+{
+    return [name, text](h &machine) {
+        machine.state(name, text);
+        machine.make_unreadable(machine.root / "var/lib/hwplat" / name);
+    };
+}
+
+constexpr const char *state_folder = "var/lib/hwplat";
+constexpr const char *variables_folder = "sys/firmware/efi/efivars";
+constexpr const char *small_file_system = "size=1m,mode=755";
+
+const hostility hostilities[] = {
+    {"nothing", [](h &) {}},
+    {"of_the_user", [](h &machine) { machine.give_away(); }, true},
+    {"of_another_user", [](h &) {}, true},
+
+    {"capacity_damaged", state("capacity", "lots\n")},
+    {"capacity_absurd", state("capacity", "0 -1\n")},
+    {"capacity_small", state("capacity", "4000 2000\n")},
+    {"capacity_tiny", state("capacity", "100 10\n")},
+    {"capacity_a_folder", [](h &machine) { make_folder(machine.root / state_folder / "capacity"); }},
+    {"capacity_unreadable", unreadable_state("capacity", "262144 32768\n"), true},
+    {"alarm_damaged", state("wakeup", "tomorrow\n")},
+    {"alarm_absent", [](h &machine) { fs::remove(machine.root / state_folder / "wakeup"); }},
+    {"alarm_unreadable", unreadable_state("wakeup", "0 2098 1 1 0 0 0 0 0 0\n"), true},
+    {"alarm_immutable", marked("var/lib/hwplat/wakeup", FS_IMMUTABLE_FL)},
+    {"alarm_a_folder",
+     [](h &machine) {
+         fs::remove(machine.root / state_folder / "wakeup");
+         make_folder(machine.root / state_folder / "wakeup");
+     }},
+    {"clock_damaged", state("time-offset", "now\n")},
+    {"clock_a_folder", [](h &machine) { make_folder(machine.root / state_folder / "time-offset"); }},
+    {"clock_a_link", [](h &machine) { make_link(machine.root / state_folder / "time-offset"); }},
+    {"clock_unreadable", unreadable_state("time-offset", "0 0 0 0\n"), true},
+    {"clock_immutable",
+     [](h &machine) {
+         machine.state("time-offset", "0 0 0 0\n");
+         machine.mark(machine.root / state_folder / "time-offset", FS_IMMUTABLE_FL);
+     }},
+
+    {"attributes_none", attributes(0)},
+    {"attributes_non_volatile_alone", attributes(1)},
+    {"attributes_volatile", attributes(6)},
+    {"attributes_not_at_run_time", attributes(3)},
+    {"attributes_hardware_error", attributes(0xf)},
+    {"attributes_authenticated", attributes(0x17)},
+    {"attributes_time_authenticated", attributes(0x27)},
+    {"attributes_appending", attributes(0x47)},
+    {"attributes_unknown", attributes(0x80000047)},
+    {"attributes_unknown_without_appending", attributes(0x80000007)},
+
+    {"option_unreadable", unreadable("Boot0000"), true},
+    {"order_unreadable", unreadable("BootOrder"), true},
+    {"next_unreadable", unreadable("BootNext"), true},
+    {"booted_option_unreadable", unreadable("Boot0007"), true},
+    {"option_immutable", marked_variable("Boot0000")},
+    {"order_immutable", marked_variable("BootOrder")},
+    {"next_immutable", marked_variable("BootNext")},
+    {"current_immutable",
+     [](h &machine) {
+         machine.put_file("BootCurrent", std::string("\6\0\0\0\0\0", 6));
+         machine.mark(machine.file("BootCurrent"), FS_IMMUTABLE_FL);
+     }},
+    {"option_empty", contents("Boot0000", "")},
+    {"option_short", contents("Boot0000", "abc")},
+    {"option_without_data", contents("Boot0000", std::string("\7\0\0\0", 4))},
+    {"option_of_one_byte", contents("Boot0000", std::string("\7\0\0\0a", 5))},
+    {"order_empty", contents("BootOrder", "")},
+    {"order_short", contents("BootOrder", "abc")},
+    {"order_without_data", contents("BootOrder", std::string("\7\0\0\0", 4))},
+    {"order_of_half_an_entry", contents("BootOrder", std::string("\7\0\0\0\0\0\1", 7))},
+    {"next_empty", contents("BootNext", "")},
+    {"next_long", contents("BootNext", std::string("\7\0\0\0\0\0\1", 7))},
+    {"option_a_folder", in_place("Boot0000", make_folder)},
+    {"order_a_folder", in_place("BootOrder", make_folder)},
+    {"next_a_folder", in_place("BootNext", make_folder)},
+    {"current_a_folder", in_place("BootCurrent", make_folder)},
+    {"option_a_link", in_place("Boot0000", make_link)},
+    {"order_a_fifo", in_place("BootOrder", make_fifo)},
+    {"next_a_link", in_place("BootNext", make_link)},
+    {"current_a_fifo", in_place("BootCurrent", make_fifo)},
+    {"new_option_a_folder", in_place("Boot0008", make_folder)},
+
+    {"variables_immutable", marked(variables_folder, FS_IMMUTABLE_FL)},
+    {"variables_append_only", marked(variables_folder, FS_APPEND_FL)},
+    {"variables_not_to_be_written", mode(variables_folder, 0555), true},
+    {"variables_not_to_be_listed", mode(variables_folder, 0333), true},
+    {"variables_with_a_sticky_folder",
+     [](h &machine) {
+         EXPECT_EQ(chown(machine.variables.c_str(), 0, 0), 0);
+         fs::permissions(machine.variables, fs::perms(01777));
+         fs::permissions(machine.root / state_folder, fs::perms(0777));
+     },
+     true},
+
+    {"state_immutable", marked(state_folder, FS_IMMUTABLE_FL)},
+    {"state_append_only", marked(state_folder, FS_APPEND_FL)},
+    {"state_not_to_be_written", mode(state_folder, 0555), true},
+    {"state_not_to_be_listed", mode(state_folder, 0333), true},
+    {"state_not_to_be_entered", mode(state_folder, 0666), true},
+    {"state_absent", [](h &machine) { fs::remove_all(machine.root / "var"); }},
+    {"state_absent_and_not_to_be_made",
+     [](h &machine) {
+         fs::remove_all(machine.root / "var/lib");
+         machine.mark(machine.root / "var", FS_IMMUTABLE_FL);
+     }},
+    {"state_behind_a_link", [](h &machine) { machine.put_link_for("var"); }},
+    {"state_behind_a_second_link", [](h &machine) { machine.put_link_for("var/lib"); }},
+    {"state_a_link", [](h &machine) { machine.put_link_for(state_folder); }},
+    {"state_behind_a_file",
+     [](h &machine) {
+         fs::remove_all(machine.root / "var/lib");
+         std::ofstream(machine.root / "var/lib") << "x";
+     }},
+    {"lock_a_link", [](h &machine) { make_link(machine.lock()); }},
+    {"lock_a_folder", [](h &machine) { make_folder(machine.lock()); }},
+    {"lock_a_fifo", [](h &machine) { make_fifo(machine.lock()); }},
+    {"lock_unreadable",
+     [](h &machine) {
+         std::ofstream(machine.lock()) << "";
+         machine.make_unreadable(machine.lock());
+     },
+     true},
+    {"lock_immutable",
+     [](h &machine) {
+         std::ofstream(machine.lock()) << "";
+         fs::permissions(machine.lock(), fs::perms(0600));
+         machine.mark(machine.lock(), FS_IMMUTABLE_FL);
+     }},
+
+    {"file_system_read_only", [](h &machine) { machine.mount_anew(MS_RDONLY); }, false, small_file_system},
+    {"file_system_full", [](h &machine) { machine.fill(0); }, false, small_file_system},
+    {"file_system_of_one_block", [](h &machine) { machine.fill(4096); }, false, small_file_system},
+    {"file_system_of_two_blocks", [](h &machine) { machine.fill(8192); }, false, small_file_system},
+    {"file_system_without_files", [](h &machine) { machine.use_up_files(); }, false,
+     "size=1m,mode=755,nr_inodes=150"},
+    {"file_system_without_limits", [](h &) {}, false, "size=0,nr_inodes=0,mode=755"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Each, hostile_machine, ::testing::ValuesIn(hostilities),
+                         [](const auto &tested) { return std::string(tested.param.name); });
+
+} // namespace
+
+} // namespace hostile
+
+} // namespace tool_test

@@ -1,0 +1,123 @@
+// SPDX-License-Identifier: MIT
+#include "tools/machine/changes.h"
+
+#include "tools/text/failure.h"
+#include "tools/text/numbers.h"
+
+namespace tool {
+
+change writes(const std::string &variable, bytes data, const std::string &meaning, const json &fields)
+{
+    json all = {{"variable", variable}, {"data", hex(data)}};
+    if (!fields.is_null())
+        all.update(fields);
+    return {"write", "wrote", variable + ": " + meaning, std::move(all), variable, std::move(data)};
+}
+
+change deletes(const std::string &variable)
+{
+    return {"delete", "deleted", variable, {{"variable", variable}}, variable, {}};
+}
+
+change writes_order(const std::vector<uint16_t> &order)
+{
+    if (order.empty())
+        return deletes("BootOrder");
+    std::vector<std::string> names;
+    names.reserve(order.size());
+    for (const uint16_t number : order)
+        names.push_back(option_name(number));
+    return writes("BootOrder", stored(order), join(names, " "), {{"order", names}});
+}
+
+change writes_option(uint16_t number, const load_option &option)
+{
+    std::string meaning = in_quotes(option.description) + ", " + attribute_text(option.attributes);
+    if (!option.optional_data.empty())
+        meaning += ", optional data " + optional_data_text(option.optional_data);
+    return writes(option_name(number), as_stored(option), meaning, as_json(option));
+}
+
+void changes::make(change change)
+{
+    prepare({change});
+    make(
+        change, [&] { attempt(change); }, [] {});
+}
+
+void changes::make(change change, const std::function<void()> &apply, const std::function<void()> &check)
+{
+    try {
+        dry_run ? check() : apply();
+    } catch (failure &reason) {
+        for (const auto &earlier : made) {
+            if (dry_run)
+                break;
+            reason.advise("Done before that, and it stands: " + earlier.past + ' ' + earlier.what);
+        }
+        throw;
+    }
+    record(std::move(change));
+}
+
+void changes::prepare(const std::vector<change> &all)
+{
+    // What firmware has room for, only writing tells.
+    if (!dry_run && machine.is_real())
+        return;
+    firmware::room_taken planned;
+    for (const change &change : all)
+        machine.check_change(change.variable, change.contents, &planned);
+}
+
+void changes::attempt(const change &change)
+{
+    if (!dry_run)
+        machine.change_global(change.variable, change.contents);
+}
+
+void changes::record(change change)
+{
+    made.push_back(std::move(change));
+}
+
+void changes::remark(const std::string &text, const std::string &key, json value)
+{
+    if (!text.empty())
+        remarks += text + '\n';
+    members[key] = std::move(value);
+}
+
+void changes::report()
+{
+    const std::string unknown = machine.not_checked();
+    if (dry_run && !made.empty() && !unknown.empty())
+        remark("Not known: " + unknown + '.', "not_known", unknown);
+    json list = json::array();
+    std::string text;
+    for (const change &change : made) {
+        json entry = {{"action", change.action}};
+        entry.update(change.fields);
+        list.push_back(std::move(entry));
+        text += (dry_run ? "would " + change.action : change.past) + ' ' + change.what + '\n';
+        if (dry_run && !change.contents.empty())
+            text += "    " + hex(change.contents) + '\n';
+    }
+    if (made.empty())
+        text += "nothing to change\n";
+    json document = {{"dry_run", dry_run}, {"changes", std::move(list)}};
+    document.update(members);
+    try {
+        if (as_json)
+            print_json(document);
+        else
+            print(text + remarks);
+    } catch (const failure &reason) {
+        // Also where nobody reads: that is no news then, but the changes are.
+        if (!dry_run && !made.empty())
+            throw failure(reason.what(), "The changes were made.");
+        throw;
+    }
+}
+
+} // namespace tool

@@ -1,0 +1,38 @@
+/* SPDX-License-Identifier: MIT */
+// The disk that a user names.
+#ifndef OVRA_TOOLS_CHOSENDISK_H
+#define OVRA_TOOLS_CHOSENDISK_H
+
+#include <string>
+#include <vector>
+
+#include "tools/text/output.h"
+#include "tools/text/text.h"
+
+namespace tool {
+
+// A slice or partition that was named on the command line.
+struct chosen_disk {
+    std::string name;        // "c0t0d0s0"
+    std::string kernel_name; // "sda1"
+    std::string partuuid;    // Linux's name for what identifies it; empty for the whole disk
+    std::string signature;   // of an MBR
+    bytes node;              // hard_drive_node() of it
+    bool is_logical = false; // a partition of an MBR whose number is not in the node
+
+    // "/dev/sda1 is c0t0d0s0, PARTUUID=..." of what was typed.
+    std::string told_of(const std::string &typed) const;
+    // The same for programs.
+    json members() const;
+};
+
+// The disk of a name: the machine's ("c0t0d0s0", "/dev/dsk/c0t0d0s0"), Linux's ("sda1", "/dev/sda1"), or
+// "PARTUUID=..." or "/dev/disk/by-partuuid/...". Throws a failure.
+chosen_disk find_disk(const std::string &text);
+
+// The other slices or partitions that have what identifies this one, as those of a copied disk do.
+std::vector<chosen_disk> twins_of(const chosen_disk &disk);
+
+} // namespace tool
+
+#endif

@@ -1,0 +1,60 @@
+/* SPDX-License-Identifier: MIT */
+// The machine's disks through libvolset.
+#ifndef OVRA_TOOLS_DRIVES_H
+#define OVRA_TOOLS_DRIVES_H
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tools/text/output.h"
+#include "tools/text/text.h"
+
+namespace tool {
+
+// A slice of a GPT, or a partition of an MBR; its number 0 is the whole disk.
+struct volume {
+    std::string name;        // "c0t0d0s0"
+    std::string kernel_name; // "sda1"
+    bool is_slice = false;
+    unsigned number = 0; // as in its name
+    uint64_t start = 0;  // in logical blocks, as is the size
+    uint64_t size = 0;
+    bytes guid; // of a slice: 16 bytes as they stand on disk
+};
+
+struct drive {
+    std::string name;        // "c0t0d0"
+    std::string kernel_name; // "sda"
+    std::string path;        // in the device tree
+    uint32_t block_size = 0;
+    uint64_t blocks = 0;
+    bool has_medium = false;
+    int error = 0;                     // errno value: why its medium cannot be read, where that is known
+    std::optional<uint32_t> signature; // of an MBR
+    std::vector<volume> volumes;
+
+    const char *medium() const;
+};
+
+// All drives, and what is on those for which `reads_media` says so. Throws a failure.
+std::vector<drive> read_drives(const std::function<bool(const drive &)> &reads_media);
+
+// The hard-drive node that stands for a volume in a path, by which options that boot from it are known.
+bytes hard_drive_node(const drive &drive, const volume &volume);
+
+// The first hard-drive node of a packed path; empty when there is none.
+byte_view first_hard_drive(byte_view path);
+
+// "12345678-9abc-..." of a GUID's 16 bytes as they stand on disk.
+std::string guid_text(byte_view guid);
+
+// "20.0 MiB"
+std::string size_text(uint64_t count);
+
+} // namespace tool
+
+#endif

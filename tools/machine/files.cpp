@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: MIT
+#include "tools/machine/files.h"
+
+#include <fcntl.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+namespace tool {
+
+bool may(const std::string &path, int access_mode)
+{
+    return faccessat(AT_FDCWD, path.c_str(), access_mode, AT_EACCESS) == 0;
+}
+
+bool is_read_only(const std::string &path)
+{
+    struct statvfs info = {};
+    return statvfs(path.c_str(), &info) == 0 && (info.f_flag & ST_RDONLY) != 0;
+}
+
+std::optional<struct statx> look_at(const std::string &path)
+{
+    struct statx found = {};
+    constexpr unsigned wanted = STATX_TYPE | STATX_MODE | STATX_UID | STATX_SIZE;
+    if (statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, wanted, &found) != 0)
+        return std::nullopt;
+    return found;
+}
+
+bool is_marked(const struct statx &file)
+{
+    return (file.stx_attributes & (STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND)) != 0;
+}
+
+} // namespace tool

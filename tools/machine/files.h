@@ -1,0 +1,25 @@
+/* SPDX-License-Identifier: MIT */
+// What may be done with files.
+#ifndef OVRA_TOOLS_FILES_H
+#define OVRA_TOOLS_FILES_H
+
+#include <optional>
+#include <string>
+#include <sys/stat.h>
+
+namespace tool {
+
+// Whether this process may, as access() has its modes.
+bool may(const std::string &path, int access_mode);
+
+bool is_read_only(const std::string &path); // its file system
+
+// Type, mode, owner, size and marks of a file; nothing when there is none.
+std::optional<struct statx> look_at(const std::string &path);
+
+// Whether it is marked as immutable or append-only.
+bool is_marked(const struct statx &file);
+
+} // namespace tool
+
+#endif

@@ -1,0 +1,27 @@
+/* SPDX-License-Identifier: MIT */
+// The machine's lock: a verb reads, decides and writes while no other program does.
+#ifndef OVRA_TOOLS_LOCK_H
+#define OVRA_TOOLS_LOCK_H
+
+#include "tools/machine/firmware.h"
+#include "tools/machine/general.h"
+
+namespace tool {
+
+// Holds the lock while it lives. With --dry-run it is only looked whether it could be taken: its file may
+// have to be made.
+class machine_lock {
+public:
+    // Waits for other programs, but not for ever. Throws a failure.
+    machine_lock(const firmware &machine, const general_options &general);
+    ~machine_lock();
+    machine_lock(const machine_lock &) = delete;
+    machine_lock &operator=(const machine_lock &) = delete;
+
+private:
+    bool held = false;
+};
+
+} // namespace tool
+
+#endif

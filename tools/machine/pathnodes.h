@@ -1,0 +1,34 @@
+/* SPDX-License-Identifier: MIT */
+// Packed paths node by node, without a detour through text.
+#ifndef OVRA_TOOLS_PATHNODES_H
+#define OVRA_TOOLS_PATHNODES_H
+
+#include <vector>
+
+#include "tools/text/text.h"
+
+namespace tool {
+
+// Bytes after the last END node that the text tells of: the first END-entire node, else the last at all.
+size_t bytes_behind_end(byte_view packed);
+
+// The nodes of each instance of a packed path, as far as they can be told.
+std::vector<std::vector<byte_view>> instances_of(byte_view packed);
+
+bool is_file(byte_view node);
+
+// Whether a path ends in an END-entire node, and every END node is no more than its header.
+bool ends_plainly(byte_view packed);
+
+// Throws a failure when a path that was encoded has an END node before its last node.
+void require_one_instance(byte_view encoded);
+
+// The path in `packed` with other device nodes, respectively another file, in its first instance. Every other
+// byte stays, also of nodes that have no text. `nodes` is a packed path of just what is new. Throws a failure
+// when the path is not well-formed.
+bytes with_devices(byte_view packed, byte_view nodes);
+bytes with_file(byte_view packed, byte_view nodes);
+
+} // namespace tool
+
+#endif

@@ -1,0 +1,30 @@
+/* SPDX-License-Identifier: MIT */
+// What the firmware answers, and the attributes of variables, in words.
+#ifndef OVRA_TOOLS_STATUS_H
+#define OVRA_TOOLS_STATUS_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <ovra/uefi.h>
+
+namespace tool {
+
+// What variables of boot options are written with: non-volatile, boot-service and run-time access.
+constexpr uint32_t boot_variable_attributes =
+    EFI_VARIABLE_NON_VOLATILE | EFI_VARIABLE_BOOTSERVICE_ACCESS | EFI_VARIABLE_RUNTIME_ACCESS;
+
+// "EFI_NOT_FOUND"; never a number that only firmware engineers know.
+std::string status_name(EFI_STATUS status);
+
+// Whether a status, or an errno value, speaks of missing permission.
+bool is_refusal(EFI_STATUS status);
+bool is_permission(int error);
+
+// "non-volatile", "run-time"
+std::vector<std::string> attribute_words(uint32_t attributes);
+
+} // namespace tool
+
+#endif

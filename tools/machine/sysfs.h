@@ -1,0 +1,18 @@
+/* SPDX-License-Identifier: MIT */
+// Whether the machine's devices can be seen at all: where they cannot, nobody can tell that there are none.
+#ifndef OVRA_TOOLS_SYSFS_H
+#define OVRA_TOOLS_SYSFS_H
+
+#include <string>
+
+namespace tool {
+
+// Throws a failure when there is no sysfs. `folder` is that of another machine, else empty.
+void require_sysfs(const std::string &folder);
+
+// Throws a failure when sysfs has no devices.
+void require_devices();
+
+} // namespace tool
+
+#endif

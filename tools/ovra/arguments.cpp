@@ -1,0 +1,244 @@
+// SPDX-License-Identifier: MIT
+#include "tools/ovra/arguments.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+
+#include "src/base/device_name.h"
+#include "tools/machine/drives.h"
+#include "tools/text/failure.h"
+#include "tools/text/loadoption.h"
+#include "tools/text/numbers.h"
+
+namespace tool {
+
+namespace {
+
+using texts = std::vector<std::string>;
+
+constexpr size_t file_limit = 1 << 20; // far above what firmware stores
+
+bytes contents(const std::string &file)
+{
+    const std::string cannot = "cannot read " + (file.empty() ? "\"\"" : printable(file)) + ": ";
+    // Not blocking, as the name may be a FIFO's or a terminal's.
+    const int fd = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd == -1)
+        throw failure(cannot + strerror(errno));
+    struct stat info = {};
+    if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        const bool is_folder = S_ISDIR(info.st_mode);
+        close(fd);
+        throw failure(cannot + (is_folder ? strerror(EISDIR) : "it is no regular file"));
+    }
+    bytes data(file_limit + 1);
+    size_t size = 0;
+    ssize_t part = 0;
+    while (size < data.size() &&
+           ((part = read(fd, data.data() + size, data.size() - size)) > 0 || (part == -1 && errno == EINTR)))
+        size += part > 0 ? static_cast<size_t>(part) : 0;
+    const int error = errno;
+    close(fd);
+    if (part == -1)
+        throw failure(cannot + strerror(error));
+    if (size > file_limit)
+        throw failure(cannot + "it is larger than any firmware variable");
+    data.resize(size);
+    return data;
+}
+
+} // namespace
+
+CLI::Option *add_value(CLI::App &app, const char *name, const char *shown, const char *help,
+                       std::function<void(const std::string &)> take)
+{
+    auto *option = app.add_option(
+        name,
+        [take = std::move(take)](const texts &values) {
+            take(values.front());
+            return true;
+        },
+        help);
+    return option->type_name(shown)->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::Throw);
+}
+
+uint16_t option_number(const std::string &text)
+{
+    const auto number = parse_option(text);
+    if (!number)
+        throw usage_error(in_quotes(text) + " is no boot option: Boot and four hex digits, as Boot001F");
+    return *number;
+}
+
+void refuse_leading_zero(const std::string &text)
+{
+    const size_t sign = text.starts_with('-') ? 1 : 0;
+    if (text.size() > sign + 1 && text[sign] == '0' && text[sign + 1] >= '0' && text[sign + 1] <= '9')
+        throw usage_error(in_quotes(text) + " has a leading zero, which may mean octal: leave it out");
+}
+
+CLI::Option *option_argument::declare(CLI::App &app, const char *help)
+{
+    return add_value(app, "option", "Boot####", help,
+                     [this](const std::string &text) { number = option_number(text); });
+}
+
+CLI::Option *options_argument::declare(CLI::App &app, const char *help)
+{
+    auto *option = app.add_option(
+        "option",
+        [this](const texts &values) {
+            for (const std::string &text : values)
+                numbers.push_back(option_number(text));
+            return true;
+        },
+        help);
+    return option->type_name("Boot####")
+        ->expected(1, CLI::detail::expected_max_vector_size)
+        ->allow_extra_args();
+}
+
+CLI::Option *position_argument::declare(CLI::App &app, const char *name, const char *shown, const char *help)
+{
+    return add_value(app, name, shown, help, [this](const std::string &text) {
+        refuse_leading_zero(text);
+        int value = 0;
+        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+        if (text.empty() || error != std::errc() || end != text.data() + text.size())
+            throw usage_error(in_quotes(text) + " is no position: a whole number is needed");
+        place = value;
+    });
+}
+
+CLI::Option *description_argument::declare(CLI::App &app)
+{
+    return add_value(app, "--desc", "TEXT", "description, as boot menus show it; at most 127 characters",
+                     [this](const std::string &value) {
+                         check_description(value);
+                         text = value;
+                     });
+}
+
+void optional_data_arguments::declare(CLI::App &app)
+{
+    auto *from_file = add_value(app, "--optdata-file", "FILE", "optional data: the contents of FILE",
+                                [this](const std::string &name) { file = name; });
+    add_value(app, "--optdata-text", "TEXT",
+              "optional data: TEXT as null-terminated UCS-2, which a kernel takes as its command line",
+              [this](const std::string &value) {
+                  if (!to_ucs2(value))
+                      throw usage_error("--optdata-text: " + in_quotes(value) +
+                                        " is no UTF-8 text of characters up to U+FFFF");
+                  text = value;
+              })
+        ->excludes(from_file);
+}
+
+std::optional<bytes> optional_data_arguments::read() const
+{
+    if (file)
+        return contents(*file);
+    if (text)
+        return stored(to_ucs2(*text).value());
+    return std::nullopt;
+}
+
+CLI::Option *disk_argument::declare(CLI::App &app, const char *option, const char *help)
+{
+    return add_value(app, option, "DISK", help, [this](const std::string &text) { name = text; });
+}
+
+chosen_disk disk_argument::find(const general_options &general) const
+{
+    chosen_disk disk = find_disk(name.value());
+    if (!general.json)
+        fprintf(stderr, "%s\n", disk.told_of(*name).c_str());
+    return disk;
+}
+
+CLI::Option *path_arguments::declare_devpath(CLI::App &app)
+{
+    return add_value(app, "--devpath", "TEXT",
+                     "the device path as text, as /PciRoot(0)/Pci(0x1F,2)/Sata(0,0,0)",
+                     [this](const std::string &text) {
+                         if (text.empty())
+                             throw usage_error("--devpath: a device path is needed");
+                         device_text = text;
+                     });
+}
+
+CLI::Option *path_arguments::declare_file(CLI::App &app)
+{
+    return add_value(
+        app, "--file", "FILE",
+        "the file to boot from the device, as \\EFI\\BOOT\\BOOTX64.EFI; slashes become backslashes",
+        [this](const std::string &text) {
+            if (text.empty())
+                throw usage_error("--file: the name of a file is needed");
+            file = text;
+        });
+}
+
+void path_arguments::settle_file()
+{
+    if (device_text && !is_device_name(*device_text)) {
+        const path_text given = split_file(*device_text);
+        if (given.file && file)
+            throw usage_error("the path names a file, " + in_quotes(*given.file) + ", and --file another");
+        // Further nodes, another instance or quotes would become part of the file's name.
+        if (given.file && given.file->find_first_of("()\"") != std::string::npos)
+            throw usage_error("what follows the devices is no plain file, " + in_quotes(*given.file) +
+                              "; --file takes any name");
+        device_text = given.device;
+        if (given.file)
+            file = given.file;
+    }
+    if (!file || firmware_file(*file) == *file)
+        return;
+    file = firmware_file(*file);
+    fprintf(stderr, "The file is named as firmware does, %s.\n", printable(*file).c_str());
+}
+
+// What firmware goes by when it looks for the disk of a path may be that of another disk, or of none.
+void path_arguments::warn_of_wrong_disks(const chosen_disk &found) const
+{
+    if (found.is_logical)
+        warn("the path has the number 0 for " + found.name + ", a logical partition",
+             "Firmware that goes by the number does not find it.");
+    if (full)
+        return;
+    for (const chosen_disk &other : twins_of(found))
+        warn(other.name + ", /dev/" + printable(other.kernel_name) + ", has the same " +
+                 (found.partuuid.empty() ? "MBR signature" : "PARTUUID") + " as " + found.name,
+             std::string("The firmware may take either.") +
+                 (disk.name ? " With --full the path leads to one of them alone." : ""));
+}
+
+given_path path_arguments::encode(device_paths &paths, const std::optional<std::string> &with_file,
+                                  const general_options &general) const
+{
+    // Names of the tree, which have no path, are left to the library.
+    const bool text_names_disk =
+        device_text && is_device_name(*device_text) && !device_text->starts_with(ovra::tree_folder);
+    if (!disk.name && !text_names_disk)
+        return {paths.encode(device_text.value(), with_file)};
+    const chosen_disk found = (disk.name ? disk : disk_argument{device_text}).find(general);
+    const bytes packed = paths.encode_disk(found.name, with_file, full);
+    // The library looks the name up once more, and disks may come and go meanwhile.
+    const byte_view node = first_hard_drive(packed);
+    if (!std::equal(node.begin(), node.end(), found.node.begin(), found.node.end()))
+        throw failure("the disks changed: " + found.name + " is another one now",
+                      "Nothing was written. Try again.");
+    warn_of_wrong_disks(found);
+    return {packed, found.members()};
+}
+
+} // namespace tool

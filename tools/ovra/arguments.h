@@ -1,0 +1,110 @@
+/* SPDX-License-Identifier: MIT */
+// What several verbs take on the command line. Each class declares its options and holds their values.
+#ifndef OVRA_TOOLS_ARGUMENTS_H
+#define OVRA_TOOLS_ARGUMENTS_H
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/machine/chosendisk.h"
+#include "tools/machine/devicepaths.h"
+#include "tools/machine/general.h"
+
+namespace CLI {
+class App;
+class Option;
+} // namespace CLI
+
+namespace tool {
+
+// An option or a positional argument with one value, shown in help as `shown`. The value is handed to `take`,
+// which may throw a usage_error.
+CLI::Option *add_value(CLI::App &app, const char *name, const char *shown, const char *help,
+                       std::function<void(const std::string &)> take);
+
+// The number that "Boot001F", "boot1f" or "1f" names. Throws a usage_error.
+uint16_t option_number(const std::string &text);
+
+// Programs read such a number as octal or as decimal: nobody can tell which is meant. (In the names of
+// options all digits are hexadecimal.) Throws a usage_error.
+void refuse_leading_zero(const std::string &text);
+
+// One boot option.
+struct option_argument {
+    std::optional<uint16_t> number;
+
+    CLI::Option *declare(CLI::App &app, const char *help);
+};
+
+// One boot option or more, in the order in which they are named.
+struct options_argument {
+    std::vector<uint16_t> numbers;
+
+    CLI::Option *declare(CLI::App &app, const char *help);
+};
+
+// A place in BootOrder, counted from 0; negative counts from the end, -1 is the end.
+struct position_argument {
+    std::optional<int> place;
+
+    CLI::Option *declare(CLI::App &app, const char *name, const char *shown, const char *help);
+};
+
+struct description_argument {
+    std::optional<std::string> text; // can be stored
+
+    CLI::Option *declare(CLI::App &app);
+};
+
+// --optdata-file and --optdata-text.
+struct optional_data_arguments {
+    std::optional<std::string> file;
+    std::optional<std::string> text;
+
+    void declare(CLI::App &app);
+    bool given() const { return file || text; }
+    // The data; nothing when none is given. Throws a failure when the file cannot be read.
+    std::optional<bytes> read() const;
+};
+
+// A disk's slice or partition.
+struct disk_argument {
+    std::optional<std::string> name;
+
+    CLI::Option *declare(CLI::App &app, const char *option, const char *help);
+    // The disk that is named, told of on standard error, but for programs. Throws a failure.
+    chosen_disk find(const general_options &general) const;
+};
+
+struct given_path {
+    bytes packed;
+    json disk = json::object(); // for programs: which disk was taken, if one was
+};
+
+// A path to a device, as text or by the name of a disk, and the file on the device.
+struct path_arguments {
+    std::optional<std::string> device_text;
+    std::optional<std::string> file;
+    disk_argument disk;
+    bool full = false; // the path to a disk begins with its hardware nodes
+
+    CLI::Option *declare_devpath(CLI::App &app);
+    CLI::Option *declare_file(CLI::App &app);
+    // Takes a file at the end of the text off it, and says how firmware names the file. Throws a usage_error.
+    void settle_file();
+
+    // What they pack to with a file. A disk that is taken is told of on standard error, but for programs.
+    // Throws a failure.
+    given_path encode(device_paths &paths, const std::optional<std::string> &with_file,
+                      const general_options &general) const;
+
+private:
+    void warn_of_wrong_disks(const chosen_disk &found) const;
+};
+
+} // namespace tool
+
+#endif

@@ -1,0 +1,39 @@
+/* SPDX-License-Identifier: MIT */
+// What a verb is. Each has a file, in which it declares its options, holds their values and runs; a line of
+// verbs.def names it.
+#ifndef OVRA_TOOLS_VERB_H
+#define OVRA_TOOLS_VERB_H
+
+#include <memory>
+
+#include "tools/machine/general.h"
+
+namespace CLI {
+class App;
+}
+
+namespace tool {
+
+class verb {
+public:
+    verb() = default;
+    virtual ~verb() = default;
+    verb(const verb &) = delete;
+    verb &operator=(const verb &) = delete;
+
+    // Describes the verb, and declares its options and positional arguments.
+    virtual void declare(CLI::App &app) = 0;
+    // Called once all values are read. Throws a usage_error for those that do not go together.
+    virtual void check() {}
+    // Does it. Throws a failure.
+    virtual void run(const general_options &general) = 0;
+};
+
+// Makes the verb of that name; defined in its file.
+#define VERB(name) std::unique_ptr<verb> make_##name();
+#include "tools/ovra/verbs.def"
+#undef VERB
+
+} // namespace tool
+
+#endif

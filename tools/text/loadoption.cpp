@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: MIT
+#include "tools/text/loadoption.h"
+
+#include <cstring>
+
+#include "src/base/nodes.h"
+#include "tools/text/failure.h"
+#include "tools/text/numbers.h"
+
+namespace tool {
+
+namespace {
+
+// What ovra_bootopt_get hands back whole.
+constexpr size_t description_characters = 127;
+constexpr size_t description_bytes = 256;
+
+} // namespace
+
+std::optional<ovra::load_option_parts> split(byte_view variable)
+{
+    const auto option = ovra::split_load_option(variable);
+    if (!option || !option->is_whole())
+        return std::nullopt;
+    return *option;
+}
+
+bytes as_stored(const load_option &option)
+{
+    const auto description = to_ucs2(option.description);
+    if (!description)
+        throw failure("the description " + in_quotes(option.description) + " cannot be stored as UCS-2");
+    const ovra::load_option_parts parts = {option.attributes, ovra::bytes_of_units(*description), option.path,
+                                           option.optional_data};
+    bytes variable(ovra::stored_size(parts));
+    ovra::write_load_option(parts, variable);
+    return variable;
+}
+
+void check_description(const std::string &description)
+{
+    const auto units = to_ucs2(description);
+    if (!units)
+        throw usage_error("--desc: " + in_quotes(description) +
+                          " is no UTF-8 text of characters up to U+FFFF");
+    if (units->size() - 1 > description_characters || description.size() > description_bytes)
+        throw usage_error(format("--desc: a description has at most %zu characters and %zu bytes in UTF-8",
+                                 description_characters, description_bytes));
+}
+
+void check_size(const load_option &option)
+{
+    const size_t optional_data_offset = as_stored(option).size() - option.optional_data.size();
+    if (optional_data_offset > UINT16_MAX)
+        throw failure(format("the description and the path have %zu bytes together", optional_data_offset),
+                      "Where optional data begins must fit in 16 bits.");
+}
+
+std::optional<std::string> path_error(byte_view path)
+{
+    if (path.size() > UINT16_MAX)
+        return "it is longer than 65535 bytes";
+    bool ended = false;
+    for (ovra::cursor nodes{path}; !nodes.at_end();) {
+        const size_t left = nodes.rest.size();
+        if (nodes.header_cut_off())
+            return format("at byte %zu less than a node header is left", path.size() - left);
+        const size_t length = nodes.peek()->len;
+        const uefi_device_path_t *node = nodes.next();
+        if (!node)
+            return format("the node at byte %zu gives its length as %zu, %zu bytes are left",
+                          path.size() - left, length, left);
+        ended = ovra::is_end_entire(node);
+    }
+    if (!ended)
+        return "it does not end in an END node (7fff0400)";
+    return std::nullopt;
+}
+
+std::string attribute_text(uint32_t attributes)
+{
+    std::vector<std::string> words;
+    words.emplace_back((attributes & LOAD_OPTION_ACTIVE) != 0 ? "active" : "inactive");
+    if ((attributes & LOAD_OPTION_FORCE_RECONNECT) != 0)
+        words.emplace_back("force-reconnect");
+    if ((attributes & LOAD_OPTION_HIDDEN) != 0)
+        words.emplace_back("hidden");
+    // The category (UEFI 3.1.3): 0 is an option to boot, 1 an application.
+    const uint32_t category = attributes >> 8 & 0x1f;
+    if (category == 1)
+        words.emplace_back("application");
+    else if (category != 0)
+        words.push_back(format("category %u", category));
+    return format("0x%08x (%s)", attributes, join(words, ", ").c_str());
+}
+
+std::string optional_data_text(byte_view data)
+{
+    if (const auto text = as_text(data))
+        return in_quotes(*text);
+    return hex(data) + format(" (%zu bytes)", data.size());
+}
+
+} // namespace tool

@@ -1,0 +1,48 @@
+/* SPDX-License-Identifier: MIT */
+// A load option (UEFI 3.1.3) as the command handles it.
+#ifndef OVRA_TOOLS_LOADOPTION_H
+#define OVRA_TOOLS_LOADOPTION_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "src/base/load_option.h"
+#include "tools/text/text.h"
+
+namespace tool {
+
+struct load_option {
+    uint32_t attributes = LOAD_OPTION_ACTIVE;
+    std::string description;
+    bytes path; // packed device path
+    bytes optional_data;
+
+    bool active() const { return (attributes & LOAD_OPTION_ACTIVE) != 0; }
+};
+
+// The parts of a load option variable; nothing when it is too short for what it says of itself.
+std::optional<ovra::load_option_parts> split(byte_view variable);
+
+// The variable that an option is stored as. Its description must fit, which check_description says.
+bytes as_stored(const load_option &option);
+
+// Throws a usage_error for a description that could be written but not be read back whole.
+void check_description(const std::string &description);
+
+// Throws a failure for an option that could be written but not be read back whole.
+void check_size(const load_option &option);
+
+// What is wrong with bytes that should be packed device paths, nodes that end in an END node; nothing if all
+// is well.
+std::optional<std::string> path_error(byte_view path);
+
+// "0x00000109 (active, hidden, app)"
+std::string attribute_text(uint32_t attributes);
+
+// "\"quiet splash\"", or hexadecimal digits and the size.
+std::string optional_data_text(byte_view data);
+
+} // namespace tool
+
+#endif

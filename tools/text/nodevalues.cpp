@@ -1,0 +1,167 @@
+// SPDX-License-Identifier: MIT
+#include "tools/text/nodevalues.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include "src/base/guid.h"
+#include "tools/text/text.h"
+
+namespace tool {
+
+namespace {
+
+constexpr bool is_hex_digit(char c)
+{
+    return is_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+
+constexpr char lower(char c)
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+std::string lower(std::string_view text)
+{
+    std::string result(text);
+    std::transform(result.begin(), result.end(), result.begin(), [](char c) { return lower(c); });
+    return result;
+}
+
+} // namespace
+
+bool same(std::string_view a, std::string_view b)
+{
+    return lower(a) == lower(b);
+}
+
+std::vector<std::string_view> parts_of(std::string_view text, char at)
+{
+    std::vector<std::string_view> parts;
+    for (;;) {
+        const size_t end = std::min(text.find(at), text.size());
+        parts.push_back(text.substr(0, end));
+        if (end == text.size())
+            return parts;
+        text.remove_prefix(end + 1);
+    }
+}
+
+namespace {
+
+bool are_hex_digits(std::string_view text)
+{
+    return !text.empty() && std::all_of(text.begin(), text.end(), is_hex_digit);
+}
+
+} // namespace
+
+std::optional<uint64_t> number_in(std::string_view text, int base)
+{
+    uint64_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
+    if (text.empty() || error != std::errc() || end != text.data() + text.size())
+        return std::nullopt;
+    return value;
+}
+
+namespace {
+
+bool is_hexadecimal(std::string_view text)
+{
+    return text.size() > 2 && text[0] == '0' && lower(text[1]) == 'x';
+}
+
+} // namespace
+
+std::optional<uint64_t> number_in(std::string_view text)
+{
+    if (is_hexadecimal(text))
+        return number_in(text.substr(2), 16);
+    const auto value = text.empty() || is_digit(text[0]) ? number_in(text, 10) : std::nullopt;
+    return value && text[0] == '0' && *value > 7 ? std::nullopt : value;
+}
+
+namespace {
+
+bool is_list(std::string_view kind)
+{
+    return kind.find('|') != std::string_view::npos;
+}
+
+} // namespace
+
+std::optional<uint64_t> listed_value(std::string_view list, std::string_view word)
+{
+    uint64_t value = 0;
+    for (const std::string_view words : parts_of(list, '|')) {
+        for (const std::string_view each : parts_of(words, ',')) {
+            if (same(each, word))
+                return value;
+        }
+        ++value;
+    }
+    return std::nullopt;
+}
+
+namespace {
+
+bool is_eisa_id(std::string_view text)
+{
+    return text == "0" ||
+           (text.size() == 7 && are_hex_digits(text.substr(3)) &&
+            std::all_of(text.begin(), text.begin() + 3, [](char c) { return c >= 'A' && c <= 'Z'; }));
+}
+
+bool is_address(std::string_view text)
+{
+    return std::all_of(text.begin(), text.end(),
+                       [](char c) { return is_hex_digit(c) || c == '.' || c == ':'; });
+}
+
+bool is_word(std::string_view text)
+{
+    return !text.empty() && !is_digit(text[0]) && std::all_of(text.begin(), text.end(), [](char c) {
+        return is_digit(c) || c == '_' || (lower(c) >= 'a' && lower(c) <= 'z');
+    });
+}
+
+} // namespace
+
+bool is_of_kind(std::string_view kind, const std::string &text)
+{
+    if (kind == "number")
+        return number_in(text).has_value();
+    if (kind == "digits")
+        return number_in(is_hexadecimal(text) ? std::string_view(text).substr(2) : text, 16).has_value();
+    if (kind == "bytes")
+        return are_hex_digits(text) && text.size() % 2 == 0;
+    if (kind == "guid")
+        return ovra::parse_guid(text).has_value();
+    if (kind == "guid?")
+        return ovra::parse_guid(text) || number_in(text);
+    if (kind == "eisa")
+        return is_eisa_id(text);
+    if (kind == "address")
+        return is_address(text);
+    if (kind == "word")
+        return is_word(text) || number_in(text);
+    if (is_list(kind))
+        return listed_value(kind, text) || number_in(text);
+    return to_ucs2(text).has_value();
+}
+
+std::string meaning(std::string_view kind, const std::string &text)
+{
+    if (is_list(kind)) {
+        const auto value = listed_value(kind, text);
+        return std::to_string(value ? *value : number_in(text).value_or(UINT64_MAX));
+    }
+    if (const auto value = kind == "number" || kind == "guid?" ? number_in(text) : std::nullopt)
+        return std::to_string(*value);
+    if (kind == "eisa") // the library prints no letters of it
+        return text == "0" ? "0000" : lower(text.substr(3));
+    return kind == "text" ? text : lower(text);
+}
+
+} // namespace tool

@@ -1,0 +1,205 @@
+// SPDX-License-Identifier: MIT
+#include "tools/text/text.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdarg>
+#include <cstdio>
+#include <cwchar>
+#include <cwctype>
+
+#include "src/base/text.h"
+
+namespace tool {
+
+namespace {
+
+// Characters that change how the text around them is shown, or take no room and show nothing.
+bool misleads(char32_t character)
+{
+    struct range {
+        char32_t first, last;
+    };
+    static constexpr range ranges[] = {{0x61c, 0x61c},   {0x200b, 0x200b},  {0x200e, 0x200f},
+                                       {0x2028, 0x202e}, {0x2060, 0x206f},  {0xfeff, 0xfeff},
+                                       {0xfff9, 0xfffb}, {0xe0000, 0xe007f}};
+    return std::any_of(std::begin(ranges), std::end(ranges), [character](const range &range) {
+        return character >= range.first && character <= range.last;
+    });
+}
+
+bool shows(char32_t character)
+{
+    return !misleads(character) && std::iswprint(static_cast<wint_t>(character)) != 0;
+}
+
+std::vector<CHAR16> units_of(byte_view data)
+{
+    std::vector<CHAR16> units;
+    for (size_t at = 0; at < ovra::unit_count(data); ++at)
+        units.push_back(ovra::unit_at(data, at));
+    return units;
+}
+
+} // namespace
+
+std::optional<std::vector<CHAR16>> to_ucs2(std::string_view utf8)
+{
+    std::vector<CHAR16> units;
+    while (!utf8.empty()) {
+        const auto next = ovra::first_of_utf8(utf8);
+        if (!next.valid || next.character == 0 || next.character > 0xffff)
+            return std::nullopt;
+        units.push_back(static_cast<CHAR16>(next.character));
+        utf8.remove_prefix(next.size);
+    }
+    units.push_back(0);
+    return units;
+}
+
+bytes stored(std::span<const CHAR16> text)
+{
+    const byte_view data = ovra::bytes_of_units(text);
+    return {data.begin(), data.end()};
+}
+
+std::string to_utf8(std::span<const CHAR16> text)
+{
+    std::string utf8;
+    while (!text.empty() && text.front() != 0) {
+        const auto next = ovra::first_of_utf16(ovra::bytes_of_units(text));
+        utf8 += ovra::utf8_character(next.character).view();
+        text = text.subspan(next.size);
+    }
+    return utf8;
+}
+
+std::optional<std::string> as_text(byte_view data)
+{
+    if (data.empty())
+        return std::nullopt;
+    const byte_view unterminated = data.back() == 0 ? data.first(data.size() - 1) : data;
+    const auto is_ascii = [](uint8_t byte) { return byte >= 0x20 && byte < 0x7f; };
+    if (!unterminated.empty() && std::all_of(unterminated.begin(), unterminated.end(), is_ascii))
+        return std::string(unterminated.begin(), unterminated.end());
+
+    if (data.size() % 2 != 0)
+        return std::nullopt;
+    std::vector<CHAR16> units = units_of(data);
+    const bool terminated = units.back() == 0;
+    if (terminated)
+        units.pop_back();
+    // Nearly any pair of bytes is some character: without a terminator only European letters count as text.
+    const auto is_text = [terminated](CHAR16 unit) {
+        return (terminated || unit < 0x250) && !ovra::is_surrogate(unit) && shows(unit);
+    };
+    if (units.empty() || !std::all_of(units.begin(), units.end(), is_text))
+        return std::nullopt;
+    return to_utf8(units);
+}
+
+std::string printable(std::string_view utf8)
+{
+    std::string shown;
+    while (!utf8.empty()) {
+        const auto next = ovra::first_of_utf8(utf8);
+        if (!next.valid)
+            shown += format("\\x%02x", static_cast<unsigned char>(utf8[0]));
+        else if (shows(next.character))
+            shown += utf8.substr(0, next.size);
+        else
+            shown += format("\\u%04x", static_cast<unsigned>(next.character));
+        utf8.remove_prefix(next.size);
+    }
+    return shown;
+}
+
+std::string escaped_in_json(std::string_view document)
+{
+    std::string escaped;
+    while (!document.empty()) {
+        const auto next = ovra::first_of_utf8(document);
+        if (next.character == '\n' || shows(next.character)) {
+            escaped += document.substr(0, next.size);
+        } else {
+            const ovra::utf16_character utf16(next.character);
+            for (const CHAR16 unit : utf16.view())
+                escaped += format("\\u%04x", unit);
+        }
+        document.remove_prefix(next.size);
+    }
+    return escaped;
+}
+
+size_t columns(std::string_view utf8)
+{
+    size_t total = 0;
+    while (!utf8.empty()) {
+        const auto next = ovra::first_of_utf8(utf8);
+        const int width = wcwidth(static_cast<wchar_t>(next.character));
+        total += width < 0 ? 1 : static_cast<size_t>(width);
+        utf8.remove_prefix(next.size);
+    }
+    return total;
+}
+
+std::string in_quotes(std::string_view text)
+{
+    return '"' + printable(text) + '"';
+}
+
+std::string broken(const std::string &line, size_t indent)
+{
+    constexpr size_t width = 80;
+    constexpr size_t longest_word = 24;
+    const std::string next_line = "\n      ";
+    if (indent + columns(line) <= width || line.find('"') != std::string::npos)
+        return line;
+    std::string all;
+    size_t column = indent;
+    for (size_t begin = 0; begin < line.size();) {
+        const size_t end = std::min(line.find(' ', begin), line.size());
+        const std::string word = line.substr(begin, end - begin);
+        if (word.size() > longest_word || word.find('/') != std::string::npos)
+            return line;
+        const bool is_first = all.empty();
+        if (!is_first && column + 1 + columns(word) > width) {
+            all += next_line;
+            column = next_line.size() - 1;
+        } else if (!is_first) {
+            all += ' ';
+            ++column;
+        }
+        all += word;
+        column += columns(word);
+        begin = end + 1;
+    }
+    return all;
+}
+
+std::string join(const std::vector<std::string> &words, std::string_view separator)
+{
+    std::string text;
+    for (const std::string &word : words) {
+        if (&word != &words.front())
+            text += separator;
+        text += word;
+    }
+    return text;
+}
+
+std::string format(const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    va_list again;
+    va_copy(again, args);
+    const int size = vsnprintf(nullptr, 0, format, args);
+    va_end(args);
+    std::string text(size > 0 ? static_cast<size_t>(size) : 0, '\0');
+    vsnprintf(text.data(), text.size() + 1, format, again);
+    va_end(again);
+    return text;
+}
+
+} // namespace tool
