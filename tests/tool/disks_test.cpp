@@ -62,7 +62,7 @@ bool is_hex(const std::string &text)
 
 class disks_verb : ovra::test::folders_in_memory, public Machine {
 protected:
-    explicit Disks(const std::string &captured = "q35")
+    explicit disks_verb(const std::string &captured = "q35")
     {
         fs::remove_all(root / "sys");
         const std::string unpack = "tar --sparse -xzf '" OVRA_TEST_DATA "/machines/" + captured +

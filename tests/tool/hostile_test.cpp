@@ -230,7 +230,7 @@ void make_link(const fs::path &path)
     fs::create_symlink("elsewhere", path);
 }
 
-using h = HostileMachine;
+using h = hostile_machine;
 
 auto attributes(uint32_t stored)
 {
