@@ -31,11 +31,11 @@ bytes option_bytes(const std::string &path_hex, const std::string &optional_hex 
     return all;
 }
 
-class accessors : public driver_fixture {
+class accessors : public open_handle {
 protected:
     void SetUp() override
     {
-        driver_fixture::SetUp();
+        open_handle::SetUp();
         fakes::put_variable("Boot0001", option_bytes(whole_path()));
     }
 

@@ -6,8 +6,8 @@ using namespace ovra::test;
 
 namespace {
 
-struct bootopt_damage : driver_fixture {
-    using driver_fixture::hdl;
+struct bootopt_damage : open_handle {
+    using open_handle::hdl;
 };
 
 struct bootopt_damage_file : file_fixture {

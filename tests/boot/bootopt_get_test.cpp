@@ -6,8 +6,8 @@ using namespace ovra::test;
 
 namespace {
 
-struct bootopt_get : driver_fixture {
-    using driver_fixture::hdl;
+struct bootopt_get : open_handle {
+    using open_handle::hdl;
 };
 
 struct bootopt_get_file : file_fixture {

@@ -10,8 +10,8 @@ using namespace ovra::test;
 
 namespace {
 
-struct bootopt : driver_fixture {
-    using driver_fixture::hdl;
+struct bootopt : open_handle {
+    using open_handle::hdl;
 
     // Everything that a test does not care about has a value that shows.
     int set(const char *desc, bytes path = from_hex("7f ff 04 00"), bytes optdata = {}, uint32_t attr = 1)

@@ -20,7 +20,7 @@ constexpr named both[] = {
     {"BootNext", ovra_bootnext_get, "bootnext_get"},
 };
 
-struct bootcurrent : driver_fixture {
+struct bootcurrent : open_handle {
     // Fails silently, and leaves the output.
     static void expect_none(ovra_hdl_t hdl, const named &one)
     {
@@ -33,7 +33,7 @@ struct bootcurrent : driver_fixture {
     }
 };
 
-struct bootnext : driver_fixture {};
+struct bootnext : open_handle {};
 struct bootcurrent_file : file_fixture {};
 
 } // namespace

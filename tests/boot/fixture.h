@@ -16,6 +16,7 @@
 #include "platform/include/devns.h"
 #include "src/rt/rt.h"
 #include "tests/fakes/driver.h"
+#include "tests/rt/open_handle.h"
 #include "tests/support/bytes.h"
 #include "tests/support/guards.h"
 #include "tests/support/messages.h"
@@ -51,26 +52,6 @@ inline bool is_tracked(ovra_hdl_t hdl, const void *block)
             return true;
     return false;
 }
-
-/* A handle over the driver in memory. */
-class driver_fixture : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        fakes::reset();
-        ASSERT_EQ(ovra_init(&hdl), 0);
-    }
-    void TearDown() override
-    {
-        if (hdl)
-            ovra_fini(hdl);
-        EXPECT_EQ(fakes::open_descriptors(), 0U);
-        EXPECT_EQ(fakes::wrong_descriptors(), 0U);
-    }
-
-    const environment no_files{"OVRA_TEST_FILE", nullptr};
-    ovra_hdl_t hdl = nullptr;
-};
 
 /* A handle in test-file mode, in a folder of its own, on a machine without runtime services. */
 class file_fixture : public ::testing::Test {

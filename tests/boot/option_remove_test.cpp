@@ -7,8 +7,8 @@ using namespace ovra::test;
 
 namespace {
 
-struct bootopt_remove : driver_fixture {
-    using driver_fixture::hdl;
+struct bootopt_remove : open_handle {
+    using open_handle::hdl;
 };
 
 struct bootopt_remove_file : file_fixture {};

@@ -10,8 +10,8 @@ using namespace ovra::test;
 
 namespace {
 
-struct bootorder_insert : driver_fixture {
-    using driver_fixture::hdl;
+struct bootorder_insert : open_handle {
+    using open_handle::hdl;
 };
 
 struct insert_case {

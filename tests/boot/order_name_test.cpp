@@ -6,8 +6,8 @@ using namespace ovra::test;
 
 namespace {
 
-struct bootorder_name : driver_fixture {
-    using driver_fixture::hdl;
+struct bootorder_name : open_handle {
+    using open_handle::hdl;
 };
 
 struct loose_case {

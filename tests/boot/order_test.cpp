@@ -9,8 +9,8 @@ using namespace ovra::test;
 
 namespace {
 
-struct bootorder : driver_fixture {
-    using driver_fixture::hdl;
+struct bootorder : open_handle {
+    using open_handle::hdl;
 };
 
 struct remove_case {

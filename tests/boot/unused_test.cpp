@@ -6,7 +6,7 @@ using namespace ovra::test;
 
 namespace {
 
-struct bootopt_unused : driver_fixture {};
+struct bootopt_unused : open_handle {};
 struct bootopt_unused_file : file_fixture {};
 
 std::string unused(ovra_hdl_t hdl)

@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: MIT
 // The tables tests/data/encode_*.tsv: each row a text, the bytes that it stands for, and what is said
 // meanwhile.
-#include <ostream>
+#include <map>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "tests/encode/encoding.h"
 #include "tests/encode/table_file.h"
+#include "tests/support/rows.h"
 
 using namespace ovra::test;
 
@@ -20,11 +22,6 @@ struct golden_row {
     std::string messages;
 };
 
-void PrintTo(const golden_row &row, std::ostream *to)
-{
-    *to << row.text.substr(0, 200);
-}
-
 std::vector<golden_row> rows_of(const std::string &file)
 {
     std::vector<golden_row> rows;
@@ -33,18 +30,9 @@ std::vector<golden_row> rows_of(const std::string &file)
     return rows;
 }
 
-std::string name_of(const testing::TestParamInfo<golden_row> &info)
+void check_row(testing::Test &, const golden_row &row)
 {
-    return info.param.name;
-}
-
-class golden : public testing::TestWithParam<golden_row> {};
-
-} // namespace
-
-TEST_P(golden, row)
-{
-    const golden_row &row = GetParam();
+    SCOPED_TRACE(row.text.substr(0, 200));
     const encoding given = encode(row.text);
     if (row.bytes == "-")
         EXPECT_EQ(given.result, -1) << given.bytes;
@@ -53,16 +41,18 @@ TEST_P(golden, row)
     EXPECT_EQ(given.said, row.messages);
 }
 
-#define GOLDEN_TABLE(table)                                                                                  \
-    INSTANTIATE_TEST_SUITE_P(table, golden, testing::ValuesIn(rows_of("encode_" #table ".tsv")), name_of)
-GOLDEN_TABLE(arguments);
-GOLDEN_TABLE(path);
-GOLDEN_TABLE(generic);
-GOLDEN_TABLE(hardware);
-GOLDEN_TABLE(acpi);
-GOLDEN_TABLE(terminal);
-GOLDEN_TABLE(disk);
-GOLDEN_TABLE(sas);
-GOLDEN_TABLE(usb);
-GOLDEN_TABLE(network);
-GOLDEN_TABLE(media);
+bool register_table(const std::string &name)
+{
+    static std::map<std::string, std::vector<golden_row>> tables;
+    const auto &rows = tables[name] = rows_of("encode_" + name + ".tsv");
+    return register_rows("golden_" + name, rows, check_row, __FILE__, __LINE__);
+}
+
+const bool tables_registered[] = {
+    register_table("arguments"), register_table("path"),  register_table("generic"),
+    register_table("hardware"),  register_table("acpi"),  register_table("terminal"),
+    register_table("disk"),      register_table("sas"),   register_table("usb"),
+    register_table("network"),   register_table("media"),
+};
+
+} // namespace

@@ -101,13 +101,10 @@ const encoder_case kept_apci[] = {
 };
 const encoder_case kept_memap = {"MemoryMapped(1,2,3)", {"unable to allocate memap_dpath\n"}};
 
-void sweep_encoder(const encoder_case &one)
+// The encoder of a text's node, with what is to be looked at of each attempt.
+template <typename check_t>
+void sweep_node(const made_arguments &args, const check_t &check)
 {
-    SCOPED_TRACE(one.text);
-    const made_arguments args(one.text);
-    ASSERT_TRUE(args.row);
-    ASSERT_TRUE(args.list);
-    expected_messages messages{one.wanted};
     auto *untouched = reinterpret_cast<uefi_device_path_t *>(args.list.get());
     for_each_refused_allocation(
         [&](ovra_hdl_t) {
@@ -119,7 +116,17 @@ void sweep_encoder(const encoder_case &one)
                 EXPECT_EQ(node, untouched);
             return result;
         },
-        [&](const attempt &attempt) { messages.look(attempt); });
+        check);
+}
+
+void sweep_encoder(const encoder_case &one)
+{
+    SCOPED_TRACE(one.text);
+    const made_arguments args(one.text);
+    ASSERT_TRUE(args.row);
+    ASSERT_TRUE(args.list);
+    expected_messages messages{one.wanted};
+    sweep_node(args, [&](const attempt &attempt) { messages.look(attempt); });
     EXPECT_EQ(messages.seen, one.wanted);
 }
 
@@ -204,23 +211,12 @@ TEST(refused_allocation, each_positional_row_is_told)
         SCOPED_TRACE(row.text);
         const made_arguments args(row.text);
         ASSERT_TRUE(args.list);
-        auto *untouched = reinterpret_cast<uefi_device_path_t *>(args.list.get());
-        for_each_refused_allocation(
-            [&](ovra_hdl_t) {
-                uefi_device_path_t *node = untouched;
-                const int result = args.row->opt_encode_fcn(args.list.get(), &node);
-                if (result == 0)
-                    free(node);
-                else
-                    EXPECT_EQ(node, untouched);
-                return result;
-            },
-            [&](const attempt &attempt) {
-                if (attempt.refused == 0)
-                    return;
-                ++told;
-                EXPECT_TRUE(attempt.messages.ends_with('\n')) << attempt.messages;
-            });
+        sweep_node(args, [&](const attempt &attempt) {
+            if (attempt.refused == 0)
+                return;
+            ++told;
+            EXPECT_TRUE(attempt.messages.ends_with('\n')) << attempt.messages;
+        });
     }
     EXPECT_GT(told, 40U);
 }

@@ -61,36 +61,16 @@ TEST(refused_allocation, getters)
     const made_arguments guid("VenHw(" A_GUID ",0102)");
     long refused = 0;
     const auto count = [&](const attempt &one) { refused += one.refused; };
-    for_each_refused_allocation(
-        [&](ovra_hdl_t) {
-            uint64_t value = 0;
-            return static_cast<int>(encode_arg_uint_common(number.list.get(), "Controller", &value, 0));
-        },
-        count);
-    for_each_refused_allocation(
-        [&](ovra_hdl_t) {
-            uint8_t value = 0;
-            return encode_arg_uint8(number.list.get(), "Controller", &value, 0);
-        },
-        count);
-    for_each_refused_allocation(
-        [&](ovra_hdl_t) {
-            uint16_t value = 0;
-            return encode_arg_uint16(number.list.get(), "Controller", &value, 0);
-        },
-        count);
-    for_each_refused_allocation(
-        [&](ovra_hdl_t) {
-            uint32_t value = 0;
-            return encode_arg_uint32(number.list.get(), "Controller", &value, 0);
-        },
-        count);
-    for_each_refused_allocation(
-        [&](ovra_hdl_t) {
-            uint64_t value = 0;
-            return encode_arg_uint64(number.list.get(), "Controller", &value, 0);
-        },
-        count);
+    const auto sweep_number = [&](auto getter, auto value) {
+        for_each_refused_allocation(
+            [&](ovra_hdl_t) { return static_cast<int>(getter(number.list.get(), "Controller", &value, 0)); },
+            count);
+    };
+    sweep_number(encode_arg_uint_common, uint64_t{0});
+    sweep_number(encode_arg_uint8, uint8_t{0});
+    sweep_number(encode_arg_uint16, uint16_t{0});
+    sweep_number(encode_arg_uint32, uint32_t{0});
+    sweep_number(encode_arg_uint64, uint64_t{0});
     for_each_refused_allocation(
         [&](ovra_hdl_t) {
             uint32_t value = 0;

@@ -11,135 +11,6 @@ namespace fakes {
 
 namespace {
 
-template <typename record>
-record copy_of(const void *bytes)
-{
-    record copy;
-    memcpy(&copy, bytes, sizeof copy);
-    return copy;
-}
-
-template <typename value>
-std::optional<value> value_at(const value *pointer)
-{
-    return pointer ? std::optional<value>(*pointer) : std::nullopt;
-}
-
-bytes bytes_at(const void *pointer, size_t size)
-{
-    const auto *from = static_cast<const uint8_t *>(pointer);
-    return pointer ? bytes(from, from + size) : bytes();
-}
-
-size_t record_size(int command)
-{
-    switch (command) {
-    case OVRA_GET_VARIABLE:
-    case OVRA_SET_VARIABLE:
-        return sizeof(ovra_variable_args_t);
-    case OVRA_GET_NEXT_VARIABLE_NAME:
-        return sizeof(ovra_get_next_variable_name_args_t);
-    case OVRA_QUERY_VARIABLE_INFO:
-        return sizeof(ovra_query_variable_info_args_t);
-    case OVRA_GET_TIME:
-        return sizeof(ovra_get_time_args_t);
-    case OVRA_SET_TIME:
-        return sizeof(ovra_set_time_args_t);
-    case OVRA_GET_WAKEUP_TIME:
-        return sizeof(ovra_get_wakeup_time_args_t);
-    case OVRA_SET_WAKEUP_TIME:
-        return sizeof(ovra_set_wakeup_time_args_t);
-    case OVRA_RESET_SYSTEM:
-        return sizeof(ovra_reset_system_args_t);
-    case OVRA_GET_NEXT_HIGH_MONOTONIC_COUNT:
-        return sizeof(ovra_get_next_high_monotonic_count_args_t);
-    default:
-        return 0;
-    }
-}
-
-// The name up to its terminator, at most `size` bytes.
-var_name name_at(const CHAR16 *name, UINTN size)
-{
-    var_name text;
-    for (UINTN unit = 0; name && unit < size / sizeof(CHAR16) && name[unit] != 0; ++unit)
-        text.push_back(name[unit]);
-    return text;
-}
-
-request decode(int fd, int command, const void *record)
-{
-    request seen;
-    seen.command = command;
-    seen.fd = fd;
-    seen.record = bytes_at(record, record_size(command));
-    switch (command) {
-    case OVRA_GET_VARIABLE:
-    case OVRA_SET_VARIABLE: {
-        const auto args = copy_of<ovra_variable_args_t>(record);
-        seen.ret = args.ret;
-        seen.variable_name_size = args.variable_name_size;
-        seen.name_bytes = bytes_at(args.variable_name, args.variable_name_size);
-        seen.name = name_at(args.variable_name, args.variable_name_size);
-        seen.guid = value_at(args.vendor_guid);
-        seen.attributes = value_at(args.attributes);
-        seen.data_size = value_at(args.data_size);
-        seen.data_address = args.data;
-        if (command == OVRA_SET_VARIABLE)
-            seen.data = bytes_at(args.data, seen.data_size.value_or(0));
-        break;
-    }
-    case OVRA_GET_NEXT_VARIABLE_NAME: {
-        const auto args = copy_of<ovra_get_next_variable_name_args_t>(record);
-        seen.ret = args.ret;
-        seen.variable_name_size = value_at(args.variable_name_size).value_or(0);
-        seen.name = name_at(args.variable_name, seen.variable_name_size);
-        seen.guid = value_at(args.vendor_guid);
-        break;
-    }
-    case OVRA_QUERY_VARIABLE_INFO: {
-        const auto args = copy_of<ovra_query_variable_info_args_t>(record);
-        seen.ret = args.ret;
-        seen.attributes = args.attributes;
-        break;
-    }
-    case OVRA_GET_TIME:
-        seen.ret = copy_of<ovra_get_time_args_t>(record).ret;
-        break;
-    case OVRA_SET_TIME: {
-        const auto args = copy_of<ovra_set_time_args_t>(record);
-        seen.ret = args.ret;
-        seen.time = value_at(args.time);
-        break;
-    }
-    case OVRA_GET_WAKEUP_TIME:
-        seen.ret = copy_of<ovra_get_wakeup_time_args_t>(record).ret;
-        break;
-    case OVRA_SET_WAKEUP_TIME: {
-        const auto args = copy_of<ovra_set_wakeup_time_args_t>(record);
-        seen.ret = args.ret;
-        seen.time = value_at(args.time);
-        seen.enable = args.enable;
-        break;
-    }
-    case OVRA_RESET_SYSTEM: {
-        const auto args = copy_of<ovra_reset_system_args_t>(record);
-        seen.data_size = args.data_size;
-        seen.data_address = args.reset_data;
-        seen.data = bytes_at(args.reset_data, args.data_size);
-        seen.reset_status = args.reset_status;
-        seen.reset_type = args.reset_type;
-        break;
-    }
-    case OVRA_GET_NEXT_HIGH_MONOTONIC_COUNT:
-        seen.ret = copy_of<ovra_get_next_high_monotonic_count_args_t>(record).ret;
-        break;
-    default:
-        break;
-    }
-    return seen;
-}
-
 EFI_STATUS get_variable(driver_state &driver, const ovra_variable_args_t &args, const request &seen)
 {
     if (!args.variable_name || !args.vendor_guid || !args.data_size)
@@ -251,6 +122,14 @@ bool scripted(driver_state &driver, const ovra_get_next_variable_name_args_t &ar
     return true;
 }
 
+EFI_STATUS query_info(const storage_info &info, const ovra_query_variable_info_args_t &args)
+{
+    *args.max_var_storage_size = info.max_storage;
+    *args.remaining_var_storage_size = info.remaining_storage;
+    *args.max_var_size = info.max_size;
+    return EFI_SUCCESS;
+}
+
 bool applies(rule &rule, const request &seen)
 {
     if (rule.command != any_command && rule.command != seen.command)
@@ -268,19 +147,24 @@ bool applies(rule &rule, const request &seen)
     return true;
 }
 
+// The rule that decides; each counts, whichever does.
+const rule *deciding_rule(driver_state &driver, const request &seen)
+{
+    const rule *decides = nullptr;
+    for (rule &candidate : driver.rules)
+        if (applies(candidate, seen))
+            decides = &candidate;
+    return decides;
+}
+
 // Carries the request out. Empty: the ioctl failed, errno says why.
 std::optional<EFI_STATUS> serve(driver_state &driver, const request &seen, void *record)
 {
-    const rule *decides = nullptr;
-    for (rule &candidate : driver.rules) // each counts, whichever decides
-        if (applies(candidate, seen))
-            decides = &candidate;
-    if (decides) {
-        if (decides->error != 0) {
-            errno = decides->error;
-            return std::nullopt;
-        }
-        return decides->status;
+    if (const rule *decides = deciding_rule(driver, seen)) {
+        if (decides->error == 0)
+            return decides->status;
+        errno = decides->error;
+        return std::nullopt;
     }
     switch (seen.command) {
     case OVRA_GET_VARIABLE:
@@ -290,17 +174,10 @@ std::optional<EFI_STATUS> serve(driver_state &driver, const request &seen, void 
     case OVRA_GET_NEXT_VARIABLE_NAME: {
         const auto args = copy_of<ovra_get_next_variable_name_args_t>(record);
         std::optional<EFI_STATUS> answer;
-        if (scripted(driver, args, answer))
-            return answer;
-        return next_variable_name(driver, args, seen);
+        return scripted(driver, args, answer) ? answer : next_variable_name(driver, args, seen);
     }
-    case OVRA_QUERY_VARIABLE_INFO: {
-        const auto args = copy_of<ovra_query_variable_info_args_t>(record);
-        *args.max_var_storage_size = driver.info.max_storage;
-        *args.remaining_var_storage_size = driver.info.remaining_storage;
-        *args.max_var_size = driver.info.max_size;
-        return EFI_SUCCESS;
-    }
+    case OVRA_QUERY_VARIABLE_INFO:
+        return query_info(driver.info, copy_of<ovra_query_variable_info_args_t>(record));
     case OVRA_GET_TIME: {
         const auto args = copy_of<ovra_get_time_args_t>(record);
         *args.time = driver.clock;

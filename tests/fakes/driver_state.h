@@ -3,6 +3,7 @@
 #ifndef TESTS_FAKES_DRIVER_STATE_H
 #define TESTS_FAKES_DRIVER_STATE_H
 
+#include <cstring>
 #include <list>
 #include <map>
 #include <set>
@@ -63,6 +64,18 @@ driver_state *the_driver();
 /* Takes a variable out of the store. */
 void erase_variable(driver_state &driver,
                     std::map<variable_key, std::list<stored>::iterator>::iterator found);
+
+/* A record of the caller's, which need not be aligned. */
+template <typename record>
+record copy_of(const void *from)
+{
+    record copy;
+    memcpy(&copy, from, sizeof copy);
+    return copy;
+}
+
+/* What a call hands over. */
+request decode(int fd, int command, const void *record);
 
 } // namespace fakes
 

@@ -11,6 +11,7 @@
 #include "src/osmap/harddrive.h"
 #include "tests/osmap/mapping.h"
 #include "tests/osmap/options.h"
+#include "tests/support/rows.h"
 #include "tests/support/sweep.h"
 
 using ovra::owned;
@@ -24,8 +25,6 @@ struct routine {
     std::function<int(ovra_hdl_t hdl, std::string *text)> call;
     // It may succeed without some memory: an option or a drive is passed over, a message is shorter.
     bool goes_on = false;
-
-    friend std::ostream &operator<<(std::ostream &out, const routine &one) { return out << one.name; }
 };
 
 int node_result(int result, uefi_device_path_t *node, std::string *text)
@@ -160,34 +159,34 @@ const routine routines[] = {
     constructing("add_scsi", [](auto **out) { return add_scsi(1, 2, out); }),
     constructing("add_atapi", [](auto **out) { return add_atapi(1, 2, 3, out); }),
     constructing("add_sata", [](auto **out) { return add_sata(1, 2, 3, out); }),
-    {"dinode_to_uefinode of a bridge", [](ovra_hdl_t, std::string *text) { return translate("pci", text); }},
-    {"dinode_to_uefinode of a function",
+    {"dinode_to_uefinode_of_a_bridge", [](ovra_hdl_t, std::string *text) { return translate("pci", text); }},
+    {"dinode_to_uefinode_of_a_function",
      [](ovra_hdl_t, std::string *text) { return translate("pci-ide", text); }},
-    {"dinode_to_uefinode of ide", [](ovra_hdl_t, std::string *text) { return translate("ide", text); }},
-    {"dinode_to_uefinode of a disk", [](ovra_hdl_t, std::string *text) { return translate("hdrv", text); }},
-    {"add_hardware_paths to SATA",
+    {"dinode_to_uefinode_of_ide", [](ovra_hdl_t, std::string *text) { return translate("ide", text); }},
+    {"dinode_to_uefinode_of_a_disk", [](ovra_hdl_t, std::string *text) { return translate("hdrv", text); }},
+    {"add_hardware_paths_to_SATA",
      [](ovra_hdl_t, std::string *text) { return walk("/dev/dsk/c0t0d0s0", text); }},
-    {"add_hardware_paths to SCSI",
+    {"add_hardware_paths_to_SCSI",
      [](ovra_hdl_t, std::string *text) { return walk("/devices/pci@0,0/pci1000,30@5/sd@3,1:a", text); }},
-    {"add_hardware_paths through ide",
+    {"add_hardware_paths_through_ide",
      [](ovra_hdl_t, std::string *text) {
          return walk("/devices/pci@0,0/pci-ide@1f,1/ide@1/hdrv@0,0:a", text);
      }},
-    {"add_hd_path of a slice",
+    {"add_hd_path_of_a_slice",
      [](ovra_hdl_t, std::string *text) { return build(add_hd_path, "c0t0d0s0", text); }},
-    {"add_hd_path of a partition",
+    {"add_hd_path_of_a_partition",
      [](ovra_hdl_t, std::string *text) { return build(add_hd_path, "c0t1d0p1", text); }},
     {"get_mbr_sig", [](ovra_hdl_t, std::string *text) { return signature(text); }},
     {"encode_path_logdrive", [](ovra_hdl_t hdl, std::string *text) { return encode(hdl, "c0t0d0s0", text); }},
-    {"encode_path_logdrive of a partition",
+    {"encode_path_logdrive_of_a_partition",
      [](ovra_hdl_t hdl, std::string *text) { return encode(hdl, "c0t1d0p1", text); }},
-    {"encode_path_logdrive through ide",
+    {"encode_path_logdrive_through_ide",
      [](ovra_hdl_t hdl, std::string *text) { return encode(hdl, "c3t0d0s0", text); }},
-    {"ovra_epath_encode of a disk",
+    {"ovra_epath_encode_of_a_disk",
      [](ovra_hdl_t hdl, std::string *text) { return encode_text(hdl, "/dev/dsk/c0t0d0s0", text); }},
-    {"ovra_epath_encode of a partition",
+    {"ovra_epath_encode_of_a_partition",
      [](ovra_hdl_t hdl, std::string *text) { return encode_text(hdl, "c0t1d0p1", text); }},
-    {"ovra_epath_encode of a device",
+    {"ovra_epath_encode_of_a_device",
      [](ovra_hdl_t hdl, std::string *text) {
          return encode_text(hdl, "/devices/pci@0,0/pci8086,2829@1f,2/disk@0,0:a", text);
      }},
@@ -195,9 +194,9 @@ const routine routines[] = {
      true},
     {"find_drive_mbrsig",
      [](ovra_hdl_t hdl, std::string *text) { return find_by_node(hdl, partition_node, text); }, true},
-    {"ovra_epath_decode_to_devices of a short form",
+    {"ovra_epath_decode_to_devices_of_a_short_form",
      [](ovra_hdl_t hdl, std::string *text) { return decode(hdl, partition_node, text); }, true},
-    {"ovra_epath_decode_to_devices of hardware paths",
+    {"ovra_epath_decode_to_devices_of_hardware_paths",
      [](ovra_hdl_t hdl, std::string *text) {
          return decode(hdl, disk_nodes + "04 04 08 00 5c 00 00 00 " + end_instance + disk_nodes + end_entire,
                        text);
@@ -206,18 +205,21 @@ const routine routines[] = {
     {"ovra_bootopt_logdev",
      [](ovra_hdl_t hdl, std::string *text) { return with_name(ovra_bootopt_logdev, hdl, "Boot0001", text); },
      true},
-    {"ovra_bootopt_logdev of a partition",
+    {"ovra_bootopt_logdev_of_a_partition",
      [](ovra_hdl_t hdl, std::string *text) { return with_name(ovra_bootopt_logdev, hdl, "Boot0002", text); },
      true},
     {"ovra_bootopt_find",
      [](ovra_hdl_t hdl, std::string *text) { return with_name(ovra_bootopt_find, hdl, "c0t0d0s0", text); },
      true},
-    {"ovra_bootopt_find of a partition",
+    {"ovra_bootopt_find_of_a_partition",
      [](ovra_hdl_t hdl, std::string *text) { return with_name(ovra_bootopt_find, hdl, "c0t1d0p1", text); },
      true},
 };
 
-class failing_platform : public mapping, public ::testing::WithParamInterface<routine> {
+class failing_platform : public mapping {
+public:
+    using mapping::hdl;
+
 protected:
     void SetUp() override
     {
@@ -264,21 +266,10 @@ bool begins(const std::string &whole, const std::string &text)
     return some.size() <= all.size() && std::equal(some.begin(), some.end(), all.begin());
 }
 
-std::string name_of_case(const ::testing::TestParamInfo<routine> &info)
-{
-    std::string name = info.param.name;
-    for (char &c : name)
-        if (!isalnum(static_cast<unsigned char>(c)))
-            c = '_';
-    return name;
-}
-
-} // namespace
-
-TEST_P(failing_platform, at_every_call)
+void at_every_call(failing_platform &test, const routine &row)
 {
     std::string expected;
-    ASSERT_EQ(quietly([&] { return GetParam().call(hdl, &expected); }), 0);
+    ASSERT_EQ(quietly([&] { return row.call(test.hdl, &expected); }), 0);
     for (const fakes::failing how : fakes::all_failings) {
         for (unsigned n = 0;; ++n) {
             SCOPED_TRACE("call " + std::to_string(n) + " fails in way " +
@@ -288,7 +279,7 @@ TEST_P(failing_platform, at_every_call)
             ASSERT_EQ(ovra_init(&fresh), 0);
             std::string text;
             fakes::fail_platform_call(n, how);
-            const int result = quietly([&] { return GetParam().call(fresh, &text); });
+            const int result = quietly([&] { return row.call(fresh, &text); });
             const bool failed = fakes::stop_failing();
             EXPECT_TRUE(result == 0 || result == -1);
             if (!failed) {
@@ -299,7 +290,7 @@ TEST_P(failing_platform, at_every_call)
             EXPECT_EQ(fakes::platform_objects(), 0U);
             // The same call again, with the platform in order.
             text.clear();
-            EXPECT_EQ(quietly([&] { return GetParam().call(fresh, &text); }), 0);
+            EXPECT_EQ(quietly([&] { return row.call(fresh, &text); }), 0);
             EXPECT_EQ(text, expected);
             ovra_fini(fresh);
             EXPECT_EQ(live_blocks(), 0);
@@ -310,17 +301,17 @@ TEST_P(failing_platform, at_every_call)
     }
 }
 
-TEST_P(failing_platform, at_every_allocation)
+void at_every_allocation(failing_platform &test, const routine &row)
 {
     std::string expected;
-    ASSERT_EQ(quietly([&] { return GetParam().call(hdl, &expected); }), 0);
+    ASSERT_EQ(quietly([&] { return row.call(test.hdl, &expected); }), 0);
     std::string text;
-    const auto body = [&text](ovra_hdl_t fresh) {
+    const auto body = [&](ovra_hdl_t fresh) {
         text.clear();
-        return GetParam().call(fresh, &text);
+        return row.call(fresh, &text);
     };
     const auto check = [](const attempt &) { EXPECT_EQ(fakes::platform_objects(), 0U); };
-    if (!GetParam().goes_on) {
+    if (!row.goes_on) {
         for_each_refused_allocation(body, check);
         return;
     }
@@ -351,7 +342,12 @@ TEST_P(failing_platform, at_every_allocation)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(each, failing_platform, ::testing::ValuesIn(routines), name_of_case);
+const bool routines_registered[] = {
+    register_rows("failing_platform_at_every_call", routines, at_every_call, __FILE__, __LINE__),
+    register_rows("failing_platform_at_every_allocation", routines, at_every_allocation, __FILE__, __LINE__),
+};
+
+} // namespace
 
 // Where one drive is all there is, there is no result without it.
 TEST_F(mapping, a_refused_allocation_loses_the_only_drive)

@@ -5,6 +5,7 @@
 #include <map>
 #include <random>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -202,6 +203,7 @@ private:
         std::string form;
         std::string (node_texts::*arguments)() = nullptr; // instead of that
     };
+    static const std::vector<row> kinds;
 
     // With those that roundtrip.tsv has a form for, in its fifth column.
     static std::vector<row> with_rows_of_the_table(std::vector<row> rows)
@@ -247,75 +249,7 @@ private:
 
     std::string next()
     {
-        static const std::vector<row> rows = with_rows_of_the_table({
-            {"Path", "Y,T,R"},
-            {"HardwarePath", "T,R"},
-            {"Pci", "", &node_texts::pci},
-            {"pcCard", "b"},
-            {"MemoryMapped", "d,q,q"},
-            {"VenHw", "", &node_texts::vendor},
-            {"Ctrl", "d"},
-            {"AcpiPath", "T,R"},
-            {"Acpi", "P,d"},
-            {"PciRoot", "d"},
-            {"PcieRoot", "d"},
-            {"Floppy", "d"},
-            {"Keyboard", "d"},
-            {"Serial", "d"},
-            {"ParallelPort", "d"},
-            {"AcpiEx", "P,0,P"},
-            {"AcpiAdr", "", &node_texts::adr},
-            {"MessagingPath", "T,R"},
-            {"Ata", "", &node_texts::ata},
-            {"Scsi", "w,w"},
-            {"Fibre", "q,q"},
-            {"FibreEx", "E,E"},
-            {"I1394", "E"},
-            {"USB", "b,b"},
-            {"I2O", "d"},
-            {"Infiniband", "d,S,q,q,q"},
-            {"VenMsg", "", &node_texts::vendor},
-            {"VenPcAnsi", ""},
-            {"VenVt100", ""},
-            {"VenVt100Plus", ""},
-            {"VenUtf8", ""},
-            {"UartFlowCtrl", "", &node_texts::flow},
-            {"SAS", "", &node_texts::sas},
-            {"SasEx", "", &node_texts::sas_ex},
-            {"MAC", "", &node_texts::mac},
-            {"IPv4", "", &node_texts::ip4},
-            {"IPv6", "", &node_texts::ip6},
-            {"Uart", "", &node_texts::uart},
-            {"UsbClass", "w,w,b,b,b"},
-            {"UsbAudio", "w,w,b,b"},
-            {"UsbCDCControl", "w,w,b,b"},
-            {"UsbHID", "w,w,b,b"},
-            {"UsbImage", "w,w,b,b"},
-            {"UsbPrinter", "w,w,b,b"},
-            {"UsbMassStorage", "w,w,b,b"},
-            {"UsbHub", "w,w,b,b"},
-            {"UsbCDCData", "w,w,b,b"},
-            {"UsbSmartCard", "w,w,b,b"},
-            {"UsbVideo", "w,w,b,b"},
-            {"UsbDiagnostic", "w,w,b,b"},
-            {"UsbWireless", "w,w,b,b"},
-            {"UsbDeviceFirmwareUpdate", "w,w,b,b"},
-            {"UsbIrdaBridge", "w,w,b,b"},
-            {"UsbTestAndMeasurement", "w,w,b,b"},
-            {"UsbWwid", "", &node_texts::wwid},
-            {"Unit", "b"},
-            {"Sata", "p,w,0"},
-            {"iSCSI", "", &node_texts::iscsi},
-            {"Vlan", "", &node_texts::vlan},
-            {"MediaPath", "T,R"},
-            {"HD", "", &node_texts::hard_drive},
-            {"CDROM", ",q,q"},
-            {"VenMedia", "", &node_texts::vendor},
-            {"Media", "G"},
-            {"Offset", "q,q"},
-            {"BbsPath", "", &node_texts::raw_bbs},
-            {"BBS", "", &node_texts::bbs},
-        });
+        static const std::vector<row> rows = with_rows_of_the_table(kinds);
         const row &chosen = rows[below(rows.size())];
         ++drawn[chosen.keyword];
         std::string arguments;
@@ -327,6 +261,76 @@ private:
     }
 
     std::mt19937_64 engine{20}; // NOLINT: the same cases each time
+};
+
+const std::vector<node_texts::row> node_texts::kinds = {
+    {"Path", "Y,T,R"},
+    {"HardwarePath", "T,R"},
+    {"Pci", "", &node_texts::pci},
+    {"pcCard", "b"},
+    {"MemoryMapped", "d,q,q"},
+    {"VenHw", "", &node_texts::vendor},
+    {"Ctrl", "d"},
+    {"AcpiPath", "T,R"},
+    {"Acpi", "P,d"},
+    {"PciRoot", "d"},
+    {"PcieRoot", "d"},
+    {"Floppy", "d"},
+    {"Keyboard", "d"},
+    {"Serial", "d"},
+    {"ParallelPort", "d"},
+    {"AcpiEx", "P,0,P"},
+    {"AcpiAdr", "", &node_texts::adr},
+    {"MessagingPath", "T,R"},
+    {"Ata", "", &node_texts::ata},
+    {"Scsi", "w,w"},
+    {"Fibre", "q,q"},
+    {"FibreEx", "E,E"},
+    {"I1394", "E"},
+    {"USB", "b,b"},
+    {"I2O", "d"},
+    {"Infiniband", "d,S,q,q,q"},
+    {"VenMsg", "", &node_texts::vendor},
+    {"VenPcAnsi", ""},
+    {"VenVt100", ""},
+    {"VenVt100Plus", ""},
+    {"VenUtf8", ""},
+    {"UartFlowCtrl", "", &node_texts::flow},
+    {"SAS", "", &node_texts::sas},
+    {"SasEx", "", &node_texts::sas_ex},
+    {"MAC", "", &node_texts::mac},
+    {"IPv4", "", &node_texts::ip4},
+    {"IPv6", "", &node_texts::ip6},
+    {"Uart", "", &node_texts::uart},
+    {"UsbClass", "w,w,b,b,b"},
+    {"UsbAudio", "w,w,b,b"},
+    {"UsbCDCControl", "w,w,b,b"},
+    {"UsbHID", "w,w,b,b"},
+    {"UsbImage", "w,w,b,b"},
+    {"UsbPrinter", "w,w,b,b"},
+    {"UsbMassStorage", "w,w,b,b"},
+    {"UsbHub", "w,w,b,b"},
+    {"UsbCDCData", "w,w,b,b"},
+    {"UsbSmartCard", "w,w,b,b"},
+    {"UsbVideo", "w,w,b,b"},
+    {"UsbDiagnostic", "w,w,b,b"},
+    {"UsbWireless", "w,w,b,b"},
+    {"UsbDeviceFirmwareUpdate", "w,w,b,b"},
+    {"UsbIrdaBridge", "w,w,b,b"},
+    {"UsbTestAndMeasurement", "w,w,b,b"},
+    {"UsbWwid", "", &node_texts::wwid},
+    {"Unit", "b"},
+    {"Sata", "p,w,0"},
+    {"iSCSI", "", &node_texts::iscsi},
+    {"Vlan", "", &node_texts::vlan},
+    {"MediaPath", "T,R"},
+    {"HD", "", &node_texts::hard_drive},
+    {"CDROM", ",q,q"},
+    {"VenMedia", "", &node_texts::vendor},
+    {"Media", "G"},
+    {"Offset", "q,q"},
+    {"BbsPath", "", &node_texts::raw_bbs},
+    {"BBS", "", &node_texts::bbs},
 };
 
 } // namespace

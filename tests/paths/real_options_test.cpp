@@ -38,6 +38,22 @@ struct option {
     }
 };
 
+// The fields as the library gives them.
+struct given_option {
+    ovra_epath_t path = nullptr;
+    int path_len = 0;
+    char *desc = nullptr;
+    uint32_t attr = 0;
+    void *optdata = nullptr;
+    size_t optdata_len = 0;
+
+    int result;
+
+    given_option(ovra_hdl_t hdl, char *name)
+        : result(ovra_bootopt_get(hdl, name, &path, &path_len, &desc, &attr, &optdata, &optdata_len))
+    {}
+};
+
 class real_options : public ::testing::Test {
 protected:
     void SetUp() override
@@ -64,19 +80,14 @@ TEST_F(real_options, read_back_field_by_field)
     for (const bytes &variable : variables) {
         fakes::put_variable(name, variable);
         const option wanted(variable);
-        ovra_epath_t path = nullptr;
-        int path_len = 0;
-        char *desc = nullptr;
-        uint32_t attr = 0;
-        void *optdata = nullptr;
-        size_t optdata_len = 0;
-        ASSERT_EQ(ovra_bootopt_get(hdl, name, &path, &path_len, &desc, &attr, &optdata, &optdata_len), 0);
-        EXPECT_EQ(attr, wanted.attributes);
-        EXPECT_EQ(to_hex(path, static_cast<size_t>(path_len)), to_hex(wanted.path));
-        EXPECT_EQ(to_hex(optdata, optdata_len), to_hex(wanted.optional_data));
-        EXPECT_EQ(optdata == nullptr, wanted.optional_data.empty());
+        const given_option given(hdl, name);
+        ASSERT_EQ(given.result, 0);
+        EXPECT_EQ(given.attr, wanted.attributes);
+        EXPECT_EQ(to_hex(given.path, static_cast<size_t>(given.path_len)), to_hex(wanted.path));
+        EXPECT_EQ(to_hex(given.optdata, given.optdata_len), to_hex(wanted.optional_data));
+        EXPECT_EQ(given.optdata == nullptr, wanted.optional_data.empty());
         // All of them have plain names.
-        EXPECT_EQ(std::string(desc), std::string(wanted.description.begin(), wanted.description.end()));
+        EXPECT_EQ(std::string(given.desc), std::string(wanted.description.begin(), wanted.description.end()));
     }
 }
 
@@ -84,15 +95,12 @@ TEST_F(real_options, written_again_are_the_same_bytes)
 {
     for (const bytes &variable : variables) {
         fakes::put_variable(name, variable);
-        ovra_epath_t path = nullptr;
-        int path_len = 0;
-        char *desc = nullptr;
-        uint32_t attr = 0;
-        void *optdata = nullptr;
-        size_t optdata_len = 0;
-        ASSERT_EQ(ovra_bootopt_get(hdl, name, &path, &path_len, &desc, &attr, &optdata, &optdata_len), 0);
+        const given_option given(hdl, name);
+        ASSERT_EQ(given.result, 0);
         fakes::remove_variable(name);
-        ASSERT_EQ(ovra_bootopt_set(hdl, name, path, path_len, desc, attr, optdata, optdata_len), 0);
+        ASSERT_EQ(ovra_bootopt_set(hdl, name, given.path, given.path_len, given.desc, given.attr,
+                                   given.optdata, given.optdata_len),
+                  0);
         EXPECT_EQ(to_hex(*fakes::variable(name)), to_hex(variable));
     }
 }

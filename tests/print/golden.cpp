@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstring>
 #include <fstream>
-#include <ostream>
 #include <stdexcept>
 
 #include "src/print/rows.h"
@@ -47,11 +46,6 @@ std::vector<golden_case> read_table()
 }
 
 } // namespace
-
-void PrintTo(const golden_case &one, std::ostream *to)
-{
-    *to << one.name;
-}
 
 const std::vector<golden_case> &golden_cases()
 {

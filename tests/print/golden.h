@@ -3,7 +3,6 @@
 #ifndef TESTS_PRINT_GOLDEN_H
 #define TESTS_PRINT_GOLDEN_H
 
-#include <iosfwd>
 #include <optional>
 #include <string>
 #include <vector>
@@ -19,9 +18,6 @@ struct golden_case {
     std::string device;
     std::optional<std::string> file;
 };
-
-/* By its name, in ctest too. */
-void PrintTo(const golden_case &one, std::ostream *to);
 
 /* Reads the table once. Throws when a line has no such form. */
 const std::vector<golden_case> &golden_cases();

@@ -3,7 +3,7 @@
 #ifndef TESTS_SUPPORT_ROWS_H
 #define TESTS_SUPPORT_ROWS_H
 
-#include <cstddef>
+#include <string>
 
 #include <gtest/gtest.h>
 
@@ -25,16 +25,23 @@ private:
     runner run;
 };
 
-template <typename fixture, typename row_t, size_t count>
-bool register_rows(const char *suite, const row_t (&rows)[count], void (*run)(fixture &, const row_t &),
+/* The rows, in an array or a container, are read when a test runs: they live as long as the program. */
+template <typename rows_t, typename fixture, typename row_t>
+bool register_rows(const std::string &suite, const rows_t &rows, void (*run)(fixture &, const row_t &),
                    const char *file, int line)
 {
-    for (const row_t &row : rows)
-        ::testing::RegisterTest(suite, row.name, nullptr, nullptr, file, line, [&row, run]() -> fixture * {
-            return new row_test<fixture, row_t>(row, run);
-        });
+    for (const row_t &row : rows) {
+        const std::string name = row.name;
+        ::testing::RegisterTest(
+            suite.c_str(), name.c_str(), nullptr, nullptr, file, line,
+            [&row, run]() -> fixture * { return new row_test<fixture, row_t>(row, run); });
+    }
     return true;
 }
+
+template <typename rows_t, typename fixture, typename row_t>
+bool register_rows(const std::string &suite, const rows_t &&rows, void (*run)(fixture &, const row_t &),
+                   const char *file, int line) = delete;
 
 } // namespace ovra::test
 

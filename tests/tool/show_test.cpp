@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "tests/support/rows.h"
 #include "tests/tool/support.h"
 
 namespace tool_test {
@@ -102,44 +103,53 @@ TEST_F(show_verb, refuses_a_description_of_128_characters)
     EXPECT_THAT(failure({"show", "Boot0003"}), HasSubstr("    invalid description length 258\n"));
 }
 
+namespace {
+
 struct optional_data_case {
     const char *name;
     std::string data;
     json text; // null: shown as digits
 };
 
-class optional_data : public Machine, public ::testing::WithParamInterface<optional_data_case> {};
+const std::string nul(1, '\0');
 
-TEST_P(optional_data, is_shown_as)
+const optional_data_case optional_data_cases[] = {
+    {"text_when_ascii", "quiet splash", "quiet splash"},
+    {"text_when_ascii_is_terminated", "quiet" + nul, "quiet"},
+    {"text_when_ucs2", ucs2("root=/dev/sda1") + nul + nul, "root=/dev/sda1"},
+    {"text_when_ucs2_is_not_terminated", ucs2("quiet"), "quiet"},
+    {"text_when_terminated_ucs2_is_no_ascii", std::string("\xcb\x7a\0\0", 4), "\u7acb"},
+    {"digits_when_other_ucs2_is_not_terminated", std::string("\xcb\x7a\x2f\x67", 4), nullptr},
+    {"digits_when_text_has_data_behind_it", "WINDOWS" + nul + "\x01" + nul, nullptr},
+    {"digits_when_only_zeros", nul + nul, nullptr},
+    {"digits_when_one_zero", nul, nullptr},
+    {"digits_when_it_has_an_escape", ucs2("a\x1b[m") + nul + nul, nullptr},
+    {"digits_when_it_has_half_a_character", std::string("\x00\xd8\0\0", 4), nullptr},
+    {"digits_when_odd", "\xff" + nul + nul, nullptr},
+};
+
+class optional_data : public Machine {
+public:
+    using Machine::output;
+    using Machine::parsed;
+    using Machine::put;
+};
+
+void is_shown_as(optional_data &machine, const optional_data_case &row)
 {
-    put("Boot0000", load_option(1, "x", from_hex("7fff0400"), GetParam().data));
-    const json shown = parsed({"show", "Boot0000"});
-    EXPECT_EQ(shown["optional_data_text"], GetParam().text);
-    EXPECT_EQ(from_hex(shown["optional_data"].get<std::string>()), GetParam().data);
-    if (GetParam().text.is_string()) {
-        EXPECT_THAT(output({"show", "Boot0000"}),
-                    HasSubstr("Optional data  \"" + GetParam().text.get<std::string>()));
+    machine.put("Boot0000", load_option(1, "x", from_hex("7fff0400"), row.data));
+    const json shown = machine.parsed({"show", "Boot0000"});
+    EXPECT_EQ(shown["optional_data_text"], row.text);
+    EXPECT_EQ(from_hex(shown["optional_data"].get<std::string>()), row.data);
+    if (row.text.is_string()) {
+        EXPECT_THAT(machine.output({"show", "Boot0000"}),
+                    HasSubstr("Optional data  \"" + row.text.get<std::string>()));
     }
 }
 
-const std::string nul(1, '\0');
+const bool optional_data_registered = ovra::test::register_rows(
+    "optional_data_is_shown_as", optional_data_cases, is_shown_as, __FILE__, __LINE__);
 
-INSTANTIATE_TEST_SUITE_P(
-    Show, optional_data,
-    ::testing::Values(
-        optional_data_case{"text_when_ascii", "quiet splash", "quiet splash"},
-        optional_data_case{"text_when_ascii_is_terminated", "quiet" + nul, "quiet"},
-        optional_data_case{"text_when_ucs2", ucs2("root=/dev/sda1") + nul + nul, "root=/dev/sda1"},
-        optional_data_case{"text_when_ucs2_is_not_terminated", ucs2("quiet"), "quiet"},
-        optional_data_case{"text_when_terminated_ucs2_is_no_ascii", std::string("\xcb\x7a\0\0", 4), "\u7acb"},
-        optional_data_case{"digits_when_other_ucs2_is_not_terminated", std::string("\xcb\x7a\x2f\x67", 4),
-                           nullptr},
-        optional_data_case{"digits_when_text_has_data_behind_it", "WINDOWS" + nul + "\x01" + nul, nullptr},
-        optional_data_case{"digits_when_only_zeros", nul + nul, nullptr},
-        optional_data_case{"digits_when_one_zero", nul, nullptr},
-        optional_data_case{"digits_when_it_has_an_escape", ucs2("a\x1b[m") + nul + nul, nullptr},
-        optional_data_case{"digits_when_it_has_half_a_character", std::string("\x00\xd8\0\0", 4), nullptr},
-        optional_data_case{"digits_when_odd", "\xff" + nul + nul, nullptr}),
-    [](const auto &test) { return test.param.name; });
+} // namespace
 
 } // namespace tool_test

@@ -125,6 +125,70 @@ void expect_narrow(const std::string &said)
     }
 }
 
+// What the command writes its output to; `out` where nothing else is asked for.
+int output_of(const surroundings &around, int out)
+{
+    if (around.broken_pipe) {
+        const pipe_ends broken = new_pipe();
+        close(broken.read);
+        return broken.write;
+    }
+    return around.out_file.empty() ? out : open(around.out_file.c_str(), O_WRONLY | O_CLOEXEC);
+}
+
+std::vector<char *> pointers(words &texts)
+{
+    std::vector<char *> all;
+    for (std::string &text : texts)
+        all.push_back(text.data());
+    all.push_back(nullptr);
+    return all;
+}
+
+// The command in a process of its own, with these as its standard input, output and error.
+pid_t start(const words &arguments, const surroundings &around, int in, int out, int err)
+{
+    words command = {OVRA_TOOL};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    // A finding of a sanitizer must not look like a failure that a test expects.
+    // Nor need the sanitizer's library be the first when a test preloads one.
+    words environment = {"PATH=/usr/bin:/bin", "ASAN_OPTIONS=exitcode=99:verify_asan_link_order=0",
+                         "UBSAN_OPTIONS=exitcode=99"};
+    for (const auto &[name, value] : around.environment)
+        environment.push_back(name + '=' + value);
+    const std::vector<char *> argv = pointers(command);
+    const std::vector<char *> envp = pointers(environment);
+
+    const pid_t child = fork();
+    if (child == -1)
+        give_up("fork");
+    if (child != 0)
+        return child;
+    dup2(in, STDIN_FILENO);
+    dup2(out, STDOUT_FILENO);
+    dup2(err, STDERR_FILENO);
+    if (around.out_closed)
+        close(STDOUT_FILENO);
+    if (around.as_nobody && (setgid(nobody) != 0 || setuid(nobody) != 0))
+        _exit(98);
+    execve(argv[0], argv.data(), envp.data());
+    _exit(97);
+}
+
+// Waits for its end.
+void reap(pid_t child, outcome *result)
+{
+    int status = 0;
+    rusage used = {};
+    if (wait4(child, &status, 0, &used) != child)
+        give_up("wait4");
+    for (const timeval &time : {used.ru_utime, used.ru_stime})
+        result->processor_seconds +=
+            static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+    if (WIFEXITED(status))
+        result->status = WEXITSTATUS(status);
+}
+
 } // namespace
 
 std::string whole(const std::string &said)
@@ -134,50 +198,11 @@ std::string whole(const std::string &said)
 
 outcome run_command(const words &arguments, const surroundings &around)
 {
-    pipe_ends in = around.terminal_in.empty() ? new_pipe() : new_terminal();
+    const pipe_ends in = around.terminal_in.empty() ? new_pipe() : new_terminal();
     const pipe_ends out = new_pipe();
     const pipe_ends err = new_pipe();
-    int out_fd = out.write;
-    if (!around.out_file.empty())
-        out_fd = open(around.out_file.c_str(), O_WRONLY | O_CLOEXEC);
-    if (around.broken_pipe) {
-        const pipe_ends broken = new_pipe();
-        close(broken.read);
-        out_fd = broken.write;
-    }
-
-    words command = {OVRA_TOOL};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    // A finding of a sanitizer must not look like a failure that a test expects.
-    // Nor need the sanitizer's library be the first when a test preloads one.
-    words environment = {"PATH=/usr/bin:/bin", "ASAN_OPTIONS=exitcode=99:verify_asan_link_order=0",
-                         "UBSAN_OPTIONS=exitcode=99"};
-    for (const auto &[name, value] : around.environment)
-        environment.push_back(name + '=' + value);
-    const auto pointers = [](words &texts) {
-        std::vector<char *> all;
-        for (std::string &text : texts)
-            all.push_back(text.data());
-        all.push_back(nullptr);
-        return all;
-    };
-    const std::vector<char *> argv = pointers(command);
-    const std::vector<char *> envp = pointers(environment);
-
-    const pid_t child = fork();
-    if (child == -1)
-        give_up("fork");
-    if (child == 0) {
-        dup2(in.read, STDIN_FILENO);
-        dup2(out_fd, STDOUT_FILENO);
-        dup2(err.write, STDERR_FILENO);
-        if (around.out_closed)
-            close(STDOUT_FILENO);
-        if (around.as_nobody && (setgid(nobody) != 0 || setuid(nobody) != 0))
-            _exit(98);
-        execve(argv[0], argv.data(), envp.data());
-        _exit(97);
-    }
+    const int out_fd = output_of(around, out.write);
+    const pid_t child = start(arguments, around, in.read, out_fd, err.write);
     close(out.write);
     close(err.write);
     if (out_fd != out.write)
@@ -194,15 +219,7 @@ outcome run_command(const words &arguments, const surroundings &around)
     drain(out.read, &result.out, err.read, &result.err);
     if (!around.terminal_in.empty())
         close(in.write);
-    int status = 0;
-    rusage used = {};
-    if (wait4(child, &status, 0, &used) != child)
-        give_up("wait4");
-    for (const timeval &time : {used.ru_utime, used.ru_stime})
-        result.processor_seconds +=
-            static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-    if (WIFEXITED(status))
-        result.status = WEXITSTATUS(status);
+    reap(child, &result);
     expect_narrow(result.err);
     return result;
 }

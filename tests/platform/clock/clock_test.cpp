@@ -6,25 +6,15 @@
 #include <gtest/gtest.h>
 
 #include "tests/platform/devns_calls.h"
+#include "tests/platform/efi_times.h"
 
+using platform_test::at;
 using platform_test::device;
 using platform_test::machine_folder;
 using platform_test::not_answered;
 namespace fs = std::filesystem;
 
 namespace {
-
-EFI_TIME make_time(int year, int month, int day, int hour = 0, int minute = 0, int second = 0)
-{
-    EFI_TIME time = {};
-    time.year = static_cast<uint16_t>(year);
-    time.month = static_cast<uint8_t>(month);
-    time.day = static_cast<uint8_t>(day);
-    time.hour = static_cast<uint8_t>(hour);
-    time.minute = static_cast<uint8_t>(minute);
-    time.second = static_cast<uint8_t>(second);
-    return time;
-}
 
 std::time_t seconds_of(const EFI_TIME &time)
 {
@@ -121,8 +111,8 @@ TEST_F(machine_time, capabilities_are_filled_when_asked_for)
 
 TEST_F(machine_time, that_is_set_goes_on_from_there)
 {
-    for (const EFI_TIME &wanted : {make_time(1900, 1, 1), make_time(1999, 12, 31, 23, 59, 58),
-                                   make_time(2024, 2, 29, 12, 0, 0), make_time(9999, 12, 31, 0, 0, 0)}) {
+    for (const EFI_TIME &wanted : {at(1900, 1, 1), at(1999, 12, 31, 23, 59, 58), at(2024, 2, 29, 12, 0, 0),
+                                   at(9999, 12, 31, 0, 0, 0)}) {
         ASSERT_EQ(set(wanted), EFI_SUCCESS);
         EFI_TIME time = {};
         ASSERT_EQ(get(&time), EFI_SUCCESS);
@@ -134,7 +124,7 @@ TEST_F(machine_time, that_is_set_goes_on_from_there)
 TEST_F(machine_time, keeps_its_zone_and_daylight)
 {
     for (int zone : {-1440, -60, 0, 330, 1440, 0x7ff}) {
-        EFI_TIME wanted = make_time(2024, 6, 1, 12);
+        EFI_TIME wanted = at(2024, 6, 1, 12);
         wanted.timezone = static_cast<int16_t>(zone);
         wanted.daylight = 3;
         ASSERT_EQ(set(wanted), EFI_SUCCESS);
@@ -148,7 +138,7 @@ TEST_F(machine_time, keeps_its_zone_and_daylight)
 
 TEST_F(machine_time, nanoseconds_count)
 {
-    EFI_TIME wanted = make_time(2024, 6, 1, 12);
+    EFI_TIME wanted = at(2024, 6, 1, 12);
     wanted.nanosecond = 999'999'999;
     ASSERT_EQ(set(wanted), EFI_SUCCESS);
     EFI_TIME time = {};
@@ -158,17 +148,16 @@ TEST_F(machine_time, nanoseconds_count)
 
 TEST_F(machine_time, bad_field_is_refused_and_nothing_kept)
 {
-    for (EFI_TIME bad : {make_time(1899, 12, 31), make_time(10000, 1, 1), make_time(2024, 0, 1),
-                         make_time(2023, 2, 29), make_time(2024, 1, 1, 24), make_time(2024, 1, 1, 0, 60),
-                         make_time(2024, 1, 1, 0, 0, 60), EFI_TIME{}})
+    for (EFI_TIME bad : {at(1899, 12, 31), at(10000, 1, 1), at(2024, 0, 1), at(2023, 2, 29),
+                         at(2024, 1, 1, 24), at(2024, 1, 1, 0, 60), at(2024, 1, 1, 0, 0, 60), EFI_TIME{}})
         EXPECT_EQ(set(bad), EFI_INVALID_PARAMETER);
-    EFI_TIME bad = make_time(2024, 1, 1);
+    EFI_TIME bad = at(2024, 1, 1);
     bad.nanosecond = 1'000'000'000;
     EXPECT_EQ(set(bad), EFI_INVALID_PARAMETER);
-    bad = make_time(2024, 1, 1);
+    bad = at(2024, 1, 1);
     bad.timezone = 1441;
     EXPECT_EQ(set(bad), EFI_INVALID_PARAMETER);
-    bad = make_time(2024, 1, 1);
+    bad = at(2024, 1, 1);
     bad.daylight = 4;
     EXPECT_EQ(set(bad), EFI_INVALID_PARAMETER);
     EXPECT_FALSE(fs::exists(disk.root() / "var"));
@@ -184,7 +173,7 @@ TEST_F(machine_time, offset_that_makes_no_sense_is_said_until_the_time_is_set)
         EFI_TIME time = {};
         EXPECT_EQ(get(&time), EFI_DEVICE_ERROR) << text;
     }
-    EXPECT_EQ(set(make_time(2000, 1, 1)), EFI_SUCCESS);
+    EXPECT_EQ(set(at(2000, 1, 1)), EFI_SUCCESS);
     EFI_TIME time = {};
     EXPECT_EQ(get(&time), EFI_SUCCESS);
     EXPECT_EQ(time.year, 2000);
@@ -192,7 +181,7 @@ TEST_F(machine_time, offset_that_makes_no_sense_is_said_until_the_time_is_set)
 
 TEST_F(machine_time, each_machine_has_its_own)
 {
-    ASSERT_EQ(set(make_time(2000, 1, 1)), EFI_SUCCESS);
+    ASSERT_EQ(set(at(2000, 1, 1)), EFI_SUCCESS);
     machine_folder other;
     device of_other;
     EFI_TIME time = {};
@@ -213,7 +202,7 @@ TEST_F(wakeup_alarm, is_off_and_without_a_time_at_first)
 
 TEST_F(wakeup_alarm, that_is_set_is_shown)
 {
-    EFI_TIME wanted = make_time(9998, 7, 6, 5, 4, 3);
+    EFI_TIME wanted = at(9998, 7, 6, 5, 4, 3);
     wanted.nanosecond = 21;
     wanted.timezone = -60;
     wanted.daylight = 1;
@@ -226,18 +215,18 @@ TEST_F(wakeup_alarm, that_is_set_is_shown)
 
 TEST_F(wakeup_alarm, is_pending_once_its_time_has_come)
 {
-    EFI_TIME wanted = make_time(2001, 1, 1);
+    EFI_TIME wanted = at(2001, 1, 1);
     ASSERT_EQ(set_wakeup(B_TRUE, &wanted), EFI_SUCCESS);
     EXPECT_EQ(wakeup().pending, B_TRUE);
-    ASSERT_EQ(set(make_time(2000, 12, 31)), EFI_SUCCESS);
+    ASSERT_EQ(set(at(2000, 12, 31)), EFI_SUCCESS);
     EXPECT_EQ(wakeup().pending, B_FALSE);
 }
 
 TEST_F(wakeup_alarm, that_is_off_keeps_its_time_and_is_never_pending)
 {
-    EFI_TIME wanted = make_time(2001, 1, 1);
+    EFI_TIME wanted = at(2001, 1, 1);
     ASSERT_EQ(set_wakeup(B_TRUE, &wanted), EFI_SUCCESS);
-    EFI_TIME other = make_time(2002, 1, 1);
+    EFI_TIME other = at(2002, 1, 1);
     ASSERT_EQ(set_wakeup(B_FALSE, &other), EFI_SUCCESS);
     alarm found = wakeup();
     EXPECT_EQ(found.enabled, B_FALSE);
@@ -253,7 +242,7 @@ TEST_F(wakeup_alarm, can_be_switched_off_without_a_time)
 
 TEST_F(wakeup_alarm, needs_a_valid_time_to_be_switched_on)
 {
-    EFI_TIME bad = make_time(2024, 2, 30);
+    EFI_TIME bad = at(2024, 2, 30);
     EXPECT_EQ(set_wakeup(B_TRUE, &bad), EFI_INVALID_PARAMETER);
     EXPECT_EQ(set_wakeup(B_TRUE, nullptr), EFI_INVALID_PARAMETER);
     EXPECT_EQ(wakeup().enabled, B_FALSE);
@@ -268,7 +257,7 @@ TEST_F(wakeup_alarm, state_that_makes_no_sense_is_said_until_an_alarm_is_set)
         EXPECT_EQ(wakeup(EFI_DEVICE_ERROR).enabled, B_TRUE) << text; // as it was before the call
         EXPECT_EQ(set_wakeup(B_FALSE, nullptr), EFI_DEVICE_ERROR) << text;
     }
-    EFI_TIME time = make_time(2024, 1, 1);
+    EFI_TIME time = at(2024, 1, 1);
     EXPECT_EQ(set_wakeup(B_TRUE, &time), EFI_SUCCESS);
     EXPECT_EQ(wakeup().enabled, B_TRUE);
 }
@@ -311,8 +300,8 @@ TEST_F(monotonic_count, number_that_cannot_be_kept_is_not_given_out)
     EFI_STATUS status = EFI_SUCCESS;
     EXPECT_EQ(count(&status), 0xdeadu);
     EXPECT_EQ(status, EFI_DEVICE_ERROR);
-    EXPECT_EQ(set(make_time(2024, 1, 1)), EFI_DEVICE_ERROR);
-    EFI_TIME time = make_time(2024, 1, 1);
+    EXPECT_EQ(set(at(2024, 1, 1)), EFI_DEVICE_ERROR);
+    EFI_TIME time = at(2024, 1, 1);
     EXPECT_EQ(set_wakeup(B_TRUE, &time), EFI_DEVICE_ERROR);
 }
 

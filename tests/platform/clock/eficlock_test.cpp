@@ -2,24 +2,14 @@
 #include <gtest/gtest.h>
 
 #include "platform/machine/eficlock.h"
+#include "tests/platform/efi_times.h"
 
 using machine::is_reached;
 using machine::seconds_of;
 using machine::time_of;
+using platform_test::at;
 
 namespace {
-
-constexpr EFI_TIME at(int year, int month, int day, int hour = 0, int minute = 0, int second = 0)
-{
-    EFI_TIME time = {};
-    time.year = static_cast<uint16_t>(year);
-    time.month = static_cast<uint8_t>(month);
-    time.day = static_cast<uint8_t>(day);
-    time.hour = static_cast<uint8_t>(hour);
-    time.minute = static_cast<uint8_t>(minute);
-    time.second = static_cast<uint8_t>(second);
-    return time;
-}
 
 EFI_TIME in_zone(EFI_TIME time, int timezone)
 {
