@@ -41,8 +41,14 @@ protected:
     {
         std::mt19937 random(static_cast<unsigned>(who) + 1);
         const auto one_of = [&random](unsigned n) { return static_cast<unsigned>(random() % n); };
-        const auto end = std::chrono::steady_clock::now() + duration();
-        for (unsigned count = 0; std::chrono::steady_clock::now() < end; ++count) {
+        // A busy machine takes longer until there is something to look at.
+        constexpr size_t least_created = 3;
+        const auto begin = std::chrono::steady_clock::now();
+        const auto goes_on = [&] {
+            const auto passed = std::chrono::steady_clock::now() - begin;
+            return passed < duration() || (of->created < least_created && passed < 10 * duration());
+        };
+        for (unsigned count = 0; goes_on(); ++count) {
             surroundings around;
             if (with_kills && one_of(3) == 0)
                 around.kill_after = 500 + one_of(6000);
