@@ -64,8 +64,8 @@
  *  - Once the program's first ovra_init has returned, fork waits until no thread is inside a text conversion;
  *    the child may then use the library with handles of its own. (_Fork and clone do not wait.) The
  * descriptor of an inherited handle is shared by both processes.
- *  - pthread_cancel takes effect after a call, never in the middle. Asynchronous cancellation
- *    (PTHREAD_CANCEL_ASYNCHRONOUS) must be off while the library is called.
+ *  - pthread_cancel never takes effect inside a call, but at the program's own next cancellation point.
+ *    Asynchronous cancellation (PTHREAD_CANCEL_ASYNCHRONOUS) must be off while the library is called.
  *  - Once loaded, the library stays loaded: dlclose does not unload it.
  */
 #ifndef OVRA_OVRA_H
@@ -253,6 +253,8 @@ int ovra_get_next_high_monotonic_count(ovra_hdl_t hdl, UINT32 *high_count, EFI_S
  * len: receives the size of the block in bytes; may be null.
  * Another name below "/dev/" or "/devices/" is looked up in the device tree; *epath and *len are not written,
  * even on success.
+ * Sata stores its LUN as the port, and UsbWwid its PID as the interface: such a text does not come back as
+ * it was, and not through the setters of paths either. MessagingPath takes a node's bytes.
  * -1: the text cannot be read, there is no such device, or there is no memory.
  */
 int ovra_epath_encode(ovra_hdl_t hdl, ovra_path_t **paths, int flags, ovra_epath_t *epath, int *len);
@@ -329,8 +331,9 @@ int ovra_bootopt_remove(ovra_hdl_t hdl, char *bootname);
 /*
  * The names of all load options, of any vendor, in the firmware's order.
  * names: receives a null-terminated array, without a name if there is no option; release it with
- * free_str_array. When the firmware stops answering, the options found so far are the result. One error
- * answer is skipped, and the name before it then occurs twice.
+ * free_str_array. When a request gets no answer, the options found so far are the result, with 0; errno says
+ * why, such as EBADF for a handle whose descriptors are closed, or ENOMEM. One error answer is skipped, and
+ * the name before it then occurs twice.
  * -1: the firmware has no enumeration, keeps giving errors or gives a name of over 256 characters, or there
  * is no memory; *names is null.
  */
