@@ -134,7 +134,7 @@ class Flags(unittest.TestCase):
         environment = {**kept, "CFLAGS": flags, "CXXFLAGS": flags, "LDFLAGS": linker, "LC_ALL": "C"}
         with_tests = ["-DOVRA_TESTS=ON", "-DOVRA_TEST_FOLDERS="] if tests else ["-DOVRA_TESTS=OFF"]
         for command in (["cmake", "-S", ROOT, "-B", work.name, "-G", "Ninja", f"-DCMAKE_BUILD_TYPE={build_type}",
-                         "-DOVRA_WERROR=ON", *with_tests],
+                         "-DOVRA_WERROR=ON", "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON", *with_tests],
                         ["cmake", "--build", work.name, "--target", "kvlist", self.OBJECT]):
             run = subprocess.run(command, env=environment, capture_output=True, text=True, check=False)
             self.assertEqual(run.returncode, 0, run.stdout + run.stderr)
