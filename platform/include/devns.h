@@ -226,9 +226,10 @@ ssize_t devns_readlink(const char *path, char *buf, size_t size);
  *
  * Waits up to `seconds`; 0 does not wait. Returns 0; or -1 with errno and nothing taken. ETIMEDOUT: another
  * had the lock all that time; `*holder` (may be null) then is that process, 0 if unknown, and otherwise
- * unchanged. EACCES: the user may not open the file. EROFS, ENOSPC: the file cannot be made. EPERM: the name
- * is that of a link, of another user's file or of no regular file. ENOENT: there is no such machine. ENOMEM,
- * or an error of open(2) or flock(2).
+ * unchanged. EACCES: the user may not open the file, or may not make it, as is so for a user who may not
+ * write the variables. EROFS, ENOSPC: the file cannot be made. EPERM: the name is that of a link, of another
+ * user's file or of no regular file. ENOENT: there is no such machine. ENOMEM, or an error of open(2) or
+ * flock(2).
  */
 int devns_lock(unsigned int seconds, pid_t *holder);
 

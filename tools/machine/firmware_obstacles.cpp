@@ -51,6 +51,12 @@ not_changed firmware::file_system_full(const change_request &request) const
                            folder_of(request) + ": make room there.");
 }
 
+not_changed firmware::file_limit(const change_request &request)
+{
+    return not_changed(request.what + ": this program may not write so large a file",
+                       "'ulimit -f unlimited' lifts the limit of the shell.");
+}
+
 not_changed firmware::capacity_unknown(const change_request &request)
 {
     if (is_permission(error))
@@ -151,6 +157,8 @@ not_changed firmware::why_not(const change_request &request, EFI_STATUS status)
     }
 
     const bool real = is_real();
+    if (reason == EFBIG)
+        return with_messages(file_limit(request));
     if (status == EFI_VOLUME_FULL || (reason == ENOSPC && !real))
         return with_messages(file_system_full(request));
     // The library does not hand on why a write failed; whether there was room for it can be asked.

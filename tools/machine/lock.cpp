@@ -3,8 +3,10 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <fstream>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "platform/include/devns.h"
 #include "tools/text/failure.h"
@@ -43,7 +45,7 @@ std::string process_name(pid_t process)
             throw failure(cannot + "its lock file cannot be made",
                           "A folder of " + machine.lock_file() + " is immutable: 'chattr -i' changes that.");
         throw failure(cannot + "something else is in the place of its lock file",
-                      "Remove " + machine.lock_file() + '.');
+                      "Remove " + machine.lock_file() + ": it is no regular file, or somebody else's.");
     case EROFS:
         throw failure(cannot + "its file system is mounted read-only",
                       "'mount -o remount,rw' makes the file system of " + machine.lock_file() + " writable.");
@@ -64,18 +66,30 @@ machine_lock::machine_lock(const firmware &machine, const general_options &gener
     if (general.dry_run && lstat(machine.lock_file().c_str(), &file) != 0) {
         if (const int error = machine.lock_obstacle(); error != 0)
             give_up(machine, error, 0);
+        in_its_place = open("/", O_PATH | O_CLOEXEC); // a change has as many files open as without --dry-run
+        if (in_its_place == -1)
+            give_up(machine, errno, 0);
         return;
     }
     pid_t holder = 0;
     if (devns_lock(seconds_to_wait, &holder) != 0)
         give_up(machine, errno, holder);
     held = true;
+    sigset_t ending = {};
+    sigemptyset(&ending);
+    for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM})
+        sigaddset(&ending, signal);
+    sigprocmask(SIG_BLOCK, &ending, &signals_before);
 }
 
 machine_lock::~machine_lock()
 {
-    if (held)
-        devns_unlock();
+    if (in_its_place != -1)
+        close(in_its_place);
+    if (!held)
+        return;
+    devns_unlock();
+    sigprocmask(SIG_SETMASK, &signals_before, nullptr); // ends the program where one came meanwhile
 }
 
 } // namespace tool

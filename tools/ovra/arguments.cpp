@@ -120,7 +120,8 @@ CLI::Option *position_argument::declare(CLI::App &app, const char *name, const c
 
 CLI::Option *description_argument::declare(CLI::App &app)
 {
-    return add_value(app, "--desc", "TEXT", "description, as boot menus show it; at most 127 characters",
+    return add_value(app, "--desc", "TEXT",
+                     "description, as boot menus show it; at most 127 characters (256 bytes)",
                      [this](const std::string &value) {
                          check_description(value);
                          text = value;
