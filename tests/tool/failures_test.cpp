@@ -31,7 +31,6 @@ protected:
     }
 
     const words create = {"create", "--desc", "x", "--path-hex", "7fff0400"};
-    const words list = {"list"};
 };
 
 TEST_F(failing_writes, to_read_the_order_are_not_called_damage)
@@ -152,7 +151,7 @@ TEST_F(failing_writes, wait_for_the_signals_that_end_a_program)
         EXPECT_EQ(get("Boot0003"), "(none)");
         EXPECT_THAT(order(), ElementsAre(0, 1, 2, 4, 5, 6, 7));
     }
-    const outcome looked = run_with(list, rule("open", "BootOrder", -SIGTERM));
+    const outcome looked = run_with({"list"}, rule("open", "BootOrder", -SIGTERM));
     EXPECT_EQ(looked.status, -1);
     EXPECT_EQ(looked.out, "") << "what only reads ends at once";
 }
