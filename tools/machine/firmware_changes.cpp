@@ -2,7 +2,6 @@
 // Changing variables.
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <linux/magic.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -138,19 +137,8 @@ void firmware::check_limits(const change_request &request) const
 {
     if (request.size > 0 && sizeof(uint32_t) + request.size > largest_file())
         throw file_limit(request);
-    constexpr int needed = 2; // the folder, and the file
-    int spare[needed];
-    int reason = 0;
-    for (int &fd : spare) {
-        fd = open("/", O_PATH | O_CLOEXEC);
-        if (fd == -1)
-            reason = errno;
-    }
-    for (const int fd : spare) {
-        if (fd != -1)
-            close(fd);
-    }
-    if (reason != 0)
+    constexpr size_t at_once = 2; // the folder, and the file
+    if (const int reason = can_open(at_once); reason != 0)
         throw not_changed(request.what + ": " + strerror(reason));
 }
 
