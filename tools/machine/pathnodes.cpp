@@ -83,7 +83,7 @@ bool ends_plainly(byte_view packed)
     return plain;
 }
 
-size_t bytes_behind_end(byte_view packed)
+size_t bytes_after_end(byte_view packed)
 {
     size_t behind = packed.size();
     for (ovra::cursor nodes{packed}; const auto *node = nodes.next();) {
