@@ -53,7 +53,7 @@ void changes::make(change change, const std::function<void()> &apply, const std:
         for (const auto &earlier : made) {
             if (dry_run)
                 break;
-            reason.advise("Done before that, and it stands: " + earlier.past + ' ' + earlier.what);
+            reason.advise("Already done, and not undone: " + earlier.past + ' ' + earlier.what);
         }
         throw;
     }
