@@ -99,7 +99,7 @@ void changes::report()
         json entry = {{"action", change.action}};
         entry.update(change.fields);
         list.push_back(std::move(entry));
-        text += (dry_run ? "would " + change.action : change.past) + ' ' + change.what + '\n';
+        text += broken((dry_run ? "would " + change.action : change.past) + ' ' + change.what, 0) + '\n';
         if (dry_run && !change.contents.empty())
             text += "    " + hex(change.contents) + '\n';
     }

@@ -162,7 +162,7 @@ chosen_disk disk_argument::find(const general_options &general) const
 {
     chosen_disk disk = find_disk(name.value());
     if (!general.json)
-        fprintf(stderr, "%s\n", disk.told_of(*name).c_str());
+        fprintf(stderr, "%s\n", broken(disk.told_of(*name), 0).c_str());
     return disk;
 }
 
