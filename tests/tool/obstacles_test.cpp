@@ -270,12 +270,20 @@ TEST_F(writing_obstacles, to_reading_one_option_are_named_by_find)
         EXPECT_THAT(found.out, HasSubstr("Boot0008"));
         EXPECT_THAT(found.err, ::testing::EndsWith(remark));
     }
+    const outcome disks = run({"disks"}, around);
+    EXPECT_EQ(disks.status, 0);
+    EXPECT_EQ(disks.err, remark) << "it may be one of a disk";
+    EXPECT_EQ(run({"show", "Boot0008"}, around).err, "");
     // Nothing is said to boot from a disk that cannot be read; that is not to say that nothing does.
     fs::permissions(root / "dev/sda", fs::perms::none);
     const outcome refused = run({"find", "c5t0d0s0"}, around);
     EXPECT_EQ(refused.status, 1);
     EXPECT_EQ(refused.out, "");
     EXPECT_EQ(refused.err, "ovra: cannot read /dev/sda: Permission denied\n  Run this as root.\n");
+    const outcome shown = run({"show", "Boot0008"}, around);
+    EXPECT_EQ(shown.status, 0);
+    EXPECT_EQ(shown.err, "ovra: warning: cannot read /dev/sda: Permission denied\n"
+                         "  The option may boot from it.\n");
 }
 
 // The firmware does not enumerate what is damaged.

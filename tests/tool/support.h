@@ -42,6 +42,10 @@ struct surroundings {
 // What was said, with the lines whole that were broken at 80 columns.
 std::string whole(const std::string &said);
 
+// Whether the command has sanitizers, with which a process takes a tenth of a second and more. Tests of many
+// processes then try some of their cases; the others are tried without sanitizers.
+bool has_sanitizers();
+
 outcome run_command(const words &arguments, const surroundings &around = {});
 
 // A machine in a folder of its own, the captured PC unless a test makes it something else.
