@@ -12,6 +12,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "src/base/ascii.h"
 #include "src/base/device_name.h"
 #include "tools/machine/drives.h"
 #include "tools/text/failure.h"
@@ -81,7 +82,7 @@ uint16_t option_number(const std::string &text)
 void refuse_leading_zero(const std::string &text)
 {
     const size_t sign = text.starts_with('-') ? 1 : 0;
-    if (text.size() > sign + 1 && text[sign] == '0' && text[sign + 1] >= '0' && text[sign + 1] <= '9')
+    if (text.size() > sign + 1 && text[sign] == '0' && ovra::is_ascii_digit(text[sign + 1]))
         throw usage_error(in_quotes(text) + " has a leading zero, which may mean octal: leave it out");
 }
 

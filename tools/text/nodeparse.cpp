@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/text/nodeparse.h"
 
+#include "src/base/ascii.h"
 #include "tools/text/nodevalues.h"
 #include "tools/text/text.h"
 
@@ -113,7 +114,7 @@ void read_field(std::string_view field, size_t place, parsed_node *node)
     if (named) {
         const auto found =
             std::find_if(node->parameters.begin(), node->parameters.end(),
-                         [&](const auto &each) { return same(each.name, field.substr(0, equals)); });
+                         [&](const auto &each) { return ovra::alike(each.name, field.substr(0, equals)); });
         if (found == node->parameters.end())
             refuse(in_quotes(field.substr(0, equals)) + " is no parameter of " + node->row->name);
         parameter = &*found;
@@ -163,7 +164,7 @@ void refuse(const std::string &why)
 
 std::string with_parentheses(const std::string &text)
 {
-    return same(text, "DebugPort") ? text + "()" : text;
+    return ovra::alike(text, "DebugPort") ? text + "()" : text;
 }
 
 parsed_node parse(const std::string &typed)
@@ -180,7 +181,7 @@ parsed_node parse(const std::string &typed)
         refuse(in_quotes(rest) + " after it belongs to no node");
     const std::string_view name = std::string_view(text).substr(0, open);
     const auto row = std::find_if(std::begin(keywords), std::end(keywords),
-                                  [&](const keyword &each) { return same(each.name, name); });
+                                  [&](const keyword &each) { return ovra::alike(each.name, name); });
     if (row == std::end(keywords))
         refuse(in_quotes(name) + " is no keyword");
     parsed_node node;

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "src/base/ascii.h"
+#include "src/base/ids.h"
 #include "src/base/nodes.h"
 #include "tools/text/nodeparse.h"
 #include "tools/text/nodevalues.h"
@@ -116,10 +118,7 @@ uint32_t eisa_id(const std::optional<std::string> &text)
 {
     if (!text || *text == "0")
         return 0;
-    uint32_t vendor = 0;
-    for (const char letter : text->substr(0, 3))
-        vendor = vendor << 5 | static_cast<uint32_t>(letter - 'A' + 1);
-    return vendor | static_cast<uint32_t>(number_in(text->substr(3), 16).value()) << 16;
+    return ovra::eisa_id(text->substr(0, 3), static_cast<uint16_t>(number_in(text->substr(3), 16).value()));
 }
 
 // The library reads UID as an identifier, prints it as a number, and prints the strings in another order than
@@ -158,7 +157,8 @@ std::string bbs(parsed_node &node)
 void hard_drive(parsed_node &node)
 {
     const auto &signature = node.value("Signature");
-    if (signature && signature->size() == 8 && std::all_of(signature->begin(), signature->end(), is_digit))
+    if (signature && signature->size() == 8 &&
+        std::all_of(signature->begin(), signature->end(), ovra::is_ascii_digit))
         refuse("Signature has eight digits, as in hexadecimal; 0x" + *signature + " says that it is");
     std::optional<std::string> &type = node["Type"].value;
     if (!type)
@@ -183,7 +183,7 @@ void sas(parsed_node &node)
         bay.reset();
     if (bay)
         refuse("a drive bay would be stored and not be told of");
-    if (!node.value("SASSATA") || same(*node.value("SASSATA"), "NoTopology")) {
+    if (!node.value("SASSATA") || ovra::alike(*node.value("SASSATA"), "NoTopology")) {
         if (is_zero(location))
             location.reset();
         if (is_zero(connect))

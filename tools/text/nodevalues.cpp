@@ -5,35 +5,26 @@
 #include <charconv>
 
 #include "src/base/guid.h"
+#include "src/base/number.h"
 #include "tools/text/text.h"
 
 namespace tool {
 
 namespace {
 
-constexpr bool is_hex_digit(char c)
+bool is_hex_digit(char c)
 {
-    return is_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
-
-constexpr char lower(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    return ovra::digit_value(c) < 16;
 }
 
 std::string lower(std::string_view text)
 {
     std::string result(text);
-    std::transform(result.begin(), result.end(), result.begin(), [](char c) { return lower(c); });
+    std::transform(result.begin(), result.end(), result.begin(), ovra::ascii_lower);
     return result;
 }
 
 } // namespace
-
-bool same(std::string_view a, std::string_view b)
-{
-    return lower(a) == lower(b);
-}
 
 std::vector<std::string_view> parts_of(std::string_view text, char at)
 {
@@ -69,7 +60,7 @@ namespace {
 
 bool is_hexadecimal(std::string_view text)
 {
-    return text.size() > 2 && text[0] == '0' && lower(text[1]) == 'x';
+    return text.size() > 2 && text[0] == '0' && ovra::ascii_lower(text[1]) == 'x';
 }
 
 } // namespace
@@ -78,7 +69,7 @@ std::optional<uint64_t> number_in(std::string_view text)
 {
     if (is_hexadecimal(text))
         return number_in(text.substr(2), 16);
-    const auto value = text.empty() || is_digit(text[0]) ? number_in(text, 10) : std::nullopt;
+    const auto value = text.empty() || ovra::is_ascii_digit(text[0]) ? number_in(text, 10) : std::nullopt;
     return value && text[0] == '0' && *value > 7 ? std::nullopt : value;
 }
 
@@ -96,7 +87,7 @@ std::optional<uint64_t> listed_value(std::string_view list, std::string_view wor
     uint64_t value = 0;
     for (const std::string_view words : parts_of(list, '|')) {
         for (const std::string_view each : parts_of(words, ',')) {
-            if (same(each, word))
+            if (ovra::alike(each, word))
                 return value;
         }
         ++value;
@@ -121,9 +112,9 @@ bool is_address(std::string_view text)
 
 bool is_word(std::string_view text)
 {
-    return !text.empty() && !is_digit(text[0]) && std::all_of(text.begin(), text.end(), [](char c) {
-        return is_digit(c) || c == '_' || (lower(c) >= 'a' && lower(c) <= 'z');
-    });
+    return !text.empty() && !ovra::is_ascii_digit(text[0]) &&
+           std::all_of(text.begin(), text.end(),
+                       [](char c) { return ovra::digit_value(c) < 36 || c == '_'; });
 }
 
 } // namespace

@@ -11,14 +11,6 @@
 
 namespace tool {
 
-constexpr bool is_digit(char c)
-{
-    return c >= '0' && c <= '9';
-}
-
-// Regardless of the case of letters.
-bool same(std::string_view a, std::string_view b);
-
 std::vector<std::string_view> parts_of(std::string_view text, char at);
 
 std::optional<uint64_t> number_in(std::string_view text, int base);

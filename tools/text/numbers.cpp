@@ -2,7 +2,6 @@
 #include "tools/text/numbers.h"
 
 #include <algorithm>
-#include <cctype>
 #include <charconv>
 
 #include "src/base/load_option.h"
@@ -11,11 +10,10 @@ namespace tool {
 
 std::string hex(byte_view data)
 {
-    static constexpr char digits[] = "0123456789abcdef";
     std::string text;
     for (const uint8_t byte : data) {
-        text += digits[byte >> 4];
-        text += digits[byte & 15];
+        text += ovra::hex_digit(byte >> 4u, ovra::letters::lower);
+        text += ovra::hex_digit(byte & 15u, ovra::letters::lower);
     }
     return text;
 }
@@ -27,9 +25,7 @@ std::string guid_text(const EFI_GUID &guid)
 
 std::optional<bytes> parse_hex(std::string_view text)
 {
-    const auto separates = [](char c) {
-        return c == ':' || std::isspace(static_cast<unsigned char>(c)) != 0;
-    };
+    const auto separates = [](char c) { return c == ':' || ovra::is_ascii_space(c); };
     bytes data;
     for (size_t at = 0; at < text.size();) {
         if (separates(text[at])) {
@@ -75,9 +71,7 @@ std::string option_name(uint16_t number)
 std::optional<uint16_t> parse_option(std::string_view text)
 {
     const std::string_view prefix = "boot";
-    const auto same = [](char a, char b) { return std::tolower(static_cast<unsigned char>(a)) == b; };
-    if (text.size() > prefix.size() &&
-        std::equal(prefix.begin(), prefix.end(), text.begin(), [same](char b, char a) { return same(a, b); }))
+    if (text.size() > prefix.size() && ovra::alike(text.substr(0, prefix.size()), prefix))
         text.remove_prefix(prefix.size());
     uint16_t number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, 16);
