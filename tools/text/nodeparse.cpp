@@ -35,7 +35,7 @@ constexpr keyword keywords[] = {
     {"AcpiExp", "HID:eisa CID:eisa CIDSTR:text"},
     {"AcpiAdr", whole_text},
     {"MessagingPath", raw_node},
-    {"Ata", "Controller:Primary|Secondary Drive:Master|Slave LUN:number"},
+    {"Ata", "Controller:ata_channels Drive:ata_drives LUN:number"},
     {"Scsi", "PUN:number LUN:number"},
     {"Fibre", "WWN:number LUN:number"},
     {"FibreEx", "WWN:bytes LUN:bytes"},
@@ -48,7 +48,7 @@ constexpr keyword keywords[] = {
     {"VenVt100", no_parameters},
     {"VenVt100Plus", no_parameters},
     {"VenUtf8", no_parameters},
-    {"UartFlowCtrl", "Value:None|Hardware|XonXoff"},
+    {"UartFlowCtrl", "Value:uart_flow_controls"},
     {"SAS", "Address:number LUN:number RTP:number SASSATA:word Location:Internal|External "
             "Connect:Direct|Expanded DriveBay:number Reserved:number"},
     {"SasEx", "Address:digits LUN:digits RTP:number SASSATA:word Location:Internal|External "
@@ -58,8 +58,8 @@ constexpr keyword keywords[] = {
     {"IPv4", "RemoteIp:address Protocol:word Type:DHCP|Static LocalIp:address GatewayIPAddress:address "
              "SubnetMask:address"},
     {"IPv6", "RemoteIp:address Protocol:word Type:number LocalIp:address GatewayIPAddress:address"},
-    {"Uart", "Baud:number DataBits:number Parity:D,Default|N,No,None|E,Even|O,Odd|M,Mark|S,Space "
-             "StopBits:D|1|1.5|2"},
+    {"Uart", "Baud:number DataBits:number Parity:uart_parities,Default|No,None|Even|Odd|Mark|Space "
+             "StopBits:uart_stop_bits"},
     {"UsbClass", "VID:number PID:number Class:number SubClass:number Protocol:number"},
     {"UsbAudio", usb_class},
     {"UsbCDCControl", usb_class},
@@ -83,13 +83,13 @@ constexpr keyword keywords[] = {
               "Authentication:word Protocol:word"},
     {"Vlan", "VlanId:number"},
     {"MediaPath", raw_node},
-    {"HD", "Partition:number Type:?|MBR|GPT Signature:guid? Start:number Size:number"},
+    {"HD", "Partition:number Type:partition_formats,? Signature:guid? Start:number Size:number"},
     {"CDROM", "Entry:number Start:number Size:number"},
     {"VenMedia", "GUID:guid Data:bytes"},
     {"Media", "GUID:guid"},
     {"Offset", "StartingOffset:number EndingOffset:number"},
     {"BbsPath", raw_node},
-    {"BBS", "Type:unknown|Floppy|HD|CDROM|PCMCIA|USB|Network Id:text Flags:number"},
+    {"BBS", "Type:bbs_device_types,unknown Id:text Flags:number"},
 };
 
 std::vector<parameter> parameters_of(const keyword &row)

@@ -6,6 +6,7 @@
 #include "src/base/ascii.h"
 #include "src/base/ids.h"
 #include "src/base/nodes.h"
+#include "src/base/words.h"
 #include "tools/text/nodeparse.h"
 #include "tools/text/nodevalues.h"
 #include "tools/text/rawtext.h"
@@ -164,9 +165,12 @@ void hard_drive(parsed_node &node)
     if (!type)
         return;
     const std::string meant = meaning(node["Type"].kind, *type);
-    if (meant != "1" && meant != "2")
+    const auto format =
+        std::find_if(std::begin(ovra::partition_formats), std::end(ovra::partition_formats),
+                     [&meant](const ovra::word &word) { return std::to_string(word.value) == meant; });
+    if (format == std::end(ovra::partition_formats))
         refuse("Type is MBR or GPT");
-    type = meant == "1" ? "MBR" : "GPT";
+    type = format->text;
 }
 
 // The library drops SAS or SATA where Location is a number, and makes no sense of a drive bay. Firmware

@@ -3,9 +3,11 @@
 
 #include <algorithm>
 #include <charconv>
+#include <span>
 
 #include "src/base/guid.h"
 #include "src/base/number.h"
+#include "src/base/words.h"
 #include "tools/text/text.h"
 
 namespace tool {
@@ -75,15 +77,48 @@ std::optional<uint64_t> number_in(std::string_view text)
 
 namespace {
 
+struct named_list {
+    std::string_view name;
+    std::span<const ovra::word> words;
+};
+
+constexpr named_list library_lists[] = {
+    {"ata_channels", ovra::ata_channels},
+    {"ata_drives", ovra::ata_drives},
+    {"uart_flow_controls", ovra::uart_flow_controls},
+    {"uart_parities", ovra::uart_parities},
+    {"uart_stop_bits", ovra::uart_stop_bits},
+    {"partition_formats", ovra::partition_formats},
+    {"bbs_device_types", ovra::bbs_device_types},
+};
+
+// The library's list that a kind names; null when it names none.
+const named_list *library_list(std::string_view kind)
+{
+    const std::string_view name = kind.substr(0, kind.find(','));
+    const auto found = std::find_if(std::begin(library_lists), std::end(library_lists),
+                                    [name](const named_list &list) { return list.name == name; });
+    return found == std::end(library_lists) ? nullptr : found;
+}
+
 bool is_list(std::string_view kind)
 {
-    return kind.find('|') != std::string_view::npos;
+    return kind.find('|') != std::string_view::npos || library_list(kind);
 }
 
 } // namespace
 
 std::optional<uint64_t> listed_value(std::string_view list, std::string_view word)
 {
+    if (const named_list *named = library_list(list)) {
+        for (const ovra::word &each : named->words) {
+            if (ovra::alike(each.text, word))
+                return each.value;
+        }
+        list.remove_prefix(std::min(named->name.size() + 1, list.size()));
+        if (list.empty())
+            return std::nullopt;
+    }
     uint64_t value = 0;
     for (const std::string_view words : parts_of(list, '|')) {
         for (const std::string_view each : parts_of(words, ',')) {
