@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -14,6 +13,7 @@
 
 #include "src/base/ascii.h"
 #include "src/base/device_name.h"
+#include "src/base/whole_number.h"
 #include "tools/machine/drives.h"
 #include "tools/text/failure.h"
 #include "tools/text/loadoption.h"
@@ -111,11 +111,10 @@ CLI::Option *position_argument::declare(CLI::App &app, const char *name, const c
 {
     return add_value(app, name, shown, help, [this](const std::string &text) {
         refuse_leading_zero(text);
-        int value = 0;
-        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-        if (text.empty() || error != std::errc() || end != text.data() + text.size())
+        const auto value = ovra::whole_number<int>(text);
+        if (!value)
             throw usage_error(in_quotes(text) + " is no position: a whole number is needed");
-        place = value;
+        place = *value;
     });
 }
 

@@ -2,6 +2,7 @@
 #include "tools/text/nodeparse.h"
 
 #include "src/base/ascii.h"
+#include "src/base/whole_number.h"
 #include "tools/text/nodevalues.h"
 #include "tools/text/text.h"
 
@@ -133,7 +134,7 @@ void read_field(std::string_view field, size_t place, parsed_node *node)
     parameter->by_place = !named;
     if (is_of_kind(parameter->kind, *parameter->value))
         return;
-    const bool octal = parameter->value->starts_with('0') && number_in(*parameter->value, 10);
+    const bool octal = parameter->value->starts_with('0') && ovra::whole_number<uint64_t>(*parameter->value);
     refuse(std::string(parameter->name) + ": " + in_quotes(*parameter->value) +
            (octal ? " would be read as an octal number" : " cannot be taken as it stands"));
 }

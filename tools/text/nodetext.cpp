@@ -6,6 +6,7 @@
 #include "src/base/ascii.h"
 #include "src/base/ids.h"
 #include "src/base/nodes.h"
+#include "src/base/whole_number.h"
 #include "src/base/words.h"
 #include "tools/text/nodeparse.h"
 #include "tools/text/nodevalues.h"
@@ -119,7 +120,7 @@ uint32_t eisa_id(const std::optional<std::string> &text)
 {
     if (!text || *text == "0")
         return 0;
-    return ovra::eisa_id(text->substr(0, 3), static_cast<uint16_t>(number_in(text->substr(3), 16).value()));
+    return ovra::eisa_id(text->substr(0, 3), ovra::whole_number<uint16_t>(text->substr(3), 16).value());
 }
 
 // The library reads UID as an identifier, prints it as a number, and prints the strings in another order than

@@ -2,11 +2,11 @@
 #include "tools/text/nodevalues.h"
 
 #include <algorithm>
-#include <charconv>
 #include <span>
 
 #include "src/base/guid.h"
 #include "src/base/number.h"
+#include "src/base/whole_number.h"
 #include "src/base/words.h"
 #include "tools/text/text.h"
 
@@ -49,15 +49,6 @@ bool are_hex_digits(std::string_view text)
 
 } // namespace
 
-std::optional<uint64_t> number_in(std::string_view text, int base)
-{
-    uint64_t value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
-    if (text.empty() || error != std::errc() || end != text.data() + text.size())
-        return std::nullopt;
-    return value;
-}
-
 namespace {
 
 bool is_hexadecimal(std::string_view text)
@@ -70,8 +61,9 @@ bool is_hexadecimal(std::string_view text)
 std::optional<uint64_t> number_in(std::string_view text)
 {
     if (is_hexadecimal(text))
-        return number_in(text.substr(2), 16);
-    const auto value = text.empty() || ovra::is_ascii_digit(text[0]) ? number_in(text, 10) : std::nullopt;
+        return ovra::whole_number<uint64_t>(text.substr(2), 16);
+    const auto value =
+        text.empty() || ovra::is_ascii_digit(text[0]) ? ovra::whole_number<uint64_t>(text) : std::nullopt;
     return value && text[0] == '0' && *value > 7 ? std::nullopt : value;
 }
 
@@ -159,7 +151,7 @@ bool is_of_kind(std::string_view kind, const std::string &text)
     if (kind == "number")
         return number_in(text).has_value();
     if (kind == "digits")
-        return number_in(is_hexadecimal(text) ? std::string_view(text).substr(2) : text, 16).has_value();
+        return ovra::whole_number<uint64_t>(is_hexadecimal(text) ? text.substr(2) : text, 16).has_value();
     if (kind == "bytes")
         return are_hex_digits(text) && text.size() % 2 == 0;
     if (kind == "guid")

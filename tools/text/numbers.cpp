@@ -2,9 +2,9 @@
 #include "tools/text/numbers.h"
 
 #include <algorithm>
-#include <charconv>
 
 #include "src/base/load_option.h"
+#include "src/base/whole_number.h"
 
 namespace tool {
 
@@ -32,12 +32,11 @@ std::optional<bytes> parse_hex(std::string_view text)
             ++at;
             continue;
         }
-        uint8_t byte = 0;
         const std::string_view pair = text.substr(at, 2);
-        const auto [end, error] = std::from_chars(pair.data(), pair.data() + pair.size(), byte, 16);
-        if (error != std::errc() || end != pair.data() + 2)
+        const auto byte = ovra::whole_number<uint8_t>(pair, 16);
+        if (pair.size() != 2 || !byte)
             return std::nullopt;
-        data.push_back(byte);
+        data.push_back(*byte);
         at += 2;
     }
     return data;
@@ -73,25 +72,14 @@ std::optional<uint16_t> parse_option(std::string_view text)
     const std::string_view prefix = "boot";
     if (text.size() > prefix.size() && ovra::alike(text.substr(0, prefix.size()), prefix))
         text.remove_prefix(prefix.size());
-    uint16_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, 16);
-    if (text.empty() || text.size() > 4 || error != std::errc() || end != text.data() + text.size())
-        return std::nullopt;
-    return number;
+    return text.size() <= 4 ? ovra::whole_number<uint16_t>(text, 16) : std::nullopt;
 }
 
 std::optional<uint32_t> parse_number(std::string_view text)
 {
-    int base = 10;
-    if (text.starts_with("0x") || text.starts_with("0X")) {
-        text.remove_prefix(2);
-        base = 16;
-    }
-    uint32_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
-    if (text.empty() || error != std::errc() || end != text.data() + text.size())
-        return std::nullopt;
-    return number;
+    if (text.starts_with("0x") || text.starts_with("0X"))
+        return ovra::whole_number<uint32_t>(text.substr(2), 16);
+    return ovra::whole_number<uint32_t>(text);
 }
 
 } // namespace tool
