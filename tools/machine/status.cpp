@@ -82,10 +82,10 @@ std::vector<std::string> attribute_words(uint32_t attributes)
     } words[] = {{EFI_VARIABLE_NON_VOLATILE, "non-volatile"},
                  {EFI_VARIABLE_BOOTSERVICE_ACCESS, "boot-service"},
                  {EFI_VARIABLE_RUNTIME_ACCESS, "run-time"},
-                 {0x08, "hardware-error"},
-                 {0x10, "authenticated"},
-                 {0x20, "time-authenticated"},
-                 {0x80, "enhanced-authenticated"}};
+                 {ovra::hardware_error_record, "hardware-error"},
+                 {ovra::authenticated_write, "authenticated"},
+                 {ovra::time_based_authenticated_write, "time-authenticated"},
+                 {ovra::enhanced_authenticated, "enhanced-authenticated"}};
     std::vector<std::string> set;
     for (const auto &[bit, word] : words) {
         if ((attributes & bit) != 0)
