@@ -77,8 +77,7 @@ unreadable firmware::why_unreadable(const std::string &name)
                                       "' removes it.");
     if (is.status != EFI_SUCCESS)
         return because(is.error != 0 ? strerror(is.error) : status_name(is.status), {});
-    constexpr size_t longest_description = 256; // bytes of UCS-2 that the library reads
-    if (parts->description.size() > longest_description)
+    if (parts->description.size() > ovra::description_limit)
         return because("its description is longer than 127 characters", bytes_advice);
     return because("the library cannot read it", bytes_advice);
 }
