@@ -23,6 +23,9 @@ bool is_permission(int error);
 // "non-volatile", "run-time"
 std::vector<std::string> attribute_words(uint32_t attributes);
 
+// The same as UEFI abbreviates them: "NV", "RT".
+std::vector<std::string> attribute_letters(uint32_t attributes);
+
 } // namespace tool
 
 #endif
