@@ -82,7 +82,7 @@ struct attribute {
     const char *letters;
 };
 
-std::vector<std::string> names_of(uint32_t attributes, const char *attribute::*name)
+std::vector<std::string> in_words(uint32_t attributes, const char *attribute::*name)
 {
     static constexpr attribute all[] = {{EFI_VARIABLE_NON_VOLATILE, "non-volatile", "NV"},
                                         {EFI_VARIABLE_BOOTSERVICE_ACCESS, "boot-service", "BS"},
@@ -106,12 +106,12 @@ std::vector<std::string> names_of(uint32_t attributes, const char *attribute::*n
 
 std::vector<std::string> attribute_words(uint32_t attributes)
 {
-    return names_of(attributes, &attribute::word);
+    return in_words(attributes, &attribute::word);
 }
 
 std::vector<std::string> attribute_letters(uint32_t attributes)
 {
-    return names_of(attributes, &attribute::letters);
+    return in_words(attributes, &attribute::letters);
 }
 
 } // namespace tool

@@ -67,6 +67,15 @@ std::string option_name(uint16_t number)
     return ovra::option_name(number).text;
 }
 
+std::string names_of(const std::vector<uint16_t> &options)
+{
+    std::vector<std::string> names;
+    names.reserve(options.size());
+    for (const uint16_t number : options)
+        names.push_back(option_name(number));
+    return join(names, " ");
+}
+
 std::optional<uint16_t> parse_option(std::string_view text)
 {
     const std::string_view prefix = "boot";
