@@ -439,7 +439,8 @@ OVRA_OFFSET(uefi_ipv6_device_path_t, ip_addr_origin, 42);
 OVRA_OFFSET(uefi_ipv6_device_path_t, prefix_length, 43);
 OVRA_OFFSET(uefi_ipv6_device_path_t, gateway_addr, 44);
 
-/* UART. parity: 0 default, 1 none, 2 even, 3 odd, 4 mark, 5 space; stopbits: 0 default, 1 one, 2 1.5, 3 two.
+/*
+ * UART. parity: 0 default, 1 none, 2 even, 3 odd, 4 mark, 5 space; stopbits: 0 default, 1 one, 2 1.5, 3 two.
  */
 typedef struct {
     uint8_t type;
@@ -515,8 +516,8 @@ OVRA_OFFSET(uefi_sata_device_path_t, port_mult, 6);
 OVRA_OFFSET(uefi_sata_device_path_t, lun, 8);
 
 /*
- * iSCSI. Kept: the target name is UCS-2 with a terminator, where UEFI has ASCII, and of the bits of options
- * 0x0080 is a data digest of CRC32C, where UEFI has 0x0008; stored paths are so.
+ * iSCSI. Kept: the target name is UCS-2 with a terminator, where UEFI has ASCII, and the option bit of a
+ * CRC32C data digest is 0x0080, where UEFI has 0x0008; stored paths have both.
  * [kept_iscsi_target_name_is_ucs2, kept_iscsi_data_digest_is_0x0080]
  */
 typedef struct {
