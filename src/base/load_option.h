@@ -24,6 +24,9 @@ struct load_option_header {
 } OVRA_PACKED;
 static_assert(sizeof(load_option_header) == 6 && alignof(load_option_header) == 1);
 
+/* Bytes of a description that the library reads: in UCS-2 with the terminator, and in UTF-8 without it. */
+inline constexpr size_t description_limit = 256;
+
 struct load_option_parts {
     uint32_t attributes = 0;
     byte_view description; /* UCS-2 with its terminator */

@@ -23,11 +23,7 @@ change writes_order(const std::vector<uint16_t> &order)
 {
     if (order.empty())
         return deletes("BootOrder");
-    std::vector<std::string> names;
-    names.reserve(order.size());
-    for (const uint16_t number : order)
-        names.push_back(option_name(number));
-    return writes("BootOrder", stored(order), join(names, " "), {{"order", names}});
+    return writes("BootOrder", stored(order), names_of(order), {{"order", option_names(order)}});
 }
 
 change writes_option(uint16_t number, const load_option &option)

@@ -11,6 +11,7 @@
 #include "platform/include/kvlist.h"
 #include "platform/include/volset.h"
 #include "src/base/hard_drive.h"
+#include "src/base/words.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 
@@ -136,7 +137,7 @@ const char *drive::medium() const
 {
     if (!has_medium)
         return "none";
-    return signature ? "MBR" : "GPT";
+    return ovra::by_value(ovra::partition_formats, signature ? ovra::format_mbr : ovra::format_gpt)->text;
 }
 
 std::vector<drive> read_drives(const std::function<bool(const drive &)> &reads_media)

@@ -14,7 +14,7 @@ namespace tool {
 
 namespace {
 
-constexpr uint32_t authenticated = 0x30; // by either way that the firmware knows
+using ovra::authenticated;
 
 } // namespace
 

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -12,7 +11,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include "src/base/ascii.h"
 #include "src/base/device_name.h"
+#include "src/base/whole_number.h"
 #include "tools/machine/drives.h"
 #include "tools/text/failure.h"
 #include "tools/text/loadoption.h"
@@ -82,7 +83,7 @@ uint16_t option_number(const std::string &text)
 void refuse_leading_zero(const std::string &text)
 {
     const size_t sign = text.starts_with('-') ? 1 : 0;
-    if (text.size() > sign + 1 && text[sign] == '0' && text[sign + 1] >= '0' && text[sign + 1] <= '9')
+    if (text.size() > sign + 1 && text[sign] == '0' && ovra::is_ascii_digit(text[sign + 1]))
         throw usage_error(in_quotes(text) + " has a leading zero, which may mean octal: leave it out");
 }
 
@@ -111,11 +112,10 @@ CLI::Option *position_argument::declare(CLI::App &app, const char *name, const c
 {
     return add_value(app, name, shown, help, [this](const std::string &text) {
         refuse_leading_zero(text);
-        int value = 0;
-        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-        if (text.empty() || error != std::errc() || end != text.data() + text.size())
+        const auto value = ovra::whole_number<int>(text);
+        if (!value)
             throw usage_error(in_quotes(text) + " is not a position: a whole number is needed");
-        place = value;
+        place = *value;
     });
 }
 

@@ -60,7 +60,7 @@ change sets(const std::string &what, const std::string &key, const json &value)
 
 void set_clock(firmware &machine, const EFI_TIME &time, changes *changes)
 {
-    if (time.timezone != no_timezone && machine.is_live())
+    if (time.timezone != ovra::unspecified_timezone && machine.is_live())
         refuse_zone(machine.time(nullptr));
     const std::string text = time_text(time);
     changes->make(
@@ -128,7 +128,7 @@ void set_alarm(firmware &machine, const EFI_TIME &time)
 void set_alarm(firmware &machine, const EFI_TIME &time, changes *changes)
 {
     const EFI_TIME now = machine.time(nullptr);
-    if (time.timezone != no_timezone && now.timezone == no_timezone)
+    if (time.timezone != ovra::unspecified_timezone && now.timezone == ovra::unspecified_timezone)
         refuse_zone(now);
     if (!is_before(now, time))
         throw failure(time_text(time) + " is past: the clock shows " + time_text(now));
@@ -153,7 +153,7 @@ void clear_alarm(firmware &machine)
         any.year = 2000;
         any.month = 1;
         any.day = 1;
-        any.timezone = no_timezone;
+        any.timezone = ovra::unspecified_timezone;
         machine.set_wakeup_time(any);
         machine.set_wakeup_time(std::nullopt);
     }

@@ -14,7 +14,7 @@ std::string time_text(const EFI_TIME &time)
 {
     std::string text = format("%04d-%02d-%02dT%02d:%02d:%02d", time.year, time.month, time.day, time.hour,
                               time.minute, time.second);
-    if (time.timezone == no_timezone)
+    if (time.timezone == ovra::unspecified_timezone)
         return text;
     // The firmware's zone is what is added to local time to get UTC; ISO 8601 writes the opposite.
     const int east = -time.timezone;
@@ -23,7 +23,8 @@ std::string time_text(const EFI_TIME &time)
 
 bool is_before(const EFI_TIME &time, const EFI_TIME &other)
 {
-    const bool zones = time.timezone != no_timezone && other.timezone != no_timezone;
+    const bool zones =
+        time.timezone != ovra::unspecified_timezone && other.timezone != ovra::unspecified_timezone;
     const auto moment = [zones](const EFI_TIME &of) {
         const std::chrono::year_month_day date(std::chrono::year(of.year), std::chrono::month(of.month),
                                                std::chrono::day(of.day));
@@ -60,7 +61,7 @@ EFI_TIME parse_time(const std::string &text)
     time.hour = static_cast<uint8_t>(number(4));
     time.minute = static_cast<uint8_t>(number(5));
     time.second = static_cast<uint8_t>(number(6));
-    time.timezone = no_timezone;
+    time.timezone = ovra::unspecified_timezone;
     if (parts[7].matched)
         time.timezone = 0;
     else if (parts[8].matched)
