@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "tests/support/captured.h"
 #include "tests/tool/obstacles.h"
 
 namespace tool_test {
@@ -250,9 +251,7 @@ TEST_F(writing_obstacles, to_reading_one_option_are_named_by_find)
     around.as_nobody = geteuid() == 0;
     if (run_command({"--version"}, around).status != 0)
         GTEST_SKIP() << "the command lies where other users cannot run it";
-    const std::string unpack =
-        "tar --sparse -xzf '" OVRA_TEST_DATA "/machines/q35.tar.gz' -C '" + root.string() + "'";
-    ASSERT_EQ(system(unpack.c_str()), 0);
+    ovra::test::unpack_machine("q35", root);
     EXPECT_EQ(run({"create", "--desc", "x", "--disk", "c5t0d0s0"}).status, 0);
     EXPECT_EQ(run({"find", "c5t0d0s0"}, around).err,
               "c5t0d0s0 is /dev/sda1, PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c01.\n");

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "tests/support/captured.h"
 #include "tests/tool/support.h"
 
 namespace tool_test {
@@ -204,12 +205,7 @@ TEST_F(set_path, create_takes_exactly_one_kind_of_path)
 // On a machine with disks.
 class set_path_of_disk : public set_path {
 protected:
-    set_path_of_disk()
-    {
-        const std::string unpack =
-            "tar --sparse -xzf '" OVRA_TEST_DATA "/machines/q35.tar.gz' -C '" + root.string() + "'";
-        EXPECT_EQ(system(unpack.c_str()), 0);
-    }
+    set_path_of_disk() { ovra::test::unpack_machine("q35", root); }
 };
 
 TEST_F(set_path_of_disk, devpath_takes_the_name_of_a_disk)

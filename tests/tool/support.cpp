@@ -13,6 +13,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "tests/support/captured.h"
+
 namespace tool_test {
 
 namespace fs = std::filesystem;
@@ -239,10 +241,7 @@ Machine::Machine()
     root = folder / "machine";
     variables = root / "sys/firmware/efi/efivars";
     fs::create_directories(root / "var/lib/hwplat"); // which the lock makes otherwise
-    const std::string unpack =
-        "tar -xzf '" OVRA_TEST_DATA "/machines/q35.tar.gz' -C '" + root.string() + "' ./sys/firmware";
-    if (system(unpack.c_str()) != 0)
-        give_up("tar");
+    ovra::test::unpack_machine("q35", root, "sys/firmware");
 }
 
 Machine::~Machine()
