@@ -254,9 +254,8 @@ TEST_F(disks_verb, stand_in_documents_with_names_in_snake_case)
                            {"path", "decode", "01010600000004040800610000007fff0400"}};
     std::set<std::string> names;
     for (const auto &all : {std::span<const words>(changes), std::span<const words>(shown)}) {
-        for (words arguments : all) {
-            arguments.emplace_back("--json");
-            const outcome result = run(arguments);
+        for (const words &arguments : all) {
+            const outcome result = run(arguments + words{"--json"});
             ASSERT_EQ(result.status, 0) << testing::PrintToString(arguments) << result.err;
             collect_names(json::parse(result.out), &names);
         }

@@ -190,21 +190,19 @@ TEST_F(failing_writes, of_a_file_system_are_seen_by_a_dry_run_too)
                              {"set", "Boot0003", "--desc", "longer than it was"},
                              {"order", "set", "Boot0001"},
                              {"next", "Boot0001"}};
-    for (words arguments : changes) {
+    for (const words &arguments : changes) {
         const auto before = snapshot();
         const outcome real = run_with(arguments, rule("create", ".hwplat", ENOSPC), "full");
-        arguments.emplace_back("--dry-run");
-        const outcome dry = run_with(arguments, "", "full");
+        const outcome dry = run_with(arguments + words{"--dry-run"}, "", "full");
         EXPECT_EQ(real.status, 1) << arguments[0];
         EXPECT_EQ(dry.status, 1) << arguments[0];
         EXPECT_THAT(dry.err, HasSubstr(": the file system is full\n")) << arguments[0];
         EXPECT_EQ(dry.err, real.err) << arguments[0];
         EXPECT_EQ(snapshot(), before);
     }
-    for (words arguments : changes) {
+    for (const words &arguments : changes) {
         const outcome real = run_with(arguments, rule("create", ".hwplat", EROFS), "readonly");
-        arguments.emplace_back("--dry-run");
-        const outcome dry = run_with(arguments, "", "readonly");
+        const outcome dry = run_with(arguments + words{"--dry-run"}, "", "readonly");
         EXPECT_EQ(dry.status, 1) << arguments[0];
         EXPECT_THAT(dry.err,
                     HasSubstr(": the variables are mounted read-only\n  'mount -o remount,rw' makes "));
@@ -229,10 +227,8 @@ TEST_F(failing_writes, of_a_file_system_to_take_the_clock_and_the_next_start)
                   "ovra: cannot reset the machine: the file system is full\n  The variables are files in " +
                       variables.string() + ": make room there.\n"}};
     for (const auto &[arguments, said] : cases) {
-        words dry = arguments;
-        dry.emplace_back("--dry-run");
         const auto before = snapshot();
-        EXPECT_EQ(run_with(dry, "", "full").err, said);
+        EXPECT_EQ(run_with(arguments + words{"--dry-run"}, "", "full").err, said);
         EXPECT_EQ(run_with(arguments, "", "full").err, said);
         // Also where that shows only when it is written.
         const std::string late = run_with(arguments, rule("create", ".hwplat", ENOSPC)).err;

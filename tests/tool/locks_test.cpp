@@ -89,7 +89,7 @@ protected:
     void work_together(bool with_kills)
     {
         constexpr int people = 8;
-        std::ofstream(root / "var/lib/hwplat/capacity") << "16000000 60000\n"; // for as long as they work
+        put_state("capacity", "16000000 60000\n"); // for as long as they work
         const json before = parsed({"list"});
         std::vector<person> all(people);
         std::vector<std::thread> threads;
