@@ -7,20 +7,13 @@
 #include <vector>
 
 #include "tests/boot/fixture.h"
+#include "tests/support/strings.h"
 
 namespace ovra::test {
 
 using option_names = std::vector<std::string>;
 
 struct bootopt_list : open_handle {};
-
-inline option_names names_in(char **array)
-{
-    option_names all;
-    for (char **name = array; *name; ++name)
-        all.emplace_back(*name);
-    return all;
-}
 
 /* The list, which must be had without a word; empty when it was not. */
 inline option_names option_list(ovra_hdl_t hdl)
@@ -33,7 +26,7 @@ inline option_names option_list(ovra_hdl_t hdl)
         ADD_FAILURE() << "no array";
         return {};
     }
-    const option_names all = names_in(array);
+    const option_names all = strings_of(array);
     free_str_array(hdl, array);
     return all;
 }

@@ -137,7 +137,7 @@ TEST_F(bootopt_list, sixty_thousand_options_take_linear_time)
     char **array = nullptr;
     EXPECT_LT(seconds_of([&] { EXPECT_EQ(ovra_bootopt_list(hdl, &array), 0); }), limit);
     ASSERT_NE(array, nullptr);
-    EXPECT_EQ(names_in(array), all);
+    EXPECT_EQ(strings_of(array), all);
     EXPECT_LT(seconds_of([&] {
                   ovra_fini(hdl);
                   hdl = nullptr;
@@ -162,7 +162,7 @@ TEST_F(bootopt_list, without_memory_the_names_are_taken_back)
                 const int result = ovra_bootopt_list(handle, &array);
                 EXPECT_EQ(array == nullptr, result == -1);
                 if (array) {
-                    EXPECT_EQ(names_in(array), all);
+                    EXPECT_EQ(strings_of(array), all);
                 }
                 EXPECT_TRUE(array || tracked_blocks(handle) == 0);
                 return result;

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/devices/sample.h"
+#include "tests/support/captured.h"
 
 namespace devices_test {
 
@@ -48,8 +49,7 @@ void walk(ht_node_t node, std::vector<std::string> *paths)
 
 sample::sample(const std::string &captured)
 {
-    run("tar --sparse -xzf '" OVRA_TEST_DATA "/machines/" + captured + ".tar.gz' -C '" + root().string() +
-        "'");
+    ovra::test::unpack_machine(captured, root());
 }
 
 void sample::text(const std::string &path, const std::string &contents) const

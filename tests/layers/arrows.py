@@ -46,7 +46,7 @@ def main():
         for line, (header, name) in enumerate(headers.items(), 1):
             expected |= {f"{folder}/arrows.cpp:{line}: {folder} may not include {name[1:-1]}"
                          for folder, column in arrows if column == header and not arrows[folder, column]}
-        run = subprocess.run([sys.executable, sys.argv[1], root], capture_output=True, text=True, check=False)
+        run = subprocess.run([sys.executable, "-B", sys.argv[1], root], capture_output=True, text=True, check=False)
     got = set(run.stdout.splitlines())
     for line in sorted(expected - got):
         print(f"accepted, though it must be refused: {line}")

@@ -39,7 +39,7 @@ def main():
         text = file.read()
     with tempfile.TemporaryDirectory() as root:
         expected = unpack(text, root)
-        run = subprocess.run([sys.executable, layers, root], capture_output=True, text=True, check=False)
+        run = subprocess.run([sys.executable, "-B", layers, root], capture_output=True, text=True, check=False)
     status = 1 if expected else 0
     if (run.stdout, run.returncode, run.stderr) == (expected, status, ""):
         return 0

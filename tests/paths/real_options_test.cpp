@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/boot/parts.h"
 #include "tests/fakes/driver.h"
 #include "tests/paths/tables.h"
 
@@ -38,22 +39,6 @@ struct option {
     }
 };
 
-// The fields as the library gives them.
-struct given_option {
-    ovra_epath_t path = nullptr;
-    int path_len = 0;
-    char *desc = nullptr;
-    uint32_t attr = 0;
-    void *optdata = nullptr;
-    size_t optdata_len = 0;
-
-    int result;
-
-    given_option(ovra_hdl_t hdl, char *name)
-        : result(ovra_bootopt_get(hdl, name, &path, &path_len, &desc, &attr, &optdata, &optdata_len))
-    {}
-};
-
 class real_options : public ::testing::Test {
 protected:
     void SetUp() override
@@ -80,11 +65,11 @@ TEST_F(real_options, read_back_field_by_field)
     for (const bytes &variable : variables) {
         fakes::put_variable(name, variable);
         const option wanted(variable);
-        const given_option given(hdl, name);
+        const parts given = get(hdl, name);
         ASSERT_EQ(given.result, 0);
-        EXPECT_EQ(given.attr, wanted.attributes);
-        EXPECT_EQ(to_hex(given.path, static_cast<size_t>(given.path_len)), to_hex(wanted.path));
-        EXPECT_EQ(to_hex(given.optdata, given.optdata_len), to_hex(wanted.optional_data));
+        EXPECT_EQ(given.attributes, wanted.attributes);
+        EXPECT_EQ(given.hex_path(), to_hex(wanted.path));
+        EXPECT_EQ(given.hex_optdata(), to_hex(wanted.optional_data));
         EXPECT_EQ(given.optdata == nullptr, wanted.optional_data.empty());
         // All of them have plain names.
         EXPECT_EQ(std::string(given.desc), std::string(wanted.description.begin(), wanted.description.end()));
@@ -95,10 +80,10 @@ TEST_F(real_options, written_again_are_the_same_bytes)
 {
     for (const bytes &variable : variables) {
         fakes::put_variable(name, variable);
-        const given_option given(hdl, name);
+        const parts given = get(hdl, name);
         ASSERT_EQ(given.result, 0);
         fakes::remove_variable(name);
-        ASSERT_EQ(ovra_bootopt_set(hdl, name, given.path, given.path_len, given.desc, given.attr,
+        ASSERT_EQ(ovra_bootopt_set(hdl, name, given.path, given.path_len, given.desc, given.attributes,
                                    given.optdata, given.optdata_len),
                   0);
         EXPECT_EQ(to_hex(*fakes::variable(name)), to_hex(variable));

@@ -17,9 +17,12 @@
 
 #include <ovra/uefi.h>
 
+#include "tests/support/guards.h"
+
 namespace platform_test {
 
 namespace fs = std::filesystem;
+using ovra::test::environment;
 
 inline constexpr EFI_GUID global_guid = {
     0x8be4df61, 0x93ca, 0x11d2, {0xaa, 0x0d, 0x00, 0xe0, 0x98, 0x03, 0x2b, 0x8c}};
@@ -27,35 +30,6 @@ inline constexpr std::string_view global_suffix = "-8be4df61-93ca-11d2-aa0d-00e0
 inline constexpr EFI_GUID other_guid = {
     0x00112233, 0x4455, 0x6677, {0x88, 0x99, 0xaa, 0xbb, 0xcc, 0xdd, 0xee, 0xff}};
 inline constexpr std::string_view other_suffix = "-00112233-4455-6677-8899-aabbccddeeff";
-
-/* Sets an environment variable, or removes it when the value is null; puts back what was there. */
-class environment {
-public:
-    environment(const char *variable, const char *value) : name(variable)
-    {
-        if (const char *before = std::getenv(variable)) {
-            old = before;
-            had = true;
-        }
-        set(value);
-    }
-    environment(const environment &) = delete;
-    environment &operator=(const environment &) = delete;
-    ~environment() { set(had ? old.c_str() : nullptr); }
-
-    void set(const char *value) const
-    {
-        if (value != nullptr)
-            setenv(name.c_str(), value, 1);
-        else
-            unsetenv(name.c_str());
-    }
-
-private:
-    std::string name;
-    std::string old;
-    bool had = false;
-};
 
 /* UCS-2 with its terminator. */
 inline std::vector<CHAR16> ucs2(std::u16string_view text)

@@ -6,7 +6,6 @@
 #include <csignal>
 #include <functional>
 #include <semaphore>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -16,6 +15,7 @@
 #include "src/rt/rt.h"
 #include "tests/fakes/driver.h"
 #include "tests/support/bytes.h"
+#include "tests/support/child_process.h"
 #include "tests/support/guards.h"
 #include "tests/support/messages.h"
 
@@ -101,19 +101,6 @@ TEST(conversion, that_leaves_input_behind_is_refused_with_a_message)
 
 namespace {
 
-// What a child that runs `work` ends with: 0 when the work gave true. One that hangs is ended by a signal.
-int status_of_child(const std::function<bool()> &work)
-{
-    const pid_t child = fork();
-    if (child == 0) {
-        alarm(60);
-        _exit(work() ? 0 : 1);
-    }
-    int status = -1;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    return status;
-}
-
 bool converts()
 {
     const ovra::owned<uint16_t> text(convert_utf8_to_leunicode("x"));
@@ -131,7 +118,7 @@ int status_in_handler = -1;
 
 void fork_in_handler(int)
 {
-    status_in_handler = status_of_child(converts);
+    status_in_handler = status_in_child(converts);
 }
 
 } // namespace
@@ -148,7 +135,7 @@ TEST(conversion, goes_on_in_a_child_forked_while_another_thread_was_inside)
     bool converted = false;
     std::thread other([&] { converted = converts(); });
     inside.acquire();
-    EXPECT_EQ(status_of_child(converts), 0);
+    EXPECT_EQ(status_in_child(converts), 0);
     other.join();
     EXPECT_TRUE(converted);
     EXPECT_TRUE(converts());
@@ -157,7 +144,7 @@ TEST(conversion, goes_on_in_a_child_forked_while_another_thread_was_inside)
 TEST(conversion, goes_on_in_a_child_that_a_signal_handler_forked_in_the_middle)
 {
     refused = false;
-    EXPECT_EQ(status_of_child([] {
+    EXPECT_EQ(status_in_child([] {
                   signal(SIGUSR1, fork_in_handler);
                   while_converting = [] { raise(SIGUSR1); };
                   return converts() && status_in_handler == 0 && converts();
@@ -168,7 +155,7 @@ TEST(conversion, goes_on_in_a_child_that_a_signal_handler_forked_in_the_middle)
 TEST(conversion, goes_on_after_a_signal_handler_jumped_out_of_it)
 {
     refused = false;
-    EXPECT_EQ(status_of_child([] {
+    EXPECT_EQ(status_in_child([] {
                   signal(SIGUSR1, jump_away);
                   while_converting = [] { raise(SIGUSR1); };
                   if (sigsetjmp(escape, 1) == 0) {

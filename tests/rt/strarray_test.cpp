@@ -11,6 +11,7 @@
 #include "src/rt/strarray.h"
 #include "tests/rt/open_handle.h"
 #include "tests/support/messages.h"
+#include "tests/support/strings.h"
 #include "tests/support/sweep.h"
 
 using namespace ovra::test;
@@ -25,14 +26,6 @@ protected:
                hdl->memlist_addr + hdl->memlist_end;
     }
 };
-
-std::vector<std::string> strings_of(char **array)
-{
-    std::vector<std::string> strings;
-    for (char **string = array; *string; ++string)
-        strings.emplace_back(*string);
-    return strings;
-}
 
 } // namespace
 

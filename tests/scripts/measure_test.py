@@ -113,6 +113,13 @@ class Trees(unittest.TestCase):
         tree = measure.Tree(self.root)
         self.assertEqual(measure.duplicates(tree, tree.sources()), [(7, ["src/a/one.cpp:3", "src/a/two.cpp:4"])])
 
+    def test_what_stands_in_a_text_is_no_comment(self):
+        for name in ("one", "two"):
+            body = "".join(f'    call("//{name}/{n}");\n    call(\'"\', "/*", {n}); // {name}\n' for n in range(6))
+            self.write(f"src/a/{name}.cpp", f"void {name}()\n{{\n{body}}}\n")
+        tree = measure.Tree(self.root)
+        self.assertEqual(measure.duplicates(tree, tree.sources()), [])
+
     def test_places_of_kinds_and_verbs(self):
         self.write("include/ovra/uefi.h", "OVRA_NODE(uefi_a_t, 1, 2, 3);\nOVRA_TAILED_NODE(uefi_b_t, 1, 2, 3);\n")
         self.write("src/encode/a.cpp", "uefi_a_t a;\n")

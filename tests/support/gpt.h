@@ -25,7 +25,7 @@ struct gpt_bytes {
     std::string tail; /* entries, header */
 };
 
-inline std::uint32_t crc32(const std::string &bytes)
+inline std::uint32_t crc32(const std::string &data)
 {
     static const auto table = [] {
         std::array<std::uint32_t, 256> rows = {};
@@ -37,15 +37,15 @@ inline std::uint32_t crc32(const std::string &bytes)
         return rows;
     }();
     std::uint32_t sum = ~0U;
-    for (const char byte : bytes)
+    for (const char byte : data)
         sum = sum >> 8 ^ table[(sum ^ static_cast<unsigned char>(byte)) & 0xff];
     return ~sum;
 }
 
-inline void put_number(std::string *bytes, std::size_t at, std::uint64_t value, std::size_t size)
+inline void put_number(std::string *data, std::size_t at, std::uint64_t value, std::size_t size)
 {
     for (std::size_t i = 0; i < size; ++i)
-        (*bytes)[at + i] = static_cast<char>(value >> (8 * i) & 0xff);
+        (*data)[at + i] = static_cast<char>(value >> (8 * i) & 0xff);
 }
 
 /*
@@ -71,22 +71,22 @@ inline gpt_bytes make_gpt(std::uint64_t blocks, const std::vector<gpt_entry> &en
     const std::uint32_t table_sum = crc32(table);
     table.resize(table_blocks * block);
     const auto header = [&](std::uint64_t own, std::uint64_t other, std::uint64_t table_at) {
-        std::string bytes(92, '\0');
-        bytes.replace(0, 8, "EFI PART");
-        put_number(&bytes, 8, 0x10000, 4); // revision
-        put_number(&bytes, 12, bytes.size(), 4);
-        put_number(&bytes, 24, own, 8);
-        put_number(&bytes, 32, other, 8);
-        put_number(&bytes, 40, 2 + table_blocks, 8); // the first usable block, and the last
-        put_number(&bytes, 48, blocks - 2 - table_blocks, 8);
-        put_number(&bytes, 56, seed, 8);
-        put_number(&bytes, 72, table_at, 8);
-        put_number(&bytes, 80, count, 4);
-        put_number(&bytes, 84, entry_size, 4);
-        put_number(&bytes, 88, table_sum, 4);
-        put_number(&bytes, 16, crc32(bytes), 4);
-        bytes.resize(block);
-        return bytes;
+        std::string data(92, '\0');
+        data.replace(0, 8, "EFI PART");
+        put_number(&data, 8, 0x10000, 4); // revision
+        put_number(&data, 12, data.size(), 4);
+        put_number(&data, 24, own, 8);
+        put_number(&data, 32, other, 8);
+        put_number(&data, 40, 2 + table_blocks, 8); // the first usable block, and the last
+        put_number(&data, 48, blocks - 2 - table_blocks, 8);
+        put_number(&data, 56, seed, 8);
+        put_number(&data, 72, table_at, 8);
+        put_number(&data, 80, count, 4);
+        put_number(&data, 84, entry_size, 4);
+        put_number(&data, 88, table_sum, 4);
+        put_number(&data, 16, crc32(data), 4);
+        data.resize(block);
+        return data;
     };
     std::string mbr(block, '\0');
     mbr[446 + 4] = '\xee';

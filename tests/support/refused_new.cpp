@@ -7,10 +7,31 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-namespace ovra::test {
+#include <gtest/gtest.h>
 
-new_state operator_new;
+namespace {
 
+struct new_state {
+    bool refusing = false;
+    bool all_that_follow = false; // the first refused one, and each behind it
+    long before_refusal = 0;      // that many are given first
+    long refused = 0;
+    long live = 0; // blocks that are out
+} operator_new;
+
+// More allocations than any call makes: a body that never comes to an end is one that does not stop asking.
+constexpr long most_allocations = 20000;
+
+bool refuses()
+{
+    if (!operator_new.refusing ||
+        (operator_new.before_refusal-- != 0 && (!operator_new.all_that_follow || operator_new.refused == 0)))
+        return false;
+    ++operator_new.refused;
+    return true;
+}
+
+// The number that the next descriptor gets: the same again when none was kept.
 int lowest_free_descriptor()
 {
     const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
@@ -18,17 +39,39 @@ int lowest_free_descriptor()
     return fd;
 }
 
-} // namespace ovra::test
-
-using ovra::test::operator_new;
-
-static bool refuses()
+// Whether an allocation was refused.
+bool try_once(const std::function<void()> &body, long n, bool all_that_follow)
 {
-    if (!operator_new.refusing ||
-        (operator_new.before_refusal-- != 0 && (!operator_new.all_that_follow || operator_new.refused == 0)))
-        return false;
-    ++operator_new.refused;
-    return true;
+    const int free_descriptor = lowest_free_descriptor();
+    const new_state start = {true, all_that_follow, n, 0, operator_new.live};
+    operator_new = start;
+    body();
+    operator_new.refusing = false;
+    EXPECT_EQ(operator_new.live, start.live) << n;
+    EXPECT_EQ(lowest_free_descriptor(), free_descriptor) << n;
+    return operator_new.refused != 0;
+}
+
+} // namespace
+
+void ovra::test::for_each_refused_new(const std::function<void()> &before_each,
+                                      const std::function<void()> &body,
+                                      const std::function<void(long n, bool refused)> &check)
+{
+    before_each();
+    body(); // what a process allocates once
+    for (const bool all_that_follow : {false, true}) {
+        for (long n = 0;; ++n) {
+            before_each();
+            const bool refused = try_once(body, n, all_that_follow);
+            check(n, refused);
+            if (!refused) {
+                EXPECT_GT(n, 0) << "nothing was ever refused";
+                break;
+            }
+            ASSERT_LT(n, most_allocations);
+        }
+    }
 }
 
 // Not inlined: the compiler would see free() meet an operator new that it knows nothing of.

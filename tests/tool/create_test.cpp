@@ -17,9 +17,7 @@ class create_verb : public Machine {
 protected:
     static words linux_option(const words &more = {})
     {
-        words arguments = {"create", "--desc", "Linux", "--path-hex", sample_path_hex};
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        return arguments;
+        return words{"create", "--desc", "Linux", "--path-hex", sample_path_hex} + more;
     }
 };
 
@@ -228,9 +226,7 @@ TEST_F(create_verb, says_that_an_option_is_too_large)
 {
     std::ofstream(folder / "data", std::ios::binary) << std::string(40000, 'x');
     for (const words &more : {words{}, words{"--dry-run"}}) {
-        words arguments = linux_option({"--optdata-file", folder / "data"});
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        const std::string said = failure(arguments);
+        const std::string said = failure(linux_option({"--optdata-file", folder / "data"}) + more);
         EXPECT_THAT(said,
                     StartsWith("ovra: cannot write Boot0008: 40078 bytes are too many for one variable\n"));
         EXPECT_THAT(said, Not(HasSubstr("Remove options")));

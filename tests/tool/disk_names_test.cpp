@@ -75,9 +75,7 @@ TEST_F(disks_verb, that_another_has_the_identity_of_are_warned_of)
 {
     const words create = {"create", "--desc", "x", "--dry-run", "--disk"};
     const auto said_of = [&](const words &more) {
-        words arguments = create;
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        const outcome result = run(arguments);
+        const outcome result = run(create + more);
         EXPECT_EQ(result.status, 0) << result.err;
         return result.err;
     };
@@ -109,9 +107,7 @@ TEST_F(disks_verb, that_another_has_the_identity_of_are_warned_of)
 TEST_F(disks_verb, that_are_logical_partitions_are_warned_of)
 {
     for (const words &more : {words{}, words{"--full"}}) {
-        words arguments = {"create", "--desc", "x", "--disk", "c5t3d0p5", "--dry-run"};
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        const outcome result = run(arguments);
+        const outcome result = run(words{"create", "--desc", "x", "--disk", "c5t3d0p5", "--dry-run"} + more);
         EXPECT_EQ(result.status, 0);
         EXPECT_EQ(result.err, "c5t3d0p5 is /dev/sdb5, PARTUUID=1234abcd-05.\n"
                               "ovra: warning: the path has the number 0 for c5t3d0p5, a logical partition\n"

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <fstream>
 
+#include "tests/support/captured.h"
 #include "tests/support/gpt.h"
 #include "tests/support/memory_folder.h"
 #include "tests/tool/support.h"
@@ -21,9 +22,7 @@ protected:
     {
         std::filesystem::remove_all(root);
         std::filesystem::create_directories(root / "var/lib/hwplat");
-        const std::string unpack = "tar --sparse -xzf '" OVRA_TEST_DATA "/machines/" + captured +
-                                   ".tar.gz' -C '" + root.string() + "'";
-        EXPECT_EQ(system(unpack.c_str()), 0);
+        ovra::test::unpack_machine(captured, root);
     }
 
     // A text file of sysfs.

@@ -30,15 +30,11 @@ struct hostility {
 class hostile_machine : public Machine {
 public:
     using Machine::file;
+    using Machine::put_state;
     using Machine::root;
     using Machine::run;
     using Machine::snapshot;
     using Machine::variables;
-
-    void state(const std::string &name, const std::string &text) const
-    {
-        std::ofstream(root / "var/lib/hwplat" / name) << text;
-    }
 
     void put_file(const std::string &variable, const std::string &contents) const
     {

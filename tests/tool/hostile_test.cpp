@@ -14,9 +14,12 @@ namespace {
 void refuses_a_dry_run_as_the_run_itself(hostile_machine &machine, const hostility &tested)
 {
     surroundings around;
-    around.as_nobody = tested.as_nobody;
-    if (around.as_nobody && (geteuid() != 0 || run_command({"--version"}, around).status != 0))
-        GTEST_SKIP() << "the command cannot be run as another user here";
+    if (tested.as_nobody) {
+        const auto user = as_user_without_rights();
+        if (!user || !user->as_nobody)
+            GTEST_SKIP() << "the command cannot be run as another user here";
+        around = *user;
+    }
     std::vector<words> all = writers;
     all.push_back({"create", "--desc", "x", "--path-hex", "7fff0400", "--number", "0", "--force"});
     all.push_back({"set", "Boot0000", "--optdata-text", std::string(100, 'x')});
@@ -24,18 +27,13 @@ void refuses_a_dry_run_as_the_run_itself(hostile_machine &machine, const hostili
     all.push_back({"remove", "Boot0007"});
     // With sanitizers a process takes a fifth of a second to start: each machine has some of the command
     // lines there, another machine others, and the release build has all of them.
-#ifdef __SANITIZE_ADDRESS__
-    constexpr size_t step = 6;
-#else
-    constexpr size_t step = 1;
-#endif
+    const size_t step = has_sanitizers() ? 6 : 1;
     bool fresh = false;
     for (size_t at = std::hash<std::string>()(tested.name) % step; at < all.size(); at += step) {
         const words &arguments = all[at];
         if (!fresh && !machine.make(tested))
             GTEST_SKIP() << "such a machine cannot be made here";
-        words dry = arguments;
-        dry.emplace_back("--dry-run");
+        const words dry = arguments + words{"--dry-run"};
         const auto before = machine.snapshot();
         const outcome planned = machine.run(dry, around);
         EXPECT_TRUE(machine.snapshot() == before) << ::testing::PrintToString(dry) << " changes something";
@@ -76,7 +74,7 @@ auto attributes(uint32_t stored)
 
 auto state(const char *name, const char *text)
 {
-    return [name, text](h &machine) { machine.state(name, text); };
+    return [name, text](h &machine) { machine.put_state(name, text); };
 }
 
 auto contents(const char *variable, const std::string &data)
@@ -115,7 +113,7 @@ auto unreadable(const char *variable)
 auto unreadable_state(const char *name, const char *text)
 {
     return [name, text](h &machine) {
-        machine.state(name, text);
+        machine.put_state(name, text);
         machine.make_unreadable(machine.root / "var/lib/hwplat" / name);
     };
 }
@@ -150,7 +148,7 @@ const hostility hostilities[] = {
     {"clock_unreadable", unreadable_state("time-offset", "0 0 0 0\n"), true},
     {"clock_immutable",
      [](h &machine) {
-         machine.state("time-offset", "0 0 0 0\n");
+         machine.put_state("time-offset", "0 0 0 0\n");
          machine.mark(machine.root / state_folder / "time-offset", FS_IMMUTABLE_FL);
      }},
 

@@ -132,9 +132,7 @@ void become_the_known_paths_and_are_found_by_them(known_disks &machine, const ca
             }
             json created;
             if (is_logical(expected.name)) { // of which a warning tells
-                words with_json = create;
-                with_json.emplace_back("--json");
-                created = json::parse(machine.run(with_json).out);
+                created = json::parse(machine.run(create + words{"--json"}).out);
             } else {
                 created = machine.parsed(create);
             }

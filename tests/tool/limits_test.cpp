@@ -33,10 +33,8 @@ TEST_F(writing_obstacles, are_limits_of_open_files)
                 fs::remove(root / "var/lib/hwplat/lock");
                 if (has_lock)
                     std::ofstream(root / "var/lib/hwplat/lock").flush();
-                words dry = arguments;
-                dry.emplace_back("--dry-run");
                 const auto before = snapshot();
-                const int planned = run(dry, around).status;
+                const int planned = run(arguments + words{"--dry-run"}, around).status;
                 EXPECT_EQ(run(arguments, around).status, planned)
                     << ::testing::PrintToString(arguments) << " with " << files
                     << (has_lock ? " and a lock" : "");

@@ -32,10 +32,8 @@ protected:
     // Both must fail, say the same and change nothing.
     std::string refusal(const words &arguments, const surroundings &around = {}) const
     {
-        words dry = arguments;
-        dry.emplace_back("--dry-run");
         const auto before = snapshot();
-        const outcome planned = run(dry, around);
+        const outcome planned = run(arguments + words{"--dry-run"}, around);
         EXPECT_EQ(planned.status, 1) << ::testing::PrintToString(arguments) << planned.out;
         const outcome done = run(arguments, around);
         EXPECT_EQ(done.status, 1) << ::testing::PrintToString(arguments) << done.out;

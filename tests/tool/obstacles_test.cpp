@@ -2,8 +2,8 @@
 // What stands in the way of a change, and that a dry run finds it as the change itself does.
 #include <fstream>
 #include <sys/stat.h>
-#include <unistd.h>
 
+#include "tests/support/captured.h"
 #include "tests/tool/obstacles.h"
 
 namespace tool_test {
@@ -15,14 +15,13 @@ TEST_F(writing_obstacles, are_missing_permissions)
 {
     output({"time", "--wakeup", "--set", "2098-02-03T04:05:06Z"}); // an alarm to clear
     fs::remove(root / "var/lib/hwplat/lock");
-    surroundings around;
-    around.as_nobody = geteuid() == 0;
-    if (run_command({"--version"}, around).status != 0)
+    const auto around = as_user_without_rights();
+    if (!around)
         GTEST_SKIP() << "the command lies where other users cannot run it";
     std::vector<words> all = writers;
     const auto expect_refusals = [&] {
         for (const words &arguments : all) {
-            const std::string said = refusal(arguments, around);
+            const std::string said = refusal(arguments, *around);
             EXPECT_THAT(said, HasSubstr("no permission")) << arguments[0];
             EXPECT_THAT(said, HasSubstr("\n  Run this as root, or as the owner of the folder.\n"))
                 << arguments[0];
@@ -40,10 +39,8 @@ TEST_F(writing_obstacles, are_missing_permissions)
     fs::remove_all(root / "var");
     expect_refusals();
     fs::permissions(root, fs::perms(0777));
-    for (words arguments : writers_of_variables) {
-        arguments.emplace_back("--dry-run");
-        EXPECT_EQ(run(arguments, around).status, 0) << arguments[0];
-    }
+    for (const words &arguments : writers_of_variables)
+        EXPECT_EQ(run(arguments + words{"--dry-run"}, *around).status, 0) << arguments[0];
     EXPECT_FALSE(fs::exists(root / "var"));
 }
 
@@ -108,7 +105,7 @@ TEST_F(writing_obstacles, are_volatile_variables)
 
 TEST_F(writing_obstacles, are_full_stores)
 {
-    std::ofstream(root / "var/lib/hwplat/capacity") << "4000 2000\n";
+    put_state("capacity", "4000 2000\n");
     std::ofstream(folder / "data", std::ios::binary) << std::string(1500, 'x');
     const std::string data = folder / "data";
     for (const words &arguments :
@@ -129,7 +126,7 @@ TEST_F(writing_obstacles, are_full_stores)
 TEST_F(writing_obstacles, are_damaged_capacities)
 {
     const std::string capacity = root / "var/lib/hwplat/capacity";
-    std::ofstream(capacity) << "lots\n";
+    put_state("capacity", "lots\n");
     for (const words &arguments : {words{"create", "--desc", "x", "--path-hex", "7fff0400"},
                                    words{"order", "set", "Boot0001"}, words{"next", "Boot0001"}})
         EXPECT_THAT(
@@ -178,14 +175,14 @@ TEST_F(writing_obstacles, to_the_lock_are_named)
 TEST_F(writing_obstacles, are_stores_with_room_for_the_option_alone)
 {
     const uint64_t roomy = 100000;
-    std::ofstream(root / "var/lib/hwplat/capacity") << roomy << " 2000\n";
+    put_state("capacity", std::to_string(roomy) + " 2000\n");
     fs::remove(file("BootOrder"));
     std::ofstream(folder / "data", std::ios::binary) << std::string(2500, 'x');
     const std::string said = run({"set", "Boot0003", "--optdata-file", folder / "data"}).err;
     ASSERT_THAT(said, HasSubstr("too many for one variable"));
     // What is taken, by the difference of a store with a known size and what the message of a full one says.
     const auto left_in = [&](uint64_t capacity) {
-        std::ofstream(root / "var/lib/hwplat/capacity") << capacity << " 100000\n";
+        put_state("capacity", std::to_string(capacity) + " 100000\n");
         std::ofstream(folder / "data", std::ios::binary) << std::string(90000, 'x');
         const std::string full =
             run({"create", "--desc", "x", "--path-hex", "7fff0400", "--optdata-file", folder / "data"}).err;
@@ -198,84 +195,83 @@ TEST_F(writing_obstacles, are_stores_with_room_for_the_option_alone)
     const uint64_t taken = 50000 - left_in(50000);
     ASSERT_LT(taken, 50000u);
     // An option of 14 bytes with its name takes 36; BootOrder of one entry takes 26 more.
-    std::ofstream(root / "var/lib/hwplat/capacity") << taken + 36 + 20 << " 2000\n";
+    put_state("capacity", std::to_string(taken + 36 + 20) + " 2000\n");
     const words create = {"create", "--desc", "x", "--path-hex", "7fff0400"};
-    words dry = create;
-    dry.emplace_back("--dry-run");
-    EXPECT_THAT(failure(dry), StartsWith("ovra: cannot write BootOrder: no room in the variable store\n"));
+    EXPECT_THAT(failure(create + words{"--dry-run"}),
+                StartsWith("ovra: cannot write BootOrder: no room in the variable store\n"));
     const auto before = snapshot();
     const outcome done = run(create);
     EXPECT_EQ(done.status, 1);
     EXPECT_THAT(done.err, StartsWith("ovra: cannot write BootOrder: no room in the variable store\n"));
     EXPECT_EQ(done.out, "");
     EXPECT_TRUE(snapshot() == before);
-    std::ofstream(root / "var/lib/hwplat/capacity") << taken + 36 + 26 << " 2000\n";
+    put_state("capacity", std::to_string(taken + 36 + 26) + " 2000\n");
     output(create);
 }
 
 TEST_F(writing_obstacles, are_not_seen_where_there_are_none)
 {
-    for (words arguments : writers) {
-        arguments.emplace_back("--dry-run");
-        EXPECT_EQ(run(arguments).status, 0) << arguments[0];
-    }
+    for (const words &arguments : writers)
+        EXPECT_EQ(run(arguments + words{"--dry-run"}).status, 0) << arguments[0];
 }
 
 // An option that other users may not read.
 TEST_F(writing_obstacles, to_reading_one_option_leave_the_others)
 {
-    surroundings around;
-    around.as_nobody = geteuid() == 0;
-    if (run_command({"--version"}, around).status != 0)
+    const auto around = as_user_without_rights();
+    if (!around)
         GTEST_SKIP() << "the command lies where other users cannot run it";
     fs::permissions(file("Boot0003"), fs::perms(0));
-    const outcome list = run({"list"}, around);
+    const outcome list = run({"list"}, *around);
     EXPECT_EQ(list.status, 0) << list.err;
     EXPECT_THAT(list.out, HasSubstr("3         Boot0003  ?       (no permission)\n"));
     EXPECT_THAT(list.out, HasSubstr("7         Boot0007  *       EFI Internal Shell           next\n"));
     EXPECT_EQ(list.err, "ovra: warning: cannot read Boot0003: no permission\n"
                         "  Run this as root, or as the owner of the folder.\n");
-    const outcome programs = run({"list", "--json"}, around);
+    const outcome programs = run({"list", "--json"}, *around);
     EXPECT_EQ(json::parse(programs.out)["options"][3]["error"], "no permission");
-    const outcome order = run({"order"}, around);
+    const outcome order = run({"order"}, *around);
     EXPECT_EQ(order.status, 0);
     EXPECT_THAT(order.out, HasSubstr("3  Boot0003  (no permission)\n4  Boot0004  UEFI Misc Device\n"));
     EXPECT_THAT(order.err, HasSubstr("cannot read Boot0003: no permission\n"));
-    EXPECT_EQ(run({"show", "Boot0003"}, around).err, "ovra: cannot read Boot0003: no permission\n"
-                                                     "  Run this as root, or as the owner of the folder.\n"
-                                                     "    unable to read variable Boot0003\n");
+    EXPECT_EQ(run({"show", "Boot0003"}, *around).err, "ovra: cannot read Boot0003: no permission\n"
+                                                      "  Run this as root, or as the owner of the folder.\n"
+                                                      "    unable to read variable Boot0003\n");
 }
 
 // What cannot be read may be what is looked for, or stand in the way of it.
 TEST_F(writing_obstacles, to_reading_one_option_are_named_by_find)
 {
-    surroundings around;
-    around.as_nobody = geteuid() == 0;
-    if (run_command({"--version"}, around).status != 0)
+    const auto around = as_user_without_rights();
+    if (!around)
         GTEST_SKIP() << "the command lies where other users cannot run it";
-    const std::string unpack =
-        "tar --sparse -xzf '" OVRA_TEST_DATA "/machines/q35.tar.gz' -C '" + root.string() + "'";
-    ASSERT_EQ(system(unpack.c_str()), 0);
+    ovra::test::unpack_machine("q35", root);
     EXPECT_EQ(run({"create", "--desc", "x", "--disk", "c5t0d0s0"}).status, 0);
-    EXPECT_EQ(run({"find", "c5t0d0s0"}, around).err,
+    EXPECT_EQ(run({"find", "c5t0d0s0"}, *around).err,
               "c5t0d0s0 is /dev/sda1, PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c01.\n");
     fs::permissions(file("Boot0003"), fs::perms(0));
     const std::string remark = "ovra: warning: cannot read Boot0003: no permission\n"
                                "  Run this as root, or as the owner of the folder.\n";
     for (const words &more : {words{}, words{"--json"}}) {
-        words arguments = {"find", "c5t0d0s0"};
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        const outcome found = run(arguments, around);
+        const outcome found = run(words{"find", "c5t0d0s0"} + more, *around);
         EXPECT_EQ(found.status, 0) << found.err;
         EXPECT_THAT(found.out, HasSubstr("Boot0008"));
         EXPECT_THAT(found.err, ::testing::EndsWith(remark));
     }
+    const outcome disks = run({"disks"}, around);
+    EXPECT_EQ(disks.status, 0);
+    EXPECT_EQ(disks.err, remark) << "it may be one of a disk";
+    EXPECT_EQ(run({"show", "Boot0008"}, around).err, "");
     // Nothing is said to boot from a disk that cannot be read; that is not to say that nothing does.
     fs::permissions(root / "dev/sda", fs::perms::none);
-    const outcome refused = run({"find", "c5t0d0s0"}, around);
+    const outcome refused = run({"find", "c5t0d0s0"}, *around);
     EXPECT_EQ(refused.status, 1);
     EXPECT_EQ(refused.out, "");
     EXPECT_EQ(refused.err, "ovra: cannot read /dev/sda: Permission denied\n  Run this as root.\n");
+    const outcome shown = run({"show", "Boot0008"}, around);
+    EXPECT_EQ(shown.status, 0);
+    EXPECT_EQ(shown.err, "ovra: warning: cannot read /dev/sda: Permission denied\n"
+                         "  The option may boot from it.\n");
 }
 
 // The firmware does not enumerate what is damaged.

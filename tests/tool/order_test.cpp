@@ -46,9 +46,7 @@ TEST_F(order_verb, insert_tells_the_order_that_is_then_written)
             if (before.empty())
                 std::filesystem::remove(file("BootOrder"));
             const words arguments = {"order", "insert", "Boot0002", std::to_string(position)};
-            words dry = arguments;
-            dry.emplace_back("--dry-run");
-            const json planned = parsed(dry);
+            const json planned = parsed(arguments + words{"--dry-run"});
             EXPECT_EQ(order(), before);
             EXPECT_EQ(parsed(arguments)["changes"], planned["changes"]);
             EXPECT_EQ(from_hex(planned["changes"][0]["data"].get<std::string>()), get("BootOrder"))
@@ -217,9 +215,8 @@ TEST_F(order_verb, of_odd_length_means_the_same_to_every_verb)
         return std::pair(result.out, odd);
     };
     const auto said = [&](const words &arguments) { return warned(arguments).first; };
-    const auto parsed_with_warning = [&](words arguments) {
-        arguments.emplace_back("--json");
-        return json::parse(said(arguments));
+    const auto parsed_with_warning = [&](const words &arguments) {
+        return json::parse(said(arguments + words{"--json"}));
     };
     put("BootOrder", std::string("\x07\0\x05", 3));
     EXPECT_EQ(warned({"order"}), std::pair(std::string("0  Boot0007  EFI Internal Shell\n"), true));

@@ -129,9 +129,7 @@ TEST(path_encode_verb, takes_a_file_behind_the_devices)
 TEST(path_encode_verb, names_files_as_firmware_does)
 {
     for (const words &given : {words{"/Pci(1,2)", "--file", "/a"}, words{"/Pci(1,2)", "--file=/a"}}) {
-        words arguments = {"path", "encode"};
-        arguments.insert(arguments.end(), given.begin(), given.end());
-        const outcome packed = run_command(arguments);
+        const outcome packed = run_command(words{"path", "encode"} + given);
         EXPECT_EQ(packed.status, 0);
         EXPECT_EQ(packed.out, "01010600020104040a005c00610000007fff0400\n");
         EXPECT_EQ(packed.err, "The file is named as firmware does, \\a.\n");

@@ -111,9 +111,7 @@ TEST_F(remove_verb, removes_nothing_when_one_of_the_options_cannot_be_removed)
     std::filesystem::remove(file("Boot0002"));
     std::filesystem::create_directory(file("Boot0002"));
     for (const words &more : {words{}, words{"--dry-run"}}) {
-        words arguments = {"remove", "Boot0001", "Boot0002", "Boot0003"};
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        const std::string said = failure(arguments);
+        const std::string said = failure(words{"remove", "Boot0001", "Boot0002", "Boot0003"} + more);
         EXPECT_THAT(said, StartsWith("ovra: cannot delete Boot0002: a folder is in its place\n"));
         EXPECT_THAT(said, HasSubstr("\n  Nothing is removed.\n"));
     }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "tests/support/captured.h"
 #include "tests/tool/support.h"
 
 namespace tool_test {
@@ -111,9 +112,9 @@ TEST_F(set_path, an_end_node_in_the_text_is_refused)
     EXPECT_EQ(failure({"set", "Boot0003", "--devpath", "/Pci(1,2)/Path(0x7f,0xff,0400)"}),
               "ovra: node 2 of the path is an END node\n" + advice);
     for (const words &more : {words{}, words{"--file", "\\a"}}) {
-        words arguments = {"create", "--desc", "x", "--devpath",
-                           "/Pci(1,2)/Pci(1,3)/Path(0x7f,1,0400)/Pci(1,2)"};
-        arguments.insert(arguments.end(), more.begin(), more.end());
+        const words arguments =
+            words{"create", "--desc", "x", "--devpath", "/Pci(1,2)/Pci(1,3)/Path(0x7f,1,0400)/Pci(1,2)"} +
+            more;
         EXPECT_EQ(failure(arguments), "ovra: node 3 of the path is an END node\n" + advice);
     }
 }
@@ -195,21 +196,14 @@ TEST_F(set_path, create_takes_exactly_one_kind_of_path)
          {words{"--path-hex", end, "--devpath", "/Pci(1,2)"}, words{"--path-hex", end, "--disk", "c0t0d0s0"},
           words{"--disk", "c0t0d0s0", "--devpath", "/Pci(1,2)"}, words{"--path-hex", end, "--file", "a"},
           words{"--devpath", "/Pci(1,2)", "--full"}}) {
-        words arguments = {"create", "--desc", "x"};
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        EXPECT_EQ(run(arguments).status, 2) << more[0] << more[2];
+        EXPECT_EQ(run(words{"create", "--desc", "x"} + more).status, 2) << more[0] << more[2];
     }
 }
 
 // On a machine with disks.
 class set_path_of_disk : public set_path {
 protected:
-    set_path_of_disk()
-    {
-        const std::string unpack =
-            "tar --sparse -xzf '" OVRA_TEST_DATA "/machines/q35.tar.gz' -C '" + root.string() + "'";
-        EXPECT_EQ(system(unpack.c_str()), 0);
-    }
+    set_path_of_disk() { ovra::test::unpack_machine("q35", root); }
 };
 
 TEST_F(set_path_of_disk, devpath_takes_the_name_of_a_disk)
@@ -234,9 +228,7 @@ TEST_F(set_path_of_disk, every_verb_says_which_disk_it_took)
         const outcome result = run(arguments);
         EXPECT_EQ(result.status, 0) << result.err;
         EXPECT_EQ(result.err, said) << arguments[0];
-        words for_programs = arguments;
-        for_programs.emplace_back("--json");
-        const json document = parsed(for_programs);
+        const json document = parsed(arguments);
         EXPECT_EQ(document["disk"], "c5t0d0s1") << arguments[0];
         EXPECT_EQ(document["kernel_name"], "sda2");
         EXPECT_EQ(document["partuuid"], "5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02");

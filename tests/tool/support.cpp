@@ -13,6 +13,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "tests/support/captured.h"
+
 namespace tool_test {
 
 namespace fs = std::filesystem;
@@ -145,11 +147,17 @@ std::vector<char *> pointers(words &texts)
     return all;
 }
 
+// The built command, unless the environment names another one.
+std::string command_file()
+{
+    const char *other = getenv("OVRA_SANITIZED_COMMAND");
+    return other ? other : OVRA_TOOL;
+}
+
 // The command in a process of its own, with these as its standard input, output and error.
 pid_t start(const words &arguments, const surroundings &around, int in, int out, int err)
 {
-    words command = {OVRA_TOOL};
-    command.insert(command.end(), arguments.begin(), arguments.end());
+    words command = words{command_file()} + arguments;
     // A finding of a sanitizer must not look like a failure that a test expects.
     // Nor need the sanitizer's library be the first when a test preloads one.
     words environment = {"PATH=/usr/bin:/bin", "ASAN_OPTIONS=exitcode=99:verify_asan_link_order=0",
@@ -196,9 +204,24 @@ void reap(pid_t child, outcome *result)
 
 } // namespace
 
+bool has_sanitizers()
+{
+#ifdef OVRA_SANITIZED
+    return true;
+#else
+    return getenv("OVRA_SANITIZED_COMMAND") != nullptr;
+#endif
+}
+
 std::string whole(const std::string &said)
 {
     return std::regex_replace(said, std::regex("\n {6}(?! )"), " ");
+}
+
+words operator+(words left, const words &right)
+{
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
 }
 
 outcome run_command(const words &arguments, const surroundings &around)
@@ -229,6 +252,15 @@ outcome run_command(const words &arguments, const surroundings &around)
     return result;
 }
 
+std::optional<surroundings> as_user_without_rights()
+{
+    surroundings around;
+    around.as_nobody = geteuid() == 0;
+    if (run_command({"--version"}, around).status != 0)
+        return std::nullopt;
+    return around;
+}
+
 Machine::Machine()
 {
     std::string name = fs::temp_directory_path() / "ovra-tool-XXXXXX";
@@ -239,10 +271,7 @@ Machine::Machine()
     root = folder / "machine";
     variables = root / "sys/firmware/efi/efivars";
     fs::create_directories(root / "var/lib/hwplat"); // which the lock makes otherwise
-    const std::string unpack =
-        "tar -xzf '" OVRA_TEST_DATA "/machines/q35.tar.gz' -C '" + root.string() + "' ./sys/firmware";
-    if (system(unpack.c_str()) != 0)
-        give_up("tar");
+    ovra::test::unpack_machine("q35", root, "sys/firmware");
 }
 
 Machine::~Machine()
@@ -252,10 +281,9 @@ Machine::~Machine()
     fs::remove_all(folder, ignored);
 }
 
-outcome Machine::run(words arguments, const surroundings &around) const
+outcome Machine::run(const words &arguments, const surroundings &around) const
 {
-    arguments.insert(arguments.begin(), {"--root", root});
-    return run_command(arguments, around);
+    return run_command(words{"--root", root} + arguments, around);
 }
 
 std::string Machine::output(const words &arguments) const
@@ -266,10 +294,9 @@ std::string Machine::output(const words &arguments) const
     return result.out;
 }
 
-json Machine::parsed(words arguments) const
+json Machine::parsed(const words &arguments) const
 {
-    arguments.emplace_back("--json");
-    const std::string text = output(arguments);
+    const std::string text = output(arguments + words{"--json"});
     json document = json::parse(text, nullptr, false);
     EXPECT_FALSE(document.is_discarded()) << text;
     return document;
@@ -317,6 +344,11 @@ std::vector<uint16_t> Machine::order() const
     if (!numbers.empty())
         memcpy(numbers.data(), data.data(), numbers.size() * 2);
     return numbers;
+}
+
+void Machine::put_state(const std::string &name, const std::string &text) const
+{
+    std::ofstream(root / "var/lib/hwplat" / name) << text;
 }
 
 std::map<std::string, std::string> Machine::snapshot() const

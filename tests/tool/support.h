@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <sys/resource.h>
@@ -42,7 +43,16 @@ struct surroundings {
 // What was said, with the lines whole that were broken at 80 columns.
 std::string whole(const std::string &said);
 
+// Whether the command has sanitizers, with which a process takes a tenth of a second and more. Tests of many
+// processes then try some of their cases; the others are tried without sanitizers.
+bool has_sanitizers();
+
+words operator+(words left, const words &right);
+
 outcome run_command(const words &arguments, const surroundings &around = {});
+
+// What makes a user without rights run the command; nothing where such a user cannot run it.
+std::optional<surroundings> as_user_without_rights();
 
 // A machine in a folder of its own, the captured PC unless a test makes it something else.
 class Machine : public ::testing::Test {
@@ -51,10 +61,10 @@ protected:
     ~Machine() override;
 
     // Runs "ovra --root <machine> ...".
-    outcome run(words arguments, const surroundings &around = {}) const;
+    outcome run(const words &arguments, const surroundings &around = {}) const;
     // The same, which must succeed and say nothing on standard error; its output.
     std::string output(const words &arguments) const;
-    json parsed(words arguments) const; // with --json
+    json parsed(const words &arguments) const; // with --json
     // The same, which must fail with exit status 1; what it says on standard error, the machine untouched.
     std::string failure(const words &arguments) const;
 
@@ -64,6 +74,9 @@ protected:
     std::string get(const std::string &variable) const; // without attributes; "(none)" if there is none
     void put_order(const std::vector<uint16_t> &order) const;
     std::vector<uint16_t> order() const;
+
+    // A file of the machine's beside its variables, such as "capacity".
+    void put_state(const std::string &name, const std::string &text) const;
 
     // Every file below the machine's folder with its contents, but not its lock.
     std::map<std::string, std::string> snapshot() const;

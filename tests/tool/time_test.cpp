@@ -63,9 +63,9 @@ TEST_F(time_verb, refuses_an_alarm_in_the_past_and_keeps_the_one_that_stands)
     for (const char *past : {"2031-02-03T04:04:59", "2031-02-03T04:04:59+02:00", "2031-02-03T02:04:59Z",
                              "2031-02-03T05:04:00+03:00", "1999-01-01T00:00:00Z"}) {
         for (const words &more : {words{}, words{"--dry-run"}}) {
-            words arguments = {"time", "--wakeup", "--set", past};
-            arguments.insert(arguments.end(), more.begin(), more.end());
-            EXPECT_THAT(failure(arguments), HasSubstr(" is past: the clock shows 2031-02-03T04:0")) << past;
+            EXPECT_THAT(failure(words{"time", "--wakeup", "--set", past} + more),
+                        HasSubstr(" is past: the clock shows 2031-02-03T04:0"))
+                << past;
         }
     }
     EXPECT_EQ(output({"time", "--wakeup"}), "wakes up at 2031-03-01T00:00:00+02:00\n");
@@ -76,10 +76,9 @@ TEST_F(time_verb, refuses_the_time_zone_of_an_alarm_where_the_clock_has_none)
 {
     output({"time", "--set", "2031-02-03T04:05:00"});
     for (const words &more : {words{}, words{"--dry-run"}}) {
-        words arguments = {"time", "--wakeup", "--set", "2031-03-01T00:00:00+02:00"};
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        EXPECT_THAT(failure(arguments), StartsWith("ovra: the clock keeps no time zone\n"
-                                                   "  It shows 2031-02-03T04:05:0"));
+        EXPECT_THAT(failure(words{"time", "--wakeup", "--set", "2031-03-01T00:00:00+02:00"} + more),
+                    StartsWith("ovra: the clock keeps no time zone\n"
+                               "  It shows 2031-02-03T04:05:0"));
     }
     output({"time", "--wakeup", "--set", "2031-03-01T00:00:00"});
 }
@@ -90,11 +89,11 @@ TEST_F(time_verb, repairs_a_damaged_alarm)
     const std::string said = "ovra: cannot read the wake-up alarm: " + alarm +
                              " is damaged\n  'ovra time --wakeup --set' or '--clear' writes a new one.\n";
     for (const char *text : {"", "tomorrow\n", "1 2031 2 30 0 0 0 0 0 0\n", "2 2031 2 3 0 0 0 0 0 0\n"}) {
-        std::ofstream(alarm) << text;
+        put_state("wakeup", text);
         EXPECT_THAT(failure({"time", "--wakeup"}), StartsWith(said));
         output({"time", "--wakeup", "--set", "2099-01-31T12:00:00Z"});
         EXPECT_EQ(output({"time", "--wakeup"}), "wakes up at 2099-01-31T12:00:00+00:00\n");
-        std::ofstream(alarm) << text;
+        put_state("wakeup", text);
         EXPECT_EQ(output({"time", "--wakeup", "--clear", "--dry-run"}), "would disable the wake-up alarm\n");
         EXPECT_EQ(output({"time", "--wakeup", "--clear"}), "disabled the wake-up alarm\n");
         EXPECT_EQ(output({"time", "--wakeup"}), "no wake-up is set\n");
@@ -105,7 +104,7 @@ TEST_F(time_verb, names_a_damaged_clock_and_sets_it_anew)
 {
     const std::string clock = root / "var/lib/hwplat/time-offset";
     output({"time", "--wakeup", "--set", "2099-01-31T12:00:00Z"});
-    std::ofstream(clock) << "now\n";
+    put_state("time-offset", "now\n");
     const std::string said =
         "ovra: cannot read the clock: " + clock + " is damaged\n  'ovra time --set' writes a new one.\n";
     EXPECT_THAT(failure({"time"}), StartsWith(said));

@@ -17,10 +17,9 @@ protected:
         bool takes_value = false;
     };
 
-    static std::string help(words verb)
+    static std::string help(const words &verb)
     {
-        verb.emplace_back("--help");
-        const outcome shown = run_command(verb);
+        const outcome shown = run_command(verb + words{"--help"});
         EXPECT_EQ(shown.status, 0) << shown.err;
         return shown.out;
     }
@@ -80,13 +79,10 @@ TEST_F(words_of_people, an_empty_value_stays_that_of_its_option)
         if (!option.takes_value)
             continue;
         // Nothing that follows is taken for the value: --dry-run works, and an unknown word is still one.
-        words arguments = option.verb;
-        arguments.push_back(option.name + '=');
-        arguments.emplace_back("--dry-run");
-        const outcome dry = run(arguments);
+        const words arguments = option.verb + words{option.name + '='};
+        const outcome dry = run(arguments + words{"--dry-run"});
         EXPECT_EQ(dry.err.find("--dry-run"), std::string::npos) << option.name << dry.err;
-        arguments.back() = "--nonsense";
-        const outcome unknown = run(arguments);
+        const outcome unknown = run(arguments + words{"--nonsense"});
         EXPECT_EQ(unknown.status, 2) << option.name;
         EXPECT_THAT(unknown.err, ::testing::AnyOf(HasSubstr("--nonsense"), StartsWith("ovra: --"),
                                                   HasSubstr("\"\" is no"), HasSubstr(" is required")));
@@ -113,9 +109,7 @@ TEST_F(words_of_people, an_option_is_no_value_of_another)
         if (!option.takes_value)
             continue;
         for (const char *next : {"--dry-run", "--json", "--root=x", "-h", "--"}) {
-            words arguments = option.verb;
-            arguments.insert(arguments.end(), {option.name, next});
-            const outcome result = run(arguments);
+            const outcome result = run(option.verb + words{option.name, next});
             EXPECT_EQ(result.status, 2) << option.name;
             EXPECT_THAT(result.err, StartsWith("ovra: " + option.name + ": a value is needed; \"" +
                                                option.name + '=' + next + "\" gives it this one\n"));

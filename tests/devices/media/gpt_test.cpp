@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Disks with a GPT.
 #include "tests/devices/media/fixture.h"
+#include "tests/support/processor_time.h"
 
 namespace {
 
 using namespace devices_test;
 using ovra::test::make_gpt;
+using ovra::test::seconds_of;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -95,7 +97,7 @@ TEST_F(disk_media, gpt_with_as_many_entries_as_there_are_names)
 
 TEST_F(disk_media, gpt_with_every_entry_in_use)
 {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef OVRA_SANITIZED
     constexpr double seconds_for_all = 60; // each of libblkid's many blocks is checked on the way
 #else
     constexpr double seconds_for_all = 2;
@@ -109,9 +111,8 @@ TEST_F(disk_media, gpt_with_every_entry_in_use)
                  units);
     image = machine.image("sda", units);
     ovra::test::write_gpt(image, units, make_gpt(units, entries, count));
-    const double start = processor_seconds();
-    const std::vector<std::string> found = volumes();
-    const double seconds = processor_seconds() - start;
+    std::vector<std::string> found;
+    const double seconds = seconds_of([&] { found = volumes(); });
     ASSERT_EQ(found.size(), count);
     EXPECT_EQ(found.front(), "c0t0d0s0 32769 1");
     EXPECT_EQ(found.back(), "c0t0d0s65535 98304 1");

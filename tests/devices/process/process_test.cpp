@@ -18,10 +18,13 @@
 #include <ovra/ovra.h>
 
 #include "tests/devices/sample.h"
+#include "tests/support/child_process.h"
 
 namespace {
 
 using namespace devices_test;
+using ovra::test::become_nobody;
+using ovra::test::status_in_child;
 
 // Another working folder, and back.
 class working_folder {
@@ -38,20 +41,6 @@ public:
 private:
     fs::path before;
 };
-
-// The exit status of a child: 0 if `body` returns true. A child that hangs is killed.
-int status_in_child(const std::function<bool()> &body)
-{
-    std::fflush(nullptr);
-    const pid_t child = fork();
-    if (child == 0) {
-        alarm(60);
-        _exit(body() ? 0 : 1);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return status;
-}
 
 // A relative folder starts where the process first read it, for all libraries alike.
 TEST(device_process, relative_root_is_settled_at_its_first_use)
@@ -159,7 +148,7 @@ TEST(device_process, threads_may_be_cancelled)
 // A child forked while another thread reads media can read them too, those of the same picture included.
 TEST(device_process, children_do_not_wait_for_threads_that_they_have_not)
 {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef OVRA_SANITIZED
     GTEST_SKIP()
         << "a child can find a lock of AddressSanitizer's own allocator held; the release build runs this";
 #endif
@@ -257,7 +246,7 @@ TEST(device_process, disk_without_permission)
     const fs::path disk = machine.root() / "dev/sda";
     fs::permissions(disk, fs::perms::none);
     EXPECT_EQ(status_in_child([&] {
-                  if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
+                  if (!become_nobody())
                       return false;
                   int err = 0;
                   const bool named =
@@ -283,7 +272,7 @@ TEST(device_process, sysfs_without_permission)
     fs::permissions(machine.root(), fs::perms::all);
     fs::permissions(machine.root() / "sys/devices/pci0000:00/0000:00:03.0/class", fs::perms::none);
     EXPECT_EQ(status_in_child([&] {
-                  if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
+                  if (!become_nobody())
                       return false;
                   int err = 0;
                   errno = 0;

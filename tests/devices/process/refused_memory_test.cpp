@@ -6,9 +6,6 @@
 #include <functional>
 #include <string>
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include "tests/devices/sample.h"
@@ -17,34 +14,16 @@
 namespace {
 
 using namespace devices_test;
-using ovra::test::lowest_free_descriptor;
-using ovra::test::new_state;
-using ovra::test::operator_new;
 
 class refused_memory : public testing::Test {
 protected:
     // `body` makes a call, releases its result, and returns 0 or the errno value of the failure.
     static void sweep(const std::function<int()> &body)
     {
-        body(); // what a process allocates once
-        for (const bool all_that_follow : {false, true}) {
-            for (long n = 0;; ++n) {
-                const int free_descriptor = lowest_free_descriptor();
-                const new_state start = {true, all_that_follow, n, 0, operator_new.live};
-                operator_new = start;
-                const int error = body();
-                operator_new.refusing = false;
-                EXPECT_EQ(operator_new.live, start.live) << n;
-                EXPECT_EQ(lowest_free_descriptor(), free_descriptor) << n;
-                if (operator_new.refused == 0) {
-                    EXPECT_EQ(error, 0);
-                    EXPECT_GT(n, 0) << "nothing was ever refused";
-                    break;
-                }
-                EXPECT_EQ(error, ENOMEM) << n;
-                ASSERT_LT(n, 20000);
-            }
-        }
+        int error = -1;
+        ovra::test::for_each_refused_new(
+            [] {}, [&] { error = body(); },
+            [&](long n, bool refused) { EXPECT_EQ(error, refused ? ENOMEM : 0) << n; });
     }
 
     sample machine{"pc"};

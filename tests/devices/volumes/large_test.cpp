@@ -13,7 +13,7 @@ namespace {
 
 using namespace devices_test;
 
-#ifdef __SANITIZE_ADDRESS__
+#ifdef OVRA_SANITIZED
 constexpr double seconds_allowed = 20; // with all checks of the build
 #else
 constexpr double seconds_allowed = 2;

@@ -7,9 +7,11 @@
 
 #include "platform/machine/clock.h"
 #include "platform/machine/services.h"
+#include "tests/platform/efi_times.h"
 #include "tests/platform/failing_calls.h"
 #include "tests/platform/machine_folder.h"
 
+using platform_test::at;
 using platform_test::machine_folder;
 using platform_test::replaced_ioctl;
 
@@ -76,13 +78,7 @@ protected:
 
 EFI_TIME example_time()
 {
-    EFI_TIME time = {};
-    time.year = 2030;
-    time.month = 12;
-    time.day = 31;
-    time.hour = 23;
-    time.minute = 58;
-    time.second = 57;
+    EFI_TIME time = at(2030, 12, 31, 23, 58, 57);
     time.timezone = 0x7ff;
     return time;
 }

@@ -7,7 +7,6 @@
 #include <string>
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include "tests/platform/devns_calls.h"
 #include "tests/support/refused_new.h"
@@ -15,9 +14,6 @@
 namespace {
 
 using namespace platform_test;
-using ovra::test::lowest_free_descriptor;
-using ovra::test::new_state;
-using ovra::test::operator_new;
 
 class refused_memory : public testing::Test {
 protected:
@@ -52,34 +48,28 @@ protected:
     // and ENOMEM; the last run, without a refusal, `expected`.
     void sweep(const std::function<void()> &prepare, const std::function<int()> &body, EFI_STATUS expected)
     {
-        prepare();
-        body(); // what a process allocates once
-        for (bool all_that_follow : {false, true}) {
-            for (long n = 0;; ++n) {
+        std::string before;
+        int result = 0;
+        int error = 0;
+        ovra::test::for_each_refused_new(
+            [&] {
                 prepare();
-                std::string before = everything();
-                int free_descriptor = lowest_free_descriptor();
+                before = everything();
                 status = not_answered;
-                new_state start = {true, all_that_follow, n, 0, operator_new.live};
-                operator_new = start;
-                int result = body();
-                int error = errno;
-                operator_new.refusing = false;
-                EXPECT_EQ(operator_new.live, start.live) << n;
-                EXPECT_EQ(lowest_free_descriptor(), free_descriptor) << n;
-                if (operator_new.refused == 0) {
-                    EXPECT_EQ(result, 0);
-                    EXPECT_EQ(status, expected);
-                    EXPECT_GT(n, 0) << "nothing was ever refused";
-                    break;
+            },
+            [&] {
+                result = body();
+                error = errno;
+            },
+            [&](long n, bool refused) {
+                EXPECT_EQ(result, refused ? -1 : 0) << n;
+                EXPECT_EQ(status, refused ? not_answered : expected) << n;
+                EXPECT_LT(n, 1000);
+                if (refused) {
+                    EXPECT_EQ(error, ENOMEM) << n;
+                    EXPECT_EQ(everything(), before) << n;
                 }
-                EXPECT_EQ(result, -1) << n;
-                EXPECT_EQ(error, ENOMEM) << n;
-                EXPECT_EQ(status, not_answered) << n;
-                EXPECT_EQ(everything(), before) << n;
-                ASSERT_LT(n, 1000);
-            }
-        }
+            });
     }
 
     std::function<void()> nothing = [] {};

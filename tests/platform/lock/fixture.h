@@ -8,10 +8,13 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "tests/platform/child_process.h"
 #include "tests/platform/devns_calls.h"
+#include "tests/support/child_process.h"
 
 namespace platform_test {
+
+using ovra::test::child_process;
+using ovra::test::signal_line;
 
 /* In a child: takes the lock, says so and keeps it. */
 inline int hold_and_say(const signal_line &taken)

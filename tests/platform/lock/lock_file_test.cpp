@@ -11,6 +11,9 @@
 
 #include "tests/platform/lock/fixture.h"
 
+using ovra::test::become_nobody;
+using ovra::test::nobody;
+using ovra::test::status_in_child;
 using platform_test::child_process;
 using platform_test::device;
 using platform_test::machine_folder;
@@ -135,10 +138,9 @@ TEST_F(machine_lock, user_who_may_not_write_the_machine_cannot_hold_it)
     if (geteuid() != 0)
         GTEST_SKIP() << "only root can try as another user";
     fs::permissions(disk.root(), fs::perms{0755});
-    constexpr uid_t nobody = 65534;
     auto as_nobody = [&] {
         return child_process([] {
-                   if (setgid(nobody) != 0 || setuid(nobody) != 0)
+                   if (!become_nobody())
                        return -1;
                    return devns_lock(0, nullptr) == 0 ? 0 : errno;
                })
@@ -160,17 +162,16 @@ TEST_F(machine_lock, machine_of_a_user_stays_his_when_root_has_written_it)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root can try as another user";
-    constexpr uid_t nobody = 65534;
     for (const fs::path &folder : {disk.root(), disk.store()})
         ASSERT_EQ(chown(folder.c_str(), nobody, nobody), 0);
     device opened;
     ASSERT_EQ(set_variable(opened.fd(), u"A", 7, "data"), EFI_SUCCESS);
-    EXPECT_EQ(child_process([] {
-                  if (setgid(nobody) != 0 || setuid(nobody) != 0)
-                      return 1;
+    EXPECT_EQ(status_in_child([] {
+                  if (!become_nobody())
+                      return false;
                   device own;
-                  return set_variable(own.fd(), u"A", 7, "his data") == EFI_SUCCESS ? 0 : 2;
-              }).result(),
+                  return set_variable(own.fd(), u"A", 7, "his data") == EFI_SUCCESS;
+              }),
               0);
     EXPECT_EQ(set_variable(opened.fd(), u"A", 7, "root's data"), EFI_SUCCESS);
 }

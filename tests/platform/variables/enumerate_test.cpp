@@ -41,6 +41,16 @@ protected:
         return found;
     }
 
+    // What a walk that begins at this variable finds first.
+    [[nodiscard]] std::u16string after(char16_t name) const
+    {
+        walk steps;
+        steps.name[0] = name;
+        steps.guid = global_guid;
+        EXPECT_EQ(steps.next(opened.fd()), EFI_SUCCESS);
+        return steps.text();
+    }
+
     // Many small variables, made without the library: "V00000" and so on.
     void put_many(int count) const
     {
@@ -172,11 +182,7 @@ TEST_F(variable_walk, walk_may_begin_at_any_variable)
 {
     for (const char *name : {"A", "B", "C"})
         disk.put(name, "data");
-    walk steps;
-    steps.name[0] = 'B';
-    steps.guid = global_guid;
-    ASSERT_EQ(steps.next(opened.fd()), EFI_SUCCESS);
-    EXPECT_EQ(steps.text(), u"C");
+    EXPECT_EQ(after(u'B'), u"C");
 }
 
 TEST_F(variable_walk, walk_goes_on_from_a_variable_made_meanwhile)
@@ -185,11 +191,7 @@ TEST_F(variable_walk, walk_goes_on_from_a_variable_made_meanwhile)
     disk.put("C", "data");
     EXPECT_EQ(all(), (names{u"A", u"C"}));
     disk.put("B", "data");
-    walk steps;
-    steps.name[0] = 'B';
-    steps.guid = global_guid;
-    ASSERT_EQ(steps.next(opened.fd()), EFI_SUCCESS);
-    EXPECT_EQ(steps.text(), u"C");
+    EXPECT_EQ(after(u'B'), u"C");
 }
 
 TEST_F(variable_walk, walk_from_the_middle_sees_what_was_made_since_the_last_one)
@@ -199,11 +201,7 @@ TEST_F(variable_walk, walk_from_the_middle_sees_what_was_made_since_the_last_one
     EXPECT_EQ(all(), (names{u"A", u"D"}));
     for (const char *made : {"C", "B"}) {
         disk.put(made, "data");
-        walk steps;
-        steps.name[0] = 'A';
-        steps.guid = global_guid;
-        ASSERT_EQ(steps.next(opened.fd()), EFI_SUCCESS);
-        EXPECT_EQ(steps.text(), (std::u16string{static_cast<char16_t>(made[0])}));
+        EXPECT_EQ(after(u'A'), (std::u16string{static_cast<char16_t>(made[0])}));
     }
 }
 

@@ -4,11 +4,12 @@
 
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "tests/platform/variables/fixture.h"
+#include "tests/support/child_process.h"
 
+using ovra::test::become_nobody;
+using ovra::test::status_in_child;
 using platform_test::global_guid;
 using platform_test::not_answered;
 using platform_test::other_guid;
@@ -147,21 +148,18 @@ TEST_F(variable_write, limit_on_the_size_of_files_is_a_status_and_no_signal)
 {
     disk.put("A", "data");
     std::string before = whole_store();
-    pid_t child = fork();
-    if (child == 0) {
-        rlimit limit = {100, 100};
-        setrlimit(RLIMIT_FSIZE, &limit);
-        bool refused = set(u"A", 7, std::string(5000, 'x')) == EFI_VOLUME_FULL;
-        sigset_t pending = {};
-        sigpending(&pending);
-        sigset_t blocked = {};
-        sigprocmask(SIG_BLOCK, nullptr, &blocked);
-        bool quiet = sigismember(&pending, SIGXFSZ) == 0 && sigismember(&blocked, SIGXFSZ) == 0;
-        _exit(refused && quiet ? 0 : 1);
-    }
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(status_in_child([&] {
+                  rlimit limit = {100, 100};
+                  setrlimit(RLIMIT_FSIZE, &limit);
+                  bool refused = set(u"A", 7, std::string(5000, 'x')) == EFI_VOLUME_FULL;
+                  sigset_t pending = {};
+                  sigpending(&pending);
+                  sigset_t blocked = {};
+                  sigprocmask(SIG_BLOCK, nullptr, &blocked);
+                  return refused && sigismember(&pending, SIGXFSZ) == 0 &&
+                         sigismember(&blocked, SIGXFSZ) == 0;
+              }),
+              0);
     EXPECT_EQ(whole_store(), before);
 }
 
@@ -288,18 +286,12 @@ TEST_F(variable_write, user_without_permission_is_denied)
     disk.put("A", "data");
     fs::permissions(disk.root(), fs::perms{0755});
     fs::permissions(disk.store(), fs::perms{0555});
-    pid_t child = fork();
-    if (child == 0) {
-        constexpr uid_t nobody = 65534;
-        if (geteuid() == 0 && setuid(nobody) != 0)
-            _exit(1);
-        bool denied = set(u"A", 7, "other") == EFI_ACCESS_DENIED && set(u"A", 7, "") == EFI_ACCESS_DENIED &&
-                      set(u"B", 7, "other") == EFI_ACCESS_DENIED;
-        _exit(denied && get(u"A").data == "data" ? 0 : 2);
-    }
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(status_in_child([&] {
+                  return become_nobody() && set(u"A", 7, "other") == EFI_ACCESS_DENIED &&
+                         set(u"A", 7, "") == EFI_ACCESS_DENIED &&
+                         set(u"B", 7, "other") == EFI_ACCESS_DENIED && get(u"A").data == "data";
+              }),
+              0);
     fs::permissions(disk.store(), fs::perms{0755});
     EXPECT_EQ(disk.names().size(), 1u);
 }

@@ -1,28 +1,38 @@
 /* SPDX-License-Identifier: MIT */
 /* Child processes of a test, and a line between them. */
-#ifndef TESTS_PLATFORM_CHILD_PROCESS_H
-#define TESTS_PLATFORM_CHILD_PROCESS_H
+#ifndef TESTS_SUPPORT_CHILD_PROCESS_H
+#define TESTS_SUPPORT_CHILD_PROCESS_H
 
 #include <csignal>
+#include <cstdio>
 #include <functional>
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-namespace platform_test {
+namespace ovra::test {
 
-/* Runs `body` in a child; the child must return 0. */
-template <typename function>
-void in_a_child(function body)
+inline constexpr uid_t nobody = 65534;
+
+/* Takes root's rights away from this process; whether it has none now. */
+inline bool become_nobody()
 {
-    pid_t child = fork();
-    if (child == 0)
-        _exit(body());
+    return geteuid() != 0 || (setgid(nobody) == 0 && setuid(nobody) == 0);
+}
+
+/* What a child ends with, as waitpid says it: 0 if `body` gives true. One that hangs is ended by a signal. */
+inline int status_in_child(const std::function<bool()> &body)
+{
+    std::fflush(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(60);
+        _exit(body() ? 0 : 1);
+    }
     int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return status;
 }
 
 /* A child that runs `body` and exits with its result. Killed at the end of its scope. */
@@ -86,6 +96,6 @@ private:
     int ends[2] = {-1, -1};
 };
 
-} // namespace platform_test
+} // namespace ovra::test
 
 #endif

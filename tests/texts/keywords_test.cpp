@@ -10,7 +10,7 @@
 
 #include "tools/text/nodeparse.h"
 
-namespace tool_test {
+namespace texts_test {
 
 namespace {
 
@@ -47,4 +47,4 @@ TEST(keyword_of_the_library, has_a_row_with_its_parameters_in_the_command)
     }
 }
 
-} // namespace tool_test
+} // namespace texts_test
