@@ -102,10 +102,9 @@ typedef enum { EFI_RESET_COLD = 0, EFI_RESET_WARM = 1, EFI_RESET_SHUTDOWN = 2 } 
 #define OVRA_PACKED __attribute__((packed))
 
 /*
- * OVRA_SIZE checks a record's size, OVRA_OFFSET where a member stands, OVRA_BYTES that the record may stand
- * at any address. OVRA_NODE states the kind of node that a record stands for, so that type and subtype are
- * written once; OVRA_TAILED_NODE that of a record which ends in a member of variable length, declared at its
- * largest: `size` is then the length without that member.
+ * OVRA_SIZE checks a type's size, OVRA_OFFSET where a member stands. OVRA_RECORD checks the size of a record
+ * that may stand at any address; OVRA_TAILED_RECORD that of one which ends in a member of variable length,
+ * declared at its largest: `size` is then the length without that member.
  */
 #ifdef __cplusplus
 #define OVRA_CHECK(name, holds) static_assert(holds, #name)
@@ -115,21 +114,13 @@ typedef enum { EFI_RESET_COLD = 0, EFI_RESET_WARM = 1, EFI_RESET_SHUTDOWN = 2 } 
 #define OVRA_SIZE(record, size) OVRA_CHECK(record##_size_check, sizeof(record) == (size))
 #define OVRA_OFFSET(record, field, offset)                                                                   \
     OVRA_CHECK(record##_##field##_check, offsetof(record, field) == (offset))
-#define OVRA_BYTES(record)                                                                                   \
-    struct record##_after_a_byte {                                                                           \
-        uint8_t byte;                                                                                        \
-        record after;                                                                                        \
-    };                                                                                                       \
-    OVRA_CHECK(record##_packing_check, offsetof(struct record##_after_a_byte, after) == 1)
-#define OVRA_KIND(record, type, subtype, size)                                                               \
-    OVRA_BYTES(record);                                                                                      \
-    enum { record##_kind_type = (type), record##_kind_subtype = (subtype), record##_kind_size = (size) }
-#define OVRA_NODE(record, type, subtype, size)                                                               \
+#define OVRA_UNALIGNED(record) OVRA_CHECK(record##_packing_check, __alignof__(record) == 1)
+#define OVRA_RECORD(record, size)                                                                            \
     OVRA_SIZE(record, size);                                                                                 \
-    OVRA_KIND(record, type, subtype, size)
-#define OVRA_TAILED_NODE(record, type, subtype, size, tail)                                                  \
+    OVRA_UNALIGNED(record)
+#define OVRA_TAILED_RECORD(record, size, tail)                                                               \
     OVRA_OFFSET(record, tail, size);                                                                         \
-    OVRA_KIND(record, type, subtype, size)
+    OVRA_UNALIGNED(record)
 
 OVRA_SIZE(EFI_GUID, 16);
 OVRA_SIZE(EFI_TIME, 16);
@@ -143,7 +134,7 @@ typedef struct {
     uint8_t subtype;
     uint16_t len;
 } OVRA_PACKED uefi_device_path_t;
-OVRA_SIZE(uefi_device_path_t, 4);
+OVRA_RECORD(uefi_device_path_t, 4);
 OVRA_OFFSET(uefi_device_path_t, type, 0);
 OVRA_OFFSET(uefi_device_path_t, subtype, 1);
 OVRA_OFFSET(uefi_device_path_t, len, 2);
@@ -158,7 +149,7 @@ typedef struct {
     uint8_t function_number;
     uint8_t device_number;
 } OVRA_PACKED uefi_pci_device_path_t;
-OVRA_NODE(uefi_pci_device_path_t, UEFI_HARDWARE, 1, 6);
+OVRA_RECORD(uefi_pci_device_path_t, 6);
 OVRA_OFFSET(uefi_pci_device_path_t, function_number, 4);
 OVRA_OFFSET(uefi_pci_device_path_t, device_number, 5);
 
@@ -169,7 +160,7 @@ typedef struct {
     uint16_t len;
     uint8_t function;
 } OVRA_PACKED uefi_pccard_device_path_t;
-OVRA_NODE(uefi_pccard_device_path_t, UEFI_HARDWARE, 2, 5);
+OVRA_RECORD(uefi_pccard_device_path_t, 5);
 
 /* A range of memory: its EFI_MEMORY_TYPE, first and last address. */
 typedef struct {
@@ -180,7 +171,7 @@ typedef struct {
     uint64_t start;
     uint64_t end;
 } OVRA_PACKED uefi_memmap_device_path_t;
-OVRA_NODE(uefi_memmap_device_path_t, UEFI_HARDWARE, 3, 24);
+OVRA_RECORD(uefi_memmap_device_path_t, 24);
 OVRA_OFFSET(uefi_memmap_device_path_t, memory_type, 4);
 OVRA_OFFSET(uefi_memmap_device_path_t, start, 8);
 OVRA_OFFSET(uefi_memmap_device_path_t, end, 16);
@@ -193,7 +184,7 @@ typedef struct {
     EFI_GUID guid;
     uint8_t data[1];
 } OVRA_PACKED uefi_venhw_device_path_t;
-OVRA_TAILED_NODE(uefi_venhw_device_path_t, UEFI_HARDWARE, 4, 20, data);
+OVRA_TAILED_RECORD(uefi_venhw_device_path_t, 20, data);
 OVRA_OFFSET(uefi_venhw_device_path_t, guid, 4);
 
 /* Controller. */
@@ -203,7 +194,7 @@ typedef struct {
     uint16_t len;
     uint32_t ctrl_number;
 } OVRA_PACKED uefi_ctrl_device_path_t;
-OVRA_NODE(uefi_ctrl_device_path_t, UEFI_HARDWARE, 5, 8);
+OVRA_RECORD(uefi_ctrl_device_path_t, 8);
 
 /* Type 2, ACPI (UEFI 10.3.3). Identifiers are compressed EISA identifiers: PNP0A03 is 0x0a0341d0. */
 
@@ -215,7 +206,7 @@ typedef struct {
     uint32_t hid;
     uint32_t uid;
 } OVRA_PACKED uefi_acpi_device_path_t;
-OVRA_NODE(uefi_acpi_device_path_t, UEFI_ACPI, 1, 12);
+OVRA_RECORD(uefi_acpi_device_path_t, 12);
 OVRA_OFFSET(uefi_acpi_device_path_t, hid, 4);
 OVRA_OFFSET(uefi_acpi_device_path_t, uid, 8);
 
@@ -229,7 +220,7 @@ typedef struct {
     uint32_t cid;
     char strings[3];
 } OVRA_PACKED uefi_acpiex_device_path_t;
-OVRA_TAILED_NODE(uefi_acpiex_device_path_t, UEFI_ACPI, 2, 16, strings);
+OVRA_TAILED_RECORD(uefi_acpiex_device_path_t, 16, strings);
 OVRA_OFFSET(uefi_acpiex_device_path_t, hid, 4);
 OVRA_OFFSET(uefi_acpiex_device_path_t, uid, 8);
 OVRA_OFFSET(uefi_acpiex_device_path_t, cid, 12);
@@ -241,7 +232,7 @@ typedef struct {
     uint16_t len;
     uint32_t adr[1];
 } OVRA_PACKED uefi_acpiadr_device_path_t;
-OVRA_TAILED_NODE(uefi_acpiadr_device_path_t, UEFI_ACPI, 3, 4, adr);
+OVRA_TAILED_RECORD(uefi_acpiadr_device_path_t, 4, adr);
 
 /* Type 3, messaging (UEFI 10.3.4). */
 
@@ -254,7 +245,7 @@ typedef struct {
     uint8_t drive;
     uint16_t lun;
 } OVRA_PACKED uefi_atapi_device_path_t;
-OVRA_NODE(uefi_atapi_device_path_t, UEFI_MESSAGING, 1, 8);
+OVRA_RECORD(uefi_atapi_device_path_t, 8);
 OVRA_OFFSET(uefi_atapi_device_path_t, channel, 4);
 OVRA_OFFSET(uefi_atapi_device_path_t, drive, 5);
 OVRA_OFFSET(uefi_atapi_device_path_t, lun, 6);
@@ -267,7 +258,7 @@ typedef struct {
     uint16_t target;
     uint16_t lun;
 } OVRA_PACKED uefi_scsi_device_path_t;
-OVRA_NODE(uefi_scsi_device_path_t, UEFI_MESSAGING, 2, 8);
+OVRA_RECORD(uefi_scsi_device_path_t, 8);
 OVRA_OFFSET(uefi_scsi_device_path_t, target, 4);
 OVRA_OFFSET(uefi_scsi_device_path_t, lun, 6);
 
@@ -282,7 +273,7 @@ typedef struct {
     uint64_t wwn;
     uint64_t lun;
 } OVRA_PACKED uefi_fibre_device_path_t;
-OVRA_NODE(uefi_fibre_device_path_t, UEFI_MESSAGING, 3, 20);
+OVRA_RECORD(uefi_fibre_device_path_t, 20);
 OVRA_OFFSET(uefi_fibre_device_path_t, wwn, 4);
 OVRA_OFFSET(uefi_fibre_device_path_t, lun, 12);
 
@@ -294,7 +285,7 @@ typedef struct {
     uint32_t reserved;
     uint8_t guid[8];
 } OVRA_PACKED uefi_i1394_device_path_t;
-OVRA_NODE(uefi_i1394_device_path_t, UEFI_MESSAGING, 4, 16);
+OVRA_RECORD(uefi_i1394_device_path_t, 16);
 OVRA_OFFSET(uefi_i1394_device_path_t, reserved, 4);
 OVRA_OFFSET(uefi_i1394_device_path_t, guid, 8);
 
@@ -306,7 +297,7 @@ typedef struct {
     uint8_t port;
     uint8_t interface;
 } OVRA_PACKED uefi_usb_device_path_t;
-OVRA_NODE(uefi_usb_device_path_t, UEFI_MESSAGING, 5, 6);
+OVRA_RECORD(uefi_usb_device_path_t, 6);
 OVRA_OFFSET(uefi_usb_device_path_t, port, 4);
 OVRA_OFFSET(uefi_usb_device_path_t, interface, 5);
 
@@ -317,7 +308,7 @@ typedef struct {
     uint16_t len;
     uint32_t target_id;
 } OVRA_PACKED uefi_i2o_device_path_t;
-OVRA_NODE(uefi_i2o_device_path_t, UEFI_MESSAGING, 6, 8);
+OVRA_RECORD(uefi_i2o_device_path_t, 8);
 
 /* InfiniBand. */
 typedef struct {
@@ -330,7 +321,7 @@ typedef struct {
     uint64_t targetid;
     uint64_t deviceid;
 } OVRA_PACKED uefi_ib_device_path_t;
-OVRA_NODE(uefi_ib_device_path_t, UEFI_MESSAGING, 9, 48);
+OVRA_RECORD(uefi_ib_device_path_t, 48);
 OVRA_OFFSET(uefi_ib_device_path_t, flags, 4);
 OVRA_OFFSET(uefi_ib_device_path_t, guid, 8);
 OVRA_OFFSET(uefi_ib_device_path_t, serviceid, 24);
@@ -345,7 +336,7 @@ typedef struct {
     EFI_GUID guid;
     uint8_t data[1];
 } OVRA_PACKED uefi_venmsg_device_path_t;
-OVRA_TAILED_NODE(uefi_venmsg_device_path_t, UEFI_MESSAGING, 10, 20, data);
+OVRA_TAILED_RECORD(uefi_venmsg_device_path_t, 20, data);
 OVRA_OFFSET(uefi_venmsg_device_path_t, guid, 4);
 
 /*
@@ -359,7 +350,7 @@ typedef struct {
     EFI_GUID guid;
     uint8_t value;
 } OVRA_PACKED uefi_uartflow_device_path_t;
-OVRA_SIZE(uefi_uartflow_device_path_t, 21);
+OVRA_RECORD(uefi_uartflow_device_path_t, 21);
 OVRA_OFFSET(uefi_uartflow_device_path_t, guid, 4);
 OVRA_OFFSET(uefi_uartflow_device_path_t, value, 20);
 
@@ -380,7 +371,7 @@ typedef struct {
     uint16_t sassata;
     uint16_t rtp;
 } OVRA_PACKED uefi_sas_msg_device_path_t;
-OVRA_SIZE(uefi_sas_msg_device_path_t, 44);
+OVRA_RECORD(uefi_sas_msg_device_path_t, 44);
 OVRA_OFFSET(uefi_sas_msg_device_path_t, guid, 4);
 OVRA_OFFSET(uefi_sas_msg_device_path_t, reserved, 20);
 OVRA_OFFSET(uefi_sas_msg_device_path_t, address, 24);
@@ -396,7 +387,7 @@ typedef struct {
     uint8_t mac_addr[32];
     uint8_t iff_type;
 } OVRA_PACKED uefi_macaddr_device_path_t;
-OVRA_NODE(uefi_macaddr_device_path_t, UEFI_MESSAGING, 11, 37);
+OVRA_RECORD(uefi_macaddr_device_path_t, 37);
 OVRA_OFFSET(uefi_macaddr_device_path_t, mac_addr, 4);
 OVRA_OFFSET(uefi_macaddr_device_path_t, iff_type, 36);
 
@@ -414,7 +405,7 @@ typedef struct {
     uint8_t gateway_addr[4];
     uint8_t subnet_addr[4];
 } OVRA_PACKED uefi_ipv4_device_path_t;
-OVRA_NODE(uefi_ipv4_device_path_t, UEFI_MESSAGING, 12, 27);
+OVRA_RECORD(uefi_ipv4_device_path_t, 27);
 OVRA_OFFSET(uefi_ipv4_device_path_t, local_addr, 4);
 OVRA_OFFSET(uefi_ipv4_device_path_t, remote_addr, 8);
 OVRA_OFFSET(uefi_ipv4_device_path_t, local_port, 12);
@@ -438,7 +429,7 @@ typedef struct {
     uint8_t prefix_length;
     uint8_t gateway_addr[16];
 } OVRA_PACKED uefi_ipv6_device_path_t;
-OVRA_NODE(uefi_ipv6_device_path_t, UEFI_MESSAGING, 13, 60);
+OVRA_RECORD(uefi_ipv6_device_path_t, 60);
 OVRA_OFFSET(uefi_ipv6_device_path_t, local_addr, 4);
 OVRA_OFFSET(uefi_ipv6_device_path_t, remote_addr, 20);
 OVRA_OFFSET(uefi_ipv6_device_path_t, local_port, 36);
@@ -448,7 +439,8 @@ OVRA_OFFSET(uefi_ipv6_device_path_t, ip_addr_origin, 42);
 OVRA_OFFSET(uefi_ipv6_device_path_t, prefix_length, 43);
 OVRA_OFFSET(uefi_ipv6_device_path_t, gateway_addr, 44);
 
-/* UART. parity: 0 default, 1 none, 2 even, 3 odd, 4 mark, 5 space; stopbits: 0 default, 1 one, 2 1.5, 3 two.
+/*
+ * UART. parity: 0 default, 1 none, 2 even, 3 odd, 4 mark, 5 space; stopbits: 0 default, 1 one, 2 1.5, 3 two.
  */
 typedef struct {
     uint8_t type;
@@ -460,7 +452,7 @@ typedef struct {
     uint8_t parity;
     uint8_t stopbits;
 } OVRA_PACKED uefi_uart_device_path_t;
-OVRA_NODE(uefi_uart_device_path_t, UEFI_MESSAGING, 14, 19);
+OVRA_RECORD(uefi_uart_device_path_t, 19);
 OVRA_OFFSET(uefi_uart_device_path_t, reserved, 4);
 OVRA_OFFSET(uefi_uart_device_path_t, baud, 8);
 OVRA_OFFSET(uefi_uart_device_path_t, databits, 16);
@@ -478,7 +470,7 @@ typedef struct {
     uint8_t dev_sub_class;
     uint8_t protocol;
 } OVRA_PACKED uefi_usb_class_device_path_t;
-OVRA_NODE(uefi_usb_class_device_path_t, UEFI_MESSAGING, 15, 11);
+OVRA_RECORD(uefi_usb_class_device_path_t, 11);
 OVRA_OFFSET(uefi_usb_class_device_path_t, vendor_id, 4);
 OVRA_OFFSET(uefi_usb_class_device_path_t, product_id, 6);
 OVRA_OFFSET(uefi_usb_class_device_path_t, dev_class, 8);
@@ -495,7 +487,7 @@ typedef struct {
     uint16_t product_id;
     uint16_t serial[1];
 } OVRA_PACKED uefi_usb_wwid_device_path_t;
-OVRA_TAILED_NODE(uefi_usb_wwid_device_path_t, UEFI_MESSAGING, 16, 10, serial);
+OVRA_TAILED_RECORD(uefi_usb_wwid_device_path_t, 10, serial);
 OVRA_OFFSET(uefi_usb_wwid_device_path_t, if_number, 4);
 OVRA_OFFSET(uefi_usb_wwid_device_path_t, vendor_id, 6);
 OVRA_OFFSET(uefi_usb_wwid_device_path_t, product_id, 8);
@@ -507,7 +499,7 @@ typedef struct {
     uint16_t len;
     uint8_t lun;
 } OVRA_PACKED uefi_lun_device_path_t;
-OVRA_NODE(uefi_lun_device_path_t, UEFI_MESSAGING, 17, 5);
+OVRA_RECORD(uefi_lun_device_path_t, 5);
 
 /* SATA: port of the controller, of the port multiplier (0xffff: none), and logical unit. */
 typedef struct {
@@ -518,14 +510,14 @@ typedef struct {
     uint16_t port_mult;
     uint16_t lun;
 } OVRA_PACKED uefi_sata_device_path_t;
-OVRA_NODE(uefi_sata_device_path_t, UEFI_MESSAGING, 18, 10);
+OVRA_RECORD(uefi_sata_device_path_t, 10);
 OVRA_OFFSET(uefi_sata_device_path_t, port, 4);
 OVRA_OFFSET(uefi_sata_device_path_t, port_mult, 6);
 OVRA_OFFSET(uefi_sata_device_path_t, lun, 8);
 
 /*
- * iSCSI. Kept: the target name is UCS-2 with a terminator, where UEFI has ASCII, and of the bits of options
- * 0x0080 is a data digest of CRC32C, where UEFI has 0x0008; stored paths are so.
+ * iSCSI. Kept: the target name is UCS-2 with a terminator, where UEFI has ASCII, and the option bit of a
+ * CRC32C data digest is 0x0080, where UEFI has 0x0008; stored paths have both.
  * [kept_iscsi_target_name_is_ucs2, kept_iscsi_data_digest_is_0x0080]
  */
 typedef struct {
@@ -538,7 +530,7 @@ typedef struct {
     uint16_t group_tag;
     uint16_t node_target_name[1];
 } OVRA_PACKED uefi_iscsi_device_path_t;
-OVRA_TAILED_NODE(uefi_iscsi_device_path_t, UEFI_MESSAGING, 19, 18, node_target_name);
+OVRA_TAILED_RECORD(uefi_iscsi_device_path_t, 18, node_target_name);
 OVRA_OFFSET(uefi_iscsi_device_path_t, protocol, 4);
 OVRA_OFFSET(uefi_iscsi_device_path_t, options, 6);
 OVRA_OFFSET(uefi_iscsi_device_path_t, lun, 8);
@@ -551,7 +543,7 @@ typedef struct {
     uint16_t len;
     uint16_t vlan;
 } OVRA_PACKED uefi_vlan_device_path_t;
-OVRA_NODE(uefi_vlan_device_path_t, UEFI_MESSAGING, 20, 6);
+OVRA_RECORD(uefi_vlan_device_path_t, 6);
 
 /* Fibre Channel, extended: both identifiers as their bytes were given. */
 typedef struct {
@@ -562,7 +554,7 @@ typedef struct {
     uint8_t wwn[8];
     uint8_t lun[8];
 } OVRA_PACKED uefi_fibreex_device_path_t;
-OVRA_NODE(uefi_fibreex_device_path_t, UEFI_MESSAGING, 21, 24);
+OVRA_RECORD(uefi_fibreex_device_path_t, 24);
 OVRA_OFFSET(uefi_fibreex_device_path_t, reserved, 4);
 OVRA_OFFSET(uefi_fibreex_device_path_t, wwn, 8);
 OVRA_OFFSET(uefi_fibreex_device_path_t, lun, 16);
@@ -577,7 +569,7 @@ typedef struct {
     uint16_t sassata;
     uint16_t rtp;
 } OVRA_PACKED uefi_sas_ex_device_path_t;
-OVRA_NODE(uefi_sas_ex_device_path_t, UEFI_MESSAGING, 22, 24);
+OVRA_RECORD(uefi_sas_ex_device_path_t, 24);
 OVRA_OFFSET(uefi_sas_ex_device_path_t, address, 4);
 OVRA_OFFSET(uefi_sas_ex_device_path_t, lun, 12);
 OVRA_OFFSET(uefi_sas_ex_device_path_t, sassata, 20);
@@ -600,7 +592,7 @@ typedef struct {
     uint8_t part_format;
     uint8_t sig_type;
 } OVRA_PACKED uefi_hard_drive_path_t;
-OVRA_NODE(uefi_hard_drive_path_t, UEFI_MEDIA, 1, 42);
+OVRA_RECORD(uefi_hard_drive_path_t, 42);
 OVRA_OFFSET(uefi_hard_drive_path_t, part_number, 4);
 OVRA_OFFSET(uefi_hard_drive_path_t, part_start, 8);
 OVRA_OFFSET(uefi_hard_drive_path_t, part_size, 16);
@@ -617,7 +609,7 @@ typedef struct {
     uint64_t part_start;
     uint64_t part_size;
 } OVRA_PACKED uefi_cdrom_path_t;
-OVRA_NODE(uefi_cdrom_path_t, UEFI_MEDIA, 2, 24);
+OVRA_RECORD(uefi_cdrom_path_t, 24);
 OVRA_OFFSET(uefi_cdrom_path_t, boot_entry, 4);
 OVRA_OFFSET(uefi_cdrom_path_t, part_start, 8);
 OVRA_OFFSET(uefi_cdrom_path_t, part_size, 16);
@@ -630,7 +622,7 @@ typedef struct {
     EFI_GUID guid;
     uint8_t data[1];
 } OVRA_PACKED uefi_venmedia_path_t;
-OVRA_TAILED_NODE(uefi_venmedia_path_t, UEFI_MEDIA, 3, 20, data);
+OVRA_TAILED_RECORD(uefi_venmedia_path_t, 20, data);
 OVRA_OFFSET(uefi_venmedia_path_t, guid, 4);
 
 #define UEFI_FILE_PATH_MAX 256 /* units declared; a node is as long as its own string */
@@ -641,7 +633,7 @@ typedef struct {
     uint16_t len;
     uint16_t path_name[UEFI_FILE_PATH_MAX];
 } OVRA_PACKED uefi_file_path_t;
-OVRA_TAILED_NODE(uefi_file_path_t, UEFI_MEDIA, 4, 4, path_name);
+OVRA_TAILED_RECORD(uefi_file_path_t, 4, path_name);
 
 /* Media protocol. */
 typedef struct {
@@ -650,7 +642,7 @@ typedef struct {
     uint16_t len;
     EFI_GUID guid;
 } OVRA_PACKED uefi_media_protocol_path_t;
-OVRA_NODE(uefi_media_protocol_path_t, UEFI_MEDIA, 5, 20);
+OVRA_RECORD(uefi_media_protocol_path_t, 20);
 
 /*
  * Range of offsets, first and last, relative to the device. Kept: the subtype is 6, where UEFI has 8 and
@@ -664,7 +656,7 @@ typedef struct {
     uint64_t start;
     uint64_t end;
 } OVRA_PACKED uefi_offset_path_t;
-OVRA_NODE(uefi_offset_path_t, UEFI_MEDIA, 6, 24);
+OVRA_RECORD(uefi_offset_path_t, 24);
 OVRA_OFFSET(uefi_offset_path_t, reserved, 4);
 OVRA_OFFSET(uefi_offset_path_t, start, 8);
 OVRA_OFFSET(uefi_offset_path_t, end, 16);
@@ -680,7 +672,7 @@ typedef struct {
     uint16_t status_flags;
     char description[1];
 } OVRA_PACKED uefi_bbs_path_t;
-OVRA_TAILED_NODE(uefi_bbs_path_t, UEFI_BIOS, 1, 8, description);
+OVRA_TAILED_RECORD(uefi_bbs_path_t, 8, description);
 OVRA_OFFSET(uefi_bbs_path_t, device_type, 4);
 OVRA_OFFSET(uefi_bbs_path_t, status_flags, 6);
 

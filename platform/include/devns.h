@@ -181,11 +181,11 @@ int devns_open(const char *path, int flags);
  *
  * Statuses that say why a change was refused: EFI_INVALID_PARAMETER (also: more data than a variable may
  * have), EFI_UNSUPPORTED (a new name that the kernel cannot pass on; a time zone that the clock cannot keep),
- * EFI_OUT_OF_RESOURCES (the variable store is full), EFI_VOLUME_FULL (the file system below a folder machine
- * is full), EFI_WRITE_PROTECTED (a read-only file system, or a variable that belongs to the firmware),
- * EFI_ACCESS_DENIED, EFI_SECURITY_VIOLATION, EFI_TIMEOUT (the machine's lock was not free for 30 s) and
- * EFI_DEVICE_ERROR. Only after EFI_DEVICE_ERROR may the new value be in place: the disk failed to make it
- * durable.
+ * EFI_OUT_OF_RESOURCES (the variable store is full; with errno ENOMEM the system has no memory),
+ * EFI_VOLUME_FULL (the file system below a folder machine is full), EFI_WRITE_PROTECTED (a read-only file
+ * system, or a variable that belongs to the firmware), EFI_ACCESS_DENIED, EFI_SECURITY_VIOLATION, EFI_TIMEOUT
+ * (the machine's lock was not free for 30 s) and EFI_DEVICE_ERROR. Only after EFI_DEVICE_ERROR may the new
+ * value be in place: the disk failed to make it durable.
  */
 int devns_ioctl(int fd, int command, void *record);
 
@@ -198,9 +198,9 @@ int devns_close(int fd);
 /*
  * readlink(2) into `buf` of `size` bytes. If the system has no such name, "/dev/dsk/<volume>" and
  * "/dev/rdsk/<volume>" are links for the slices and partitions of the machine (either folder for both kinds)
- * to
- * "../../devices<physical path>:<minor>", such as "../../devices/pci@0,0/pci8086,2922@1f,2/disk@0,0:a". The
- * minor of s0 to s15 is a to p, that of p0 to p9 is q to z, beyond these the letter with the number ("s16").
+ * to "../../devices<physical path>:<minor>", such as "../../devices/pci@0,0/pci8086,2922@1f,2/disk@0,0:a".
+ * The minor of s0 to s15 is a to p, that of p0 to p9 is q to z, beyond these the letter with the number
+ * ("s16").
  *
  * Returns the number of bytes written to `buf`, without a terminator and cut at `size`; or -1 with errno:
  * ENOENT (neither the system nor the machine has the name), EFAULT (null pointer), EINVAL (size 0), ENOMEM,

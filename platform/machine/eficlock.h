@@ -6,12 +6,11 @@
 #include <cstdint>
 #include <optional>
 
-#include <ovra/uefi.h>
+#include "src/base/variable.h"
 
 namespace machine {
 
-/* EFI_UNSPECIFIED_TIMEZONE */
-inline constexpr std::int16_t unspecified_timezone = 0x7ff;
+using ovra::unspecified_timezone;
 
 /* Seconds since 1970, with the fields read as UTC. Nothing when a field is outside what UEFI allows. */
 std::optional<std::int64_t> seconds_of(const EFI_TIME &time);

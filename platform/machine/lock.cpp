@@ -153,7 +153,7 @@ int check_file(int file, const machine_root &root, const char *name)
         return errno;
     const bool trusted = info.st_uid == geteuid() || info.st_uid == 0 || info.st_uid == owner_of(root);
     if (!S_ISREG(info.st_mode) || info.st_nlink > 1 || !trusted) {
-        debug("the lock file '%s' is no regular file of one name, or somebody else's", name);
+        debug("the lock file '%s' is not a regular file of one name, or is somebody else's", name);
         return EPERM;
     }
     if ((info.st_mode & ALLPERMS) != lock_mode && fchmod(file, lock_mode) != 0)

@@ -13,12 +13,11 @@
 #include "platform/machine/store.h"
 #include "src/base/guid.h"
 #include "src/base/load_option.h"
+#include "src/base/variable.h"
 
 namespace machine {
 
 namespace {
-
-constexpr UINT32 boot_current_attributes = EFI_VARIABLE_BOOTSERVICE_ACCESS | EFI_VARIABLE_RUNTIME_ACCESS;
 
 std::string global_file(std::string_view name)
 {
@@ -111,7 +110,7 @@ EFI_STATUS play_start(const runtime_services &services)
     if (const int error = choose_option(services, next_file, &option); error != 0)
         return status_of(error);
     const EFI_STATUS status =
-        option ? write_variable(services, store.folder(), current_file, boot_current_attributes,
+        option ? write_variable(services, store.folder(), current_file, ovra::volatile_attributes,
                                 {std::as_bytes(std::span(&*option, 1))})
                : remove_if_there(services, store.folder(), current_file);
     return status == EFI_SUCCESS ? remove_if_there(services, store.folder(), next_file) : status;

@@ -9,26 +9,23 @@
 #include "platform/machine/lock.h"
 #include "platform/machine/store.h"
 #include "src/base/guid.h"
+#include "src/base/variable.h"
 
 namespace machine {
 
 namespace {
 
-constexpr UINT32 hardware_error_record = 0x08;
-constexpr UINT32 authenticated_write = 0x10;
-constexpr UINT32 time_based_authenticated_write = 0x20;
-constexpr UINT32 authenticated = authenticated_write | time_based_authenticated_write;
-constexpr UINT32 plain = EFI_VARIABLE_NON_VOLATILE | EFI_VARIABLE_BOOTSERVICE_ACCESS |
-                         EFI_VARIABLE_RUNTIME_ACCESS | EFI_VARIABLE_APPEND_WRITE;
+using ovra::authenticated;
+using ovra::volatile_attributes;
 
-constexpr UINT32 volatile_attributes = EFI_VARIABLE_BOOTSERVICE_ACCESS | EFI_VARIABLE_RUNTIME_ACCESS;
+constexpr UINT32 plain = ovra::boot_variable_attributes | EFI_VARIABLE_APPEND_WRITE;
 
 // A folder cannot check signatures. On an efivarfs the firmware does.
 EFI_STATUS check_attributes(store_kind kind, UINT32 attributes)
 {
     UINT32 known = plain | authenticated;
     if (kind == store_kind::efivarfs)
-        known |= hardware_error_record;
+        known |= ovra::hardware_error_record;
     if ((attributes & ~known) != 0 || (attributes & EFI_VARIABLE_BOOTSERVICE_ACCESS) == 0)
         return EFI_INVALID_PARAMETER;
     if (kind == store_kind::folder && (attributes & authenticated) != 0)

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * Nodes of device paths: their kinds, which <ovra/uefi.h> states beside each record, by the record's type;
- * and packed nodes, read so that what is left is compared with what is claimed, and nothing beyond is read.
+ * Kinds of device path nodes, by the type of their record, and a cursor over packed nodes that never reads
+ * beyond the bytes left.
  */
 #ifndef SRC_BASE_NODES_H
 #define SRC_BASE_NODES_H
@@ -22,48 +22,52 @@ struct node_kind {
 template <typename record>
 inline constexpr node_kind kind_of = {};
 
-#define OVRA_KIND_OF(record)                                                                                 \
+#define OVRA_KIND(record, type, subtype, size)                                                               \
     template <>                                                                                              \
-    inline constexpr node_kind kind_of<record> = {record##_kind_type, record##_kind_subtype,                 \
-                                                  record##_kind_size}
+    inline constexpr node_kind kind_of<record> = {type, subtype, size}
+#define OVRA_NODE(record, type, subtype) OVRA_KIND(record, type, subtype, sizeof(record))
+/* One that ends in bytes of any length, which begin with the member `tail`. */
+#define OVRA_TAILED_NODE(record, type, subtype, tail) OVRA_KIND(record, type, subtype, offsetof(record, tail))
 
-OVRA_KIND_OF(uefi_pci_device_path_t);
-OVRA_KIND_OF(uefi_pccard_device_path_t);
-OVRA_KIND_OF(uefi_memmap_device_path_t);
-OVRA_KIND_OF(uefi_venhw_device_path_t);
-OVRA_KIND_OF(uefi_ctrl_device_path_t);
-OVRA_KIND_OF(uefi_acpi_device_path_t);
-OVRA_KIND_OF(uefi_acpiex_device_path_t);
-OVRA_KIND_OF(uefi_acpiadr_device_path_t);
-OVRA_KIND_OF(uefi_atapi_device_path_t);
-OVRA_KIND_OF(uefi_scsi_device_path_t);
-OVRA_KIND_OF(uefi_fibre_device_path_t);
-OVRA_KIND_OF(uefi_i1394_device_path_t);
-OVRA_KIND_OF(uefi_usb_device_path_t);
-OVRA_KIND_OF(uefi_i2o_device_path_t);
-OVRA_KIND_OF(uefi_ib_device_path_t);
-OVRA_KIND_OF(uefi_venmsg_device_path_t);
-OVRA_KIND_OF(uefi_macaddr_device_path_t);
-OVRA_KIND_OF(uefi_ipv4_device_path_t);
-OVRA_KIND_OF(uefi_ipv6_device_path_t);
-OVRA_KIND_OF(uefi_uart_device_path_t);
-OVRA_KIND_OF(uefi_usb_class_device_path_t);
-OVRA_KIND_OF(uefi_usb_wwid_device_path_t);
-OVRA_KIND_OF(uefi_lun_device_path_t);
-OVRA_KIND_OF(uefi_sata_device_path_t);
-OVRA_KIND_OF(uefi_iscsi_device_path_t);
-OVRA_KIND_OF(uefi_vlan_device_path_t);
-OVRA_KIND_OF(uefi_fibreex_device_path_t);
-OVRA_KIND_OF(uefi_sas_ex_device_path_t);
-OVRA_KIND_OF(uefi_hard_drive_path_t);
-OVRA_KIND_OF(uefi_cdrom_path_t);
-OVRA_KIND_OF(uefi_venmedia_path_t);
-OVRA_KIND_OF(uefi_file_path_t);
-OVRA_KIND_OF(uefi_media_protocol_path_t);
-OVRA_KIND_OF(uefi_offset_path_t);
-OVRA_KIND_OF(uefi_bbs_path_t);
+OVRA_NODE(uefi_pci_device_path_t, UEFI_HARDWARE, 1);
+OVRA_NODE(uefi_pccard_device_path_t, UEFI_HARDWARE, 2);
+OVRA_NODE(uefi_memmap_device_path_t, UEFI_HARDWARE, 3);
+OVRA_TAILED_NODE(uefi_venhw_device_path_t, UEFI_HARDWARE, 4, data);
+OVRA_NODE(uefi_ctrl_device_path_t, UEFI_HARDWARE, 5);
+OVRA_NODE(uefi_acpi_device_path_t, UEFI_ACPI, 1);
+OVRA_TAILED_NODE(uefi_acpiex_device_path_t, UEFI_ACPI, 2, strings);
+OVRA_TAILED_NODE(uefi_acpiadr_device_path_t, UEFI_ACPI, 3, adr);
+OVRA_NODE(uefi_atapi_device_path_t, UEFI_MESSAGING, 1);
+OVRA_NODE(uefi_scsi_device_path_t, UEFI_MESSAGING, 2);
+OVRA_NODE(uefi_fibre_device_path_t, UEFI_MESSAGING, 3);
+OVRA_NODE(uefi_i1394_device_path_t, UEFI_MESSAGING, 4);
+OVRA_NODE(uefi_usb_device_path_t, UEFI_MESSAGING, 5);
+OVRA_NODE(uefi_i2o_device_path_t, UEFI_MESSAGING, 6);
+OVRA_NODE(uefi_ib_device_path_t, UEFI_MESSAGING, 9);
+OVRA_TAILED_NODE(uefi_venmsg_device_path_t, UEFI_MESSAGING, 10, data);
+OVRA_NODE(uefi_macaddr_device_path_t, UEFI_MESSAGING, 11);
+OVRA_NODE(uefi_ipv4_device_path_t, UEFI_MESSAGING, 12);
+OVRA_NODE(uefi_ipv6_device_path_t, UEFI_MESSAGING, 13);
+OVRA_NODE(uefi_uart_device_path_t, UEFI_MESSAGING, 14);
+OVRA_NODE(uefi_usb_class_device_path_t, UEFI_MESSAGING, 15);
+OVRA_TAILED_NODE(uefi_usb_wwid_device_path_t, UEFI_MESSAGING, 16, serial);
+OVRA_NODE(uefi_lun_device_path_t, UEFI_MESSAGING, 17);
+OVRA_NODE(uefi_sata_device_path_t, UEFI_MESSAGING, 18);
+OVRA_TAILED_NODE(uefi_iscsi_device_path_t, UEFI_MESSAGING, 19, node_target_name);
+OVRA_NODE(uefi_vlan_device_path_t, UEFI_MESSAGING, 20);
+OVRA_NODE(uefi_fibreex_device_path_t, UEFI_MESSAGING, 21);
+OVRA_NODE(uefi_sas_ex_device_path_t, UEFI_MESSAGING, 22);
+OVRA_NODE(uefi_hard_drive_path_t, UEFI_MEDIA, 1);
+OVRA_NODE(uefi_cdrom_path_t, UEFI_MEDIA, 2);
+OVRA_TAILED_NODE(uefi_venmedia_path_t, UEFI_MEDIA, 3, data);
+OVRA_TAILED_NODE(uefi_file_path_t, UEFI_MEDIA, 4, path_name);
+OVRA_NODE(uefi_media_protocol_path_t, UEFI_MEDIA, 5);
+OVRA_NODE(uefi_offset_path_t, UEFI_MEDIA, 6);
+OVRA_TAILED_NODE(uefi_bbs_path_t, UEFI_BIOS, 1, description);
 
-#undef OVRA_KIND_OF
+#undef OVRA_TAILED_NODE
+#undef OVRA_NODE
+#undef OVRA_KIND
 
 /* Whether nodes of this type have a meaning: those of chapter 10, and END. */
 constexpr bool is_node_type(uint64_t type)

@@ -59,8 +59,6 @@ struct stored_bytes {
     ovra::byte_view view() const { return {block.get(), size}; }
 };
 
-constexpr size_t description_limit = 256; // bytes, of the variable's text and of the one handed out
-
 int read_option(ovra_hdl_t hdl, const char *name, stored_bytes *option)
 {
     UINTN size = 0;
@@ -79,9 +77,9 @@ int read_option(ovra_hdl_t hdl, const char *name, stored_bytes *option)
 
 tracked<char> hand_out_description(ovra_hdl_t hdl, ovra::byte_view description)
 {
-    char text[description_limit + 1];
-    const size_t length =
-        convert_utf16_to_utf8(description.data(), ovra::unit_count(description), text, description_limit);
+    char text[ovra::description_limit + 1];
+    const size_t length = convert_utf16_to_utf8(description.data(), ovra::unit_count(description), text,
+                                                ovra::description_limit);
     text[length] = '\0';
     auto copy = ovra::tracked_malloc<char>(hdl, length + 1, "desc_temp");
     if (copy)
@@ -155,7 +153,7 @@ int ovra_bootopt_get(ovra_hdl_t hdl, char *name, ovra_epath_t *path, int *path_l
 
     if (!option->has_description())
         return too_short();
-    if (option->description.size() > description_limit)
+    if (option->description.size() > ovra::description_limit)
         return fail("invalid description length %lu\n", option->description.size());
     if (!option->is_whole())
         return too_short();

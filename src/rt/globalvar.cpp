@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "src/base/guid.h"
+#include "src/base/variable.h"
 #include "src/rt/owned.h"
 #include "src/rt/rt.h"
 #include "src/rt/testfile.h"
 
 using ovra::owned;
-
-static constexpr UINT32 global_attributes =
-    EFI_VARIABLE_NON_VOLATILE | EFI_VARIABLE_BOOTSERVICE_ACCESS | EFI_VARIABLE_RUNTIME_ACCESS;
 
 EFI_STATUS set_variable(ovra_hdl_t hdl, const char *name, UINTN size, void *data)
 {
@@ -18,7 +16,8 @@ EFI_STATUS set_variable(ovra_hdl_t hdl, const char *name, UINTN size, void *data
         return EFI_INVALID_PARAMETER;
     EFI_GUID guid = ovra::global_variable_guid; // the services take one that is not const
     EFI_STATUS status = EFI_SUCCESS;
-    if (ovra_set_variable(hdl, unicode_name.get(), &guid, global_attributes, size, data, &status) != 0)
+    if (ovra_set_variable(hdl, unicode_name.get(), &guid, ovra::boot_variable_attributes, size, data,
+                          &status) != 0)
         return EFI_ACCESS_DENIED;
     return status;
 }

@@ -20,11 +20,11 @@ typedef struct {
     uint8_t type, subtype;
     uint16_t len, vlan;
 } PACKING six_bytes;
-OVRA_NODE(six_bytes, UEFI_MESSAGING, 20, SIZE);
+OVRA_RECORD(six_bytes, SIZE);
 OVRA_OFFSET(six_bytes, vlan, OFFSET);
 
 typedef struct {
     uint8_t type, subtype;
     uint16_t len, text[9];
 } OVRA_PACKED tailed;
-OVRA_TAILED_NODE(tailed, UEFI_MEDIA, 3, TAIL, text);
+OVRA_TAILED_RECORD(tailed, TAIL, text);

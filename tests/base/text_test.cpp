@@ -55,7 +55,7 @@ TEST(utf8, every_character_is_written_as_the_table_says_and_read_back)
 
 TEST(utf8, character_that_is_cut_off_is_none)
 {
-    for (const char32_t c : {0x80, 0x7ff, 0x800, 0xffff, 0x10000, 0x10ffff}) {
+    for (const char32_t c : {0x80U, 0x7ffU, 0x800U, 0xffffU, 0x10000U, 0x10ffffU}) {
         const std::string written(ovra::utf8_character(c).view());
         for (size_t length = 1; length < written.size(); ++length) {
             // Of its own size, so that a byte read beyond it is noticed.

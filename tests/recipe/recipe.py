@@ -3,7 +3,7 @@
 """usage: recipe.py ROOT WORK CXX [CMAKE_ARGUMENT...]
 
 Follows docs/hacking.md in a copy of the tree: ufs.patch adds a node kind in the places that the recipe names, and in no
-other. Builds the core, and encodes and prints the new kind as the rows of the patch say.
+other. Builds the core and the command, and encodes and prints the new kind as the rows of the patch say.
 """
 import pathlib
 import re
@@ -30,7 +30,7 @@ def named_places():
     """A regular expression for each place that the recipe names: <family> is any name."""
     text = (root / "docs/hacking.md").read_text()
     recipe = re.search(r"^## To add a node kind.*?(?=^## )", text, re.DOTALL | re.MULTILINE)[0]
-    paths = set(re.findall(r"`((?:include|src|tests)/[\w/.<>]+\.\w+)`", recipe))
+    paths = set(re.findall(r"`((?:include|src|tools|tests)/[\w/.<>]+\.\w+)`", recipe))
     return {path: re.compile(re.sub(r"<\w+>", r"\\w+", re.escape(path))) for path in paths}
 
 
@@ -70,7 +70,7 @@ check_places()
 make_copy()
 run("cmake", "-S", copy, "-B", build, "-DOVRA_TESTS=OFF", "-DOVRA_WERROR=ON", "-DOVRA_HARDENING=OFF",
     "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O0", f"-DCMAKE_CXX_COMPILER={cxx}", *options)
-run("cmake", "--build", build, "--parallel", "2", "--target", "ovra_static")
+run("cmake", "--build", build, "--parallel", "2", "--target", "ovra_static", "ovra_tool")
 run(cxx, "-std=c++20", f"-I{copy}", f"-I{copy}/include", here / "both_ways.cpp", build / "lib/libovra.a", "-o", program)
 
 (_, text, node), = added_rows("encode_disk.tsv")
@@ -80,3 +80,7 @@ for given in (text, again, printed):
     got = run(program, given)
     if got != expected:
         sys.exit(f"{given}: expected\n{expected}got\n{got}")
+    got = run(build / "bin/ovra", "path", "encode", given)
+    digits = expected.splitlines()[0].replace(" ", "") + "\n"
+    if got != digits:
+        sys.exit(f"ovra path encode '{given}': expected\n{digits}got\n{got}")

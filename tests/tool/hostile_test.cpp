@@ -27,11 +27,7 @@ void refuses_a_dry_run_as_the_run_itself(hostile_machine &machine, const hostili
     all.push_back({"remove", "Boot0007"});
     // With sanitizers a process takes a fifth of a second to start: each machine has some of the command
     // lines there, another machine others, and the release build has all of them.
-#ifdef __SANITIZE_ADDRESS__
-    constexpr size_t step = 6;
-#else
-    constexpr size_t step = 1;
-#endif
+    const size_t step = has_sanitizers() ? 6 : 1;
     bool fresh = false;
     for (size_t at = std::hash<std::string>()(tested.name) % step; at < all.size(); at += step) {
         const words &arguments = all[at];

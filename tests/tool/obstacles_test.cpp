@@ -149,13 +149,15 @@ TEST_F(writing_obstacles, are_attributes_that_no_variable_has)
     for (const auto &[attributes, how] : cases) {
         put("Boot0003", load_option(1, "x", from_hex("7fff0400")), attributes);
         const std::string said = std::string(" Boot0003: it is stored ") + how +
-                                 "\n  No variable can be so: remove " + file("Boot0003").string() + ".\n";
+                                 "\n  No variable can have these attributes: remove " +
+                                 file("Boot0003").string() + ".\n";
         EXPECT_THAT(refusal({"set", "Boot0003", "--desc", "y"}), HasSubstr("cannot write" + said));
         EXPECT_THAT(refusal({"remove", "Boot0003"}), HasSubstr("cannot delete" + said));
     }
     put("Boot0003", load_option(1, "x", from_hex("7fff0400")), 0x27);
     for (const words &arguments : {words{"set", "Boot0003", "--desc", "y"}, words{"remove", "Boot0003"}})
-        EXPECT_THAT(refusal(arguments), HasSubstr("run-time, time-authenticated\n  Only who holds the key"));
+        EXPECT_THAT(refusal(arguments),
+                    HasSubstr("run-time, time-authenticated\n  Only the holder of its key"));
 }
 
 TEST_F(writing_obstacles, to_the_lock_are_named)
@@ -164,7 +166,8 @@ TEST_F(writing_obstacles, to_the_lock_are_named)
     fs::rename(root / "var/lib", root / "elsewhere");
     fs::create_symlink("../elsewhere", root / "var/lib");
     EXPECT_EQ(refusal({"next", "Boot0001"}),
-              "ovra: cannot lock the machine: a folder on the way to its lock file is none\n  All above " +
+              "ovra: cannot lock the machine: something on the path to its lock file is not a\n"
+              "      folder\n  All above " +
                   lock + " are folders; links are not followed.\n");
 }
 
@@ -255,12 +258,20 @@ TEST_F(writing_obstacles, to_reading_one_option_are_named_by_find)
         EXPECT_THAT(found.out, HasSubstr("Boot0008"));
         EXPECT_THAT(found.err, ::testing::EndsWith(remark));
     }
+    const outcome disks = run({"disks"}, around);
+    EXPECT_EQ(disks.status, 0);
+    EXPECT_EQ(disks.err, remark) << "it may be one of a disk";
+    EXPECT_EQ(run({"show", "Boot0008"}, around).err, "");
     // Nothing is said to boot from a disk that cannot be read; that is not to say that nothing does.
     fs::permissions(root / "dev/sda", fs::perms::none);
     const outcome refused = run({"find", "c5t0d0s0"}, *around);
     EXPECT_EQ(refused.status, 1);
     EXPECT_EQ(refused.out, "");
     EXPECT_EQ(refused.err, "ovra: cannot read /dev/sda: Permission denied\n  Run this as root.\n");
+    const outcome shown = run({"show", "Boot0008"}, around);
+    EXPECT_EQ(shown.status, 0);
+    EXPECT_EQ(shown.err, "ovra: warning: cannot read /dev/sda: Permission denied\n"
+                         "  The option may boot from it.\n");
 }
 
 // The firmware does not enumerate what is damaged.

@@ -81,7 +81,7 @@ TEST_F(command_output, escapes_characters_that_change_how_text_is_shown)
         EXPECT_THAT(document, HasSubstr("\"description\": \"" + shown + "\""));
         EXPECT_EQ(json::parse(document)["description"], json::parse("\"" + shown + "\""));
         const std::string typed = json::parse("\"" + shown + "\"");
-        EXPECT_EQ(run({"show", typed}).err.find("ovra: \"" + shown + "\" is no boot option"), 0u);
+        EXPECT_EQ(run({"show", typed}).err.find("ovra: \"" + shown + "\" is not a boot option"), 0u);
         EXPECT_EQ(run({"find", typed}).err.find("ovra: no disk is named \"" + shown + "\"\n"), 0u);
         EXPECT_EQ(run({typed}).err.find("ovra: unknown verb '" + shown + "'\n"), 0u);
         EXPECT_THAT(run({"path", "encode", typed}).err,
@@ -90,6 +90,14 @@ TEST_F(command_output, escapes_characters_that_change_how_text_is_shown)
     // Beyond 16 bits two escapes make a character: a tag, which shows nothing.
     put("Boot0003", load_option(1, "", from_hex("7fff0400")).insert(6, "\x40\xdb\x41\xdc", 4));
     EXPECT_THAT(output({"show", "Boot0003", "--json"}), HasSubstr("\"\\udb40\\udc41\""));
+}
+
+// They may be part of a file's name.
+TEST_F(command_output, keeps_blanks_at_the_end)
+{
+    EXPECT_THAT(output({"path", "decode", "04040a006100200000007fff0400"}), ::testing::EndsWith("a \n"));
+    put("Boot0003", load_option(1, "two  ", from_hex("7fff0400")));
+    EXPECT_THAT(output({"show", "Boot0003"}), HasSubstr("  two  \n"));
 }
 
 // The library's own messages.

@@ -147,10 +147,17 @@ std::vector<char *> pointers(words &texts)
     return all;
 }
 
+// The built command, unless the environment names another one.
+std::string command_file()
+{
+    const char *other = getenv("OVRA_SANITIZED_COMMAND");
+    return other ? other : OVRA_TOOL;
+}
+
 // The command in a process of its own, with these as its standard input, output and error.
 pid_t start(const words &arguments, const surroundings &around, int in, int out, int err)
 {
-    words command = words{OVRA_TOOL} + arguments;
+    words command = words{command_file()} + arguments;
     // A finding of a sanitizer must not look like a failure that a test expects.
     // Nor need the sanitizer's library be the first when a test preloads one.
     words environment = {"PATH=/usr/bin:/bin", "ASAN_OPTIONS=exitcode=99:verify_asan_link_order=0",
@@ -196,6 +203,15 @@ void reap(pid_t child, outcome *result)
 }
 
 } // namespace
+
+bool has_sanitizers()
+{
+#ifdef OVRA_SANITIZED
+    return true;
+#else
+    return getenv("OVRA_SANITIZED_COMMAND") != nullptr;
+#endif
+}
 
 std::string whole(const std::string &said)
 {

@@ -43,6 +43,10 @@ struct surroundings {
 // What was said, with the lines whole that were broken at 80 columns.
 std::string whole(const std::string &said);
 
+// Whether the command has sanitizers, with which a process takes a tenth of a second and more. Tests of many
+// processes then try some of their cases; the others are tried without sanitizers.
+bool has_sanitizers();
+
 words operator+(words left, const words &right);
 
 outcome run_command(const words &arguments, const surroundings &around = {});

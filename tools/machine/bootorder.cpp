@@ -2,6 +2,7 @@
 #include "tools/machine/bootorder.h"
 
 #include <algorithm>
+#include <set>
 
 namespace tool {
 
@@ -20,6 +21,24 @@ std::vector<uint16_t> without(std::vector<uint16_t> order, uint16_t number)
 {
     std::erase(order, number);
     return order;
+}
+
+std::vector<uint16_t> without_all(std::vector<uint16_t> order, const std::vector<uint16_t> &options)
+{
+    const std::set<uint16_t> out(options.begin(), options.end());
+    std::erase_if(order, [&out](uint16_t number) { return out.contains(number); });
+    return order;
+}
+
+std::vector<uint16_t> distinct(const std::vector<uint16_t> &options)
+{
+    std::set<uint16_t> seen;
+    std::vector<uint16_t> once;
+    for (const uint16_t number : options) {
+        if (seen.insert(number).second)
+            once.push_back(number);
+    }
+    return once;
 }
 
 } // namespace tool

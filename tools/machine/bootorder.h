@@ -13,6 +13,10 @@ std::vector<uint16_t> with_inserted(std::vector<uint16_t> order, uint16_t number
 
 // The order without all places of an option.
 std::vector<uint16_t> without(std::vector<uint16_t> order, uint16_t number);
+std::vector<uint16_t> without_all(std::vector<uint16_t> order, const std::vector<uint16_t> &options);
+
+// Each option once, where it is named first.
+std::vector<uint16_t> distinct(const std::vector<uint16_t> &options);
 
 } // namespace tool
 

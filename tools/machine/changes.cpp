@@ -23,11 +23,7 @@ change writes_order(const std::vector<uint16_t> &order)
 {
     if (order.empty())
         return deletes("BootOrder");
-    std::vector<std::string> names;
-    names.reserve(order.size());
-    for (const uint16_t number : order)
-        names.push_back(option_name(number));
-    return writes("BootOrder", stored(order), join(names, " "), {{"order", names}});
+    return writes("BootOrder", stored(order), names_of(order), {{"order", option_names(order)}});
 }
 
 change writes_option(uint16_t number, const load_option &option)
@@ -53,7 +49,7 @@ void changes::make(change change, const std::function<void()> &apply, const std:
         for (const auto &earlier : made) {
             if (dry_run)
                 break;
-            reason.advise("Done before that, and it stands: " + earlier.past + ' ' + earlier.what);
+            reason.advise("Already done, and not undone: " + earlier.past + ' ' + earlier.what);
         }
         throw;
     }
@@ -99,7 +95,7 @@ void changes::report()
         json entry = {{"action", change.action}};
         entry.update(change.fields);
         list.push_back(std::move(entry));
-        text += (dry_run ? "would " + change.action : change.past) + ' ' + change.what + '\n';
+        text += broken((dry_run ? "would " + change.action : change.past) + ' ' + change.what, 0) + '\n';
         if (dry_run && !change.contents.empty())
             text += "    " + hex(change.contents) + '\n';
     }

@@ -11,6 +11,7 @@
 #include "platform/include/kvlist.h"
 #include "platform/include/volset.h"
 #include "src/base/hard_drive.h"
+#include "src/base/words.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 
@@ -83,7 +84,9 @@ void read_volumes(vs_descriptor_t medium, vs_kind_t kind, drive *of)
 {
     int error = 0;
     const descriptors found(vs_get_associated_descriptors(medium, kind, &error));
-    for (const vs_descriptor_t *at = found.get(); at && *at; ++at) {
+    if (!found)
+        throw failure(std::string("cannot read a disk: ") + strerror(error));
+    for (const vs_descriptor_t *at = found.get(); *at; ++at) {
         const attribute_list list = attribute_list_of(*at);
         volume next;
         next.name = name_of(*at);
@@ -134,7 +137,7 @@ const char *drive::medium() const
 {
     if (!has_medium)
         return "none";
-    return signature ? "MBR" : "GPT";
+    return ovra::by_value(ovra::partition_formats, signature ? ovra::format_mbr : ovra::format_gpt)->text;
 }
 
 std::vector<drive> read_drives(const std::function<bool(const drive &)> &reads_media)

@@ -9,7 +9,7 @@
 
 namespace tool {
 
-// Whether this process may, as access() has its modes.
+// Whether this process may access the file; the mode is that of access(2).
 bool may(const std::string &path, int access_mode);
 
 bool is_read_only(const std::string &path); // its file system

@@ -77,8 +77,7 @@ unreadable firmware::why_unreadable(const std::string &name)
                                       "' removes it.");
     if (is.status != EFI_SUCCESS)
         return because(is.error != 0 ? strerror(is.error) : status_name(is.status), {});
-    constexpr size_t longest_description = 256; // bytes of UCS-2 that the library reads
-    if (parts->description.size() > longest_description)
+    if (parts->description.size() > ovra::description_limit)
         return because("its description is longer than 127 characters", bytes_advice);
     return because("the library cannot read it", bytes_advice);
 }
@@ -167,12 +166,9 @@ std::optional<uint16_t> firmware::booted_next()
         for (size_t at = 0; at + sizeof(uint16_t) <= options.size(); at += sizeof(uint16_t)) {
             uint16_t number = 0;
             memcpy(&number, options.data() + at, sizeof number);
-            const bytes option = read_if_sound(option_name(number));
-            uint32_t attributes = 0;
-            if (option.size() < sizeof attributes + sizeof(uint16_t))
-                continue;
-            memcpy(&attributes, option.data(), sizeof attributes);
-            if ((attributes & wanted) == wanted)
+            const bytes variable = read_if_sound(option_name(number));
+            const auto option = ovra::split_load_option(variable);
+            if (option && (option->attributes & wanted) == wanted)
                 return number;
         }
         return std::nullopt;

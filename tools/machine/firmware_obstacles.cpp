@@ -14,7 +14,7 @@ namespace tool {
 
 namespace {
 
-constexpr uint32_t authenticated = 0x30; // by either way that the firmware knows
+using ovra::authenticated;
 
 } // namespace
 
@@ -124,14 +124,15 @@ std::optional<not_changed> firmware::obstacle_of_attributes(const change_request
         (attributes & EFI_VARIABLE_APPEND_WRITE) != 0 || (attributes == 0 && request.size != 0) ||
         (!real && ((attributes & ~possible) != 0 || (attributes & EFI_VARIABLE_BOOTSERVICE_ACCESS) == 0));
     if (impossible)
-        return not_changed(what, real ? "No variable can be so; the firmware's own setup may delete it."
-                                      : "No variable can be so: remove " + file_of(request) + '.');
+        return not_changed(
+            what, real ? "No variable can have these attributes; the firmware's own setup may delete it."
+                       : "No variable can have these attributes: remove " + file_of(request) + '.');
     // A folder cannot check the signature that even a deletion needs.
     if ((attributes & authenticated) != 0 && (request.size != 0 || !real))
-        return not_changed(what, "Only who holds the key of an authenticated variable can change it.");
+        return not_changed(what, "Only the holder of its key can change an authenticated variable.");
     // Real firmware may think otherwise, and is asked.
     if ((attributes & EFI_VARIABLE_NON_VOLATILE) == 0 && !real)
-        return not_changed(what, "What is not non-volatile is the firmware's own until the next start.");
+        return not_changed(what, "A volatile variable belongs to the firmware until the next start.");
     return std::nullopt;
 }
 

@@ -35,11 +35,11 @@ std::string process_name(pid_t process)
     case ETIMEDOUT:
         throw failure(format("another program has been changing the machine for %u seconds", seconds_to_wait),
                       holder > 0 ? "It is process " + std::to_string(holder) + process_name(holder) + '.'
-                                 : "Which one, the system does not tell.");
+                                 : "The system does not say which.");
     case EACCES:
         throw failure("no permission to change the machine", machine.permission_advice());
     case ENOTDIR:
-        throw failure(cannot + "a folder on the way to its lock file is none",
+        throw failure(cannot + "something on the path to its lock file is not a folder",
                       "All above " + machine.lock_file() + " are folders; links are not followed.");
     case EPERM:
         if (lstat(machine.lock_file().c_str(), &file) != 0 && errno == ENOENT)

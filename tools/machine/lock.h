@@ -10,7 +10,7 @@
 
 namespace tool {
 
-// Holds the lock while it lives. With --dry-run it is only looked whether it could be taken: its file may
+// Holds the lock while it lives. With --dry-run it only checks whether the lock could be taken: its file may
 // have to be made. The signals by which a person or the system ends a program wait until then: a change of
 // several variables is made whole.
 class machine_lock {

@@ -74,27 +74,44 @@ std::string status_name(EFI_STATUS status)
     return "an error that UEFI does not name";
 }
 
-std::vector<std::string> attribute_words(uint32_t attributes)
+namespace {
+
+struct attribute {
+    uint32_t bit;
+    const char *word;
+    const char *letters;
+};
+
+std::vector<std::string> in_words(uint32_t attributes, const char *attribute::*name)
 {
-    static constexpr struct {
-        uint32_t bit;
-        const char *word;
-    } words[] = {{EFI_VARIABLE_NON_VOLATILE, "non-volatile"},
-                 {EFI_VARIABLE_BOOTSERVICE_ACCESS, "boot-service"},
-                 {EFI_VARIABLE_RUNTIME_ACCESS, "run-time"},
-                 {0x08, "hardware-error"},
-                 {0x10, "authenticated"},
-                 {0x20, "time-authenticated"},
-                 {0x80, "enhanced-authenticated"}};
+    static constexpr attribute all[] = {{EFI_VARIABLE_NON_VOLATILE, "non-volatile", "NV"},
+                                        {EFI_VARIABLE_BOOTSERVICE_ACCESS, "boot-service", "BS"},
+                                        {EFI_VARIABLE_RUNTIME_ACCESS, "run-time", "RT"},
+                                        {ovra::hardware_error_record, "hardware-error", "HR"},
+                                        {ovra::authenticated_write, "authenticated", "AW"},
+                                        {ovra::time_based_authenticated_write, "time-authenticated", "AT"},
+                                        {ovra::enhanced_authenticated, "enhanced-authenticated", "EA"}};
     std::vector<std::string> set;
-    for (const auto &[bit, word] : words) {
-        if ((attributes & bit) != 0)
-            set.emplace_back(word);
-        attributes &= ~bit;
+    for (const attribute &each : all) {
+        if ((attributes & each.bit) != 0)
+            set.emplace_back(each.*name);
+        attributes &= ~each.bit;
     }
     if (attributes != 0)
         set.push_back(format("0x%x", attributes));
     return set;
+}
+
+} // namespace
+
+std::vector<std::string> attribute_words(uint32_t attributes)
+{
+    return in_words(attributes, &attribute::word);
+}
+
+std::vector<std::string> attribute_letters(uint32_t attributes)
+{
+    return in_words(attributes, &attribute::letters);
 }
 
 } // namespace tool

@@ -7,13 +7,11 @@
 #include <string>
 #include <vector>
 
-#include <ovra/uefi.h>
+#include "src/base/variable.h"
 
 namespace tool {
 
-// What variables of boot options are written with: non-volatile, boot-service and run-time access.
-constexpr uint32_t boot_variable_attributes =
-    EFI_VARIABLE_NON_VOLATILE | EFI_VARIABLE_BOOTSERVICE_ACCESS | EFI_VARIABLE_RUNTIME_ACCESS;
+using ovra::boot_variable_attributes;
 
 // "EFI_NOT_FOUND"; never a number that only firmware engineers know.
 std::string status_name(EFI_STATUS status);
@@ -24,6 +22,9 @@ bool is_permission(int error);
 
 // "non-volatile", "run-time"
 std::vector<std::string> attribute_words(uint32_t attributes);
+
+// The same as UEFI abbreviates them: "NV", "RT".
+std::vector<std::string> attribute_letters(uint32_t attributes);
 
 } // namespace tool
 

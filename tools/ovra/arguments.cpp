@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -12,7 +11,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include "src/base/ascii.h"
 #include "src/base/device_name.h"
+#include "src/base/whole_number.h"
 #include "tools/machine/drives.h"
 #include "tools/text/failure.h"
 #include "tools/text/loadoption.h"
@@ -37,7 +38,7 @@ bytes contents(const std::string &file)
     if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
         const bool is_folder = S_ISDIR(info.st_mode);
         close(fd);
-        throw failure(cannot + (is_folder ? strerror(EISDIR) : "it is no regular file"));
+        throw failure(cannot + (is_folder ? strerror(EISDIR) : "it is not a regular file"));
     }
     bytes data(file_limit + 1);
     size_t size = 0;
@@ -74,14 +75,15 @@ uint16_t option_number(const std::string &text)
 {
     const auto number = parse_option(text);
     if (!number)
-        throw usage_error(in_quotes(text) + " is no boot option: Boot and four hex digits, as Boot001F");
+        throw usage_error(in_quotes(text) +
+                          " is not a boot option: Boot and four hex digits, such as Boot001F");
     return *number;
 }
 
 void refuse_leading_zero(const std::string &text)
 {
     const size_t sign = text.starts_with('-') ? 1 : 0;
-    if (text.size() > sign + 1 && text[sign] == '0' && text[sign + 1] >= '0' && text[sign + 1] <= '9')
+    if (text.size() > sign + 1 && text[sign] == '0' && ovra::is_ascii_digit(text[sign + 1]))
         throw usage_error(in_quotes(text) + " has a leading zero, which may mean octal: leave it out");
 }
 
@@ -110,11 +112,10 @@ CLI::Option *position_argument::declare(CLI::App &app, const char *name, const c
 {
     return add_value(app, name, shown, help, [this](const std::string &text) {
         refuse_leading_zero(text);
-        int value = 0;
-        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-        if (text.empty() || error != std::errc() || end != text.data() + text.size())
-            throw usage_error(in_quotes(text) + " is no position: a whole number is needed");
-        place = value;
+        const auto value = ovra::whole_number<int>(text);
+        if (!value)
+            throw usage_error(in_quotes(text) + " is not a position: a whole number is needed");
+        place = *value;
     });
 }
 
@@ -161,7 +162,7 @@ chosen_disk disk_argument::find(const general_options &general) const
 {
     chosen_disk disk = find_disk(name.value());
     if (!general.json)
-        fprintf(stderr, "%s\n", disk.told_of(*name).c_str());
+        fprintf(stderr, "%s\n", broken(disk.told_of(*name), 0).c_str());
     return disk;
 }
 
@@ -196,7 +197,7 @@ void path_arguments::settle_file()
             throw usage_error("the path names a file, " + in_quotes(*given.file) + ", and --file another");
         // Further nodes, another instance or quotes would become part of the file's name.
         if (given.file && given.file->find_first_of("()\"") != std::string::npos)
-            throw usage_error("what follows the devices is no plain file, " + in_quotes(*given.file) +
+            throw usage_error("what follows the devices is not a plain file, " + in_quotes(*given.file) +
                               "; --file takes any name");
         device_text = given.device;
         if (given.file)

@@ -8,6 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "src/base/ascii.h"
 #include "tools/text/failure.h"
 #include "tools/text/text.h"
 
@@ -78,7 +79,7 @@ bool takes_value(const CLI::Option &option)
 
 bool is_negative_number(const std::string &word)
 {
-    return word.size() > 1 && word[0] == '-' && word[1] >= '0' && word[1] <= '9';
+    return word.size() > 1 && word[0] == '-' && ovra::is_ascii_digit(word[1]);
 }
 
 // Walks over the words as CLI11 does.

@@ -20,7 +20,7 @@ void check_path(const std::string &what, const bytes &path, bool force)
 {
     const auto error = path_error(path);
     if (error && (path.size() > UINT16_MAX || !force))
-        throw failure(what + " is no packed device path: " + *error,
+        throw failure(what + " is not a packed device path: " + *error,
                       path.size() > UINT16_MAX ? "" : "--force stores it all the same.");
 }
 
@@ -131,7 +131,7 @@ void create_verb::declare(CLI::App &app)
               [this](const std::string &text) { number_given = option_number(text); });
     position.declare(
         app, "--position", "N",
-        "place in BootOrder: 0 is first, -1 (which is also the default) last, -2 before the last;\n"
+        "place in BootOrder: 0 is first, -1 (which is also the default) last, -2 before the last; "
         "counted before the option is taken out of its old place");
     app.add_flag("--force", force,
                  "overwrite an option that --number names, take a path that is not well-formed");

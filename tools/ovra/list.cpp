@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <CLI/CLI.hpp>
 
+#include "src/base/ascii.h"
 #include "tools/machine/devicepaths.h"
 #include "tools/machine/named.h"
 #include "tools/ovra/verb.h"
@@ -158,7 +159,7 @@ std::string as_text(const listing &all, bool verbose)
         rows.below(indent, "path           " + hex(entry.option.path));
         for (const auto &row : as_rows(entry.path)) {
             std::string name = row.front();
-            name[0] = static_cast<char>(tolower(name[0]));
+            name[0] = ovra::ascii_lower(name[0]);
             rows.below(indent, name + std::string(15 - name.size(), ' ') + row.back());
         }
         if (!entry.option.optional_data.empty())

@@ -40,23 +40,17 @@ void say_what_is_dropped(firmware &machine, const std::vector<uint16_t> &order, 
 {
     std::vector<uint16_t> dropped;
     try {
-        dropped = machine.order();
+        dropped = distinct(without_all(machine.order(), order));
     } catch (const damaged &) {
         return;
     }
-    for (const uint16_t number : order)
-        dropped = without(std::move(dropped), number);
-    std::vector<uint16_t> once;
     std::string text;
     for (const uint16_t number : dropped) {
-        if (std::find(once.begin(), once.end(), number) != once.end())
-            continue;
-        once.push_back(number);
         text += (text.empty() ? "" : "\n") + std::string("no longer in BootOrder: ") + option_name(number) +
                 "  " + description_of(machine, number);
     }
-    if (!once.empty())
-        changes->remark(text, "dropped", option_names(once));
+    if (!dropped.empty())
+        changes->remark(text, "dropped", option_names(dropped));
 }
 
 // A list separated by commas, in any number of arguments.

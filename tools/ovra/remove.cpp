@@ -16,31 +16,6 @@ namespace {
 
 using numbers = std::vector<uint16_t>;
 
-numbers distinct(const numbers &options)
-{
-    numbers once;
-    for (const uint16_t number : options) {
-        if (without(once, number) == once)
-            once.push_back(number);
-    }
-    return once;
-}
-
-numbers without_all(numbers order, const numbers &options)
-{
-    for (const uint16_t number : options)
-        order = without(std::move(order), number);
-    return order;
-}
-
-std::string names_of(const numbers &options)
-{
-    std::vector<std::string> names;
-    for (const uint16_t number : options)
-        names.push_back(option_name(number));
-    return join(names, " ");
-}
-
 // One removal of several options. BootOrder and BootNext are changed first: while they name an option that is
 // gone, a new one could come to stand in its place.
 class removal {

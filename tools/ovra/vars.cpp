@@ -58,23 +58,10 @@ json to_json(const std::vector<named_variable> &entries)
     return {{"variables", std::move(variables)}};
 }
 
-// Attributes in two letters each, as UEFI abbreviates them: a line of text has 80 columns.
-std::string attribute_letters(uint32_t attributes)
+// In letters: a line of text has 80 columns.
+std::string attribute_column(uint32_t attributes)
 {
-    static constexpr struct {
-        const char *word;
-        const char *letters;
-    } all[] = {{"non-volatile", "NV"},          {"boot-service", "BS"},  {"run-time", "RT"},
-               {"hardware-error", "HR"},        {"authenticated", "AW"}, {"time-authenticated", "AT"},
-               {"enhanced-authenticated", "EA"}};
-    std::vector<std::string> words = attribute_words(attributes);
-    for (std::string &word : words) {
-        for (const auto &[known, letters] : all) {
-            if (word == known)
-                word = letters;
-        }
-    }
-    const std::string text = join(words, " ");
+    const std::string text = join(attribute_letters(attributes), " ");
     constexpr size_t columns_left = 11;
     return text.size() <= columns_left ? text : format("0x%08x", attributes);
 }
@@ -95,7 +82,7 @@ std::string as_text(const std::vector<named_variable> &entries, bool verbose)
             rows.below(4, "(cannot be read: " + why(content) + ")");
             continue;
         }
-        rows.row({shown, guid, std::to_string(content.data.size()), attribute_letters(content.attributes)});
+        rows.row({shown, guid, std::to_string(content.data.size()), attribute_column(content.attributes)});
         if (!verbose)
             continue;
         for (const std::string &line : hex_dump(content.data))

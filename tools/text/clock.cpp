@@ -14,7 +14,7 @@ std::string time_text(const EFI_TIME &time)
 {
     std::string text = format("%04d-%02d-%02dT%02d:%02d:%02d", time.year, time.month, time.day, time.hour,
                               time.minute, time.second);
-    if (time.timezone == no_timezone)
+    if (time.timezone == ovra::unspecified_timezone)
         return text;
     // The firmware's zone is what is added to local time to get UTC; ISO 8601 writes the opposite.
     const int east = -time.timezone;
@@ -23,7 +23,8 @@ std::string time_text(const EFI_TIME &time)
 
 bool is_before(const EFI_TIME &time, const EFI_TIME &other)
 {
-    const bool zones = time.timezone != no_timezone && other.timezone != no_timezone;
+    const bool zones =
+        time.timezone != ovra::unspecified_timezone && other.timezone != ovra::unspecified_timezone;
     const auto moment = [zones](const EFI_TIME &of) {
         const std::chrono::year_month_day date(std::chrono::year(of.year), std::chrono::month(of.month),
                                                std::chrono::day(of.day));
@@ -41,7 +42,7 @@ EFI_TIME parse_time(const std::string &text)
     std::smatch parts;
     if (!std::regex_match(text, parts, iso))
         throw usage_error(in_quotes(text) +
-                          " is no time as 2026-01-31T12:00:00 or 2026-01-31T12:00:00+02:00");
+                          " is not a time such as 2026-01-31T12:00:00 or 2026-01-31T12:00:00+02:00");
     const auto number = [&parts](size_t at) {
         return parts[at].matched ? static_cast<unsigned>(std::stoul(parts[at].str())) : 0u;
     };
@@ -51,7 +52,7 @@ EFI_TIME parse_time(const std::string &text)
     // A zone is at most 24 hours from UTC (UEFI 8.3).
     if (!date.ok() || number(1) < 1900 || number(4) > 23 || number(5) > 59 || number(6) > 59 ||
         number(10) > 59 || zone > 1440)
-        throw usage_error(in_quotes(text) + " is no time that a clock can show");
+        throw usage_error(in_quotes(text) + " is not a time that a clock can show");
 
     EFI_TIME time = {};
     time.year = static_cast<uint16_t>(number(1));
@@ -60,7 +61,7 @@ EFI_TIME parse_time(const std::string &text)
     time.hour = static_cast<uint8_t>(number(4));
     time.minute = static_cast<uint8_t>(number(5));
     time.second = static_cast<uint8_t>(number(6));
-    time.timezone = no_timezone;
+    time.timezone = ovra::unspecified_timezone;
     if (parts[7].matched)
         time.timezone = 0;
     else if (parts[8].matched)

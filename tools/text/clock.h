@@ -5,11 +5,9 @@
 
 #include <string>
 
-#include <ovra/uefi.h>
+#include "src/base/variable.h"
 
 namespace tool {
-
-constexpr int16_t no_timezone = 0x7ff;
 
 // "2026-01-31T12:00:00+02:00", or without the zone when the time has none.
 std::string time_text(const EFI_TIME &time);

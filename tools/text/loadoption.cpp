@@ -11,9 +11,8 @@ namespace tool {
 
 namespace {
 
-// What ovra_bootopt_get hands back whole.
-constexpr size_t description_characters = 127;
-constexpr size_t description_bytes = 256;
+// What the library reads without the terminator.
+constexpr size_t description_characters = ovra::description_limit / sizeof(CHAR16) - 1;
 
 } // namespace
 
@@ -43,9 +42,9 @@ void check_description(const std::string &description)
     if (!units)
         throw usage_error("--desc: " + in_quotes(description) +
                           " is no UTF-8 text of characters up to U+FFFF");
-    if (units->size() - 1 > description_characters || description.size() > description_bytes)
+    if (units->size() - 1 > description_characters || description.size() > ovra::description_limit)
         throw usage_error(format("--desc: a description has at most %zu characters and %zu bytes in UTF-8",
-                                 description_characters, description_bytes));
+                                 description_characters, ovra::description_limit));
 }
 
 void check_size(const load_option &option)

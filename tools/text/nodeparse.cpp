@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "tools/text/nodeparse.h"
 
+#include "src/base/ascii.h"
+#include "src/base/whole_number.h"
 #include "tools/text/nodevalues.h"
 #include "tools/text/text.h"
 
@@ -34,7 +36,7 @@ constexpr keyword keywords[] = {
     {"AcpiExp", "HID:eisa CID:eisa CIDSTR:text"},
     {"AcpiAdr", whole_text},
     {"MessagingPath", raw_node},
-    {"Ata", "Controller:Primary|Secondary Drive:Master|Slave LUN:number"},
+    {"Ata", "Controller:ata_channels Drive:ata_drives LUN:number"},
     {"Scsi", "PUN:number LUN:number"},
     {"Fibre", "WWN:number LUN:number"},
     {"FibreEx", "WWN:bytes LUN:bytes"},
@@ -47,7 +49,7 @@ constexpr keyword keywords[] = {
     {"VenVt100", no_parameters},
     {"VenVt100Plus", no_parameters},
     {"VenUtf8", no_parameters},
-    {"UartFlowCtrl", "Value:None|Hardware|XonXoff"},
+    {"UartFlowCtrl", "Value:uart_flow_controls"},
     {"SAS", "Address:number LUN:number RTP:number SASSATA:word Location:Internal|External "
             "Connect:Direct|Expanded DriveBay:number Reserved:number"},
     {"SasEx", "Address:digits LUN:digits RTP:number SASSATA:word Location:Internal|External "
@@ -57,8 +59,8 @@ constexpr keyword keywords[] = {
     {"IPv4", "RemoteIp:address Protocol:word Type:DHCP|Static LocalIp:address GatewayIPAddress:address "
              "SubnetMask:address"},
     {"IPv6", "RemoteIp:address Protocol:word Type:number LocalIp:address GatewayIPAddress:address"},
-    {"Uart", "Baud:number DataBits:number Parity:D,Default|N,No,None|E,Even|O,Odd|M,Mark|S,Space "
-             "StopBits:D|1|1.5|2"},
+    {"Uart", "Baud:number DataBits:number Parity:uart_parities,Default|No,None|Even|Odd|Mark|Space "
+             "StopBits:uart_stop_bits"},
     {"UsbClass", "VID:number PID:number Class:number SubClass:number Protocol:number"},
     {"UsbAudio", usb_class},
     {"UsbCDCControl", usb_class},
@@ -82,13 +84,13 @@ constexpr keyword keywords[] = {
               "Authentication:word Protocol:word"},
     {"Vlan", "VlanId:number"},
     {"MediaPath", raw_node},
-    {"HD", "Partition:number Type:?|MBR|GPT Signature:guid? Start:number Size:number"},
+    {"HD", "Partition:number Type:partition_formats,? Signature:guid? Start:number Size:number"},
     {"CDROM", "Entry:number Start:number Size:number"},
     {"VenMedia", "GUID:guid Data:bytes"},
     {"Media", "GUID:guid"},
     {"Offset", "StartingOffset:number EndingOffset:number"},
     {"BbsPath", raw_node},
-    {"BBS", "Type:unknown|Floppy|HD|CDROM|PCMCIA|USB|Network Id:text Flags:number"},
+    {"BBS", "Type:bbs_device_types,unknown Id:text Flags:number"},
 };
 
 std::vector<parameter> parameters_of(const keyword &row)
@@ -113,9 +115,9 @@ void read_field(std::string_view field, size_t place, parsed_node *node)
     if (named) {
         const auto found =
             std::find_if(node->parameters.begin(), node->parameters.end(),
-                         [&](const auto &each) { return same(each.name, field.substr(0, equals)); });
+                         [&](const auto &each) { return ovra::alike(each.name, field.substr(0, equals)); });
         if (found == node->parameters.end())
-            refuse(in_quotes(field.substr(0, equals)) + " is no parameter of " + node->row->name);
+            refuse(in_quotes(field.substr(0, equals)) + " is not a parameter of " + node->row->name);
         parameter = &*found;
     } else {
         if (place >= node->parameters.size())
@@ -132,7 +134,7 @@ void read_field(std::string_view field, size_t place, parsed_node *node)
     parameter->by_place = !named;
     if (is_of_kind(parameter->kind, *parameter->value))
         return;
-    const bool octal = parameter->value->starts_with('0') && number_in(*parameter->value, 10);
+    const bool octal = parameter->value->starts_with('0') && ovra::whole_number<uint64_t>(*parameter->value);
     refuse(std::string(parameter->name) + ": " + in_quotes(*parameter->value) +
            (octal ? " would be read as an octal number" : " cannot be taken as it stands"));
 }
@@ -163,7 +165,7 @@ void refuse(const std::string &why)
 
 std::string with_parentheses(const std::string &text)
 {
-    return same(text, "DebugPort") ? text + "()" : text;
+    return ovra::alike(text, "DebugPort") ? text + "()" : text;
 }
 
 parsed_node parse(const std::string &typed)
@@ -172,7 +174,7 @@ parsed_node parse(const std::string &typed)
     const size_t open = text.find('(');
     const size_t close = text.rfind(')');
     if (open == std::string::npos || close == std::string::npos || close < open)
-        refuse("it is no keyword with parentheses");
+        refuse("it is not a keyword with parentheses");
     const std::string_view rest = std::string_view(text).substr(close + 1);
     if (rest.starts_with(','))
         refuse("what follows the comma is another instance; a text holds one");
@@ -180,9 +182,9 @@ parsed_node parse(const std::string &typed)
         refuse(in_quotes(rest) + " after it belongs to no node");
     const std::string_view name = std::string_view(text).substr(0, open);
     const auto row = std::find_if(std::begin(keywords), std::end(keywords),
-                                  [&](const keyword &each) { return same(each.name, name); });
+                                  [&](const keyword &each) { return ovra::alike(each.name, name); });
     if (row == std::end(keywords))
-        refuse(in_quotes(name) + " is no keyword");
+        refuse(in_quotes(name) + " is not a keyword");
     parsed_node node;
     node.row = row;
     node.arguments = text.substr(open + 1, close - open - 1);

@@ -27,6 +27,7 @@ struct unclear_node : std::runtime_error {
 //   word     a word that the library knows, or a number
 //   guid?    a GUID or a number
 //   A|B,b|C  words that stand for 0, 1 and 2, or a number; after a comma another word for the same
+//   list     a word of this list of the library's, or a number; after a comma more words, as above
 struct keyword {
     const char *name;
     const char *parameters;

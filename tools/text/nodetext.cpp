@@ -3,7 +3,11 @@
 
 #include <algorithm>
 
+#include "src/base/ascii.h"
+#include "src/base/ids.h"
 #include "src/base/nodes.h"
+#include "src/base/whole_number.h"
+#include "src/base/words.h"
 #include "tools/text/nodeparse.h"
 #include "tools/text/nodevalues.h"
 #include "tools/text/rawtext.h"
@@ -12,24 +16,38 @@ namespace tool {
 
 namespace {
 
-// A node's bytes, put together in their order.
-class node_bytes {
-public:
-    explicit node_bytes(ovra::node_kind kind) : data{kind.type, kind.subtype, 0, 0} {}
+// A number that a node has `size` bytes for; 0 when it is left to its default.
+uint64_t sized(parsed_node &node, std::string_view name, int size)
+{
+    if (!node.value(name))
+        return 0;
+    const uint64_t value = number_in(*node.value(name)).value_or(UINT64_MAX);
+    if (size < 8 && value >> 8 * size != 0)
+        refuse(std::string(name) + " is too large: " + *node.value(name));
+    return value;
+}
 
-    node_bytes &number(uint64_t value, int size)
+// A node's bytes, put together in their order from the values of its text.
+class packed_node {
+public:
+    packed_node(ovra::node_kind kind, parsed_node &node) : values(node), data{kind.type, kind.subtype, 0, 0}
+    {}
+
+    packed_node &field(std::string_view name, int size) { return number(sized(values, name, size), size); }
+    packed_node &number(uint64_t value, int size)
     {
         for (int at = 0; at < size; ++at)
             data.push_back(static_cast<uint8_t>(value >> 8 * at));
         return *this;
     }
-    node_bytes &append(byte_view what)
+    packed_node &append(byte_view what)
     {
         data.insert(data.end(), what.begin(), what.end());
         return *this;
     }
-    node_bytes &string(std::string_view text)
+    packed_node &string(std::string_view name)
     {
+        const std::string text = values.value(name).value_or("");
         data.insert(data.end(), text.begin(), text.end());
         data.push_back(0);
         return *this;
@@ -44,19 +62,9 @@ public:
     }
 
 private:
+    parsed_node &values;
     bytes data;
 };
-
-// A number that a node has `size` bytes for.
-uint64_t sized(parsed_node &node, std::string_view name, int size, uint64_t otherwise)
-{
-    if (!node.value(name))
-        return otherwise;
-    const uint64_t value = number_in(*node.value(name)).value_or(UINT64_MAX);
-    if (size < 8 && value >> 8 * size != 0)
-        refuse(std::string(name) + " is too large: " + *node.value(name));
-    return value;
-}
 
 void require(parsed_node &node, std::initializer_list<std::string_view> names)
 {
@@ -70,10 +78,10 @@ void require(parsed_node &node, std::initializer_list<std::string_view> names)
 std::string sata(parsed_node &node)
 {
     require(node, {"HPN", "LUN"});
-    return node_bytes(ovra::kind_of<uefi_sata_device_path_t>)
-        .number(sized(node, "HPN", 2, 0), 2)
-        .number(sized(node, "PMPN", 2, 0), 2)
-        .number(sized(node, "LUN", 2, 0), 2)
+    return packed_node(ovra::kind_of<uefi_sata_device_path_t>, node)
+        .field("HPN", 2)
+        .field("PMPN", 2)
+        .field("LUN", 2)
         .text();
 }
 
@@ -82,10 +90,10 @@ std::string offset(parsed_node &node)
 {
     constexpr ovra::node_kind relative_offset_range = {UEFI_MEDIA, 8, sizeof(uefi_offset_path_t)};
     require(node, {"StartingOffset", "EndingOffset"});
-    return node_bytes(relative_offset_range)
+    return packed_node(relative_offset_range, node)
         .number(0, 4)
-        .number(sized(node, "StartingOffset", 8, 0), 8)
-        .number(sized(node, "EndingOffset", 8, 0), 8)
+        .field("StartingOffset", 8)
+        .field("EndingOffset", 8)
         .text();
 }
 
@@ -93,10 +101,10 @@ std::string offset(parsed_node &node)
 std::string usb_wwid(parsed_node &node)
 {
     require(node, {"VID", "PID", "InterfaceNumber", "WWID"});
-    return node_bytes(ovra::kind_of<uefi_usb_wwid_device_path_t>)
-        .number(sized(node, "InterfaceNumber", 1, 0), 2)
-        .number(sized(node, "VID", 2, 0), 2)
-        .number(sized(node, "PID", 2, 0), 2)
+    return packed_node(ovra::kind_of<uefi_usb_wwid_device_path_t>, node)
+        .number(sized(node, "InterfaceNumber", 1), 2)
+        .field("VID", 2)
+        .field("PID", 2)
         .append(stored(to_ucs2(*node.value("WWID")).value()))
         .text();
 }
@@ -105,10 +113,10 @@ std::string usb_wwid(parsed_node &node)
 std::string cdrom(parsed_node &node)
 {
     require(node, {"Start", "Size"});
-    return node_bytes(ovra::kind_of<uefi_cdrom_path_t>)
-        .number(sized(node, "Entry", 4, 0), 4)
-        .number(sized(node, "Start", 8, 0), 8)
-        .number(sized(node, "Size", 8, 0), 8)
+    return packed_node(ovra::kind_of<uefi_cdrom_path_t>, node)
+        .field("Entry", 4)
+        .field("Start", 8)
+        .field("Size", 8)
         .text();
 }
 
@@ -116,10 +124,7 @@ uint32_t eisa_id(const std::optional<std::string> &text)
 {
     if (!text || *text == "0")
         return 0;
-    uint32_t vendor = 0;
-    for (const char letter : text->substr(0, 3))
-        vendor = vendor << 5 | static_cast<uint32_t>(letter - 'A' + 1);
-    return vendor | static_cast<uint32_t>(number_in(text->substr(3), 16).value()) << 16;
+    return ovra::eisa_id(text->substr(0, 3), ovra::whole_number<uint16_t>(text->substr(3), 16).value());
 }
 
 // The library reads UID as an identifier, prints it as a number, and prints the strings in another order than
@@ -132,13 +137,13 @@ std::string acpi_ex(parsed_node &node)
     }
     if (!node.value("HID") && !node.value("HIDSTR"))
         refuse("HID is missing");
-    return node_bytes(ovra::kind_of<uefi_acpiex_device_path_t>)
+    return packed_node(ovra::kind_of<uefi_acpiex_device_path_t>, node)
         .number(eisa_id(node.value("HID")), 4)
-        .number(sized(node, "UID", 4, 0), 4)
+        .field("UID", 4)
         .number(eisa_id(node.value("CID")), 4)
-        .string(node.value("HIDSTR").value_or(""))
-        .string(node.value("UIDSTR").value_or(""))
-        .string(node.value("CIDSTR").value_or(""))
+        .string("HIDSTR")
+        .string("UIDSTR")
+        .string("CIDSTR")
         .text();
 }
 
@@ -147,10 +152,10 @@ std::string bbs(parsed_node &node)
 {
     require(node, {"Type"});
     const auto type = listed_value(node["Type"].kind, *node.value("Type"));
-    return node_bytes(ovra::kind_of<uefi_bbs_path_t>)
-        .number(type ? *type : sized(node, "Type", 2, 0), 2)
-        .number(sized(node, "Flags", 2, 0), 2)
-        .string(node.value("Id").value_or(""))
+    return packed_node(ovra::kind_of<uefi_bbs_path_t>, node)
+        .number(type ? *type : sized(node, "Type", 2), 2)
+        .field("Flags", 2)
+        .string("Id")
         .text();
 }
 
@@ -158,15 +163,19 @@ std::string bbs(parsed_node &node)
 void hard_drive(parsed_node &node)
 {
     const auto &signature = node.value("Signature");
-    if (signature && signature->size() == 8 && std::all_of(signature->begin(), signature->end(), is_digit))
+    if (signature && signature->size() == 8 &&
+        std::all_of(signature->begin(), signature->end(), ovra::is_ascii_digit))
         refuse("Signature has eight digits, as in hexadecimal; 0x" + *signature + " says that it is");
     std::optional<std::string> &type = node["Type"].value;
     if (!type)
         return;
     const std::string meant = meaning(node["Type"].kind, *type);
-    if (meant != "1" && meant != "2")
+    const auto format =
+        std::find_if(std::begin(ovra::partition_formats), std::end(ovra::partition_formats),
+                     [&meant](const ovra::word &word) { return std::to_string(word.value) == meant; });
+    if (format == std::end(ovra::partition_formats))
         refuse("Type is MBR or GPT");
-    type = meant == "1" ? "MBR" : "GPT";
+    type = format->text;
 }
 
 // The library drops SAS or SATA where Location is a number, and makes no sense of a drive bay. Firmware
@@ -182,8 +191,8 @@ void sas(parsed_node &node)
     if (is_zero(bay))
         bay.reset();
     if (bay)
-        refuse("a drive bay would be stored and not be told of");
-    if (!node.value("SASSATA") || same(*node.value("SASSATA"), "NoTopology")) {
+        refuse("a drive bay would be stored but not shown");
+    if (!node.value("SASSATA") || ovra::alike(*node.value("SASSATA"), "NoTopology")) {
         if (is_zero(location))
             location.reset();
         if (is_zero(connect))
@@ -201,7 +210,7 @@ void acpi_adr(const parsed_node &node)
 {
     for (const std::string_view value : parts_of(node.arguments, ',')) {
         if (!number_in(value))
-            refuse(in_quotes(value) + " is no number");
+            refuse(in_quotes(value) + " is not a number");
     }
 }
 

@@ -2,38 +2,31 @@
 #include "tools/text/nodevalues.h"
 
 #include <algorithm>
-#include <charconv>
+#include <span>
 
 #include "src/base/guid.h"
+#include "src/base/number.h"
+#include "src/base/whole_number.h"
+#include "src/base/words.h"
 #include "tools/text/text.h"
 
 namespace tool {
 
 namespace {
 
-constexpr bool is_hex_digit(char c)
+bool is_hex_digit(char c)
 {
-    return is_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
-
-constexpr char lower(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    return ovra::digit_value(c) < 16;
 }
 
 std::string lower(std::string_view text)
 {
     std::string result(text);
-    std::transform(result.begin(), result.end(), result.begin(), [](char c) { return lower(c); });
+    std::transform(result.begin(), result.end(), result.begin(), ovra::ascii_lower);
     return result;
 }
 
 } // namespace
-
-bool same(std::string_view a, std::string_view b)
-{
-    return lower(a) == lower(b);
-}
 
 std::vector<std::string_view> parts_of(std::string_view text, char at)
 {
@@ -56,20 +49,11 @@ bool are_hex_digits(std::string_view text)
 
 } // namespace
 
-std::optional<uint64_t> number_in(std::string_view text, int base)
-{
-    uint64_t value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
-    if (text.empty() || error != std::errc() || end != text.data() + text.size())
-        return std::nullopt;
-    return value;
-}
-
 namespace {
 
 bool is_hexadecimal(std::string_view text)
 {
-    return text.size() > 2 && text[0] == '0' && lower(text[1]) == 'x';
+    return text.size() > 2 && text[0] == '0' && ovra::ascii_lower(text[1]) == 'x';
 }
 
 } // namespace
@@ -77,26 +61,60 @@ bool is_hexadecimal(std::string_view text)
 std::optional<uint64_t> number_in(std::string_view text)
 {
     if (is_hexadecimal(text))
-        return number_in(text.substr(2), 16);
-    const auto value = text.empty() || is_digit(text[0]) ? number_in(text, 10) : std::nullopt;
+        return ovra::whole_number<uint64_t>(text.substr(2), 16);
+    const auto value =
+        text.empty() || ovra::is_ascii_digit(text[0]) ? ovra::whole_number<uint64_t>(text) : std::nullopt;
     return value && text[0] == '0' && *value > 7 ? std::nullopt : value;
 }
 
 namespace {
 
+struct named_list {
+    std::string_view name;
+    std::span<const ovra::word> words;
+};
+
+constexpr named_list library_lists[] = {
+    {"ata_channels", ovra::ata_channels},
+    {"ata_drives", ovra::ata_drives},
+    {"uart_flow_controls", ovra::uart_flow_controls},
+    {"uart_parities", ovra::uart_parities},
+    {"uart_stop_bits", ovra::uart_stop_bits},
+    {"partition_formats", ovra::partition_formats},
+    {"bbs_device_types", ovra::bbs_device_types},
+};
+
+// The library's list that a kind names; null when it names none.
+const named_list *library_list(std::string_view kind)
+{
+    const std::string_view name = kind.substr(0, kind.find(','));
+    const auto found = std::find_if(std::begin(library_lists), std::end(library_lists),
+                                    [name](const named_list &list) { return list.name == name; });
+    return found == std::end(library_lists) ? nullptr : found;
+}
+
 bool is_list(std::string_view kind)
 {
-    return kind.find('|') != std::string_view::npos;
+    return kind.find('|') != std::string_view::npos || library_list(kind);
 }
 
 } // namespace
 
 std::optional<uint64_t> listed_value(std::string_view list, std::string_view word)
 {
+    if (const named_list *named = library_list(list)) {
+        for (const ovra::word &each : named->words) {
+            if (ovra::alike(each.text, word))
+                return each.value;
+        }
+        list.remove_prefix(std::min(named->name.size() + 1, list.size()));
+        if (list.empty())
+            return std::nullopt;
+    }
     uint64_t value = 0;
     for (const std::string_view words : parts_of(list, '|')) {
         for (const std::string_view each : parts_of(words, ',')) {
-            if (same(each, word))
+            if (ovra::alike(each, word))
                 return value;
         }
         ++value;
@@ -121,9 +139,9 @@ bool is_address(std::string_view text)
 
 bool is_word(std::string_view text)
 {
-    return !text.empty() && !is_digit(text[0]) && std::all_of(text.begin(), text.end(), [](char c) {
-        return is_digit(c) || c == '_' || (lower(c) >= 'a' && lower(c) <= 'z');
-    });
+    return !text.empty() && !ovra::is_ascii_digit(text[0]) &&
+           std::all_of(text.begin(), text.end(),
+                       [](char c) { return ovra::digit_value(c) < 36 || c == '_'; });
 }
 
 } // namespace
@@ -133,7 +151,7 @@ bool is_of_kind(std::string_view kind, const std::string &text)
     if (kind == "number")
         return number_in(text).has_value();
     if (kind == "digits")
-        return number_in(is_hexadecimal(text) ? std::string_view(text).substr(2) : text, 16).has_value();
+        return ovra::whole_number<uint64_t>(is_hexadecimal(text) ? text.substr(2) : text, 16).has_value();
     if (kind == "bytes")
         return are_hex_digits(text) && text.size() % 2 == 0;
     if (kind == "guid")

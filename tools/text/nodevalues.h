@@ -11,17 +11,7 @@
 
 namespace tool {
 
-constexpr bool is_digit(char c)
-{
-    return c >= '0' && c <= '9';
-}
-
-// Regardless of the case of letters.
-bool same(std::string_view a, std::string_view b);
-
 std::vector<std::string_view> parts_of(std::string_view text, char at);
-
-std::optional<uint64_t> number_in(std::string_view text, int base);
 
 // Nothing for a number that the library takes for another: it reads 010 as 8, and -1 as the largest number.
 std::optional<uint64_t> number_in(std::string_view text);

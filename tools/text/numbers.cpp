@@ -2,20 +2,18 @@
 #include "tools/text/numbers.h"
 
 #include <algorithm>
-#include <cctype>
-#include <charconv>
 
 #include "src/base/load_option.h"
+#include "src/base/whole_number.h"
 
 namespace tool {
 
 std::string hex(byte_view data)
 {
-    static constexpr char digits[] = "0123456789abcdef";
     std::string text;
     for (const uint8_t byte : data) {
-        text += digits[byte >> 4];
-        text += digits[byte & 15];
+        text += ovra::hex_digit(byte >> 4u, ovra::letters::lower);
+        text += ovra::hex_digit(byte & 15u, ovra::letters::lower);
     }
     return text;
 }
@@ -27,21 +25,18 @@ std::string guid_text(const EFI_GUID &guid)
 
 std::optional<bytes> parse_hex(std::string_view text)
 {
-    const auto separates = [](char c) {
-        return c == ':' || std::isspace(static_cast<unsigned char>(c)) != 0;
-    };
+    const auto separates = [](char c) { return c == ':' || ovra::is_ascii_space(c); };
     bytes data;
     for (size_t at = 0; at < text.size();) {
         if (separates(text[at])) {
             ++at;
             continue;
         }
-        uint8_t byte = 0;
         const std::string_view pair = text.substr(at, 2);
-        const auto [end, error] = std::from_chars(pair.data(), pair.data() + pair.size(), byte, 16);
-        if (error != std::errc() || end != pair.data() + 2)
+        const auto byte = ovra::whole_number<uint8_t>(pair, 16);
+        if (pair.size() != 2 || !byte)
             return std::nullopt;
-        data.push_back(byte);
+        data.push_back(*byte);
         at += 2;
     }
     return data;
@@ -72,32 +67,28 @@ std::string option_name(uint16_t number)
     return ovra::option_name(number).text;
 }
 
+std::string names_of(const std::vector<uint16_t> &options)
+{
+    std::vector<std::string> names;
+    names.reserve(options.size());
+    for (const uint16_t number : options)
+        names.push_back(option_name(number));
+    return join(names, " ");
+}
+
 std::optional<uint16_t> parse_option(std::string_view text)
 {
     const std::string_view prefix = "boot";
-    const auto same = [](char a, char b) { return std::tolower(static_cast<unsigned char>(a)) == b; };
-    if (text.size() > prefix.size() &&
-        std::equal(prefix.begin(), prefix.end(), text.begin(), [same](char b, char a) { return same(a, b); }))
+    if (text.size() > prefix.size() && ovra::alike(text.substr(0, prefix.size()), prefix))
         text.remove_prefix(prefix.size());
-    uint16_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, 16);
-    if (text.empty() || text.size() > 4 || error != std::errc() || end != text.data() + text.size())
-        return std::nullopt;
-    return number;
+    return text.size() <= 4 ? ovra::whole_number<uint16_t>(text, 16) : std::nullopt;
 }
 
 std::optional<uint32_t> parse_number(std::string_view text)
 {
-    int base = 10;
-    if (text.starts_with("0x") || text.starts_with("0X")) {
-        text.remove_prefix(2);
-        base = 16;
-    }
-    uint32_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
-    if (text.empty() || error != std::errc() || end != text.data() + text.size())
-        return std::nullopt;
-    return number;
+    if (text.starts_with("0x") || text.starts_with("0X"))
+        return ovra::whole_number<uint32_t>(text.substr(2), 16);
+    return ovra::whole_number<uint32_t>(text);
 }
 
 } // namespace tool

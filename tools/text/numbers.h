@@ -28,6 +28,9 @@ std::vector<std::string> hex_dump(byte_view data);
 // "Boot001F" of 0x1F.
 std::string option_name(uint16_t number);
 
+// "Boot001F Boot0002"
+std::string names_of(const std::vector<uint16_t> &options);
+
 // The number of "Boot001F", "boot1f" or "1f".
 std::optional<uint16_t> parse_option(std::string_view text);
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "src/base/ids.h"
 #include "src/base/nodes.h"
 #include "tools/text/numbers.h"
 
@@ -26,9 +27,9 @@ std::string eisa_text(uint32_t id)
     if (id == 0)
         return "0";
     std::string text;
-    for (int shift = 10; shift >= 0; shift -= 5)
-        text += static_cast<char>('A' - 1 + (id >> shift & 0x1f));
-    return text + format("%04X", id >> 16);
+    for (unsigned place = 0; place < 3; ++place)
+        text += ovra::eisa_letter(id, place);
+    return text + format("%04X", ovra::eisa_product(id));
 }
 
 std::string acpi_ex_text(const uefi_acpiex_device_path_t &node)

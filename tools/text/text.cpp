@@ -2,7 +2,6 @@
 #include "tools/text/text.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdarg>
 #include <cstdio>
 #include <cwchar>

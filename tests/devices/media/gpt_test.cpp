@@ -97,7 +97,7 @@ TEST_F(disk_media, gpt_with_as_many_entries_as_there_are_names)
 
 TEST_F(disk_media, gpt_with_every_entry_in_use)
 {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef OVRA_SANITIZED
     constexpr double seconds_for_all = 60; // each of libblkid's many blocks is checked on the way
 #else
     constexpr double seconds_for_all = 2;

@@ -23,7 +23,7 @@ TEST_F(disk_media, short_images)
 {
     make_disk();
     make_table("label: gpt\\nstart=2048,size=2048\\n");
-    for (const uint64_t size : {0, 1, 511, 512, 513, 1023, 1024, 1500}) {
+    for (const unsigned size : {0U, 1U, 511U, 512U, 513U, 1023U, 1024U, 1500U}) {
         fs::resize_file(image, size);
         std::vector<std::string> found;
         said([&] { found = volumes(); });

@@ -146,7 +146,7 @@ TEST(device_process, threads_may_be_cancelled)
 // A child forked while another thread reads media can read them too, those of the same picture included.
 TEST(device_process, children_do_not_wait_for_threads_that_they_have_not)
 {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef OVRA_SANITIZED
     GTEST_SKIP()
         << "a child can find a lock of AddressSanitizer's own allocator held; the release build runs this";
 #endif

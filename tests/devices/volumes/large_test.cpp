@@ -18,7 +18,7 @@ using namespace devices_test;
 using ovra::test::seconds_of;
 using ovra::test::strings_of;
 
-#ifdef __SANITIZE_ADDRESS__
+#ifdef OVRA_SANITIZED
 constexpr double seconds_allowed = 20; // with all checks of the build
 #else
 constexpr double seconds_allowed = 2;

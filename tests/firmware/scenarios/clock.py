@@ -40,6 +40,10 @@ def run(lab):
     now = chip(start)
     common.expect("the chip's alarm", (now["alrm_date"], now["alrm_time"], now["alarm_IRQ"]),
                   ("2031-02-03", "12:34:56", "yes"))
+    # The chip keeps no year: what is too far ahead leaves the alarm that stood.
+    said = start.output("ovra time --wakeup --set 2090-01-01T00:00:00 2>&1 && echo done || true")
+    assert "too far ahead" in said and "The alarm stands at 2031-02-03T12:34:56 as before." in said, said
+    common.expect("the alarm", start.ovra("time --wakeup")["time"], "2031-02-03T12:34:56")
     start.output("ovra time --wakeup --clear")
     common.expect("the alarm", start.ovra("time --wakeup")["enabled"], False)
     common.expect("the chip's alarm", chip(start)["alarm_IRQ"], "no")

@@ -70,5 +70,10 @@ def run(lab):
     common.expect("a deletion", answer("set Stored other 7 0"), WRITE_PROTECTED)
     common.expect("a new variable", answer("set New other 7 4"), WRITE_PROTECTED)
     common.expect("a read", answer("get Stored other"), f"{SUCCESS} 8")
+    for words in ("next Boot0000", "next Boot0000 --dry-run"):
+        said = start.output(f"ovra {words} 2>&1 || true")
+        assert "'mount -o remount,rw /sys/firmware/efi/efivars' makes them writable." in said, said
     start.output(f"mount -o remount,rw {VARIABLES}")
+    said = start.output("ovra next Boot0000 --dry-run")
+    assert "Not known: whether the firmware takes it, which only writing tells." in said, said
     common.expect("a deletion", answer("set Stored other 7 0"), SUCCESS)

@@ -138,7 +138,7 @@ TEST(devns_threads, cancelled_inside_a_call_finish_it)
 
 TEST(devns_threads, child_made_meanwhile_does_not_hang)
 {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef OVRA_SANITIZED
     GTEST_SKIP() << "the sanitizer's allocator does not give back its own mutexes in a child";
 #endif
     machine_folder disk;

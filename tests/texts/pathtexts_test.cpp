@@ -7,13 +7,15 @@
 #include <set>
 #include <sstream>
 
-#include "tests/tool/support.h"
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "tools/machine/devicepaths.h"
 #include "tools/machine/pathnodes.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 
-namespace tool_test {
+namespace texts_test {
 
 using ::testing::AllOf;
 using ::testing::EndsWith;
@@ -345,4 +347,4 @@ TEST_F(path_texts, with_a_file_no_node_can_hold_are_refused)
                     AllOf(StartsWith("the file \""), HasSubstr(" cannot be packed\n")));
 }
 
-} // namespace tool_test
+} // namespace texts_test
