@@ -47,8 +47,14 @@ def needed(library):
     return [value for tag, value in dynamic_entries(library) if tag == "NEEDED"]
 
 
-def listed(path):
+def undefined_in(archive):
+    """The names that the objects of an archive refer to, those that other objects of it define included."""
+    return set(re.findall(r"^\s+[Uw] (\S+)$", output("nm", "-u", archive), re.MULTILINE))
+
+
+def listed():
     """tests/abi/symbols.txt: {library: {Symbol}}"""
+    path = os.path.join(os.path.dirname(os.path.abspath(__file__)), "symbols.txt")
     libraries = {}
     with open(path, encoding="utf-8") as file:
         for line in file:

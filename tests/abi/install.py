@@ -78,7 +78,7 @@ class Files(Installation):
 
     def test_libraries_have_versions_and_links(self):
         self.assertTrue(os.path.isfile(self.path(LIB, "libovra.a")))
-        libraries = sorted(elf.listed(os.path.join(HERE, "symbols.txt")))
+        libraries = sorted(elf.listed())
         self.assertIn("libdevns.so.1", libraries)
         for soname in libraries:
             full = self.path(LIB, f"{soname.removesuffix('.1')}.{PROJECT_VERSION}")
@@ -175,7 +175,7 @@ class PkgConfig(BootOptions):
         own = os.path.join(self.work.name, "own")
         os.mkdir(own)
         # Without the version node that libovra asks for, the dynamic linker would take it too, but complain.
-        symbols = elf.listed(os.path.join(HERE, "symbols.txt"))["libdevns.so.1"]
+        symbols = elf.listed()["libdevns.so.1"]
         node, = {symbol.node for symbol in symbols}
         script = []
         if node != "-":

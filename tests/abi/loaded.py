@@ -17,9 +17,8 @@ import unittest
 import elf
 import machine
 
-HERE = os.path.dirname(os.path.abspath(__file__))
 FOLDER, WHAT = sys.argv[1:3]
-LIBRARIES = sorted(elf.listed(os.path.join(HERE, "symbols.txt")))
+LIBRARIES = sorted(elf.listed())
 WARM_UP, CYCLES, LIMIT = 20, 400, 8192
 
 

@@ -48,11 +48,6 @@ class SharedLibrary(unittest.TestCase):
         self.assertEqual([value for tag, value in entries if tag == "SONAME"], ["libovra.so.1"])
 
 
-    def test_stays_loaded(self):
-        flags = [value for tag, value in elf.dynamic_entries(SHARED) if tag == "FLAGS_1"]
-        self.assertIn("NODELETE", " ".join(flags).split())
-
-
 class Threads(unittest.TestCase):
     """Calls of the C library that keep their state for the whole process would let two threads disturb each other."""
 
@@ -61,7 +56,7 @@ class Threads(unittest.TestCase):
             _, undefined = elf.dynamic_symbols(os.path.join(FOLDER, library))
             self.assertTrue(undefined & {"free", "_ZdlPv", "_ZdlPvm"}, f"{library}: {undefined}")
             self.assertEqual(undefined & ONE_FOR_ALL_THREADS, set(), library)
-        undefined = set(re.findall(r"^\s+[Uw] (\S+)$", elf.output("nm", "-u", ARCHIVE), re.MULTILINE))
+        undefined = elf.undefined_in(ARCHIVE)
         self.assertEqual(undefined & ONE_FOR_ALL_THREADS, set(), ARCHIVE)
 
     def test_state_of_the_process_is_the_switches_and_the_conversion(self):
@@ -78,7 +73,7 @@ class Threads(unittest.TestCase):
 
 class Archive(unittest.TestCase):
     def test_needs_nothing_of_the_cxx_run_time_library(self):
-        undefined = set(re.findall(r"^\s+[Uw] (\S+)$", elf.output("nm", "-u", ARCHIVE), re.MULTILINE))
+        undefined = elf.undefined_in(ARCHIVE)
         self.assertIn("malloc", undefined)
         self.assertEqual({name for name in undefined if RUN_TIME.match(name)}, set())
 

@@ -61,7 +61,7 @@ def differences(what, expected, got):
 
 def main():
     folder, library, script, compiler, *headers = sys.argv[1:]
-    listed = elf.listed(os.path.join(HERE, "symbols.txt"))[library]
+    listed = elf.listed()[library]
     exported, _ = elf.dynamic_symbols(os.path.join(folder, library))
     names = [symbol.name for symbol in listed]
     wrong = differences(library, [" ".join(symbol) for symbol in listed], [" ".join(symbol) for symbol in exported])

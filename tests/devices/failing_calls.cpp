@@ -212,7 +212,8 @@ std::string sweep(const std::function<outcome()> &body, const judgement &is_righ
     constexpr std::array errors_tried = {EIO, EMFILE, ENOMEM, EACCES};
     for (long at = 0; at < count; ++at) {
         for (std::size_t i = 0; i < errors_tried.size(); ++i) {
-            if (!every_call && at < of_tree && (at % 4 != 0 || i != static_cast<std::size_t>(at) / 4 % errors_tried.size()))
+            if (!every_call && at < of_tree &&
+                (at % 4 != 0 || i != static_cast<std::size_t>(at) / 4 % errors_tried.size()))
                 continue;
             const outcome found = watch(body, at, errors_tried[i]);
             ++runs;

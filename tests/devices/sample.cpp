@@ -2,7 +2,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <ctime>
 #include <stdexcept>
 
 #include <gtest/gtest.h>
@@ -112,13 +111,6 @@ void sample::patch(const fs::path &image, std::uint64_t offset, const std::strin
         throw std::runtime_error("cannot write " + image.string());
 }
 
-double processor_seconds()
-{
-    struct timespec used = {};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
-    return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) * 1e-9;
-}
-
 attributes attributes_of(vs_descriptor_t desc)
 {
     int err = -1;
@@ -208,17 +200,6 @@ std::vector<std::string> tree_paths()
     if (tree)
         walk(tree.get(), &paths);
     return paths;
-}
-
-std::string to_hex(const void *data, int size)
-{
-    std::string text;
-    for (int i = 0; i < size; ++i) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02x", static_cast<const unsigned char *>(data)[i]);
-        text += digits;
-    }
-    return text;
 }
 
 std::string link_of(const std::string &path)

@@ -64,15 +64,8 @@ std::vector<std::string> volumes(); /* partitions and slices of all media: name,
 /* The physical paths of all nodes, as a walk meets them. */
 std::vector<std::string> tree_paths();
 
-/* Bytes in hexadecimal. */
-std::string to_hex(const void *data, int size);
-
 /* The target of a link below "/dev"; "errno N" on failure. */
 std::string link_of(const std::string &path);
-
-/* What this process has used of the processor so far, in seconds: other work on the machine does not count.
- */
-double processor_seconds();
 
 /* Results of libvolset and libhwtree. The calls expect that there is no error. */
 struct list_freeing {

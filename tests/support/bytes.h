@@ -55,6 +55,14 @@ inline std::string to_hex(const bytes &from)
     return to_hex(from.data(), from.size());
 }
 
+/* The same without blanks. */
+inline std::string to_digits(const void *from, size_t size)
+{
+    std::string text = to_hex(from, size);
+    std::erase(text, ' ');
+    return text;
+}
+
 /* The same bytes as one spelling of them: for comparing with a text that groups its digits. */
 inline std::string hex(std::string_view text)
 {

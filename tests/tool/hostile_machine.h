@@ -13,6 +13,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "tests/support/child_process.h"
 #include "tests/tool/support.h"
 
 namespace tool_test {
@@ -69,10 +70,10 @@ public:
     {
         std::error_code error;
         for (const auto &entry : std::filesystem::recursive_directory_iterator(root)) {
-            if (lchown(entry.path().c_str(), 65534, 65534) != 0)
+            if (lchown(entry.path().c_str(), ovra::test::nobody, ovra::test::nobody) != 0)
                 ADD_FAILURE() << entry.path();
         }
-        EXPECT_EQ(chown(root.c_str(), 65534, 65534), 0);
+        EXPECT_EQ(chown(root.c_str(), ovra::test::nobody, ovra::test::nobody), 0);
     }
 
     void make_unreadable(const std::filesystem::path &path) const

@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "tests/support/captured.h"
+#include "tests/support/child_process.h"
 
 namespace tool_test {
 
@@ -46,7 +47,6 @@ const std::vector<words> writers = [] {
 namespace {
 
 constexpr const char *global_guid = "8be4df61-93ca-11d2-aa0d-00e098032b8c";
-constexpr uid_t nobody = 65534;
 
 [[noreturn]] void give_up(const char *what)
 {
@@ -177,7 +177,7 @@ pid_t start(const words &arguments, const surroundings &around, int in, int out,
     dup2(err, STDERR_FILENO);
     if (around.out_closed)
         close(STDOUT_FILENO);
-    if (around.as_nobody && (setgid(nobody) != 0 || setuid(nobody) != 0))
+    if (around.as_nobody && !ovra::test::become_nobody())
         _exit(98);
     for (const auto &[resource, value] : around.limits) {
         const rlimit limit = {value, value};

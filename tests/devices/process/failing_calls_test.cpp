@@ -13,7 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/devices/failing_calls.h"
-#include "tests/devices/process/library.h"
+#include "tests/devices/library.h"
 #include "tests/devices/process/outcomes.h"
 #include "tests/devices/sample.h"
 #include "tests/support/gpt.h"

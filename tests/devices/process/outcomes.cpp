@@ -28,7 +28,7 @@ outcome said_of(vs_descriptor_t descriptor)
         uint8_t *bytes = nullptr;
         unsigned count = 0;
         if (kvlist_lookup_uint8_array(list.get(), attribute, &bytes, &count) == 0)
-            found.text += std::string(" ") + attribute + ' ' + to_hex(bytes, static_cast<int>(count));
+            found.text += std::string(" ") + attribute + ' ' + ovra::test::to_digits(bytes, count);
     }
     found.text += '\n';
     return found;

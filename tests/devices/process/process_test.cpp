@@ -17,6 +17,7 @@
 
 #include <ovra/ovra.h>
 
+#include "tests/devices/library.h"
 #include "tests/devices/sample.h"
 #include "tests/support/child_process.h"
 
@@ -58,10 +59,7 @@ TEST(device_process, relative_root_is_settled_at_its_first_use)
                 if (drives().size() != 3)
                     return false;
                 fs::current_path("/");
-                ovra_hdl_t handle = nullptr;
-                if (ovra_init(&handle) != 0)
-                    return false;
-                ovra_fini(handle);
+                library();
                 return drives().size() == 3 && tree_paths().size() > 3 &&
                        link_of("/dev/dsk/c1t3d0s0").starts_with("../../devices/pci@0,0/pci1000,60@3/sd@3,0");
             }),

@@ -7,6 +7,7 @@
 
 #include <ovra/ovra.h>
 
+#include "tests/devices/library.h"
 #include "tests/devices/sample.h"
 
 namespace {
@@ -31,51 +32,32 @@ std::vector<packed_node> split(std::string_view packed)
 
 class firmware_paths : public testing::Test {
 protected:
-    firmware_paths()
-    {
-        if (ovra_init(&handle) != 0)
-            throw std::runtime_error("ovra_init");
-    }
-    ~firmware_paths() override { ovra_fini(handle); }
-
     // The path of an option that the firmware made.
-    std::vector<packed_node> firmware_path(std::string option)
+    [[nodiscard]] std::vector<packed_node> firmware_path(const char *option) const
     {
-        ovra_epath_t packed = nullptr;
-        int size = 0;
-        EXPECT_EQ(ovra_bootopt_get(handle, option.data(), &packed, &size, nullptr, nullptr, nullptr, nullptr),
-                  0);
-        return split({reinterpret_cast<const char *>(packed), static_cast<size_t>(size)});
+        return split(ovra.option_path(option));
     }
 
     // The path of a slice or partition, from the tree, without the hard-drive node and END.
-    std::vector<packed_node> tree_path(std::string disk)
+    [[nodiscard]] std::vector<packed_node> tree_path(const char *disk) const
     {
-        ovra_path_t instance = {disk.data(), nullptr};
-        ovra_path_t *paths[] = {&instance, nullptr};
-        ovra_epath_t packed = nullptr;
-        int size = 0;
-        EXPECT_EQ(ovra_epath_encode(handle, paths, 1, &packed, &size), 0);
-        auto nodes = split({reinterpret_cast<const char *>(packed), static_cast<size_t>(size)});
+        auto nodes = split(ovra.packed(disk, 1));
         nodes.resize(nodes.size() - 2);
         return nodes;
     }
 
     // The node of the tree that the firmware's path leads to, or "(none)".
-    std::string device(const std::vector<packed_node> &path)
+    [[nodiscard]] std::string device(const std::vector<packed_node> &path) const
     {
         std::string packed;
         for (const packed_node &each : path)
             packed += each;
-        ovra_path_t **found = nullptr;
-        if (ovra_epath_decode_to_devices(handle, reinterpret_cast<ovra_epath_t>(packed.data()),
-                                         static_cast<int>(packed.size()), &found) != 0)
-            return "(none)";
-        return found[0]->device_path;
+        const outcome found = ovra.decode(packed);
+        return found.error != 0 ? "(none)" : found.text.substr(0, found.text.find('\n'));
     }
 
     sample machine{"q35"};
-    ovra_hdl_t handle = nullptr;
+    library ovra;
 };
 
 // The same nodes, byte for byte.
@@ -137,16 +119,10 @@ TEST_F(firmware_paths, controllers_of_other_disks)
 TEST(firmware_paths_pc, controller_of_its_disk)
 {
     const sample machine("pc");
-    ovra_hdl_t handle = nullptr;
-    ASSERT_EQ(ovra_init(&handle), 0);
-    std::string option = "Boot0001";
-    ovra_epath_t packed = nullptr;
-    int size = 0;
-    ASSERT_EQ(ovra_bootopt_get(handle, option.data(), &packed, &size, nullptr, nullptr, nullptr, nullptr), 0);
-    ovra_path_t **found = nullptr;
-    ASSERT_EQ(ovra_epath_decode_to_devices(handle, packed, size, &found), 0);
-    EXPECT_STREQ(found[0]->device_path, "/pci@0,0/pci1af4,1001@5");
-    ovra_fini(handle);
+    const library ovra;
+    const outcome found = ovra.decode(ovra.option_path("Boot0001"));
+    EXPECT_EQ(found.error, 0);
+    EXPECT_EQ(found.text, "/pci@0,0/pci1af4,1001@5\n");
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 
 #include <ovra/ovra.h>
 
+#include "tests/devices/library.h"
 #include "tests/devices/sample.h"
 #include "tests/support/gpt.h"
 
@@ -276,18 +277,8 @@ TEST(disk_places, ide_channels_are_decimal)
     machine.disk("sda", machine.ata(function, 11, 11, "0:0:1:0"));
     ovra::test::write_gpt(machine.image("sda"), 65536, ovra::test::make_gpt(65536, {{1, 2048, 4095}}));
     EXPECT_THAT(drives(), ElementsAre("c0t21d0 /pci@0,0/pci8086,1234@1,1/ide@10/hdrv@1,0 sda 512 65536"));
-    ovra_hdl_t handle = nullptr;
-    ASSERT_EQ(ovra_init(&handle), 0);
-    std::string name = "c0t21d0s0";
-    ovra_path_t instance = {name.data(), nullptr};
-    ovra_path_t *paths[] = {&instance, nullptr};
-    ovra_epath_t packed = nullptr;
-    int size = 0;
-    ASSERT_EQ(ovra_epath_encode(handle, paths, 1, &packed, &size), 0);
-    const std::string bytes(static_cast<const char *>(static_cast<void *>(packed)),
-                            static_cast<size_t>(size));
-    EXPECT_THAT(bytes, testing::HasSubstr(std::string("\x03\x01\x08\0\x0a\x01\0\0", 8)));
-    ovra_fini(handle);
+    EXPECT_THAT(library().packed("c0t21d0s0", 1),
+                testing::HasSubstr(std::string("\x03\x01\x08\0\x0a\x01\0\0", 8)));
 }
 
 // In the order of their paths: by bridge, then by device, with the devices below a bridge in its place.

@@ -8,14 +8,18 @@
 
 #include <ovra/ovra.h>
 
+#include "tests/devices/library.h"
 #include "tests/devices/sample.h"
 #include "tests/support/messages.h"
 #include "tests/support/rows.h"
+#include "tests/support/strings.h"
 
 namespace {
 
 using namespace devices_test;
 using ovra::test::register_rows;
+using ovra::test::strings_of;
+using ovra::test::to_digits;
 using testing::ElementsAre;
 
 struct row {
@@ -40,45 +44,26 @@ std::vector<row> golden(const std::string &machine)
     return rows;
 }
 
-std::vector<std::string> strings(char **array)
-{
-    std::vector<std::string> all;
-    for (; array != nullptr && *array != nullptr; ++array)
-        all.emplace_back(*array);
-    return all;
-}
-
 // A captured machine, its rows of the table and a handle.
 class captured {
 public:
-    explicit captured(const std::string &name) : machine(name), rows(golden(name))
-    {
-        if (ovra_init(&handle) != 0)
-            throw std::runtime_error("ovra_init");
-    }
-    captured(const captured &) = delete;
-    captured &operator=(const captured &) = delete;
-    ~captured() { ovra_fini(handle); }
+    explicit captured(const std::string &name) : machine(name), rows(golden(name)) {}
 
     // The packed path; "-" if the transport has no node; the library's message for any other failure.
     std::string encoded(const std::string &disk, int flags)
     {
-        std::string text = disk;
-        ovra_path_t instance = {text.data(), nullptr};
-        ovra_path_t *paths[] = {&instance, nullptr};
-        ovra_epath_t packed = nullptr;
-        int size = 0;
-        if (ovra_epath_encode(handle, paths, flags, &packed, &size) == 0)
-            return to_hex(packed, size);
-        const ovra::test::messages library(1, 0);
-        EXPECT_EQ(ovra_epath_encode(handle, paths, flags, &packed, &size), -1);
-        const std::string message = library.text();
+        const outcome found = ovra.encode(disk.c_str(), flags);
+        if (found.error == 0)
+            return found.text;
+        const ovra::test::messages said(1, 0);
+        EXPECT_EQ(ovra.encode(disk.c_str(), flags).error, -1);
+        const std::string message = said.text();
         return message.starts_with("unrecognized node name: blkdev@0,0\n") ? "-" : message;
     }
 
     sample machine;
     std::vector<row> rows;
-    ovra_hdl_t handle = nullptr;
+    library ovra;
 };
 
 struct tested_machine {
@@ -141,17 +126,9 @@ void short_paths_become_devices(testing::Test &, const tested_machine &tested)
 {
     captured on(tested.name);
     for (const row &each : on.rows) {
-        std::string text = each.name;
-        ovra_path_t instance = {text.data(), nullptr};
-        ovra_path_t *paths[] = {&instance, nullptr};
-        ovra_epath_t packed = nullptr;
-        int size = 0;
-        ASSERT_EQ(ovra_epath_encode(on.handle, paths, 0, &packed, &size), 0);
-        ovra_path_t **found = nullptr;
-        ASSERT_EQ(ovra_epath_decode_to_devices(on.handle, packed, size, &found), 0) << each.name;
-        ASSERT_NE(found[0], nullptr);
-        EXPECT_EQ(found[0]->device_path, each.link.substr(each.link.find("/devices") + 8));
-        EXPECT_EQ(found[1], nullptr);
+        const outcome found = on.ovra.decode(on.ovra.packed(each.name.c_str(), 0));
+        EXPECT_EQ(found.error, 0) << each.name;
+        EXPECT_EQ(found.text, each.link.substr(each.link.find("/devices") + 8) + '\n');
     }
 }
 const bool short_paths_become_devices_registered = register_rows(
@@ -163,19 +140,13 @@ void kept_full_paths_are_not_descended_into(testing::Test &, const tested_machin
     for (const row &each : on.rows) {
         if (each.full == "-")
             continue;
-        std::string text = each.name;
-        ovra_path_t instance = {text.data(), nullptr};
-        ovra_path_t *paths[] = {&instance, nullptr};
-        ovra_epath_t packed = nullptr;
-        int size = 0;
-        ASSERT_EQ(ovra_epath_encode(on.handle, paths, 1, &packed, &size), 0);
-        ovra_path_t **found = nullptr;
-        EXPECT_EQ(ovra_epath_decode_to_devices(on.handle, packed, size, &found), -1);
+        std::string own = on.ovra.packed(each.name.c_str(), 1);
+        EXPECT_EQ(on.ovra.decode(own).error, -1);
 
         // Without the hard-drive node (42 bytes) it is the path of the disk.
-        std::string own(static_cast<const char *>(static_cast<void *>(packed)), static_cast<size_t>(size));
         own.erase(own.size() - 4 - 42, 42);
-        ASSERT_EQ(ovra_epath_decode_to_devices(on.handle, reinterpret_cast<ovra_epath_t>(own.data()),
+        ovra_path_t **found = nullptr;
+        ASSERT_EQ(ovra_epath_decode_to_devices(on.ovra.get(), reinterpret_cast<ovra_epath_t>(own.data()),
                                                static_cast<int>(own.size()), &found),
                   0);
         EXPECT_EQ(found[0]->device_path, each.path);
@@ -202,23 +173,24 @@ void options_and_disks_find_each_other(testing::Test &, const tested_machine &te
             ovra_path_t *paths[] = {&instance, nullptr};
             ovra_epath_t packed = nullptr;
             int size = 0;
-            ASSERT_EQ(ovra_epath_encode(on.handle, paths, flags, &packed, &size), 0);
+            ASSERT_EQ(ovra_epath_encode(on.ovra.get(), paths, flags, &packed, &size), 0);
             char name[9];
             std::snprintf(name, sizeof name, "Boot%04X", number++);
             std::string description = "a disk";
-            ASSERT_EQ(ovra_bootopt_set(on.handle, name, packed, size, description.data(), 1, nullptr, 0), 0);
+            ASSERT_EQ(ovra_bootopt_set(on.ovra.get(), name, packed, size, description.data(), 1, nullptr, 0),
+                      0);
             options[each.name].emplace_back(name);
         }
     }
     for (const row &each : on.rows) {
         char **found = nullptr;
         std::string text = each.name;
-        ASSERT_EQ(ovra_bootopt_find(on.handle, text.data(), &found), 0) << each.name;
-        EXPECT_EQ(strings(found), options[each.name]) << each.name;
+        ASSERT_EQ(ovra_bootopt_find(on.ovra.get(), text.data(), &found), 0) << each.name;
+        EXPECT_EQ(strings_of(found), options[each.name]) << each.name;
         for (std::string option : options[each.name]) {
             char **disks = nullptr;
-            ASSERT_EQ(ovra_bootopt_logdev(on.handle, option.data(), &disks), 0) << option;
-            EXPECT_THAT(strings(disks), ElementsAre(each.name));
+            ASSERT_EQ(ovra_bootopt_logdev(on.ovra.get(), option.data(), &disks), 0) << option;
+            EXPECT_THAT(strings_of(disks), ElementsAre(each.name));
         }
     }
 }
@@ -243,12 +215,12 @@ void a_volume_carries_its_signature(testing::Test &, const tested_machine &teste
             unsigned count = 0;
             const attributes list = attributes_of(desc);
             ASSERT_EQ(kvlist_lookup_uint8_array(list.get(), "uguid", &guid, &count), 0);
-            EXPECT_EQ(to_hex(guid, static_cast<int>(count)), signature);
+            EXPECT_EQ(to_digits(guid, count), signature);
         } else {
             const descriptors media = associated(desc, VS_MEDIA);
             uint32_t serial = 0;
             ASSERT_EQ(kvlist_lookup_uint32(attributes_of(media[0]).get(), "volserno", &serial), 0);
-            EXPECT_EQ(to_hex(&serial, 4) + std::string(24, '0'), signature);
+            EXPECT_EQ(to_digits(&serial, 4) + std::string(24, '0'), signature);
         }
         vs_free_descriptor(desc);
     }

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /* libovra on the machine under test, as outcomes. */
-#ifndef TESTS_DEVICES_PROCESS_LIBRARY_H
-#define TESTS_DEVICES_PROCESS_LIBRARY_H
+#ifndef TESTS_DEVICES_LIBRARY_H
+#define TESTS_DEVICES_LIBRARY_H
 
 #include <cstdio>
 #include <stdexcept>
@@ -11,11 +11,13 @@
 
 #include "tests/devices/failing_calls.h"
 #include "tests/devices/sample.h"
+#include "tests/support/bytes.h"
 #include "tests/support/messages.h"
 
 namespace devices_test {
 
-/* A handle with its messages switched off: they would add system calls. */
+/* A handle with its messages switched off: they would add system calls. Throws what tests cannot go on
+ * without. */
 class library {
 public:
     library() : silent(0, 0)
@@ -26,6 +28,8 @@ public:
     library(const library &) = delete;
     library &operator=(const library &) = delete;
     ~library() { ovra_fini(handle); }
+
+    [[nodiscard]] ovra_hdl_t get() const { return handle; }
 
     /* The packed path of a disk's name, in hexadecimal. */
     [[nodiscard]] outcome encode(const char *disk, int flags) const
@@ -38,21 +42,36 @@ public:
         int size = 0;
         if (ovra_epath_encode(handle, paths, flags, &packed, &size) != 0)
             return {-1, ""};
-        outcome found = {0, to_hex(packed, size)};
+        outcome found = {0, ovra::test::to_digits(packed, static_cast<size_t>(size))};
         memlist_free(handle, packed);
         return found;
     }
 
-    /* The same as bytes. */
+    /* The same as bytes, which it must have. */
     [[nodiscard]] std::string packed(const char *disk, int flags) const
     {
-        const outcome text = encode(disk, flags);
-        std::string bytes;
-        for (std::size_t at = 0; at + 1 < text.text.size(); at += 2)
-            bytes.push_back(static_cast<char>(std::stoi(text.text.substr(at, 2), nullptr, 16)));
+        const outcome found = encode(disk, flags);
+        if (found.error != 0)
+            throw std::runtime_error("ovra_epath_encode");
+        const ovra::test::bytes data = ovra::test::from_hex(found.text);
+        return {data.begin(), data.end()};
+    }
+
+    /* The path of an option. */
+    [[nodiscard]] std::string option_path(const char *option) const
+    {
+        char name[16];
+        std::snprintf(name, sizeof name, "%s", option);
+        ovra_epath_t path = nullptr;
+        int size = 0;
+        if (ovra_bootopt_get(handle, name, &path, &size, nullptr, nullptr, nullptr, nullptr) != 0)
+            throw std::runtime_error("ovra_bootopt_get");
+        const std::string bytes(reinterpret_cast<const char *>(path), static_cast<size_t>(size));
+        memlist_free(handle, path);
         return bytes;
     }
 
+    /* The devices that a packed path leads to, a line for each. */
     [[nodiscard]] outcome decode(std::string packed) const
     {
         ovra_path_t **paths = nullptr;
