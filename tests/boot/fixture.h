@@ -4,8 +4,6 @@
 #define TESTS_BOOT_FIXTURE_H
 
 #include <cstring>
-#include <ctime>
-#include <functional>
 #include <initializer_list>
 #include <optional>
 #include <string>
@@ -20,6 +18,7 @@
 #include "tests/support/bytes.h"
 #include "tests/support/guards.h"
 #include "tests/support/messages.h"
+#include "tests/support/processor_time.h"
 #include "tests/support/rows.h"
 #include "tests/support/sweep.h"
 
@@ -205,14 +204,6 @@ inline std::string boot_name(unsigned number)
     char name[16];
     snprintf(name, sizeof name, "Boot%04X", number);
     return name;
-}
-
-/* Seconds of the process; waiting for others does not count. */
-inline double seconds_of(const std::function<void()> &work)
-{
-    const clock_t start = clock();
-    work();
-    return static_cast<double>(clock() - start) / CLOCKS_PER_SEC;
 }
 
 } // namespace ovra::test
