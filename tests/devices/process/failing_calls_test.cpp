@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <thread>
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -61,6 +62,23 @@ protected:
 private:
     long of_tree = 0;
 };
+
+// libblkid is loaded with the first medium of a process. When it cannot be, no medium is taken for absent.
+TEST_F(failing_reads, loading_what_reads_partition_tables)
+{
+    if (void *loaded = dlopen("libblkid.so.1", RTLD_LAZY | RTLD_NOLOAD); loaded != nullptr) {
+        dlclose(loaded);
+        GTEST_SKIP() << "a case before this one has loaded it";
+    }
+    const auto media = [] { return all_of_kind(VS_MEDIA); };
+    EXPECT_GT(expect_each_first_failure_told(
+                  "media, first of all", media,
+                  [](const outcome &found, const outcome &undisturbed, int injected) {
+                      return found.error == ELIBACC || same_but_for_one_drive(found, undisturbed, injected);
+                  },
+                  calls_of(whole_tree)),
+              calls_of(media) + 5);
+}
 
 TEST_F(failing_reads, the_machine_is_what_the_tests_say)
 {
