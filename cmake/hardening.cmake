@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 # What compiler and linker do against mistakes that attackers use, in every build that has no sanitizers. The flags go
-# before those of the user or of a distribution, which have the last word.
+# before those of the user or of a distribution, which have the last word. They go into CMake's variables: no target
+# property puts flags before those of the user.
 option(OVRA_HARDENING "build with protection of stack and tables, checked calls and control-flow marks" ON)
 if(NOT OVRA_HARDENING OR OVRA_SANITIZE)
   return()

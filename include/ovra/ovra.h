@@ -42,7 +42,7 @@
  * 10. No function holds a lock from one request to the next. Some functions read, change and write: the
  *     setters of fields, ovra_bootorder_insert and _remove, ovra_bootopt_remove, and ovra_bootopt_unused
  *     together with the writing of the option. They lose what another thread or process writes in between.
- *     A program that is not alone takes the machine's lock first, before it reads what it decides by:
+ *     A program that shares the machine takes its lock first, before it reads what its changes depend on:
  *     devns_lock and devns_unlock of libdevns (<hwplat/devns.h>). The command ovra takes the same lock.
  *
  * What stays with the calling program:
@@ -56,14 +56,14 @@
  *    (ovra_bootopt_remove).
  *  - Many calls read the environment: setenv, putenv and unsetenv in another thread are a data race, as the
  *    C library documents.
- *  - A handle takes two descriptors; a call on a null handle takes two while it runs. After a program has
- *    closed descriptors that are not its own (closefrom, when it becomes a daemon) it needs a new handle. On
- *    the old one calls fail with EBADF, and ovra_fini closes nothing that is not its own.
+ *  - A handle takes two file descriptors; a call on a null handle takes two while it runs. After a program
+ *    has closed file descriptors that are not its own (closefrom, when it becomes a daemon) it needs a new
+ *    handle. On the old one calls fail with EBADF, and ovra_fini closes nothing that is not its own.
  *  - A handle stays with the variables of the machine that it was opened on. Disks and the device tree are
  *    looked up by name at each call: after a chroot they are another machine's.
  *  - Once the program's first ovra_init has returned, fork waits until no thread is inside a text conversion;
  *    the child may then use the library with handles of its own. (_Fork and clone do not wait.) The
- * descriptor of an inherited handle is shared by both processes.
+ *    file descriptor of an inherited handle is shared by both processes.
  *  - pthread_cancel never takes effect inside a call, but at the program's own next cancellation point.
  *    Asynchronous cancellation (PTHREAD_CANCEL_ASYNCHRONOUS) must be off while the library is called.
  *  - Once loaded, the library stays loaded: dlclose does not unload it.
@@ -115,7 +115,7 @@ int ovra_init(ovra_hdl_t *hdl);
 
 /*
  * Closes a handle and frees everything that it still owns; pointers to its results are invalid then. A
- * descriptor that the program has closed itself, or that belongs to another file by now, is left alone.
+ * file descriptor that the program has closed itself, or that belongs to another file by now, is left alone.
  * hdl: a handle of ovra_init, not null, used by no other thread.
  */
 void ovra_fini(ovra_hdl_t hdl);
@@ -184,8 +184,8 @@ int ovra_get_next_variable_name(ovra_hdl_t hdl, UINTN *name_size, CHAR16 *name, 
                                 EFI_STATUS *status);
 
 /*
- * The room for variables of these attributes (UEFI 8.2, QueryVariableInfo), in bytes.
- * max_storage: in all. remaining_storage: what is left. max_size: the largest single variable.
+ * Storage for variables with these attributes (UEFI 8.2, QueryVariableInfo), in bytes.
+ * max_storage: total. remaining_storage: free. max_size: the largest single variable.
  */
 int ovra_query_variable_info(ovra_hdl_t hdl, UINT32 attributes, UINT64 *max_storage,
                              UINT64 *remaining_storage, UINT64 *max_size, EFI_STATUS *status);
@@ -253,8 +253,8 @@ int ovra_get_next_high_monotonic_count(ovra_hdl_t hdl, UINT32 *high_count, EFI_S
  * len: receives the size of the block in bytes; may be null.
  * Another name below "/dev/" or "/devices/" is looked up in the device tree; *epath and *len are not written,
  * even on success.
- * Sata stores its LUN as the port, and UsbWwid its PID as the interface: such a text does not come back as
- * it was, and not through the setters of paths either. MessagingPath takes a node's bytes.
+ * Sata stores its LUN as the port, and UsbWwid its PID as the interface: such a text changes when it is
+ * encoded and decoded, also by the setters of paths. MessagingPath takes a node's bytes.
  * -1: the text cannot be read, there is no such device, or there is no memory.
  */
 int ovra_epath_encode(ovra_hdl_t hdl, ovra_path_t **paths, int flags, ovra_epath_t *epath, int *len);
@@ -330,10 +330,10 @@ int ovra_bootopt_remove(ovra_hdl_t hdl, char *bootname);
 
 /*
  * The names of all load options, of any vendor, in the firmware's order.
- * names: receives a null-terminated array, without a name if there is no option; release it with
- * free_str_array. When a request gets no answer, the options found so far are the result, with 0; errno says
- * why, such as EBADF for a handle whose descriptors are closed, or ENOMEM. One error answer is skipped, and
- * the name before it then occurs twice.
+ * names: receives a null-terminated array, empty if there is no option; release it with free_str_array. When
+ * a request gets no answer, the options found so far are the result, with 0; errno says why, such as EBADF
+ * for a handle whose file descriptors are closed, or ENOMEM. One error answer is skipped, and the name before
+ * it then occurs twice.
  * -1: the firmware has no enumeration, keeps giving errors or gives a name of over 256 characters, or there
  * is no memory; *names is null.
  */
@@ -384,15 +384,15 @@ int ovra_bootopt_unused(ovra_hdl_t hdl, char **bootname);
  * this option. Whether the option exists is not checked.
  * position: its place in the resulting order; beyond the end it appends. A negative position counts from the
  * end of the order as it was, with the option still in its old places: -1 is the place after the last entry,
- * -2 the place of the last entry, and so on down to the first place. An option that was in the order
- * therefore follows more of the others than one that was not: into 1 2 3, -2 puts 9 as 1 2 9 3, but 1 as
- * 2 3 1.
+ * -2 the place of the last entry, and so on down to the first place. So -2 in the order 1 2 3 gives
+ * 1 2 9 3 for option 9, but 2 3 1 for option 1, which was in it.
  * -1: the name is invalid, or BootOrder cannot be read or written; BootOrder is untouched.
  */
 int ovra_bootorder_insert(ovra_hdl_t hdl, char *bootname, int position);
 
 /*
- * Takes an option out of BootOrder, at every place. 0 also if it was not there or there is no BootOrder.
+ * Takes an option out of BootOrder, at every place. 0 also if the option was not in it, or BootOrder is
+ * absent.
  * -1: the name is invalid, or BootOrder cannot be read or written; BootOrder is untouched.
  */
 int ovra_bootorder_remove(ovra_hdl_t hdl, char *bootname);

@@ -103,8 +103,8 @@ typedef enum { EFI_RESET_COLD = 0, EFI_RESET_WARM = 1, EFI_RESET_SHUTDOWN = 2 } 
 
 /*
  * OVRA_SIZE checks a record's size, OVRA_OFFSET where a member stands, OVRA_BYTES that the record may stand
- * at any address. OVRA_NODE states the kind of node that a record stands for, so that type and subtype are
- * written once; OVRA_TAILED_NODE that of a record which ends in a member of variable length, declared at its
+ * at any address. OVRA_NODE states the kind of node that a record stands for: type and subtype are written
+ * once. OVRA_TAILED_NODE states that of a record which ends in a member of variable length, declared at its
  * largest: `size` is then the length without that member.
  */
 #ifdef __cplusplus
@@ -448,7 +448,8 @@ OVRA_OFFSET(uefi_ipv6_device_path_t, ip_addr_origin, 42);
 OVRA_OFFSET(uefi_ipv6_device_path_t, prefix_length, 43);
 OVRA_OFFSET(uefi_ipv6_device_path_t, gateway_addr, 44);
 
-/* UART. parity: 0 default, 1 none, 2 even, 3 odd, 4 mark, 5 space; stopbits: 0 default, 1 one, 2 1.5, 3 two.
+/*
+ * UART. parity: 0 default, 1 none, 2 even, 3 odd, 4 mark, 5 space; stopbits: 0 default, 1 one, 2 1.5, 3 two.
  */
 typedef struct {
     uint8_t type;
@@ -524,8 +525,8 @@ OVRA_OFFSET(uefi_sata_device_path_t, port_mult, 6);
 OVRA_OFFSET(uefi_sata_device_path_t, lun, 8);
 
 /*
- * iSCSI. Kept: the target name is UCS-2 with a terminator, where UEFI has ASCII, and of the bits of options
- * 0x0080 is a data digest of CRC32C, where UEFI has 0x0008; stored paths are so.
+ * iSCSI. Kept: the target name is UCS-2 with a terminator, where UEFI has ASCII, and the option bit of a
+ * CRC32C data digest is 0x0080, where UEFI has 0x0008; stored paths have both.
  * [kept_iscsi_target_name_is_ucs2, kept_iscsi_data_digest_is_0x0080]
  */
 typedef struct {

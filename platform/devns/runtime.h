@@ -4,7 +4,8 @@
 
 #include "platform/machine/services.h"
 
-/* Carries out one command of the pseudo-device. 0, or -1 with errno, as devns_ioctl. Throws std::bad_alloc.
+/*
+ * Carries out one command of the pseudo-device. 0, or -1 with errno, as devns_ioctl. Throws std::bad_alloc.
  */
 int serve_runtime_command(const machine::runtime_services &services, int command, void *record);
 

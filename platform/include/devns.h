@@ -198,9 +198,9 @@ int devns_close(int fd);
 /*
  * readlink(2) into `buf` of `size` bytes. If the system has no such name, "/dev/dsk/<volume>" and
  * "/dev/rdsk/<volume>" are links for the slices and partitions of the machine (either folder for both kinds)
- * to
- * "../../devices<physical path>:<minor>", such as "../../devices/pci@0,0/pci8086,2922@1f,2/disk@0,0:a". The
- * minor of s0 to s15 is a to p, that of p0 to p9 is q to z, beyond these the letter with the number ("s16").
+ * to "../../devices<physical path>:<minor>", such as "../../devices/pci@0,0/pci8086,2922@1f,2/disk@0,0:a".
+ * The minor of s0 to s15 is a to p, that of p0 to p9 is q to z, beyond these the letter with the number
+ * ("s16").
  *
  * Returns the number of bytes written to `buf`, without a terminator and cut at `size`; or -1 with errno:
  * ENOENT (neither the system nor the machine has the name), EFAULT (null pointer), EINVAL (size 0), ENOMEM,
@@ -226,9 +226,10 @@ ssize_t devns_readlink(const char *path, char *buf, size_t size);
  *
  * Waits up to `seconds`; 0 does not wait. Returns 0; or -1 with errno and nothing taken. ETIMEDOUT: another
  * had the lock all that time; `*holder` (may be null) then is that process, 0 if unknown, and otherwise
- * unchanged. EACCES: the user may not open the file. EROFS, ENOSPC: the file cannot be made. EPERM: the name
- * is that of a link, of another user's file or of no regular file. ENOENT: there is no such machine. ENOMEM,
- * or an error of open(2) or flock(2).
+ * unchanged. EACCES: the user may not open the file, or may not make it, as is so for a user who may not
+ * write the variables. EROFS, ENOSPC: the file cannot be made. EPERM: the name is that of a link, of another
+ * user's file or of no regular file. ENOENT: there is no such machine. ENOMEM, or an error of open(2) or
+ * flock(2).
  */
 int devns_lock(unsigned int seconds, pid_t *holder);
 

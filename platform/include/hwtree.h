@@ -70,9 +70,8 @@ void ht_devfs_path_free(char *path);
 
 /*
  * Look up a property by its name. `dev` is a device number, or HT_DEV_ANY. Return the number of values and
- * point
- * `*values` or `*strings` at the first; or return -1, with the pointer unchanged, when the node has no such
- * property, or one of the other type, or the snapshot was taken without HT_PROPS. The strings follow one
+ * point `*values` or `*strings` at the first; or return -1, with the pointer unchanged, when the node has no
+ * such property, or one of the other type, or the snapshot was taken without HT_PROPS. The strings follow one
  * another, each with its terminator.
  */
 int ht_prop_lookup_ints(dev_t dev, ht_node_t node, const char *name, int **values);

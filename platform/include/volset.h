@@ -15,13 +15,13 @@
  * What there is, with its attributes (text is a uint8 array that includes the terminator):
  *   - A drive, named c<controller>t<target>d<unit>, has one medium, or none. "blocksize" (uint32, bytes of a
  *     logical block), "nblocks" (uint64, its size in logical blocks), "kernel-name" and "devfs-path" (text,
- * its name to Linux and its physical path in the device tree).
+ *     its name to Linux and its physical path in the device tree).
  *   - A medium: "blocksize" and "nblocks" as above; with an MBR "volserno" (uint32, the disk signature).
  *   - A partition of an MBR, "/dev/rdsk/<drive>p<n>"; p0 is the whole disk. "relsect" and "nsectors" (uint32,
  *     start and size in logical blocks).
  *   - A slice of a GPT, "/dev/dsk/<drive>s<n>", where n is one less than the number of its entry. "start" and
  *     "size" (uint64, in logical blocks), "uguid" (uint8 array, the 16 bytes of the partition GUID as stored
- * on disk).
+ *     on disk).
  *
  * A descriptor belongs to the caller until vs_free_descriptor, the descriptors of an array until
  * vs_free_descriptors. It stays valid while the machine changes; a call for something that is gone fails.

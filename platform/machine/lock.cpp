@@ -153,7 +153,7 @@ int check_file(int file, const machine_root &root, const char *name)
         return errno;
     const bool trusted = info.st_uid == geteuid() || info.st_uid == 0 || info.st_uid == owner_of(root);
     if (!S_ISREG(info.st_mode) || info.st_nlink > 1 || !trusted) {
-        debug("the lock file '%s' is no regular file of one name, or somebody else's", name);
+        debug("the lock file '%s' is not a regular file of one name, or is somebody else's", name);
         return EPERM;
     }
     if ((info.st_mode & ALLPERMS) != lock_mode && fchmod(file, lock_mode) != 0)
@@ -169,6 +169,14 @@ void hand_to_owner(int file, const machine_root &root)
         debug("the lock file stays root's: %s", std::strerror(errno));
 }
 
+// Who may not change the variables has no use for the lock, and would leave a file that nobody else trusts.
+bool may_make_file(const machine_root &root)
+{
+    const owned_fd variables =
+        open_below(root.folder.get(), {"sys", "firmware", "efi", "efivars"}, missing_folders::fail);
+    return !variables || faccessat(variables.get(), ".", W_OK, AT_EACCESS) == 0 || errno != EACCES;
+}
+
 int open_lock_file(const lock_place &place, const machine_root &root, owned_fd *out)
 {
     // Without blocking: the name may be a FIFO's.
@@ -179,6 +187,8 @@ int open_lock_file(const lock_place &place, const machine_root &root, owned_fd *
         file.reset(openat(place.folder.get(), place.name, flags));
         if (file || errno != ENOENT)
             break;
+        if (!may_make_file(root))
+            return EACCES;
         file.reset(openat(place.folder.get(), place.name, flags | O_CREAT | O_EXCL, lock_mode));
         if (file)
             hand_to_owner(file.get(), root);

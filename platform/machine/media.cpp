@@ -203,7 +203,7 @@ std::uint32_t next_record(const std::vector<record_entry> &entries)
     return found != entries.end() ? found->start : 0;
 }
 
-// Reads the blocks of a partition table before libblkid does, which takes much that it cannot read for
+// Reads the blocks of a partition table before libblkid does, which treats much that it cannot read as
 // absent. False when a header of a GPT claims more entries, or larger ones, than a table can have: libblkid
 // would read them all into memory, even from a sparse image that holds none of them.
 class table_check {

@@ -33,7 +33,7 @@ std::unique_ptr<runtime_services> open_services()
         open_below(services->root.folder.get(), {"sys", "firmware", "efi", "efivars"}, missing_folders::fail);
     if (!services->variables) {
         debug("no firmware variables: sys/firmware/efi/efivars: %s", std::strerror(errno));
-        if (errno == ENOTDIR || errno == ELOOP)
+        if (errno == ENOTDIR)
             errno = ENOENT;
         return nullptr;
     }

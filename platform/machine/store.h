@@ -42,7 +42,8 @@ int load_variable(const runtime_services &services, const std::string &file_name
  */
 EFI_STATUS find_variable(const runtime_services &services, const std::string &file_name, bool *found);
 
-/* The store while its machine is locked for a change. A status other than EFI_SUCCESS: no change is possible.
+/*
+ * The store while its machine is locked for a change. A status other than EFI_SUCCESS: no change is possible.
  */
 class locked_store {
 public:

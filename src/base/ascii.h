@@ -26,8 +26,7 @@ constexpr bool is_ascii_space(char c)
     return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
-/* What follows a text's beginning, which is alike `prefix` but for the case of A to Z; null when it is not.
- */
+/* The text after `prefix`, in either case of A to Z; null when it begins otherwise. */
 constexpr const char *behind_prefix(const char *text, const char *prefix)
 {
     for (; *prefix; ++text, ++prefix) {

@@ -28,7 +28,7 @@ enum class device_text : unsigned char {
     nodes /* a device path */
 };
 
-/* What a text that says a device is taken for. What the name stands for is not looked at. */
+/* What the text of a device is taken for. Whether the device exists is not checked. */
 constexpr device_text device_text_of(std::string_view text)
 {
     if (text.size() > 1 && text[0] == 'c' && is_ascii_digit(text[1]))

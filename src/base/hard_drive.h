@@ -33,7 +33,7 @@ inline uefi_hard_drive_path_t slice_node(uint32_t slice, extent where, byte_view
     return node;
 }
 
-/* The numbers of partitions that an MBR itself describes end here; logical ones follow. */
+/* Partitions 1 to 4 are those of the MBR itself; logical ones follow. */
 inline constexpr uint32_t last_primary = 4;
 
 /* The node of a partition of an MBR, "p1" and up, or "p0", which is the whole disk. */

@@ -17,7 +17,7 @@
 
 namespace ovra {
 
-/* Behind it: the description with its terminator, path_length bytes of packed path, the optional data. */
+/* After it: the description with its terminator, path_length bytes of packed path, the optional data. */
 struct load_option_header {
     uint32_t attributes;
     uint16_t path_length;
@@ -70,8 +70,8 @@ constexpr size_t stored_size(const load_option_parts &parts)
 }
 
 /*
- * Writes an option as it is stored. False when `out` has less room than stored_size says; it is then as it
- * was. Of the path's length the header holds the lower 16 bits.
+ * Writes an option as it is stored. False, with `out` unchanged, when it is smaller than stored_size. The
+ * header holds the lower 16 bits of the path's length.
  */
 inline bool write_load_option(const load_option_parts &parts, std::span<uint8_t> out)
 {
@@ -102,7 +102,7 @@ struct option_name {
     constexpr std::string_view view() const { return {text, length}; }
 };
 
-/* The number of a name that is just that. */
+/* The number in an option's name; nothing for any other text. */
 constexpr std::optional<uint16_t> option_number(std::string_view name)
 {
     if (name.size() != option_name::length)

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * Nodes of device paths: their kinds, which <ovra/uefi.h> states beside each record, by the record's type;
- * and packed nodes, read so that what is left is compared with what is claimed, and nothing beyond is read.
+ * Kinds of device path nodes, by the type of their record, and a cursor over packed nodes that never reads
+ * beyond the bytes left.
  */
 #ifndef SRC_BASE_NODES_H
 #define SRC_BASE_NODES_H

@@ -73,8 +73,8 @@ constexpr number_text read_digits(const char *text, unsigned base)
 
 /*
  * strtoull. The result is the number, two's complement after a minus; UINT64_MAX with *error ERANGE when it
- * does not fit; 0 with EINVAL for a base that there is not, and without a digit, which is no error. *end (may
- * be null) is what follows the number, the whole text when there is none.
+ * does not fit; 0 with EINVAL for an invalid base; 0 without an error when there is no digit. *end (may be
+ * null) is what follows the number, the whole text when there is none.
  */
 constexpr uint64_t read_unsigned(const char *text, const char **end, int base, int *error)
 {

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * Characters in UTF-8, and in UTF-16 as variables hold it. Each is taken off the front of a text by itself,
- * so that who reads decides what becomes of what is no character.
+ * Characters in UTF-8, and in UTF-16 as variables hold it. Each function takes one character off the front of
+ * a text; its caller decides what to do with what is not a character.
  */
 #ifndef SRC_BASE_TEXT_H
 #define SRC_BASE_TEXT_H
@@ -79,7 +79,7 @@ constexpr uint16_t unit_at(byte_view bytes, size_t index)
     return static_cast<uint16_t>(bytes[2 * index] | bytes[2 * index + 1] << 8);
 }
 
-/* The first character of UTF-16 that has a unit. A surrogate without its partner is no character. */
+/* The first character of UTF-16 text that is not empty. A surrogate without its partner is no character. */
 constexpr decoded_character first_of_utf16(byte_view bytes)
 {
     const char32_t first = unit_at(bytes, 0);

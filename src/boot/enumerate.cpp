@@ -49,8 +49,8 @@ struct variable_id {
     }
 };
 
-// Notices firmware whose enumeration goes round for ever: one name is remembered, each time twice as long,
-// and may come again once, which some firmware does, but not twice.
+// Notices firmware whose enumeration never ends: Brent's cycle detection. A name may come again once, as with
+// some firmware, but not twice.
 class loop_guard {
 public:
     bool seen_again(const variable_id &id)

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The only writer of node headers: type, subtype and length come from the record type. */
+/* New nodes: type, subtype and length come from the record type. */
 #ifndef SRC_DPATH_BUILD_H
 #define SRC_DPATH_BUILD_H
 

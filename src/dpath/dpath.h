@@ -24,7 +24,7 @@ int add_file_path(const char *path, uefi_device_path_t **out);
 /* A new END node. 0 or -1; the caller frees *out. */
 int add_device_end(uint8_t subtype, uefi_device_path_t **out);
 
-/* Frees every node, one that stands several times in a row once, and the list. A null list is allowed. */
+/* Frees the list and its nodes; a node repeated in a row is freed once. A null list is allowed. */
 void free_device_path(uefi_device_path_t **list);
 
 /*

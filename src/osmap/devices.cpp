@@ -88,7 +88,7 @@ private:
 
     int descend(uefi_device_path_t *wanted)
     {
-        // Kept: a disk has no children, so that a hard-drive node behind the hardware nodes of its disk ends
+        // Kept: a disk has no children. A hard-drive node after the hardware nodes of its disk therefore ends
         // here; callers decode full paths without it.
         // [kept_a_disk_has_nothing_below_it, kept_full_paths_are_not_descended_into]
         ht_node_t child = ht_child_node(current);

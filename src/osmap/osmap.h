@@ -31,9 +31,9 @@ int dinode_to_uefinode(ht_node_t node, uefi_device_path_t **out);
 
 /*
  * Appends to *list (null: none yet) a node for each component of a physical path. `path` is a name that holds
- * "/devices/", one of a link below "/dev/", or a disk's name such as "c0t0d0s0". 0 or -1; either way *list
- * belongs to the caller, also with the nodes that were appended before a failure: free_device_path it. Behind
- * an "ide" component it holds the node before twice.
+ * "/devices/", one of a link below "/dev/", or a disk's name such as "c0t0d0s0". 0 or -1; either way the
+ * caller frees *list with free_device_path, including nodes appended before a failure. After an "ide"
+ * component it holds the preceding node twice.
  */
 int add_hardware_paths(const char *path, uefi_device_path_t ***list);
 

@@ -19,7 +19,7 @@ extern "C" {
  */
 void print_device_path(const uefi_device_path_t *node, char **to);
 
-/* The same for a node of the type that the name says; one of another type prints as an unknown one of it. */
+/* The same for a node of the type that the name says; one of another type prints in the generic form. */
 void print_hardware_path(const uefi_device_path_t *node, char **to);
 void print_acpi_path(const uefi_device_path_t *node, char **to);
 void print_messaging_path(const uefi_device_path_t *node, char **to);

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * Printed node kinds. A kind is one row: its record and its format. The row is reached only by nodes that are
- * as long as the record, so that no format can read beyond its node.
+ * Printed node kinds. A kind is one row: its record and its format. A row is used only for nodes at least as
+ * long as its record: no format can read beyond its node.
  */
 #ifndef SRC_PRINT_ROWS_H
 #define SRC_PRINT_ROWS_H

@@ -19,8 +19,8 @@ using ovra::say;
 static void *const not_open =
     reinterpret_cast<void *>(-1); // NOLINT(performance-no-int-to-ptr): as iconv says
 
-// One for the process, opened on first need and kept. iconv works inside the descriptor, so that handles in
-// different threads take turns at it.
+// One for the process, opened on first need and kept. iconv changes the descriptor it works with: threads
+// take turns.
 static iconv_t utf8_to_ucs2le = not_open;
 static pthread_mutex_t utf8_to_ucs2le_in_use = PTHREAD_MUTEX_INITIALIZER;
 static pthread_once_t fork_prepared = PTHREAD_ONCE_INIT;

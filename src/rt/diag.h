@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * Messages. Each is one whole literal at the place that means it, so that a text seen is a text found; the
- * name of the function says to which of the two switches it belongs.
+ * Messages. Each is one string literal at its call: a search for its text finds the place. The function's
+ * name tells which of the two switches shows it.
  */
 #ifndef SRC_RT_DIAG_H
 #define SRC_RT_DIAG_H

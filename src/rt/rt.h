@@ -64,8 +64,8 @@ size_t unicode_strlen(const uint16_t *s);
 uint16_t *convert_utf8_to_ucs2xx(iconv_t cd, const char *s);
 
 /*
- * From now on fork waits for the end of a conversion. ovra_init asks for it: a fork that is under way already
- * passes over what asks only then.
+ * From now on fork waits for the end of a conversion. ovra_init asks for it: handlers registered during a
+ * fork do not apply to it.
  */
 void follow_forks(void);
 

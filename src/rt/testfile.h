@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Which of the two holds the variables: the firmware, or plain files. */
+/* Variables in plain files instead of the firmware (OVRA_TEST_FILE). */
 #ifndef SRC_RT_TESTFILE_H
 #define SRC_RT_TESTFILE_H
 

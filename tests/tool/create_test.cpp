@@ -175,7 +175,7 @@ TEST_F(create_verb, refuses_a_path_that_is_not_well_formed_unless_forced)
     };
     for (const auto &[digits, why] : cases) {
         EXPECT_EQ(failure({"create", "--desc", "x", "--path-hex", digits}),
-                  std::string("ovra: --path-hex is no packed device path: ") + why +
+                  std::string("ovra: --path-hex is not a packed device path: ") + why +
                       "\n  --force stores it all the same.\n");
     }
     output({"create", "--desc", "x", "--path-hex", "04012a00", "--force"});
@@ -215,7 +215,7 @@ TEST_F(create_verb, takes_optional_data_from_regular_files_only)
     const std::string fifo = folder / "fifo";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     for (const std::string &file : {fifo, std::string("/dev/zero"), std::string("/dev/null")}) {
-        const std::string said = "ovra: cannot read " + file + ": it is no regular file\n";
+        const std::string said = "ovra: cannot read " + file + ": it is not a regular file\n";
         EXPECT_EQ(failure(linux_option({"--optdata-file", file})), said);
         EXPECT_EQ(failure({"set", "Boot0000", "--optdata-file", file}), said);
     }
@@ -244,7 +244,7 @@ TEST_F(create_verb, makes_no_option_when_the_order_cannot_be_written)
         EXPECT_THAT(failure(linux_option(more)),
                     StartsWith("ovra: cannot write BootOrder: it is stored as non-volatile, boot-service, "
                                "run-time, time-authenticated\n"
-                               "  Only who holds the key of an authenticated variable can change it.\n"));
+                               "  Only the holder of its key can change an authenticated variable.\n"));
 }
 
 TEST_F(create_verb, keeps_the_attributes_of_the_order)

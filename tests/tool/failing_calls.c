@@ -2,13 +2,14 @@
 /*
  * Preloaded into the command: calls that fail as the environment says. FAIL holds rules
  * "call:part:errno:from:to" separated by blanks: the calls number `from` to `to` on names with `part` in them
- * fail. A file system that is full or read-only is one for which statvfs is to tell so: "full" and "readonly"
- * in STATVFS.
+ * fail. With a negative number they do not, but the signal of that number comes before them. A file system
+ * that is full or read-only is one for which statvfs is to tell so: "full" and "readonly" in STATVFS.
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -40,10 +41,14 @@ static int fails(const char *call, const char *name)
         if (strcmp(rule_call, call) != 0 || !strstr(name, part))
             continue;
         ++counts[at];
-        if (counts[at] >= from && counts[at] <= to) {
-            errno = error;
-            return 1;
+        if (counts[at] < from || counts[at] > to)
+            continue;
+        if (error < 0) {
+            raise(-error);
+            continue;
         }
+        errno = error;
+        return 1;
     }
     return 0;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // System calls that fail below the command, and what it then says and leaves behind.
 #include <cerrno>
+#include <csignal>
 #include <fstream>
 #include <unistd.h>
 
@@ -125,6 +126,34 @@ TEST_F(failing_writes, to_confirm_a_change_say_what_stands)
     EXPECT_THAT(ordered.err, HasSubstr("  BootOrder is written all the same"));
     EXPECT_THAT(order(), ElementsAre(0, 1, 2, 4, 5, 6, 7, 3)) << "both stand";
     EXPECT_NE(get("Boot0003"), "(none)");
+}
+
+TEST_F(failing_writes, to_confirm_an_order_without_an_option_say_what_stands)
+{
+    const outcome remove = run_with({"remove", "Boot0003"}, rule("fsync", "efivars", EIO, 2, 2));
+    EXPECT_EQ(remove.status, 1);
+    EXPECT_THAT(remove.err, HasSubstr("  BootOrder is written all the same"));
+    EXPECT_THAT(remove.err, HasSubstr("  The options themselves are still there: remove them again.\n"));
+    EXPECT_THAT(order(), ElementsAre(0, 1, 2, 4, 5, 6, 7));
+    EXPECT_NE(get("Boot0003"), "(none)");
+}
+
+// A person stops the command, or the system does, between two of its writes.
+TEST_F(failing_writes, wait_for_the_signals_that_end_a_program)
+{
+    for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
+        const outcome made = run_with(create, rule("create", ".hwplat", -signal, 2, 2));
+        EXPECT_EQ(made.status, -1) << "ended by the signal after all";
+        EXPECT_NE(get("Boot0003"), "(none)");
+        EXPECT_THAT(order(), ElementsAre(0, 1, 2, 4, 5, 6, 7, 3));
+        const outcome removed = run_with({"remove", "Boot0003"}, rule("unlink", "Boot0003", -signal));
+        EXPECT_EQ(removed.status, -1);
+        EXPECT_EQ(get("Boot0003"), "(none)");
+        EXPECT_THAT(order(), ElementsAre(0, 1, 2, 4, 5, 6, 7));
+    }
+    const outcome looked = run_with({"list"}, rule("open", "BootOrder", -SIGTERM));
+    EXPECT_EQ(looked.status, -1);
+    EXPECT_EQ(looked.out, "") << "what only reads ends at once";
 }
 
 TEST_F(failing_writes, to_remove_one_option_leave_the_rest_in_the_order)

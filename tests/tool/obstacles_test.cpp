@@ -1,65 +1,15 @@
 // SPDX-License-Identifier: MIT
 // What stands in the way of a change, and that a dry run finds it as the change itself does.
-#include <fcntl.h>
 #include <fstream>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "tests/tool/support.h"
+#include "tests/tool/obstacles.h"
 
 namespace tool_test {
 
-namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
-
-namespace {
-
-bool set_marks(const fs::path &path, int marks)
-{
-    const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK);
-    int flags = 0;
-    bool done = fd != -1 && ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0;
-    flags = (flags & ~(FS_IMMUTABLE_FL | FS_APPEND_FL)) | marks;
-    done = done && ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0;
-    close(fd);
-    return done;
-}
-
-} // namespace
-
-class writing_obstacles : public Machine {
-protected:
-    writing_obstacles() { put("BootNext", std::string("\x07\0", 2)); }
-
-    // Both must fail, say the same and change nothing.
-    std::string refusal(const words &arguments, const surroundings &around = {}) const
-    {
-        words dry = arguments;
-        dry.emplace_back("--dry-run");
-        const auto before = snapshot();
-        const outcome planned = run(dry, around);
-        EXPECT_EQ(planned.status, 1) << ::testing::PrintToString(arguments) << planned.out;
-        const outcome done = run(arguments, around);
-        EXPECT_EQ(done.status, 1) << ::testing::PrintToString(arguments) << done.out;
-        EXPECT_EQ(planned.err, done.err);
-        EXPECT_EQ(planned.out + done.out, "");
-        EXPECT_TRUE(snapshot() == before);
-        return whole(done.err);
-    }
-
-    // Runs `body` where the file system can mark files; the marks are taken away again.
-    template <typename body>
-    void with_marks(const fs::path &path, int marks, body run_body)
-    {
-        if (!set_marks(path, marks))
-            GTEST_SKIP() << "files cannot be marked here";
-        run_body();
-        EXPECT_TRUE(set_marks(path, 0));
-    }
-};
 
 TEST_F(writing_obstacles, are_missing_permissions)
 {
@@ -202,13 +152,15 @@ TEST_F(writing_obstacles, are_attributes_that_no_variable_has)
     for (const auto &[attributes, how] : cases) {
         put("Boot0003", load_option(1, "x", from_hex("7fff0400")), attributes);
         const std::string said = std::string(" Boot0003: it is stored ") + how +
-                                 "\n  No variable can be so: remove " + file("Boot0003").string() + ".\n";
+                                 "\n  No variable can have these attributes: remove " +
+                                 file("Boot0003").string() + ".\n";
         EXPECT_THAT(refusal({"set", "Boot0003", "--desc", "y"}), HasSubstr("cannot write" + said));
         EXPECT_THAT(refusal({"remove", "Boot0003"}), HasSubstr("cannot delete" + said));
     }
     put("Boot0003", load_option(1, "x", from_hex("7fff0400")), 0x27);
     for (const words &arguments : {words{"set", "Boot0003", "--desc", "y"}, words{"remove", "Boot0003"}})
-        EXPECT_THAT(refusal(arguments), HasSubstr("run-time, time-authenticated\n  Only who holds the key"));
+        EXPECT_THAT(refusal(arguments),
+                    HasSubstr("run-time, time-authenticated\n  Only the holder of its key"));
 }
 
 TEST_F(writing_obstacles, to_the_lock_are_named)
@@ -217,7 +169,8 @@ TEST_F(writing_obstacles, to_the_lock_are_named)
     fs::rename(root / "var/lib", root / "elsewhere");
     fs::create_symlink("../elsewhere", root / "var/lib");
     EXPECT_EQ(refusal({"next", "Boot0001"}),
-              "ovra: cannot lock the machine: a folder on the way to its lock file is none\n  All above " +
+              "ovra: cannot lock the machine: something on the path to its lock file is not a\n"
+              "      folder\n  All above " +
                   lock + " are folders; links are not followed.\n");
 }
 

@@ -81,7 +81,7 @@ TEST_F(command_output, escapes_characters_that_change_how_text_is_shown)
         EXPECT_THAT(document, HasSubstr("\"description\": \"" + shown + "\""));
         EXPECT_EQ(json::parse(document)["description"], json::parse("\"" + shown + "\""));
         const std::string typed = json::parse("\"" + shown + "\"");
-        EXPECT_EQ(run({"show", typed}).err.find("ovra: \"" + shown + "\" is no boot option"), 0u);
+        EXPECT_EQ(run({"show", typed}).err.find("ovra: \"" + shown + "\" is not a boot option"), 0u);
         EXPECT_EQ(run({"find", typed}).err.find("ovra: no disk is named \"" + shown + "\"\n"), 0u);
         EXPECT_EQ(run({typed}).err.find("ovra: unknown verb '" + shown + "'\n"), 0u);
         EXPECT_THAT(run({"path", "encode", typed}).err,

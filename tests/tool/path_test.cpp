@@ -38,7 +38,7 @@ TEST(path_encode_verb, takes_nothing_but_a_plain_file_after_the_devices)
                              "/\\a.efi)", "/File(\"\\a.efi\")"}) {
         const outcome refused = run_command({"path", "encode", hd + rest});
         EXPECT_EQ(refused.status, 2) << rest;
-        EXPECT_THAT(refused.err, HasSubstr("is no plain file")) << rest;
+        EXPECT_THAT(refused.err, HasSubstr("is not a plain file")) << rest;
     }
     EXPECT_EQ(run_command({"path", "encode", hd + "\\a.efi"}).status, 0);
     EXPECT_EQ(run_command({"path", "encode", hd, "--file", "\\a(1).efi"}).status, 0);

@@ -102,7 +102,7 @@ TEST_F(remove_verb, removes_nothing_when_the_order_cannot_be_written)
         EXPECT_THAT(failure(arguments),
                     StartsWith("ovra: cannot write BootOrder: it is stored as non-volatile, boot-service, "
                                "run-time, time-authenticated\n"
-                               "  Only who holds the key of an authenticated variable can change it.\n"
+                               "  Only the holder of its key can change an authenticated variable.\n"
                                "  Nothing is removed.\n"));
 }
 

@@ -171,6 +171,11 @@ pid_t start(const words &arguments, const surroundings &around, int in, int out,
         close(STDOUT_FILENO);
     if (around.as_nobody && (setgid(nobody) != 0 || setuid(nobody) != 0))
         _exit(98);
+    for (const auto &[resource, value] : around.limits) {
+        const rlimit limit = {value, value};
+        if (setrlimit(static_cast<__rlimit_resource_t>(resource), &limit) != 0)
+            _exit(96);
+    }
     execve(argv[0], argv.data(), envp.data());
     _exit(97);
 }

@@ -8,6 +8,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <sys/resource.h>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -34,6 +35,7 @@ struct surroundings {
     bool out_closed = false;                        // no standard output at all
     bool broken_pipe = false;                       // standard output is a pipe that nobody reads
     bool as_nobody = false;                         // as a user without rights; for root only
+    std::map<int, rlim_t> limits;                   // of setrlimit(2)
     unsigned kill_after = 0;                        // microseconds until SIGKILL; 0 for never
 };
 

@@ -91,8 +91,9 @@ TEST_F(command_usage, wrong_command_lines_end_with_status_2_and_change_nothing)
 
 TEST_F(command_usage, says_what_is_wrong)
 {
-    EXPECT_THAT(run({"show", "BootOrder"}).err,
-                StartsWith("ovra: \"BootOrder\" is no boot option: Boot and four hex digits, as Boot001F\n"));
+    EXPECT_THAT(
+        run({"show", "BootOrder"}).err,
+        StartsWith("ovra: \"BootOrder\" is not a boot option: Boot and four hex digits, such as Boot001F\n"));
     EXPECT_THAT(run({"set", "Boot0000"}).err, StartsWith("ovra: set: nothing to change is given\n"));
     const std::string octal = "ovra: \"010\" has a leading zero, which may mean octal: leave it out\n";
     for (const words &arguments :

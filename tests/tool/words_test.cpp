@@ -178,7 +178,7 @@ TEST_F(words_of_people, of_messages_fit_into_80_columns)
     EXPECT_EQ(run({"order", "set", "Boot0002"}).err,
               "ovra: cannot write BootOrder: it is stored as non-volatile, boot-service,\n"
               "      run-time, time-authenticated\n"
-              "  Only who holds the key of an authenticated variable can change it.\n");
+              "  Only the holder of its key can change an authenticated variable.\n");
     // What is to be copied stays in one piece.
     const std::string file = folder / "there is no such file as this one is, which is long";
     EXPECT_EQ(run({"set", "Boot0000", "--optdata-file", file}).err,

@@ -53,7 +53,7 @@ void changes::make(change change, const std::function<void()> &apply, const std:
         for (const auto &earlier : made) {
             if (dry_run)
                 break;
-            reason.advise("Done before that, and it stands: " + earlier.past + ' ' + earlier.what);
+            reason.advise("Already done, and not undone: " + earlier.past + ' ' + earlier.what);
         }
         throw;
     }
@@ -99,7 +99,7 @@ void changes::report()
         json entry = {{"action", change.action}};
         entry.update(change.fields);
         list.push_back(std::move(entry));
-        text += (dry_run ? "would " + change.action : change.past) + ' ' + change.what + '\n';
+        text += broken((dry_run ? "would " + change.action : change.past) + ' ' + change.what, 0) + '\n';
         if (dry_run && !change.contents.empty())
             text += "    " + hex(change.contents) + '\n';
     }

@@ -18,7 +18,8 @@ struct change {
     std::string past;     // "wrote": what was done
     std::string what;     // "Boot0003: \"Debian\""
     json fields;          // the same for programs
-    std::string variable; // that is written, or deleted when it has no contents; empty for what is none
+    std::string variable; // written, or deleted when there are no contents;
+                          // empty when the change is not one of a variable
     bytes contents;
 };
 

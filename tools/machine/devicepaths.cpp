@@ -282,7 +282,7 @@ decoded_path device_paths::decode(byte_view path)
         if (!come_back(texts, nodes))
             texts = exact_texts(instances[at]);
     }
-    result.bytes_behind_end = bytes_behind_end(path);
+    result.bytes_after_end = bytes_after_end(path);
     result.ends_plainly = ends_plainly(path);
     return result;
 }

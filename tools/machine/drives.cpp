@@ -83,7 +83,9 @@ void read_volumes(vs_descriptor_t medium, vs_kind_t kind, drive *of)
 {
     int error = 0;
     const descriptors found(vs_get_associated_descriptors(medium, kind, &error));
-    for (const vs_descriptor_t *at = found.get(); at && *at; ++at) {
+    if (!found)
+        throw failure(std::string("cannot read a disk: ") + strerror(error));
+    for (const vs_descriptor_t *at = found.get(); *at; ++at) {
         const attribute_list list = attribute_list_of(*at);
         volume next;
         next.name = name_of(*at);

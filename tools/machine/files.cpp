@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/machine/files.h"
 
+#include <cerrno>
 #include <fcntl.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -25,6 +26,16 @@ std::optional<struct statx> look_at(const std::string &path)
     if (statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, wanted, &found) != 0)
         return std::nullopt;
     return found;
+}
+
+int can_open(size_t files)
+{
+    const int fd = open("/", O_PATH | O_CLOEXEC);
+    if (fd == -1)
+        return errno;
+    const int reason = files > 1 ? can_open(files - 1) : 0;
+    close(fd);
+    return reason;
 }
 
 bool is_marked(const struct statx &file)

@@ -9,13 +9,16 @@
 
 namespace tool {
 
-// Whether this process may, as access() has its modes.
+// Whether this process may access the file; the mode is that of access(2).
 bool may(const std::string &path, int access_mode);
 
 bool is_read_only(const std::string &path); // its file system
 
 // Type, mode, owner, size and marks of a file; nothing when there is none.
 std::optional<struct statx> look_at(const std::string &path);
+
+// Whether this process may open so many files more: 0, or an errno value.
+int can_open(size_t files);
 
 // Whether it is marked as immutable or append-only.
 bool is_marked(const struct statx &file);

@@ -141,8 +141,11 @@ private:
     not_changed too_large(const change_request &request, const variable_store &store) const;
     not_changed no_room(const change_request &request, const std::optional<variable_store> &store) const;
     not_changed file_system_full(const change_request &request) const;
+    static not_changed file_limit(const change_request &request);
     void check_room(const change_request &request, const variable &before, room_taken *planned);
     void check_file_system(const change_request &request, room_taken *planned) const;
+    void check_limits(const change_request &request) const; // of this process
+    size_t missing_for_lock(const std::string &beside) const;
     not_changed capacity_unknown(const change_request &request);
     // A request to write a file of the machine's state, and what stands in its way.
     change_request request_of_state(const std::string &what, const std::string &state) const;

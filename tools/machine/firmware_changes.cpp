@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <linux/magic.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/vfs.h>
@@ -21,6 +22,13 @@ namespace {
 int64_t overhead_of(const std::string &name)
 {
     return static_cast<int64_t>(sizeof(uint32_t) + (name.size() + 1) * sizeof(CHAR16));
+}
+
+uint64_t largest_file()
+{
+    struct rlimit limit = {};
+    return getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY ? limit.rlim_cur
+                                                                                   : UINT64_MAX;
 }
 
 } // namespace
@@ -124,8 +132,19 @@ void firmware::check_room(const change_request &request, const variable &before,
         throw no_room(request, room);
 }
 
+// A file is written under another name at first, which takes file descriptors of its own.
+void firmware::check_limits(const change_request &request) const
+{
+    if (request.size > 0 && sizeof(uint32_t) + request.size > largest_file())
+        throw file_limit(request);
+    constexpr size_t at_once = 2; // the folder, and the file
+    if (const int reason = can_open(at_once); reason != 0)
+        throw not_changed(request.what + ": " + strerror(reason));
+}
+
 void firmware::check_file_system(const change_request &request, room_taken *planned) const
 {
+    check_limits(request);
     struct statvfs info = {};
     if (statvfs(folder_of(request).c_str(), &info) != 0 || info.f_frsize == 0)
         return;
@@ -140,7 +159,9 @@ void firmware::check_file_system(const change_request &request, room_taken *plan
     const auto free_blocks = static_cast<int64_t>(geteuid() == 0 ? info.f_bfree : info.f_bavail);
     const auto free_files = static_cast<int64_t>(geteuid() == 0 ? info.f_ffree : info.f_favail);
     const bool no_blocks = info.f_blocks != 0 && planned->blocks + blocks > free_blocks;
-    const bool no_files = info.f_files != 0 && planned->files + files > free_files;
+    // With --dry-run the lock's file and its folders may not be there yet.
+    const auto for_lock = static_cast<int64_t>(missing_for_lock(folder_of(request)));
+    const bool no_files = info.f_files != 0 && planned->files + files + for_lock > free_files;
     if (request.size != 0 && (no_blocks || no_files))
         throw file_system_full(request);
     planned->blocks += blocks - (old ? blocks_of(old->stx_size) : 0);
@@ -197,11 +218,31 @@ int firmware::lock_obstacle() const
             return EROFS;
         if (folder_above && (folder_above->stx_attributes & STATX_ATTR_IMMUTABLE) != 0)
             return EPERM;
-        if (!may(above, W_OK | X_OK))
+        if (!may(above, W_OK | X_OK) || (!may(variables_folder(), W_OK) && errno == EACCES))
             return EACCES;
-        return statvfs(above.c_str(), &info) == 0 && info.f_files != 0 && info.f_ffree == 0 ? ENOSPC : 0;
+        const bool counts_files = statvfs(above.c_str(), &info) == 0 && info.f_files != 0;
+        return counts_files && (geteuid() == 0 ? info.f_ffree : info.f_favail) < missing_for_lock(above)
+                   ? ENOSPC
+                   : 0;
     }
     return 0;
+}
+
+// The files and folders that taking the lock would make on the file system of `beside`.
+size_t firmware::missing_for_lock(const std::string &beside) const
+{
+    const std::string file = lock_file();
+    struct stat there = {};
+    if (stat(beside.c_str(), &there) != 0)
+        return 0;
+    size_t missing = 0;
+    struct stat found = {};
+    for (std::string name = file; name.size() > root_folder().size(); name.resize(name.rfind('/'))) {
+        if (lstat(name.c_str(), &found) == 0)
+            return found.st_dev == there.st_dev ? missing : 0;
+        ++missing;
+    }
+    return missing;
 }
 
 std::string firmware::not_checked() const

@@ -51,6 +51,12 @@ not_changed firmware::file_system_full(const change_request &request) const
                            folder_of(request) + ": make room there.");
 }
 
+not_changed firmware::file_limit(const change_request &request)
+{
+    return not_changed(request.what + ": this program may not write so large a file",
+                       "'ulimit -f unlimited' lifts the limit of the shell.");
+}
+
 not_changed firmware::capacity_unknown(const change_request &request)
 {
     if (is_permission(error))
@@ -118,14 +124,15 @@ std::optional<not_changed> firmware::obstacle_of_attributes(const change_request
         (attributes & EFI_VARIABLE_APPEND_WRITE) != 0 || (attributes == 0 && request.size != 0) ||
         (!real && ((attributes & ~possible) != 0 || (attributes & EFI_VARIABLE_BOOTSERVICE_ACCESS) == 0));
     if (impossible)
-        return not_changed(what, real ? "No variable can be so; the firmware's own setup may delete it."
-                                      : "No variable can be so: remove " + file_of(request) + '.');
+        return not_changed(
+            what, real ? "No variable can have these attributes; the firmware's own setup may delete it."
+                       : "No variable can have these attributes: remove " + file_of(request) + '.');
     // A folder cannot check the signature that even a deletion needs.
     if ((attributes & authenticated) != 0 && (request.size != 0 || !real))
-        return not_changed(what, "Only who holds the key of an authenticated variable can change it.");
+        return not_changed(what, "Only the holder of its key can change an authenticated variable.");
     // Real firmware may think otherwise, and is asked.
     if ((attributes & EFI_VARIABLE_NON_VOLATILE) == 0 && !real)
-        return not_changed(what, "What is not non-volatile is the firmware's own until the next start.");
+        return not_changed(what, "A volatile variable belongs to the firmware until the next start.");
     return std::nullopt;
 }
 
@@ -151,6 +158,8 @@ not_changed firmware::why_not(const change_request &request, EFI_STATUS status)
     }
 
     const bool real = is_real();
+    if (reason == EFBIG)
+        return with_messages(file_limit(request));
     if (status == EFI_VOLUME_FULL || (reason == ENOSPC && !real))
         return with_messages(file_system_full(request));
     // The library does not hand on why a write failed; whether there was room for it can be asked.

@@ -3,10 +3,13 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <fstream>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "platform/include/devns.h"
+#include "tools/machine/files.h"
 #include "tools/text/failure.h"
 #include "tools/text/text.h"
 
@@ -32,18 +35,18 @@ std::string process_name(pid_t process)
     case ETIMEDOUT:
         throw failure(format("another program has been changing the machine for %u seconds", seconds_to_wait),
                       holder > 0 ? "It is process " + std::to_string(holder) + process_name(holder) + '.'
-                                 : "Which one, the system does not tell.");
+                                 : "The system does not say which.");
     case EACCES:
         throw failure("no permission to change the machine", machine.permission_advice());
     case ENOTDIR:
-        throw failure(cannot + "a folder on the way to its lock file is none",
+        throw failure(cannot + "something on the path to its lock file is not a folder",
                       "All above " + machine.lock_file() + " are folders; links are not followed.");
     case EPERM:
         if (lstat(machine.lock_file().c_str(), &file) != 0 && errno == ENOENT)
             throw failure(cannot + "its lock file cannot be made",
                           "A folder of " + machine.lock_file() + " is immutable: 'chattr -i' changes that.");
         throw failure(cannot + "something else is in the place of its lock file",
-                      "Remove " + machine.lock_file() + '.');
+                      "Remove " + machine.lock_file() + ": it is no regular file, or somebody else's.");
     case EROFS:
         throw failure(cannot + "its file system is mounted read-only",
                       "'mount -o remount,rw' makes the file system of " + machine.lock_file() + " writable.");
@@ -64,18 +67,32 @@ machine_lock::machine_lock(const firmware &machine, const general_options &gener
     if (general.dry_run && lstat(machine.lock_file().c_str(), &file) != 0) {
         if (const int error = machine.lock_obstacle(); error != 0)
             give_up(machine, error, 0);
+        // Taking the lock, and then a change, have as many files open as without --dry-run.
+        constexpr size_t at_once = 4;
+        if (const int error = can_open(at_once); error != 0)
+            give_up(machine, error, 0);
+        in_its_place = open("/", O_PATH | O_CLOEXEC);
         return;
     }
     pid_t holder = 0;
     if (devns_lock(seconds_to_wait, &holder) != 0)
         give_up(machine, errno, holder);
     held = true;
+    sigset_t ending = {};
+    sigemptyset(&ending);
+    for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM})
+        sigaddset(&ending, signal);
+    sigprocmask(SIG_BLOCK, &ending, &signals_before);
 }
 
 machine_lock::~machine_lock()
 {
-    if (held)
-        devns_unlock();
+    if (in_its_place != -1)
+        close(in_its_place);
+    if (!held)
+        return;
+    devns_unlock();
+    sigprocmask(SIG_SETMASK, &signals_before, nullptr); // ends the program where one came meanwhile
 }
 
 } // namespace tool

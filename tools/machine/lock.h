@@ -3,13 +3,16 @@
 #ifndef OVRA_TOOLS_LOCK_H
 #define OVRA_TOOLS_LOCK_H
 
+#include <csignal>
+
 #include "tools/machine/firmware.h"
 #include "tools/machine/general.h"
 
 namespace tool {
 
-// Holds the lock while it lives. With --dry-run it is only looked whether it could be taken: its file may
-// have to be made.
+// Holds the lock while it lives. With --dry-run it only checks whether the lock could be taken: its file may
+// have to be made. The signals by which a person or the system ends a program wait until then: a change of
+// several variables is made whole.
 class machine_lock {
 public:
     // Waits for other programs, but not for ever. Throws a failure.
@@ -20,6 +23,8 @@ public:
 
 private:
     bool held = false;
+    int in_its_place = -1; // a file descriptor, where the lock is not taken
+    sigset_t signals_before = {};
 };
 
 } // namespace tool

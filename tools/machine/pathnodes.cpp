@@ -32,7 +32,7 @@ first_instance split_stored(byte_view packed)
 {
     if (const auto error = path_error(packed))
         throw failure("the option's path is no packed device path: " + *error,
-                      "What should stay of it cannot be told; 'ovra create --force' overwrites it.");
+                      "It is unclear what to keep; 'ovra create --force' overwrites it.");
     return split_first(packed);
 }
 
@@ -83,7 +83,7 @@ bool ends_plainly(byte_view packed)
     return plain;
 }
 
-size_t bytes_behind_end(byte_view packed)
+size_t bytes_after_end(byte_view packed)
 {
     size_t behind = packed.size();
     for (ovra::cursor nodes{packed}; const auto *node = nodes.next();) {

@@ -9,8 +9,9 @@
 
 namespace tool {
 
-// Bytes after the last END node that the text tells of: the first END-entire node, else the last at all.
-size_t bytes_behind_end(byte_view packed);
+// How many bytes follow the END node at which the text ends: the first END-entire node, or else the last END
+// node.
+size_t bytes_after_end(byte_view packed);
 
 // The nodes of each instance of a packed path, as far as they can be told.
 std::vector<std::vector<byte_view>> instances_of(byte_view packed);
@@ -23,9 +24,9 @@ bool ends_plainly(byte_view packed);
 // Throws a failure when a path that was encoded has an END node before its last node.
 void require_one_instance(byte_view encoded);
 
-// The path in `packed` with other device nodes, respectively another file, in its first instance. Every other
-// byte stays, also of nodes that have no text. `nodes` is a packed path of just what is new. Throws a failure
-// when the path is not well-formed.
+// The path in `packed` with other device nodes, or with another file, in its first instance. Every other byte
+// stays, also of nodes that have no text. `nodes` is a packed path of just what is new. Throws a failure when
+// the path is not well-formed.
 bytes with_devices(byte_view packed, byte_view nodes);
 bytes with_file(byte_view packed, byte_view nodes);
 

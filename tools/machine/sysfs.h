@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-// Whether the machine's devices can be seen at all: where they cannot, nobody can tell that there are none.
+// Whether the machine's devices can be seen: without sysfs an empty list would not mean that there are none.
 #ifndef OVRA_TOOLS_SYSFS_H
 #define OVRA_TOOLS_SYSFS_H
 

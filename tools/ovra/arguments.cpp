@@ -37,7 +37,7 @@ bytes contents(const std::string &file)
     if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
         const bool is_folder = S_ISDIR(info.st_mode);
         close(fd);
-        throw failure(cannot + (is_folder ? strerror(EISDIR) : "it is no regular file"));
+        throw failure(cannot + (is_folder ? strerror(EISDIR) : "it is not a regular file"));
     }
     bytes data(file_limit + 1);
     size_t size = 0;
@@ -74,7 +74,8 @@ uint16_t option_number(const std::string &text)
 {
     const auto number = parse_option(text);
     if (!number)
-        throw usage_error(in_quotes(text) + " is no boot option: Boot and four hex digits, as Boot001F");
+        throw usage_error(in_quotes(text) +
+                          " is not a boot option: Boot and four hex digits, such as Boot001F");
     return *number;
 }
 
@@ -113,14 +114,15 @@ CLI::Option *position_argument::declare(CLI::App &app, const char *name, const c
         int value = 0;
         const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
         if (text.empty() || error != std::errc() || end != text.data() + text.size())
-            throw usage_error(in_quotes(text) + " is no position: a whole number is needed");
+            throw usage_error(in_quotes(text) + " is not a position: a whole number is needed");
         place = value;
     });
 }
 
 CLI::Option *description_argument::declare(CLI::App &app)
 {
-    return add_value(app, "--desc", "TEXT", "description, as boot menus show it; at most 127 characters",
+    return add_value(app, "--desc", "TEXT",
+                     "description, as boot menus show it; at most 127 characters (256 bytes)",
                      [this](const std::string &value) {
                          check_description(value);
                          text = value;
@@ -160,7 +162,7 @@ chosen_disk disk_argument::find(const general_options &general) const
 {
     chosen_disk disk = find_disk(name.value());
     if (!general.json)
-        fprintf(stderr, "%s\n", disk.told_of(*name).c_str());
+        fprintf(stderr, "%s\n", broken(disk.told_of(*name), 0).c_str());
     return disk;
 }
 
@@ -195,7 +197,7 @@ void path_arguments::settle_file()
             throw usage_error("the path names a file, " + in_quotes(*given.file) + ", and --file another");
         // Further nodes, another instance or quotes would become part of the file's name.
         if (given.file && given.file->find_first_of("()\"") != std::string::npos)
-            throw usage_error("what follows the devices is no plain file, " + in_quotes(*given.file) +
+            throw usage_error("what follows the devices is not a plain file, " + in_quotes(*given.file) +
                               "; --file takes any name");
         device_text = given.device;
         if (given.file)

@@ -75,7 +75,7 @@ struct disk_argument {
     std::optional<std::string> name;
 
     CLI::Option *declare(CLI::App &app, const char *option, const char *help);
-    // The disk that is named, told of on standard error, but for programs. Throws a failure.
+    // The disk that is named, reported on standard error, except with --json. Throws a failure.
     chosen_disk find(const general_options &general) const;
 };
 
@@ -96,7 +96,7 @@ struct path_arguments {
     // Takes a file at the end of the text off it, and says how firmware names the file. Throws a usage_error.
     void settle_file();
 
-    // What they pack to with a file. A disk that is taken is told of on standard error, but for programs.
+    // What they pack to with a file. A disk that is taken is reported on standard error, except with --json.
     // Throws a failure.
     given_path encode(device_paths &paths, const std::optional<std::string> &with_file,
                       const general_options &general) const;

@@ -20,7 +20,7 @@ void check_path(const std::string &what, const bytes &path, bool force)
 {
     const auto error = path_error(path);
     if (error && (path.size() > UINT16_MAX || !force))
-        throw failure(what + " is no packed device path: " + *error,
+        throw failure(what + " is not a packed device path: " + *error,
                       path.size() > UINT16_MAX ? "" : "--force stores it all the same.");
 }
 

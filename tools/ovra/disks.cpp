@@ -8,6 +8,7 @@
 
 #include "tools/machine/drives.h"
 #include "tools/machine/firmware.h"
+#include "tools/machine/named.h"
 #include "tools/machine/sysfs.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
@@ -42,8 +43,9 @@ uses::uses(const std::string &folder)
             load_option option;
             try {
                 option = machine.read_option(number);
-            } catch (const failure &) {
-                continue; // damaged: it boots from nothing that can be told
+            } catch (const unreadable &reason) {
+                warn_of_unreadable(reason); // it may be one of a disk
+                continue;
             }
             const byte_view node = first_hard_drive(option.path);
             if (!node.empty())

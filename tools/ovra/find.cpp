@@ -3,7 +3,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include "tools/machine/devicepaths.h"
 #include "tools/machine/drives.h"
 #include "tools/machine/named.h"
 #include "tools/ovra/arguments.h"
@@ -17,11 +16,8 @@ namespace tool {
 namespace {
 
 // Those whose path names the disk's hard-drive node first. What cannot be read is said, as it may be one.
-std::vector<uint16_t> options_on(firmware &machine, const std::string &disk)
+std::vector<uint16_t> options_on(firmware &machine, byte_view node)
 {
-    device_paths paths;
-    const bytes path = paths.encode_disk(disk, std::nullopt, false);
-    const byte_view node = first_hard_drive(path);
     std::vector<uint16_t> found;
     for (const uint16_t number : machine.options()) {
         try {
@@ -51,7 +47,7 @@ public:
     {
         firmware machine(general.folder());
         const chosen_disk chosen = disk.find(general);
-        const std::vector<uint16_t> options = options_on(machine, chosen.name);
+        const std::vector<uint16_t> options = options_on(machine, chosen.node);
         if (general.json) {
             json document = chosen.members();
             document["options"] = option_names(options);

@@ -27,16 +27,8 @@ struct declared_verb {
 
 std::vector<declared_verb> declare_verbs(CLI::App &app)
 {
-    static constexpr struct {
-        const char *name;
-        std::unique_ptr<tool::verb> (*make)();
-    } verbs[] = {
-#define VERB(name) {#name, tool::make_##name},
-#include "tools/ovra/verbs.def"
-#undef VERB
-    };
     std::vector<declared_verb> declared;
-    for (const auto &[name, make] : verbs) {
+    for (const auto &[name, make] : tool::known_verbs()) {
         declared.push_back({app.add_subcommand(name), make()});
         declared.back().verb->declare(*declared.back().options);
     }

@@ -99,13 +99,13 @@ private:
         const decoded_path text = paths.decode(*bytes);
         if (!text.error.empty())
             throw failure("this path has no text: " + text.error, {}, text.messages);
-        if (text.bytes_behind_end != 0)
-            warn(format("%zu bytes after the path's END node are not shown", text.bytes_behind_end));
+        if (text.bytes_after_end != 0)
+            warn(format("%zu bytes after the path's END node are not shown", text.bytes_after_end));
         else if (!text.ends_plainly)
             warn("the path's END node is not shown: its text gives a plain one");
         if (general.json) {
             json document = as_json(text);
-            document["bytes_not_shown"] = text.bytes_behind_end;
+            document["bytes_not_shown"] = text.bytes_after_end;
             print_json(document);
             return;
         }

@@ -118,7 +118,8 @@ void removal::take_out_of_order()
     } catch (not_changed &reason) {
         if (reason.no_room)
             return;
-        reason.advise("Nothing is removed.");
+        reason.advise(reason.done_anyway ? "The options themselves are still there: remove them again."
+                                         : "Nothing is removed.");
         throw;
     }
 }

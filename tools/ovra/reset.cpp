@@ -94,7 +94,7 @@ void reset_verb::reset(firmware &machine, const general_options &general) const
     changes.make(
         {"reset", "reset", std::string("the machine (") + word + ")", {{"type", word}}, {}, {}},
         [&] {
-            machine.check_reset(); // so that the start is not half played
+            machine.check_reset(); // first: a start must not be played by half
             machine.reset(type);
         },
         [&] { machine.check_reset(); });

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
+#include <cstring>
 
 #include <CLI/CLI.hpp>
 
 #include "tools/machine/devicepaths.h"
+#include "tools/machine/drives.h"
 #include "tools/machine/firmware.h"
 #include "tools/ovra/arguments.h"
 #include "tools/ovra/verb.h"
@@ -24,6 +26,16 @@ struct shown_option {
     std::string why_no_order;       // why BootOrder cannot be read
 };
 
+// The library passes over a disk that it cannot read, and it may be the one.
+void warn_of_unread_disks()
+{
+    for (const drive &drive : read_drives([](const auto &) { return true; })) {
+        if (drive.error != 0)
+            warn("cannot read /dev/" + printable(drive.kernel_name) + ": " + strerror(drive.error),
+                 "The option may boot from it.");
+    }
+}
+
 shown_option read_shown(firmware &machine, uint16_t number)
 {
     machine.require_option(number);
@@ -42,6 +54,8 @@ shown_option read_shown(firmware &machine, uint16_t number)
     device_paths paths;
     all.path = paths.decode(all.option.path);
     all.disks = machine.disks_of(number);
+    if (all.disks.empty() && !first_hard_drive(all.option.path).empty())
+        warn_of_unread_disks();
     return all;
 }
 

@@ -94,32 +94,35 @@ void set_alarm(firmware &machine, const EFI_TIME &time)
     machine.check_set_wakeup_time();
     const std::optional<firmware::alarm> kept = alarm_before(machine);
     const firmware::alarm before = kept.value_or(firmware::alarm{});
-    std::string why;
+    const std::string reach = "It may be too far ahead: most clocks reach a day, a month or a year.";
+    failure why("the clock did not take it", reach);
     try {
         machine.set_wakeup_time(time);
         const firmware::alarm after = machine.wakeup_time();
         if (after.enabled && same_second(after.time, time))
             return;
-        why = "the clock did not take it";
     } catch (const failure &reason) {
-        why = reason.what();
-        why.erase(0,
-                  why.rfind("alarm: ") == std::string::npos ? 0 : why.rfind("alarm: ") + strlen("alarm: "));
+        why = reason;
+        if (machine.is_live() && reason.advice.empty())
+            why.advise(reach);
     }
-    std::string advice = "It may be too far ahead: most clocks reach a day, a month or a year.\n";
     try {
         const firmware::alarm now = kept ? machine.wakeup_time() : before;
         const bool as_it_was =
             now.enabled == before.enabled && (!before.enabled || same_second(now.time, before.time));
         if (!as_it_was)
             machine.set_wakeup_time(before.enabled ? std::optional(before.time) : std::nullopt);
-        advice += !kept            ? "The file of the alarm is damaged, as before."
-                  : before.enabled ? "The alarm stands at " + time_text(before.time) + " as before."
-                                   : "No alarm is set, as before.";
+        why.advise(!kept            ? "The file of the alarm is damaged, as before."
+                   : before.enabled ? "The alarm stands at " + time_text(before.time) + " as before."
+                                    : "No alarm is set, as before.");
     } catch (const failure &reason) {
-        advice += std::string("Putting the old alarm back failed as well: ") + reason.what();
+        why.advise(std::string("Putting the old alarm back failed as well: ") + reason.what());
     }
-    throw failure("cannot set the wake-up alarm to " + time_text(time) + ": " + why, advice);
+    std::string what = why.what();
+    if (const size_t end = what.rfind("alarm: "); end != std::string::npos)
+        what.erase(0, end + strlen("alarm: "));
+    throw failure("cannot set the wake-up alarm to " + time_text(time) + ": " + what, why.advice,
+                  why.messages);
 }
 
 void set_alarm(firmware &machine, const EFI_TIME &time, changes *changes)

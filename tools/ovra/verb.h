@@ -5,6 +5,7 @@
 #define OVRA_TOOLS_VERB_H
 
 #include <memory>
+#include <span>
 
 #include "tools/machine/general.h"
 
@@ -33,6 +34,14 @@ public:
 #define VERB(name) std::unique_ptr<verb> make_##name();
 #include "tools/ovra/verbs.def"
 #undef VERB
+
+struct known_verb {
+    const char *name;
+    std::unique_ptr<verb> (*make)();
+};
+
+// All of them, in the order in which help lists them.
+std::span<const known_verb> known_verbs();
 
 } // namespace tool
 

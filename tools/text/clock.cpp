@@ -41,7 +41,7 @@ EFI_TIME parse_time(const std::string &text)
     std::smatch parts;
     if (!std::regex_match(text, parts, iso))
         throw usage_error(in_quotes(text) +
-                          " is no time as 2026-01-31T12:00:00 or 2026-01-31T12:00:00+02:00");
+                          " is not a time such as 2026-01-31T12:00:00 or 2026-01-31T12:00:00+02:00");
     const auto number = [&parts](size_t at) {
         return parts[at].matched ? static_cast<unsigned>(std::stoul(parts[at].str())) : 0u;
     };
@@ -51,7 +51,7 @@ EFI_TIME parse_time(const std::string &text)
     // A zone is at most 24 hours from UTC (UEFI 8.3).
     if (!date.ok() || number(1) < 1900 || number(4) > 23 || number(5) > 59 || number(6) > 59 ||
         number(10) > 59 || zone > 1440)
-        throw usage_error(in_quotes(text) + " is no time that a clock can show");
+        throw usage_error(in_quotes(text) + " is not a time that a clock can show");
 
     EFI_TIME time = {};
     time.year = static_cast<uint16_t>(number(1));

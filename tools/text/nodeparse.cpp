@@ -115,7 +115,7 @@ void read_field(std::string_view field, size_t place, parsed_node *node)
             std::find_if(node->parameters.begin(), node->parameters.end(),
                          [&](const auto &each) { return same(each.name, field.substr(0, equals)); });
         if (found == node->parameters.end())
-            refuse(in_quotes(field.substr(0, equals)) + " is no parameter of " + node->row->name);
+            refuse(in_quotes(field.substr(0, equals)) + " is not a parameter of " + node->row->name);
         parameter = &*found;
     } else {
         if (place >= node->parameters.size())
@@ -172,7 +172,7 @@ parsed_node parse(const std::string &typed)
     const size_t open = text.find('(');
     const size_t close = text.rfind(')');
     if (open == std::string::npos || close == std::string::npos || close < open)
-        refuse("it is no keyword with parentheses");
+        refuse("it is not a keyword with parentheses");
     const std::string_view rest = std::string_view(text).substr(close + 1);
     if (rest.starts_with(','))
         refuse("what follows the comma is another instance; a text holds one");
@@ -182,7 +182,7 @@ parsed_node parse(const std::string &typed)
     const auto row = std::find_if(std::begin(keywords), std::end(keywords),
                                   [&](const keyword &each) { return same(each.name, name); });
     if (row == std::end(keywords))
-        refuse(in_quotes(name) + " is no keyword");
+        refuse(in_quotes(name) + " is not a keyword");
     parsed_node node;
     node.row = row;
     node.arguments = text.substr(open + 1, close - open - 1);

@@ -182,7 +182,7 @@ void sas(parsed_node &node)
     if (is_zero(bay))
         bay.reset();
     if (bay)
-        refuse("a drive bay would be stored and not be told of");
+        refuse("a drive bay would be stored but not shown");
     if (!node.value("SASSATA") || same(*node.value("SASSATA"), "NoTopology")) {
         if (is_zero(location))
             location.reset();
@@ -201,7 +201,7 @@ void acpi_adr(const parsed_node &node)
 {
     for (const std::string_view value : parts_of(node.arguments, ',')) {
         if (!number_in(value))
-            refuse(in_quotes(value) + " is no number");
+            refuse(in_quotes(value) + " is not a number");
     }
 }
 

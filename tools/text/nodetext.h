@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-// The text of one node of a device path. The library reads such text loosely, and some of its keywords pack
-// other than what stands there: here a text is held to what it says before the library packs it.
+// The text of one node. The library reads it loosely and packs some keywords differently from what they say;
+// texts are checked here first.
 #ifndef OVRA_TOOLS_NODETEXT_H
 #define OVRA_TOOLS_NODETEXT_H
 

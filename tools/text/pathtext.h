@@ -19,10 +19,10 @@ struct path_text {
 
 struct decoded_path {
     std::vector<path_text> instances;
-    size_t bytes_behind_end = 0; // what no text shows
-    bool ends_plainly = true;    // what no text shows either
-    std::string error;           // why it cannot be shown as text; empty if it can
-    std::string messages;        // what libovra said about that
+    size_t bytes_after_end = 0; // what no text shows
+    bool ends_plainly = true;   // what no text shows either
+    std::string error;          // why it cannot be shown as text; empty if it can
+    std::string messages;       // what libovra said about that
 };
 
 // Whether the library takes a text for the name of a device of the operating system.

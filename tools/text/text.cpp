@@ -14,15 +14,21 @@ namespace tool {
 
 namespace {
 
-// Characters that change how the text around them is shown, or take no room and show nothing.
+// Characters that change how the text around them is shown, or show nothing or a blank: those of the Unicode
+// Character Database with Default_Ignorable_Code_Point, Bidi_Control, Prepended_Concatenation_Mark or the
+// general categories Zs, Zl and Zp, without the blank itself, and the empty pattern of Braille.
 bool misleads(char32_t character)
 {
     struct range {
         char32_t first, last;
     };
-    static constexpr range ranges[] = {{0x61c, 0x61c},   {0x200b, 0x200b},  {0x200e, 0x200f},
-                                       {0x2028, 0x202e}, {0x2060, 0x206f},  {0xfeff, 0xfeff},
-                                       {0xfff9, 0xfffb}, {0xe0000, 0xe007f}};
+    static constexpr range ranges[] = {
+        {0xa0, 0xa0},       {0xad, 0xad},       {0x34f, 0x34f},    {0x600, 0x605},     {0x61c, 0x61c},
+        {0x6dd, 0x6dd},     {0x70f, 0x70f},     {0x890, 0x891},    {0x8e2, 0x8e2},     {0x115f, 0x1160},
+        {0x1680, 0x1680},   {0x17b4, 0x17b5},   {0x180b, 0x180f},  {0x2000, 0x200f},   {0x2028, 0x202f},
+        {0x205f, 0x206f},   {0x2800, 0x2800},   {0x3000, 0x3000},  {0x3164, 0x3164},   {0xfe00, 0xfe0f},
+        {0xfeff, 0xfeff},   {0xffa0, 0xffa0},   {0xfff0, 0xfffb},  {0x110bd, 0x110bd}, {0x110cd, 0x110cd},
+        {0x1bca0, 0x1bca3}, {0x1d173, 0x1d17a}, {0xe0000, 0xe0fff}};
     return std::any_of(std::begin(ranges), std::end(ranges), [character](const range &range) {
         return character >= range.first && character <= range.last;
     });

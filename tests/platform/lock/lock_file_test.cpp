@@ -145,6 +145,12 @@ TEST_F(machine_lock, user_who_may_not_write_the_machine_cannot_hold_it)
             .result();
     };
     EXPECT_EQ(as_nobody(), EACCES); // the folder is missing, and he cannot make it
+    fs::create_directories(file().parent_path());
+    fs::permissions(file().parent_path(), fs::perms{0777});
+    fs::permissions(disk.store(), fs::perms{0755});
+    EXPECT_EQ(as_nobody(), EACCES);
+    EXPECT_FALSE(fs::exists(file()));
+    fs::permissions(file().parent_path(), fs::perms{0755});
     device opened;
     EXPECT_EQ(set_variable(opened.fd(), u"A", 7, "data"), EFI_SUCCESS);
     EXPECT_EQ(as_nobody(), EACCES);
