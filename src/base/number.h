@@ -133,12 +133,14 @@ constexpr bool scan_number(const char **text, unsigned base, uint64_t *value)
 /* Digits that a number of 64 bits has at most, whether decimal or hexadecimal. */
 inline constexpr size_t longest_number = 20;
 
-/* Writes a number in front of `end`, with zeros to so many digits, and returns its first. */
+/* Writes a number in front of `end`, with zeros to at least so many digits, and returns its first. */
 constexpr char *write_decimal(uint64_t value, size_t least, char *end)
 {
     char *const filled = end - least;
-    for (; value != 0; value /= 10)
+    do {
         *--end = static_cast<char>('0' + value % 10);
+        value /= 10;
+    } while (value != 0);
     while (end > filled)
         *--end = '0';
     return end;
@@ -146,8 +148,10 @@ constexpr char *write_decimal(uint64_t value, size_t least, char *end)
 constexpr char *write_hexadecimal(uint64_t value, letters of, size_t least, char *end)
 {
     char *const filled = end - least;
-    for (; value != 0; value >>= 4)
+    do {
         *--end = hex_digit(static_cast<unsigned>(value), of);
+        value >>= 4;
+    } while (value != 0);
     while (end > filled)
         *--end = '0';
     return end;

@@ -61,7 +61,7 @@ char *write_signed(int64_t value, size_t least, char *end)
 {
     if (value >= 0)
         return write_decimal(static_cast<uint64_t>(value), least, end);
-    char *first = write_decimal(0 - static_cast<uint64_t>(value), std::max<size_t>(least, 2) - 1, end);
+    char *first = write_decimal(0 - static_cast<uint64_t>(value), std::max<size_t>(least, 1) - 1, end);
     *--first = '-';
     return first;
 }
@@ -69,16 +69,15 @@ char *write_signed(int64_t value, size_t least, char *end)
 // The next argument as a number in front of `end`: its first character; null for what is no number.
 char *write_number(const directive &wanted, va_list *arguments, char *end)
 {
-    const size_t least = std::max<size_t>(wanted.least, 1);
     switch (wanted.conversion) {
     case 'd':
-        return write_signed(next_signed(wanted, arguments), least, end);
+        return write_signed(next_signed(wanted, arguments), wanted.least, end);
     case 'u':
-        return write_decimal(next_unsigned(wanted, arguments), least, end);
+        return write_decimal(next_unsigned(wanted, arguments), wanted.least, end);
     case 'x':
-        return write_hexadecimal(next_unsigned(wanted, arguments), letters::lower, least, end);
+        return write_hexadecimal(next_unsigned(wanted, arguments), letters::lower, wanted.least, end);
     case 'X':
-        return write_hexadecimal(next_unsigned(wanted, arguments), letters::upper, least, end);
+        return write_hexadecimal(next_unsigned(wanted, arguments), letters::upper, wanted.least, end);
     default:
         return nullptr;
     }
@@ -93,9 +92,10 @@ bool text::add_known(const char *format, va_list *arguments)
         if (at < limit)
             buffer[at++] = c;
     };
-    while (*format != '\0') {
-        if (*format != '%') {
-            put_one(*format++);
+    while (const char c = *format) {
+        if (c != '%') {
+            put_one(c);
+            ++format;
             continue;
         }
         const directive wanted = read_directive(format + 1);

@@ -196,7 +196,7 @@ TEST_F(number, is_written_as_printf_writes_it)
     char *const end = std::end(buffer);
     for (int i = 0; i < 20000; ++i) {
         const uint64_t value = i == 0 ? 0 : i == 1 ? UINT64_MAX : random() >> random() % 64;
-        const auto least = static_cast<int>(1 + random() % ovra::longest_number);
+        const auto least = static_cast<int>(random() % (ovra::longest_number + 1));
         const auto digits = static_cast<size_t>(least);
         char expected[64];
         snprintf(expected, sizeof expected, "%0*lu", least, value);
