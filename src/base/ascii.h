@@ -42,10 +42,20 @@ constexpr bool alike(std::string_view a, std::string_view b)
     if (a.size() != b.size())
         return false;
     for (size_t at = 0; at < a.size(); ++at) {
-        if (ascii_lower(a[at]) != ascii_lower(b[at]))
+        if (a[at] != b[at] && ascii_lower(a[at]) != ascii_lower(b[at]))
             return false;
     }
     return true;
+}
+
+/* The same without asking for the lengths of texts that mostly differ early. */
+constexpr bool alike(const char *a, const char *b)
+{
+    for (; *a == *b || ascii_lower(*a) == ascii_lower(*b); ++a, ++b) {
+        if (*a == '\0')
+            return true;
+    }
+    return false;
 }
 
 } // namespace ovra

@@ -89,13 +89,15 @@ constexpr std::optional<EFI_GUID> parse_guid(std::string_view text)
             return std::nullopt;
     }
     guid_bytes bytes = {};
+    unsigned digits = 0; // all their bits: of other characters the values have more than four
     for (const auto [in_text, in_bytes] : guid_places) {
         const unsigned high = digit_value(text[in_text]);
         const unsigned low = digit_value(text[in_text + 1]);
-        if (high > 15 || low > 15)
-            return std::nullopt;
+        digits |= high | low;
         bytes[in_bytes] = static_cast<uint8_t>(high << 4 | low);
     }
+    if (digits > 15)
+        return std::nullopt;
     return std::bit_cast<EFI_GUID>(bytes);
 }
 

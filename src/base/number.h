@@ -1,11 +1,12 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * Numbers in text, read as the C library reads them in its own locale, "C", whatever locale the program has
- * set and whichever notations a later C library adds.
+ * Numbers in text, read and written as the C library does it in its own locale, "C", whatever locale the
+ * program has set and whichever notations a later C library adds.
  */
 #ifndef SRC_BASE_NUMBER_H
 #define SRC_BASE_NUMBER_H
 
+#include <array>
 #include <cerrno>
 #include <cstdint>
 
@@ -23,13 +24,21 @@ struct number_text {
     const char *end = nullptr; /* after the last digit */
 };
 
+/* By the character; 36 for one that is no digit. */
+inline constexpr auto digit_values = [] {
+    std::array<uint8_t, 256> values = {};
+    values.fill(36);
+    for (unsigned digit = 0; digit < 36; ++digit) {
+        values[digit < 10 ? '0' + digit : 'a' + digit - 10] = static_cast<uint8_t>(digit);
+        values[digit < 10 ? '0' + digit : 'A' + digit - 10] = static_cast<uint8_t>(digit);
+    }
+    return values;
+}();
+
 /* The value of a digit; 36 for any other character. */
 constexpr unsigned digit_value(char c)
 {
-    if (is_ascii_digit(c))
-        return static_cast<unsigned>(c - '0');
-    const char lower = ascii_lower(c);
-    return lower >= 'a' && lower <= 'z' ? static_cast<unsigned>(lower - 'a') + 10 : 36;
+    return digit_values[static_cast<unsigned char>(c)];
 }
 
 enum class letters : uint8_t { lower, upper };
@@ -59,14 +68,14 @@ constexpr number_text read_digits(const char *text, unsigned base)
         base = prefixed ? 16 : *text == '0' ? 8 : 10;
     if (prefixed)
         text += 2;
-    for (; *text != '\0'; ++text) {
-        const unsigned digit = digit_value(*text);
-        if (digit >= base)
-            break;
-        number.any = true;
-        number.too_large = number.too_large || number.magnitude > (UINT64_MAX - digit) / base;
-        number.magnitude = number.too_large ? UINT64_MAX : number.magnitude * base + digit;
+    const char *const first = text;
+    for (uint64_t digit; (digit = digit_value(*text)) < base; ++text) {
+        number.too_large |= __builtin_mul_overflow(number.magnitude, uint64_t{base}, &number.magnitude);
+        number.too_large |= __builtin_add_overflow(number.magnitude, digit, &number.magnitude);
     }
+    if (number.too_large)
+        number.magnitude = UINT64_MAX;
+    number.any = text != first;
     number.end = text;
     return number;
 }
@@ -119,6 +128,33 @@ constexpr bool scan_number(const char **text, unsigned base, uint64_t *value)
     *value = number.negative && !number.too_large ? 0 - number.magnitude : number.magnitude;
     *text = number.end + number.bare_prefix;
     return true;
+}
+
+/* Digits that a number of 64 bits has at most, whether decimal or hexadecimal. */
+inline constexpr size_t longest_number = 20;
+
+/* Writes a number in front of `end`, with zeros to at least so many digits, and returns its first. */
+constexpr char *write_decimal(uint64_t value, size_t least, char *end)
+{
+    char *const filled = end - least;
+    do {
+        *--end = static_cast<char>('0' + value % 10);
+        value /= 10;
+    } while (value != 0);
+    while (end > filled)
+        *--end = '0';
+    return end;
+}
+constexpr char *write_hexadecimal(uint64_t value, letters of, size_t least, char *end)
+{
+    char *const filled = end - least;
+    do {
+        *--end = hex_digit(static_cast<unsigned>(value), of);
+        value >>= 4;
+    } while (value != 0);
+    while (end > filled)
+        *--end = '0';
+    return end;
 }
 
 } // namespace ovra

@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <span>
-#include <string_view>
 
 #include "src/base/ascii.h"
 #include "src/base/hard_drive.h"
@@ -18,7 +17,7 @@ struct word {
 };
 
 /* The entry of a text, ignoring case; null when it is not a word of the list. */
-constexpr const word *by_text(std::span<const word> words, std::string_view text)
+constexpr const word *by_text(std::span<const word> words, const char *text)
 {
     for (const word &entry : words) {
         if (alike(entry.text, text))

@@ -3,18 +3,30 @@
 #ifndef SRC_DPATH_BUILD_H
 #define SRC_DPATH_BUILD_H
 
+#include <cstring>
+
 #include "src/base/nodes.h"
 #include "src/dpath/dpath.h"
 #include "src/rt/owned.h"
 
 namespace ovra {
 
-/* A zeroed block of `size` bytes with a header that says `len`; null without memory. */
-inline owned<uefi_device_path_t> new_block(uint8_t type, uint8_t subtype, size_t size, uint16_t len)
+/* A header that says `len`, in a block of `size` bytes whose others are not set; null without memory. */
+inline owned<uefi_device_path_t> new_header(uint8_t type, uint8_t subtype, size_t size, uint16_t len)
 {
-    owned<uefi_device_path_t> node(static_cast<uefi_device_path_t *>(calloc(1, size)));
+    owned<uefi_device_path_t> node(static_cast<uefi_device_path_t *>(malloc(size)));
     if (node)
         *node = {type, subtype, len};
+    return node;
+}
+
+/* The same with zeros behind the header. */
+inline owned<uefi_device_path_t> new_block(uint8_t type, uint8_t subtype, size_t size, uint16_t len)
+{
+    auto node = new_header(type, subtype, size, len);
+    // No calloc: glibc's passes over the blocks that the thread has at hand.
+    if (node)
+        memset(node.get() + 1, 0, size - sizeof *node);
     return node;
 }
 

@@ -5,6 +5,7 @@
 
 #include <memory>
 
+#include "src/base/nodes.h"
 #include "src/dpath/dpath.h"
 #include "src/rt/list.h"
 #include "src/rt/owned.h"
@@ -20,6 +21,12 @@ using node_list = std::unique_ptr<uefi_device_path_t *, node_list_freeing>;
 
 /* A list under construction. A node that it cannot take is released. */
 using node_list_builder = growing_list<node_list, plain_memory>;
+
+/*
+ * The nodes of a packed path that device_path_unpack makes a list of, where they stand. 0, or -1 with its
+ * messages.
+ */
+int accept_nodes(const uint8_t *path, int len, cursor *accepted);
 
 } // namespace ovra
 

@@ -39,36 +39,56 @@ int device_path_pack(uefi_device_path_t **list, ovra_epath_t *out, int *len)
     return 0;
 }
 
-// Copies the nodes up to END-entire.
-static int unpack_nodes(ovra::cursor nodes, ovra::node_list_builder *list)
+// Calls `visit` with each node up to END-entire. 0, or -1: what is no node ends it, or what `visit` said.
+template <typename visitor>
+static int walk_nodes(ovra::cursor nodes, const visitor &visit)
 {
     while (!nodes.at_end()) {
         if (nodes.cut_off())
             return fail("encoded_path does not match encoded_path_len\n");
         const uint8_t type = nodes.peek()->type;
-        const uefi_device_path_t *stored = nodes.next();
+        const uefi_device_path_t *node = nodes.next();
         // A length below that of the header would never advance; such a node has no type to speak of.
-        if (!stored || !ovra::is_node_type(type))
+        if (!node || !ovra::is_node_type(type))
             return fail("corrupted node-type for node in unpack: type: %d\n", type);
-        owned<uefi_device_path_t> node(static_cast<uefi_device_path_t *>(malloc(stored->len)));
-        if (!node)
-            return fail("unable to allocate device_path\n");
-        memcpy(node.get(), stored, stored->len);
-        if (list->append(std::move(node)) != 0)
-            return fail("unable to add device path\n");
-        if (ovra::is_end_entire(stored))
+        if (visit(node) != 0)
+            return -1;
+        if (ovra::is_end_entire(node))
             return 0;
     }
     trace("device does not have END type\n");
     return 0;
 }
 
+static ovra::cursor nodes_of(const uint8_t *path, int len)
+{
+    return {{path, static_cast<size_t>(len < 1 ? 0 : len)}};
+}
+
+int ovra::accept_nodes(const uint8_t *path, int len, cursor *accepted)
+{
+    const cursor nodes = nodes_of(path, len);
+    size_t size = 0;
+    const int result = walk_nodes(nodes, [&size](const uefi_device_path_t *node) {
+        size += node->len;
+        return 0;
+    });
+    *accepted = {nodes.rest.first(size)};
+    return result;
+}
+
 int device_path_unpack(ovra_epath_t path, int len, uefi_device_path_t ***list)
 {
     *list = nullptr;
     ovra::node_list_builder nodes;
-    if (unpack_nodes({{path, static_cast<size_t>(len < 1 ? 0 : len)}}, &nodes) != 0)
-        return -1;
-    *list = nodes.release();
-    return 0;
+    const int result = walk_nodes(nodes_of(path, len), [&nodes](const uefi_device_path_t *stored) {
+        owned<uefi_device_path_t> node(static_cast<uefi_device_path_t *>(malloc(stored->len)));
+        if (!node)
+            return fail("unable to allocate device_path\n");
+        memcpy(node.get(), stored, stored->len);
+        return nodes.append(std::move(node)) == 0 ? 0 : fail("unable to add device path\n");
+    });
+    if (result == 0)
+        *list = nodes.release();
+    return result;
 }

@@ -3,7 +3,6 @@
 #ifndef SRC_ENCODE_ARGS_H
 #define SRC_ENCODE_ARGS_H
 
-#include <cstring>
 #include <string_view>
 
 #include "src/encode/encode.h"
@@ -18,11 +17,33 @@ struct arg_list_freeing {
 /* Owns a list with all that it holds. */
 using arg_list = std::unique_ptr<uefi_arg_list_t, arg_list_freeing>;
 
-/* A null-terminated copy; null without memory. */
-inline owned<char> copy_of(std::string_view text)
-{
-    return owned<char>(strndup(text.data(), text.size()));
-}
+struct arg_list_ending {
+    void operator()(const uefi_arg_list_t *list) const;
+};
+
+/* A list in a room. It tells its end as a list of its own does. */
+using lent_arg_list = std::unique_ptr<uefi_arg_list_t, arg_list_ending>;
+
+/* Room for an argument list, with its pairs and their texts: for one after the other, without a block for
+ * each. */
+class arg_list_room {
+public:
+    /* `least`: bytes that the room begins with, should the first list need fewer. */
+    explicit arg_list_room(size_t least) : first(least) {}
+
+    /* What arg_list_init makes, to end before the next; null when it fails. */
+    lent_arg_list make(std::string_view arg_text, const char *const *param_list);
+
+    /* Gives the room to the list that was made last. */
+    arg_list release() { return arg_list(block.release()); }
+
+private:
+    bool reserve(size_t bytes);
+
+    owned<uefi_arg_list_t> block;
+    size_t first;
+    size_t size = 0;
+};
 
 } // namespace ovra
 

@@ -12,14 +12,15 @@
 extern "C" {
 #endif
 
-/* One argument: heap copies of its name, as the table or the user wrote it, and of its value. */
+/* One argument: its name, as the user wrote it or, of a positional one, that of the table; and its value. */
 typedef struct {
-    char *name;
+    const char *name;
     char *value;
 } uefi_nv_pair_t;
 
 #define UEFI_ARGS_MAX 256 /* declared; a list has as many as there are arguments, more or less */
 
+/* Lies in one block with the texts that it points to. */
 typedef struct {
     char *arg_str; /* the whole text, for a keyword without a parameter list; else null */
     size_t argc;
@@ -97,6 +98,9 @@ int encode_usbsubclass_common(uefi_arg_list_t *args, uint16_t dev_class, uint16_
  * END-entire node and that the caller frees. 0, or -1 with *list as it was.
  */
 int encode_uefipath(ovra_path_t **paths, uefi_device_path_t ***list);
+
+/* The same into a new packed path of *len bytes, which the caller frees. Either output may be null. */
+int encode_packed_path(ovra_path_t **paths, ovra_epath_t *out, int *len);
 
 #ifdef __cplusplus
 }

@@ -7,17 +7,6 @@
 
 using ovra::fail;
 
-static int encode_uefi_text(ovra_path_t **paths, ovra_epath_t *epath_out, int *len_out)
-{
-    uefi_device_path_t **nodes = nullptr;
-    if (encode_uefipath(paths, &nodes) != 0)
-        return fail("error with encode_uefipath\n");
-    const ovra::node_list list(nodes);
-    if (device_path_pack(list.get(), epath_out, len_out) != 0)
-        return fail("unable to pack dpath_list\n");
-    return 0;
-}
-
 // Kept: a name of the device tree is looked up and accepted, but nothing is packed; the outputs stay as they
 // were. [kept_names_of_the_tree_are_accepted_without_a_path]
 static int look_up_in_tree(const char *device)
@@ -42,5 +31,5 @@ int ovra_epath_encode(ovra_hdl_t hdl, ovra_path_t **paths, int flags, ovra_epath
     case ovra::device_text::nodes:
         break;
     }
-    return encode_uefi_text(paths, epath_out, len_out);
+    return encode_packed_path(paths, epath_out, len_out);
 }

@@ -10,47 +10,40 @@ using ovra::field;
 using ovra::form;
 using ovra::got;
 
-// Reads an integer of the member's width.
-static got get_sized(uefi_arg_list_t *args, const field &field, uint64_t *value)
-{
-    switch (field.at.size) {
-    case sizeof(uint8_t): {
-        uint8_t narrow = 0;
-        const got result = ovra::get(args, field.name, &narrow);
-        *value = narrow;
-        return result;
-    }
-    case sizeof(uint16_t): {
-        uint16_t narrow = 0;
-        const got result = ovra::get(args, field.name, &narrow);
-        *value = narrow;
-        return result;
-    }
-    case sizeof(uint32_t): {
-        uint32_t narrow = 0;
-        const got result = ovra::get(args, field.name, &narrow);
-        *value = narrow;
-        return result;
-    }
-    default:
-        return ovra::get(args, field.name, value);
-    }
-}
-
 static int read_integer(uefi_arg_list_t *args, const field &field, uint64_t *value)
 {
     const char *text = ovra_get_arg(args, field.name);
     if (!text && field.missing)
         return fail("%s", field.missing);
-    if (const ovra::word *word = text ? ovra::by_text(field.words, text) : nullptr) {
+    if (!text)
+        return static_cast<int>(ovra::number_absent(field.name));
+    if (const ovra::word *word = ovra::by_text(field.words, text)) {
         *value = word->value;
         return 0;
     }
-    if (get_sized(args, field, value) != got::ok)
+    if (ovra::read_integer(field.name, text, field.at.size, value) != got::ok)
         return -1;
     if (*value > field.limit)
         return fail(field.over, static_cast<int>(*value)); // NOLINT: a literal of the field list
     return 0;
+}
+
+// Bytes as many as a member has: of few of them a copy costs less than a call.
+static void write_integer(uint64_t value, size_t size, uint8_t *to)
+{
+    switch (size) {
+    case sizeof(uint8_t):
+        *to = static_cast<uint8_t>(value);
+        break;
+    case sizeof(uint16_t):
+        memcpy(to, &value, sizeof(uint16_t));
+        break;
+    case sizeof(uint32_t):
+        memcpy(to, &value, sizeof(uint32_t));
+        break;
+    default:
+        memcpy(to, &value, sizeof value);
+    }
 }
 
 // Reads one field to its place in the node's image.
@@ -62,7 +55,7 @@ static int read_field(uefi_arg_list_t *args, const field &field, uint8_t *node)
         uint64_t value = 0;
         if (read_integer(args, field, &value) != 0)
             return -1;
-        memcpy(to, &value, field.at.size);
+        write_integer(value, field.at.size, to);
         return 0;
     }
     case form::guid: {
@@ -89,7 +82,7 @@ int ovra::encode_fields(uefi_arg_list_t *args, uefi_device_path_t **out, node_ki
     uint8_t image[largest_field_list] = {};
     owned<uefi_device_path_t> node;
     const auto allocate = [&] {
-        node = new_raw_node(kind.type, kind.subtype, kind.size);
+        node = new_header(kind.type, kind.subtype, kind.size, kind.size);
         return node ? 0 : fail("%s", no_memory);
     };
     if (allocation == order::alloc_first && allocate() != 0)

@@ -3,6 +3,7 @@
 #ifndef SRC_ENCODE_GET_H
 #define SRC_ENCODE_GET_H
 
+#include <concepts>
 #include <cstring>
 
 #include "src/encode/encode.h"
@@ -13,21 +14,37 @@ namespace ovra {
 
 enum class [[nodiscard]] got{ok = 0, malformed = -1, absent = -2};
 
-inline got get(uefi_arg_list_t *args, const char *name, uint8_t *out, int base = 0)
+/*
+ * The text of an argument as a number of `size` bytes; a failure leaves *out. `name` is what messages call
+ * the argument.
+ */
+got read_integer(const char *name, const char *text, size_t size, uint64_t *out, int base = 0);
+
+/* As a GUID; a failure leaves the fields converted until then. */
+got read_guid(const char *text, EFI_GUID *out);
+
+/* What the getters of numbers say of an argument that is not there. */
+got number_absent(const char *name);
+
+template <std::unsigned_integral T>
+got read(const char *name, const char *text, T *out, int base = 0)
 {
-    return static_cast<got>(encode_arg_uint8(args, name, out, base));
+    uint64_t value = 0;
+    const got result = read_integer(name, text, sizeof *out, &value, base);
+    if (result == got::ok)
+        *out = static_cast<T>(value);
+    return result;
 }
-inline got get(uefi_arg_list_t *args, const char *name, uint16_t *out, int base = 0)
+inline got read(const char *, const char *text, EFI_GUID *out, int = 0)
 {
-    return static_cast<got>(encode_arg_uint16(args, name, out, base));
+    return read_guid(text, out);
 }
-inline got get(uefi_arg_list_t *args, const char *name, uint32_t *out, int base = 0)
+
+template <std::unsigned_integral T>
+got get(uefi_arg_list_t *args, const char *name, T *out, int base = 0)
 {
-    return static_cast<got>(encode_arg_uint32(args, name, out, base));
-}
-inline got get(uefi_arg_list_t *args, const char *name, uint64_t *out, int base = 0)
-{
-    return static_cast<got>(encode_arg_uint64(args, name, out, base));
+    const char *text = ovra_get_arg(args, name);
+    return text ? read(name, text, out, base) : number_absent(name);
 }
 inline got get(uefi_arg_list_t *args, const char *name, EFI_GUID *out, int = 0)
 {
@@ -68,7 +85,8 @@ bool get_or_keep(uefi_arg_list_t *args, const char *name, T *out, int base = 0)
 template <typename T>
 bool get_if_given(uefi_arg_list_t *args, const char *name, T *out, int base = 0)
 {
-    return !ovra_get_arg(args, name) || require(args, name, out, base);
+    const char *text = ovra_get_arg(args, name);
+    return !text || read(name, text, out, base) == got::ok;
 }
 
 inline bool require_eisaid(uefi_arg_list_t *args, const char *name, uint32_t *out)

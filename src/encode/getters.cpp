@@ -10,76 +10,85 @@
 #include "src/rt/owned.h"
 
 using ovra::fail;
+using ovra::got;
 using ovra::owned;
 using ovra::say;
 
-static constexpr int malformed = static_cast<int>(ovra::got::malformed);
-static constexpr int absent = static_cast<int>(ovra::got::absent);
+static constexpr int malformed = static_cast<int>(got::malformed);
+static constexpr int absent = static_cast<int>(got::absent);
+
+got ovra::number_absent(const char *name)
+{
+    say("failed to get variable '%s'\n", name);
+    return got::absent;
+}
+
+// *out is written before anything is looked at.
+static got read_any_integer(const char *name, const char *text, uint64_t *out, int base)
+{
+    const char *end = nullptr;
+    int error = 0;
+    *out = ovra::read_unsigned(text, &end, base, &error);
+    if (error != 0) {
+        say("error converting %s = '%s': %s\n", name, text, strerror(error));
+        return got::malformed;
+    }
+    if (*end != '\0') {
+        say("strtoull has endptr: arg_name: %s value: %s: end_ptr:%s\n", name, text, end);
+        return got::malformed;
+    }
+    return got::ok;
+}
+
+static int refuse_beyond(size_t size, uint64_t value)
+{
+    switch (size) {
+    case sizeof(uint8_t):
+        return fail("encode_arg_uint8: value out of range: %lu\n", value);
+    case sizeof(uint16_t):
+        return fail("encode_arg_uint16: value out of range: %lu\n", value);
+    default:
+        return fail("encode_arg_uint32: value out of range: %lu\n", value);
+    }
+}
+
+got ovra::read_integer(const char *name, const char *text, size_t size, uint64_t *out, int base)
+{
+    uint64_t value = 0;
+    const got result = read_any_integer(name, text, &value, base);
+    if (result != got::ok)
+        return result;
+    if (value > UINT64_MAX >> (64 - 8 * size))
+        return static_cast<got>(refuse_beyond(size, value));
+    *out = value;
+    return got::ok;
+}
 
 uint64_t encode_arg_uint_common(uefi_arg_list_t *list, const char *name, uint64_t *out, int base)
 {
-    const char *value = ovra_get_arg(list, name);
-    if (!value) {
-        say("failed to get variable '%s'\n", name);
-        return static_cast<uint64_t>(absent);
-    }
-    const char *end = nullptr;
-    int error = 0;
-    *out = ovra::read_unsigned(value, &end, base, &error);
-    if (error != 0) {
-        say("error converting %s = '%s': %s\n", name, value, strerror(error));
-        return static_cast<uint64_t>(malformed);
-    }
-    if (*end != '\0') {
-        say("strtoull has endptr: arg_name: %s value: %s: end_ptr:%s\n", name, value, end);
-        return static_cast<uint64_t>(malformed);
-    }
-    return 0;
+    const char *text = ovra_get_arg(list, name);
+    const got result = text ? read_any_integer(name, text, out, base) : ovra::number_absent(name);
+    return static_cast<uint64_t>(result);
 }
 
 int encode_arg_uint64(uefi_arg_list_t *list, const char *name, uint64_t *out, int base)
 {
-    uint64_t value = 0;
-    const int result = static_cast<int>(encode_arg_uint_common(list, name, &value, base));
-    if (result == 0)
-        *out = value;
-    return result;
+    return static_cast<int>(ovra::get(list, name, out, base));
 }
 
 int encode_arg_uint32(uefi_arg_list_t *list, const char *name, uint32_t *out, int base)
 {
-    uint64_t value = 0;
-    const int result = encode_arg_uint64(list, name, &value, base);
-    if (result != 0)
-        return result;
-    if (value > UINT32_MAX)
-        return fail("encode_arg_uint32: value out of range: %lu\n", value);
-    *out = static_cast<uint32_t>(value);
-    return 0;
+    return static_cast<int>(ovra::get(list, name, out, base));
 }
 
 int encode_arg_uint16(uefi_arg_list_t *list, const char *name, uint16_t *out, int base)
 {
-    uint64_t value = 0;
-    const int result = encode_arg_uint64(list, name, &value, base);
-    if (result != 0)
-        return result;
-    if (value > UINT16_MAX)
-        return fail("encode_arg_uint16: value out of range: %lu\n", value);
-    *out = static_cast<uint16_t>(value);
-    return 0;
+    return static_cast<int>(ovra::get(list, name, out, base));
 }
 
 int encode_arg_uint8(uefi_arg_list_t *list, const char *name, uint8_t *out, int base)
 {
-    uint64_t value = 0;
-    const int result = encode_arg_uint64(list, name, &value, base);
-    if (result != 0)
-        return result;
-    if (value > UINT8_MAX)
-        return fail("encode_arg_uint8: value out of range: %lu\n", value);
-    *out = static_cast<uint8_t>(value);
-    return 0;
+    return static_cast<int>(ovra::get(list, name, out, base));
 }
 
 int encode_arg_eisaid(uefi_arg_list_t *list, const char *name, uint32_t *out)
@@ -125,6 +134,12 @@ static bool convert_hex(const char *digits, uint64_t *out)
 // The same for the two digits of one byte, which other digits may follow.
 static bool convert_hex_pair(const char *digits, uint8_t *out)
 {
+    const unsigned high = ovra::digit_value(digits[0]);
+    const unsigned low = ovra::digit_value(digits[1]);
+    if (high < 16 && low < 16) {
+        *out = static_cast<uint8_t>(high << 4 | low);
+        return true;
+    }
     const char pair[3] = {digits[0], digits[1], '\0'};
     uint64_t value = 0;
     if (!convert_hex(pair, &value))
@@ -133,16 +148,10 @@ static bool convert_hex_pair(const char *digits, uint8_t *out)
     return true;
 }
 
-int encode_arg_guid(uefi_arg_list_t *list, const char *name, EFI_GUID *out)
+// A text of the form of a GUID whose digits need not be digits.
+static int read_loose_guid(const char *value, EFI_GUID *out)
 {
-    const char *value = ovra_get_arg(list, name);
-    if (!value) {
-        say("encode_arg_guid: argument not found %s\n", name);
-        return absent;
-    }
     char text[ovra::guid_length + 1];
-    if (strlen(value) != sizeof text - 1)
-        return fail("GUID not 36 characters");
     memcpy(text, value, sizeof text);
     for (const size_t dash : ovra::guid_dashes) {
         if (text[dash] != '-')
@@ -166,6 +175,27 @@ int encode_arg_guid(uefi_arg_list_t *list, const char *name, EFI_GUID *out)
             return fail("can't convert Data4_str\n");
     }
     return 0;
+}
+
+got ovra::read_guid(const char *text, EFI_GUID *out)
+{
+    const std::string_view whole = text;
+    if (const auto guid = parse_guid(whole)) {
+        *out = *guid;
+        return got::ok;
+    }
+    return static_cast<got>(whole.size() == guid_length ? read_loose_guid(text, out)
+                                                        : fail("GUID not 36 characters"));
+}
+
+int encode_arg_guid(uefi_arg_list_t *list, const char *name, EFI_GUID *out)
+{
+    const char *text = ovra_get_arg(list, name);
+    if (!text) {
+        say("encode_arg_guid: argument not found %s\n", name);
+        return absent;
+    }
+    return static_cast<int>(ovra::read_guid(text, out));
 }
 
 int encode_arg_hexdump(uefi_arg_list_t *list, const char *name, void **out, size_t *out_size, size_t min_size,

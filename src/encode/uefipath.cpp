@@ -1,104 +1,131 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
+#include <climits>
 #include <cstring>
 #include <string_view>
 
-#include "src/base/ascii.h"
 #include "src/dpath/list.h"
 #include "src/encode/args.h"
+#include "src/encode/table.h"
 #include "src/rt/diag.h"
-#include "src/rt/owned.h"
+#include "src/rt/growing.h"
 
-using ovra::arg_list;
-using ovra::copy_of;
 using ovra::fail;
 using ovra::owned;
 using ovra::trace;
+using ovra::tracing;
 
 namespace {
 
-const uefi_encode_opt_t *find_keyword(const char *keyword)
-{
-    const auto row = std::find_if(std::begin(encode_opt_table), std::end(encode_opt_table),
-                                  [&](const auto &opt) { return ovra::alike(opt.opt_name, keyword); });
-    return row == std::end(encode_opt_table) ? nullptr : row;
-}
-
-// Appends the nodes of one instance after the other.
-class path_builder {
+// Nodes as a list.
+class listed_nodes {
 public:
-    int add_instance(const ovra_path_t &path);
-    int add_end(uint8_t subtype);
-    uefi_device_path_t **release() { return list.release(); }
+    int append(owned<uefi_device_path_t> node)
+    {
+        return list.append(std::move(node)) == 0 ? 0 : fail("unable to add dpath_node\n");
+    }
 
-private:
-    int add_text_node(std::string_view text);
-    int add_file(const char *path);
-    int append(owned<uefi_device_path_t> node);
+    int append_end(uint8_t subtype)
+    {
+        uefi_device_path_t *node = nullptr;
+        if (add_device_end(subtype, &node) != 0)
+            return fail("failed adding end instance\n");
+        return append(owned<uefi_device_path_t>(node));
+    }
 
     ovra::node_list_builder list;
 };
 
-int path_builder::append(owned<uefi_device_path_t> node)
+// Nodes as they come, packed.
+class packed_nodes {
+public:
+    int append(const owned<uefi_device_path_t> &node) { return append_bytes(*node); }
+
+    int append_end(uint8_t subtype) { return append_bytes({UEFI_END, subtype, sizeof(uefi_device_path_t)}); }
+
+    ovra::growing_block<uint8_t> path;
+
+private:
+    int append_bytes(const uefi_device_path_t &node)
+    {
+        uint8_t *to = path.reserve(node.len);
+        if (!to)
+            return fail("unable to add dpath_node\n");
+        memcpy(to, &node, node.len);
+        path.take(node.len);
+        return 0;
+    }
+};
+
+// The precision with which a message shows a part of a text.
+int shown(std::string_view text)
 {
-    return list.append(std::move(node)) == 0 ? 0 : fail("unable to add dpath_node\n");
+    return static_cast<int>(std::min<size_t>(text.size(), INT_MAX));
 }
 
-int path_builder::add_end(uint8_t subtype)
-{
-    uefi_device_path_t *node = nullptr;
-    if (add_device_end(subtype, &node) != 0)
-        return fail("failed adding end instance\n");
-    return append(owned<uefi_device_path_t>(node));
-}
+// Appends the nodes of one instance after the other.
+template <typename nodes>
+class path_builder {
+public:
+    int add_paths(ovra_path_t **paths);
 
-int path_builder::add_file(const char *path)
+    nodes built;
+
+private:
+    int add_instance(const ovra_path_t &path);
+    int add_text_node(std::string_view text);
+    int add_file(const char *path);
+
+    ovra::arg_list_room arguments{512};
+};
+
+template <typename nodes>
+int path_builder<nodes>::add_file(const char *path)
 {
     uefi_device_path_t *node = nullptr;
     if (add_file_path(path, &node) != 0)
         return fail("unable to create file device path\n");
-    return append(owned<uefi_device_path_t>(node));
+    return built.append(owned<uefi_device_path_t>(node));
 }
 
-int path_builder::add_text_node(std::string_view text)
+template <typename nodes>
+int path_builder<nodes>::add_text_node(std::string_view text)
 {
-    const owned<char> devnode = copy_of(text);
-    if (!devnode)
-        return fail("unable to allocate devnode\n");
-    trace("processing devnode: %s\n", devnode.get());
+    if (tracing())
+        trace("processing devnode: %.*s\n", shown(text), text.data());
     const size_t open = text.find('(');
     const size_t close = text.rfind(')');
     if (open == std::string_view::npos || close == std::string_view::npos || close < open)
-        return fail("invalid devnode: %s\n", devnode.get());
+        return fail("invalid devnode: %.*s\n", shown(text), text.data());
 
-    const owned<char> keyword = copy_of({text.data(), open});
-    if (!keyword)
-        return fail("unable to allocate devname\n");
+    const std::string_view keyword(text.data(), open);
     // What follows the last parenthesis is ignored.
-    const owned<char> arguments = copy_of({text.data() + open + 1, close - open - 1});
-    if (!arguments)
-        return fail("unable to allocate arg_str\n");
-    if (*arguments)
-        trace("args for %s are: '%s'\n", devnode.get(), arguments.get());
-    else
-        trace("no args for %s\n", devnode.get());
+    const std::string_view between(text.data() + open + 1, close - open - 1);
+    if (tracing()) {
+        if (between.empty())
+            trace("no args for %.*s\n", shown(text), text.data());
+        else
+            trace("args for %.*s are: '%.*s'\n", shown(text), text.data(), shown(between), between.data());
+    }
 
-    const uefi_encode_opt_t *row = find_keyword(keyword.get());
+    const uefi_encode_opt_t *row = ovra::find_keyword(keyword);
     if (!row)
-        return fail("%s not found in encode table\n", keyword.get());
+        return fail("%.*s not found in encode table\n", shown(keyword), keyword.data());
     if (!row->opt_encode_fcn)
-        return fail("encoder for %s not available\n", keyword.get());
-    uefi_arg_list_t *list_of_arguments = nullptr;
-    if (arg_list_init(&list_of_arguments, arguments.get(), row->opt_param_list) != 0)
-        return fail("failure setting up argument list for %s %s\n", keyword.get(), arguments.get());
-    const arg_list args(list_of_arguments);
+        return fail("encoder for %.*s not available\n", shown(keyword), keyword.data());
+    const ovra::lent_arg_list list = arguments.make(between, row->opt_param_list);
+    if (!list) {
+        return fail("failure setting up argument list for %.*s %.*s\n", shown(keyword), keyword.data(),
+                    shown(between), between.data());
+    }
     uefi_device_path_t *node = nullptr;
-    if (row->opt_encode_fcn(args.get(), &node) != 0)
-        return fail("failure encoding %s\n", keyword.get());
-    return append(owned<uefi_device_path_t>(node));
+    if (row->opt_encode_fcn(list.get(), &node) != 0)
+        return fail("failure encoding %.*s\n", shown(keyword), keyword.data());
+    return built.append(owned<uefi_device_path_t>(node));
 }
 
-int path_builder::add_instance(const ovra_path_t &path)
+template <typename nodes>
+int path_builder<nodes>::add_instance(const ovra_path_t &path)
 {
     std::string_view rest = path.device_path;
     while (!rest.empty()) {
@@ -113,19 +140,40 @@ int path_builder::add_instance(const ovra_path_t &path)
     return path.file_path ? add_file(path.file_path) : 0;
 }
 
+template <typename nodes>
+int path_builder<nodes>::add_paths(ovra_path_t **paths)
+{
+    for (ovra_path_t **path = paths; *path; ++path) {
+        if (path != paths && built.append_end(UEFI_END_INSTANCE) != 0)
+            return -1;
+        if (add_instance(**path) != 0)
+            return -1;
+    }
+    return built.append_end(UEFI_END_ENTIRE);
+}
+
 } // namespace
 
 int encode_uefipath(ovra_path_t **paths, uefi_device_path_t ***list)
 {
-    path_builder builder;
-    for (ovra_path_t **path = paths; *path; ++path) {
-        if (path != paths && builder.add_end(UEFI_END_INSTANCE) != 0)
-            return -1;
-        if (builder.add_instance(**path) != 0)
-            return -1;
-    }
-    if (builder.add_end(UEFI_END_ENTIRE) != 0)
+    path_builder<listed_nodes> builder;
+    if (builder.add_paths(paths) != 0)
         return -1;
-    *list = builder.release();
+    *list = builder.built.list.release();
+    return 0;
+}
+
+int encode_packed_path(ovra_path_t **paths, ovra_epath_t *out, int *len)
+{
+    path_builder<packed_nodes> builder;
+    if (builder.add_paths(paths) != 0)
+        return fail("error with encode_uefipath\n");
+    const size_t size = builder.built.path.size();
+    if (size > INT_MAX)
+        return fail("unable to pack dpath_list\n");
+    if (out)
+        *out = builder.built.path.release();
+    if (len)
+        *len = static_cast<int>(size);
     return 0;
 }

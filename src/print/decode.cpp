@@ -29,17 +29,16 @@ struct instance {
 
 int ovra::decode_to_uefi(ovra_hdl_t hdl, ovra_epath_t epath, int len, ovra_path_t ***paths, bool *whole)
 {
-    uefi_device_path_t **unpacked = nullptr;
-    if (device_path_unpack(epath, len, &unpacked) != 0)
+    cursor nodes;
+    if (accept_nodes(epath, len, &nodes) != 0)
         return -1;
-    const node_list nodes(unpacked);
     *paths = nullptr;
     *whole = true;
     path_list_builder decoded(hdl);
     instance current;
-    for (uefi_device_path_t **node = unpacked; node && *node; ++node) {
-        if ((*node)->type != UEFI_END) {
-            *whole &= current.add(*node);
+    while (const uefi_device_path_t *node = nodes.next()) {
+        if (node->type != UEFI_END) {
+            *whole &= current.add(node);
             continue;
         }
         if (decoded.append(current.device.get(), current.file.get()) != 0)

@@ -5,13 +5,12 @@
 
 #include <algorithm>
 #include <cstdarg>
-#include <cstdio>
 #include <cstring>
 #include <span>
 #include <string_view>
 
 #include "src/base/words.h"
-#include "src/rt/owned.h"
+#include "src/rt/growing.h"
 
 namespace ovra {
 
@@ -38,15 +37,8 @@ public:
     const char *c_str() const { return buffer; }
     std::string_view view() const { return {buffer, length}; }
 
-    [[gnu::format(printf, 2, 3)]] void add(const char *format, ...)
-    {
-        va_list arguments;
-        va_start(arguments, format);
-        const int wanted = vsnprintf(buffer + length, sizeof buffer - length, format, arguments);
-        va_end(arguments);
-        if (wanted > 0)
-            length += std::min(static_cast<size_t>(wanted), limit - length);
-    }
+    /* As printf does. */
+    [[gnu::format(printf, 2, 3)]] void add(const char *format, ...);
 
     void put(std::string_view piece)
     {
@@ -57,6 +49,8 @@ public:
     }
 
 private:
+    bool add_known(const char *format, va_list *arguments);
+
     static constexpr size_t limit = 1023;
     const char *separator;
     size_t length = 0;
@@ -77,25 +71,17 @@ public:
     /* False when it was left out. */
     bool add(std::string_view piece)
     {
-        if (!block || piece.size() >= size - length) {
-            const size_t grown_size = std::max<size_t>(256, 2 * (length + piece.size() + 1));
-            auto *grown = static_cast<char *>(realloc(block.get(), grown_size));
-            if (!grown)
-                return false;
-            static_cast<void>(block.release());
-            block.reset(grown);
-            size = grown_size;
-        }
-        memcpy(block.get() + length, piece.data(), piece.size());
-        length += piece.size();
-        block.get()[length] = '\0';
+        char *to = block.reserve(piece.size() + 1);
+        if (!to)
+            return false;
+        memcpy(to, piece.data(), piece.size());
+        to[piece.size()] = '\0'; // which the next piece takes the place of
+        block.take(piece.size());
         return true;
     }
 
 private:
-    owned<char> block;
-    size_t length = 0;
-    size_t size = 0;
+    growing_block<char> block;
 };
 
 } // namespace ovra

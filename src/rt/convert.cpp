@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <pthread.h>
+#include <string_view>
 #include <utility>
 
 #include "src/base/cancel.h"
@@ -22,6 +24,7 @@ static void *const not_open =
 // One for the process, opened on first need and kept. iconv changes the descriptor it works with: threads
 // take turns.
 static iconv_t utf8_to_ucs2le = not_open;
+static constinit std::atomic<bool> descriptor_opened = false;
 static pthread_mutex_t utf8_to_ucs2le_in_use = PTHREAD_MUTEX_INITIALIZER;
 static pthread_once_t fork_prepared = PTHREAD_ONCE_INIT;
 
@@ -84,6 +87,22 @@ private:
     ovra::uncancelled converting;
 };
 
+bool is_ascii(std::string_view text)
+{
+    return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+// Each character of ASCII is one unit; null without memory.
+uint16_t *widen(std::string_view ascii)
+{
+    auto *units = static_cast<uint16_t *>(malloc((ascii.size() + 1) * sizeof(uint16_t)));
+    if (units) {
+        std::transform(ascii.begin(), ascii.end(), units, [](char c) { return static_cast<uint16_t>(c); });
+        units[ascii.size()] = 0;
+    }
+    return units;
+}
+
 enum class outcome { ok, no_descriptor, no_memory, refused };
 
 // Kept: through iconv, as a caller may bring a descriptor of another encoding
@@ -144,20 +163,39 @@ uint16_t *convert_utf8_to_ucs2xx(iconv_t cd, const char *s)
 
 uint16_t *convert_utf8_to_leunicode(const char *s)
 {
+    // Without a turn, but not before the descriptor has opened: while it does not, every text is refused.
+    if (descriptor_opened.load(std::memory_order_relaxed) && is_ascii(s))
+        return widen(s);
     owned<uint16_t> text;
     const outcome result = [&] {
         const turn at_the_descriptor;
         if (utf8_to_ucs2le == not_open)
             utf8_to_ucs2le = iconv_open("UCS-2LE", "UTF-8");
+        descriptor_opened.store(utf8_to_ucs2le != not_open, std::memory_order_relaxed);
         return convert(utf8_to_ucs2le, s, &text);
     }();
     return hand_out(result, s, std::move(text));
 }
 
+// The characters of ASCII that the units begin with, at most `capacity`, to `out`.
+static size_t narrow_ascii(ovra::byte_view units, char *out, size_t capacity)
+{
+    const size_t most = std::min(capacity, ovra::unit_count(units));
+    size_t written = 0;
+    for (; written < most; ++written) {
+        const uint16_t unit = ovra::unit_at(units, written);
+        if (unit == 0 || unit >= 0x80)
+            break;
+        out[written] = static_cast<char>(unit);
+    }
+    return written;
+}
+
 size_t convert_utf16_to_utf8(const void *s, size_t units, char *out, size_t capacity)
 {
     ovra::byte_view rest(static_cast<const uint8_t *>(s), units * sizeof(uint16_t));
-    size_t written = 0;
+    size_t written = narrow_ascii(rest, out, capacity);
+    rest = rest.subspan(written * sizeof(uint16_t));
     while (!rest.empty()) {
         const ovra::decoded_character next = ovra::first_of_utf16(rest);
         if (!next.valid || next.character == 0)

@@ -7,6 +7,8 @@
 #define SRC_RT_DIAG_H
 
 #ifdef __cplusplus
+#include <atomic>
+
 extern "C" {
 #endif
 
@@ -27,6 +29,12 @@ namespace ovra {
 
 /* A trace message. */
 [[gnu::format(printf, 1, 2)]] void trace(const char *format, ...);
+
+/* False when a trace message would go nowhere: where many of them stand, asking costs less than telling. */
+inline bool tracing()
+{
+    return std::atomic_ref(ovra_path_debug).load(std::memory_order_relaxed) != 0;
+}
 
 } // namespace ovra
 #endif

@@ -26,7 +26,13 @@ TEST(alike, every_pair_of_bytes_is_what_the_c_locale_says)
         for (int b = 0; b < 256; ++b) {
             const char left[] = {'x', static_cast<char>(a), 'y', '\0'};
             const char right[] = {'X', static_cast<char>(b), 'Y', '\0'};
-            ASSERT_EQ(ovra::alike(left, right), strcasecmp(left, right) == 0) << a << " " << b;
+            const bool expected = strcasecmp(left, right) == 0;
+            ASSERT_EQ(ovra::alike(left, right), expected) << a << " " << b;
+            // With their lengths, a terminator is a character like others.
+            const std::string_view whole_left(left, 3);
+            ASSERT_EQ(ovra::alike(whole_left, std::string_view(right, 3)),
+                      a == 0 || b == 0 ? a == b : expected)
+                << a << " " << b;
         }
     }
 }
@@ -39,6 +45,11 @@ TEST(alike, texts_of_different_lengths_are_not)
     EXPECT_FALSE(ovra::alike("", "a"));
     EXPECT_FALSE(ovra::alike("a", ""));
     EXPECT_TRUE(ovra::alike("pCIrOOT", "PciRoot"));
+    using namespace std::string_view_literals;
+    EXPECT_FALSE(ovra::alike("Pci"sv, "PciRoot"sv));
+    EXPECT_FALSE(ovra::alike("PciRoot"sv, "Pci"sv));
+    EXPECT_TRUE(ovra::alike("pCIrOOT"sv, "PciRoot"sv));
+    EXPECT_TRUE(ovra::alike("PciRoot(0)"sv.substr(0, 7), "pciroot"));
 }
 
 TEST(behind_prefix, is_the_rest_of_a_text_that_begins_so)

@@ -187,3 +187,25 @@ TEST_F(number, binary_notation_of_later_libraries_is_none_here)
     EXPECT_EQ(by_us("0b101", 0), (reading{0, 1, 0}));
     EXPECT_EQ(by_us("0b101", 2), (reading{0, 1, 0}));
 }
+
+// Written: as printf writes them, with zeros in front up to so many digits.
+TEST_F(number, is_written_as_printf_writes_it)
+{
+    std::mt19937_64 random(20260302);
+    char buffer[ovra::longest_number];
+    char *const end = std::end(buffer);
+    for (int i = 0; i < 20000; ++i) {
+        const uint64_t value = i == 0 ? 0 : i == 1 ? UINT64_MAX : random() >> random() % 64;
+        const auto least = static_cast<int>(random() % (ovra::longest_number + 1));
+        const auto digits = static_cast<size_t>(least);
+        char expected[64];
+        snprintf(expected, sizeof expected, "%0*lu", least, value);
+        ASSERT_EQ(std::string(ovra::write_decimal(value, digits, end), end), expected);
+        snprintf(expected, sizeof expected, "%0*lx", least, value);
+        ASSERT_EQ(std::string(ovra::write_hexadecimal(value, ovra::letters::lower, digits, end), end),
+                  expected);
+        snprintf(expected, sizeof expected, "%0*lX", least, value);
+        ASSERT_EQ(std::string(ovra::write_hexadecimal(value, ovra::letters::upper, digits, end), end),
+                  expected);
+    }
+}

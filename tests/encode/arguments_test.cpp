@@ -8,6 +8,7 @@
 
 #include "src/encode/args.h"
 #include "tests/support/messages.h"
+#include "tests/support/sweep.h"
 
 using namespace ovra::test;
 using ovra::arg_list;
@@ -18,6 +19,15 @@ constexpr const char *three[] = {"Controller", "Drive", "LUN", nullptr};
 constexpr const char *none[] = {nullptr};
 
 using pairs = std::vector<std::pair<std::string, std::string>>;
+
+pairs held_by(const uefi_arg_list_t *list)
+{
+    const uefi_nv_pair_t *held = list->arg_nv; // as many as there are, more or less than declared
+    pairs all;
+    for (size_t i = 0; i < list->argc; ++i)
+        all.emplace_back(held[i].name, held[i].value);
+    return all;
+}
 
 struct split_result {
     int result = 0;
@@ -36,9 +46,7 @@ split_result split(const std::string &text, const char *const *parameters = thre
     given.said = said.text();
     if (given.result == 0) {
         given.list.reset(list);
-        const uefi_nv_pair_t *held = list->arg_nv;
-        for (size_t i = 0; i < list->argc; ++i)
-            given.held.emplace_back(held[i].name, held[i].value);
+        given.held = held_by(list);
     } else {
         EXPECT_EQ(given.result, -1);
         EXPECT_EQ(reinterpret_cast<char *>(list), &untouched);
@@ -216,4 +224,50 @@ TEST(arg_list_init, is_silent_when_errors_are_off)
     EXPECT_EQ(arg_list_init(&list, "1,2,X=3", three), -1);
     EXPECT_EQ(arg_list_init(&list, " ", three), -1);
     EXPECT_EQ(said.text(), "");
+}
+
+TEST(arg_list_room, lists_follow_each_other)
+{
+    const messages said(1, 0);
+    for (const size_t least : {0U, 1U, 64U, 512U}) {
+        ovra::arg_list_room room(least);
+        for (size_t round = 0; round < 300; ++round) {
+            const std::string number(round * round % 700, '0');
+            EXPECT_EQ(held_by(room.make("1,Drive=" + number, three).get()),
+                      (pairs{{"Controller", "1"}, {"Drive", number}}));
+            EXPECT_EQ(room.make("1,2," + number + ",", nullptr)->arg_str, "1,2," + number + ",");
+            EXPECT_EQ(room.make("1,2,X=" + number, three), nullptr);
+            EXPECT_EQ(held_by(room.make("", three).get()), pairs{});
+        }
+    }
+}
+
+TEST(arg_list_room, list_tells_its_end_and_leaves_the_room)
+{
+    ovra::arg_list_room room(512);
+    messages said(0, 1);
+    uefi_arg_list_t *const first = room.make("1,2", three).get();
+    EXPECT_EQ(said.take(), "free_arglist  arg_list->argc = 2\n");
+    const ovra::lent_arg_list second = room.make("3", three);
+    EXPECT_EQ(second.get(), first);
+    EXPECT_EQ(said.take(), "");
+}
+
+TEST(arg_list_room, takes_a_part_of_a_text)
+{
+    ovra::arg_list_room room(0);
+    EXPECT_EQ(held_by(room.make(std::string_view("1,2,3").substr(0, 3), three).get()),
+              (pairs{{"Controller", "1"}, {"Drive", "2"}}));
+}
+
+TEST(arg_list_room, serves_again_after_a_refusal)
+{
+    ovra::arg_list_room room(0);
+    EXPECT_NE(room.make("1", three), nullptr);
+    const messages said(1, 0);
+    refuse_from(0, false);
+    EXPECT_EQ(room.make(std::string(1000, '1'), three), nullptr);
+    EXPECT_EQ(stop_refusing(), 1);
+    EXPECT_EQ(said.text(), "unable to allocate arglistp\n");
+    EXPECT_EQ(held_by(room.make("2", three).get()), (pairs{{"Controller", "2"}}));
 }

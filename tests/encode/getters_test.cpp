@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The typed getters: what they give, what they say, and what each leaves behind when it fails.
+#include <cstdlib>
 #include <cstring>
+#include <random>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -269,6 +271,53 @@ TEST_F(getter, kept_guid_fields_end_at_the_first_other_character)
     EFI_GUID guid = guid_mark;
     EXPECT_EQ(encode_arg_guid(of("12xx5678-9xbc-xdef-0g2h-x1x2x3x4x5x6"), "A", &guid), 0);
     EXPECT_EQ(stored(guid), "12 00 00 00 09 00 00 00 00 02 00 00 00 00 00 00");
+}
+
+// Field by field as the C library reads it, whatever the characters.
+TEST_F(getter, guid_is_what_strtoull_makes_of_its_fields)
+{
+    const auto field = [](const std::string &text, size_t from, size_t count) {
+        return strtoull(text.substr(from, count).c_str(), nullptr, 16);
+    };
+    constexpr char characters[] = "0123456789abcdefABCDEF0123456789abcdefABCDEFxX+-g\t";
+    std::mt19937 random(6); // NOLINT(cert-msc51-cpp): the same texts each time
+    for (int i = 0; i < 20000; ++i) {
+        std::string text = "00000000-0000-0000-0000-000000000000";
+        const size_t choice = i % 2 == 0 ? 44 : sizeof characters - 1; // digits alone, or others among them
+        for (char &c : text)
+            c = c == '-' ? c : characters[random() % choice];
+        EFI_GUID expected = {static_cast<uint32_t>(field(text, 0, 8)),
+                             static_cast<uint16_t>(field(text, 9, 4)),
+                             static_cast<uint16_t>(field(text, 14, 4)),
+                             {}};
+        for (size_t byte = 0; byte < 8; ++byte)
+            expected.Data4[byte] = static_cast<uint8_t>(field(text, (byte < 2 ? 19 : 20) + 2 * byte, 2));
+        EFI_GUID guid = guid_mark;
+        ASSERT_EQ(encode_arg_guid(of(text), "A", &guid), 0) << text;
+        ASSERT_EQ(stored(guid), stored(expected)) << text;
+    }
+}
+
+TEST_F(getter, hexdump_pair_is_what_strtoull_makes_of_it)
+{
+    for (int high = 1; high < 256; ++high) {
+        std::string text;
+        std::string expected;
+        for (int low = 1; low < 256; ++low) {
+            if (high == ',' || high == ' ' || low == ',' || low == ' ')
+                continue;
+            const char pair[] = {static_cast<char>(high), static_cast<char>(low), '\0'};
+            text += pair;
+            expected += static_cast<char>(strtoull(pair, nullptr, 16));
+        }
+        if (text.empty())
+            continue;
+        void *bytes = nullptr;
+        size_t size = 0;
+        ASSERT_EQ(encode_arg_hexdump(of(text), "A", &bytes, &size, 1, 300), 0);
+        const ovra::owned<void> given(bytes);
+        ASSERT_EQ(to_hex(bytes, size), to_hex(expected.data(), expected.size())) << high;
+    }
 }
 
 TEST_F(getter, hexdump_gives_the_bytes_in_their_order)

@@ -223,6 +223,26 @@ TEST(encode_uefipath, gives_one_node_of_the_list_for_each_of_the_text)
     EXPECT_EQ(count, std::size(expected));
 }
 
+// The list, packed, is what comes of packing at once.
+TEST(encode_uefipath, gives_the_nodes_of_the_packed_path)
+{
+    std::string chain;
+    for (int i = 0; i < 200; ++i)
+        chain += "Pci(1,0)/AcpiAdr(" + std::string(static_cast<size_t>(i * i % 500), '0') + "1,2)/";
+    for (const std::string &file :
+         {std::string(), std::string("a"), std::string(32765, 'x'), std::string(32769, 'x')}) {
+        text_path path{text_path::with_file("", file), text_path::with_file(chain, file), {""}};
+        uefi_device_path_t **nodes = nullptr;
+        ASSERT_EQ(encode_uefipath(path.get(), &nodes), 0);
+        const ovra::node_list list(nodes);
+        ovra_epath_t packed = nullptr;
+        int length = 0;
+        ASSERT_EQ(device_path_pack(nodes, &packed, &length), 0);
+        const ovra::owned<uint8_t> given(packed);
+        EXPECT_EQ(encode(path).bytes, to_hex(packed, static_cast<size_t>(length)));
+    }
+}
+
 TEST(encode_uefipath, failure_leaves_the_list)
 {
     text_path path{{"PciRoot(0)"}, {"Pci"}};

@@ -3,12 +3,14 @@
 // have a row in the golden tables instead.
 #include <cctype>
 #include <iterator>
+#include <random>
 #include <set>
 #include <string>
 
 #include <gtest/gtest.h>
 
-#include "src/encode/encode.h"
+#include "src/base/ascii.h"
+#include "src/encode/table.h"
 #include "tests/encode/encoding.h"
 #include "tests/encode/positional.h"
 
@@ -72,6 +74,37 @@ TEST(encode_opt_table, positional_rows_encode_alike_when_named)
     for (size_t i = read_table("encode_keywords.tsv", 2).size(); i < std::size(encode_opt_table); ++i)
         EXPECT_EQ(found.count(encode_opt_table[i].opt_name), 1U)
             << encode_opt_table[i].opt_name << " has no row <keyword>_all_positional in an encode_*.tsv";
+}
+
+// As a walk through the table finds it.
+TEST(find_keyword, is_the_first_row_of_a_keyword_in_any_case)
+{
+    const auto expect_as_in_a_walk = [](const std::string &keyword) {
+        const uefi_encode_opt_t *expected = nullptr;
+        for (const uefi_encode_opt_t &row : encode_opt_table) {
+            if (!expected && ovra::alike(row.opt_name, keyword))
+                expected = &row;
+        }
+        ASSERT_EQ(ovra::find_keyword(keyword), expected) << keyword;
+    };
+    std::mt19937 random(4); // NOLINT(cert-msc51-cpp): the same texts each time
+    for (const uefi_encode_opt_t &row : encode_opt_table) {
+        const std::string keyword = row.opt_name;
+        ASSERT_EQ(ovra::find_keyword(swap_case(keyword)), &row) << keyword;
+        for (size_t at = 0; at <= keyword.size(); ++at) {
+            expect_as_in_a_walk(keyword.substr(0, at));
+            expect_as_in_a_walk(keyword.substr(at));
+            for (int i = 0; i < 20; ++i) {
+                std::string other = keyword + "x";
+                other[at] = static_cast<char>(1 + random() % 255);
+                expect_as_in_a_walk(other);
+                other.resize(keyword.size());
+                expect_as_in_a_walk(other);
+            }
+        }
+    }
+    expect_as_in_a_walk("");
+    expect_as_in_a_walk(std::string(100000, 'P'));
 }
 
 TEST(encode_opt_table, each_keyword_has_its_own_encoder)

@@ -82,6 +82,9 @@ TEST(shared_descriptor, is_tried_again_until_it_opens_and_then_kept)
 
     refused = true;
     EXPECT_EQ(set_variable(nullptr, "x", 1, data), EFI_SUCCESS);
+    const ovra::owned<uint16_t> other(convert_utf8_to_leunicode("\xc3\xa9"));
+    ASSERT_NE(other, nullptr);
+    EXPECT_EQ(to_hex(other.get(), 4), "e9 00 00 00");
     EXPECT_EQ(convert_utf8_to_leunicode("\xff"), nullptr);
     EXPECT_EQ(get_variable(nullptr, "x", &size, data), EFI_SUCCESS);
     EXPECT_EQ(opened.size(), 4U);
@@ -101,10 +104,13 @@ TEST(conversion, that_leaves_input_behind_is_refused_with_a_message)
 
 namespace {
 
+// What goes through the descriptor.
+constexpr char not_ascii[] = "\xc3\xa9";
+
 bool converts()
 {
-    const ovra::owned<uint16_t> text(convert_utf8_to_leunicode("x"));
-    return text && text.get()[0] == 'x' && text.get()[1] == 0;
+    const ovra::owned<uint16_t> text(convert_utf8_to_leunicode(not_ascii));
+    return text && text.get()[0] == 0xe9 && text.get()[1] == 0;
 }
 
 sigjmp_buf escape;
@@ -159,7 +165,7 @@ TEST(conversion, goes_on_after_a_signal_handler_jumped_out_of_it)
                   signal(SIGUSR1, jump_away);
                   while_converting = [] { raise(SIGUSR1); };
                   if (sigsetjmp(escape, 1) == 0) {
-                      convert_utf8_to_leunicode("x");
+                      convert_utf8_to_leunicode(not_ascii);
                       return false; // the handler was to run
                   }
                   return converts();
