@@ -29,7 +29,8 @@
  *
  * Errors: each call with `err` (which must not be null) writes 0 there on success. On failure it writes an
  * errno value and returns null: ENOENT (no such name, or gone), ENOMEM, EINVAL (no such kind, or none
- * associated with this one), or why the machine or the disk cannot be read. An empty array is not a failure.
+ * associated with this one), ELIBACC (libblkid, which media need, cannot be loaded), or why the machine or
+ * the disk cannot be read. An empty array is not a failure.
  *
  * If any part of the machine cannot be read (EMFILE, EIO or EACCES, say), every call that reads it fails.
  * What is absent, or makes no sense, is left out.

@@ -24,10 +24,13 @@ constexpr bool means_absent(int error)
     return error == ENOENT || error == ENOTDIR || error == ENODEV || error == ENXIO;
 }
 
-/* Whether the process or the system has run short of something, which says nothing about what was read. */
+/*
+ * Whether the process or the system lacks something that reading takes, which says nothing about what was
+ * read. ELIBACC: libblkid.
+ */
 constexpr bool is_shortage(int error)
 {
-    return error == EMFILE || error == ENFILE || error == ENOMEM;
+    return error == EMFILE || error == ENFILE || error == ENOMEM || error == ELIBACC;
 }
 
 /*

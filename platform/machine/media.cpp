@@ -10,13 +10,13 @@
 #include <span>
 #include <string_view>
 
-#include <blkid/blkid.h>
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/machine/blkid.h"
 #include "platform/machine/debug.h"
 #include "platform/machine/failure.h"
 #include "platform/machine/sysfs.h"
@@ -31,7 +31,7 @@ constexpr std::uint64_t largest_mbr_number = UINT32_MAX;
 constexpr std::uint32_t largest_gpt_entry = 4096; // bytes
 
 struct probe_freeing {
-    void operator()(blkid_probe probe) const { blkid_free_probe(probe); }
+    void operator()(blkid_probe probe) const { blkid().free_probe(probe); }
 };
 using probe_owner = std::unique_ptr<std::remove_pointer_t<blkid_probe>, probe_freeing>;
 
@@ -61,8 +61,8 @@ public:
     medium read(blkid_partlist list) const
     {
         medium found;
-        blkid_parttable table = blkid_partlist_get_table(list);
-        const char *type = blkid_parttable_get_type(table);
+        blkid_parttable table = blkid().partlist_get_table(list);
+        const char *type = blkid().parttable_get_type(table);
         if (type == nullptr)
             return found;
         if (std::strcmp(type, "gpt") == 0)
@@ -76,9 +76,9 @@ public:
         }
         if (found.table == table_kind::mbr)
             found.partitions.push_back(whole_disk());
-        const int count = blkid_partlist_numof_partitions(list);
+        const int count = blkid().partlist_numof_partitions(list);
         for (int i = 0; i < count; ++i)
-            add_partition(blkid_partlist_get_partition(list, i), table, &found);
+            add_partition(blkid().partlist_get_partition(list, i), table, &found);
         std::sort(found.partitions.begin(), found.partitions.end(),
                   [](const partition &a, const partition &b) { return a.number < b.number; });
         return found;
@@ -87,7 +87,7 @@ public:
 private:
     static bool read_signature(blkid_parttable table, std::uint32_t *signature)
     {
-        const char *text = blkid_parttable_get_id(table);
+        const char *text = blkid().parttable_get_id(table);
         // A table without a signature has signature 0.
         const auto number = text != nullptr ? parse_number(text, 16) : std::optional<std::uint64_t>(0);
         if (!number || *number > UINT32_MAX)
@@ -107,11 +107,11 @@ private:
     void add_partition(blkid_partition stored, blkid_parttable table, medium *found) const
     {
         // Firmware does not boot from the tables that other systems have inside a partition.
-        if (stored == nullptr || blkid_partition_get_table(stored) != table)
+        if (stored == nullptr || blkid().partition_get_table(stored) != table)
             return;
-        const int number = blkid_partition_get_partno(stored);
-        const blkid_loff_t start = blkid_partition_get_start(stored);
-        const blkid_loff_t size = blkid_partition_get_size(stored);
+        const int number = blkid().partition_get_partno(stored);
+        const blkid_loff_t start = blkid().partition_get_start(stored);
+        const blkid_loff_t size = blkid().partition_get_size(stored);
         if (number < 1 || start < 0 || size <= 0) {
             if (telling)
                 debug("%s: a partition entry makes no sense", entry.kernel_name.c_str());
@@ -127,7 +127,7 @@ private:
             return;
         }
         if (found->table == table_kind::gpt) {
-            const char *text = blkid_partition_get_uuid(stored);
+            const char *text = blkid().partition_get_uuid(stored);
             const auto guid = ovra::parse_guid(text != nullptr ? text : "");
             if (!guid) {
                 if (telling)
@@ -289,19 +289,19 @@ private:
 // What libblkid finds on a device, as far as it reports errors.
 medium probe_once(const disk &disk, int device, std::uint64_t size, bool telling)
 {
-    const probe_owner probe(blkid_new_probe());
+    const probe_owner probe(blkid().new_probe());
     if (!probe)
         throw std::bad_alloc();
     errno = 0;
-    if (blkid_probe_set_device(probe.get(), device, 0, static_cast<blkid_loff_t>(size)) != 0 ||
-        blkid_probe_set_sectorsize(probe.get(), disk.block_size) != 0 ||
-        blkid_probe_enable_superblocks(probe.get(), 0) != 0 ||
-        blkid_probe_enable_partitions(probe.get(), 1) != 0 ||
-        blkid_probe_set_partitions_flags(probe.get(), BLKID_PARTS_ENTRY_DETAILS) != 0)
+    if (blkid().probe_set_device(probe.get(), device, 0, static_cast<blkid_loff_t>(size)) != 0 ||
+        blkid().probe_set_sectorsize(probe.get(), disk.block_size) != 0 ||
+        blkid().probe_enable_superblocks(probe.get(), 0) != 0 ||
+        blkid().probe_enable_partitions(probe.get(), 1) != 0 ||
+        blkid().probe_set_partitions_flags(probe.get(), BLKID_PARTS_ENTRY_DETAILS) != 0)
         throw read_failure{errno != 0 ? errno : EIO};
     errno = 0;
-    blkid_partlist list = blkid_probe_get_partitions(probe.get());
-    if (list != nullptr && blkid_partlist_get_table(list) != nullptr)
+    blkid_partlist list = blkid().probe_get_partitions(probe.get());
+    if (list != nullptr && blkid().partlist_get_table(list) != nullptr)
         return table_reader(disk, size, telling).read(list);
     // libblkid says EINVAL for a table that points beyond the disk.
     if (errno != 0 && errno != EINVAL)

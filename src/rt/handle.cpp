@@ -42,5 +42,6 @@ void ovra_fini(ovra_hdl_t hdl)
     for (size_t slot = 0; slot < hdl->memlist_end; ++slot)
         free(hdl->memlist_addr[slot]);
     free(hdl->memlist_addr);
+    free(hdl->memlist_index);
     free(hdl);
 }

@@ -16,11 +16,12 @@ extern "C" {
 #endif
 
 struct ovra_hdl {
-    size_t memlist_size;  /* slots allocated */
-    size_t memlist_end;   /* slots in use so far; those that were emptied count */
-    void **memlist_addr;  /* a null slot is free */
-    int ovra_fd;          /* the opened driver, or -1 */
-    uint32_t memlist_low; /* no slot below this one is free; 0 is always a safe value */
+    size_t memlist_size;                 /* slots allocated */
+    size_t memlist_end;                  /* slots in use so far; those that were emptied count */
+    void **memlist_addr;                 /* a null slot is free */
+    int ovra_fd;                         /* the opened driver, or -1 */
+    uint32_t memlist_low;                /* no slot below this one is free; 0 is always a safe value. */
+    struct memlist_index *memlist_index; /* of a long list, or null */
 };
 
 /* Records `block`. 0, also when either is null; -1 when the list cannot grow. Takes the lowest free slot. */

@@ -16,6 +16,15 @@ def output(*command):
     return run.stdout
 
 
+def notes(path):
+    """What readelf says of the notes of a file. It ends with 1 when it does not know the kind of one."""
+    run = subprocess.run(("readelf", "-nW", path), capture_output=True, text=True, check=False,
+                         env={**os.environ, "LC_ALL": "C"})
+    if run.returncode not in (0, 1) or re.sub(r"(?m)^\s*$", "", run.stderr).strip():
+        raise AssertionError(f"{path}: exit status {run.returncode}\n{run.stderr}")
+    return run.stdout
+
+
 def dynamic_symbols(library):
     """(exported symbols, names of the undefined ones)"""
     exported, undefined = set(), set()

@@ -33,7 +33,7 @@ def accepts(flag):
 
 def properties(path):
     """The processor features that a file is marked for; of an archive, those of each member."""
-    text = elf.output("readelf", "-nW", path)
+    text = elf.notes(path)
     members = re.split(r"^File: ", text, flags=re.MULTILINE)
     members = members[1:] if len(members) > 1 else members
     return [set(re.findall(r"\b(IBT|SHSTK)\b", " ".join(re.findall(r"x86 feature: (.*)", member)))) for member in members]

@@ -250,6 +250,37 @@ void expect_each_failure_told(const std::string &name, const std::function<outco
     EXPECT_EQ(report.find('!'), std::string::npos) << name << ": " << report;
 }
 
+long expect_each_first_failure_told(const std::string &name, const std::function<outcome()> &body,
+                                    const judgement &is_right, long skipped)
+{
+    const auto first_outcome = [&](long fail_at, int error) {
+        const std::string said = said_in_child([&] {
+            stop_calls();
+            const outcome found = watch(body, fail_at, error);
+            return std::to_string(state.calls) + ' ' + std::to_string(found.error) + ' ' + found.text;
+        });
+        EXPECT_EQ(said.find('!'), std::string::npos) << name << ": " << said;
+        std::size_t end = 0;
+        const long calls = std::stol(said, &end);
+        const std::string rest = said.substr(end + 1);
+        return std::pair(calls, outcome{std::stoi(rest, &end), rest.substr(end + 1)});
+    };
+    const auto [count, undisturbed] = first_outcome(-1, 0);
+    EXPECT_EQ(undisturbed.error, 0);
+    long errors = 0;
+    for (long at = skipped; at < count; ++at) {
+        for (const int error : {EIO, EMFILE, ENOMEM, EACCES}) {
+            const outcome found = first_outcome(at, error).second;
+            errors += found.error != 0;
+            EXPECT_TRUE(is_right(found, undisturbed, error))
+                << "call " << at << " fails with " << error << ": error " << found.error << ", "
+                << found.text;
+        }
+    }
+    std::printf("%s: %ld calls; %ld failures told\n", name.c_str(), count, errors);
+    return count;
+}
+
 static long count_calls(const std::function<outcome()> &body, bool opens_only)
 {
     return std::stol(said_in_child([&] {

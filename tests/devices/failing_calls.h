@@ -36,6 +36,13 @@ bool same_or_that_error(const outcome &found, const outcome &undisturbed, int in
 void expect_each_failure_told(const std::string &name, const std::function<outcome()> &body,
                               const judgement &is_right = same_or_error, long of_tree = 0);
 
+/*
+ * The same for the first time that a process calls `body`, with a process for each failure, behind the first
+ * `skipped` calls. Returns how many calls there were.
+ */
+long expect_each_first_failure_told(const std::string &name, const std::function<outcome()> &body,
+                                    const judgement &is_right, long skipped);
+
 /* How many calls `body` makes, and how many of them open a file or folder. */
 long calls_of(const std::function<outcome()> &body);
 long opens_of(const std::function<outcome()> &body);

@@ -66,11 +66,18 @@ def busybox_is_static():
     return Path("/bin/busybox").exists() and subprocess.run(["ldd", "/bin/busybox"], capture_output=True).returncode != 0
 
 
-def libraries_of(programs):
+def loaded_later(file):
+    """What a library says in its note (.note.dlopen) about those that it loads itself."""
+    notes = re.findall(rb'FDO\0\[.*?"soname":\[(.*?)\]', Path(file).read_bytes())
+    return [name for note in notes for name in re.findall(r'"(.*?)"', note.decode())]
+
+
+def libraries_of(programs, also=()):
     """The shared libraries that the programs load, as they are found on this machine: name in the guest to file."""
     libraries = {}
     for program in programs:
-        listing = subprocess.run(["ldd", program], check=True, capture_output=True, text=True).stdout
+        listing = subprocess.run(["ldd", program], check=True, capture_output=True, text=True,
+                                 env={**os.environ, "LD_PRELOAD": " ".join(also)}).stdout
         for line in listing.splitlines():
             if "not found" in line:
                 raise RuntimeError(f"{program}: {line.strip()}")
@@ -78,7 +85,8 @@ def libraries_of(programs):
             if found:
                 name, file = found.groups()
                 libraries[f"lib/{name}" if name else file.lstrip("/")] = file
-    return libraries
+    later = {name for file in libraries.values() for name in loaded_later(file)} - set(also)
+    return libraries_of(programs, [*also, *sorted(later)]) if later else libraries
 
 
 class Archive:

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Device texts that name devices of the machine, set in a boot option.
+#include <algorithm>
+#include <cstdio>
 #include <utility>
 
 #include "tests/fakes/driver.h"
 #include "tests/osmap/mapping.h"
+#include "tests/support/processor_time.h"
 
 using namespace ovra::test;
 
@@ -108,4 +111,31 @@ TEST_F(accessors_of_devices, name_of_a_disk_needs_the_only_instance)
     EXPECT_EQ(set_file("\\x", 0), "");
     EXPECT_EQ(stored(), to_hex(option_of_path(pci_node_of_option + file_node_of_option + end_instance +
                                               pci_node_of_option + end_entire)));
+}
+
+// What getters give stays with the handle, which makes its list long.
+TEST_F(accessors_of_devices, getters_and_setters_of_one_handle_cost_the_same_for_ever)
+{
+    char title[] = "a title";
+    const auto turns = [&](int count) {
+        for (int i = 0; i < count; ++i) {
+            char *text = nullptr;
+            ASSERT_EQ(ovra_bootopt_desc_get(hdl, option, &text), 0);
+            ASSERT_EQ(ovra_bootopt_desc_set(hdl, option, title), 0);
+            ASSERT_EQ(ovra_bootopt_bootpath_get(hdl, option, &text), 0);
+        }
+        fakes::forget_requests();
+    };
+    turns(10);
+    double first = 1e9;
+    double last = 1e9;
+    for (int i = 0; i < 5; ++i)
+        first = std::min(first, seconds_of([&] { turns(1000); }));
+    for (int i = 0; i < 400000; ++i) // as the texts of 200,000 turns
+        ASSERT_NE(memlist_malloc(hdl, 8, "test"), nullptr);
+    for (int i = 0; i < 5; ++i)
+        last = std::min(last, seconds_of([&] { turns(1000); }));
+    std::printf("1000 turns: %.1f ms at first, %.1f ms after 200000\n", first * 1000, last * 1000);
+    EXPECT_GT(hdl->memlist_end, 400000U);
+    EXPECT_LT(last, 2 * first);
 }

@@ -2,12 +2,14 @@
 // The list of tracked memory: which slot a block takes, and what a long list costs.
 #include <algorithm>
 #include <cstdlib>
-#include <ctime>
+#include <functional>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "src/rt/rt.h"
 #include "tests/rt/open_handle.h"
+#include "tests/support/processor_time.h"
 #include "tests/support/sweep.h"
 
 using namespace ovra::test;
@@ -36,6 +38,8 @@ struct plain_list {
         slots.push_back(block);
     }
 
+    bool holds(void *block) const { return std::find(slots.begin(), slots.end(), block) != slots.end(); }
+
     void remove(void *block)
     {
         const auto slot = std::find(slots.begin(), slots.end(), block);
@@ -62,11 +66,68 @@ void make_room(ovra_hdl_t hdl, size_t slots)
     hdl->memlist_size = slots;
 }
 
-double processor_seconds()
+enum class order { first_to_last, last_to_first, random };
+
+// Handles with so many blocks each, which were made in turn.
+class filled_handles {
+public:
+    filled_handles(size_t handles, size_t each) : opened(handles)
+    {
+        for (ovra_hdl_t &handle : opened)
+            EXPECT_EQ(ovra_init(&handle), 0);
+        for (size_t i = 0; i < each; ++i) {
+            for (ovra_hdl_t handle : opened)
+                blocks.emplace_back(handle, memlist_malloc(handle, 16, "test"));
+        }
+    }
+    filled_handles(const filled_handles &) = delete;
+    filled_handles &operator=(const filled_handles &) = delete;
+    ~filled_handles()
+    {
+        for (ovra_hdl_t handle : opened)
+            ovra_fini(handle);
+    }
+
+    std::vector<std::pair<ovra_hdl_t, void *>> blocks;
+
+private:
+    std::vector<ovra_hdl_t> opened;
+};
+
+double seconds_of_freeing(size_t handles, size_t each, order wanted)
 {
-    timespec now = {};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+    filled_handles filled(handles, each);
+    auto &all = filled.blocks;
+    if (wanted == order::last_to_first)
+        std::reverse(all.begin(), all.end());
+    if (wanted == order::random)
+        std::shuffle(all.begin(), all.end(), std::mt19937(7));
+    return seconds_of([&] {
+        for (const auto &[handle, block] : all)
+            memlist_free(handle, block);
+    });
+}
+
+// Each block is given back while others are made, as by a program that looks at one option after the other.
+double seconds_of_turns(size_t handles, size_t each)
+{
+    filled_handles filled(handles, each);
+    return seconds_of([&] {
+        for (const auto &[handle, block] : filled.blocks) {
+            memlist_free(handle, block);
+            memlist_malloc(handle, 16, "test");
+            memlist_free(handle, memlist_malloc(handle, 16, "test"));
+            memlist_malloc(handle, 16, "test");
+        }
+    });
+}
+
+double least_of(int times, const std::function<double()> &seconds)
+{
+    double least = seconds();
+    while (--times > 0)
+        least = std::min(least, seconds());
+    return least;
 }
 
 } // namespace
@@ -97,6 +158,42 @@ TEST_F(memlist_slots, equal_those_of_a_plain_list_under_random_use)
             ASSERT_TRUE(std::equal(expected.slots.begin(), expected.slots.end(), fresh->memlist_addr))
                 << "seed " << seed << " step " << step;
         }
+        forget_all(fresh);
+        ovra_fini(fresh);
+    }
+}
+
+// Long enough for an index, with blocks that are recorded more than once.
+TEST_F(memlist_slots, equal_those_of_a_long_plain_list_under_random_use)
+{
+    static char memory[2000];
+    for (unsigned seed = 0; seed < 4; ++seed) {
+        std::mt19937 random(seed);
+        ovra_hdl_t fresh = nullptr;
+        ASSERT_EQ(ovra_init(&fresh), 0);
+        plain_list expected;
+        const unsigned distinct = 200 + below(random, sizeof memory - 200);
+        for (int step = 0; step < 6000; ++step) {
+            void *block = memory + below(random, distinct);
+            const bool mostly_add = (step / 2000) % 2 == 0;
+            if ((below(random, 10) < 7) == mostly_add) {
+                ASSERT_EQ(memlist_add(fresh, block), 0);
+                expected.add(block);
+            } else {
+                memlist_remove(fresh, block);
+                expected.remove(block);
+            }
+            ASSERT_EQ(fresh->memlist_end, expected.slots.size()) << "seed " << seed << " step " << step;
+            ASSERT_EQ(fresh->memlist_size, expected.size) << "seed " << seed << " step " << step;
+            if (step % 50 == 0) {
+                ASSERT_TRUE(std::equal(expected.slots.begin(), expected.slots.end(), fresh->memlist_addr))
+                    << "seed " << seed << " step " << step;
+            }
+            ASSERT_EQ(memlist_holds(fresh, block), expected.holds(block))
+                << "seed " << seed << " step " << step;
+        }
+        EXPECT_GT(fresh->memlist_end, 500U);
+        EXPECT_NE(fresh->memlist_index, nullptr);
         forget_all(fresh);
         ovra_fini(fresh);
     }
@@ -174,9 +271,29 @@ TEST_F(memlist_cost, sixty_thousand_blocks_grow_the_list_by_20_and_are_all_freed
     count_blocks();
     for (size_t i = 0; i < blocks; ++i)
         ASSERT_NE(memlist_malloc(hdl, 16, "test"), nullptr);
-    EXPECT_EQ(live_blocks(), static_cast<long>(blocks) + 1);
+    EXPECT_EQ(live_blocks(), static_cast<long>(blocks) + 2); // the list and its index
     EXPECT_EQ(hdl->memlist_size, blocks);
     ovra_fini(std::exchange(hdl, nullptr));
     EXPECT_EQ(live_blocks(), 0);
     stop_counting();
+}
+
+// A walk through the list takes thousands of times as long for 60 times as many blocks. (How much longer it
+// takes in instructions says freeing.py; time depends on what else uses the processor's caches.)
+constexpr double times_as_long = 300;
+
+TEST_F(memlist_cost, sixty_thousand_blocks_are_freed_in_any_order_as_fast_as_a_thousand)
+{
+    for (const order wanted : {order::first_to_last, order::last_to_first, order::random}) {
+        const double few = least_of(5, [=] { return seconds_of_freeing(60, 1000, wanted); }) / 60;
+        const double many = least_of(5, [=] { return seconds_of_freeing(1, 60000, wanted); });
+        EXPECT_LE(many, times_as_long * few) << static_cast<int>(wanted);
+    }
+}
+
+TEST_F(memlist_cost, sixty_thousand_turns_before_a_long_list_are_as_fast_as_a_thousand)
+{
+    const double few = least_of(5, [] { return seconds_of_turns(60, 1000); }) / 60;
+    const double many = least_of(5, [] { return seconds_of_turns(1, 60000); });
+    EXPECT_LE(many, times_as_long * few);
 }

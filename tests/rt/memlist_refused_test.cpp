@@ -2,6 +2,7 @@
 // Tracked memory when memory runs out.
 #include <cstring>
 #include <utility>
+#include <vector>
 
 #include "src/rt/rt.h"
 #include "tests/rt/memlist.h"
@@ -156,4 +157,46 @@ TEST_F(memlist_refused, add_survives_every_refusal)
             return result;
         },
         [](const attempt &one) { EXPECT_EQ(one.messages, ""); });
+}
+
+// Without the index of a long list everything is as with it, but slower.
+TEST_F(memlist_refused, refused_index_of_a_long_list_changes_nothing_that_can_be_seen)
+{
+    count_blocks();
+    fill(139);
+    EXPECT_EQ(live_blocks(), 139 + 2); // the list and its index
+    std::vector<void *> blocks(hdl->memlist_addr, hdl->memlist_addr + 139);
+    // The index is asked for anew when the list has outgrown it, and at each block until there is memory.
+    for (size_t n = 139; n < 1000; ++n) {
+        blocks.push_back(malloc(1));
+        ASSERT_NE(blocks.back(), nullptr);
+        refuse_from(n == hdl->memlist_size ? 1 : 0, true);
+        ASSERT_EQ(memlist_add(hdl, blocks.back()), 0);
+        stop_refusing();
+        ASSERT_EQ(hdl->memlist_addr[n], blocks.back());
+    }
+    EXPECT_EQ(hdl->memlist_index, nullptr);
+    EXPECT_EQ(extent(), extents(1000, 1000));
+    memlist_free(hdl, blocks[700]);
+    memlist_free(hdl, blocks[3]);
+    refuse_from(0, true);
+    EXPECT_EQ(memlist_add(hdl, hdl), 0);
+    EXPECT_EQ(memlist_add(hdl, hdl), 0);
+    stop_refusing();
+    EXPECT_EQ(hdl->memlist_addr[3], hdl);
+    EXPECT_EQ(hdl->memlist_addr[700], hdl);
+    memlist_remove(hdl, hdl);
+    EXPECT_EQ(hdl->memlist_addr[3], nullptr);
+    EXPECT_EQ(hdl->memlist_addr[700], hdl);
+    fill(1);
+    EXPECT_NE(hdl->memlist_addr[3], nullptr);
+    EXPECT_EQ(hdl->memlist_index, nullptr);
+    fill(1); // there is memory now
+    EXPECT_NE(hdl->memlist_index, nullptr);
+    memlist_remove(hdl, hdl);
+    EXPECT_EQ(hdl->memlist_addr[700], nullptr);
+    EXPECT_EQ(extent(), extents(1001, 1020));
+    ovra_fini(std::exchange(hdl, nullptr));
+    EXPECT_EQ(live_blocks(), 0);
+    stop_counting();
 }

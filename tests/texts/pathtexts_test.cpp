@@ -347,4 +347,16 @@ TEST_F(path_texts, with_a_file_no_node_can_hold_are_refused)
                     AllOf(StartsWith("the file \""), HasSubstr(" cannot be packed\n")));
 }
 
+// Nobody sees a blank at the end of a line, and a terminal does not copy it.
+TEST_F(path_texts, show_what_ends_in_a_blank_as_bytes)
+{
+    EXPECT_THAT(decoded("0404080061000000"
+                        "7fff0400"),
+                HasSubstr(" file a"));
+    EXPECT_THAT(decoded("04040a0061002000"
+                        "00007fff0400"),
+                ::testing::Not(HasSubstr(" file ")));
+    expect_to_come_back(bytes_of("04040a006100200000007fff0400"));
+}
+
 } // namespace texts_test

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include "src/base/text.h"
-#include "tools/text/output.h"
 #include "tools/text/text.h"
 
 namespace texts_test {
@@ -41,16 +40,6 @@ TEST_F(shown_text, keeps_letters_signs_and_the_blank)
          {0x20U, 0x41U, 0xa1U, 0xacU, 0xaeU, 0xe9U, 0x416U, 0x5d0U, 0x627U, 0x0e01U, 0x1e9eU, 0x2010U,
           0x20acU, 0x2801U, 0x3001U, 0x4e2dU, 0xac00U, 0xfffdU, 0x1f600U})
         EXPECT_FALSE(is_escaped(character)) << std::hex << static_cast<unsigned>(character);
-}
-
-// They may be part of a file's name.
-TEST_F(shown_text, keeps_blanks_at_the_end)
-{
-    tool::table rows;
-    rows.row({"a", "b  ", ""});
-    rows.row({"long", "", "c "});
-    rows.row({"d", "", ""});
-    EXPECT_EQ(rows.text(), "a     b  \nlong       c \nd\n");
 }
 
 } // namespace texts_test

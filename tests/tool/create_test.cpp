@@ -25,10 +25,11 @@ const std::string sample_path = from_hex(sample_path_hex);
 
 TEST_F(create_verb, writes_the_lowest_unused_option_and_appends_it_to_the_order)
 {
-    EXPECT_EQ(output(linux_option()),
-              "wrote Boot0008: \"Linux\", 0x00000001 (active)\n"
-              "wrote BootOrder: Boot0000 Boot0001 Boot0002 Boot0003 Boot0004 Boot0005 Boot0006 Boot0007 "
-              "Boot0008\n");
+    EXPECT_EQ(
+        output(linux_option()),
+        "wrote Boot0008: \"Linux\", 0x00000001 (active)\n"
+        "wrote BootOrder: Boot0000 Boot0001 Boot0002 Boot0003 Boot0004 Boot0005 Boot0006\n      Boot0007 "
+        "Boot0008\n");
     EXPECT_EQ(get("Boot0008"), load_option(1, "Linux", sample_path));
     EXPECT_THAT(order(), ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8));
 }

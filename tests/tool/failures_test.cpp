@@ -102,9 +102,7 @@ TEST_F(failing_writes, are_told_of_in_words)
     for (int call = 1; call < 6; ++call) {
         const outcome shown = run_with({"show", "Boot0003"}, rule("read", "Boot0003", EIO, call, call));
         EXPECT_THAT(shown.err, Not(HasSubstr("80000000000000")));
-        if (shown.status != 0) {
-            EXPECT_THAT(shown.err, HasSubstr("Input/output error"));
-        }
+        EXPECT_TRUE(shown.status == 0 || shown.err.starts_with("ovra: cannot read Boot0003: "));
     }
 }
 
@@ -153,15 +151,16 @@ TEST_F(failing_writes, to_confirm_an_order_without_an_option_say_what_stands)
 // A person stops the command, or the system does, between two of its writes.
 TEST_F(failing_writes, wait_for_the_signals_that_end_a_program)
 {
+    const words numbered = create + words{"--number", "8"};
     for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
-        const outcome made = run_with(create, rule("create", ".hwplat", -signal, 2, 2));
+        const outcome made = run_with(numbered, rule("create", ".hwplat", -signal, 2, 2));
         EXPECT_EQ(made.status, -1) << "ended by the signal after all";
-        EXPECT_NE(get("Boot0003"), "(none)");
-        EXPECT_THAT(order(), ElementsAre(0, 1, 2, 4, 5, 6, 7, 3));
-        const outcome removed = run_with({"remove", "Boot0003"}, rule("unlink", "Boot0003", -signal));
+        EXPECT_NE(get("Boot0008"), "(none)");
+        EXPECT_THAT(order(), ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8));
+        const outcome removed = run_with({"remove", "Boot0008"}, rule("unlink", "Boot0008", -signal));
         EXPECT_EQ(removed.status, -1);
-        EXPECT_EQ(get("Boot0003"), "(none)");
-        EXPECT_THAT(order(), ElementsAre(0, 1, 2, 4, 5, 6, 7));
+        EXPECT_EQ(get("Boot0008"), "(none)");
+        EXPECT_THAT(order(), ElementsAre(0, 1, 2, 3, 4, 5, 6, 7));
     }
     const outcome looked = run_with({"list"}, rule("open", "BootOrder", -SIGTERM));
     EXPECT_EQ(looked.status, -1);

@@ -99,7 +99,8 @@ TEST_F(writing_obstacles, are_volatile_variables)
           words{"remove", "Boot0003"}, words{"set", "Boot0003", "--desc", "y"}}) {
         const std::string said = refusal(arguments);
         EXPECT_THAT(said, HasSubstr(": it is stored as boot-service, run-time\n")) << arguments[0];
-        EXPECT_THAT(said, HasSubstr("the firmware's own until the next start.\n")) << arguments[0];
+        EXPECT_THAT(said, HasSubstr("A volatile variable belongs to the firmware until the next start.\n"))
+            << arguments[0];
     }
 }
 
@@ -166,8 +167,8 @@ TEST_F(writing_obstacles, to_the_lock_are_named)
     fs::rename(root / "var/lib", root / "elsewhere");
     fs::create_symlink("../elsewhere", root / "var/lib");
     EXPECT_EQ(refusal({"next", "Boot0001"}),
-              "ovra: cannot lock the machine: something on the path to its lock file is not a\n"
-              "      folder\n  All above " +
+              "ovra: cannot lock the machine: something on the path to its lock file is not a "
+              "folder\n  All above " +
                   lock + " are folders; links are not followed.\n");
 }
 
@@ -258,17 +259,17 @@ TEST_F(writing_obstacles, to_reading_one_option_are_named_by_find)
         EXPECT_THAT(found.out, HasSubstr("Boot0008"));
         EXPECT_THAT(found.err, ::testing::EndsWith(remark));
     }
-    const outcome disks = run({"disks"}, around);
+    const outcome disks = run({"disks"}, *around);
     EXPECT_EQ(disks.status, 0);
     EXPECT_EQ(disks.err, remark) << "it may be one of a disk";
-    EXPECT_EQ(run({"show", "Boot0008"}, around).err, "");
+    EXPECT_EQ(run({"show", "Boot0008"}, *around).err, "");
     // Nothing is said to boot from a disk that cannot be read; that is not to say that nothing does.
     fs::permissions(root / "dev/sda", fs::perms::none);
     const outcome refused = run({"find", "c5t0d0s0"}, *around);
     EXPECT_EQ(refused.status, 1);
     EXPECT_EQ(refused.out, "");
     EXPECT_EQ(refused.err, "ovra: cannot read /dev/sda: Permission denied\n  Run this as root.\n");
-    const outcome shown = run({"show", "Boot0008"}, around);
+    const outcome shown = run({"show", "Boot0008"}, *around);
     EXPECT_EQ(shown.status, 0);
     EXPECT_EQ(shown.err, "ovra: warning: cannot read /dev/sda: Permission denied\n"
                          "  The option may boot from it.\n");

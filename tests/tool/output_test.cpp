@@ -92,14 +92,6 @@ TEST_F(command_output, escapes_characters_that_change_how_text_is_shown)
     EXPECT_THAT(output({"show", "Boot0003", "--json"}), HasSubstr("\"\\udb40\\udc41\""));
 }
 
-// They may be part of a file's name.
-TEST_F(command_output, keeps_blanks_at_the_end)
-{
-    EXPECT_THAT(output({"path", "decode", "04040a006100200000007fff0400"}), ::testing::EndsWith("a \n"));
-    put("Boot0003", load_option(1, "two  ", from_hex("7fff0400")));
-    EXPECT_THAT(output({"show", "Boot0003"}), HasSubstr("  two  \n"));
-}
-
 // The library's own messages.
 class library_messages : public Machine {};
 

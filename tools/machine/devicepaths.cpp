@@ -226,8 +226,12 @@ decoded_path device_paths::library_texts(byte_view path)
 bool device_paths::come_back(const path_text &texts, byte_view nodes)
 {
     // What is shown is escaped, and what is typed is split and takes the separators of firmware.
-    if (printable(texts.device) != texts.device || split_file(texts.device).file || texts.file == "" ||
-        (texts.file && (printable(*texts.file) != *texts.file || firmware_file(*texts.file) != *texts.file)))
+    // A blank at the end of a line is not seen, and not copied from a terminal.
+    const auto is_seen = [](const std::string &text) {
+        return printable(text) == text && !text.ends_with(' ');
+    };
+    if (!is_seen(texts.device) || split_file(texts.device).file || texts.file == "" ||
+        (texts.file && (!is_seen(*texts.file) || firmware_file(*texts.file) != *texts.file)))
         return false;
     try {
         const bytes packed = pack(texts.device, texts.file);

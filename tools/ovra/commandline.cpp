@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <numeric>
-#include <sstream>
 #include <utility>
 
 #include <CLI/CLI.hpp>
@@ -179,6 +178,19 @@ std::string wrapped(const std::string &text, size_t width)
     return all;
 }
 
+// A name, and what is said of it, which begins in a column of its own. CLI11 has it with a stream for each,
+// which is a fifth of the work for a page of help.
+std::string in_columns(std::string name, const std::string &text, size_t column)
+{
+    name += name.size() >= column ? "\n" + std::string(column, ' ') : std::string(column - name.size(), ' ');
+    for (const char letter : text) {
+        name += letter;
+        if (letter == '\n')
+            name.append(column, ' ');
+    }
+    return name + '\n';
+}
+
 class format_of_help : public CLI::Formatter {
 public:
     std::string make_option_desc(const CLI::Option *option) const override
@@ -188,11 +200,9 @@ public:
 
     std::string make_subcommand(const CLI::App *verb) const override
     {
-        std::ostringstream out;
-        CLI::detail::format_help(out, verb->get_name(),
-                                 wrapped(verb->get_description(), help_width - get_column_width()),
-                                 get_column_width());
-        return out.str();
+        return in_columns("  " + verb->get_name(),
+                          wrapped(verb->get_description(), help_width - get_column_width()),
+                          get_column_width());
     }
 
     std::string make_help(const CLI::App *app, std::string name, CLI::AppFormatMode mode) const override

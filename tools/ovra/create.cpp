@@ -90,6 +90,7 @@ std::string take_back(firmware &machine, const std::string &name, const variable
 
 class create_verb : public verb {
 public:
+    const char *summary() const override { return "make a boot option and put it into BootOrder"; }
     void declare(CLI::App &app) override;
     void check() override;
     void run(const general_options &general) override;
@@ -109,7 +110,6 @@ private:
 
 void create_verb::declare(CLI::App &app)
 {
-    app.description("make a boot option and put it into BootOrder");
     description.declare(app)->required();
     auto *digits = add_value(app, "--path-hex", "HEX", "the packed device path, as hexadecimal digits",
                              [this](const std::string &text) {

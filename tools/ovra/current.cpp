@@ -10,7 +10,7 @@ namespace {
 
 class current_verb : public verb {
 public:
-    void declare(CLI::App &app) override { app.description("the option that was booted"); }
+    const char *summary() const override { return "the option that was booted"; }
 
     void run(const general_options &general) override
     {

@@ -173,7 +173,7 @@ std::string as_text(const std::vector<drive> &drives, const uses &uses)
 
 class disks_verb : public verb {
 public:
-    void declare(CLI::App &app) override { app.description("the disks, and which boot options use them"); }
+    const char *summary() const override { return "the disks, and which boot options use them"; }
 
     void run(const general_options &general) override
     {

@@ -34,9 +34,9 @@ std::vector<uint16_t> options_on(firmware &machine, byte_view node)
 
 class find_verb : public verb {
 public:
+    const char *summary() const override { return "the boot options that boot from a disk"; }
     void declare(CLI::App &app) override
     {
-        app.description("the boot options that boot from a disk");
         disk.declare(
                 app, "disk",
                 "a disk's slice or partition, by its name (c0t0d0s0), Linux's (/dev/sda1) or PARTUUID=...")

@@ -170,9 +170,9 @@ std::string as_text(const listing &all, bool verbose)
 
 class list_verb : public verb {
 public:
+    const char *summary() const override { return "the boot options, in boot order"; }
     void declare(CLI::App &app) override
     {
-        app.description("the boot options, in boot order");
         app.add_flag("-v,--verbose", verbose, "also paths, attributes and optional data");
     }
 

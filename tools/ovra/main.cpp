@@ -7,8 +7,11 @@
 #include <fcntl.h>
 #include <memory>
 #include <new>
+#include <span>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 
@@ -25,12 +28,17 @@ struct declared_verb {
     std::unique_ptr<tool::verb> verb;
 };
 
-std::vector<declared_verb> declare_verbs(CLI::App &app)
+// With the options of those verbs that are among the words: to declare all of them would be half of the start
+// of each command.
+std::vector<declared_verb> declare_verbs(CLI::App &app, std::span<char *const> words)
 {
     std::vector<declared_verb> declared;
     for (const auto &[name, make] : tool::known_verbs()) {
-        declared.push_back({app.add_subcommand(name), make()});
-        declared.back().verb->declare(*declared.back().options);
+        auto verb = make();
+        CLI::App *options = app.add_subcommand(name, verb->summary());
+        if (std::find(words.begin(), words.end(), std::string_view(name)) != words.end())
+            verb->declare(*options);
+        declared.push_back({options, std::move(verb)});
     }
     return declared;
 }
@@ -55,7 +63,7 @@ std::unique_ptr<tool::verb> read_command_line(int argc, char **argv, tool::gener
 {
     CLI::App app("Reads and changes the boot configuration of UEFI firmware.", "ovra");
     declare_general(app, general);
-    std::vector<declared_verb> verbs = declare_verbs(app);
+    std::vector<declared_verb> verbs = declare_verbs(app, {argv, argv + argc});
     try {
         std::vector<std::string> words = tool::words_to_parse(app, argc, argv);
         std::reverse(words.begin(), words.end()); // as CLI11 wants them

@@ -14,9 +14,9 @@ namespace {
 
 class next_verb : public verb {
 public:
+    const char *summary() const override { return "show or set the option to boot once, at the next start"; }
     void declare(CLI::App &app) override
     {
-        app.description("show or set the option to boot once, at the next start");
         auto *named = option.declare(app, "boot this option at the next start, once");
         app.add_flag("--clear", clear, "boot by BootOrder again")->excludes(named);
         app.add_flag("--force", force, "also an option that does not exist");

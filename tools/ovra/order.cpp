@@ -73,9 +73,9 @@ std::vector<uint16_t> order_of(const std::vector<std::string> &lists)
 
 class order_verb : public verb {
 public:
+    const char *summary() const override { return "show or change BootOrder"; }
     void declare(CLI::App &app) override
     {
-        app.description("show or change BootOrder");
         declare_insert(*app.add_subcommand("insert", "put an option into BootOrder, out of its old place"));
         declare_remove(
             *app.add_subcommand("remove", "take an option out of BootOrder; the option itself stays"));

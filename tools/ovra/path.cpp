@@ -36,9 +36,9 @@ std::string standard_input()
 
 class path_verb : public verb {
 public:
+    const char *summary() const override { return "device paths between text and packed form"; }
     void declare(CLI::App &app) override
     {
-        app.description("device paths between text and packed form");
         declare_encode(*app.add_subcommand("encode", "pack a device path that is given as text"));
         declare_decode(*app.add_subcommand("decode", "show a packed device path as text"));
         app.require_subcommand(1);

@@ -180,9 +180,9 @@ void removal::write_order_after_all()
 
 class remove_verb : public verb {
 public:
+    const char *summary() const override { return "remove boot options, also from BootOrder"; }
     void declare(CLI::App &app) override
     {
-        app.description("remove boot options, also from BootOrder");
         options.declare(app, "the options to remove")->required();
     }
 

@@ -59,9 +59,9 @@ void confirm(const char *type)
 
 class reset_verb : public verb {
 public:
+    const char *summary() const override { return "reset the machine"; }
     void declare(CLI::App &app) override
     {
-        app.description("reset the machine");
         auto *cold = app.add_flag_callback(
             "--cold", [this] { type = EFI_RESET_COLD; }, "as by power-on (default)");
         auto *warm = app.add_flag_callback(

@@ -44,6 +44,7 @@ void require_kept(uint16_t number, const variable &stored_option, const load_opt
 
 class set_verb : public verb {
 public:
+    const char *summary() const override { return "change fields of a boot option"; }
     void declare(CLI::App &app) override;
     void check() override;
     void run(const general_options &general) override;
@@ -62,7 +63,6 @@ private:
 
 void set_verb::declare(CLI::App &app)
 {
-    app.description("change fields of a boot option");
     option.declare(app, "the option to change")->required();
     description.declare(app);
     path.declare_devpath(app);

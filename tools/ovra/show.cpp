@@ -96,9 +96,9 @@ std::string as_text(const shown_option &all)
 
 class show_verb : public verb {
 public:
+    const char *summary() const override { return "one boot option"; }
     void declare(CLI::App &app) override
     {
-        app.description("one boot option");
         option.declare(app, "the option to show")->required();
     }
 

@@ -161,9 +161,9 @@ void clear_alarm(firmware &machine)
 
 class time_verb : public verb {
 public:
+    const char *summary() const override { return "show or set the firmware's clock"; }
     void declare(CLI::App &app) override
     {
-        app.description("show or set the firmware's clock");
         app.add_flag("--wakeup", wakeup, "the wake-up alarm instead of the clock");
         auto *set = add_value(app, "--set", "TIME",
                               "set it, to a time as 2026-01-31T12:00:00, followed by Z or +02:00",

@@ -101,7 +101,7 @@ void append_text(ht_node_t node, size_t depth, const drives_by_path &drives, tab
 
 class tree_verb : public verb {
 public:
-    void declare(CLI::App &app) override { app.description("the device tree"); }
+    const char *summary() const override { return "the device tree"; }
 
     void run(const general_options &general) override
     {

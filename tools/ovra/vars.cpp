@@ -93,9 +93,9 @@ std::string as_text(const std::vector<named_variable> &entries, bool verbose)
 
 class vars_verb : public verb {
 public:
+    const char *summary() const override { return "the firmware's variables"; }
     void declare(CLI::App &app) override
     {
-        app.description("the firmware's variables");
         add_value(app, "name", "NAME", "only variables of this name; * and ? stand for any characters",
                   [this](const std::string &text) { filter = text; });
         app.add_flag("-v,--verbose", verbose, "also the data");

@@ -22,8 +22,10 @@ public:
     verb(const verb &) = delete;
     verb &operator=(const verb &) = delete;
 
-    // Describes the verb, and declares its options and positional arguments.
-    virtual void declare(CLI::App &app) = 0;
+    // What help says about it, in a line.
+    [[nodiscard]] virtual const char *summary() const = 0;
+    // Declares its options and positional arguments. Called when the command line has its name.
+    virtual void declare(CLI::App &) {}
     // Called once all values are read. Throws a usage_error for those that do not go together.
     virtual void check() {}
     // Does it. Throws a failure.

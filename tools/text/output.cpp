@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstring>
 #include <unistd.h>
-#include <utility>
 
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
@@ -62,12 +61,11 @@ std::string table::text() const
     std::string all;
     for (const entry &line : lines) {
         std::string text = line.note;
-        std::string padding; // nothing is filled up at the end: blanks there are the text's own
         for (size_t at = 0; at < line.cells.size(); ++at) {
-            if (!line.cells[at].empty())
-                text += std::exchange(padding, {}) + line.cells[at];
-            padding.append(widths[at] - columns(line.cells[at]) + 2, ' ');
+            text += line.cells[at];
+            text.append(widths[at] - columns(line.cells[at]) + 2, ' ');
         }
+        text.erase(text.find_last_not_of(' ') + 1);
         all += text + '\n';
     }
     return all;

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <thread>
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -61,6 +62,23 @@ protected:
 private:
     long of_tree = 0;
 };
+
+// libblkid is loaded with the first medium of a process. When it cannot be, no medium is taken for absent.
+TEST_F(failing_reads, loading_what_reads_partition_tables)
+{
+    if (void *loaded = dlopen("libblkid.so.1", RTLD_LAZY | RTLD_NOLOAD); loaded != nullptr) {
+        dlclose(loaded);
+        GTEST_SKIP() << "a case before this one has loaded it";
+    }
+    const auto media = [] { return all_of_kind(VS_MEDIA); };
+    EXPECT_GT(expect_each_first_failure_told(
+                  "media, first of all", media,
+                  [](const outcome &found, const outcome &undisturbed, int injected) {
+                      return found.error == ELIBACC || same_but_for_one_drive(found, undisturbed, injected);
+                  },
+                  calls_of(whole_tree)),
+              calls_of(media) + 5);
+}
 
 TEST_F(failing_reads, the_machine_is_what_the_tests_say)
 {
@@ -186,20 +204,39 @@ TEST(failing_reads_alike, decode_to_devices)
         });
 }
 
+enum class place { functions_of_their_own, one_function };
+
+// A machine whose disks have one image in common, a function for each of them or all on one.
+class alike_disks {
+public:
+    alike_disks(int count, place where)
+    {
+        ovra::test::write_gpt(image, 65536, ovra::test::make_gpt(65536, {{1, 2048, 4095}}));
+        const std::string scsi = machine.function("pci0000:00/0000:00:1f.0", 0x010000);
+        for (int i = 0; i < count; ++i) {
+            const std::string name = "sd" + std::to_string(i);
+            const std::string number = std::to_string(i);
+            if (where == place::one_function) {
+                machine.disk(name, scsi + "/host0/target0:0:" + number + "/0:0:" + number + ":0");
+            } else {
+                char folder[40];
+                std::snprintf(folder, sizeof folder, "pci0000:00/0000:00:%02x.%d", i / 8, i % 8);
+                machine.disk(name, machine.ata(machine.function(folder, 0x010601),
+                                               static_cast<unsigned>(i) + 1, 1, "0:0:0:0"));
+            }
+            fs::create_hard_link(image, machine.root() / "dev" / name);
+        }
+    }
+
+private:
+    const sample machine;
+    const fs::path image = machine.image("image");
+};
+
 // A call reads the machine once, however many disks its path means.
 TEST(failing_reads_alike, a_call_reads_the_machine_once)
 {
-    const sample machine;
-    const fs::path image = machine.image("image");
-    ovra::test::write_gpt(image, 65536, ovra::test::make_gpt(65536, {{1, 2048, 4095}}));
-    for (int i = 0; i < 100; ++i) {
-        char place[40];
-        std::snprintf(place, sizeof place, "pci0000:00/0000:00:%02x.%d", i / 8, i % 8);
-        const std::string name = "sd" + std::to_string(i);
-        machine.disk(
-            name, machine.ata(machine.function(place, 0x010601), static_cast<unsigned>(i) + 1, 1, "0:0:0:0"));
-        fs::create_hard_link(image, machine.root() / "dev" / name);
-    }
+    const alike_disks disks(100, place::functions_of_their_own);
     const library ovra;
     const std::string packed = ovra.packed("c99t0d0s0", 0);
     EXPECT_EQ(lines(ovra.decode(packed).text).size(), 100U);
@@ -214,6 +251,39 @@ TEST(failing_reads_alike, a_call_reads_the_machine_once)
     EXPECT_GE(of_tree, 1000);
     EXPECT_EQ(of_decode, of_media);
     EXPECT_EQ(of_encode, of_tree + (of_media - of_tree) / 100);
+}
+
+// Calls of the system for all disks that a path or an option means: ten times as many for ten times the
+// disks.
+TEST(failing_reads_alike, ten_times_the_disks_cost_ten_times_the_calls)
+{
+    struct cost {
+        long decode;
+        long names;
+    };
+    for (const place where : {place::functions_of_their_own, place::one_function}) {
+        const auto cost_of = [where](int count) {
+            const alike_disks disks(count, where);
+            const library ovra;
+            const char *disk = where == place::one_function ? "c0t0d0s0" : "c1t0d0s0";
+            const std::string packed = ovra.packed(disk, 0);
+            ovra.put_option("Boot0001", disk);
+            EXPECT_EQ(lines(ovra.decode(packed).text).size(), static_cast<std::size_t>(count));
+            EXPECT_EQ(lines(ovra.names(ovra_bootopt_logdev, "Boot0001").text).size(),
+                      static_cast<std::size_t>(count));
+            return cost{calls_of([&] { return ovra.decode(packed); }),
+                        calls_of([&] { return ovra.names(ovra_bootopt_logdev, "Boot0001"); })};
+        };
+        const cost few = cost_of(10);
+        const cost many = cost_of(100);
+        std::printf(
+            "10 and 100 disks that are alike: calls to decode a path %ld and %ld, for the disks of an "
+            "option %ld and %ld\n",
+            few.decode, many.decode, few.names, many.names);
+        EXPECT_GT(few.decode, 100);
+        EXPECT_LE(many.decode, 11 * few.decode);
+        EXPECT_LE(many.names, 11 * few.names);
+    }
 }
 
 // File descriptors run out again and again while disks are encoded.
