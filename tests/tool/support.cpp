@@ -20,12 +20,6 @@ namespace tool_test {
 
 namespace fs = std::filesystem;
 
-const std::string sample_path_hex =
-    "04012a00010000000008000000000000006000000000000011223344556677889900aabbccddeeff"
-    "0202"
-    "04040e005c004500460049000000"
-    "7fff0400";
-
 const std::vector<words> writers_of_variables = {{"create", "--desc", "x", "--path-hex", "7fff0400"},
                                                  {"set", "Boot0000", "--inactive"},
                                                  {"remove", "Boot0000"},
@@ -368,37 +362,6 @@ std::map<std::string, std::string> Machine::snapshot() const
             contents = read_file(entry.path());
     }
     return files;
-}
-
-std::string load_option(uint32_t attributes, std::string_view description, std::string_view path,
-                        std::string_view optional_data)
-{
-    const auto path_size = static_cast<uint16_t>(path.size());
-    std::string data(reinterpret_cast<const char *>(&attributes), sizeof attributes);
-    data.append(reinterpret_cast<const char *>(&path_size), sizeof path_size);
-    data += ucs2(description);
-    data.append(2, '\0');
-    data += path;
-    data += optional_data;
-    return data;
-}
-
-std::string ucs2(std::string_view ascii)
-{
-    std::string units;
-    for (const char c : ascii) {
-        units += c;
-        units += '\0';
-    }
-    return units;
-}
-
-std::string from_hex(std::string_view digits)
-{
-    std::string data;
-    for (size_t at = 0; at + 1 < digits.size(); at += 2)
-        data += static_cast<char>(std::stoi(std::string(digits.substr(at, 2)), nullptr, 16));
-    return data;
 }
 
 } // namespace tool_test
