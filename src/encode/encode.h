@@ -18,7 +18,7 @@ typedef struct {
     char *value;
 } uefi_nv_pair_t;
 
-#define UEFI_ARGS_MAX 256 /* declared; a list has as many as there are arguments, more or less */
+#define UEFI_ARGS_MAX 256 /* declared; a list is allocated for its own number of arguments */
 
 /* Lies in one block with the texts that it points to. */
 typedef struct {

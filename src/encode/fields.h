@@ -70,7 +70,7 @@ constexpr field need_bytes(const char *name, place at)
     return {name, at, form::bytes};
 }
 
-/* Whether the node is allocated before its arguments are read: which message comes first can be seen. */
+/* Whether the node is allocated before its arguments are read: this decides which message comes first. */
 enum class order : uint8_t { alloc_last, alloc_first };
 
 /* Bytes of the largest node that is only its fields. */

@@ -56,8 +56,7 @@ inline got get_eisaid(uefi_arg_list_t *args, const char *name, uint32_t *out)
 }
 
 /*
- * From here on true is success, in every helper and those of the families: no condition mixes it with the 0
- * of the C routines.
+ * From here on every helper returns true on success: no condition mixes that with the 0 of the C routines.
  */
 
 /* An error message for a helper that fails: always false, to be returned. */

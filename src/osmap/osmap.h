@@ -59,7 +59,7 @@ int encode_path_logdrive(ovra_hdl_t hdl, const char *device, const char *file, i
                          int *len);
 
 /*
- * The short names of all partitions, respectively slices, that a hard-drive node of at least 42 bytes stands
+ * The short names of all partitions or slices that a hard-drive node of at least 42 bytes stands
  * for, in the order of the drives. *names must be null. 0 with a null-terminated array that the handle owns
  * (free_str_array); or -1, with *names as it was: there is none, or no memory.
  */

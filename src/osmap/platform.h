@@ -18,8 +18,7 @@
 namespace ovra {
 
 /*
- * While it lives, the platform's calls speak of one state of the machine: what a name means to one of them it
- * means to the others.
+ * While it exists, the platform's calls see one state of the machine: a name means the same to all of them.
  */
 class one_picture {
 public:
@@ -97,7 +96,7 @@ private:
     vs_descriptor_t desc;
 };
 
-/* A node's name and unit address; what it has not is the empty text. */
+/* A node's name and unit address; empty if it has none. */
 inline const char *name_of(ht_node_t node)
 {
     const char *name = ht_node_name(node);

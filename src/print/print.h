@@ -14,8 +14,8 @@ extern "C" {
 #endif
 
 /*
- * Appends the text of a node, whose `len` bytes must be readable, and its header whatever `len` says. A node
- * that is too short for its kind, or of no kind known here, prints its type, its subtype and its bytes.
+ * Appends the text of a node. Its header and its `len` bytes must be readable. A node that is too short for
+ * its kind, or of no kind known here, prints its type, its subtype and its bytes.
  */
 void print_device_path(const uefi_device_path_t *node, char **to);
 
@@ -35,7 +35,8 @@ void device_path_hexdump(const uefi_device_path_t *node, char **hex);
 /* Appends `piece`. Without memory *to is as it was. */
 void append_uefi_path(const char *piece, char **to);
 
-/* Writes a GUID in upper case, such as "8BE4DF61-93CA-11D2-AA0D-00E098032B8C": 37 bytes with the terminator.
+/*
+ * Writes a GUID in upper case, such as "8BE4DF61-93CA-11D2-AA0D-00E098032B8C": 37 bytes with the terminator.
  */
 void print_guid(const EFI_GUID *guid, char *out);
 

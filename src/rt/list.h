@@ -52,7 +52,7 @@ int append_entry(entry ***array, entry *last, const auto &memory)
 }
 
 /*
- * An array under construction. It neither counts nor moves a long array again for each entry. `owner` is the
+ * An array under construction. Appending does not count or move the array each time. `owner` is the
  * unique_ptr that releases an array with its entries; `first` is the room in pointers that it begins with.
  */
 template <typename owner, typename memory, size_t first = 8>
@@ -85,7 +85,7 @@ public:
         return 0;
     }
 
-    /* Takes an entry from its unique_ptr; -1 without memory, which a null entry stands for too. */
+    /* Takes an entry from its unique_ptr; -1 without memory, or when the entry is null. */
     template <typename entry_owner>
     int append(entry_owner entry)
     {

@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* Owners of malloc'd memory inside the library. Each releases on the way out, which makes an exit one line.
+/*
+ * Owners of malloc'd memory inside the library. Each releases on the way out: every early return is one line.
  */
 #ifndef SRC_RT_OWNED_H
 #define SRC_RT_OWNED_H
