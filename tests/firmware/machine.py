@@ -157,9 +157,9 @@ class Start:
         return done.out
 
     def show(self, command):
-        """Like output, for the record of the machine."""
+        """Like output, for the record of the machine, with what the command tells a person."""
         self.machine.shown += f"# {command}\n"
-        out = self.output(command)
+        out = self.output(f"{command} 2>&1")
         self.machine.shown += out + "\n"
         return out
 
