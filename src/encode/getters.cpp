@@ -14,7 +14,6 @@ using ovra::got;
 using ovra::owned;
 using ovra::say;
 
-static constexpr int malformed = static_cast<int>(got::malformed);
 static constexpr int absent = static_cast<int>(got::absent);
 
 got ovra::number_absent(const char *name)

@@ -36,7 +36,7 @@ struct indexed_row {
 
 // Places of rows by the hash of their keyword: what another row has taken is passed over to the next place.
 constexpr size_t places = 256;
-static_assert(2 * ENCODE_OPT_COUNT <= places); // most of them stay free
+static_assert(ENCODE_OPT_COUNT <= places / 2); // most of them stay free
 
 using row_index = std::array<indexed_row, places>;
 

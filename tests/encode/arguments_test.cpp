@@ -246,7 +246,11 @@ TEST(arg_list_room, list_tells_its_end_and_leaves_the_room)
 {
     ovra::arg_list_room room(512);
     messages said(0, 1);
-    uefi_arg_list_t *const first = room.make("1,2", three).get();
+    const uefi_arg_list_t *first = nullptr;
+    {
+        const ovra::lent_arg_list lent = room.make("1,2", three);
+        first = lent.get();
+    }
     EXPECT_EQ(said.take(), "free_arglist  arg_list->argc = 2\n");
     const ovra::lent_arg_list second = room.make("3", three);
     EXPECT_EQ(second.get(), first);

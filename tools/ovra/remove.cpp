@@ -181,10 +181,7 @@ void removal::write_order_after_all()
 class remove_verb : public verb {
 public:
     const char *summary() const override { return "remove boot options, also from BootOrder"; }
-    void declare(CLI::App &app) override
-    {
-        options.declare(app, "the options to remove")->required();
-    }
+    void declare(CLI::App &app) override { options.declare(app, "the options to remove")->required(); }
 
     void run(const general_options &general) override
     {

@@ -97,10 +97,7 @@ std::string as_text(const shown_option &all)
 class show_verb : public verb {
 public:
     const char *summary() const override { return "one boot option"; }
-    void declare(CLI::App &app) override
-    {
-        option.declare(app, "the option to show")->required();
-    }
+    void declare(CLI::App &app) override { option.declare(app, "the option to show")->required(); }
 
     void run(const general_options &general) override
     {
