@@ -121,14 +121,14 @@ class Trees(unittest.TestCase):
         self.assertEqual(measure.duplicates(tree, tree.sources()), [])
 
     def test_places_of_kinds_and_verbs(self):
-        self.write("include/ovra/uefi.h", "OVRA_NODE(uefi_a_t, 1, 2, 3);\nOVRA_TAILED_NODE(uefi_b_t, 1, 2, 3);\n")
+        self.write("src/base/nodes.h", "OVRA_NODE(uefi_a_t, 1, 2);\nOVRA_TAILED_NODE(uefi_b_t, 1, 2, c);\n")
         self.write("src/encode/a.cpp", "uefi_a_t a;\n")
         self.write("tools/ovra/verbs.def", "VERB(list)\nVERB(show)\n")
         self.write("tools/ovra/main.cpp", "int make_show = 1, make_shower;\n")
         self.write("tools/ovra/show.cpp", "int make_show;\n")
         tree = measure.Tree(self.root)
         self.assertEqual(measure.node_places(tree), {
-            "uefi_a_t": ["include/ovra/uefi.h", "src/encode/a.cpp"], "uefi_b_t": ["include/ovra/uefi.h"]})
+            "uefi_a_t": ["src/base/nodes.h", "src/encode/a.cpp"], "uefi_b_t": ["src/base/nodes.h"]})
         self.assertEqual(measure.verb_places(tree), {
             "list": ["tools/ovra/verbs.def:1"], "show": ["tools/ovra/main.cpp:1", "tools/ovra/verbs.def:2"]})
 
