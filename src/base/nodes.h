@@ -69,7 +69,10 @@ OVRA_TAILED_NODE(uefi_bbs_path_t, UEFI_BIOS, 1, description);
 #undef OVRA_NODE
 #undef OVRA_KIND
 
-/* Whether nodes of this type have a meaning: those of chapter 10, and END. */
+/*
+ * Whether nodes of this type have a meaning: those of chapter 10, and END. Kept: so has 0, which UEFI leaves
+ * out. [kept_zero_has_a_meaning_too]
+ */
 constexpr bool is_node_type(uint64_t type)
 {
     return type <= UEFI_BIOS || type == UEFI_END;

@@ -140,6 +140,7 @@ int ovra_bootopt_get(ovra_hdl_t hdl, char *name, ovra_epath_t *path, int *path_l
     if (read_option(hdl, name, &variable) != 0)
         return -1;
 
+    // Kept: the status is that of reading, which succeeded. [kept_variable_of_one_byte_is_refused]
     const auto too_short = [name] {
         return fail("unable to read load option for %s: %lx\n", name, EFI_SUCCESS);
     };

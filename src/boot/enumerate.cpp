@@ -12,6 +12,7 @@ using ovra::str_array_builder;
 int ovra_bootopt_unused(ovra_hdl_t hdl, char **bootname)
 {
     EFI_STATUS status = EFI_SUCCESS;
+    // Kept: FFFF is never offered. [kept_last_number_is_never_offered]
     for (uint16_t number = 0; number < UINT16_MAX; ++number) {
         const ovra::option_name name(number);
         UINTN size = 0;

@@ -106,6 +106,7 @@ int encode_cdrom(uefi_arg_list_t *args, uefi_device_path_t **out)
 
 int encode_venmedia(uefi_arg_list_t *args, uefi_device_path_t **out)
 {
+    // Kept: the data of this kind alone has a limit. [kept_venmedia_1027_bytes_of_data_are_refused]
     constexpr size_t data_limit = 1026;
     hex_bytes data;
     if (is_given(args, "Data") && !require_hex(args, "Data", 1, data_limit, &data))

@@ -140,7 +140,9 @@ bool get_option_bits(uefi_arg_list_t *args, const char *name, std::span<const wo
     return true;
 }
 
-constexpr size_t target_name_limit = 223; // bytes of UCS-2 with the terminator
+// Kept: iSCSI's limit for a name's ASCII counts bytes of UCS-2, with the terminator.
+// [kept_iscsi_target_name_of_111_characters_is_refused]
+constexpr size_t target_name_limit = 223;
 
 } // namespace
 

@@ -131,7 +131,7 @@ TEST(record, new_one_has_its_header_and_zeros)
     EXPECT_EQ(end_node(), bytes({0x7f, 0xff, 4, 0}));
 }
 
-TEST(node_type, is_of_the_specification)
+TEST(node_type, kept_zero_has_a_meaning_too)
 {
     for (unsigned type = 0; type < 256; ++type)
         EXPECT_EQ(ovra::is_node_type(type), type <= 5 || type == 0x7f) << type;

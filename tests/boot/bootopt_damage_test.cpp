@@ -24,7 +24,7 @@ struct damaged_case {
 };
 
 constexpr damaged_case damaged[] = {
-    {"variable_of_one_byte_is_refused", "01", too_short, false},
+    {"kept_variable_of_one_byte_is_refused", "01", too_short, false},
     {"variable_shorter_than_its_header_is_refused", "01 00 00 00 04", too_short, false},
     {"variable_that_ends_behind_its_header_is_refused", "01 00 00 00 00 00", too_short, true},
     {"variable_that_ends_within_a_character_is_refused", "01 00 00 00 00 00  41", too_short, true},

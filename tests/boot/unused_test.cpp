@@ -90,7 +90,7 @@ TEST_F(bootopt_unused, number_that_cannot_be_asked_for_counts_as_used)
     EXPECT_EQ(unused(hdl), "Boot0001");
 }
 
-TEST_F(bootopt_unused, last_number_is_never_offered)
+TEST_F(bootopt_unused, kept_last_number_is_never_offered)
 {
     put_all_options();
     expect_errors("no unused Boot#### variables. ret = 8000000000000005\n", [&] {
