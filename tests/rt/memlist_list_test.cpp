@@ -141,6 +141,14 @@ void add_or_remove(ovra_hdl_t handle, plain_list *expected, void *block, bool ad
     }
 }
 
+void expect_same(ovra_hdl_t handle, const plain_list &expected, unsigned seed, int step)
+{
+    ASSERT_EQ(handle->memlist_end, expected.slots.size()) << "seed " << seed << " step " << step;
+    ASSERT_EQ(handle->memlist_size, expected.size) << "seed " << seed << " step " << step;
+    ASSERT_TRUE(std::equal(expected.slots.begin(), expected.slots.end(), handle->memlist_addr))
+        << "seed " << seed << " step " << step;
+}
+
 } // namespace
 
 // Blocks are addresses that are never freed, so that the list can be driven far and fast.
@@ -158,10 +166,9 @@ TEST_F(memlist_slots, equal_those_of_a_plain_list_under_random_use)
             const bool mostly_add = (step / 100) % 2 == static_cast<int>(seed % 2);
             add_or_remove(fresh, &expected, memory + below(random, distinct),
                           (below(random, 10) < 7) == mostly_add);
-            ASSERT_EQ(fresh->memlist_end, expected.slots.size()) << "seed " << seed << " step " << step;
-            ASSERT_EQ(fresh->memlist_size, expected.size) << "seed " << seed << " step " << step;
-            ASSERT_TRUE(std::equal(expected.slots.begin(), expected.slots.end(), fresh->memlist_addr))
-                << "seed " << seed << " step " << step;
+            expect_same(fresh, expected, seed, step);
+            if (HasFatalFailure())
+                return;
         }
         forget_all(fresh);
         ovra_fini(fresh);
@@ -182,12 +189,7 @@ TEST_F(memlist_slots, equal_those_of_a_long_plain_list_under_random_use)
             const bool mostly_add = (step / 2000) % 2 == 0;
             void *block = memory + below(random, distinct);
             add_or_remove(fresh, &expected, block, (below(random, 10) < 7) == mostly_add);
-            ASSERT_EQ(fresh->memlist_end, expected.slots.size()) << "seed " << seed << " step " << step;
-            ASSERT_EQ(fresh->memlist_size, expected.size) << "seed " << seed << " step " << step;
-            if (step % 50 == 0) {
-                ASSERT_TRUE(std::equal(expected.slots.begin(), expected.slots.end(), fresh->memlist_addr))
-                    << "seed " << seed << " step " << step;
-            }
+            expect_same(fresh, expected, seed, step);
             ASSERT_EQ(memlist_holds(fresh, block), expected.holds(block))
                 << "seed " << seed << " step " << step;
         }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <utility>
 
 #include "tests/support/captured.h"
 #include "tests/support/gpt.h"
@@ -49,28 +50,26 @@ protected:
                               ovra::test::make_gpt(65536, {{1, 2048, 4095}, {2, 4096, 8191}}));
     }
 
-    // The entry of a slice or partition in what "ovra disks" says.
-    static json volume(const json &disks, const std::string &name)
+    // The entries in what "ovra disks" says: of a slice or partition, and of the disk that has it.
+    static std::pair<json, json> volume_and_disk(const json &disks, const std::string &name)
     {
         for (const json &disk : disks["disks"]) {
             for (const json &volume : disk["volumes"]) {
                 if (volume["name"] == name)
-                    return volume;
+                    return {volume, disk};
             }
         }
-        return nullptr;
+        return {nullptr, nullptr};
     }
 
-    // The entry of the disk that has it.
+    static json volume(const json &disks, const std::string &name)
+    {
+        return volume_and_disk(disks, name).first;
+    }
+
     static json disk_of(const json &disks, const std::string &volume)
     {
-        for (const json &disk : disks["disks"]) {
-            for (const json &each : disk["volumes"]) {
-                if (each["name"] == volume)
-                    return disk;
-            }
-        }
-        return nullptr;
+        return volume_and_disk(disks, volume).second;
     }
 
     // As a GUID's text stands on disk.

@@ -78,7 +78,6 @@ bool same_second(const EFI_TIME &a, const EFI_TIME &b)
            std::tie(b.year, b.month, b.day, b.hour, b.minute, b.second);
 }
 
-// Sets the alarm and looks whether the clock took it. If not, the one that stood before stands again.
 // Nothing when it is damaged: then there is none to go back to.
 std::optional<firmware::alarm> alarm_before(firmware &machine)
 {
@@ -89,6 +88,7 @@ std::optional<firmware::alarm> alarm_before(firmware &machine)
     }
 }
 
+// Sets the alarm and looks whether the clock took it. If not, the one that stood before stands again.
 void set_alarm(firmware &machine, const EFI_TIME &time)
 {
     machine.check_set_wakeup_time();
