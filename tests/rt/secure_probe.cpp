@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
-// A program that says what the library made of its environment: whether variables are files, whether it
-// writes errors and traces. secure_test.cpp runs it as it is and as a set-group-ID program.
+// A program that says what the libraries made of its environment: whether variables are files, whether they
+// write errors and traces, whether the machine is that of the system. secure_test.cpp runs it as it is and as
+// a set-group-ID program.
 #include <cstdio>
 #include <sys/auxv.h>
 #include <unistd.h>
 
+#include "platform/machine/debug.h"
+#include "platform/machine/root.h"
 #include "src/rt/diag.h"
 #include "src/rt/rt.h"
 
@@ -16,8 +19,10 @@ int main()
     ovra::trace("trace ");
     ovra_hdl_t hdl = nullptr;
     const bool opened = ovra_init(&hdl) == 0;
-    printf("secure %lu: file %d, driver %d, errors %d, traces %d\n", getauxval(AT_SECURE),
-           access("Probe", F_OK) == 0, opened && hdl->ovra_fd != -1, ovra_path_eprint, ovra_path_debug);
+    machine::debug("debug");
+    printf("secure %lu: file %d, driver %d, errors %d, traces %d, live %d\n", getauxval(AT_SECURE),
+           access("Probe", F_OK) == 0, opened && hdl->ovra_fd != -1, ovra_path_eprint, ovra_path_debug,
+           machine::open_root().live);
     fflush(stdout);
     _exit(0); // nobody may look into such a program at its end for leaks
 }
