@@ -30,11 +30,11 @@ const bytes pci = {1, 1, 6, 0, 2, 31};
 
 TEST(cursor, gives_each_node_and_then_none)
 {
-    const bytes path = joined({pci, end_node()});
-    ovra::cursor nodes{path};
+    const bytes packed = joined({pci, end_node()});
+    ovra::cursor nodes{packed};
     const uefi_device_path_t *first = nodes.next();
     ASSERT_NE(first, nullptr);
-    EXPECT_EQ(ovra::node_bytes(first).data(), path.data());
+    EXPECT_EQ(ovra::node_bytes(first).data(), packed.data());
     EXPECT_EQ(ovra::node_bytes(first).size(), pci.size());
     EXPECT_FALSE(ovra::is_end_entire(first));
     const uefi_device_path_t *second = nodes.next();
@@ -50,12 +50,12 @@ TEST(cursor, every_claimed_length_in_every_length_there_is)
     for (size_t left = 0; left <= 12; ++left) {
         for (unsigned claimed = 0; claimed <= 14; ++claimed) {
             // A block of its own, so that a byte read beyond it is noticed.
-            bytes path(left, 0x5a);
+            bytes packed(left, 0x5a);
             if (left > 2)
-                path[2] = static_cast<uint8_t>(claimed);
+                packed[2] = static_cast<uint8_t>(claimed);
             if (left > 3)
-                path[3] = 0;
-            ovra::cursor nodes{path};
+                packed[3] = 0;
+            ovra::cursor nodes{packed};
             EXPECT_EQ(nodes.at_end(), left == 0);
             EXPECT_EQ(nodes.header_cut_off(), left < 4);
             EXPECT_EQ(nodes.cut_off(), left < 4 || claimed > left) << left << " " << claimed;
@@ -69,13 +69,13 @@ TEST(cursor, every_claimed_length_in_every_length_there_is)
 
 TEST(cursor, largest_node)
 {
-    bytes path(UINT16_MAX);
-    path[2] = path[3] = 0xff;
-    ovra::cursor nodes{path};
+    bytes packed(UINT16_MAX);
+    packed[2] = packed[3] = 0xff;
+    ovra::cursor nodes{packed};
     EXPECT_NE(nodes.next(), nullptr);
     EXPECT_TRUE(nodes.at_end());
-    path.pop_back();
-    EXPECT_EQ(ovra::cursor{path}.next(), nullptr);
+    packed.pop_back();
+    EXPECT_EQ(ovra::cursor{packed}.next(), nullptr);
 }
 
 TEST(cursor, path_without_an_end_ends_with_its_nodes)
@@ -88,8 +88,8 @@ TEST(cursor, path_without_an_end_ends_with_its_nodes)
 
 TEST(cursor, nodes_stand_at_any_address)
 {
-    const bytes path = joined({{0}, pci, end_node()});
-    ovra::cursor nodes{ovra::byte_view(path).subspan(1)};
+    const bytes packed = joined({{0}, pci, end_node()});
+    ovra::cursor nodes{ovra::byte_view(packed).subspan(1)};
     const auto *node = ovra::as<uefi_pci_device_path_t>(nodes.next());
     ASSERT_NE(node, nullptr);
     EXPECT_EQ(node->device_number, 31);

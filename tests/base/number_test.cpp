@@ -107,8 +107,6 @@ protected:
     void SetUp() override { ASSERT_STREQ(setlocale(LC_ALL, nullptr), "C"); }
 };
 
-} // namespace
-
 TEST_F(number, every_text_of_up_to_five_characters_that_matter)
 {
     constexpr char characters[] = "017fgxX+- ,";
@@ -209,3 +207,5 @@ TEST_F(number, is_written_as_printf_writes_it)
                   expected);
     }
 }
+
+} // namespace

@@ -78,8 +78,6 @@ protected:
     char *missing = arg("Boot0002");
 };
 
-} // namespace
-
 TEST_F(accessors, device_and_file_text_of_the_first_instance_are_read)
 {
     char *text = nullptr;
@@ -353,7 +351,7 @@ TEST(accessors_without_memory, text_getters_fail_or_give_a_shorter_text)
                              std::string(file_node) + end_node;
     const bytes before = option_bytes(path);
     fakes::put_variable("Boot0001", before);
-    const auto texts = [](auto getter) {
+    const auto texts_of = [](auto getter) {
         std::set<std::string> whole;
         std::set<std::string> refused;
         std::string text;
@@ -372,9 +370,9 @@ TEST(accessors_without_memory, text_getters_fail_or_give_a_shorter_text)
     };
     using set = std::set<std::string>;
     const std::string device = "/HardwarePath(0x3,0600abcd)/Pci(0x1f,0x2)";
-    EXPECT_EQ(texts(ovra_bootopt_devpath_get),
+    EXPECT_EQ(texts_of(ovra_bootopt_devpath_get),
               std::pair(set{device}, set{"(none)", "/Pci(0x1f,0x2)", device})); // the file's text was lost
-    EXPECT_EQ(texts(ovra_bootopt_bootpath_get), std::pair(set{"\\x"}, set{"(none)", "\\x"}));
+    EXPECT_EQ(texts_of(ovra_bootopt_bootpath_get), std::pair(set{"\\x"}, set{"(none)", "\\x"}));
 
     // What the getters give shorter the setters refuse.
     for_each_refused_allocation(
@@ -388,3 +386,5 @@ TEST(accessors_without_memory, text_getters_fail_or_give_a_shorter_text)
             }
         });
 }
+
+} // namespace

@@ -59,8 +59,6 @@ ovra_variable_args_t args_of(const fakes::request &seen)
     return args;
 }
 
-} // namespace
-
 TEST_F(bootopt_damage, description_of_128_characters_without_terminator_is_too_short)
 {
     fakes::put_variable("Boot0001", load_option(9, 2, units(std::u16string(128, u'd'))));
@@ -326,3 +324,5 @@ TEST_F(bootopt_damage_file, without_memory)
                                     EXPECT_EQ(one.messages, one.refused == 0 ? "" : said[one.n]);
                                 });
 }
+
+} // namespace

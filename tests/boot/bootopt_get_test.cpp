@@ -63,8 +63,6 @@ void check_stored_text(bootopt_get &test, const stored_text &row)
 const bool stored_texts_registered =
     register_rows("bootopt_get", stored_texts, check_stored_text, __FILE__, __LINE__);
 
-} // namespace
-
 TEST_F(bootopt_get, option_is_split_into_its_parts)
 {
     fakes::put_variable(
@@ -244,3 +242,5 @@ TEST_F(bootopt_get_file, option_is_a_file_of_its_name)
     EXPECT_EQ(all.hex_path(), "01 02");
     EXPECT_EQ(all.hex_optdata(), "03");
 }
+
+} // namespace

@@ -156,8 +156,6 @@ void check_length(bootopt &test, const length_case &row)
 
 const bool lengths_registered = register_rows("bootopt", lengths, check_length, __FILE__, __LINE__);
 
-} // namespace
-
 TEST_F(bootopt, option_is_stored_in_the_order_of_its_fields)
 {
     EXPECT_EQ(set("Li", from_hex("01 02 03 04 05"), from_hex("aa bb cc"), 0x87654321), 0);
@@ -352,3 +350,5 @@ TEST_F(bootopt_file, refused_name_touches_no_file)
     EXPECT_EQ(ovra_bootopt_set(hdl, arg("Boot000a"), nullptr, 0, arg("x"), 1, nullptr, 0), -1);
     EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
 }
+
+} // namespace

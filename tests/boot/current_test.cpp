@@ -36,8 +36,6 @@ struct bootcurrent : open_handle {
 struct bootnext : open_handle {};
 struct bootcurrent_file : file_fixture {};
 
-} // namespace
-
 TEST_F(bootcurrent, number_is_read_as_a_name_of_four_upper_case_digits)
 {
     for (const named &one : both)
@@ -234,3 +232,5 @@ TEST_F(bootcurrent_file, next_is_written_to_its_file)
     expect_errors("can't open file BootNext: Is a directory\n",
                   [&] { EXPECT_EQ(ovra_bootnext_set(hdl, arg("Boot1")), -1); });
 }
+
+} // namespace

@@ -36,8 +36,6 @@ void write_name(CHAR16 *to, const std::string &name)
     *to = 0;
 }
 
-} // namespace
-
 TEST_F(bootopt_list, firmware_without_enumeration)
 {
     fakes::script_enumeration({{.status = EFI_UNSUPPORTED}}, true);
@@ -165,3 +163,5 @@ TEST_F(bootopt_list, size_that_the_firmware_gives_back_is_not_believed)
     for (const auto &request : fakes::requests())
         EXPECT_EQ(request.variable_name_size, 514U);
 }
+
+} // namespace

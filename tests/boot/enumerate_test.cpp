@@ -22,8 +22,6 @@ void plain_enumeration(ovra_hdl_t hdl)
     }
 }
 
-} // namespace
-
 TEST_F(bootopt_list, options_are_listed_in_the_order_of_the_firmware)
 {
     for (const char *name : {"Boot0010", "BootOrder", "Boot0002", "Timeout", "BootFFFF", "Boot0001"})
@@ -206,3 +204,5 @@ TEST_F(bootopt_list_file, the_driver_is_asked_also_in_test_file_mode)
     EXPECT_EQ(option_list(one), option_names());
     ovra_fini(one);
 }
+
+} // namespace

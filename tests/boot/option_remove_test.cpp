@@ -13,8 +13,6 @@ struct bootopt_remove : open_handle {
 
 struct bootopt_remove_file : file_fixture {};
 
-} // namespace
-
 TEST_F(bootopt_remove, removed_option_is_deleted_and_taken_out_of_the_order)
 {
     expect_errors("", [&] {
@@ -158,3 +156,5 @@ TEST_F(bootopt_remove_file, option_that_cannot_be_removed)
                   [&] { EXPECT_EQ(ovra_bootopt_remove(hdl, arg("Boot0002")), -1); });
     EXPECT_EQ(stored(folder, "BootOrder"), hex_order({1, 2, 3}));
 }
+
+} // namespace

@@ -8,8 +8,6 @@ namespace {
 
 struct bootorder_file : file_fixture {};
 
-} // namespace
-
 TEST_F(bootorder_file, order_is_a_file_of_its_name)
 {
     EXPECT_EQ(ovra_bootorder_insert(hdl, arg("Boot0002"), 5), 0);
@@ -60,3 +58,5 @@ TEST_F(bootorder_file, order_that_cannot_be_written)
                   "unable to write new BootOrder: 8000000000000007\n",
                   [&] { EXPECT_EQ(ovra_bootorder_insert(hdl, arg("Boot0003"), 9), -1); });
 }
+
+} // namespace

@@ -66,8 +66,6 @@ void check_insert(bootorder_insert &test, const insert_case &row)
 
 const bool inserts_registered = register_rows("bootorder_insert", inserts, check_insert, __FILE__, __LINE__);
 
-} // namespace
-
 TEST_F(bootorder_insert, agrees_with_the_plain_way)
 {
     std::mt19937 random(2);
@@ -164,3 +162,5 @@ TEST_F(bootorder_insert, without_memory_it_makes_no_order)
             EXPECT_EQ(stored("BootOrder"), one.refused == 0 ? hex_order({3}) : "none");
         });
 }
+
+} // namespace

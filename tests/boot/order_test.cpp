@@ -71,8 +71,6 @@ constexpr reader readers[] = {
      }},
 };
 
-} // namespace
-
 TEST_F(bootorder, order_of_all_numbers)
 {
     numbers order(65536);
@@ -292,11 +290,11 @@ TEST_F(bootorder, position_of_an_absent_number_fails_silently)
 TEST_F(bootorder, name_at_a_position_has_four_upper_case_digits)
 {
     put_order({0x1f, 0, 0xabcd, 0xffff});
-    const char *names[] = {"Boot001F", "Boot0000", "BootABCD", "BootFFFF"};
+    const char *expected[] = {"Boot001F", "Boot0000", "BootABCD", "BootFFFF"};
     for (int position = 0; position < 4; ++position) {
         char *name = nullptr;
         ASSERT_EQ(ovra_bootorder_get_bootname(hdl, position, &name), 0);
-        EXPECT_STREQ(name, names[position]);
+        EXPECT_STREQ(name, expected[position]);
         EXPECT_TRUE(is_tracked(hdl, name));
     }
     EXPECT_EQ(tracked_blocks(hdl), 4U);
@@ -377,3 +375,5 @@ TEST_F(bootorder, without_memory_there_is_no_name)
             }
         });
 }
+
+} // namespace

@@ -32,8 +32,6 @@ void put_all_options()
         fakes::put_variable(boot_name(number), {1});
 }
 
-} // namespace
-
 TEST_F(bootopt_unused, empty_store_gives_the_first_number)
 {
     EXPECT_EQ(unused(hdl), "Boot0000");
@@ -190,3 +188,5 @@ TEST_F(bootopt_unused_file, removed_option_stays_in_use)
     EXPECT_EQ(ovra_bootopt_remove(hdl, arg("Boot0000")), 0);
     EXPECT_EQ(unused(hdl), "Boot0001");
 }
+
+} // namespace

@@ -16,7 +16,7 @@ using ovra::arg_list;
 namespace {
 
 constexpr const char *three[] = {"Controller", "Drive", "LUN", nullptr};
-constexpr const char *none[] = {nullptr};
+constexpr const char *no_names[] = {nullptr};
 
 using pairs = std::vector<std::pair<std::string, std::string>>;
 
@@ -97,9 +97,9 @@ TEST(arg_list_init, too_many_arguments)
 {
     EXPECT_EQ(split("1,2,3").result, 0);
     EXPECT_EQ(split("1,2,3,4").said, "too many arguments\n");
-    EXPECT_EQ(split("1", none).said, "too many arguments\n");
-    EXPECT_EQ(split("X=1", none).said, "named argument 'X' invalid\n");
-    EXPECT_EQ(split(",,,", none).result, 0);
+    EXPECT_EQ(split("1", no_names).said, "too many arguments\n");
+    EXPECT_EQ(split("X=1", no_names).said, "named argument 'X' invalid\n");
+    EXPECT_EQ(split(",,,", no_names).result, 0);
 }
 
 TEST(arg_list_init, names_keep_the_users_case_and_are_found_in_any)

@@ -55,8 +55,6 @@ std::string stored(const EFI_GUID &guid)
     return to_hex(&guid, sizeof guid);
 }
 
-} // namespace
-
 TEST_F(getter, numbers_in_base_0)
 {
     uint64_t value = mark;
@@ -387,3 +385,5 @@ TEST_F(getter, none_changes_the_list)
     EXPECT_STREQ(ovra_get_arg(args, "A"), "00112233-4455-6677-8899-aabbccddeeff");
     EXPECT_EQ(args->argc, 1U);
 }
+
+} // namespace

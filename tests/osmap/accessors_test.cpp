@@ -51,8 +51,6 @@ protected:
     mutable_text option = {"Boot0001"};
 };
 
-} // namespace
-
 TEST_F(accessors_of_devices, kept_name_of_the_tree_leaves_the_path_that_was_read)
 {
     const std::string before = stored();
@@ -142,3 +140,5 @@ TEST_F(accessors_of_devices, getters_and_setters_of_one_handle_cost_the_same_for
     EXPECT_GT(hdl->memlist_end, 400000U);
     EXPECT_LT(last, 2 * first);
 }
+
+} // namespace

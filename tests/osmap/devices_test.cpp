@@ -39,8 +39,6 @@ protected:
     bool is_null = false;
 };
 
-} // namespace
-
 TEST_F(devices, the_short_form_of_a_slice)
 {
     EXPECT_THAT(decode(std::string(slice_node) + end_entire), ElementsAre(std::string(sata_path) + ":a"));
@@ -298,3 +296,5 @@ TEST_F(devices, bytes_that_are_no_path)
         EXPECT_EQ(traces(path), "");
     }
 }
+
+} // namespace

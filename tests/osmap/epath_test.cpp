@@ -35,8 +35,6 @@ protected:
     }
 };
 
-} // namespace
-
 TEST_F(epath, disk_names)
 {
     EXPECT_EQ(encode("c0t0d0s0"), std::string(slice_node) + end_entire);
@@ -74,3 +72,5 @@ TEST_F(epath, names_that_are_not_in_the_tree)
                                     "unable to read link from /dev/dsk/x\n"
                                     "unable to construct full path\n");
 }
+
+} // namespace

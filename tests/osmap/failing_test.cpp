@@ -347,8 +347,6 @@ const bool routines_registered[] = {
     register_rows("failing_platform_at_every_allocation", routines, at_every_allocation, __FILE__, __LINE__),
 };
 
-} // namespace
-
 // Where one drive is all there is, there is no result without it.
 TEST_F(mapping, a_refused_allocation_loses_the_only_drive)
 {
@@ -366,3 +364,5 @@ TEST_F(mapping, a_refused_allocation_loses_the_only_drive)
         });
     }
 }
+
+} // namespace

@@ -34,8 +34,6 @@ protected:
     int result = 7;
 };
 
-} // namespace
-
 TEST_F(find, options_of_a_slice_and_of_a_partition)
 {
     put_option("Boot0001", std::string(partition_node) + end_entire);
@@ -203,3 +201,5 @@ TEST_F(find, sixty_thousand_options_cost_little_more_than_their_variables)
     std::printf("60000 options: their variables %.0f ms, find %.0f ms\n", plain * 1000, search * 1000);
     EXPECT_LT(search, 0.02 + 3 * plain);
 }
+
+} // namespace

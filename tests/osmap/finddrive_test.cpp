@@ -66,8 +66,6 @@ protected:
     uefi_hard_drive_path_t partition = drive_of(partition_node);
 };
 
-} // namespace
-
 TEST_F(finddrive, by_signature)
 {
     EXPECT_THAT(names(find_drive_mbrsig, partition), ElementsAre("c0t1d0p1"));
@@ -321,3 +319,5 @@ TEST_F(finddrive, many_drives_cost_as_much_each_as_few)
         EXPECT_LE(many.allocations, few.allocations * 10 + 10);
     }
 }
+
+} // namespace

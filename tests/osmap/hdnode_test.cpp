@@ -38,8 +38,6 @@ protected:
     fakes::medium &mbr() { return fakes::drives()[1].media[0]; }
 };
 
-} // namespace
-
 TEST_F(hdnode, a_slice_under_each_of_its_names)
 {
     for (const char *name : {"c0t0d0s0", "/dev/dsk/c0t0d0s0", "/dev/rdsk/c0t0d0s0"}) {
@@ -258,3 +256,5 @@ TEST_F(hdnode, the_mbr_signature)
     EXPECT_EQ(said(1, fakes::failing::empty), "unable to extract VOLSERNO\n");
     EXPECT_EQ(said(2, fakes::failing::error), "unable to extract VOLSERNO\n");
 }
+
+} // namespace

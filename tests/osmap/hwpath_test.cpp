@@ -25,8 +25,6 @@ protected:
     }
 };
 
-} // namespace
-
 TEST_F(hwpath, a_disk_name_is_read_through_its_link)
 {
     EXPECT_EQ(walk("c0t0d0s0"), disk_nodes);
@@ -212,3 +210,5 @@ TEST_F(hwpath, kept_ide_levels_one_below_the_other_repeat_it_again)
     fakes::tree().add("ide@0").add("ide@1");
     EXPECT_EQ(walk("/devices/ide@0/ide@1"), "");
 }
+
+} // namespace

@@ -33,8 +33,6 @@ protected:
     int result = 7;
 };
 
-} // namespace
-
 TEST_F(logdev, disks_of_short_forms)
 {
     put_option("Boot0000", std::string(slice_node) + end_entire);
@@ -112,3 +110,5 @@ TEST_F(logdev, what_it_reads_does_not_stay_with_the_handle)
     for (size_t slot = 0; slot < hdl->memlist_end; ++slot)
         EXPECT_EQ(hdl->memlist_addr[slot], nullptr);
 }
+
+} // namespace

@@ -33,8 +33,6 @@ protected:
 const std::string second_disk_nodes =
     std::string(root_bridge) + sata_function + "03 12 0a 00 01 00 00 80 00 00 ";
 
-} // namespace
-
 TEST_F(logdrive, the_short_form_is_two_nodes)
 {
     EXPECT_EQ(encode("c0t0d0s0", nullptr, 0), std::string(slice_node) + end_entire);
@@ -117,3 +115,5 @@ TEST_F(logdrive, each_refused_allocation_is_said)
                                 "unable to create end device path\n", "unable to pack device path\n"})
         EXPECT_THAT(all, ::testing::HasSubstr(message));
 }
+
+} // namespace

@@ -43,8 +43,6 @@ void use(const char *path, const char *disk, const std::string &nodes, const std
     ovra_fini(hdl);
 }
 
-} // namespace
-
 TEST_F(threads, do_not_disturb_each_other)
 {
     const environment in_files("OVRA_TEST_FILE", "1"); // the driver in memory is for one thread
@@ -61,3 +59,5 @@ TEST_F(threads, do_not_disturb_each_other)
     EXPECT_EQ(failures[0], 0);
     EXPECT_EQ(failures[1], 0);
 }
+
+} // namespace

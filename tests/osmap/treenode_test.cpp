@@ -61,8 +61,6 @@ std::string built(const constructor &construct)
     return to_hex(node, node->len);
 }
 
-} // namespace
-
 TEST_F(treenode, constructors_fill_every_field)
 {
     EXPECT_EQ(built([](auto **out) { return add_acpi(0x0a0341d0, 0x01020304, out); }),
@@ -268,3 +266,5 @@ TEST_F(treenode, anything_else_is_refused)
     fakes::tree().name = std::nullopt; // its children are then no top-level nodes
     EXPECT_EQ(errors({"pci@0,0"}), "unrecognized node name: pci@0,0\n");
 }
+
+} // namespace

@@ -58,8 +58,6 @@ protected:
     char name[9] = "Boot0000";
 };
 
-} // namespace
-
 TEST_F(real_options, read_back_field_by_field)
 {
     for (const bytes &variable : variables) {
@@ -135,3 +133,5 @@ TEST_F(real_options, keep_every_other_byte_when_one_field_is_set)
         EXPECT_EQ(to_hex(*fakes::variable(name)), to_hex(changed));
     }
 }
+
+} // namespace

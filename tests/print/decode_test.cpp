@@ -76,8 +76,6 @@ bytes repeated(const std::string &node, size_t times, const std::string &last)
     return path;
 }
 
-} // namespace
-
 TEST_F(decode, disk_partition_and_file)
 {
     const auto result = decoded(joined({pci_root, pci, sata, hard_drive, file_path, end_entire}));
@@ -287,3 +285,5 @@ TEST_F(decode, result_without_memory_is_null)
                                 "realloc failed for decoded_path\n"})
         EXPECT_NE(all.find(message), std::string::npos) << message;
 }
+
+} // namespace

@@ -87,8 +87,6 @@ void expect_known_forms(const bytes &node)
     expect_known_form(node, printed(node, "x"), true);
 }
 
-} // namespace
-
 TEST(hostile, every_record_cut_at_every_byte)
 {
     size_t generic = 0;
@@ -235,3 +233,5 @@ TEST_F(hostile_path, random_bytes_are_decoded_or_refused)
     }
     EXPECT_GT(decoded, 5000);
 }
+
+} // namespace

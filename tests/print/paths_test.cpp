@@ -34,8 +34,6 @@ size_t length_of(ovra_path_t **list)
     return length;
 }
 
-} // namespace
-
 TEST_F(paths, texts_are_copied_and_tracked)
 {
     char device[] = "/Pci(0x0,0x0)";
@@ -219,3 +217,5 @@ TEST_F(paths, list_of_many_instances_is_resized_a_few_times_only)
     EXPECT_LE(allocations(), 2 * instances + 10 + (2 * instances + 1) / 20 + 2 + 10);
     stop_counting();
 }
+
+} // namespace

@@ -27,8 +27,6 @@ protected:
     environment debug{"OVRA_PATH_DEBUG", nullptr};
 };
 
-} // namespace
-
 TEST_F(diag, switches_are_unsettled_at_load)
 {
     EXPECT_EQ(eprint_at_load, -1);
@@ -192,3 +190,5 @@ TEST_F(diag, messages_go_to_descriptor_2)
     EXPECT_EQ(status, 0);
     EXPECT_EQ(text, "error without line end, trace\n");
 }
+
+} // namespace

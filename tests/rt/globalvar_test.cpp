@@ -37,8 +37,6 @@ protected:
 
 uint8_t four_bytes[] = {1, 2, 3, 4};
 
-} // namespace
-
 TEST_F(globalvar, set_uses_the_global_guid_attributes_7_and_the_name_in_ucs2)
 {
     EXPECT_EQ(set_variable(hdl, "Boot0003", 4, four_bytes), EFI_SUCCESS);
@@ -270,3 +268,5 @@ TEST_F(globalvar_files, null_handle_serves_too)
     UINTN size = sizeof data;
     EXPECT_EQ(get_variable(nullptr, "x", &size, data), EFI_SUCCESS);
 }
+
+} // namespace

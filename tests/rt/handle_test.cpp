@@ -36,8 +36,6 @@ protected:
     ovra_hdl_t hdl = nullptr;
 };
 
-} // namespace
-
 TEST_F(handle, init_opens_the_driver_for_reading_and_writing)
 {
     ASSERT_EQ(ovra_init(&hdl), 0);
@@ -172,3 +170,5 @@ TEST_F(handle, separate_ones_are_independent)
     EXPECT_EQ(fakes::open_descriptors(), 1U);
     ovra_fini(hdl);
 }
+
+} // namespace

@@ -149,8 +149,6 @@ void expect_same(ovra_hdl_t handle, const plain_list &expected, unsigned seed, i
         << "seed " << seed << " step " << step;
 }
 
-} // namespace
-
 // Blocks are addresses that are never freed, so that the list can be driven far and fast.
 TEST_F(memlist_slots, equal_those_of_a_plain_list_under_random_use)
 {
@@ -304,3 +302,5 @@ TEST_F(memlist_cost, sixty_thousand_turns_before_a_long_list_are_as_fast_as_a_th
     const double many = least_of(5, [] { return seconds_of_turns(1, 60000); });
     EXPECT_LE(many, times_as_long * few);
 }
+
+} // namespace

@@ -15,8 +15,6 @@ namespace {
 
 class memlist_refused : public tracked_memory {};
 
-} // namespace
-
 TEST_F(memlist_refused, refused_malloc_says_so_and_records_nothing)
 {
     const messages said(1, 0);
@@ -200,3 +198,5 @@ TEST_F(memlist_refused, refused_index_of_a_long_list_changes_nothing_that_can_be
     EXPECT_EQ(live_blocks(), 0);
     stop_counting();
 }
+
+} // namespace

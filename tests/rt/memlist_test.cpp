@@ -13,8 +13,6 @@ namespace {
 
 class memlist : public tracked_memory {};
 
-} // namespace
-
 TEST_F(memlist, malloc_records_a_usable_block)
 {
     auto *block = static_cast<char *>(memlist_malloc(hdl, 100, "test"));
@@ -248,3 +246,5 @@ TEST_F(memlist, realloc_of_an_unknown_block_that_stays_leaves_it_unknown)
     free(block);
     stop_counting();
 }
+
+} // namespace

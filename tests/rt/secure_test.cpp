@@ -90,8 +90,6 @@ protected:
     }
 };
 
-} // namespace
-
 TEST_F(secure, environment_is_believed_in_a_program_like_any_other)
 {
     EXPECT_EQ(copied_probe(0755).run(),
@@ -102,3 +100,5 @@ TEST_F(secure, environment_is_not_believed_in_a_set_group_id_program)
 {
     EXPECT_EQ(copied_probe(02755).run(), "secure 1: file 0, driver 1, errors 0, traces 0, live 1\n");
 }
+
+} // namespace

@@ -46,8 +46,6 @@ std::string fields(std::initializer_list<std::string> all)
     return text;
 }
 
-} // namespace
-
 TEST_F(service_records, each_has_its_command_and_the_size_of_its_record)
 {
     for (const service &one : all_services()) {
@@ -219,3 +217,5 @@ TEST_F(service_records, high_monotonic_count_record)
     ASSERT_EQ(ovra_get_next_high_monotonic_count(hdl, &a.high_count, &a.status), 0);
     EXPECT_EQ(record(), fields({field(&a.high_count), field(&a.status)}));
 }
+
+} // namespace

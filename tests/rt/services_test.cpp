@@ -23,8 +23,6 @@ EFI_TIME some_time()
     return {2031, 12, 30, 23, 59, 58, 1, 123456789, -60, 3, 2};
 }
 
-} // namespace
-
 // Results
 
 TEST_F(services, get_variable_delivers_data_attributes_and_size)
@@ -264,3 +262,5 @@ TEST_F(services, none_allocates)
         stop_counting();
     }
 }
+
+} // namespace

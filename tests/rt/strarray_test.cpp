@@ -27,8 +27,6 @@ protected:
     }
 };
 
-} // namespace
-
 // Strings are looked for behind the one before, which a program that has sorted them has changed.
 TEST_F(strarray, strings_in_another_order_than_they_were_made_are_all_released)
 {
@@ -324,3 +322,5 @@ TEST_F(strarray, builder_moves_the_array_only_now_and_then)
     EXPECT_NE(builder.release(), nullptr); // the handle frees it
     stop_counting();
 }
+
+} // namespace

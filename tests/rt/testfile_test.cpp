@@ -24,8 +24,6 @@ protected:
     temporary_directory here;
 };
 
-} // namespace
-
 TEST_F(testfile, mode_is_the_presence_of_the_variable_whatever_its_value)
 {
     environment mode("OVRA_TEST_FILE", nullptr);
@@ -214,3 +212,5 @@ TEST_F(testfile, neither_allocates)
     EXPECT_EQ(allocations(), 0);
     stop_counting();
 }
+
+} // namespace

@@ -64,8 +64,6 @@ protected:
     ovra_hdl_t hdl = nullptr;
 };
 
-} // namespace
-
 TEST_F(fake_driver, keeps_what_is_set)
 {
     EXPECT_EQ(set("One", {1, 2, 3}), EFI_SUCCESS);
@@ -208,3 +206,5 @@ TEST_F(fake_driver, links_are_read_unterminated_and_cut)
     EXPECT_EQ(devns_readlink("/dev/dsk/y", buffer, 5), -1);
     EXPECT_EQ(errno, ENOENT);
 }
+
+} // namespace
