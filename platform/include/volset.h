@@ -15,7 +15,16 @@
  * What there is, with its attributes (text is a uint8 array that includes the terminator):
  *   - A drive, named c<controller>t<target>d<unit>, has one medium, or none. "blocksize" (uint32, bytes of a
  *     logical block), "nblocks" (uint64, its size in logical blocks), "kernel-name" and "devfs-path" (text,
- *     its name to Linux and its physical path in the device tree).
+ *     its name to Linux and its physical path in the device tree). How it is attached behind the PCI function
+ *     of its controller, as far as the machine tells:
+ *       "transport" (text: "sata", "ide", "scsi", "sas", "nvme", "usb", "sd", "emmc", "virtio-blk" or "ufs");
+ *       "place-unknown" (text: why its place is not known, which then has no numbers);
+ *       numbers (uint64), from 0 unless said otherwise: "port" and "multiplier-port" (sata, the latter behind
+ *       a port multiplier); "channel" (ide, scsi) and "target" (ide, scsi, ufs); "lun" (scsi, sas, ufs; usb, where the
+ *       device has several); "sas-address"; "namespace" (nvme, from 1); "interface" (usb); "slot" (sd, emmc);
+ *       "eui64" (nvme, uint8 array: the 8 bytes of the namespace's EUI-64, where it has one);
+ *       "usb-ports" (usb, uint8 array: from the controller to the drive, as firmware counts them);
+ *       "removable" (uint64, 1 for a drive with removable media).
  *   - A medium: "blocksize" and "nblocks" as above; with an MBR "volserno" (uint32, the disk signature).
  *   - A partition of an MBR, "/dev/rdsk/<drive>p<n>"; p0 is the whole disk. "relsect" and "nsectors" (uint32,
  *     start and size in logical blocks).

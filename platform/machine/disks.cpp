@@ -182,6 +182,7 @@ private:
             return;
         found_disk disk = {carrier->second, {}, {}};
         disk.entry.kernel_name = name;
+        disk.entry.place = *path;
         read_size(*path, &disk.entry);
         const pci_function &function = functions[carrier->second];
         disk.where =

@@ -75,6 +75,11 @@ const medium &picture::medium_of(std::size_t disk)
     return *known;
 }
 
+transport picture::transport_of(std::size_t disk) const
+{
+    return read_transport(sysfs(root.folder.get()), devices.disks[disk].place);
+}
+
 std::size_t picture::find_disk(std::string_view name) const
 {
     const auto found = by_name.find(name);

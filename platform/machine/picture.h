@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "platform/machine/media.h"
+#include "platform/machine/transport.h"
 #include "platform/machine/tree.h"
 
 namespace machine {
@@ -43,6 +44,9 @@ public:
 
     /* The medium of a disk, by its index in tree().disks. Several threads may ask at once. */
     const medium &medium_of(std::size_t disk);
+
+    /* How a disk is attached, by its index in tree().disks; read anew with each call. */
+    [[nodiscard]] transport transport_of(std::size_t disk) const;
 
     /* The index of the disk of this name in tree().disks; the size of that list if there is none. */
     [[nodiscard]] std::size_t find_disk(std::string_view name) const;

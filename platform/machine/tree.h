@@ -30,6 +30,7 @@ struct tree_node {
 /* A disk with its names: to Linux, in the tree, and by controller number, target and logical unit. */
 struct disk {
     std::string kernel_name; /* such as "sda" */
+    std::string place;       /* in sysfs, such as "sys/devices/.../block/sda" */
     std::size_t node = 0;    /* its node in the tree */
     std::uint64_t blocks = 0;
     std::uint32_t block_size = 512; /* bytes of a logical block */

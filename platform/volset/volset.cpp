@@ -154,6 +154,24 @@ void add_text(kvlist_t *list, const char *name, const std::string &text)
                                  static_cast<unsigned>(text.size() + 1)));
 }
 
+void add_bytes(kvlist_t *list, const char *name, const std::vector<uint8_t> &bytes)
+{
+    if (!bytes.empty())
+        check(kvlist_add_uint8_array(list, name, bytes.data(), static_cast<unsigned>(bytes.size())));
+}
+
+void add_transport(const machine::transport &attached, kvlist_t *list)
+{
+    if (!attached.kind.empty())
+        add_text(list, "transport", attached.kind);
+    if (!attached.unknown.empty())
+        add_text(list, "place-unknown", attached.unknown);
+    for (const auto &[name, value] : attached.numbers)
+        check(kvlist_add_uint64(list, name.c_str(), value));
+    add_bytes(list, "eui64", attached.eui64);
+    add_bytes(list, "usb-ports", attached.usb_ports);
+}
+
 void add_drive_attributes(const object &of, kvlist_t *list)
 {
     const machine::disk &disk = of.disk();
@@ -161,6 +179,7 @@ void add_drive_attributes(const object &of, kvlist_t *list)
     check(kvlist_add_uint64(list, "nblocks", disk.blocks));
     add_text(list, "kernel-name", disk.kernel_name);
     add_text(list, "devfs-path", of.seen->tree().path_of(disk.node));
+    add_transport(of.seen->transport_of(of.place), list);
 }
 
 void add_attributes(const object &of, kvlist_t *list)
