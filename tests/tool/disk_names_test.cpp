@@ -23,11 +23,12 @@ TEST_F(disks_verb, may_be_given_by_their_linux_names)
         EXPECT_EQ(planned(given)["changes"], planned(name)["changes"]) << given;
         EXPECT_EQ(parsed({"find", given})["disk"], name) << given;
     }
-    EXPECT_EQ(parsed({"create", "--desc", "x", "--disk", "/dev/sda1", "--dry-run"})["disk"], "c5t0d0s0");
+    EXPECT_EQ(parsed({"create", "--desc", "x", "--disk", "/dev/sda1", "--file", "\\a", "--dry-run"})["disk"],
+              "c5t0d0s0");
     EXPECT_EQ(json::parse(run({"create", "--desc", "y", "--disk", "/dev/sdb5", "--json"}).out)["disk"],
               "c5t3d0p5");
     EXPECT_EQ(output({"remove", "Boot0008"}).find("/dev"), std::string::npos);
-    EXPECT_EQ(run({"create", "--desc", "x", "--disk", "/dev/sda1"}).err,
+    EXPECT_EQ(run({"create", "--desc", "x", "--disk", "/dev/sda1", "--file", "\\a"}).err,
               "/dev/sda1 is c5t0d0s0, PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c01.\n");
     EXPECT_EQ(run({"find", "/dev/sda1"}).out, "Boot0008  x\n");
     EXPECT_EQ(run({"find", "c5t0d0s0"}).out, "Boot0008  x\n");
@@ -73,7 +74,7 @@ TEST_F(disks_verb, may_be_given_by_what_identifies_them)
 // Firmware looks for a short form by what identifies the partition.
 TEST_F(disks_verb, that_another_has_the_identity_of_are_warned_of)
 {
-    const words create = {"create", "--desc", "x", "--dry-run", "--disk"};
+    const words create = {"create", "--desc", "x", "--dry-run", "--file", "\\a", "--disk"};
     const auto said_of = [&](const words &more) {
         const outcome result = run(create + more);
         EXPECT_EQ(result.status, 0) << result.err;
@@ -107,7 +108,8 @@ TEST_F(disks_verb, that_another_has_the_identity_of_are_warned_of)
 TEST_F(disks_verb, that_are_logical_partitions_are_warned_of)
 {
     for (const words &more : {words{}, words{"--full"}}) {
-        const outcome result = run(words{"create", "--desc", "x", "--disk", "c5t3d0p5", "--dry-run"} + more);
+        const outcome result =
+            run(words{"create", "--desc", "x", "--disk", "c5t3d0p5", "--file", "\\a", "--dry-run"} + more);
         EXPECT_EQ(result.status, 0);
         EXPECT_EQ(result.err, "c5t3d0p5 is /dev/sdb5, PARTUUID=1234abcd-05.\n"
                               "ovra: warning: the path has the number 0 for c5t3d0p5, a logical partition\n"
@@ -132,15 +134,16 @@ TEST_F(disks_verb, of_an_sd_host_may_be_given_by_their_linux_names)
 
 TEST_F(disks_verb, that_are_not_there_are_refused)
 {
-    for (const char *disk : {"sda", "/dev/sda4", "sda01", "sdap1", "nvme0n11", "", "/dev/", "c9t0d0s0",
-                             "c5t0d0", "c5t0d0s0x", "c5t0d0s99999999999"}) {
+    for (const char *disk : {"/dev/sda4", "sda01", "sdap1", "nvme0n11", "", "/dev/", "c9t0d0s0", "c9t0d0",
+                             "c5t0d0s0x", "c5t0d0s99999999999"}) {
         EXPECT_EQ(run({"find", disk}).status, 1) << disk;
         const outcome created = run({"create", "--desc", "x", "--disk", disk});
         EXPECT_EQ(created.status, 1) << disk;
         EXPECT_EQ(created.out, "") << disk;
     }
+    // An option of a whole disk cannot be made: firmware is to find a file on it.
     EXPECT_EQ(
-        whole(run({"find", "sda"}).err),
+        whole(run({"create", "--desc", "x", "--disk", "sda"}).err),
         "ovra: \"sda\" is the whole disk c5t0d0\n"
         "  One of its slices or partitions is needed. 'ovra disks' shows the disks with their names.\n");
     EXPECT_EQ(get("Boot0008"), "(none)");

@@ -71,6 +71,7 @@ TEST_F(disks_verb, are_printed)
     EXPECT_THAT(text, HasSubstr("c5t0d0  sda  64.0 MiB  GPT\n"
                                 "  Controller  /pci@0,0/pci8086,2922@1f,2\n"
                                 "  Path        /pci@0,0/pci8086,2922@1f,2/disk@0,0\n"
+                                "  Options     Boot0005\n"
                                 "  Name      Linux  Start  Blocks  Boot options\n"));
     EXPECT_THAT(text, HasSubstr("  c5t0d0s1  sda2   43008  32768   Boot0008\n"
                                 "      GUID 5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02\n"));

@@ -170,6 +170,34 @@ TEST(path_decode_verb, prints_every_instance)
               json::array({first, next}));
 }
 
+// An option holds a list of paths.
+TEST(path_decode_verb, prints_the_paths_that_follow_the_first)
+{
+    const std::string list = "010106000201"
+                             "7fff0400"
+                             "01010600020204040a005c00610000007f010400"
+                             "010106000203"
+                             "7fff0400"
+                             "04071400c9bdb87cebf8344faaea3ee4af6516a1"
+                             "7fff0400";
+    const outcome text = run_command({"path", "decode", list});
+    EXPECT_EQ(text.err, "");
+    EXPECT_EQ(text.out, "Device path   /Pci(0x1,0x2)\n"
+                        "Further path  /Pci(0x2,0x2)\n"
+                        "File path     \\a\n"
+                        "Device path   /Pci(0x3,0x2)\n"
+                        "Further path  MediaPath(0x7,1400c9bdb87cebf8344faaea3ee4af6516a1)\n"
+                        "Text in UEFI  Fv(7CB8BDC9-F8EB-4F34-AAEA-3EE4AF6516A1)\n");
+    const json document = json::parse(run_command({"path", "decode", "--json", list + "00"}).out);
+    EXPECT_EQ(document["bytes_not_shown"], 1);
+    EXPECT_EQ(document["instances"].size(), 1u);
+    ASSERT_EQ(document["further_paths"].size(), 2u);
+    EXPECT_EQ(document["further_paths"][0]["instances"][0]["file_path"], "\\a");
+    EXPECT_EQ(document["further_paths"][0]["instances"][1]["device_path"], "/Pci(0x3,0x2)");
+    EXPECT_EQ(document["further_paths"][1]["instances"][0]["uefi_text"],
+              "Fv(7CB8BDC9-F8EB-4F34-AAEA-3EE4AF6516A1)");
+}
+
 TEST(path_decode_verb, says_how_much_stands_behind_the_end)
 {
     const auto said = [](const std::string &digits) {
@@ -180,8 +208,8 @@ TEST(path_decode_verb, says_how_much_stands_behind_the_end)
     };
     const std::string pci = "010106000201";
     EXPECT_EQ(said(pci + "7fff0400"), "");
-    EXPECT_EQ(said(pci + "7fff0400" + pci + "7fff0400"),
-              "ovra: warning: 10 bytes after the path's END node are not shown\n");
+    EXPECT_EQ(said(pci + "7fff0400" + pci), // without its END node no further path
+              "ovra: warning: 6 bytes after the path's END node are not shown\n");
     // Whatever it is, as long as it is behind the end.
     EXPECT_EQ(said(pci + "7fff0400" + "00"),
               "ovra: warning: 1 bytes after the path's END node are not shown\n");

@@ -139,8 +139,9 @@ TEST_F(set_path, a_port_is_kept)
     store(pci + file_node + end);
     output({"set", "Boot0003", "--devpath", "/Pci(1,2)/Sata(5,0xffff,0)"});
     EXPECT_EQ(get("Boot0003"), with(pci + "03120a000500ffff0000" + file_node + end));
-    output({"create", "--desc", "x", "--devpath", "Sata(5,0xffff,0)"});
-    EXPECT_EQ(get("Boot0008"), load_option(1, "x", from_hex("03120a000500ffff0000" + end)));
+    output({"create", "--desc", "x", "--devpath", "Sata(5,0xffff,0)\\a"});
+    EXPECT_EQ(get("Boot0008"),
+              load_option(1, "x", from_hex("03120a000500ffff000004040a005c0061000000" + end)));
     EXPECT_THAT(output({"show", "Boot0008"}), HasSubstr("/Sata(0x5,0xffff,0x0)\n"));
 }
 
@@ -223,8 +224,9 @@ TEST_F(set_path_of_disk, every_verb_says_which_disk_it_took)
     const std::string said = "/dev/sda2 is c5t0d0s1, PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02.\n";
     for (const words &arguments :
          {words{"set", "Boot0003", "--devpath", "/dev/sda2"}, words{"path", "encode", "/dev/sda2"},
-          words{"create", "--desc", "x", "--devpath", "/dev/sda2"},
-          words{"create", "--desc", "x", "--disk", "/dev/sda2"}, words{"find", "/dev/sda2"}}) {
+          words{"create", "--desc", "x", "--devpath", "/dev/sda2", "--file", "\\a"},
+          words{"create", "--desc", "x", "--disk", "/dev/sda2", "--file", "\\a"},
+          words{"find", "/dev/sda2"}}) {
         const outcome result = run(arguments);
         EXPECT_EQ(result.status, 0) << result.err;
         EXPECT_EQ(result.err, said) << arguments[0];

@@ -26,7 +26,9 @@ TEST_F(show_verb, json_has_every_field)
     put_order({});
     const json instance = {{"device_path", "MediaPath(0x7,1400c9bdb87cebf8344faaea3ee4af6516a1)/"
                                            "MediaPath(0x6,140083a5047c3e9e1c4fad65e05268d0b4d1)"},
-                           {"file_path", nullptr}};
+                           {"file_path", nullptr},
+                           {"uefi_text", "Fv(7CB8BDC9-F8EB-4F34-AAEA-3EE4AF6516A1)/"
+                                         "FvFile(7C04A583-9E3E-4F1C-AD65-E05268D0B4D1)"}};
     EXPECT_EQ(parsed({"show", "Boot0007"}),
               json({{"option", "Boot0007"},
                     {"position", nullptr},

@@ -10,7 +10,6 @@
 #include "tools/text/failure.h"
 #include "tools/text/loadoption.h"
 #include "tools/text/nodetext.h"
-#include "tools/text/rawtext.h"
 
 namespace tool {
 
@@ -49,20 +48,6 @@ std::string packed_as(const std::string &node)
     }
 }
 
-// A path of some nodes.
-bytes alone(byte_view nodes)
-{
-    bytes path(nodes.begin(), nodes.end());
-    const byte_view end = ovra::bytes_of(ovra::end_entire);
-    path.insert(path.end(), end.begin(), end.end());
-    return path;
-}
-
-std::string without_slash(const std::string &text)
-{
-    return text.starts_with('/') ? text.substr(1) : text;
-}
-
 } // namespace
 
 device_paths::device_paths()
@@ -92,7 +77,7 @@ int device_paths::call(const std::function<int()> &function)
 }
 
 std::optional<bytes> device_paths::try_encode(const std::string &device,
-                                              const std::optional<std::string> &file, int flags)
+                                              const std::optional<std::string> &file)
 {
     std::string device_text = device;
     std::string file_text = file.value_or("");
@@ -100,7 +85,7 @@ std::optional<bytes> device_paths::try_encode(const std::string &device,
     ovra_path_t *paths[] = {&instance, nullptr};
     ovra_epath_t packed = nullptr;
     int size = 0;
-    const int result = call([&] { return ovra_epath_encode(handle, paths, flags, &packed, &size); });
+    const int result = call([&] { return ovra_epath_encode(handle, paths, 0, &packed, &size); });
     if (result != 0 || !packed)
         return std::nullopt;
     bytes path(packed, packed + size);
@@ -120,12 +105,12 @@ bytes device_paths::pack(const std::string &text, const std::optional<std::strin
             to_pack += '/' + text_to_pack(node);
         } catch (const unclear_node &why) {
             // The library's own reason says more.
-            if (end == begin || !try_encode('/' + node, std::nullopt, 0))
+            if (end == begin || !try_encode('/' + node, std::nullopt))
                 point_at_failure(text, file);
             throw failure(cannot_be_packed(at, node), pointer_at(text, {begin, end}) + '\n' + why.what());
         }
     }
-    const auto path = try_encode(to_pack, file, 0);
+    const auto path = try_encode(to_pack, file);
     if (!path)
         point_at_failure(text, file);
     return *path;
@@ -141,8 +126,7 @@ void device_paths::require_the_same(const std::string &text, byte_view packed)
         const std::string node = text.substr(begin, end - begin);
         if (is_raw(text_to_pack(node)))
             continue;
-        const decoded_path printed = library_texts(alone(bytes_of_node));
-        const std::string found = printed.error.empty() ? without_slash(printed.instances.at(0).device) : "";
+        const std::string found = library_text(bytes_of_node).value_or("");
         if (!says_the_same(node, found))
             throw failure(cannot_be_packed(at, node), pointer_at(text, {begin, end}) +
                                                           "\nIt would be read back as " + printable(found) +
@@ -156,7 +140,7 @@ bytes device_paths::encode(const std::string &device, const std::optional<std::s
     if (device.empty() && !file)
         throw failure("a device path is needed");
     if (is_device_name(device)) {
-        const auto path = try_encode(device, file, 0);
+        const auto path = try_encode(device, file);
         if (!path)
             point_at_failure(device, file);
         return *path;
@@ -167,10 +151,10 @@ bytes device_paths::encode(const std::string &device, const std::optional<std::s
     return path;
 }
 
-bytes device_paths::encode_disk(const std::string &disk, const std::optional<std::string> &file, bool full)
+bytes device_paths::encode_disk(const std::string &disk, const std::optional<std::string> &file)
 {
     require_room_for(file);
-    const auto path = try_encode(disk, file, full ? 1 : 0);
+    const auto path = try_encode(disk, file);
     if (!path)
         throw failure("cannot make a path to the disk " + in_quotes(disk), "'ovra disks' shows the disks.",
                       messages);
@@ -186,109 +170,12 @@ void device_paths::point_at_failure(const std::string &text, const std::optional
         const auto [begin, end] = nodes[at];
         // An empty node is what a second slash makes.
         const std::string node = text.substr(begin, end - begin);
-        if (!try_encode(node.empty() ? "//" : '/' + packed_as(node), std::nullopt, 0))
+        if (!try_encode(node.empty() ? "//" : '/' + packed_as(node), std::nullopt))
             throw failure(cannot_be_packed(at + 1, node), pointer_at(text, {begin, end}), messages);
     }
     if (!is_name && file)
         throw failure("the file " + in_quotes(*file) + " cannot be packed", {}, said);
     throw failure("the path " + in_quotes(text) + " cannot be packed", {}, said);
-}
-
-decoded_path device_paths::library_texts(byte_view path)
-{
-    bytes copy(path.begin(), path.end());
-    ovra_path_t **paths = nullptr;
-    decoded_path result;
-    const int status = call([&] {
-        return ovra_epath_decode_to_uefi(handle, copy.data(), static_cast<int>(copy.size()), &paths);
-    });
-    if (status != 0) {
-        result.error = path_error(path).value_or("it has a node of a type that has no text");
-        result.messages = messages;
-        return result;
-    }
-    if (!paths) {
-        result.error = path.empty() ? "it is empty" : path_error(path).value_or("it has no END node");
-        return result;
-    }
-    for (ovra_path_t **instance = paths; *instance; ++instance) {
-        path_text text;
-        if ((*instance)->device_path)
-            text.device = (*instance)->device_path;
-        if ((*instance)->file_path)
-            text.file = (*instance)->file_path;
-        result.instances.push_back(std::move(text));
-    }
-    free_dpath(handle, paths);
-    return result;
-}
-
-bool device_paths::come_back(const path_text &texts, byte_view nodes)
-{
-    // What is shown is escaped, and what is typed is split and takes the separators of firmware.
-    // A blank at the end of a line is not seen, and not copied from a terminal.
-    const auto is_seen = [](const std::string &text) {
-        return printable(text) == text && !text.ends_with(' ');
-    };
-    if (!is_seen(texts.device) || split_file(texts.device).file || texts.file == "" ||
-        (texts.file && (!is_seen(*texts.file) || firmware_file(*texts.file) != *texts.file)))
-        return false;
-    try {
-        const bytes packed = pack(texts.device, texts.file);
-        const bytes wanted = alone(nodes);
-        return packed == wanted;
-    } catch (const failure &) {
-        return false;
-    }
-}
-
-// The library's text where it says all of the node, else one that does.
-std::string device_paths::node_text(byte_view node)
-{
-    const decoded_path printed = library_texts(alone(node));
-    std::vector<std::string> texts = fuller_texts(node);
-    if (printed.error.empty())
-        texts.insert(texts.begin(), without_slash(printed.instances.at(0).device));
-    for (const std::string &text : texts) {
-        if (come_back({text, std::nullopt}, node))
-            return text;
-    }
-    return raw_text(node);
-}
-
-path_text device_paths::exact_texts(const std::vector<byte_view> &nodes)
-{
-    path_text exact;
-    for (const byte_view &node : nodes) {
-        if (is_file(node) && &node == &nodes.back()) {
-            exact.file = library_texts(alone(node)).instances.at(0).file;
-            if (come_back({"", exact.file}, node))
-                return exact;
-            exact.file.reset();
-        }
-        const bool first_media = node[0] == UEFI_MEDIA && exact.device.empty();
-        exact.device += (first_media ? "" : "/") + node_text(node);
-    }
-    return exact;
-}
-
-decoded_path device_paths::decode(byte_view path)
-{
-    decoded_path result = library_texts(path);
-    if (!result.error.empty())
-        return result;
-    const auto instances = instances_of(path);
-    for (size_t at = 0; at < result.instances.size(); ++at) {
-        path_text &texts = result.instances[at];
-        bytes nodes;
-        for (const byte_view node : instances.at(at))
-            nodes.insert(nodes.end(), node.begin(), node.end());
-        if (!come_back(texts, nodes))
-            texts = exact_texts(instances[at]);
-    }
-    result.bytes_after_end = bytes_after_end(path);
-    result.ends_plainly = ends_plainly(path);
-    return result;
 }
 
 } // namespace tool

@@ -119,6 +119,22 @@ void read_medium(vs_descriptor_t of, drive *drive)
     read_volumes(medium, VS_PARTITION, drive);
 }
 
+attachment read_attachment(kvlist_t *list)
+{
+    attachment read;
+    read.transport = text_of(list, "transport");
+    read.place_unknown = text_of(list, "place-unknown");
+    for (const char *name : {"port", "multiplier-port", "channel", "target", "lun", "sas-address",
+                             "namespace", "interface", "slot"}) {
+        uint64_t value = 0;
+        if (kvlist_lookup_uint64(list, name, &value) == 0)
+            read.place[name] = value;
+    }
+    read.eui64 = array_of(list, "eui64");
+    read.usb_ports = array_of(list, "usb-ports");
+    return read;
+}
+
 drive read_drive(vs_descriptor_t of)
 {
     const attribute_list list = attribute_list_of(of);
@@ -126,6 +142,8 @@ drive read_drive(vs_descriptor_t of)
     next.name = name_of(of);
     next.kernel_name = text_of(list.get(), "kernel-name");
     next.path = text_of(list.get(), "devfs-path");
+    next.attached = read_attachment(list.get());
+    next.is_removable = number_of(list.get(), "removable") != 0;
     next.block_size = static_cast<uint32_t>(number_of(list.get(), "blocksize"));
     next.blocks = number_of(list.get(), "nblocks");
     return next;
@@ -153,6 +171,16 @@ std::vector<drive> read_drives(const std::function<bool(const drive &)> &reads_m
             read_medium(*at, &drives.back());
     }
     return drives;
+}
+
+drive drive_of(const std::string &volume)
+{
+    for (const drive &drive : read_drives([](const auto &) { return false; })) {
+        const size_t size = drive.name.size();
+        if (volume.starts_with(drive.name) && (volume[size] == 's' || volume[size] == 'p'))
+            return drive;
+    }
+    throw failure("the disks changed: " + volume + " is gone", "Nothing was written.");
 }
 
 bytes hard_drive_node(const drive &drive, const volume &volume)

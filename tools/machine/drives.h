@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -26,10 +27,27 @@ struct volume {
     bytes guid; // of a slice: 16 bytes as they stand on disk
 };
 
+// How a drive is attached behind the function of its controller, as libvolset (volset.h) names it.
+struct attachment {
+    std::string transport;                 // "sata"; empty: not known
+    std::string place_unknown;             // why its place is not known; empty when it is
+    std::map<std::string, uint64_t> place; // "port", "target"
+    bytes eui64;
+    bytes usb_ports;
+
+    std::optional<uint64_t> number(const std::string &name) const
+    {
+        const auto found = place.find(name);
+        return found == place.end() ? std::nullopt : std::optional(found->second);
+    }
+};
+
 struct drive {
     std::string name;        // "c0t0d0"
     std::string kernel_name; // "sda"
     std::string path;        // in the device tree
+    attachment attached;
+    bool is_removable = false;
     uint32_t block_size = 0;
     uint64_t blocks = 0;
     bool has_medium = false;
@@ -42,6 +60,9 @@ struct drive {
 
 // All drives, and what is on those for which `reads_media` says so. Throws a failure.
 std::vector<drive> read_drives(const std::function<bool(const drive &)> &reads_media);
+
+// The drive that has a slice or partition of this name. Throws a failure, also when there is none.
+drive drive_of(const std::string &volume);
 
 // The hard-drive node that stands for a volume in a path, by which options that boot from it are known.
 bytes hard_drive_node(const drive &drive, const volume &volume);

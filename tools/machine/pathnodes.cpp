@@ -68,6 +68,33 @@ std::vector<std::vector<byte_view>> instances_of(byte_view packed)
     return instances;
 }
 
+std::vector<byte_view> paths_of(byte_view packed)
+{
+    std::vector<byte_view> paths;
+    byte_view rest = packed;
+    for (ovra::cursor nodes{packed}; const auto *node = nodes.next();) {
+        if (!ovra::is_end_entire(node))
+            continue;
+        paths.push_back(rest.first(rest.size() - nodes.rest.size()));
+        rest = nodes.rest;
+    }
+    if (!rest.empty())
+        paths.push_back(rest);
+    return paths;
+}
+
+bytes with_end(byte_view nodes)
+{
+    bytes path(nodes.begin(), nodes.end());
+    append(&path, ovra::bytes_of(ovra::end_entire));
+    return path;
+}
+
+byte_view first_instance_of(byte_view packed)
+{
+    return packed.first(packed.size() - split_first(packed).rest.size());
+}
+
 bool ends_plainly(byte_view packed)
 {
     bool plain = false;
@@ -106,6 +133,14 @@ void require_one_instance(byte_view encoded)
     throw failure(format("node %zu of the path is an END node", first.nodes.size() + 1),
                   "What follows it would not belong to the path's first instance;\n"
                   "--path-hex stores any path.");
+}
+
+bytes joined(byte_view front, byte_view path)
+{
+    bytes all;
+    append_nodes(&all, front);
+    append(&all, path);
+    return all;
 }
 
 bytes with_devices(byte_view packed, byte_view nodes)

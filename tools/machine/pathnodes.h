@@ -16,6 +16,19 @@ size_t bytes_after_end(byte_view packed);
 // The nodes of each instance of a packed path, as far as they can be told.
 std::vector<std::vector<byte_view>> instances_of(byte_view packed);
 
+// The packed paths that stand one after another in an option, each with its END node; at the end what has
+// none.
+std::vector<byte_view> paths_of(byte_view packed);
+
+// The nodes of a packed path in front of its first END node.
+byte_view first_instance_of(byte_view packed);
+
+// A path of these nodes.
+bytes with_end(byte_view nodes);
+
+// A path in which the nodes of one stand in front of those of another; both are packed paths.
+bytes joined(byte_view front, byte_view path);
+
 bool is_file(byte_view node);
 
 // Whether a path ends in an END-entire node, and every END node is no more than its header.

@@ -13,8 +13,11 @@
 
 #include "src/base/ascii.h"
 #include "src/base/device_name.h"
+#include "src/base/nodes.h"
 #include "src/base/whole_number.h"
 #include "tools/machine/drives.h"
+#include "tools/machine/fullform.h"
+#include "tools/machine/pathnodes.h"
 #include "tools/text/failure.h"
 #include "tools/text/loadoption.h"
 #include "tools/text/numbers.h"
@@ -209,19 +212,30 @@ void path_arguments::settle_file()
     fprintf(stderr, "The file is named as firmware does, %s.\n", printable(*file).c_str());
 }
 
-// What firmware goes by when it looks for the disk of a path may be that of another disk, or of none.
-void path_arguments::warn_of_wrong_disks(const chosen_disk &found) const
+void warn_of(const std::vector<caution> &cautions, json *document)
 {
-    if (found.is_logical)
-        warn("the path has the number 0 for " + found.name + ", a logical partition",
-             "Firmware that goes by the number does not find it.");
+    for (const auto &[what, advice] : cautions) {
+        warn(what, advice);
+        (*document)["warnings"].push_back(what);
+    }
+}
+
+std::vector<caution> path_arguments::cautions_of_disk(const chosen_disk &found) const
+{
+    std::vector<caution> all;
+    const auto *node = ovra::as<uefi_hard_drive_path_t>(byte_view(found.node));
+    if (node && node->part_number == 0)
+        all.push_back({"the path has the number 0 for " + found.name +
+                           (found.is_logical ? ", a logical partition" : ", a whole disk"),
+                       "Firmware that goes by the number does not find it."});
     if (full)
-        return;
+        return all;
     for (const chosen_disk &other : twins_of(found))
-        warn(other.name + ", /dev/" + printable(other.kernel_name) + ", has the same " +
-                 (found.partuuid.empty() ? "MBR signature" : "PARTUUID") + " as " + found.name,
-             std::string("The firmware may take either.") +
-                 (disk.name ? " With --full the path leads to one of them alone." : ""));
+        all.push_back({other.name + ", /dev/" + printable(other.kernel_name) + ", has the same " +
+                           (found.partuuid.empty() ? "MBR signature" : "PARTUUID") + " as " + found.name,
+                       std::string("The firmware may take either.") +
+                           (disk.name ? " With --full the path leads to one of them alone." : "")});
+    return all;
 }
 
 given_path path_arguments::encode(device_paths &paths, const std::optional<std::string> &with_file,
@@ -233,14 +247,25 @@ given_path path_arguments::encode(device_paths &paths, const std::optional<std::
     if (!disk.name && !text_names_disk)
         return {paths.encode(device_text.value(), with_file)};
     const chosen_disk found = (disk.name ? disk : disk_argument{device_text}).find(general);
-    const bytes packed = paths.encode_disk(found.name, with_file, full);
+    given_path given = {paths.encode_disk(found.name, with_file), found.members()};
     // The library looks the name up once more, and disks may come and go meanwhile.
-    const byte_view node = first_hard_drive(packed);
+    const byte_view node = first_hard_drive(given.packed);
     if (!std::equal(node.begin(), node.end(), found.node.begin(), found.node.end()))
         throw failure("the disks changed: " + found.name + " is another one now",
                       "Nothing was written. Try again.");
-    warn_of_wrong_disks(found);
-    return {packed, found.members()};
+    std::vector<caution> cautions = cautions_of_disk(found);
+    const drive drive = drive_of(found.name);
+    given.is_removable = drive.is_removable;
+    if (full) {
+        const hardware hardware;
+        given.packed = joined(paths.encode(hardware.text_of(drive), std::nullopt), given.packed);
+        if (const std::string doubt = hardware.doubt_of(drive); !doubt.empty())
+            cautions.push_back(
+                {"the firmware may not start the path: " + doubt,
+                 "Without --full the path is the short form, which firmware finds on any controller."});
+    }
+    warn_of(cautions, &given.disk);
+    return given;
 }
 
 } // namespace tool

@@ -12,6 +12,7 @@
 #include "tools/machine/chosendisk.h"
 #include "tools/machine/devicepaths.h"
 #include "tools/machine/general.h"
+#include "tools/machine/startable.h"
 
 namespace CLI {
 class App;
@@ -79,9 +80,13 @@ struct disk_argument {
     chosen_disk find(const general_options &general) const;
 };
 
+// Says cautions on standard error, and keeps them for programs under "warnings".
+void warn_of(const std::vector<caution> &cautions, json *document);
+
 struct given_path {
     bytes packed;
-    json disk = json::object(); // for programs: which disk was taken, if one was
+    json disk = json::object(); // for programs: which disk was taken, if one was, and "warnings"
+    bool is_removable = false;  // the disk's media
 };
 
 // A path to a device, as text or by the name of a disk, and the file on the device.
@@ -102,7 +107,8 @@ struct path_arguments {
                       const general_options &general) const;
 
 private:
-    void warn_of_wrong_disks(const chosen_disk &found) const;
+    // What firmware goes by when it looks for the disk of a path may be that of another disk, or of none.
+    std::vector<caution> cautions_of_disk(const chosen_disk &found) const;
 };
 
 } // namespace tool

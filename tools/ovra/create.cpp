@@ -148,16 +148,21 @@ load_option create_verb::option_to_make(const general_options &general, changes 
 {
     load_option option;
     option.description = description.text.value();
+    given_path given;
     if (packed) {
-        option.path = *packed;
+        given.packed = *packed;
     } else {
         device_paths paths;
-        const given_path given = path.encode(paths, path.file, general);
-        option.path = given.packed;
-        for (const auto &[name, value] : given.disk.items())
-            changes->remark({}, name, value);
+        given = path.encode(paths, path.file, general);
     }
+    option.path = given.packed;
     check_path(packed ? "--path-hex" : "the path", option.path, force);
+    if (!given.disk.contains("disk")) // else it has been said of the disk
+        warn_of(cautions_of_number(option.path), &given.disk);
+    if (!given.is_removable)
+        warn_of(cautions_of_no_file(option.path), &given.disk);
+    for (const auto &[name, value] : given.disk.items())
+        changes->remark({}, name, value);
     option.optional_data = optional_data.read().value_or(bytes{});
     check_size(option);
     return option;

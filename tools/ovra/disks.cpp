@@ -6,9 +6,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tools/machine/diskoptions.h"
 #include "tools/machine/drives.h"
 #include "tools/machine/firmware.h"
-#include "tools/machine/named.h"
 #include "tools/machine/sysfs.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
@@ -19,19 +19,25 @@ namespace tool {
 
 namespace {
 
-// Options by the hard-drive node that their paths name first.
+// Which options lead to the disks.
 class uses {
 public:
     explicit uses(const std::string &folder);
 
     // Nothing when the options are not known.
-    std::optional<std::vector<uint16_t>> of(const drive &drive, const volume &volume) const;
+    using numbers = std::optional<std::vector<uint16_t>>;
+    numbers of(const drive &drive, const volume &volume) const;
+    numbers of(const drive &drive);
+    numbers of_whole(const drive &drive);
     std::string why_unknown;
 
 private:
-    static std::string key(byte_view node) { return {node.begin(), node.end()}; }
+    const drive_marks &marks(const drive &drive);
 
-    std::unordered_map<std::string, std::vector<uint16_t>> options;
+    std::optional<disk_options> options;
+    std::optional<hardware> machine_hardware;
+    device_paths paths;
+    std::unordered_map<std::string, drive_marks> known_marks; // by the names of drives
 };
 
 uses::uses(const std::string &folder)
@@ -39,29 +45,36 @@ uses::uses(const std::string &folder)
     // Disks are shown also where the firmware cannot be asked.
     try {
         firmware machine(folder);
-        for (const uint16_t number : machine.options()) {
-            load_option option;
-            try {
-                option = machine.read_option(number);
-            } catch (const unreadable &reason) {
-                warn_of_unreadable(reason); // it may be one of a disk
-                continue;
-            }
-            const byte_view node = first_hard_drive(option.path);
-            if (!node.empty())
-                options[key(node)].push_back(number);
-        }
+        options.emplace(machine);
+        machine_hardware.emplace();
     } catch (const failure &reason) {
         why_unknown = reason.what();
+        options.reset();
     }
 }
 
-std::optional<std::vector<uint16_t>> uses::of(const drive &drive, const volume &volume) const
+const drive_marks &uses::marks(const drive &drive)
 {
-    if (!why_unknown.empty())
-        return std::nullopt;
-    const auto found = options.find(key(hard_drive_node(drive, volume)));
-    return found == options.end() ? std::vector<uint16_t>() : found->second;
+    const auto [at, is_new] = known_marks.try_emplace(drive.name);
+    if (is_new)
+        at->second = marks_of(drive, *machine_hardware, paths);
+    return at->second;
+}
+
+uses::numbers uses::of(const drive &drive, const volume &volume) const
+{
+    return options ? numbers(options->of_volume(hard_drive_node(drive, volume))) : std::nullopt;
+}
+
+uses::numbers uses::of(const drive &drive)
+{
+    return options ? numbers(options->of_drive(marks(drive))) : std::nullopt;
+}
+
+// Those that lead to the drive and to none of the slices or partitions that have a line of their own.
+uses::numbers uses::of_whole(const drive &drive)
+{
+    return options ? numbers(options->of_no_volume(marks(drive))) : std::nullopt;
 }
 
 std::string signature_text(uint32_t signature)
@@ -81,7 +94,7 @@ std::string controller_of(const drive &drive)
     return path;
 }
 
-json to_json(const std::vector<drive> &drives, const uses &uses)
+json to_json(const std::vector<drive> &drives, uses &uses)
 {
     json list = json::array();
     for (const drive &drive : drives) {
@@ -96,6 +109,7 @@ json to_json(const std::vector<drive> &drives, const uses &uses)
                                {"guid", volume.is_slice ? json(guid_text(volume.guid)) : json(nullptr)},
                                {"options", options ? option_names(*options) : json(nullptr)}});
         }
+        const auto options = uses.of(drive);
         list.push_back(
             {{"drive", drive.name},
              {"kernel_name", drive.kernel_name},
@@ -106,6 +120,7 @@ json to_json(const std::vector<drive> &drives, const uses &uses)
              {"medium", drive.has_medium ? json(drive.medium()) : json(nullptr)},
              {"error", drive.error != 0 ? json(strerror(drive.error)) : json(nullptr)},
              {"signature", drive.signature ? json(signature_text(*drive.signature)) : json(nullptr)},
+             {"options", options ? option_names(*options) : json(nullptr)},
              {"volumes", std::move(volumes)}});
     }
     return {{"disks", std::move(list)}};
@@ -141,7 +156,7 @@ std::string medium_text(const drive &drive)
                             : "no medium that can be read";
 }
 
-std::string as_text(const std::vector<drive> &drives, const uses &uses)
+std::string as_text(const std::vector<drive> &drives, uses &uses)
 {
     if (drives.empty())
         return "no disks\n";
@@ -151,6 +166,13 @@ std::string as_text(const std::vector<drive> &drives, const uses &uses)
                size_text(drive.blocks * drive.block_size) + "  " + medium_text(drive) + '\n';
         all += "  Controller  " + printable(controller_of(drive)) + '\n';
         all += "  Path        " + printable(drive.path) + '\n';
+        std::string label = "  Options     ";
+        for (const std::string &line : lines_of(uses.of_whole(drive))) {
+            if (line.empty() || line == "?")
+                break;
+            all += label + line + '\n';
+            label.assign(label.size(), ' ');
+        }
         if (drive.volumes.empty())
             continue;
         table rows;
@@ -181,7 +203,7 @@ public:
         const std::vector<drive> drives = read_drives([](const drive &) { return true; });
         if (drives.empty())
             require_devices();
-        const uses uses(general.folder());
+        uses uses(general.folder());
         if (general.json)
             print_json(to_json(drives, uses));
         else

@@ -1,9 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+#include <string_view>
 
 #include <CLI/CLI.hpp>
 
+#include "src/base/device_name.h"
+#include "tools/machine/diskoptions.h"
 #include "tools/machine/drives.h"
+#include "tools/machine/fullform.h"
 #include "tools/machine/named.h"
 #include "tools/ovra/arguments.h"
 #include "tools/ovra/verb.h"
@@ -15,21 +22,23 @@ namespace tool {
 
 namespace {
 
-// Those whose path names the disk's hard-drive node first. What cannot be read is said, as it may be one.
-std::vector<uint16_t> options_on(firmware &machine, byte_view node)
+// The drive that a name stands for as a whole.
+std::optional<drive> whole_drive(const std::string &text)
 {
-    std::vector<uint16_t> found;
-    for (const uint16_t number : machine.options()) {
-        try {
-            const load_option option = machine.read_option(number);
-            const byte_view names = first_hard_drive(option.path);
-            if (!names.empty() && std::equal(names.begin(), names.end(), node.begin(), node.end()))
-                found.push_back(number);
-        } catch (const unreadable &reason) {
-            warn_of_unreadable(reason);
+    std::string_view name = text;
+    for (const std::string_view folder :
+         {std::string_view(ovra::slice_folder), std::string_view(ovra::device_folder)}) {
+        if (name.starts_with(folder)) {
+            name.remove_prefix(folder.size());
+            break;
         }
     }
-    return found;
+    const auto is_meant = [name](const drive &drive) {
+        return drive.name == name || drive.kernel_name == name;
+    };
+    std::vector<drive> drives = read_drives(is_meant);
+    const auto found = std::find_if(drives.begin(), drives.end(), is_meant);
+    return found == drives.end() ? std::nullopt : std::optional(std::move(*found));
 }
 
 class find_verb : public verb {
@@ -39,15 +48,24 @@ public:
     {
         disk.declare(
                 app, "disk",
-                "a disk's slice or partition, by its name (c0t0d0s0), Linux's (/dev/sda1) or PARTUUID=...")
+                "a disk, or a slice or partition of it, by its name (c0t0d0, c0t0d0s0), Linux's (/dev/sda, "
+                "/dev/sda1) or PARTUUID=...")
             ->required();
     }
 
     void run(const general_options &general) override
     {
         firmware machine(general.folder());
-        const chosen_disk chosen = disk.find(general);
-        const std::vector<uint16_t> options = options_on(machine, chosen.node);
+        const std::optional<drive> whole = whole_drive(disk.name.value());
+        const chosen_disk chosen = whole ? taken(*whole, general) : disk.find(general);
+        const disk_options known(machine);
+        std::vector<uint16_t> options;
+        if (whole) {
+            device_paths paths;
+            options = known.of_drive(marks_of(*whole, hardware(), paths));
+        } else {
+            options = known.of_volume(chosen.node);
+        }
         if (general.json) {
             json document = chosen.members();
             document["options"] = option_names(options);
@@ -63,6 +81,22 @@ public:
     }
 
 private:
+    // A whole disk, reported as a slice or partition is.
+    chosen_disk taken(const drive &drive, const general_options &general) const
+    {
+        chosen_disk chosen;
+        chosen.name = drive.name;
+        chosen.kernel_name = drive.kernel_name;
+        if (drive.signature)
+            chosen.signature = format("%08x", *drive.signature);
+        if (!general.json)
+            fprintf(stderr, "%s\n", broken(chosen.told_of(*disk.name), 0).c_str());
+        if (drive.error != 0)
+            warn("cannot read /dev/" + printable(drive.kernel_name) + ": " + strerror(drive.error),
+                 "Options that boot from its partitions are not known.");
+        return chosen;
+    }
+
     disk_argument disk;
 };
 

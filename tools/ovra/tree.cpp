@@ -1,42 +1,23 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <memory>
 #include <unordered_map>
 
 #include <CLI/CLI.hpp>
 
-#include "platform/include/hwtree.h"
 #include "tools/machine/drives.h"
 #include "tools/machine/sysfs.h"
+#include "tools/machine/treenodes.h"
 #include "tools/ovra/verb.h"
-#include "tools/text/failure.h"
 #include "tools/text/output.h"
 
 namespace tool {
 
 namespace {
 
-struct tree_releasing {
-    void operator()(ht_node_t root) const { ht_fini(root); }
-};
-using tree_owner = std::unique_ptr<ht_node, tree_releasing>;
-
 using drives_by_path = std::unordered_map<std::string, drive>;
 
 constexpr const char *string_properties[] = {"acpi-hid", "acpi-uid", "acpi-cid"};
 constexpr const char *integer_properties[] = {"vendor-id", "device-id", "revision-id", "class-code", "reg"};
-
-std::string path_of(ht_node_t node)
-{
-    char *path = ht_devfs_path(node);
-    if (!path)
-        throw std::bad_alloc();
-    std::string copy = path;
-    ht_devfs_path_free(path);
-    return copy;
-}
 
 // The name of a property as the members of a document are named.
 std::string member_name(std::string property)
@@ -49,9 +30,8 @@ json properties_of(ht_node_t node)
 {
     json properties = json::object();
     for (const char *name : string_properties) {
-        char *text = nullptr;
-        if (ht_prop_lookup_strings(HT_DEV_ANY, node, name, &text) > 0)
-            properties[member_name(name)] = text;
+        if (const auto text = string_property(node, name))
+            properties[member_name(name)] = *text;
     }
     for (const char *name : integer_properties) {
         int *values = nullptr;
@@ -66,7 +46,7 @@ json properties_of(ht_node_t node)
 
 json to_json(ht_node_t node, const drives_by_path &drives)
 {
-    const std::string path = path_of(node);
+    const std::string path = tree_path(node);
     const char *address = ht_bus_addr(node);
     const auto disk = drives.find(path);
     json children = json::array();
@@ -87,11 +67,8 @@ void append_text(ht_node_t node, size_t depth, const drives_by_path &drives, tab
     std::string component = std::string(depth * 2, ' ') + ht_node_name(node);
     if (address)
         component += std::string("@") + address;
-    std::string note;
-    char *hid = nullptr;
-    if (ht_prop_lookup_strings(HT_DEV_ANY, node, "acpi-hid", &hid) > 0)
-        note = hid;
-    const auto disk = drives.find(path_of(node));
+    std::string note = string_property(node, "acpi-hid").value_or("");
+    const auto disk = drives.find(tree_path(node));
     if (disk != drives.end())
         note = disk->second.name + "  " + disk->second.kernel_name;
     rows->row({printable(component), printable(note)});
@@ -106,9 +83,7 @@ public:
     void run(const general_options &general) override
     {
         require_sysfs(general.folder());
-        const tree_owner root(ht_init("/", HT_SUBTREE | HT_PROPS));
-        if (!root)
-            throw failure(std::string("cannot read the device tree: ") + strerror(errno));
+        const tree_owner root = read_tree();
         if (!ht_child_node(root.get()))
             require_devices();
         drives_by_path drives;

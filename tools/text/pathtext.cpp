@@ -60,10 +60,16 @@ json as_json(const decoded_path &path)
     if (!path.error.empty())
         return {{"instances", nullptr}, {"path_error", path.error}};
     json instances = json::array();
-    for (const path_text &instance : path.instances)
+    for (const path_text &instance : path.instances) {
         instances.push_back({{"device_path", instance.device},
                              {"file_path", instance.file ? json(*instance.file) : json(nullptr)}});
-    return {{"instances", std::move(instances)}};
+        if (!instance.uefi.empty())
+            instances.back()["uefi_text"] = instance.uefi;
+    }
+    json members = {{"instances", std::move(instances)}};
+    for (const decoded_path &next : path.further)
+        members["further_paths"].push_back(as_json(next));
+    return members;
 }
 
 std::vector<std::vector<std::string>> as_rows(const decoded_path &path)
@@ -75,6 +81,14 @@ std::vector<std::vector<std::string>> as_rows(const decoded_path &path)
         rows.push_back({"Device path", instance.device.empty() ? "none" : printable(instance.device)});
         if (instance.file)
             rows.push_back({"File path", printable(*instance.file)});
+        if (!instance.uefi.empty())
+            rows.push_back({"Text in UEFI", printable(instance.uefi)});
+    }
+    for (const decoded_path &next : path.further) {
+        auto more = as_rows(next);
+        if (!more.empty())
+            more.front().front() = "Further path";
+        rows.insert(rows.end(), more.begin(), more.end());
     }
     return rows;
 }

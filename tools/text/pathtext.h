@@ -15,14 +15,17 @@ namespace tool {
 struct path_text {
     std::string device; // may be empty
     std::optional<std::string> file;
+    std::string uefi = {}; // what the UEFI specification calls all of it; empty where the two texts say as much
 };
 
 struct decoded_path {
     std::vector<path_text> instances;
-    size_t bytes_after_end = 0; // what no text shows
+    size_t bytes_after_end = 0; // what no text shows, here and of the paths that follow
     bool ends_plainly = true;   // what no text shows either
     std::string error;          // why it cannot be shown as text; empty if it can
     std::string messages;       // what libovra said about that
+
+    std::vector<decoded_path> further; // the paths that follow its END node, when more than one is stored
 };
 
 // Whether the library takes a text for the name of a device of the operating system.
