@@ -8,6 +8,7 @@ import subprocess
 from pathlib import Path
 
 MODULES = ["ahci", "sd_mod", "virtio_pci", "virtio_scsi", "nvme", "efivarfs"]
+MORE_MODULES = ["virtio_blk", "xhci_pci", "usb_storage"]  # loaded when they are asked for
 
 
 def module_name(file):
@@ -29,7 +30,7 @@ def has_what_guests_need(version):
     if not os.access(f"/boot/vmlinuz-{version}", os.R_OK) or not Path("/lib/modules", version, "modules.dep").exists():
         return False
     needs, built_in = modules_of(version)
-    return set(MODULES) <= {module_name(module) for module in needs} | built_in
+    return {*MODULES, *MORE_MODULES} <= {module_name(module) for module in needs} | built_in
 
 
 def newest_kernel():
@@ -42,8 +43,8 @@ def newest_kernel():
     return max(filter(has_what_guests_need, versions), key=by_number, default=None)
 
 
-def modules_in_order(version):
-    """The files of MODULES and of all that they need, each after what it needs."""
+def modules_in_order(version, names):
+    """The files of the named modules and of all that they need, each after what it needs."""
     needs, _ = modules_of(version)
     by_name = {module_name(module): module for module in needs}
     order = []
@@ -55,7 +56,7 @@ def modules_in_order(version):
             order.append(module)
 
     # sd_mod finds the module of its checksums by name only if it is loaded; newer kernels have it built in.
-    for name in ["crct10dif_generic", *MODULES]:
+    for name in ["crct10dif_generic", *names]:
         if name in by_name:
             add(by_name[name])
     return [Path("/lib/modules", version, module) for module in order]
@@ -140,8 +141,10 @@ def make(programs, guest_init, version):
         archive.file(f"bin/{Path(program).name}", Path(program).read_bytes())
     for name, file in libraries_of(programs).items():
         archive.file(name, Path(file).read_bytes())
-    modules = modules_in_order(version)
-    for module in modules:
+    modules = modules_in_order(version, MODULES)
+    more = [module for module in modules_in_order(version, MORE_MODULES) if module not in modules]
+    for module in [*modules, *more]:
         archive.file(f"lib/modules/{module.name}", module.read_bytes(), 0o644)
-    archive.file("lib/modules/order", "".join(f"{module.name}\n" for module in modules).encode(), 0o644)
+    for file, listed in ("order", modules), ("more", more):
+        archive.file(f"lib/modules/{file}", "".join(f"{module.name}\n" for module in listed).encode(), 0o644)
     return gzip.compress(archive.end(), 1, mtime=0)

@@ -163,6 +163,12 @@ class Start:
         self.machine.shown += out + "\n"
         return out
 
+    def load_more_modules(self):
+        """Loads the drivers of the disks that few scenarios have, and waits for the disks."""
+        self.output("while read -r module; do insmod /lib/modules/$module || exit; done </lib/modules/more")
+        self.output("for turn in $(seq 30); do sleep 1; "
+                    "[ -e /dev/vda1 ] && [ -e /dev/sda1 ] && exit; done; exit 1")
+
     def ovra(self, arguments, limit=COMMAND_LIMIT):
         """The JSON that `ovra` prints."""
         return json.loads(self.output(f"ovra {arguments} --json", limit))
@@ -255,3 +261,14 @@ def scsi_disk(image, target, unit, slot, index=None, bridge=False):
 def nvme_disk(image, slot, index=None):
     """In the given slot."""
     return _disk(f"nvme{slot}", image, f"nvme,addr={slot:#x},serial=ovra{slot}", index)
+
+
+def virtio_disk(image, slot):
+    """In the given slot."""
+    return _disk(f"virtio{slot}", image, f"virtio-blk-pci,addr={slot:#x}", None)
+
+
+def usb_disk(image, slot):
+    """On the third port of a hub, which is on the second port of a controller in the given slot."""
+    return ["-device", f"qemu-xhci,id=xhci{slot},addr={slot:#x}", "-device", f"usb-hub,bus=xhci{slot}.0,port=2",
+            *_disk(f"usb{slot}", image, f"usb-storage,bus=xhci{slot}.0,port=2.3", None)]

@@ -208,6 +208,7 @@ TEST_F(whole_disks, have_the_options_that_firmware_made)
                                          [&](const json &each) { return each["drive"] == found["disk"]; });
         ASSERT_NE(listed, disks["disks"].end()) << disk;
         EXPECT_EQ((*listed)["options"], found["options"]) << disk;
+        EXPECT_EQ(parsed({"show", option})["disks"], json({found["disk"]})) << disk;
         EXPECT_EQ((*listed)["kernel_name"], found["kernel_name"]) << disk;
     }
     EXPECT_EQ(run({"find", "sda"}).err, "sda is c5t0d0, /dev/sda.\n");

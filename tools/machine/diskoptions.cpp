@@ -21,6 +21,12 @@ bool begins_with(byte_view nodes, byte_view beginning)
     return beginning.size() <= nodes.size() && std::equal(beginning.begin(), beginning.end(), nodes.begin());
 }
 
+bool begins_with_any(byte_view nodes, const std::vector<bytes> &beginnings)
+{
+    return std::any_of(beginnings.begin(), beginnings.end(),
+                       [nodes](const bytes &each) { return begins_with(nodes, each); });
+}
+
 void sort_out(std::vector<uint16_t> *numbers)
 {
     std::sort(numbers->begin(), numbers->end());
@@ -40,6 +46,28 @@ drive_marks marks_of(const drive &drive, const hardware &hardware, device_paths 
     for (const volume &volume : drive.volumes)
         marks.hard_drives.push_back(hard_drive_node(drive, volume));
     return marks;
+}
+
+std::vector<std::string> drives_of(byte_view option_path)
+{
+    std::vector<byte_view> beginnings;
+    for (const byte_view path : paths_of(option_path)) {
+        const byte_view nodes = first_instance_of(path);
+        if (!nodes.empty() && nodes[0] == UEFI_ACPI)
+            beginnings.push_back(nodes);
+    }
+    if (beginnings.empty())
+        return {};
+    std::vector<std::string> names;
+    const hardware hardware;
+    device_paths paths;
+    for (const drive &drive : read_drives([](const auto &) { return false; })) {
+        const drive_marks marks = marks_of(drive, hardware, paths);
+        if (std::any_of(beginnings.begin(), beginnings.end(),
+                        [&marks](byte_view nodes) { return begins_with_any(nodes, marks.hardware); }))
+            names.push_back(drive.name);
+    }
+    return names;
 }
 
 disk_options::disk_options(firmware &machine)
@@ -74,8 +102,7 @@ std::vector<uint16_t> disk_options::of_volume(byte_view hard_drive) const
 void disk_options::add_hardware(const drive_marks &marks, std::vector<uint16_t> *found) const
 {
     for (const beginning &each : beginnings) {
-        if (std::any_of(marks.hardware.begin(), marks.hardware.end(),
-                        [&each](const bytes &form) { return begins_with(each.nodes, form); }))
+        if (begins_with_any(each.nodes, marks.hardware))
             found->push_back(each.number);
     }
 }

@@ -23,6 +23,9 @@ struct drive_marks {
 
 drive_marks marks_of(const drive &drive, const hardware &hardware, device_paths &paths);
 
+// The names of the drives to whose hardware one of an option's paths leads. Throws a failure.
+std::vector<std::string> drives_of(byte_view option_path);
+
 // The options of a machine by what their paths begin with: each of the paths that an option holds counts.
 class disk_options {
 public:

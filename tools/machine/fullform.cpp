@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "tools/machine/fullform.h"
 
+#include <algorithm>
+
 #include <optional>
 
 #include "src/base/nodes.h"
@@ -14,7 +16,7 @@ namespace tool {
 
 namespace {
 
-constexpr unsigned raid_subclass = 4; // of the mass-storage class
+constexpr unsigned raid_controller = 0x0104; // base class and subclass
 
 std::optional<unsigned> number_property(ht_node_t node, const char *name)
 {
@@ -90,6 +92,13 @@ std::string usb_text(const attachment &of)
     return text;
 }
 
+bool is_known(const std::string &transport)
+{
+    static constexpr const char *all[] = {"sata", "ide", "scsi", "sas", "nvme",
+                                          "usb",  "sd",  "emmc", "ufs", "virtio-blk"};
+    return std::find(std::begin(all), std::end(all), transport) != std::end(all);
+}
+
 // What follows the function. Firmware's driver of an eMMC has a controller node for each of its areas, 0 for
 // that of the user.
 std::string behind_function(const attachment &of)
@@ -146,7 +155,7 @@ void hardware::add(ht_node_t node)
     const auto identifier = string_property(node, "acpi-hid");
     if (reg) {
         next.text = format("/Pci(0x%x,0x%x)", *reg >> 11 & 31, *reg >> 8 & 7);
-        next.subclass = number_property(node, "class-code").value_or(0) >> 8 & 0xff;
+        next.kind = number_property(node, "class-code").value_or(0) >> 8;
     } else if (identifier) {
         const auto number = string_property(node, "acpi-uid");
         const auto value = ovra::whole_number<uint32_t>(number.value_or("0"));
@@ -179,13 +188,13 @@ hardware::place hardware::place_of(const drive &drive) const
         found.last = found.text.empty() ? "" : at->second.text;
         found.text += at->second.text;
         found.is_described = found.is_described && at->second.is_described;
-        found.subclass = at->second.subclass;
+        found.kind = at->second.kind;
     }
     if (found.problem.empty() && found.last.empty())
         found.problem = "it is below no PCI function";
     if (found.problem.empty() && !drive.attached.place_unknown.empty())
         found.problem = drive.attached.place_unknown;
-    if (found.problem.empty() && drive.attached.transport.empty())
+    if (found.problem.empty() && !is_known(drive.attached.transport))
         found.problem = "how it is attached to its controller is not known";
     return found;
 }
@@ -212,7 +221,7 @@ std::vector<std::string> hardware::texts_of(const drive &drive) const
     if (of.transport == "sata") {
         for (const unsigned direct : {0x8000U, 0U})
             texts.push_back(found.text + sata_text(of, direct));
-        if (found.subclass == raid_subclass)
+        if (found.kind == raid_controller)
             texts.push_back(found.text + format("/Scsi(0x%x,0x0)", narrow(of.number("port").value_or(0))));
     } else if (of.transport == "ide") {
         texts.push_back(found.text + found.last + behind_function(of));
@@ -225,12 +234,12 @@ std::vector<std::string> hardware::texts_of(const drive &drive) const
 std::string hardware::doubt_of(const drive &drive) const
 {
     const place found = place_of(drive);
-    const std::string &kind = drive.attached.transport;
+    const std::string &transport = drive.attached.transport;
     if (!found.is_described)
         return "the host bridge has no number of the firmware's, 0 is taken";
-    if (found.subclass == raid_subclass && (kind == "sata" || kind == "scsi"))
+    if (found.kind == raid_controller && (transport == "sata" || transport == "scsi"))
         return "the driver of a RAID controller may name its disks otherwise";
-    if (drive.attached.number("channel").value_or(0) != 0 && kind == "scsi")
+    if (drive.attached.number("channel").value_or(0) != 0 && transport == "scsi")
         return "the disk is on another channel of its controller than the first, which a path does not name";
     return {};
 }

@@ -34,14 +34,14 @@ private:
         std::string text;         // of its node; empty when it has none
         std::string problem;      // why it has none; empty for what is no bridge and no function
         bool is_described = true; // false: a host bridge without a number of the firmware's
-        unsigned subclass = 0;    // of a PCI function
+        unsigned kind = 0;        // of a PCI function
     };
     struct place {
         std::string text;    // of host bridge and functions
         std::string last;    // of the function that carries the drive
         std::string problem; // why it is not known
         bool is_described = true;
-        unsigned subclass = 0;
+        unsigned kind = 0;
     };
 
     void add(ht_node_t node);

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/machine/devicepaths.h"
+#include "tools/machine/diskoptions.h"
 #include "tools/machine/drives.h"
 #include "tools/machine/firmware.h"
 #include "tools/ovra/arguments.h"
@@ -36,6 +37,23 @@ void warn_of_unread_disks()
     }
 }
 
+// Adds the disks that a path leads to by their hardware, as those of the firmware's own options do.
+void add_whole_disks(shown_option *all)
+{
+    try {
+        for (std::string &drive : drives_of(all->option.path)) {
+            const bool has_volume =
+                std::any_of(all->disks.begin(), all->disks.end(), [&drive](const std::string &volume) {
+                    return volume.starts_with(drive + 's') || volume.starts_with(drive + 'p');
+                });
+            if (!has_volume)
+                all->disks.push_back(std::move(drive));
+        }
+    } catch (const failure &reason) {
+        warn(printable(reason.what()), reason.advice);
+    }
+}
+
 shown_option read_shown(firmware &machine, uint16_t number)
 {
     machine.require_option(number);
@@ -56,6 +74,7 @@ shown_option read_shown(firmware &machine, uint16_t number)
     all.disks = machine.disks_of(number);
     if (all.disks.empty() && !first_hard_drive(all.option.path).empty())
         warn_of_unread_disks();
+    add_whole_disks(&all);
     return all;
 }
 
