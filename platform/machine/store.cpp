@@ -78,9 +78,11 @@ EFI_STATUS read_variable(const runtime_services &services, const std::string &fi
 
 std::size_t data_size_of(const runtime_services &services, const std::string &file_name)
 {
+    // As an efivarfs makes its files, and this library. Who may not read another one is told so by reading.
+    constexpr mode_t for_all = S_IRUSR | S_IRGRP | S_IROTH;
     struct stat info = {};
     if (fstatat(services.variables.get(), file_name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0 ||
-        !may_hold_variable(info))
+        !may_hold_variable(info) || (info.st_mode & for_all) != for_all)
         return 0;
     return static_cast<std::size_t>(info.st_size) - sizeof(UINT32);
 }
