@@ -47,8 +47,13 @@ int get_next_variable_name(const runtime_services &services, const ovra_get_next
 {
     if (any_null(args.variable_name_size, args.variable_name, args.vendor_guid, args.ret))
         return bad_address();
-    return answer(args.ret, machine::next_variable(services, args.variable_name_size, args.variable_name,
-                                                   args.vendor_guid));
+    const EFI_STATUS status =
+        machine::next_variable(services, args.variable_name_size, args.variable_name, args.vendor_guid);
+    if (status != EFI_SUCCESS && !machine::has_folder(services)) {
+        errno = EBADF;
+        return -1;
+    }
+    return answer(args.ret, status);
 }
 
 int set_variable(const runtime_services &services, const ovra_variable_args_t &args)

@@ -8,7 +8,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -24,11 +23,6 @@ namespace {
 constexpr std::string_view temporary_prefix = ".hwplat-";
 constexpr std::string_view temporary_suffix = ".tmp";
 using temporary_name = std::array<char, 48>;
-
-struct close_folder {
-    void operator()(DIR *folder) const { closedir(folder); }
-};
-using open_folder = std::unique_ptr<DIR, close_folder>;
 
 // While it lives, a write beyond the limit for files fails with EFBIG without the signal of setrlimit(2).
 class no_size_signal {
@@ -212,6 +206,10 @@ int read_file(int folder, const char *name, std::size_t limit, bytes *contents)
         filled += static_cast<std::size_t>(got);
         if (filled > limit)
             return EBADMSG;
+        // A read that could have got more has met the end of the file. On an efivarfs one more read would be
+        // one more call of the firmware, of which an ordinary user has 100 a second.
+        if (filled == static_cast<std::size_t>(info.st_size))
+            break;
         if (filled == buffer.size())
             buffer.resize(std::min(filled * 2, limit + 1));
     }
@@ -247,28 +245,28 @@ int remove_file(int folder, const char *name)
 
 int list_folder(int folder, std::vector<std::string> *names)
 {
-    owned_fd readable = open_for_reading(folder);
+    const owned_fd readable = open_for_reading(folder);
     struct stat info = {};
     if (!readable || fstat(readable.get(), &info) != 0)
         return errno;
     if (info.st_nlink == 0) // removed: it only looks empty
         return ENOENT;
-    open_folder stream(fdopendir(readable.get()));
-    if (!stream)
-        return errno;
-    readable.release(); // now the stream's
     std::vector<std::string> found;
+    std::vector<char> entries(32768);
     for (;;) {
-        errno = 0;
-        const dirent *entry = readdir(stream.get());
-        if (entry == nullptr)
+        const ssize_t got = getdents64(readable.get(), entries.data(), entries.size());
+        if (got < 0)
+            return errno;
+        if (got == 0)
             break;
-        const std::string_view name = static_cast<const char *>(entry->d_name);
-        if (name != "." && name != "..")
-            found.emplace_back(name);
+        for (std::size_t at = 0; at < static_cast<std::size_t>(got);) {
+            const auto *entry = reinterpret_cast<const dirent64 *>(entries.data() + at);
+            const std::string_view name = static_cast<const char *>(entry->d_name);
+            if (name != "." && name != "..")
+                found.emplace_back(name);
+            at += entry->d_reclen;
+        }
     }
-    if (errno != 0)
-        return errno;
     *names = std::move(found);
     return 0;
 }

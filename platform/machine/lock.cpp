@@ -44,6 +44,7 @@ struct entry {
     owned_fd file;
     file_identity opened_file;
     unsigned depth = 0; // 0 while it waits
+    locked_knowledge knowledge;
 };
 
 constinit entry *entries = nullptr; // under lock_process_state()
@@ -373,6 +374,13 @@ int give_lock(const machine_root &root)
         const listed_entry last(own);
     }
     return 0;
+}
+
+locked_knowledge *knowledge_of(const machine_root &root)
+{
+    const auto folder = file_identity_of(root.folder.get());
+    entry *own = folder ? find_own({*folder, root.live}) : nullptr;
+    return own != nullptr && own->depth > 0 && is_still_open(*own) ? &own->knowledge : nullptr;
 }
 
 EFI_STATUS held_lock::status() const

@@ -9,6 +9,7 @@
 #define HWPLAT_MACHINE_LOCK_H
 
 #include <chrono>
+#include <optional>
 
 #include <sys/types.h>
 
@@ -36,6 +37,15 @@ int take_lock(const machine_root &root, std::chrono::milliseconds patience, pid_
  * folder. 0, or EPERM when the thread does not have the lock.
  */
 int give_lock(const machine_root &root);
+
+/* What a thread that has the lock knows of its machine: nobody else changes it. */
+struct locked_knowledge {
+    std::optional<UINT64> space_used; /* bytes of all variables */
+    bool temporaries = false;         /* a writer that was killed has left some */
+};
+
+/* Null when the calling thread does not have the lock. It is forgotten when the lock is given back. */
+locked_knowledge *knowledge_of(const machine_root &root);
 
 /* Holds the lock while it lives; or error() says why it could not be taken. */
 class held_lock {

@@ -25,15 +25,14 @@ struct release {
 };
 using owned_text = std::unique_ptr<char, release>;
 
-// Whether `path`, open as `folder`, is "/". Equal numbers do not prove it: a second mount of "/" is a folder
-// like any other. Nothing, with errno, when it is unknown.
-std::optional<bool> is_live(const char *path, int folder)
+// Whether `path` is "/"; it is open on the file `here`. Equal numbers do not prove it: a second mount of "/"
+// is a folder like any other. Nothing, with errno, when it is unknown.
+std::optional<bool> is_live(const char *path, const file_identity &here)
 {
-    struct stat here = {};
     struct stat top = {};
-    if (fstat(folder, &here) != 0 || stat("/", &top) != 0)
+    if (stat("/", &top) != 0)
         return std::nullopt;
-    if (here.st_dev != top.st_dev || here.st_ino != top.st_ino)
+    if (here != file_identity{top.st_dev, top.st_ino})
         return false;
     const owned_text resolved(realpath(path, nullptr));
     if (!resolved)
@@ -81,10 +80,12 @@ machine_root open_root()
     machine_root root;
     if (path != nullptr)
         root.folder = owned_fd(open(path, O_PATH | O_DIRECTORY | O_CLOEXEC));
-    const auto live = root.folder ? is_live(path, root.folder.get()) : std::nullopt;
+    const auto identity = root.folder ? file_identity_of(root.folder.get()) : std::nullopt;
+    const auto live = identity ? is_live(path, *identity) : std::nullopt;
     if (!live)
         root.folder.reset();
     root.live = live.value_or(false);
+    root.identity = identity.value_or(file_identity{});
     if (!root.folder)
         debug("no machine: cannot open the folder '%s': %s", path != nullptr ? path : value,
               std::strerror(errno));

@@ -11,8 +11,9 @@
 namespace machine {
 
 struct machine_root {
-    owned_fd folder;   /* O_PATH; empty: no machine */
-    bool live = false; /* it is "/" itself */
+    owned_fd folder;        /* O_PATH; empty: no machine */
+    bool live = false;      /* it is "/" itself */
+    file_identity identity; /* that `folder` was opened on */
 };
 
 /*

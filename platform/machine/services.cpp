@@ -23,6 +23,11 @@ store_kind kind_of_filesystem(std::uint64_t type)
     }
 }
 
+bool has_folder(const runtime_services &services)
+{
+    return file_identity_of(services.variables.get()) == services.folder;
+}
+
 std::unique_ptr<runtime_services> open_services()
 {
     auto services = std::make_unique<runtime_services>();
@@ -37,9 +42,11 @@ std::unique_ptr<runtime_services> open_services()
             errno = ENOENT;
         return nullptr;
     }
+    const auto folder = file_identity_of(services->variables.get());
     struct statfs info = {};
-    if (fstatfs(services->variables.get(), &info) != 0)
+    if (!folder || fstatfs(services->variables.get(), &info) != 0)
         return nullptr;
+    services->folder = *folder;
     // statfs(2): f_type is a signed long, the magic numbers have 32 bits.
     services->kind = kind_of_filesystem(static_cast<std::uint32_t>(info.f_type));
     if (services->kind == store_kind::none) {

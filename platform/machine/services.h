@@ -30,10 +30,14 @@ store_kind kind_of_filesystem(std::uint64_t type);
 
 struct runtime_services {
     machine_root root;
-    owned_fd variables; /* O_PATH of <root>/sys/firmware/efi/efivars */
+    owned_fd variables;   /* O_PATH of <root>/sys/firmware/efi/efivars */
+    file_identity folder; /* that `variables` was opened on */
     store_kind kind = store_kind::none;
     mutable variable_walks walks; /* under lock_process_state() */
 };
+
+/* Whether `variables` is still open on that folder: the program may have closed what it did not know. */
+bool has_folder(const runtime_services &services);
 
 /* Null with errno when there are none: ENOENT when the machine has no firmware variables. */
 std::unique_ptr<runtime_services> open_services();

@@ -18,6 +18,12 @@ namespace machine {
 
 namespace {
 
+bool may_hold_variable(const struct stat &file)
+{
+    return S_ISREG(file.st_mode) && file.st_size > static_cast<off_t>(sizeof(UINT32)) &&
+           file.st_size <= static_cast<off_t>(largest_variable_file);
+}
+
 // The size of a variable's file; 0 when it is absent, damaged or without data. Returns 0 or an errno value.
 int variable_file_size(const runtime_services &services, const char *file_name, std::size_t *found)
 {
@@ -29,12 +35,18 @@ int variable_file_size(const runtime_services &services, const char *file_name, 
         debug("cannot look at variable '%s': %s", file_name, std::strerror(errno));
         return errno;
     }
-    const auto size = static_cast<std::size_t>(info.st_size);
-    if (S_ISREG(info.st_mode) && size > sizeof(UINT32) && size <= largest_variable_file)
-        *found = size;
+    if (may_hold_variable(info))
+        *found = static_cast<std::size_t>(info.st_size);
     else
         debug("skipped variable '%s': damaged, or without data", file_name);
     return 0;
+}
+
+// Whatever comes of a write: what was counted before is not what there is.
+void forget_space_used(const runtime_services &services)
+{
+    if (locked_knowledge *known = knowledge_of(services.root))
+        known->space_used.reset();
 }
 
 } // namespace
@@ -64,6 +76,17 @@ EFI_STATUS read_variable(const runtime_services &services, const std::string &fi
     return status_of(load_variable(services, file_name, found));
 }
 
+std::size_t data_size_of(const runtime_services &services, const std::string &file_name)
+{
+    // As an efivarfs makes its files, and this library. Who may not read another one is told so by reading.
+    constexpr mode_t for_all = S_IRUSR | S_IRGRP | S_IROTH;
+    struct stat info = {};
+    if (fstatat(services.variables.get(), file_name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0 ||
+        !may_hold_variable(info) || (info.st_mode & for_all) != for_all)
+        return 0;
+    return static_cast<std::size_t>(info.st_size) - sizeof(UINT32);
+}
+
 EFI_STATUS find_variable(const runtime_services &services, const std::string &file_name, bool *found)
 {
     std::size_t size = 0;
@@ -85,6 +108,7 @@ locked_store::locked_store(const runtime_services &services) : lock(services.roo
 EFI_STATUS write_variable(const runtime_services &services, int folder, const std::string &file_name,
                           UINT32 attributes, std::initializer_list<byte_view> data)
 {
+    forget_space_used(services);
     bytes contents(sizeof attributes);
     std::memcpy(contents.data(), &attributes, sizeof attributes);
     for (byte_view part : data)
@@ -97,6 +121,7 @@ EFI_STATUS write_variable(const runtime_services &services, int folder, const st
 EFI_STATUS remove_variable(const runtime_services &services, int folder, const std::string &file_name,
                            UINT32 attributes)
 {
+    forget_space_used(services);
     if (services.kind == store_kind::efivarfs)
         return remove_efivarfs(services.variables.get(), file_name.c_str(), attributes);
     const int error = remove_file(folder, file_name.c_str());
@@ -129,13 +154,23 @@ UINT64 space_taken(std::size_t name_units, std::size_t data_size)
 
 EFI_STATUS space_used(const runtime_services &services, stopped_writers temporaries, UINT64 *used)
 {
+    locked_knowledge *known = knowledge_of(services.root);
+    const bool cleans_up = temporaries == stopped_writers::clean_up;
+    if (known != nullptr && known->space_used && !(cleans_up && known->temporaries)) {
+        *used = *known->space_used;
+        return EFI_SUCCESS;
+    }
     std::vector<std::string> names;
     if (const int error = list_folder(services.variables.get(), &names); error != 0)
         return status_of_folder(error);
     UINT64 total = 0;
+    bool left = false;
     for (const std::string &name : names) {
-        if (temporaries == stopped_writers::clean_up && is_temporary(name))
-            unlinkat(services.variables.get(), name.c_str(), 0);
+        if (is_temporary(name)) {
+            left = left || !cleans_up;
+            if (cleans_up)
+                unlinkat(services.variables.get(), name.c_str(), 0);
+        }
         const auto identity = identity_of(name);
         if (!identity)
             continue;
@@ -145,8 +180,16 @@ EFI_STATUS space_used(const runtime_services &services, stopped_writers temporar
         if (size != 0)
             total += space_taken(identity->name.size(), size - sizeof(UINT32));
     }
+    if (known != nullptr)
+        *known = {total, left};
     *used = total;
     return EFI_SUCCESS;
+}
+
+void keep_space_used(const runtime_services &services, UINT64 used)
+{
+    if (locked_knowledge *known = knowledge_of(services.root))
+        known->space_used = used;
 }
 
 } // namespace machine

@@ -37,6 +37,12 @@ EFI_STATUS read_variable(const runtime_services &services, const std::string &fi
 int load_variable(const runtime_services &services, const std::string &file_name, stored_variable *found);
 
 /*
+ * The size of the data that read_variable would find, without reading it; 0 where only reading tells what
+ * there is.
+ */
+std::size_t data_size_of(const runtime_services &services, const std::string &file_name);
+
+/*
  * Whether read_variable would find the variable, judged by the kind and size of the file. A status when these
  * are unknown.
  */
@@ -85,8 +91,12 @@ UINT64 space_taken(std::size_t name_units, std::size_t data_size);
 /* What to do with the temporary files of writers that were killed. */
 enum class stopped_writers { leave, clean_up }; /* clean_up: only under the machine's lock */
 
-/* The bytes that all variables of a folder take together. */
+/*
+ * The bytes that all variables of a folder take together. A thread that has the machine's lock counts them
+ * once: the sum is good until the next write, which tells the new one.
+ */
 EFI_STATUS space_used(const runtime_services &services, stopped_writers temporaries, UINT64 *used);
+void keep_space_used(const runtime_services &services, UINT64 used);
 
 } // namespace machine
 

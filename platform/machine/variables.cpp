@@ -44,7 +44,9 @@ struct change {
     byte_view data;
 };
 
-EFI_STATUS check_space(const change &request, std::size_t old_data, std::size_t new_data, bool exists)
+// `total` is what all variables will take, as far as that had to be counted.
+EFI_STATUS check_space(const change &request, std::size_t old_data, std::size_t new_data, bool exists,
+                       std::optional<UINT64> *total)
 {
     if (request.services.kind == store_kind::efivarfs)
         return EFI_SUCCESS; // the firmware decides
@@ -61,7 +63,23 @@ EFI_STATUS check_space(const change &request, std::size_t old_data, std::size_t 
     const EFI_STATUS status = space_used(request.services, stopped_writers::clean_up, &used);
     if (status != EFI_SUCCESS)
         return status;
-    return used - before + after <= limits.store ? EFI_SUCCESS : EFI_OUT_OF_RESOURCES;
+    *total = used - before + after;
+    return **total <= limits.store ? EFI_SUCCESS : EFI_OUT_OF_RESOURCES;
+}
+
+// Writes what fits: `written` are the parts of the data that the file gets, of a variable of `size` bytes
+// then.
+EFI_STATUS write_within(const change &request, bool exists, std::size_t old_size, std::size_t size,
+                        UINT32 attributes, std::initializer_list<byte_view> written)
+{
+    std::optional<UINT64> total;
+    if (const EFI_STATUS status = check_space(request, old_size, size, exists, &total); status != EFI_SUCCESS)
+        return status;
+    const EFI_STATUS status =
+        write_variable(request.services, request.folder, request.file_name, attributes, written);
+    if (status == EFI_SUCCESS && total)
+        keep_space_used(request.services, *total);
+    return status;
 }
 
 // Volatile variables belong to the firmware once the system runs. Every machine that has started has
@@ -100,25 +118,17 @@ EFI_STATUS append(const change &request, bool exists, const stored_variable &old
     if (request.data.empty())
         return exists ? EFI_SUCCESS : EFI_NOT_FOUND;
     const byte_view before = exists ? old.data() : byte_view();
-    const EFI_STATUS status =
-        check_space(request, before.size(), before.size() + request.data.size(), exists);
-    if (status != EFI_SUCCESS)
-        return status;
+    const std::size_t size = before.size() + request.data.size();
     if (request.services.kind == store_kind::efivarfs) // the firmware appends
-        return write_variable(request.services, request.folder, request.file_name,
-                              request.attributes | EFI_VARIABLE_APPEND_WRITE, {request.data});
-    return write_variable(request.services, request.folder, request.file_name, request.attributes,
-                          {before, request.data});
+        return write_within(request, exists, before.size(), size,
+                            request.attributes | EFI_VARIABLE_APPEND_WRITE, {request.data});
+    return write_within(request, exists, before.size(), size, request.attributes, {before, request.data});
 }
 
 EFI_STATUS write(const change &request, bool exists, const stored_variable &old)
 {
-    const std::size_t before = exists ? old.data().size() : 0;
-    if (const EFI_STATUS status = check_space(request, before, request.data.size(), exists);
-        status != EFI_SUCCESS)
-        return status;
-    return write_variable(request.services, request.folder, request.file_name, request.attributes,
-                          {request.data});
+    return write_within(request, exists, exists ? old.data().size() : 0, request.data.size(),
+                        request.attributes, {request.data});
 }
 
 EFI_STATUS apply(change request)
@@ -157,6 +167,13 @@ EFI_STATUS get_variable(const runtime_services &services, name_view name, const 
     const auto file_name = file_name_of(name, guid);
     if (!file_name || size == nullptr)
         return EFI_INVALID_PARAMETER;
+    if (data == nullptr && attributes == nullptr) { // only the size is asked for
+        const std::size_t there = data_size_of(services, *file_name);
+        if (there > *size) {
+            *size = there;
+            return EFI_BUFFER_TOO_SMALL;
+        }
+    }
     stored_variable found;
     if (const EFI_STATUS status = read_variable(services, *file_name, &found); status != EFI_SUCCESS)
         return status;

@@ -2,7 +2,9 @@
 #include "tools/machine/files.h"
 
 #include <cerrno>
+#include <dirent.h>
 #include <fcntl.h>
+#include <memory>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -26,6 +28,17 @@ std::optional<struct statx> look_at(const std::string &path)
     if (statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, wanted, &found) != 0)
         return std::nullopt;
     return found;
+}
+
+void for_each_name(const std::string &folder, const std::function<void(std::string_view)> &take)
+{
+    const auto close = [](DIR *open) { closedir(open); };
+    const std::unique_ptr<DIR, decltype(close)> names(opendir(folder.c_str()), close);
+    while (const dirent *entry = names ? readdir(names.get()) : nullptr) {
+        const std::string_view name = static_cast<const char *>(entry->d_name);
+        if (name != "." && name != "..")
+            take(name);
+    }
 }
 
 int can_open(size_t files)

@@ -3,8 +3,10 @@
 #ifndef OVRA_TOOLS_FILES_H
 #define OVRA_TOOLS_FILES_H
 
+#include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <sys/stat.h>
 
 namespace tool {
@@ -16,6 +18,9 @@ bool is_read_only(const std::string &path); // its file system
 
 // Type, mode, owner, size and marks of a file; nothing when there is none.
 std::optional<struct statx> look_at(const std::string &path);
+
+// The names in a folder, without "." and "..", as far as they can be read.
+void for_each_name(const std::string &folder, const std::function<void(std::string_view)> &take);
 
 // Whether this process may open so many files more: 0, or an errno value.
 int can_open(size_t files);

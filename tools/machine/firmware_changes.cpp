@@ -116,6 +116,13 @@ void firmware::change_global(const std::string &name, const bytes &data)
 void firmware::check_room(const change_request &request, const variable &before, room_taken *planned)
 {
     const bool real = is_real();
+    const int64_t overhead = overhead_of(request.name);
+    const bool frees = before.status == EFI_SUCCESS && !real; // real firmware does so at the next start
+    const int64_t freed = frees ? overhead + static_cast<int64_t>(before.data.size()) : 0;
+    const int64_t taken = request.size != 0 ? overhead + static_cast<int64_t>(request.size) : 0;
+    planned->store += taken - freed;
+    if (planned->at_once && taken <= freed)
+        return; // to count what there is would take longer than the change
     const auto room = store();
     if (!room && !real && request.size != 0) // which is asked for what grows, and for what it may be
         throw capacity_unknown(request);
@@ -123,11 +130,6 @@ void firmware::check_room(const change_request &request, const variable &before,
         return;
     if (!real && request.size > room->largest)
         throw too_large(request, *room);
-    const int64_t overhead = overhead_of(request.name);
-    const bool frees = before.status == EFI_SUCCESS && !real; // real firmware does so at the next start
-    const int64_t freed = frees ? overhead + static_cast<int64_t>(before.data.size()) : 0;
-    const int64_t taken = request.size != 0 ? overhead + static_cast<int64_t>(request.size) : 0;
-    planned->store += taken - freed;
     if (taken > freed && planned->store > static_cast<int64_t>(room->left))
         throw no_room(request, room);
 }

@@ -164,6 +164,8 @@ not_changed firmware::why_not(const change_request &request, EFI_STATUS status)
         return with_messages(file_system_full(request));
     // The library does not hand on why a write failed; whether there was room for it can be asked.
     const auto room = request.name.empty() ? std::nullopt : store();
+    if (!real && !room && !request.name.empty() && request.size != 0)
+        return with_messages(capacity_unknown(request));
     if (!real && room && room->largest < request.size)
         return with_messages(too_large(request, *room));
     const bool no_memory = reason == ENOMEM; // of this process, which has the same status

@@ -32,13 +32,13 @@ struct names {
 
     explicit names(firmware &machine)
         : order(machine.order()), next(named_or_none(machine, &firmware::next)),
-          current(named_or_none(machine, &firmware::current))
-    {}
-
-    bool in_order(uint16_t number) const
+          current(named_or_none(machine, &firmware::current)), ordered(UINT16_MAX + 1)
     {
-        return std::find(order.begin(), order.end(), number) != order.end();
+        for (const uint16_t number : order)
+            ordered[number] = true;
     }
+
+    bool in_order(uint16_t number) const { return ordered[number]; }
     // The first of them; null when none does.
     const char *of(uint16_t number) const
     {
@@ -48,6 +48,9 @@ struct names {
             return "BootOrder";
         return current == number ? "BootCurrent" : nullptr;
     }
+
+private:
+    std::vector<bool> ordered; // by number
 };
 
 uint16_t free_number(firmware &machine, const names &names)

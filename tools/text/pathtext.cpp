@@ -60,9 +60,12 @@ json as_json(const decoded_path &path)
     if (!path.error.empty())
         return {{"instances", nullptr}, {"path_error", path.error}};
     json instances = json::array();
-    for (const path_text &instance : path.instances)
-        instances.push_back({{"device_path", instance.device},
-                             {"file_path", instance.file ? json(*instance.file) : json(nullptr)}});
+    for (const path_text &instance : path.instances) {
+        json texts;
+        texts["device_path"] = instance.device;
+        texts["file_path"] = instance.file ? json(*instance.file) : json(nullptr);
+        instances.push_back(std::move(texts));
+    }
     return {{"instances", std::move(instances)}};
 }
 
