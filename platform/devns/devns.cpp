@@ -138,13 +138,6 @@ served_table &served()
     return only;
 }
 
-// The kernel's answer to a null pointer, which the C library's headers do not allow to pass.
-int bad_address()
-{
-    errno = EFAULT;
-    return -1;
-}
-
 int bad_descriptor()
 {
     errno = EBADF;

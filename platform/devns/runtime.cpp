@@ -14,12 +14,6 @@ namespace {
 
 using machine::runtime_services;
 
-int bad_address()
-{
-    errno = EFAULT;
-    return -1;
-}
-
 template <typename... pointer>
 bool any_null(const pointer *...pointers)
 {
@@ -148,6 +142,12 @@ int with(int (*serve)(const runtime_services &, const args &), const runtime_ser
 }
 
 } // namespace
+
+int bad_address()
+{
+    errno = EFAULT;
+    return -1;
+}
 
 int serve_runtime_command(const runtime_services &services, int command, void *record)
 {

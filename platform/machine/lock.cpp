@@ -18,6 +18,7 @@
 #include <unistd.h>
 
 #include "platform/machine/debug.h"
+#include "platform/machine/malloced.h"
 #include "platform/machine/process.h"
 #include "platform/machine/root.h"
 #include "platform/machine/sysfs.h"
@@ -272,9 +273,6 @@ pid_t holder_of(const file_identity &file)
     struct close_stream {
         void operator()(FILE *stream) const { std::fclose(stream); }
     };
-    struct release {
-        void operator()(char *line) const { std::free(line); }
-    };
     const std::unique_ptr<FILE, close_stream> locks(std::fopen("/proc/locks", "re"));
     if (!locks)
         return 0;
@@ -283,7 +281,7 @@ pid_t holder_of(const file_identity &file)
     pid_t found = 0;
     while (found == 0 && getline(&line, &size, locks.get()) > 0)
         found = holder_in(line, file);
-    const std::unique_ptr<char, release> owned(line);
+    const malloced_text owned(line);
     return found;
 }
 

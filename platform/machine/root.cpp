@@ -14,16 +14,12 @@
 #include <unistd.h>
 
 #include "platform/machine/debug.h"
+#include "platform/machine/malloced.h"
 #include "platform/machine/shared.h"
 
 namespace machine {
 
 namespace {
-
-struct release {
-    void operator()(char *text) const { std::free(text); }
-};
-using owned_text = std::unique_ptr<char, release>;
 
 // Whether `path` is "/"; it is open on the file `here`. Equal numbers do not prove it: a second mount of "/"
 // is a folder like any other. Nothing, with errno, when it is unknown.
@@ -34,7 +30,7 @@ std::optional<bool> is_live(const char *path, const file_identity &here)
         return std::nullopt;
     if (here != file_identity{top.st_dev, top.st_ino})
         return false;
-    const owned_text resolved(realpath(path, nullptr));
+    const malloced_text resolved(realpath(path, nullptr));
     if (!resolved)
         return std::nullopt;
     return std::strcmp(resolved.get(), "/") == 0;
@@ -55,7 +51,7 @@ const char *resolve_once(const char *value)
     const resolved_root *newest = roots.load();
     if (const resolved_root *known = find_resolved(newest, value); known != nullptr)
         return known->path.c_str();
-    const owned_text working(getcwd(nullptr, 0));
+    const malloced_text working(getcwd(nullptr, 0));
     if (!working)
         return nullptr;
     std::unique_ptr<resolved_root> added(

@@ -111,7 +111,7 @@ private:
         }
         table rows;
         for (auto &row : as_rows(text))
-            rows.row(std::move(row));
+            rows.row(row);
         print(rows.text());
     }
 

@@ -86,7 +86,7 @@ std::string as_text(const shown_option &all)
     rows.row({"Position", position_text(all)});
     rows.row({"Path", hex(option.path) + format(" (%zu bytes)", option.path.size())});
     for (auto &row : as_rows(all.path))
-        rows.row(std::move(row));
+        rows.row(row);
     for (const std::string &disk : all.disks)
         rows.row({"Disk", printable(disk)});
     rows.row(
