@@ -1,5 +1,8 @@
 /* SPDX-License-Identifier: MIT */
-/* Variables as files: 4 bytes of attributes, then the data, as on an efivarfs. */
+/*
+ * Variables wherever the services have them (place.h). On an efivarfs and in a folder they are files: 4 bytes
+ * of attributes, then the data.
+ */
 #ifndef HWPLAT_MACHINE_STORE_H
 #define HWPLAT_MACHINE_STORE_H
 
@@ -11,19 +14,13 @@
 
 #include "platform/machine/files.h"
 #include "platform/machine/lock.h"
+#include "platform/machine/place.h"
 #include "platform/machine/services.h"
 
 namespace machine {
 
 /* No variable of any machine is larger, attributes included. */
 inline constexpr std::size_t largest_variable_file = 16u << 20;
-
-struct stored_variable {
-    UINT32 attributes = 0;
-    bytes contents; /* the whole file: 4 bytes of attributes, then the data */
-
-    [[nodiscard]] byte_view data() const { return byte_view(contents).subspan(sizeof attributes); }
-};
 
 /*
  * Reads a variable. EFI_NOT_FOUND when the file is absent or has no data (UEFI has no variable without data),
