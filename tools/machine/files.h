@@ -20,6 +20,9 @@ std::optional<struct statx> look_at(const std::string &path);
 // Whether this process may open so many files more: 0, or an errno value.
 int can_open(size_t files);
 
+// The largest file that this process may write, in bytes.
+uint64_t largest_file();
+
 // Whether it is marked as immutable or append-only.
 bool is_marked(const struct statx &file);
 

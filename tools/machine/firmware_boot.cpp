@@ -21,6 +21,8 @@ std::vector<uint16_t> firmware::options()
         if (number && ovra::same_guid(id.guid, ovra::global_variable_guid))
             numbers.insert(*number);
     }
+    if (!image.empty())
+        return {numbers.begin(), numbers.end()};
     // What is damaged is not enumerated; where variables are files it is there all the same.
     std::error_code ignored;
     for (std::filesystem::directory_iterator file(variables_folder(), ignored), end; !ignored && file != end;

@@ -7,6 +7,9 @@
 
 namespace tool {
 
+// Throws a failure when the machine's variables are in a file and nothing names its devices.
+void require_machine();
+
 // Throws a failure when there is no sysfs. `folder` is that of another machine, else empty.
 void require_sysfs(const std::string &folder);
 
