@@ -166,10 +166,10 @@ EFI_STATUS get_wakeup_time(const runtime_services &services, wakeup *alarm)
 
 EFI_STATUS set_wakeup_time(const runtime_services &services, bool enable, const EFI_TIME *time)
 {
-    if (enable && (time == nullptr || !seconds_of(*time)))
-        return EFI_INVALID_PARAMETER;
     if (!keeps_state(services))
         return EFI_UNSUPPORTED;
+    if (enable && (time == nullptr || !seconds_of(*time)))
+        return EFI_INVALID_PARAMETER;
     const held_lock lock(services.root);
     if (lock.error() != 0)
         return lock.status();
