@@ -23,9 +23,14 @@ std::string root_folder()
 } // namespace
 
 // The devices of the machine that runs the command are not those of a machine whose variables are in a file.
+bool has_devices()
+{
+    return !secure_getenv("HWPLAT_VARS") || secure_getenv("HWPLAT_ROOT");
+}
+
 void require_machine()
 {
-    if (secure_getenv("HWPLAT_VARS") && !secure_getenv("HWPLAT_ROOT"))
+    if (!has_devices())
         throw failure("the disks and devices of this machine are not known, only its variables",
                       "'--root DIR' beside '--vars' names a folder with them; '--root /' takes those of the\n"
                       "machine that runs this, as when the disk is attached to it.");

@@ -7,7 +7,9 @@
 
 namespace tool {
 
-// Throws a failure when the machine's variables are in a file and nothing names its devices.
+// Whether the machine has devices. One whose variables are in a file has none unless something names them;
+// require_machine then throws a failure.
+bool has_devices();
 void require_machine();
 
 // Throws a failure when there is no sysfs. `folder` is that of another machine, else empty.
