@@ -73,8 +73,7 @@ public:
         }
         // Of two with one name the first counts.
         std::ranges::sort(names);
-        const auto doubles = std::ranges::unique(names);
-        names.erase(doubles.begin(), doubles.end());
+        names.erase(std::unique(names.begin(), names.end()), names.end());
         *file_names = std::move(names);
         return 0;
     }
