@@ -25,6 +25,9 @@ namespace {
 
 using ovra::volume_header;
 
+// No flash memory is larger: a disk that is named by mistake is not searched to its end.
+constexpr std::uint64_t largest_flash = 256u << 20;
+
 // An open file and its size. What it does not hold cannot be read.
 struct source {
     int file;
@@ -73,7 +76,8 @@ int check_volume(const source &from, std::uint64_t offset, const volume_header &
     constexpr std::uint16_t longest_header = 4096;
     bytes whole;
     if (header.header_length < sizeof header || header.header_length > longest_header ||
-        header.header_length % sizeof(std::uint16_t) != 0 || header.length < header.header_length)
+        header.header_length % sizeof(std::uint16_t) != 0 || header.length < header.header_length ||
+        header.length > largest_flash)
         return EBADMSG;
     if (const int error = read_bytes(from, offset, header.header_length, &whole); error != 0)
         return error;
@@ -91,7 +95,8 @@ int check_volume(const source &from, std::uint64_t offset, const volume_header &
 int find_volume(const source &from, std::uint64_t *offset, volume_header *header)
 {
     constexpr std::uint64_t block = 4096;
-    for (std::uint64_t at = 0; at < from.size && from.size - at >= sizeof *header;) {
+    const std::uint64_t end = std::min(from.size, largest_flash);
+    for (std::uint64_t at = 0; at < end && from.size - at >= sizeof *header;) {
         if (const int error = read_record(from, at, header); error != 0)
             return error;
         const bool is_volume = header->signature == ovra::volume_signature;

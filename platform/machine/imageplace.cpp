@@ -109,10 +109,10 @@ public:
     }
 };
 
-constinit const in_image only;
+constinit const in_image the_place;
 
 } // namespace
 
-constinit const variable_place &image_place = only;
+constinit const variable_place &image_place = the_place;
 
 } // namespace machine

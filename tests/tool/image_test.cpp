@@ -254,6 +254,7 @@ TEST_F(image_of_variables, no_permission_is_said)
               "ovra: no permission for " + image.string() +
                   "\n  Run this as root, or as the owner of the file and its folder.\n");
     chmod(image.c_str(), 0666);
+    chmod(folder.c_str(), 0777);
     for (const words &mode : {words{}, words{"--dry-run"}})
         EXPECT_THAT(refused(words{"next", "3"} + mode, *user), HasSubstr("no permission"));
 }

@@ -162,6 +162,7 @@ private:
     [[noreturn]] void refuse_file() const;
     bool is_changed_by_reset(const change_request &request);
     void require_clock(const std::string &what) const;
+    bool may_replace_image() const;
     void check_copy(const change_request &request) const;
 
     unreadable why_unreadable(const std::string &name);

@@ -4,8 +4,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <linux/magic.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include "src/base/variable_image.h"
@@ -72,6 +74,16 @@ int64_t firmware::overhead_of(const std::string &name) const
     return static_cast<int64_t>(
         is_uboot ? ovra::room_in_uboot_file(name_size, 0)
                  : ovra::room_in_volume(sizeof(ovra::authenticated_variable_header), name_size, 0));
+}
+
+// The new file gets the owner of the old one, which only root can give away. On FAT all files have one owner.
+bool firmware::may_replace_image() const
+{
+    struct stat old = {};
+    struct statfs info = {};
+    if (!may(image, R_OK | W_OK) || stat(image.c_str(), &old) != 0 || statfs(image.c_str(), &info) != 0)
+        return false;
+    return geteuid() == 0 || old.st_uid == geteuid() || info.f_type == MSDOS_SUPER_MAGIC;
 }
 
 // A file of variables is written anew as a whole, whatever changes in it.

@@ -104,7 +104,7 @@ std::optional<not_changed> firmware::obstacle(const change_request &request) con
     if (!real) {
         if (auto found = obstacle_in_folder(request))
             return found;
-        const bool allowed = may(all, R_OK | W_OK | X_OK) && (image.empty() || may(image, R_OK | W_OK));
+        const bool allowed = may(all, R_OK | W_OK | X_OK) && (image.empty() || may_replace_image());
         return allowed ? std::nullopt : std::optional(no_permission(request));
     }
     if (geteuid() == 0) // for which the platform lifts the mark that the kernel puts on variables

@@ -70,6 +70,20 @@ TEST_F(any_image, damaged_volume_is_refused)
     expect(0xd000, "x", "something behind the last variable");
 }
 
+TEST_F(any_image, what_is_larger_than_any_flash_memory_is_not_searched_to_its_end)
+{
+    put("");
+    fs::resize_file(path, std::uintmax_t{1} << 40);
+    EXPECT_EQ(open_error(), EMEDIUMTYPE);
+    platform_test::volume_shape shape;
+    std::string header = volume("", shape).substr(0, 0x2000);
+    header.replace(32, 8, number(std::uint64_t{1} << 39, 8));
+    settle_checksum(&header);
+    put(header);
+    fs::resize_file(path, std::uintmax_t{1} << 40);
+    EXPECT_EQ(open_error(), EBADMSG);
+}
+
 TEST_F(any_image, says_where_it_is_damaged_when_asked_to)
 {
     std::string file = volume(in_volume({"A", "a"}));
