@@ -227,7 +227,7 @@ ssize_t devns_readlink(const char *path, char *buf, size_t size)
 int devns_lock(unsigned int seconds, pid_t *holder)
 {
     return value_or(-1, [=] {
-        const auto root = machine::open_root();
+        const auto root = machine::open_root_of_variables();
         const int error =
             root.folder ? machine::take_lock(root, std::chrono::seconds(seconds), holder) : errno;
         if (error == 0)
@@ -241,7 +241,7 @@ int devns_unlock()
 {
     return value_or(-1, [] {
         // The machine's folder may be out of reach by now: give_lock then gives back the last lock.
-        const auto root = machine::open_root();
+        const auto root = machine::open_root_of_variables();
         const int error = machine::give_lock(root);
         if (error == 0)
             return 0;

@@ -25,6 +25,7 @@ using name_list = std::shared_ptr<const std::vector<std::string>>;
 // continues a walk through the same folder.
 struct left_walk {
     file_identity folder;
+    std::string image; // a file of variables in that folder
     variable_walk walk;
 };
 
@@ -85,7 +86,8 @@ std::optional<variable_walk> walk_at(const runtime_services &services, const std
     if (own)
         return own;
     auto left = take_latest(left_walks(), [&](const left_walk &other) {
-        return other.folder == services.folder && stands_at(other.walk, previous);
+        return other.folder == services.folder && other.image == services.root.image &&
+               stands_at(other.walk, previous);
     });
     return left ? std::optional(std::move(left->walk)) : std::nullopt;
 }
@@ -109,7 +111,7 @@ name_list list_with(const runtime_services &services, const std::string &name)
 EFI_STATUS list_names(const runtime_services &services, name_list *out)
 {
     std::vector<std::string> names;
-    if (const int error = list_folder(services.variables.get(), &names); error != 0)
+    if (const int error = place_of(services.kind).list(services, &names); error != 0)
         return status_of_folder(error);
     if (!has_folder(services))
         return EFI_DEVICE_ERROR;
@@ -250,7 +252,7 @@ void leave_walks(const runtime_services &services) noexcept
     static_cast<void>(outcome_of([&] {
         const auto guard = lock_process_state();
         for (variable_walk &walk : services.walks)
-            keep(left_walks(), left_walk{services.folder, std::move(walk)});
+            keep(left_walks(), left_walk{services.folder, services.root.image, std::move(walk)});
         services.walks.clear();
     }));
 }

@@ -5,7 +5,6 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 
@@ -15,6 +14,7 @@
 #include <unistd.h>
 
 #include "platform/machine/debug.h"
+#include "platform/machine/size_signal.h"
 
 namespace machine {
 
@@ -23,65 +23,6 @@ namespace {
 constexpr std::string_view temporary_prefix = ".hwplat-";
 constexpr std::string_view temporary_suffix = ".tmp";
 using temporary_name = std::array<char, 48>;
-
-// While it lives, a write beyond the limit for files fails with EFBIG without the signal of setrlimit(2).
-class no_size_signal {
-public:
-    no_size_signal()
-    {
-        sigemptyset(&signal);
-        sigaddset(&signal, SIGXFSZ);
-        sigset_t pending = {};
-        was_pending = sigpending(&pending) == 0 && sigismember(&pending, SIGXFSZ) == 1;
-        pthread_sigmask(SIG_BLOCK, &signal, &before);
-    }
-    no_size_signal(const no_size_signal &) = delete;
-    no_size_signal &operator=(const no_size_signal &) = delete;
-    ~no_size_signal()
-    {
-        const int saved = errno;
-        const timespec at_once = {};
-        while (!was_pending && sigtimedwait(&signal, nullptr, &at_once) < 0 && errno == EINTR) {
-        }
-        pthread_sigmask(SIG_SETMASK, &before, nullptr);
-        errno = saved;
-    }
-
-private:
-    sigset_t signal = {};
-    sigset_t before = {};
-    bool was_pending = false;
-};
-
-// fsync(2), repeated when a signal interrupts it, but not for ever.
-int synchronise(int fd)
-{
-    int result = fsync(fd);
-    for (int interruptions = 1; result != 0 && errno == EINTR && interruptions < most_interruptions;
-         ++interruptions)
-        result = fsync(fd);
-    return result;
-}
-
-int write_all(int fd, byte_view rest)
-{
-    no_size_signal quiet;
-    for (int interruptions = 0; !rest.empty();) {
-        const ssize_t written = write(fd, rest.data(), rest.size());
-        if (written < 0 && errno == EINTR && ++interruptions < most_interruptions)
-            continue;
-        if (written <= 0)
-            return written < 0 ? errno : EIO;
-        rest = rest.subspan(static_cast<std::size_t>(written));
-    }
-    return 0;
-}
-
-// The change is in place whatever the answer. Any failure is EIO, and never "no room".
-int write_back(int folder)
-{
-    return synchronise(folder) == 0 ? 0 : EIO;
-}
 
 // A killed process with this one's number may have left a name: the next one is tried.
 int create_temporary(int folder, temporary_name *name, owned_fd *file)
@@ -107,6 +48,34 @@ int create_temporary(int folder, temporary_name *name, owned_fd *file)
 }
 
 } // namespace
+
+int write_all(int fd, byte_view rest)
+{
+    no_size_signal quiet;
+    for (int interruptions = 0; !rest.empty();) {
+        const ssize_t written = write(fd, rest.data(), rest.size());
+        if (written < 0 && errno == EINTR && ++interruptions < most_interruptions)
+            continue;
+        if (written <= 0)
+            return written < 0 ? errno : EIO;
+        rest = rest.subspan(static_cast<std::size_t>(written));
+    }
+    return 0;
+}
+
+int synchronise(int fd)
+{
+    int result = fsync(fd);
+    for (int interruptions = 1; result != 0 && errno == EINTR && interruptions < most_interruptions;
+         ++interruptions)
+        result = fsync(fd);
+    return result;
+}
+
+int write_back(int folder)
+{
+    return synchronise(folder) == 0 ? 0 : EIO;
+}
 
 void owned_fd::reset(int fd) noexcept
 {

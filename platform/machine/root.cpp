@@ -64,16 +64,27 @@ const char *resolve_once(const char *value)
     return added.release()->path.c_str();
 }
 
+// The path that a variable of the environment names; null with errno when there is no working folder.
+const char *path_of(const char *value)
+{
+    const bool is_relative = value[0] != '/' && value[0] != '\0';
+    return is_relative ? resolve_once(value) : value;
+}
+
 } // namespace
 
 machine_root open_root()
 {
+    machine_root root;
     const char *value = secure_getenv("HWPLAT_ROOT");
+    if (value == nullptr && secure_getenv("HWPLAT_VARS") != nullptr) {
+        debug("no devices: HWPLAT_VARS names variables alone, and HWPLAT_ROOT no machine");
+        errno = ENOENT;
+        return root;
+    }
     if (value == nullptr)
         value = "/";
-    const bool is_relative = value[0] != '/' && value[0] != '\0';
-    const char *path = is_relative ? resolve_once(value) : value;
-    machine_root root;
+    const char *path = path_of(value);
     if (path != nullptr)
         root.folder = owned_fd(open(path, O_PATH | O_DIRECTORY | O_CLOEXEC));
     const auto identity = root.folder ? file_identity_of(root.folder.get()) : std::nullopt;
@@ -85,6 +96,28 @@ machine_root open_root()
     if (!root.folder)
         debug("no machine: cannot open the folder '%s': %s", path != nullptr ? path : value,
               std::strerror(errno));
+    return root;
+}
+
+machine_root open_root_of_variables()
+{
+    const char *value = secure_getenv("HWPLAT_VARS");
+    if (value == nullptr)
+        return open_root();
+    machine_root root;
+    const char *path = path_of(value);
+    const owned_text resolved(path != nullptr ? realpath(path, nullptr) : nullptr);
+    if (resolved) {
+        const std::string file = resolved.get();
+        const std::size_t slash = file.rfind('/');
+        root.image = file.substr(slash + 1);
+        if (root.image.empty()) // "/"
+            errno = EISDIR;
+        else
+            root.folder = owned_fd(open(file.substr(0, slash + 1).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    }
+    if (!root.folder)
+        debug("no variables: cannot find the file '%s': %s", value, std::strerror(errno));
     return root;
 }
 

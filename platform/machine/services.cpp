@@ -8,6 +8,7 @@
 #include <sys/vfs.h>
 
 #include "platform/machine/debug.h"
+#include "platform/machine/imagefile.h"
 
 namespace machine {
 
@@ -28,12 +29,32 @@ bool has_folder(const runtime_services &services)
     return file_identity_of(services.variables.get()) == services.folder;
 }
 
+namespace {
+
+bool open_variables_in_image(runtime_services *services)
+{
+    opened_image image;
+    if (const int error = read_image(services->root, &image); error != 0) {
+        errno = error;
+        return false;
+    }
+    services->kind = store_kind::image;
+    services->variables = open_below(services->root.folder.get(), {"."}, missing_folders::fail);
+    const auto folder = file_identity_of(services->variables.get());
+    services->folder = folder.value_or(file_identity{});
+    return folder.has_value();
+}
+
+} // namespace
+
 std::unique_ptr<runtime_services> open_services()
 {
     auto services = std::make_unique<runtime_services>();
-    services->root = open_root();
+    services->root = open_root_of_variables();
     if (!services->root.folder)
         return nullptr;
+    if (!services->root.image.empty())
+        return open_variables_in_image(services.get()) ? std::move(services) : nullptr;
     services->variables =
         open_below(services->root.folder.get(), {"sys", "firmware", "efi", "efivars"}, missing_folders::fail);
     if (!services->variables) {

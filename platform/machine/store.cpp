@@ -49,9 +49,13 @@ void forget_space_used(const runtime_services &services)
         known->space_used.reset();
 }
 
-} // namespace
+void keep_space_used(const runtime_services &services, UINT64 used)
+{
+    if (locked_knowledge *known = knowledge_of(services.root))
+        known->space_used = used;
+}
 
-int load_variable(const runtime_services &services, const std::string &file_name, stored_variable *found)
+int load_file(const runtime_services &services, const std::string &file_name, stored_variable *found)
 {
     bytes contents;
     const int error =
@@ -70,6 +74,141 @@ int load_variable(const runtime_services &services, const std::string &file_name
     return 0;
 }
 
+// What both have that show variables as files.
+class in_files : public variable_place {
+public:
+    int load(const runtime_services &services, const std::string &file_name,
+             stored_variable *found) const override
+    {
+        return load_file(services, file_name, found);
+    }
+
+    EFI_STATUS find(const runtime_services &services, const std::string &file_name,
+                    bool *found) const override
+    {
+        std::size_t size = 0;
+        const int error = variable_file_size(services, file_name.c_str(), &size);
+        *found = size != 0;
+        return status_of(error);
+    }
+
+    int list(const runtime_services &services, std::vector<std::string> *file_names) const override
+    {
+        return list_folder(services.variables.get(), file_names);
+    }
+
+protected:
+    ~in_files() = default;
+
+    static bytes file_contents(UINT32 attributes, std::initializer_list<byte_view> data)
+    {
+        bytes contents(sizeof attributes);
+        std::memcpy(contents.data(), &attributes, sizeof attributes);
+        for (byte_view part : data)
+            contents.insert(contents.end(), part.begin(), part.end());
+        return contents;
+    }
+};
+
+class in_folder final : public in_files {
+public:
+    EFI_STATUS check_space(const runtime_services &services, const growth &wanted,
+                           std::optional<UINT64> *total) const override
+    {
+        capacity limits;
+        if (const EFI_STATUS status = capacity_of(services, &limits); status != EFI_SUCCESS)
+            return status;
+        if (wanted.after > limits.variable)
+            return EFI_INVALID_PARAMETER;
+        const UINT64 before = wanted.before != 0 ? space_taken(wanted.name_units, wanted.before) : 0;
+        const UINT64 after = space_taken(wanted.name_units, wanted.after);
+        if (after <= before)
+            return EFI_SUCCESS;
+        UINT64 used = 0;
+        const EFI_STATUS status = space_used(services, stopped_writers::clean_up, &used);
+        if (status != EFI_SUCCESS)
+            return status;
+        *total = used - before + after;
+        return **total <= limits.store ? EFI_SUCCESS : EFI_OUT_OF_RESOURCES;
+    }
+
+    EFI_STATUS write(const runtime_services &, int folder, const std::string &file_name, UINT32 attributes,
+                     std::initializer_list<byte_view> data) const override
+    {
+        return status_of_folder(replace_file(folder, file_name.c_str(), file_contents(attributes, data)));
+    }
+
+    EFI_STATUS remove(const runtime_services &, int folder, const std::string &file_name,
+                      UINT32) const override
+    {
+        const int error = remove_file(folder, file_name.c_str());
+        // A folder in a variable's place is damage, not a matter of permission.
+        return error == EISDIR ? EFI_DEVICE_ERROR : status_of(error);
+    }
+
+    EFI_STATUS space(const runtime_services &services, variable_space *space) const override
+    {
+        capacity limits;
+        if (const EFI_STATUS status = capacity_of(services, &limits); status != EFI_SUCCESS)
+            return status;
+        UINT64 used = 0;
+        if (const EFI_STATUS status = space_used(services, stopped_writers::leave, &used);
+            status != EFI_SUCCESS)
+            return status;
+        *space = {limits.store, used < limits.store ? limits.store - used : 0, limits.variable};
+        return EFI_SUCCESS;
+    }
+};
+
+class on_efivarfs final : public in_files {
+public:
+    EFI_STATUS check_space(const runtime_services &, const growth &, std::optional<UINT64> *) const override
+    {
+        return EFI_SUCCESS; // the firmware decides
+    }
+
+    EFI_STATUS write(const runtime_services &services, int, const std::string &file_name, UINT32 attributes,
+                     std::initializer_list<byte_view> data) const override
+    {
+        return write_efivarfs(services.variables.get(), file_name.c_str(), file_contents(attributes, data));
+    }
+
+    EFI_STATUS remove(const runtime_services &services, int, const std::string &file_name,
+                      UINT32 attributes) const override
+    {
+        return remove_efivarfs(services.variables.get(), file_name.c_str(), attributes);
+    }
+
+    EFI_STATUS space(const runtime_services &services, variable_space *space) const override
+    {
+        return efivarfs_space(services.variables.get(), space);
+    }
+};
+
+constinit const in_folder folder_place;
+constinit const on_efivarfs efivarfs_place;
+
+} // namespace
+
+const variable_place &place_of(store_kind kind)
+{
+    switch (kind) {
+    case store_kind::efivarfs:
+        return efivarfs_place;
+    case store_kind::image:
+        return image_place;
+    case store_kind::none:
+    case store_kind::folder:
+        break;
+    }
+    return folder_place;
+}
+
+int load_variable(const runtime_services &services, const std::string &file_name, stored_variable *found)
+{
+    return place_of(services.kind).load(services, file_name, found);
+}
+
 EFI_STATUS read_variable(const runtime_services &services, const std::string &file_name,
                          stored_variable *found)
 {
@@ -78,6 +217,8 @@ EFI_STATUS read_variable(const runtime_services &services, const std::string &fi
 
 std::size_t data_size_of(const runtime_services &services, const std::string &file_name)
 {
+    if (services.kind == store_kind::image)
+        return 0;
     // As an efivarfs makes its files, and this library. Who may not read another one is told so by reading.
     constexpr mode_t for_all = S_IRUSR | S_IRGRP | S_IROTH;
     struct stat info = {};
@@ -89,10 +230,7 @@ std::size_t data_size_of(const runtime_services &services, const std::string &fi
 
 EFI_STATUS find_variable(const runtime_services &services, const std::string &file_name, bool *found)
 {
-    std::size_t size = 0;
-    const int error = variable_file_size(services, file_name.c_str(), &size);
-    *found = size != 0;
-    return status_of(error);
+    return place_of(services.kind).find(services, file_name, found);
 }
 
 locked_store::locked_store(const runtime_services &services) : lock(services.root)
@@ -106,27 +244,21 @@ locked_store::locked_store(const runtime_services &services) : lock(services.roo
 }
 
 EFI_STATUS write_variable(const runtime_services &services, int folder, const std::string &file_name,
-                          UINT32 attributes, std::initializer_list<byte_view> data)
+                          UINT32 attributes, std::initializer_list<byte_view> data,
+                          std::optional<UINT64> total)
 {
     forget_space_used(services);
-    bytes contents(sizeof attributes);
-    std::memcpy(contents.data(), &attributes, sizeof attributes);
-    for (byte_view part : data)
-        contents.insert(contents.end(), part.begin(), part.end());
-    if (services.kind == store_kind::efivarfs)
-        return write_efivarfs(services.variables.get(), file_name.c_str(), contents);
-    return status_of_folder(replace_file(folder, file_name.c_str(), contents));
+    const EFI_STATUS status = place_of(services.kind).write(services, folder, file_name, attributes, data);
+    if (status == EFI_SUCCESS && total)
+        keep_space_used(services, *total);
+    return status;
 }
 
 EFI_STATUS remove_variable(const runtime_services &services, int folder, const std::string &file_name,
                            UINT32 attributes)
 {
     forget_space_used(services);
-    if (services.kind == store_kind::efivarfs)
-        return remove_efivarfs(services.variables.get(), file_name.c_str(), attributes);
-    const int error = remove_file(folder, file_name.c_str());
-    // A folder in a variable's place is damage, not a matter of permission.
-    return error == EISDIR ? EFI_DEVICE_ERROR : status_of(error);
+    return place_of(services.kind).remove(services, folder, file_name, attributes);
 }
 
 EFI_STATUS capacity_of(const runtime_services &services, capacity *limits)
@@ -184,12 +316,6 @@ EFI_STATUS space_used(const runtime_services &services, stopped_writers temporar
         *known = {total, left};
     *used = total;
     return EFI_SUCCESS;
-}
-
-void keep_space_used(const runtime_services &services, UINT64 used)
-{
-    if (locked_knowledge *known = knowledge_of(services.root))
-        known->space_used = used;
 }
 
 } // namespace machine

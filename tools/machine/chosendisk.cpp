@@ -102,6 +102,7 @@ json chosen_disk::members() const
 
 chosen_disk find_disk(const std::string &text)
 {
+    require_machine();
     const std::string advice = "'ovra disks' shows the disks with their names.";
     const bool by_link = text.starts_with(partuuid_folder);
     const bool by_uuid = by_link || has_partuuid_prefix(text);

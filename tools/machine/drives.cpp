@@ -12,6 +12,7 @@
 #include "platform/include/volset.h"
 #include "src/base/hard_drive.h"
 #include "src/base/words.h"
+#include "tools/machine/sysfs.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 
@@ -142,6 +143,8 @@ const char *drive::medium() const
 
 std::vector<drive> read_drives(const std::function<bool(const drive &)> &reads_media)
 {
+    if (!has_devices())
+        return {};
     int error = 0;
     const descriptors found(vs_get_descriptors(VS_DRIVE, nullptr, &error));
     if (!found)

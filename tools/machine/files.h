@@ -25,6 +25,9 @@ void for_each_name(const std::string &folder, const std::function<void(std::stri
 // Whether this process may open so many files more: 0, or an errno value.
 int can_open(size_t files);
 
+// The largest file that this process may write, in bytes.
+uint64_t largest_file();
+
 // Whether it is marked as immutable or append-only.
 bool is_marked(const struct statx &file);
 

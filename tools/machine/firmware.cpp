@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <unistd.h>
@@ -67,6 +68,8 @@ firmware::firmware(std::string root) : folder(std::move(root))
                       "The command works on a machine, not on test files: unset it.");
     if (call([this] { return ovra_init(&handle); }) == 0)
         return;
+    if (!image.empty())
+        refuse_file();
     const std::string where = folder.empty() ? "this machine" : folder;
     if (error == ENOENT || error == ENOTDIR)
         throw failure("no firmware variables on " + where,
@@ -85,6 +88,8 @@ firmware::~firmware()
 
 std::string firmware::permission_advice() const
 {
+    if (geteuid() != 0 && !image.empty())
+        return "Run this as root, or as the owner of the file and its folder.";
     if (geteuid() != 0)
         return folder.empty() ? "Run this as root." : "Run this as root, or as the owner of the folder.";
     return "The variables are protected against this, even for root.";
@@ -100,6 +105,8 @@ std::string firmware::root_folder() const
 
 std::string firmware::variables_folder() const
 {
+    if (!image.empty())
+        return std::filesystem::path(image).parent_path();
     return root_folder() + "/sys/firmware/efi/efivars";
 }
 

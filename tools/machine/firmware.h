@@ -45,6 +45,9 @@ constexpr const char *clock_state = "time-offset";
 constexpr const char *alarm_state = "wakeup";
 constexpr const char *capacity_state = "capacity";
 
+// The file that HWPLAT_VARS names and that keeps the machine's variables; empty when nothing is named.
+std::string file_of_variables();
+
 class firmware {
 public:
     // `root` names the machine's folder in messages; empty for the machine that runs the command.
@@ -112,6 +115,7 @@ public:
     bool is_live() const; // the clock is the host's chip, which keeps no time zone
     void reset(EFI_RESET_TYPE type);
     void check_reset();
+    std::optional<uint16_t> booted_next(); // by a machine in a folder or a file
 
 private:
     // Calls the library; 0 or -1, and `messages` and `error` say what else came of it.
@@ -161,8 +165,13 @@ private:
     // Throws unless a request that reads a file of the machine's state succeeded.
     void require_state(const std::string &what, EFI_STATUS status, const std::string &state,
                        const std::string &repair);
-    std::optional<uint16_t> booted_next(); // by a folder's machine
     std::optional<variable_store> store();
+    int64_t overhead_of(const std::string &name) const;
+    [[noreturn]] void refuse_file() const;
+    bool is_changed_by_reset(const change_request &request);
+    void require_clock(const std::string &what) const;
+    bool may_replace_image() const;
+    void check_copy(const change_request &request) const;
 
     unreadable why_unreadable(const std::string &name);
     std::optional<uint16_t> named_option(const char *variable);
@@ -175,6 +184,7 @@ private:
     std::string file_of(const change_request &request) const;
 
     std::string folder;
+    const std::string image = file_of_variables();
     ovra_hdl_t handle = nullptr;
     std::string messages;
     int error = 0;

@@ -24,11 +24,13 @@ std::vector<uint16_t> firmware::options()
                     });
     // What is damaged is not enumerated; where variables are files it is there all the same.
     const std::string after_name = '-' + guid_text(ovra::global_variable_guid);
-    for_each_name(variables_folder(), [&](std::string_view name) {
+    const auto add_damaged = [&](std::string_view name) {
         const auto number = ovra::option_number(name.substr(0, ovra::option_name::length));
         if (number && !there[*number] && name.substr(ovra::option_name::length) == after_name)
             there[*number] = option_exists(*number);
-    });
+    };
+    if (image.empty())
+        for_each_name(variables_folder(), add_damaged);
     std::vector<uint16_t> numbers;
     for (size_t number = 0; number < there.size(); ++number) {
         if (there[number])

@@ -7,6 +7,11 @@
 
 namespace tool {
 
+// Whether the machine has devices. One whose variables are in a file has none unless something names them;
+// require_machine then throws a failure.
+bool has_devices();
+void require_machine();
+
 // Throws a failure when there is no sysfs. `folder` is that of another machine, else empty.
 void require_sysfs(const std::string &folder);
 
