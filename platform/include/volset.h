@@ -15,7 +15,9 @@
  * What there is, with its attributes (text is a uint8 array that includes the terminator):
  *   - A drive, named c<controller>t<target>d<unit>, has one medium, or none. "blocksize" (uint32, bytes of a
  *     logical block), "nblocks" (uint64, its size in logical blocks), "kernel-name" and "devfs-path" (text,
- *     its name to Linux and its physical path in the device tree).
+ *     its name to Linux and its physical path in the device tree). Of an array of disks (md) also "metadata"
+ *     (text, its format, such as "1.0") and "members" (text, the Linux names of what it is made of, with
+ *     blanks between them).
  *   - A medium: "blocksize" and "nblocks" as above; with an MBR "volserno" (uint32, the disk signature).
  *   - A partition of an MBR, "/dev/rdsk/<drive>p<n>"; p0 is the whole disk. "relsect" and "nsectors" (uint32,
  *     start and size in logical blocks).

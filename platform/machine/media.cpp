@@ -336,13 +336,27 @@ medium read_table(const disk &disk, int device)
 
 } // namespace
 
+owned_fd open_device(const machine_root &root, const disk &disk)
+{
+    owned_fd folder = open_below(root.folder.get(), {"dev"}, missing_folders::fail);
+    // No folder of another's choice is passed through: a link in the place of one is followed no more than
+    // one in the place of the device.
+    std::string_view name = disk.kernel_name;
+    for (std::size_t slash = name.find('/'); folder && slash != std::string_view::npos;
+         slash = name.find('/')) {
+        folder =
+            open_below(folder.get(), {std::string(name.substr(0, slash)).c_str()}, missing_folders::fail);
+        name.remove_prefix(slash + 1);
+    }
+    return owned_fd(folder ? openat(folder.get(), std::string(name).c_str(),
+                                    O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)
+                           : -1);
+}
+
 medium read_medium(const machine_root &root, const disk &disk)
 {
     try {
-        const owned_fd devices = open_below(root.folder.get(), {"dev"}, missing_folders::fail);
-        const owned_fd device(devices ? openat(devices.get(), disk.kernel_name.c_str(),
-                                               O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)
-                                      : -1);
+        const owned_fd device = open_device(root, disk);
         if (device)
             return read_table(disk, device.get());
         if (errno != ENOENT)

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "platform/machine/files.h"
 #include "platform/machine/tree.h"
 #include "src/base/guid.h"
 
@@ -34,6 +35,9 @@ struct medium {
 
     bool operator==(const medium &) const = default;
 };
+
+/* Opens a disk's device or image to read it. Empty with errno on failure: ENOENT without one. */
+owned_fd open_device(const machine_root &root, const disk &disk);
 
 /*
  * Reads the medium of a disk. Its table is `none` for a blank disk, for another kind of table and for a disk

@@ -161,6 +161,13 @@ void add_drive_attributes(const object &of, kvlist_t *list)
     check(kvlist_add_uint64(list, "nblocks", disk.blocks));
     add_text(list, "kernel-name", disk.kernel_name);
     add_text(list, "devfs-path", of.seen->tree().path_of(disk.node));
+    if (disk.metadata.empty())
+        return;
+    add_text(list, "metadata", disk.metadata);
+    std::string members;
+    for (const std::string &member : disk.members)
+        members += (members.empty() ? "" : " ") + member;
+    add_text(list, "members", members);
 }
 
 void add_attributes(const object &of, kvlist_t *list)
