@@ -91,6 +91,22 @@ kvlist_t *vs_get_attributes(vs_descriptor_t desc, int *err);
 kvlist_t *vs_get_file_system(vs_descriptor_t desc, int *err);
 
 /*
+ * What is on a drive, whether or not it has a medium, as a new list; release it with kvlist_free. "kind"
+ * (text) is one of
+ *     "gpt", "mbr"    a table, which media are there for. "first-header-damaged" (uint32): 1 if only the copy
+ *                     at the end of the disk makes this a GPT, which some firmware does not look for.
+ *     "damaged-gpt"   headers of a GPT, none of which is good
+ *     "other-table"   a table without media; "detail" (text): its kind, such as "sun"
+ *     "file-system"   a file system without a table; "detail" (text): its type, such as "vfat"
+ *     "unknown"       something else
+ *     "blank"         zeros in the first and the last 256 KiB
+ *     "absent"        nothing that can be read: no device file, or no medium in the drive
+ * A disk that cannot be read is no error: "error" (uint32) is the errno value, and there is no "kind".
+ * Null with EINVAL for a descriptor of another kind than VS_DRIVE.
+ */
+kvlist_t *vs_get_contents(vs_descriptor_t drive, int *err);
+
+/*
  * The name of a drive ("c0t0d0"), a partition ("/dev/rdsk/c0t0d0p1") or a slice ("/dev/dsk/c0t0d0s0"), as a
  * new string; release it with free(3). A medium has the name of its drive.
  */

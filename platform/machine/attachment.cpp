@@ -102,17 +102,17 @@ attachment place_on_ata(const sysfs &files, unsigned class_code, const std::stri
             debug("%s: drive %u of a channel has no path", attributes.c_str(), address.target);
             return without_place;
         }
-        return {transport::ide, *number, address.target, 0};
+        return {place_kind::ide, *number, address.target, 0};
     }
     if (files.number(attributes + "/nr_pmp_links").value_or(0) == 0)
-        return {transport::sata, 0, *number, 0};
+        return {place_kind::sata, 0, *number, 0};
     // With a port multiplier the channel is the multiplier's port: bit 8, and the number from bit 5 on.
     if (address.channel >= most_multiplier_ports) {
         debug("%s: the disk of port %u of a port multiplier has no path", attributes.c_str(),
               address.channel);
         return without_place;
     }
-    return {transport::sata, 0, 0x100 | address.channel << 5 | *number, 0};
+    return {place_kind::sata, 0, 0x100 | address.channel << 5 | *number, 0};
 }
 
 // The address of a disk's unit, if a path has room for it.
@@ -176,7 +176,7 @@ attachment place_on_function(const sysfs &files, unsigned class_code, const std:
         return without_place;
     if (port != below.end())
         return place_on_ata(files, class_code, ata_attributes(above, below, port), *address);
-    return {transport::scsi, 0, address->target, address->lun};
+    return {place_kind::scsi, 0, address->target, address->lun};
 }
 
 attachment place_on_bus(const sysfs &files, const bus &on, std::string_view kernel_name,
@@ -184,7 +184,7 @@ attachment place_on_bus(const sysfs &files, const bus &on, std::string_view kern
 {
     if (on.by == addressing::number) {
         const auto number = number_in(kernel_name);
-        return number ? attachment{transport::numbered, 0, *number, 0} : without_place;
+        return number ? attachment{place_kind::numbered, 0, *number, 0} : without_place;
     }
     const std::string_view unit = unit_above(below);
     if (on.by == addressing::counting || !is_scsi_address(unit))
@@ -194,9 +194,9 @@ attachment place_on_bus(const sysfs &files, const bus &on, std::string_view kern
         return without_place;
     const auto port = ata_port(below);
     if (port == below.end())
-        return {transport::scsi, 0, address->target, address->lun};
+        return {place_kind::scsi, 0, address->target, address->lun};
     const auto number = port_number(files, ata_attributes(above, below, port));
-    return number ? attachment{transport::scsi, 0, *number, 0} : without_place;
+    return number ? attachment{place_kind::scsi, 0, *number, 0} : without_place;
 }
 
 } // namespace machine

@@ -17,7 +17,7 @@ namespace machine {
 inline constexpr unsigned largest_identifier = 0xffff; /* of a SCSI target or unit */
 inline constexpr unsigned disks_of_a_channel = 2;      /* of an IDE function */
 
-enum class transport {
+enum class place_kind {
     sata,
     ide,
     scsi,
@@ -26,19 +26,19 @@ enum class transport {
     other
 };
 
-constexpr bool has_place(transport kind)
+constexpr bool has_place(place_kind kind)
 {
-    return kind != transport::without_place && kind != transport::other;
+    return kind != place_kind::without_place && kind != place_kind::other;
 }
 
 struct attachment {
-    transport kind = transport::other;
+    place_kind kind = place_kind::other;
     unsigned channel = 0; /* of an IDE function */
     unsigned target = 0;
     unsigned lun = 0;
 };
 
-inline constexpr attachment without_place = {transport::without_place, 0, 0, 0};
+inline constexpr attachment without_place = {place_kind::without_place, 0, 0, 0};
 
 /* PCI class codes (include/linux/pci_ids.h): the base class and subclass of a code. */
 constexpr unsigned base_class(unsigned class_code)

@@ -227,11 +227,11 @@ private:
         const attachment &where = disk.where;
         const std::size_t carrier = carrier_node(disk.carrier);
         switch (where.kind) {
-        case transport::sata:
+        case place_kind::sata:
             return add_node(carrier, "disk", where.target, where.lun);
-        case transport::ide:
+        case place_kind::ide:
             return add_node(ide_node(disk.carrier, where.channel), "hdrv", where.target, 0);
-        case transport::scsi:
+        case place_kind::scsi:
             return add_node(carrier, "sd", where.target, where.lun);
         default:
             return add_node(carrier, "blkdev", where.target, where.lun);
@@ -242,7 +242,7 @@ private:
     {
         const unsigned number = others[disk->carrier]++;
         // By the disk's own kind: its name stays when a disk beside it goes.
-        const bool counted = disk->where.kind == transport::other && take_name(disk->carrier, number, 0);
+        const bool counted = disk->where.kind == place_kind::other && take_name(disk->carrier, number, 0);
         disk->entry.target = counted ? number : first_target_without_place + number;
         // On a bus, numbers of Linux names are addresses too.
         const bool on_bus = disk->carrier >= functions.size();
@@ -262,8 +262,8 @@ private:
 
     static unsigned target_in_name(const attachment &where)
     {
-        return where.kind == transport::ide ? where.channel * disks_of_a_channel + where.target
-                                            : where.target;
+        return where.kind == place_kind::ide ? where.channel * disks_of_a_channel + where.target
+                                             : where.target;
     }
 
     bool take_name(std::size_t carrier, unsigned target, unsigned lun)

@@ -4,6 +4,7 @@
 #define HWPLAT_MACHINE_MEDIA_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,7 @@ struct medium {
     table_kind table = table_kind::none;
     std::uint32_t signature = 0;       /* of an MBR */
     std::vector<partition> partitions; /* by number; in an MBR the whole disk comes first */
+    std::string other;                 /* libblkid's word for a table of another kind, such as "sun" */
     int error = 0;                     /* errno value: why the device cannot be read */
 
     bool operator==(const medium &) const = default;
@@ -43,6 +45,9 @@ struct medium {
  * has none.
  */
 owned_fd open_disk(const machine_root &root, const disk &disk);
+
+/* The size of an open device or image in bytes. Nothing for anything else. Throws read_failure. */
+std::optional<std::uint64_t> device_size(int device);
 
 /*
  * Reads the medium of a disk. Its table is `none` for a blank disk, for another kind of table and for a disk

@@ -14,6 +14,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/machine/contents.h"
 #include "platform/machine/filesystem.h"
 #include "platform/machine/media.h"
 #include "platform/machine/tree.h"
@@ -50,6 +51,8 @@ public:
     {
         return read_file_system(root, devices.disks[disk], part);
     }
+    /* What else is to say of a disk's medium, read at each call. */
+    contents contents_of(std::size_t disk);
 
     /* The index of the disk of this name in tree().disks; the size of that list if there is none. */
     [[nodiscard]] std::size_t find_disk(std::string_view name) const;

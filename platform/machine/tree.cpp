@@ -121,32 +121,45 @@ public:
     std::vector<pci_function> functions; // in the order of the tree
 
 private:
-    // Host bridges by their bus, with their paths. One may be anywhere below sys/devices: below a platform
-    // device of a device tree, or a device of a hypervisor's bus. Its functions lead to it.
-    std::set<std::pair<bus_number, std::string>> host_bridges() const
+    using bridges = std::set<std::pair<bus_number, std::string>>;
+
+    // Host bridges by their bus, with their paths. Those that are not directly below sys/devices are below a
+    // platform device of a device tree, or a device of a hypervisor's bus. Their functions lead to them.
+    bridges host_bridges() const
     {
-        std::set<std::pair<bus_number, std::string>> found;
+        bridges found;
         for (const auto &bridge : numbered_folders(files.names(devices), parse_host_bridge))
             found.emplace(bridge.order, devices + ('/' + bridge.name));
+        bridges elsewhere;
         const std::string functions_by_name = "sys/bus/pci/devices";
         for (const std::string &name : files.names(functions_by_name))
-            add_bridge_above(files.link(functions_by_name + '/' + name).value_or(""), &found);
+            add_bridge_above(files.link(functions_by_name + '/' + name).value_or(""), &elsewhere);
+        for (const auto &bridge : elsewhere) {
+            if (!files.names(bridge.second).empty())
+                found.insert(bridge);
+        }
         return found;
     }
 
     // A bridge below another one's function belongs to that function.
-    static void add_bridge_above(const std::string &path, std::set<std::pair<bus_number, std::string>> *found)
+    static void add_bridge_above(const std::string &path, bridges *found)
     {
         if (!path.starts_with(devices))
             return;
         for (std::size_t at = path.find('/', std::strlen(devices)); at != std::string::npos;) {
             const std::size_t end = path.find('/', at + 1);
             if (const auto bus = parse_host_bridge(path.substr(at + 1, end - at - 1))) {
-                found->emplace(*bus, path.substr(0, end));
+                if (is_below_a_device(path.substr(0, end)))
+                    found->emplace(*bus, path.substr(0, end));
                 return;
             }
             at = end;
         }
+    }
+
+    static bool is_below_a_device(const std::string &path)
+    {
+        return path.find('/', std::strlen(devices) + 1) != std::string::npos;
     }
 
     void add_firmware_identifiers(std::size_t node, const std::string &path)
@@ -154,10 +167,9 @@ private:
         auto &strings = tree.nodes[node].strings;
         const auto firmware_node = files.link(path + "/firmware_node");
         const auto hid = firmware_node ? files.text(*firmware_node + "/hid") : std::nullopt;
-        // A bridge without a description by the firmware counts as plain PCI where the firmware describes
-        // bridges. Below another device it is not ACPI that tells of it, and it has no path.
-        const bool is_below_a_device = path.find('/', std::strlen(devices) + 1) != std::string::npos;
-        if (hid || !is_below_a_device)
+        // A bridge without a description by the firmware counts as plain PCI. One below another device is not
+        // told of by ACPI, and has no identifier to be found by.
+        if (hid || !is_below_a_device(path))
             strings["acpi-hid"] = hid.value_or(pci_bridge);
         if (!hid)
             return;

@@ -216,6 +216,45 @@ kvlist_t *list_of(int *err, body add)
     return *err == 0 ? list.release() : nullptr;
 }
 
+const char *word_for(machine::contents_kind kind)
+{
+    switch (kind) {
+    case machine::contents_kind::absent:
+        return "absent";
+    case machine::contents_kind::blank:
+        return "blank";
+    case machine::contents_kind::unknown:
+        return "unknown";
+    case machine::contents_kind::file_system:
+        return "file-system";
+    case machine::contents_kind::other_table:
+        return "other-table";
+    case machine::contents_kind::damaged_gpt:
+        return "damaged-gpt";
+    case machine::contents_kind::gpt:
+        return "gpt";
+    case machine::contents_kind::mbr:
+        return "mbr";
+    }
+    return "unknown";
+}
+
+void add_contents(const object &of, kvlist_t *list)
+{
+    if (of.kind != VS_DRIVE)
+        throw read_failure{EINVAL};
+    const machine::contents found = of.seen->contents_of(of.place);
+    if (found.error != 0) {
+        check(kvlist_add_uint32(list, "error", static_cast<uint32_t>(found.error)));
+        return;
+    }
+    add_text(list, "kind", word_for(found.kind));
+    if (!found.detail.empty())
+        add_text(list, "detail", found.detail);
+    if (found.first_damaged)
+        check(kvlist_add_uint32(list, "first-header-damaged", 1));
+}
+
 std::string name_of(const object &of)
 {
     std::string disk = of.disk().name();
@@ -291,6 +330,11 @@ kvlist_t *vs_get_file_system(vs_descriptor_t desc, int *err)
         add_known_text(list, "uuid", found.uuid);
         add_known_text(list, "label", found.label);
     });
+}
+
+kvlist_t *vs_get_contents(vs_descriptor_t drive, int *err)
+{
+    return list_of(err, [&](kvlist_t *list) { add_contents(*to_object(drive), list); });
 }
 
 char *vs_get_name(vs_descriptor_t desc, int *err)

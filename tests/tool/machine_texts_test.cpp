@@ -2,6 +2,7 @@
 // The machines of tests/machines, as the command shows them.
 #include <cstdlib>
 #include <fstream>
+#include <sstream>
 
 #include "tests/support/machine_text.h"
 #include "tests/support/memory_folder.h"
@@ -70,20 +71,38 @@ void is_shown_as_expected(text_machine &machine, const machine_text &text)
     }
 }
 
+// Volumes that no option can be made for, with what is said.
+std::map<std::string, std::string> refusals(const machine_text &text)
+{
+    std::map<std::string, std::string> found;
+    const auto section = text.expected.find("refused");
+    std::istringstream lines(section != text.expected.end() ? section->second : "");
+    for (std::string name, said; lines >> name && std::getline(lines >> std::ws, said);)
+        found[name] = said;
+    return found;
+}
+
 // An option is made for each volume, by Linux's name too, and found again by it.
 void has_an_option_for_each_volume(text_machine &machine, const machine_text &text)
 {
     machine.become(text);
+    const std::map<std::string, std::string> refused = refusals(text);
     const json disks = machine.parsed({"disks"});
     for (const json &disk : disks["disks"]) {
         for (const json &volume : disk["volumes"]) {
             const std::string name = volume["name"];
             const outcome made = machine.run({"create", "--desc", "x", "--disk", name, "--file", "\\a"});
+            const auto refusal = refused.find(name);
+            if (refusal != refused.end()) {
+                EXPECT_EQ(made.status, 1) << name;
+                EXPECT_THAT(whole(made.err), ::testing::HasSubstr(refusal->second)) << name;
+                continue;
+            }
             EXPECT_EQ(made.status, 0) << name << ": " << made.err;
             const json found = machine.parsed({"find", name});
             EXPECT_GE(found["options"].size(), 1U) << name; // copies have those of each other
             const std::string linux_name = volume["kernel_name"];
-            if (linux_name.empty())
+            if (linux_name.empty() || linux_name == disk["kernel_name"]) // without a name; the whole disk
                 continue;
             EXPECT_EQ(machine.parsed({"find", "/dev/" + linux_name})["disk"], name);
         }
