@@ -6,6 +6,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "tests/support/filesystems.h"
 #include "tests/support/gpt.h"
 
 namespace ovra::test {
@@ -15,7 +16,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char *section_mark = "== ";
-constexpr std::size_t fat_reserved = 4; // blocks
 
 machine_text read_machine(const fs::path &file)
 {
@@ -72,26 +72,6 @@ std::string make_mbr(std::uint32_t signature, const std::vector<std::string> &en
         put_number(&record, at + 8, extent.first, 4);
         put_number(&record, at + 12, extent.last - extent.first + 1, 4);
     }
-    put_number(&record, 510, 0xaa55, 2);
-    return record;
-}
-
-// The first block of an empty FAT16 file system.
-std::string make_fat(std::uint64_t blocks)
-{
-    std::string record(512, '\0');
-    record.replace(0, 11, std::string("\xeb\x3c\x90mkfs.fat", 11));
-    put_number(&record, 0x0b, 512, 2);
-    put_number(&record, 0x0d, 4, 1); // blocks of a cluster
-    put_number(&record, 0x0e, fat_reserved, 2);
-    put_number(&record, 0x10, 2, 1);   // tables
-    put_number(&record, 0x11, 512, 2); // entries of the root folder
-    put_number(&record, 0x15, 0xf8, 1);
-    put_number(&record, 0x16, 64, 2); // blocks of a table
-    put_number(&record, 0x20, blocks, 4);
-    put_number(&record, 0x26, 0x29, 1);
-    put_number(&record, 0x27, 0x1234abcd, 4);
-    record.replace(0x2b, 19, "NO NAME    FAT16   ");
     put_number(&record, 510, 0xaa55, 2);
     return record;
 }
@@ -177,10 +157,9 @@ private:
             put_bytes(path, 0,
                       make_mbr(static_cast<std::uint32_t>(std::stoul(rest.at(0), nullptr, 16)),
                                {rest.begin() + 1, rest.end()}));
-        else if (kind == "fat") {
-            put_bytes(path, 0, make_fat(blocks));
-            put_bytes(path, fat_reserved * 512, "\xf8\xff\xff\xff");
-        } else if (kind == "data")
+        else if (kind == "fat")
+            put_bytes(path, 0, make_fat(0x1234abcd, "ESP"));
+        else if (kind == "data")
             put_bytes(path, 4096, "What is here has no table.");
         else if (kind != "blank")
             throw std::runtime_error("no kind of image: " + kind);

@@ -76,7 +76,8 @@ TEST_F(text_machines, arrays_stand_in_documents_with_their_members)
 {
     become("md_arrays");
     std::map<std::string, json> disks;
-    for (const json &disk : parsed({"disks"})["disks"])
+    const json document = parsed({"disks"});
+    for (const json &disk : document["disks"])
         disks[disk["kernel_name"]] = disk;
     EXPECT_EQ(disks["md0"]["members"], json({"sda1", "sdb1"}));
     EXPECT_EQ(disks["md0"]["metadata"], "1.0");
@@ -105,7 +106,8 @@ TEST_F(text_machines, media_that_have_no_table_are_told_apart)
 {
     become("media");
     std::map<std::string, json> disks;
-    for (const json &disk : parsed({"disks"})["disks"])
+    const json document = parsed({"disks"});
+    for (const json &disk : document["disks"])
         disks[disk["kernel_name"]] = disk;
     EXPECT_EQ(disks["sda"]["contents"], "file-system");
     EXPECT_EQ(disks["sdb"]["contents"], "unknown");

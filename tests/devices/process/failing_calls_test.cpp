@@ -146,6 +146,31 @@ TEST_F(failing_reads, names_and_links)
 }
 
 // A file system that cannot be read is not taken for none.
+// A disk with a table, a blank one, and one with a file system.
+TEST_F(failing_reads, contents)
+{
+    sample::patch(machine.root() / "dev/sdb", 0, ovra::test::make_fat(0x1a2b3c4d, "EFI"));
+    expect_told(
+        "contents",
+        [] {
+            outcome found;
+            int err = 0;
+            const descriptors drives(vs_get_descriptors(VS_DRIVE, nullptr, &err));
+            for (size_t i = 0; err == 0 && drives[i] != 0; ++i) {
+                const attributes list(vs_get_contents(drives[i], &err));
+                uint8_t *kind = nullptr;
+                unsigned count = 0;
+                uint32_t error = 0;
+                if (list && kvlist_lookup_uint32(list.get(), "error", &error) == 0)
+                    err = static_cast<int>(error);
+                else if (list && kvlist_lookup_uint8_array(list.get(), "kind", &kind, &count) == 0)
+                    found.text += std::string(kind, kind + count - 1) + ' ';
+            }
+            return err == 0 ? found : outcome{err, ""};
+        },
+        same_or_error);
+}
+
 TEST_F(failing_reads, file_system)
 {
     sample::patch(machine.root() / "dev/sda", 2048 * 512, ovra::test::make_fat(0x1a2b3c4d, "EFI"));
