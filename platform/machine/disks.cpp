@@ -99,9 +99,10 @@ private:
         if (!is_direct_access(*path))
             return;
         const std::string carried = nvme_path_of(files, *path, by_path);
-        const auto function = function_above(carried);
-        if (function == by_path.end() ? !put_on_bus(name, *path, &disk)
-                                      : !put_on_function(*path, carried, function, &disk))
+        const auto function = function_above(by_path, carried);
+        if (function != by_path.end())
+            put_on_function(*path, carried, function, &disk);
+        else if (!put_on_bus(name, *path, &disk))
             return;
         found.push_back(std::move(disk));
     }
@@ -117,24 +118,13 @@ private:
         return !type || std::ranges::find(types, *type) != std::end(types);
     }
 
-    functions_by_path::const_iterator function_above(std::string path) const
-    {
-        auto function = by_path.end();
-        while (function == by_path.end() && path.find('/') != std::string::npos) {
-            path.resize(path.rfind('/'));
-            function = by_path.find(path);
-        }
-        return function;
-    }
-
-    bool put_on_function(const std::string &path, const std::string &carried,
+    void put_on_function(const std::string &path, const std::string &carried,
                          functions_by_path::const_iterator function, found_disk *disk) const
     {
         disk->carrier = function->second;
         read_size(path, &disk->entry);
         disk->where = place_on_function(files, functions[function->second].class_code, function->first,
                                         split(std::string_view(carried).substr(function->first.size()), '/'));
-        return true;
     }
 
     // False when there is no disk.

@@ -22,16 +22,6 @@ std::string path_disk(std::string_view disk, std::string_view controller)
            std::string(disk.substr(space));
 }
 
-std::optional<std::size_t> function_above(std::string path, const functions_by_path &functions)
-{
-    while (path.find('/') != std::string::npos) {
-        path.resize(path.rfind('/'));
-        if (const auto found = functions.find(path); found != functions.end())
-            return found->second;
-    }
-    return std::nullopt;
-}
-
 // Files of older kernels are fewer: what is not said is taken for good.
 bool is_live(const sysfs &files, const std::string &controller, const std::string &path_disk)
 {
@@ -41,6 +31,16 @@ bool is_live(const sysfs &files, const std::string &controller, const std::strin
 }
 
 } // namespace
+
+functions_by_path::const_iterator function_above(const functions_by_path &functions, std::string path)
+{
+    auto function = functions.end();
+    while (function == functions.end() && path.find('/') != std::string::npos) {
+        path.resize(path.rfind('/'));
+        function = functions.find(path);
+    }
+    return function;
+}
 
 std::string nvme_path_of(const sysfs &files, const std::string &path, const functions_by_path &functions)
 {
@@ -59,11 +59,11 @@ std::string nvme_path_of(const sysfs &files, const std::string &path, const func
             continue;
         const std::string through = path_disk(disk, name);
         const std::string of_path = *controller + '/' + through;
-        const auto function = function_above(of_path, functions);
-        if (!function)
+        const auto function = function_above(functions, of_path);
+        if (function == functions.end())
             continue;
         const bool leads = files.number(of_path + "/size").has_value();
-        std::tuple next(!leads, !is_live(files, *controller, through), *function, of_path);
+        std::tuple next(!leads, !is_live(files, *controller, through), function->second, of_path);
         if (!best || next < *best)
             best = std::move(next);
     }

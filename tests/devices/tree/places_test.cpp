@@ -235,43 +235,6 @@ TEST(disk_places, controllers_keep_their_numbers_when_their_only_disk_goes)
     }
 }
 
-// What comes or goes on one bus, or on PCI, moves no name on the others.
-TEST(disk_places, buses_come_after_all_functions)
-{
-    const sample machine;
-    const auto other = machine.function("pci0000:00/0000:00:02.0", 0xff0000);
-    const auto storage = machine.function("pci0000:00/0000:00:05.0", raid_class);
-    machine.disk("vda", other + "/virtio0");
-    machine.disk("mmcblk1", "sys/devices/platform/fe320000.mmc/mmc_host/mmc1/mmc1:0001");
-    machine.disk("xvda", "sys/devices/vbd-51712");
-    const std::string mmc = "c3t1d0 /mmc@0,0/blkdev@1,0 mmcblk1 512 65536";
-    const std::string xen = "c2t0d0 /xen@0,0/blkdev@0,0 xvda 512 65536";
-    EXPECT_THAT(drives(), ElementsAre("c1t0d0 /pci@0,0/pci8086,1234@2/blkdev@0,0 vda 512 65536", xen, mmc));
-    machine.disk("sda", storage + "/host3/target3:0:4/3:0:4:0");
-    machine.disk("loop7", "sys/devices/virtual");
-    machine.disk("sdb", "sys/devices/platform/host9/session1/target9:0:0/9:0:0:1");
-    machine.disk("mmcblk0", "sys/devices/platform/fe340000.mmc/mmc_host/mmc0/mmc0:0001");
-    EXPECT_THAT(drives(), testing::IsSupersetOf(
-                              {mmc, xen, std::string("c5t7d0 /loop@0,0/blkdev@7,0 loop7 512 65536")}));
-    EXPECT_EQ(tree_paths().back(), "/loop@0,0/blkdev@7,0");
-}
-
-// A path and a name have room for numbers below 65536.
-TEST(disk_places, numbers_of_linux_names)
-{
-    const sample machine;
-    for (const char *name :
-         {"md0", "md65535", "md65536", "md99999999999999999999", "md_home", "md_d0", "mdx"})
-        machine.disk(name, "sys/devices/virtual");
-    EXPECT_THAT(drives(), ElementsAre("c0t0d0 /md@0,0/blkdev@0,0 md0 512 65536",
-                                      "c0t65535d0 /md@0,0/blkdev@ffff,0 md65535 512 65536",
-                                      "c0t65536d0 /md@0,0/blkdev@10000,0 md_d0 512 65536",
-                                      "c0t65537d0 /md@0,0/blkdev@10001,0 mdx 512 65536",
-                                      "c0t65538d0 /md@0,0/blkdev@10002,0 md65536 512 65536",
-                                      "c0t65539d0 /md@0,0/blkdev@10003,0 md_home 512 65536",
-                                      "c0t65540d0 /md@0,0/blkdev@10004,0 md99999999999999999999 512 65536"));
-}
-
 // Functions of another class are controllers only if they carry a disk. They come after all others, in the
 // order of the tree, not of their disks.
 TEST(disk_places, functions_that_only_a_disk_makes_controllers)
