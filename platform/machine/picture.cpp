@@ -75,6 +75,11 @@ const medium &picture::medium_of(std::size_t disk)
     return *known;
 }
 
+contents picture::contents_of(std::size_t disk)
+{
+    return read_contents(root, devices.disks[disk], medium_of(disk));
+}
+
 std::size_t picture::find_disk(std::string_view name) const
 {
     const auto found = by_name.find(name);

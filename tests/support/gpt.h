@@ -19,7 +19,7 @@ struct gpt_entry {
     std::uint64_t last = 0; /* the entry's own last block */
 };
 
-/* What stands at the start and at the end of a disk, in blocks of 512 bytes. */
+/* What stands at the start and at the end of a disk. */
 struct gpt_bytes {
     std::string head; /* protective MBR, header, entries */
     std::string tail; /* entries, header */
@@ -49,13 +49,12 @@ inline void put_number(std::string *data, std::size_t at, std::uint64_t value, s
 }
 
 /*
- * A table of `count` entries for a disk of `blocks`, with both checksums right whatever the entries say. The
- * GUID of an entry is `seed` and its number, each in 8 bytes.
+ * A table of `count` entries for a disk of `blocks` of `block` bytes, with both checksums right whatever the
+ * entries say. The GUID of an entry is `seed` and its number, each in 8 bytes.
  */
 inline gpt_bytes make_gpt(std::uint64_t blocks, const std::vector<gpt_entry> &entries, unsigned count = 128,
-                          std::uint64_t seed = 1)
+                          std::uint64_t seed = 1, std::size_t block = 512)
 {
-    constexpr std::size_t block = 512;
     constexpr std::size_t entry_size = 128;
     std::string table(count * entry_size, '\0');
     for (const gpt_entry &entry : entries) {
@@ -97,11 +96,12 @@ inline gpt_bytes make_gpt(std::uint64_t blocks, const std::vector<gpt_entry> &en
 }
 
 /* A sparse image that holds nothing but the table. */
-inline void write_gpt(const std::filesystem::path &image, std::uint64_t blocks, const gpt_bytes &table)
+inline void write_gpt(const std::filesystem::path &image, std::uint64_t blocks, const gpt_bytes &table,
+                      std::size_t block = 512)
 {
     std::ofstream stream(image, std::ios::binary | std::ios::trunc);
     stream << table.head;
-    stream.seekp(static_cast<std::streamoff>(blocks * 512 - table.tail.size()));
+    stream.seekp(static_cast<std::streamoff>(blocks * block - table.tail.size()));
     stream << table.tail;
     if (!stream.flush())
         throw std::runtime_error("cannot write " + image.string());

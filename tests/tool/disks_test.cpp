@@ -95,7 +95,7 @@ TEST_F(disks_verb, that_cannot_be_read_say_so)
         const outcome printed = run({"disks"}, nobody);
         EXPECT_EQ(printed.status, 0) << printed.err;
         EXPECT_THAT(printed.out, HasSubstr("c5t0d0  sda  64.0 MiB  cannot be read: Permission denied\n"));
-        EXPECT_THAT(printed.out, HasSubstr("c3t0d0  sde  8.0 MiB  no medium that can be read\n"));
+        EXPECT_THAT(printed.out, HasSubstr("c3t0d0  sde  8.0 MiB  blank\n"));
         EXPECT_THAT(printed.out, HasSubstr("c5t3d0  sdb  32.0 MiB  MBR 1234abcd\n"));
         for (const char *disk : {"/dev/sda1", "c5t0d0s0", "/dev/dsk/c5t0d0s0"}) {
             const outcome found = run({"find", disk}, nobody);

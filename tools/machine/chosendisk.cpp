@@ -8,6 +8,7 @@
 #include "src/base/ascii.h"
 #include "src/base/device_name.h"
 #include "src/base/hard_drive.h"
+#include "tools/machine/arrays.h"
 #include "tools/machine/drives.h"
 #include "tools/machine/sysfs.h"
 #include "tools/text/failure.h"
@@ -115,7 +116,10 @@ chosen_disk find_disk(const std::string &text)
     });
     std::vector<chosen_disk> found;
     for (const drive &drive : drives) {
-        if (drive.kernel_name == wanted || drive.name == wanted)
+        const bool is_meant = drive.kernel_name == wanted || drive.name == wanted;
+        if (const auto member = is_meant ? member_for_firmware(text, drive) : std::nullopt)
+            return find_disk(*member);
+        if (is_meant)
             throw failure(in_quotes(text) + " is the whole disk " + drive.name,
                           "One of its slices or partitions is needed. " + advice);
         for (const volume &volume : drive.volumes) {

@@ -171,9 +171,16 @@ bytes device_paths::encode_disk(const std::string &disk, const std::optional<std
 {
     require_room_for(file);
     const auto path = try_encode(disk, file, full ? 1 : 0);
+    const std::string said = messages;
+    if (!path && full && try_encode(disk, file, 0))
+        throw failure(
+            "the disk " + in_quotes(disk) + " has no full form",
+            "The machine does not tell by which hardware firmware finds it. Without --full the path is the "
+            "short form, which firmware finds on any disk.",
+            said);
     if (!path)
         throw failure("cannot make a path to the disk " + in_quotes(disk), "'ovra disks' shows the disks.",
-                      messages);
+                      said);
     return *path;
 }
 

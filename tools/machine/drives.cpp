@@ -77,6 +77,8 @@ std::string linux_name(const std::string &kernel_name, unsigned number)
 {
     if (kernel_name.empty() || number == 0)
         return kernel_name;
+    if (kernel_name.starts_with("dm-"))
+        return {}; // partitions are devices of their own, if at all
     const bool digit = isdigit(static_cast<unsigned char>(kernel_name.back())) != 0;
     return kernel_name + (digit ? "p" : "") + std::to_string(number);
 }

@@ -14,6 +14,7 @@
 #include "src/base/ascii.h"
 #include "src/base/device_name.h"
 #include "src/base/whole_number.h"
+#include "tools/machine/arrays.h"
 #include "tools/machine/drives.h"
 #include "tools/text/failure.h"
 #include "tools/text/loadoption.h"
@@ -233,6 +234,8 @@ given_path path_arguments::encode(device_paths &paths, const std::optional<std::
     if (!disk.name && !text_names_disk)
         return {paths.encode(device_text.value(), with_file)};
     const chosen_disk found = (disk.name ? disk : disk_argument{device_text}).find(general);
+    if (disk.name)
+        require_not_in_an_array(found);
     const bytes packed = paths.encode_disk(found.name, with_file, full);
     // The library looks the name up once more, and disks may come and go meanwhile.
     const byte_view node = first_hard_drive(packed);

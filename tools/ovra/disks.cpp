@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tools/machine/contents.h"
 #include "tools/machine/drives.h"
 #include "tools/machine/firmware.h"
 #include "tools/machine/named.h"
@@ -81,7 +82,9 @@ std::string controller_of(const drive &drive)
     return path;
 }
 
-json to_json(const std::vector<drive> &drives, const uses &uses)
+using all_contents = std::unordered_map<std::string, drive_contents>;
+
+json to_json(const std::vector<drive> &drives, const all_contents &contents, const uses &uses)
 {
     json list = json::array();
     for (const drive &drive : drives) {
@@ -96,6 +99,7 @@ json to_json(const std::vector<drive> &drives, const uses &uses)
                                {"guid", volume.is_slice ? json(guid_text(volume.guid)) : json(nullptr)},
                                {"options", options ? option_names(*options) : json(nullptr)}});
         }
+        const drive_contents &on = contents.at(drive.name);
         list.push_back(
             {{"drive", drive.name},
              {"kernel_name", drive.kernel_name},
@@ -105,6 +109,11 @@ json to_json(const std::vector<drive> &drives, const uses &uses)
              {"blocks", drive.blocks},
              {"medium", drive.has_medium ? json(drive.medium()) : json(nullptr)},
              {"error", drive.error != 0 ? json(strerror(drive.error)) : json(nullptr)},
+             {"contents", on.kind.empty() ? json(nullptr) : json(on.kind)},
+             {"contents_detail", on.detail.empty() ? json(nullptr) : json(on.detail)},
+             {"first_header_damaged", on.first_header_damaged},
+             {"metadata", on.metadata.empty() ? json(nullptr) : json(on.metadata)},
+             {"members", on.members},
              {"signature", drive.signature ? json(signature_text(*drive.signature)) : json(nullptr)},
              {"volumes", std::move(volumes)}});
     }
@@ -133,24 +142,20 @@ std::vector<std::string> lines_of(const std::optional<std::vector<uint16_t>> &op
     return lines;
 }
 
-std::string medium_text(const drive &drive)
-{
-    if (drive.has_medium)
-        return drive.medium() + (drive.signature ? " " + signature_text(*drive.signature) : "");
-    return drive.error != 0 ? std::string("cannot be read: ") + strerror(drive.error)
-                            : "no medium that can be read";
-}
-
-std::string as_text(const std::vector<drive> &drives, const uses &uses)
+std::string as_text(const std::vector<drive> &drives, const all_contents &contents, const uses &uses)
 {
     if (drives.empty())
         return "no disks\n";
     std::string all;
     for (const drive &drive : drives) {
+        const drive_contents &on = contents.at(drive.name);
         all += drive.name + "  " + printable(drive.kernel_name) + "  " +
-               size_text(drive.blocks * drive.block_size) + "  " + medium_text(drive) + '\n';
+               size_text(drive.blocks * drive.block_size) + "  " + on.text() +
+               (drive.signature ? " " + signature_text(*drive.signature) : "") + '\n';
         all += "  Controller  " + printable(controller_of(drive)) + '\n';
         all += "  Path        " + printable(drive.path) + '\n';
+        if (!on.metadata.empty())
+            all += "  Members     " + on.members_text() + ", metadata " + printable(on.metadata) + '\n';
         if (drive.volumes.empty())
             continue;
         table rows;
@@ -178,14 +183,22 @@ public:
     void run(const general_options &general) override
     {
         require_sysfs(general.folder());
-        const std::vector<drive> drives = read_drives([](const drive &) { return true; });
+        std::vector<drive> drives;
+        all_contents contents;
+        {
+            const one_moment picture;
+            drives = read_drives([](const drive &) { return true; });
+            contents = read_contents(true);
+        }
         if (drives.empty())
             require_devices();
+        std::erase_if(drives,
+                      [&](const drive &drive) { return contents.at(drive.name).is_no_disk(drive.path); });
         const uses uses(general.folder());
         if (general.json)
-            print_json(to_json(drives, uses));
+            print_json(to_json(drives, contents, uses));
         else
-            print(as_text(drives, uses));
+            print(as_text(drives, contents, uses));
     }
 };
 
