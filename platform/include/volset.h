@@ -21,7 +21,7 @@
  *     start and size in logical blocks).
  *   - A slice of a GPT, "/dev/dsk/<drive>s<n>", where n is one less than the number of its entry. "start" and
  *     "size" (uint64, in logical blocks), "uguid" (uint8 array, the 16 bytes of the partition GUID as stored
- *     on disk).
+ *     on disk), "partlabel" (text in UTF-8, the name in its entry) unless that is empty.
  *
  * A descriptor belongs to the caller until vs_free_descriptor, the descriptors of an array until
  * vs_free_descriptors. It stays valid while the machine changes; a call for something that is gone fails.
@@ -78,6 +78,15 @@ vs_descriptor_t *vs_get_associated_descriptors(vs_descriptor_t desc, vs_kind_t k
 /* The attributes of a descriptor, as a new list; release it with kvlist_free. Unknown ones are not in the
  * list. */
 kvlist_t *vs_get_attributes(vs_descriptor_t desc, int *err);
+
+/*
+ * The file system in a partition or a slice, as a new list; release it with kvlist_free. Text without its
+ * encoding changed: "type" (such as "vfat"), "uuid" (as Linux writes it, for a FAT "1A2B-3C4D"), "label".
+ * What it has not, or has empty, is not in the list, which is empty when there is no file system, or several
+ * at once. A member of a RAID or of a volume group counts as none: the identity stands for the whole. The
+ * device is read at each call. EINVAL for a drive or a medium.
+ */
+kvlist_t *vs_get_file_system(vs_descriptor_t desc, int *err);
 
 /*
  * The name of a drive ("c0t0d0"), a partition ("/dev/rdsk/c0t0d0p1") or a slice ("/dev/dsk/c0t0d0s0"), as a

@@ -30,11 +30,6 @@ constexpr std::uint64_t largest_mbr_number = UINT32_MAX;
 
 constexpr std::uint32_t largest_gpt_entry = 4096; // bytes
 
-struct probe_freeing {
-    void operator()(blkid_probe probe) const { blkid().free_probe(probe); }
-};
-using probe_owner = std::unique_ptr<std::remove_pointer_t<blkid_probe>, probe_freeing>;
-
 // In bytes. Nothing unless the file is a disk or an image.
 std::optional<std::uint64_t> size_of(int fd)
 {
@@ -135,6 +130,8 @@ private:
                 return;
             }
             part.guid = ovra::stored_guid(*guid);
+            if (const char *label = blkid().partition_get_name(stored); label != nullptr)
+                part.label = label;
         } else if (part.start > largest_mbr_number || part.size > largest_mbr_number) {
             if (telling)
                 debug("%s: partition %d has a number beyond 32 bits", entry.kernel_name.c_str(), number);
@@ -336,13 +333,19 @@ medium read_table(const disk &disk, int device)
 
 } // namespace
 
+owned_fd open_disk(const machine_root &root, const disk &disk)
+{
+    const owned_fd devices = open_below(root.folder.get(), {"dev"}, missing_folders::fail);
+    if (!devices)
+        return {};
+    return owned_fd(
+        openat(devices.get(), disk.kernel_name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+}
+
 medium read_medium(const machine_root &root, const disk &disk)
 {
     try {
-        const owned_fd devices = open_below(root.folder.get(), {"dev"}, missing_folders::fail);
-        const owned_fd device(devices ? openat(devices.get(), disk.kernel_name.c_str(),
-                                               O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)
-                                      : -1);
+        const owned_fd device = open_disk(root, disk);
         if (device)
             return read_table(disk, device.get());
         if (errno != ENOENT)

@@ -4,6 +4,7 @@
 #define HWPLAT_MACHINE_MEDIA_H
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "platform/machine/tree.h"
@@ -22,6 +23,7 @@ struct partition {
     std::uint64_t start = 0;    /* logical blocks */
     std::uint64_t size = 0;     /* logical blocks */
     ovra::guid_bytes guid = {}; /* of a GPT */
+    std::string label = {};     /* of a GPT, in UTF-8 */
 
     bool operator==(const partition &) const = default;
 };
@@ -34,6 +36,12 @@ struct medium {
 
     bool operator==(const medium &) const = default;
 };
+
+/*
+ * Opens the device or image of a disk for reading. Empty with errno on failure; ENOENT: the machine's "dev"
+ * has none.
+ */
+owned_fd open_disk(const machine_root &root, const disk &disk);
 
 /*
  * Reads the medium of a disk. Its table is `none` for a blank disk, for another kind of table and for a disk

@@ -14,6 +14,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/machine/filesystem.h"
 #include "platform/machine/media.h"
 #include "platform/machine/tree.h"
 
@@ -43,6 +44,12 @@ public:
 
     /* The medium of a disk, by its index in tree().disks. Several threads may ask at once. */
     const medium &medium_of(std::size_t disk);
+
+    /* What a partition of a disk holds, read anew at each call. */
+    [[nodiscard]] file_system file_system_of(std::size_t disk, const partition &part) const
+    {
+        return read_file_system(root, devices.disks[disk], part);
+    }
 
     /* The index of the disk of this name in tree().disks; the size of that list if there is none. */
     [[nodiscard]] std::size_t find_disk(std::string_view name) const;

@@ -154,6 +154,12 @@ void add_text(kvlist_t *list, const char *name, const std::string &text)
                                  static_cast<unsigned>(text.size() + 1)));
 }
 
+void add_known_text(kvlist_t *list, const char *name, const std::string &text)
+{
+    if (!text.empty())
+        add_text(list, name, text);
+}
+
 void add_drive_attributes(const object &of, kvlist_t *list)
 {
     const machine::disk &disk = of.disk();
@@ -184,8 +190,23 @@ void add_attributes(const object &of, kvlist_t *list)
         check(kvlist_add_uint64(list, "size", of.part->size));
         check(kvlist_add_uint8_array(list, "uguid", of.part->guid.data(),
                                      static_cast<unsigned>(of.part->guid.size())));
+        add_known_text(list, "partlabel", of.part->label);
         break;
     }
+}
+
+// A new list that `add` fills, or null with the reason.
+template <typename body>
+kvlist_t *list_of(int *err, body add)
+{
+    list_owner list;
+    *err = outcome_of([&] {
+        list.reset(kvlist_alloc());
+        if (!list)
+            throw std::bad_alloc();
+        add(list.get());
+    });
+    return *err == 0 ? list.release() : nullptr;
 }
 
 std::string name_of(const object &of)
@@ -249,14 +270,20 @@ vs_descriptor_t *vs_get_associated_descriptors(vs_descriptor_t desc, vs_kind_t k
 
 kvlist_t *vs_get_attributes(vs_descriptor_t desc, int *err)
 {
-    list_owner list;
-    *err = outcome_of([&] {
-        list.reset(kvlist_alloc());
-        if (!list)
-            throw std::bad_alloc();
-        add_attributes(*to_object(desc), list.get());
+    return list_of(err, [&](kvlist_t *list) { add_attributes(*to_object(desc), list); });
+}
+
+kvlist_t *vs_get_file_system(vs_descriptor_t desc, int *err)
+{
+    return list_of(err, [&](kvlist_t *list) {
+        const object &of = *to_object(desc);
+        if (of.part == nullptr)
+            throw read_failure{EINVAL};
+        const machine::file_system found = of.seen->file_system_of(of.place, *of.part);
+        add_known_text(list, "type", found.type);
+        add_known_text(list, "uuid", found.uuid);
+        add_known_text(list, "label", found.label);
     });
-    return *err == 0 ? list.release() : nullptr;
 }
 
 char *vs_get_name(vs_descriptor_t desc, int *err)

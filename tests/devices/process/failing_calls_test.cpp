@@ -17,6 +17,7 @@
 #include "tests/devices/library.h"
 #include "tests/devices/process/outcomes.h"
 #include "tests/devices/sample.h"
+#include "tests/support/filesystems.h"
 #include "tests/support/gpt.h"
 
 namespace {
@@ -142,6 +143,26 @@ TEST_F(failing_reads, names_and_links)
                               : outcome{0, std::string(target, static_cast<size_t>(length))};
         },
         same_or_that_error);
+}
+
+// A file system that cannot be read is not taken for none.
+TEST_F(failing_reads, file_system)
+{
+    sample::patch(machine.root() / "dev/sda", 2048 * 512, ovra::test::make_fat(0x1a2b3c4d, "EFI"));
+    expect_told(
+        "file system",
+        [] {
+            int err = 0;
+            const vs_descriptor_t slice = vs_get_descriptor_by_name(VS_SLICE, "c1t0d0s0", &err);
+            const attributes list(slice != 0 ? vs_get_file_system(slice, &err) : nullptr);
+            vs_free_descriptor(slice);
+            uint8_t *uuid = nullptr;
+            unsigned count = 0;
+            if (list && kvlist_lookup_uint8_array(list.get(), "uuid", &uuid, &count) == 0)
+                return outcome{0, {uuid, uuid + count - 1}};
+            return outcome{err, ""};
+        },
+        same_or_error);
 }
 
 // An absent name stays absent; an unreadable one does not become absent.
