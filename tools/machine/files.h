@@ -7,6 +7,8 @@
 #include <string>
 #include <sys/stat.h>
 
+#include "tools/text/text.h"
+
 namespace tool {
 
 // Whether this process may access the file; the mode is that of access(2).
@@ -19,6 +21,9 @@ std::optional<struct statx> look_at(const std::string &path);
 
 // Whether this process may open so many files more: 0, or an errno value.
 int can_open(size_t files);
+
+// What a regular file holds. Throws a failure when it is none, cannot be read, or is larger than the limit.
+bytes contents(const std::string &file, size_t limit, const char *when_larger);
 
 // Whether it is marked as immutable or append-only.
 bool is_marked(const struct statx &file);

@@ -16,11 +16,16 @@ namespace {
 
 std::string root_folder()
 {
-    const char *root = secure_getenv("HWPLAT_ROOT");
-    return root ? root : "";
+    return named_root().value_or("");
 }
 
 } // namespace
+
+std::optional<std::string> named_root()
+{
+    const char *root = secure_getenv("HWPLAT_ROOT");
+    return root ? std::optional<std::string>(root) : std::nullopt;
+}
 
 void require_sysfs(const std::string &folder)
 {

@@ -3,9 +3,13 @@
 #ifndef OVRA_TOOLS_SYSFS_H
 #define OVRA_TOOLS_SYSFS_H
 
+#include <optional>
 #include <string>
 
 namespace tool {
+
+// The folder of another machine that the platform libraries are told; it may be empty.
+std::optional<std::string> named_root();
 
 // Throws a failure when there is no sysfs. `folder` is that of another machine, else empty.
 void require_sysfs(const std::string &folder);

@@ -10,6 +10,7 @@
 #include "tools/machine/firmware.h"
 #include "tools/machine/named.h"
 #include "tools/machine/sysfs.h"
+#include "tools/ovra/arguments.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
@@ -174,11 +175,17 @@ std::string as_text(const std::vector<drive> &drives, const uses &uses)
 class disks_verb : public verb {
 public:
     const char *summary() const override { return "the disks, and which boot options use them"; }
+    void declare(CLI::App &app) override
+    {
+        add_value(app, "disk", "DISK", "only this disk, or the one that has this slice, partition or file",
+                  [this](const std::string &text) { wanted = text; });
+    }
 
     void run(const general_options &general) override
     {
         require_sysfs(general.folder());
-        const std::vector<drive> drives = read_drives([](const drive &) { return true; });
+        const std::vector<drive> drives =
+            wanted ? find_drives(*wanted) : read_drives([](const drive &) { return true; });
         if (drives.empty())
             require_devices();
         const uses uses(general.folder());
@@ -187,6 +194,9 @@ public:
         else
             print(as_text(drives, uses));
     }
+
+private:
+    std::optional<std::string> wanted;
 };
 
 } // namespace
