@@ -152,6 +152,9 @@ TEST_F(disk_paths, of_files_give_the_file_too)
     put_esp();
     EXPECT_EQ(file_of("/boot/efi/EFI/a/grub.efi"), "\\EFI\\a\\grub.efi");
     EXPECT_EQ(file_of("/boot/efi/EFI/a/grub.efi", {"--file", "/b.efi"}), "\\b.efi");
+    const words create = {"create", "--desc", "x", "--dry-run", "--json", "--disk"};
+    EXPECT_EQ(json::parse(run(create + words{"/boot/efi/EFI/a/grub.efi"}).out)["file"], "\\EFI\\a\\grub.efi");
+    EXPECT_FALSE(json::parse(run(create + words{"/boot/efi"}).out).contains("file"));
     EXPECT_EQ(file_of("/boot/efi/EFI/a"), nullptr);
     EXPECT_EQ(file_of("/boot/efi"), nullptr);
     const outcome made = run({"create", "--desc", "x", "--disk", "/boot/efi/EFI/a/grub.efi"});

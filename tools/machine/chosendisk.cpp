@@ -202,7 +202,7 @@ chosen_disk find_disk(const std::string &text, std::optional<unsigned> part)
     for (const drive &drive : drives) {
         if (wanted.kind == named_by::name && is_drive(drive, wanted.value))
             throw failure(in_quotes(text) + " is the whole disk " + both_names(drive.name, drive.kernel_name),
-                          std::string("One of its slices or partitions is needed. ") + disks_advice);
+                          lies_on(wanted) + "One of its slices or partitions is needed. " + disks_advice);
         for (const volume &volume : drive.volumes) {
             const chosen_disk next = chosen(drive, volume);
             if (is_named(volume, next, wanted))

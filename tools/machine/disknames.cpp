@@ -25,6 +25,8 @@ struct tag {
     named_by kind;
 };
 
+constexpr size_t attribute_limit = 4096; // of sysfs
+
 constexpr std::array<tag, 4> tags = {{{"PARTUUID=", "/dev/disk/by-partuuid/", named_by::partuuid},
                                       {"PARTLABEL=", "/dev/disk/by-partlabel/", named_by::partlabel},
                                       {"UUID=", "/dev/disk/by-uuid/", named_by::uuid},
@@ -76,8 +78,9 @@ std::optional<std::string> mapped(const machine_files &files, std::string_view n
     if (!name.starts_with(folder))
         return std::nullopt;
     for (const std::string &each : files.names("/sys/block")) {
-        const auto known =
-            each.starts_with("dm-") ? files.text("/sys/block/" + each + "/dm/name") : std::nullopt;
+        const auto known = each.starts_with("dm-")
+                               ? files.text("/sys/block/" + each + "/dm/name", attribute_limit)
+                               : std::nullopt;
         if (known && *known == std::string(name.substr(folder.size())) + '\n')
             return each;
     }

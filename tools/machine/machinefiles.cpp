@@ -19,7 +19,6 @@ namespace tool {
 namespace {
 
 constexpr unsigned most_links = 40; // as the kernel
-constexpr size_t text_limit = 4 << 20;
 
 // The names of a path, the first one last.
 void push_names(const std::string &path, std::vector<std::string> *names)
@@ -115,12 +114,12 @@ std::optional<std::string> machine_files::link_name(const std::string &path) con
     return found.path.substr(found.path.rfind('/') + 1);
 }
 
-std::optional<std::string> machine_files::text(const std::string &path) const
+std::optional<std::string> machine_files::text(const std::string &path, size_t limit) const
 {
     const found_file found = find(path);
     if (!found.status)
         return std::nullopt;
-    const bytes data = contents(on_host(found.path), text_limit, "it is too large");
+    const bytes data = contents(on_host(found.path), limit, "it is too large");
     return std::string(data.begin(), data.end());
 }
 

@@ -33,8 +33,8 @@ public:
     // The last name in the path that a link leads to, as sysfs names devices; nothing without the link.
     std::optional<std::string> link_name(const std::string &path) const;
 
-    // The text of a file; nothing when it is absent. Throws a failure.
-    std::optional<std::string> text(const std::string &path) const;
+    // The text of a file of at most `limit` bytes; nothing when it is absent. Throws a failure.
+    std::optional<std::string> text(const std::string &path, size_t limit) const;
 
     // The names in a folder, sorted; none when it is absent or cannot be read.
     std::vector<std::string> names(const std::string &path) const;

@@ -23,6 +23,7 @@ namespace {
 
 constexpr const char *kernel_table = "/proc/self/mountinfo";
 constexpr const char *old_table = "/etc/mtab";
+constexpr size_t table_limit = 4 << 20;
 
 // A line of these tables (proc(5), fstab(5)). The second has no numbers, and no folder of the file system.
 struct mount {
@@ -147,7 +148,7 @@ mount_table known_mounts(const machine_files &files)
         const found_file found = files.find(table);
         if (!found.status || is_of_this_kernel(files, found.path))
             continue;
-        return {files.text(found.path).value_or(""), table == kernel_table};
+        return {files.text(found.path, table_limit).value_or(""), table == kernel_table};
     }
     throw failure("what is mounted where is not known",
                   files.is_live()

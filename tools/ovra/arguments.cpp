@@ -228,10 +228,13 @@ given_path path_arguments::encode(device_paths &paths, packs what, const general
     // The library looks the name up once more, and disks may come and go meanwhile.
     const byte_view node = first_hard_drive(packed);
     if (!std::equal(node.begin(), node.end(), found.node.begin(), found.node.end()))
-        throw failure("the disks changed: " + found.name + " is another one now",
+        throw failure("the disks changed: " + found.both_names() + " is another one now",
                       "Nothing was written. Try again.");
     warn_of_wrong_disks(found);
-    return {packed, its_file, found.members()};
+    json members = found.members();
+    if (its_file != file)
+        members["file"] = its_file.value();
+    return {packed, its_file, std::move(members)};
 }
 
 } // namespace tool
