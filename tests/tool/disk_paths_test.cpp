@@ -131,7 +131,7 @@ TEST_F(disk_paths, to_mapped_devices_are_those_of_the_kernel)
     put_text(above + "/block/dm-4/dm/name", "multi path");
     put_text("dev/mapper/multi path", "");
     const outcome result = run({"find", "/dev/mapper/multi path", "--part", "2"});
-    EXPECT_EQ(result.err.substr(0, 64), "/dev/mapper/multi path --part 2 is c1t9d0s1, /dev/dm-4p2, PARTUU");
+    EXPECT_THAT(result.err, ::testing::StartsWith("/dev/mapper/multi path --part 2 is c1t9d0s1, "));
     EXPECT_THAT(found("/dev/mapper/other"), HasSubstr("no disk is named"));
 }
 

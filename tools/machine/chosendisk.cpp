@@ -152,7 +152,7 @@ chosen_disk part_of(const std::vector<drive> &drives, const disk_name &wanted, c
             continue;
         refuse_unread(false, text, drive.kernel_name, drive.error);
         for (const volume &volume : drive.volumes) {
-            if (volume.kernel_name == linux_name(drive.kernel_name, part))
+            if (volume.number + (volume.is_slice ? 1 : 0) == part)
                 return chosen(drive, volume);
         }
         throw failure("the disk " + both_names(drive.name, drive.kernel_name) +

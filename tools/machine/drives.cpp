@@ -72,6 +72,15 @@ uint64_t number_of(kvlist_t *list, const char *name)
     return kvlist_lookup_uint32(list, name, &narrow) == 0 ? narrow : 0;
 }
 
+// Linux puts a "p" between a name that ends in a digit and the number: "nvme0n1p1".
+std::string linux_name(const std::string &kernel_name, unsigned number)
+{
+    if (kernel_name.empty() || number == 0)
+        return kernel_name;
+    const bool digit = isdigit(static_cast<unsigned char>(kernel_name.back())) != 0;
+    return kernel_name + (digit ? "p" : "") + std::to_string(number);
+}
+
 void read_file_system(vs_descriptor_t of, volume *volume)
 {
     int error = 0;
@@ -172,6 +181,8 @@ std::string both_names(const std::string &name, const std::string &kernel_name)
 std::string kernel_name_of(const std::vector<drive> &drives, std::string_view volume)
 {
     for (const drive &drive : drives) {
+        if (volume == drive.name)
+            return drive.kernel_name;
         if (!volume.starts_with(drive.name))
             continue;
         const std::string_view rest = volume.substr(drive.name.size());
@@ -180,15 +191,6 @@ std::string kernel_name_of(const std::vector<drive> &drives, std::string_view vo
             return linux_name(drive.kernel_name, rest[0] == 's' ? *number + 1 : *number);
     }
     return {};
-}
-
-// A "p" stands between a name that ends in a digit and the number: "nvme0n1p1".
-std::string linux_name(const std::string &disk, unsigned number)
-{
-    if (disk.empty() || number == 0)
-        return disk;
-    const bool digit = isdigit(static_cast<unsigned char>(disk.back())) != 0;
-    return disk + (digit ? "p" : "") + std::to_string(number);
 }
 
 bytes hard_drive_node(const drive &drive, const volume &volume)

@@ -54,11 +54,8 @@ std::vector<drive> read_drives(const std::function<bool(const drive &)> &reads_m
 // The name with Linux's behind it, if that is known: "c0t0d0s0 (sda1)".
 std::string both_names(const std::string &name, const std::string &kernel_name);
 
-// Linux's name of the slice or partition of such a name; empty without its drive.
+// Linux's name of a drive, slice or partition; empty without the drive.
 std::string kernel_name_of(const std::vector<drive> &drives, std::string_view volume);
-
-// Linux's name of a disk's partition; of the disk for number 0.
-std::string linux_name(const std::string &disk, unsigned number);
 
 // The hard-drive node that stands for a volume in a path, by which options that boot from it are known.
 bytes hard_drive_node(const drive &drive, const volume &volume);
