@@ -17,6 +17,7 @@ struct gpt_entry {
     unsigned number = 0; /* from 1 */
     std::uint64_t first = 0;
     std::uint64_t last = 0; /* the entry's own last block */
+    std::string label = {}; /* ASCII */
 };
 
 /* What stands at the start and at the end of a disk. */
@@ -65,6 +66,8 @@ inline gpt_bytes make_gpt(std::uint64_t blocks, const std::vector<gpt_entry> &en
         put_number(&table, at + 24, entry.number, 8);
         put_number(&table, at + 32, entry.first, 8);
         put_number(&table, at + 40, entry.last, 8);
+        for (std::size_t i = 0; i < entry.label.size(); ++i)
+            table[at + 56 + 2 * i] = entry.label[i];
     }
     const std::uint64_t table_blocks = (table.size() + block - 1) / block;
     const std::uint32_t table_sum = crc32(table);

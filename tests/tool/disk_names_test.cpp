@@ -31,7 +31,7 @@ TEST_F(disks_verb, may_be_given_by_their_linux_names)
               "/dev/sda1 is c5t0d0s0, PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c01.\n");
     EXPECT_EQ(run({"find", "/dev/sda1"}).out, "Boot0008  x\n");
     EXPECT_EQ(run({"find", "c5t0d0s0"}).out, "Boot0008  x\n");
-    EXPECT_EQ(run({"find", "c5t0d0s1"}).out, "no option boots from c5t0d0s1\n");
+    EXPECT_EQ(run({"find", "c5t0d0s1"}).out, "no option boots from c5t0d0s1 (sda2)\n");
 }
 
 TEST_F(disks_verb, are_told_of_by_their_other_names)
@@ -141,7 +141,7 @@ TEST_F(disks_verb, that_are_not_there_are_refused)
     }
     EXPECT_EQ(
         whole(run({"find", "sda"}).err),
-        "ovra: \"sda\" is the whole disk c5t0d0\n"
+        "ovra: \"sda\" is the whole disk c5t0d0 (sda)\n"
         "  One of its slices or partitions is needed. 'ovra disks' shows the disks with their names.\n");
     EXPECT_EQ(get("Boot0008"), "(none)");
 }

@@ -161,7 +161,7 @@ TEST_F(disks_verb, are_not_said_to_be_none_where_they_cannot_be_seen)
 TEST_F(disks_verb, of_an_option_are_shown)
 {
     EXPECT_EQ(run({"create", "--desc", "x", "--disk", "sda1", "--file", "\\a", "--full"}).status, 0);
-    EXPECT_THAT(output({"show", "Boot0008"}), HasSubstr("Disk           c5t0d0s0\n"));
+    EXPECT_THAT(output({"show", "Boot0008"}), HasSubstr("Disk           c5t0d0s0 (sda1)\n"));
     EXPECT_EQ(parsed({"show", "Boot0008"})["disks"], json({"c5t0d0s0"}));
     EXPECT_EQ(parsed({"show", "Boot0005"})["disks"], json::array());
 }

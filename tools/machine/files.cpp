@@ -3,11 +3,14 @@
 
 #include <cerrno>
 #include <dirent.h>
+#include <cstring>
 #include <fcntl.h>
 #include <memory>
 #include <sys/resource.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
+
+#include "tools/text/failure.h"
 
 namespace tool {
 
@@ -50,6 +53,35 @@ int can_open(size_t files)
     const int reason = files > 1 ? can_open(files - 1) : 0;
     close(fd);
     return reason;
+}
+
+bytes contents(const std::string &file, size_t limit, const char *when_larger)
+{
+    const std::string cannot = "cannot read " + (file.empty() ? "\"\"" : printable(file)) + ": ";
+    // Not blocking, as the name may be a FIFO's or a terminal's.
+    const int fd = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd == -1)
+        throw failure(cannot + strerror(errno));
+    struct stat info = {};
+    if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        const bool is_folder = S_ISDIR(info.st_mode);
+        close(fd);
+        throw failure(cannot + (is_folder ? strerror(EISDIR) : "it is not a regular file"));
+    }
+    bytes data(limit + 1);
+    size_t size = 0;
+    ssize_t part = 0;
+    while (size < data.size() &&
+           ((part = read(fd, data.data() + size, data.size() - size)) > 0 || (part == -1 && errno == EINTR)))
+        size += part > 0 ? static_cast<size_t>(part) : 0;
+    const int error = errno;
+    close(fd);
+    if (part == -1)
+        throw failure(cannot + strerror(error));
+    if (size > limit)
+        throw failure(cannot + when_larger);
+    data.resize(size);
+    return data;
 }
 
 bool is_marked(const struct statx &file)

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <sys/stat.h>
 
+#include "tools/text/text.h"
+
 namespace tool {
 
 // Whether this process may access the file; the mode is that of access(2).
@@ -27,6 +29,9 @@ int can_open(size_t files);
 
 // The largest file that this process may write, in bytes.
 uint64_t largest_file();
+
+// What a regular file holds. Throws a failure when it is none, cannot be read, or is larger than the limit.
+bytes contents(const std::string &file, size_t limit, const char *when_larger);
 
 // Whether it is marked as immutable or append-only.
 bool is_marked(const struct statx &file);

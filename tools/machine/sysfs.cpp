@@ -16,8 +16,7 @@ namespace {
 
 std::string root_folder()
 {
-    const char *root = secure_getenv("HWPLAT_ROOT");
-    return root ? root : "";
+    return named_root().value_or("");
 }
 
 } // namespace
@@ -34,6 +33,12 @@ void require_machine()
         throw failure("the disks and devices of this machine are not known, only its variables",
                       "'--root DIR' beside '--vars' names a folder with them; '--root /' takes those of the\n"
                       "machine that runs this, as when the disk is attached to it.");
+}
+
+std::optional<std::string> named_root()
+{
+    const char *root = secure_getenv("HWPLAT_ROOT");
+    return root ? std::optional<std::string>(root) : std::nullopt;
 }
 
 void require_sysfs(const std::string &folder)

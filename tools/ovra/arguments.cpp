@@ -2,12 +2,7 @@
 #include "tools/ovra/arguments.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
@@ -16,6 +11,7 @@
 #include "src/base/whole_number.h"
 #include "tools/machine/arrays.h"
 #include "tools/machine/drives.h"
+#include "tools/machine/files.h"
 #include "tools/text/failure.h"
 #include "tools/text/loadoption.h"
 #include "tools/text/numbers.h"
@@ -27,35 +23,6 @@ namespace {
 using texts = std::vector<std::string>;
 
 constexpr size_t file_limit = 1 << 20; // far above what firmware stores
-
-bytes contents(const std::string &file)
-{
-    const std::string cannot = "cannot read " + (file.empty() ? "\"\"" : printable(file)) + ": ";
-    // Not blocking, as the name may be a FIFO's or a terminal's.
-    const int fd = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    if (fd == -1)
-        throw failure(cannot + strerror(errno));
-    struct stat info = {};
-    if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
-        const bool is_folder = S_ISDIR(info.st_mode);
-        close(fd);
-        throw failure(cannot + (is_folder ? strerror(EISDIR) : "it is not a regular file"));
-    }
-    bytes data(file_limit + 1);
-    size_t size = 0;
-    ssize_t part = 0;
-    while (size < data.size() &&
-           ((part = read(fd, data.data() + size, data.size() - size)) > 0 || (part == -1 && errno == EINTR)))
-        size += part > 0 ? static_cast<size_t>(part) : 0;
-    const int error = errno;
-    close(fd);
-    if (part == -1)
-        throw failure(cannot + strerror(error));
-    if (size > file_limit)
-        throw failure(cannot + "it is larger than any firmware variable");
-    data.resize(size);
-    return data;
-}
 
 } // namespace
 
@@ -148,7 +115,7 @@ void optional_data_arguments::declare(CLI::App &app)
 std::optional<bytes> optional_data_arguments::read() const
 {
     if (file)
-        return contents(*file);
+        return contents(*file, file_limit, "it is larger than any firmware variable");
     if (text)
         return stored(to_ucs2(*text).value());
     return std::nullopt;
@@ -156,14 +123,24 @@ std::optional<bytes> optional_data_arguments::read() const
 
 CLI::Option *disk_argument::declare(CLI::App &app, const char *option, const char *help)
 {
-    return add_value(app, option, "DISK", help, [this](const std::string &text) { name = text; });
+    auto *named = add_value(app, option, "DISK", help, [this](const std::string &text) { name = text; });
+    add_value(app, "--part", "N", "of the disk that is named, the partition that Linux gives this number",
+              [this](const std::string &text) {
+                  refuse_leading_zero(text);
+                  part = parse_number(text);
+                  if (!part || *part == 0)
+                      throw usage_error("--part: " + in_quotes(text) + " is no number of a partition");
+              })
+        ->needs(named);
+    return named;
 }
 
 chosen_disk disk_argument::find(const general_options &general) const
 {
-    chosen_disk disk = find_disk(name.value());
+    chosen_disk disk = find_disk(name.value(), part);
+    const std::string typed = *name + (part ? format(" --part %u", *part) : "");
     if (!general.json)
-        fprintf(stderr, "%s\n", broken(disk.told_of(*name), 0).c_str());
+        fprintf(stderr, "%s\n", broken(disk.told_of(typed), 0).c_str());
     return disk;
 }
 
@@ -225,25 +202,42 @@ void path_arguments::warn_of_wrong_disks(const chosen_disk &found) const
                  (disk.name ? " With --full the path leads to one of them alone." : ""));
 }
 
-given_path path_arguments::encode(device_paths &paths, const std::optional<std::string> &with_file,
-                                  const general_options &general) const
+// The file that was given, else the one that was named as the disk.
+std::optional<std::string> path_arguments::file_of(const chosen_disk &found,
+                                                   const general_options &general) const
+{
+    if (file || !found.file)
+        return file;
+    if (!general.json)
+        fprintf(stderr, "The file is named as firmware does, %s.\n", printable(*found.file).c_str());
+    if (found.file_system != "vfat" && found.file_system != "msdos")
+        warn("the file system of " + found.both_names() + " is " + printable(found.file_system),
+             "Firmware finds a file only on FAT, unless it has a driver for others.");
+    return found.file;
+}
+
+given_path path_arguments::encode(device_paths &paths, packs what, const general_options &general) const
 {
     // Names of the tree, which have no path, are left to the library.
     const bool text_names_disk =
         device_text && is_device_name(*device_text) && !device_text->starts_with(ovra::tree_folder);
     if (!disk.name && !text_names_disk)
-        return {paths.encode(device_text.value(), with_file)};
-    const chosen_disk found = (disk.name ? disk : disk_argument{device_text}).find(general);
+        return {paths.encode(device_text.value(), what == packs::all ? file : std::nullopt), file};
+    const chosen_disk found = (disk.name ? disk : disk_argument{device_text, std::nullopt}).find(general);
     if (disk.name)
         require_not_in_an_array(found);
-    const bytes packed = paths.encode_disk(found.name, with_file, full);
+    const std::optional<std::string> its_file = file_of(found, general);
+    const bytes packed = paths.encode_disk(found.name, what == packs::all ? its_file : std::nullopt, full);
     // The library looks the name up once more, and disks may come and go meanwhile.
     const byte_view node = first_hard_drive(packed);
     if (!std::equal(node.begin(), node.end(), found.node.begin(), found.node.end()))
-        throw failure("the disks changed: " + found.name + " is another one now",
+        throw failure("the disks changed: " + found.both_names() + " is another one now",
                       "Nothing was written. Try again.");
     warn_of_wrong_disks(found);
-    return {packed, found.members()};
+    json members = found.members();
+    if (its_file != file)
+        members["file"] = its_file.value();
+    return {packed, its_file, std::move(members)};
 }
 
 } // namespace tool

@@ -70,10 +70,16 @@ struct optional_data_arguments {
     std::optional<bytes> read() const;
 };
 
+inline constexpr char disk_help[] =
+    "a disk's slice or partition: c0t0d0s0, sda1, /dev/..., PARTUUID=..., UUID=..., LABEL=..., PARTLABEL=..., "
+    "or a mount point or file on it";
+
 // A disk's slice or partition.
 struct disk_argument {
     std::optional<std::string> name;
+    std::optional<unsigned> part; // of the disk that is named
 
+    // Declares the option of the name, and --part.
     CLI::Option *declare(CLI::App &app, const char *option, const char *help);
     // The disk that is named, reported on standard error, except with --json. Throws a failure.
     chosen_disk find(const general_options &general) const;
@@ -81,8 +87,12 @@ struct disk_argument {
 
 struct given_path {
     bytes packed;
-    json disk = json::object(); // for programs: which disk was taken, if one was
+    std::optional<std::string> file; // that was given, or named together with the disk
+    json disk = json::object();      // for programs: which disk was taken, if one was
 };
+
+// What of a path is packed.
+enum class packs { all, devices };
 
 // A path to a device, as text or by the name of a disk, and the file on the device.
 struct path_arguments {
@@ -96,12 +106,12 @@ struct path_arguments {
     // Takes a file at the end of the text off it, and says how firmware names the file. Throws a usage_error.
     void settle_file();
 
-    // What they pack to with a file. A disk that is taken is reported on standard error, except with --json.
-    // Throws a failure.
-    given_path encode(device_paths &paths, const std::optional<std::string> &with_file,
-                      const general_options &general) const;
+    // What they pack to. A disk that is taken, and the file if it was named as the disk, are reported on
+    // standard error, except with --json. Throws a failure.
+    given_path encode(device_paths &paths, packs what, const general_options &general) const;
 
 private:
+    std::optional<std::string> file_of(const chosen_disk &found, const general_options &general) const;
     void warn_of_wrong_disks(const chosen_disk &found) const;
 };
 

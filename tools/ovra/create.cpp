@@ -121,9 +121,7 @@ void create_verb::declare(CLI::App &app)
                                      throw usage_error("--path-hex: pairs of hexadecimal digits are needed");
                              });
     auto *devices = path.declare_devpath(app);
-    auto *disk = path.disk.declare(
-        app, "--disk",
-        "the path of a disk's slice or partition, by its name (c0t0d0s0), Linux's (/dev/sda1) or PARTUUID=...");
+    auto *disk = path.disk.declare(app, "--disk", disk_help);
     digits->excludes(devices)->excludes(disk);
     devices->excludes(disk);
     path.declare_file(app)->excludes(digits);
@@ -155,7 +153,7 @@ load_option create_verb::option_to_make(const general_options &general, changes 
         option.path = *packed;
     } else {
         device_paths paths;
-        const given_path given = path.encode(paths, path.file, general);
+        const given_path given = path.encode(paths, packs::all, general);
         option.path = given.packed;
         for (const auto &[name, value] : given.disk.items())
             changes->remark({}, name, value);

@@ -11,6 +11,7 @@
 #include "tools/machine/firmware.h"
 #include "tools/machine/named.h"
 #include "tools/machine/sysfs.h"
+#include "tools/ovra/arguments.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
@@ -179,6 +180,11 @@ std::string as_text(const std::vector<drive> &drives, const all_contents &conten
 class disks_verb : public verb {
 public:
     const char *summary() const override { return "the disks, and which boot options use them"; }
+    void declare(CLI::App &app) override
+    {
+        add_value(app, "disk", "DISK", "only this disk, or the one that has this slice, partition or file",
+                  [this](const std::string &text) { wanted = text; });
+    }
 
     void run(const general_options &general) override
     {
@@ -187,7 +193,7 @@ public:
         all_contents contents;
         {
             const one_moment picture;
-            drives = read_drives([](const drive &) { return true; });
+            drives = wanted ? find_drives(*wanted) : read_drives([](const drive &) { return true; });
             contents = read_contents(true);
         }
         if (drives.empty())
@@ -200,6 +206,9 @@ public:
         else
             print(as_text(drives, contents, uses));
     }
+
+private:
+    std::optional<std::string> wanted;
 };
 
 } // namespace

@@ -35,13 +35,7 @@ std::vector<uint16_t> options_on(firmware &machine, byte_view node)
 class find_verb : public verb {
 public:
     const char *summary() const override { return "the boot options that boot from a disk"; }
-    void declare(CLI::App &app) override
-    {
-        disk.declare(
-                app, "disk",
-                "a disk's slice or partition, by its name (c0t0d0s0), Linux's (/dev/sda1) or PARTUUID=...")
-            ->required();
-    }
+    void declare(CLI::App &app) override { disk.declare(app, "disk", disk_help)->required(); }
 
     void run(const general_options &general) override
     {
@@ -55,7 +49,7 @@ public:
             return;
         }
         if (options.empty())
-            print("no option boots from " + printable(chosen.name) + '\n');
+            print("no option boots from " + chosen.both_names() + '\n');
         table rows;
         for (const uint16_t number : options)
             rows.row({option_name(number), description_of(machine, number)});

@@ -78,7 +78,7 @@ private:
 
     void encode(device_paths &paths, const general_options &general) const
     {
-        const given_path given = path.encode(paths, path.file, general);
+        const given_path given = path.encode(paths, packs::all, general);
         json document = {{"path", hex(given.packed)}, {"size", given.packed.size()}};
         document.update(given.disk);
         if (general.json)
