@@ -65,7 +65,7 @@ void set_verb::declare(CLI::App &app)
 {
     option.declare(app, "the option to change")->required();
     description.declare(app);
-    path.declare_devpath(app);
+    path.declare_verbose(app)->needs(path.declare_devpath(app));
     path.declare_file(app);
     auto *number = add_value(app, "--attr", "N", "attributes: the whole 32-bit number, as 0x1",
                              [this](const std::string &text) {
@@ -98,8 +98,9 @@ void set_verb::check()
 bytes set_verb::changed_path(bytes before, const general_options &general, changes *changes) const
 {
     device_paths paths;
-    if (path.device_text) {
+    if (path.device_text && !path.device_text->empty()) { // empty: it was all a file
         const given_path devices = path.encode(paths, std::nullopt, general);
+        require_devices(devices.packed);
         before = with_devices(before, devices.packed);
         for (const auto &[name, value] : devices.disk.items())
             changes->remark({}, name, value);
