@@ -12,8 +12,10 @@
 #include "tools/machine/arrays.h"
 #include "tools/machine/drives.h"
 #include "tools/machine/files.h"
+#include "tools/paste/pasted.h"
 #include "tools/text/failure.h"
 #include "tools/text/loadoption.h"
+#include "tools/text/nodeparse.h"
 #include "tools/text/numbers.h"
 
 namespace tool {
@@ -146,13 +148,14 @@ chosen_disk disk_argument::find(const general_options &general) const
 
 CLI::Option *path_arguments::declare_devpath(CLI::App &app)
 {
-    return add_value(app, "--devpath", "TEXT",
-                     "the device path as text, as /PciRoot(0)/Pci(0x1F,2)/Sata(0,0,0)",
-                     [this](const std::string &text) {
-                         if (text.empty())
-                             throw usage_error("--devpath: a device path is needed");
-                         device_text = text;
-                     });
+    return add_value(
+        app, "--devpath", "TEXT",
+        "the device path as text, as /PciRoot(0)/Pci(0x1F,2)/Sata(0,0,0), or as another tool prints it",
+        [this](const std::string &text) {
+            if (text.empty())
+                throw usage_error("--devpath: a device path is needed");
+            device_text = text;
+        });
 }
 
 CLI::Option *path_arguments::declare_file(CLI::App &app)
@@ -167,14 +170,34 @@ CLI::Option *path_arguments::declare_file(CLI::App &app)
         });
 }
 
+CLI::Option *path_arguments::declare_verbose(CLI::App &app)
+{
+    return app.add_flag("-v,--verbose", verbose, "say which tool's text the device path was read as");
+}
+
+namespace {
+
+path_text file_parted(const std::string &text)
+{
+    try {
+        return part_file(text);
+    } catch (const unclear_node &why) {
+        throw usage_error(why.what());
+    }
+}
+
+} // namespace
+
 void path_arguments::settle_file()
 {
     if (device_text && !is_device_name(*device_text)) {
-        const path_text given = split_file(*device_text);
-        if (given.file && file)
+        whole_text = *device_text;
+        const path_text given = file_parted(whole_text);
+        if (given.file && file && firmware_file(*given.file) != firmware_file(*file))
             throw usage_error("the path names a file, " + in_quotes(*given.file) + ", and --file another");
-        // Further nodes, another instance or quotes would become part of the file's name.
-        if (given.file && given.file->find_first_of("()\"") != std::string::npos)
+        // Further nodes or quotes would become part of the file's name.
+        const bool is_bare = given.file && whole_text.ends_with(*given.file);
+        if (given.file && given.file->find_first_of(is_bare ? "()\"" : "\"") != std::string::npos)
             throw usage_error("what follows the devices is not a plain file, " + in_quotes(*given.file) +
                               "; --file takes any name");
         device_text = given.device;
@@ -185,6 +208,18 @@ void path_arguments::settle_file()
         return;
     file = firmware_file(*file);
     fprintf(stderr, "The file is named as firmware does, %s.\n", printable(*file).c_str());
+}
+
+bytes path_arguments::pack_text(device_paths &paths, const std::optional<std::string> &with_file) const
+{
+    const pasted_path packed = pack_pasted(paths, device_text.value(), with_file, whole_text);
+    for (const std::string &each : packed.assumed)
+        warn(printable(each));
+    if (verbose)
+        fprintf(stderr, "The path is read as text of %s.\n", names_of_dialects(packed.by).c_str());
+    for (const std::string &each : packed.decided)
+        fprintf(stderr, "%s.\n", printable(each).c_str());
+    return packed.packed;
 }
 
 // What firmware goes by when it looks for the disk of a path may be that of another disk, or of none.
@@ -222,7 +257,7 @@ given_path path_arguments::encode(device_paths &paths, packs what, const general
     const bool text_names_disk =
         device_text && is_device_name(*device_text) && !device_text->starts_with(ovra::tree_folder);
     if (!disk.name && !text_names_disk)
-        return {paths.encode(device_text.value(), what == packs::all ? file : std::nullopt), file};
+        return {pack_text(paths, what == packs::all ? file : std::nullopt), file};
     const chosen_disk found = (disk.name ? disk : disk_argument{device_text, std::nullopt}).find(general);
     if (disk.name)
         require_not_in_an_array(found);

@@ -99,10 +99,12 @@ struct path_arguments {
     std::optional<std::string> device_text;
     std::optional<std::string> file;
     disk_argument disk;
-    bool full = false; // the path to a disk begins with its hardware nodes
+    bool full = false;    // the path to a disk begins with its hardware nodes
+    bool verbose = false; // say how the text was read
 
     CLI::Option *declare_devpath(CLI::App &app);
     CLI::Option *declare_file(CLI::App &app);
+    CLI::Option *declare_verbose(CLI::App &app);
     // Takes a file at the end of the text off it, and says how firmware names the file. Throws a usage_error.
     void settle_file();
 
@@ -113,6 +115,9 @@ struct path_arguments {
 private:
     std::optional<std::string> file_of(const chosen_disk &found, const general_options &general) const;
     void warn_of_wrong_disks(const chosen_disk &found) const;
+    bytes pack_text(device_paths &paths, const std::optional<std::string> &with_file) const;
+
+    std::string whole_text; // with its file: as it was given
 };
 
 } // namespace tool

@@ -125,6 +125,7 @@ void create_verb::declare(CLI::App &app)
     digits->excludes(devices)->excludes(disk);
     devices->excludes(disk);
     path.declare_file(app)->excludes(digits);
+    path.declare_verbose(app)->needs(devices);
     app.add_flag("--full", path.full, "with --disk: the path begins with the hardware that leads to the disk")
         ->needs(disk);
     optional_data.declare(app);

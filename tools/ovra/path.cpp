@@ -62,6 +62,7 @@ private:
             path.device_text = text;
         })->required();
         path.declare_file(app);
+        path.declare_verbose(app);
         app.add_flag("--raw", raw, "print the bytes themselves instead of hexadecimal digits");
     }
 

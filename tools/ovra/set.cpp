@@ -67,6 +67,7 @@ void set_verb::declare(CLI::App &app)
     option.declare(app, "the option to change")->required();
     description.declare(app);
     auto *devices = path.declare_devpath(app);
+    path.declare_verbose(app)->needs(devices);
     auto *disk = path.disk.declare(app, "--disk", disk_help)->excludes(devices);
     app.add_flag("--full", path.full, "with --disk: the path begins with the hardware that leads to the disk")
         ->needs(disk);
@@ -103,8 +104,9 @@ bytes set_verb::changed_path(bytes before, const general_options &general, chang
 {
     device_paths paths;
     std::optional<std::string> file = path.file;
-    if (path.device_text || path.disk.name) {
+    if (path.disk.name || (path.device_text && !path.device_text->empty())) { // empty: it was all a file
         const given_path devices = path.encode(paths, packs::devices, general);
+        require_devices(devices.packed);
         before = with_devices(before, devices.packed);
         file = devices.file;
         for (const auto &[name, value] : devices.disk.items())

@@ -184,7 +184,7 @@ std::string broken(const std::string &line, size_t indent)
     constexpr size_t width = 80;
     constexpr size_t longest_word = 24;
     const std::string next_line = "\n      ";
-    if (indent + columns(line) <= width || line.find('"') != std::string::npos)
+    if (indent + columns(line) <= width || line.find('"') != std::string::npos || line.starts_with(' '))
         return line;
     std::string all;
     size_t column = indent;
