@@ -106,7 +106,7 @@ machine_root open_root_of_variables()
         return open_root();
     machine_root root;
     const char *path = path_of(value);
-    const owned_text resolved(path != nullptr ? realpath(path, nullptr) : nullptr);
+    const malloced_text resolved(path != nullptr ? realpath(path, nullptr) : nullptr);
     if (resolved) {
         const std::string file = resolved.get();
         const std::size_t slash = file.rfind('/');

@@ -2,8 +2,8 @@
 #include "tools/machine/files.h"
 
 #include <cerrno>
-#include <dirent.h>
 #include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
 #include <memory>
 #include <sys/resource.h>
