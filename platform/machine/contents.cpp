@@ -17,7 +17,7 @@ namespace machine {
 namespace {
 
 // Tables and the superblocks of file systems are within this much of a disk's beginning or its end.
-constexpr std::uint64_t looked_at = 256 * 1024;
+constexpr std::uint64_t looked_at = 262144;
 
 constexpr std::uint32_t largest_header = 4096;
 constexpr std::uint32_t smallest_header = 92;

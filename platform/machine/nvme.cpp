@@ -48,13 +48,13 @@ std::string nvme_path_of(const sysfs &files, const std::string &path, const func
     const std::string_view disk = std::string_view(path).substr(slash + 1);
     if (!path.starts_with(subsystems) || slash < subsystems.size() || !disk.starts_with("nvme"))
         return path;
-    const std::string folder = path.substr(0, slash);
+    const std::string folder = path.substr(0, slash + 1);
     // By whether it leads to the namespace at all, is live, and its place in the tree.
     std::optional<std::tuple<bool, bool, std::size_t, std::string>> best;
-    for (const std::string &name : files.names(folder)) {
+    for (const std::string &name : files.names(path.substr(0, slash))) {
         if (!is_numbered(name, "nvme"))
             continue;
-        const auto controller = files.link(folder + '/' + name);
+        const auto controller = files.link(folder + name);
         if (!controller)
             continue;
         const std::string through = path_disk(disk, name);

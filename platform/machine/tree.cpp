@@ -131,9 +131,9 @@ private:
         for (const auto &bridge : numbered_folders(files.names(devices), parse_host_bridge))
             found.emplace(bridge.order, devices + ('/' + bridge.name));
         bridges elsewhere;
-        const std::string functions_by_name = "sys/bus/pci/devices";
-        for (const std::string &name : files.names(functions_by_name))
-            add_bridge_above(files.link(functions_by_name + '/' + name).value_or(""), &elsewhere);
+        const std::string functions_by_name = "sys/bus/pci/devices/";
+        for (const std::string &name : files.names("sys/bus/pci/devices"))
+            add_bridge_above(files.link(functions_by_name + name).value_or(""), &elsewhere);
         for (const auto &bridge : elsewhere) {
             if (!files.names(bridge.second).empty())
                 found.insert(bridge);
