@@ -284,6 +284,13 @@ TEST_F(pasted_texts, that_mean_different_things_are_refused)
                                                                 end);
     expect_refused("IPv4(10.0.2.151.0.2.2,6,0)", "may be 10.0.2.1 and 51.0.2.2 or 10.0.2.15 and 1.0.2.2");
     expect_refused("PciRoot(0x0)/", "one may be missing");
+    expect_refused("Uri(a\\u001bb)", "a URI has no backslash");
+    // Firmware's older node, with an origin that has no word.
+    const std::string older = packed("IPv6(2001:0DB8:0000:0000:0000:0000:0000:0001,TCP,0x7,"
+                                     "2001:0DB8:0000:0000:0000:0000:0000:0100)")
+                                  .digits;
+    EXPECT_THAT(older, ::testing::StartsWith("030d2b00"));
+    EXPECT_THAT(older, ::testing::EndsWith("0600077fff0400"));
 }
 
 TEST_F(pasted_texts, name_their_dialect)

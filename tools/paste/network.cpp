@@ -172,13 +172,13 @@ std::vector<reading> read_ipv6(const node_fields &fields)
             "no protocol, a static address, a prefix of 64 bits, and :: as local address and gateway";
         return {read};
     }
-    const auto origin =
-        fields.count() < 3
-            ? std::nullopt
-            : index_of(values[2], {"Static", "StatelessAutoConfigure", "StatefulAutoConfigure"});
-    if (!origin || (fields.count() != 4 && fields.count() != 6))
+    if (fields.count() != 4 && fields.count() != 6)
         return {};
-    new_node built = node(address_of(values[3], ipv6_size), remote, protocol_of(values[1]), *origin);
+    const auto word = index_of(values[2], {"Static", "StatelessAutoConfigure", "StatefulAutoConfigure"});
+    if (!word) // ovra has numbers too, but one layout
+        read.by = of_firmware;
+    const uint64_t origin = word ? *word : sized_number(values[2], 1);
+    new_node built = node(address_of(values[3], ipv6_size), remote, protocol_of(values[1]), origin);
     if (fields.count() == 6)
         built.number(sized_number(values[4], 1), 1).append(address_of(values[5], ipv6_size));
     read.node = built.done();
@@ -200,6 +200,14 @@ bytes dns_bytes(const node_fields &fields)
         node.append(address);
     }
     return node.done();
+}
+
+// What stands escaped in a text is not in a URI itself.
+bytes uri_bytes(const std::string &uri)
+{
+    if (std::any_of(uri.begin(), uri.end(), [](char c) { return c == '\\' || (c >= 0 && c <= ' '); }))
+        refuse("a URI has no backslash, blank or control character");
+    return new_node(3, 24).text(uri).done();
 }
 
 bytes separated(std::string_view text, char by)
@@ -239,40 +247,6 @@ bytes bluetooth_bytes(const node_fields &fields, bool low_energy)
     return node.done();
 }
 
-// Ours puts the name in 16-bit characters, and takes the unit without 0x.
-std::vector<reading> read_iscsi(const node_fields &fields)
-{
-    const auto &values = fields.values;
-    if (fields.count() != 7 || !has_prefix(values[2]))
-        return {};
-    // Of a unit's number without its zeros tools print the bytes in one order or the other.
-    std::string unit(values[2].substr(2));
-    if (unit.find_first_not_of('0') == std::string::npos)
-        unit = std::string(16, '0');
-    if (unit.size() != 16)
-        refuse("LUN has 16 hexadecimal digits, or is 0x0");
-    const auto header = index_of(values[3], {"None", "CRC32C", "CRC32"});
-    const auto data = index_of(values[4], {"None", "CRC32C", "CRC32"});
-    const auto login = index_of(values[5], {"CHAP_BI", "CHAP_UNI", "None"});
-    if (!header || !data || !login || !ovra::alike(values[6], "TCP"))
-        refuse("digests are None or CRC32C, the authentication None, CHAP_UNI or CHAP_BI, the protocol TCP");
-    constexpr uint64_t logins[] = {0, 0x1000, 0x0800};
-    const uint64_t options = (*header ? 2 : 0) | (*data ? 8 : 0) | logins[*login];
-    reading read;
-    read.node = new_node(3, 19)
-                    .number(0, 2)
-                    .number(options, 2)
-                    .append(bytes_of_digits(unit))
-                    .number(sized_number(values[1], 2), 2)
-                    .text(values[0])
-                    .number(0, 1)
-                    .done();
-    read.assumed = "a target name with a null at its end";
-    // efibootmgr prints authentications that are not CHAP as CHAP_BI.
-    read.by = any_dialect & ~of_efibootmgr;
-    return {read, {of_efibootmgr, {}, "efibootmgr does not print iSCSI options as they are"}};
-}
-
 } // namespace
 
 std::vector<reading> read_network_node(const node_fields &fields)
@@ -281,12 +255,10 @@ std::vector<reading> read_network_node(const node_fields &fields)
         return read_ipv4(fields);
     if (fields.is("IPv6"))
         return read_ipv6(fields);
-    if (fields.is("iSCSI"))
-        return read_iscsi(fields);
     if (fields.is("Dns"))
         return {{any_dialect, dns_bytes(fields)}};
     if (fields.is("Uri"))
-        return {{any_dialect, new_node(3, 24).text(fields.arguments).done()}};
+        return {{any_dialect, uri_bytes(fields.arguments)}};
     if (fields.is("Wi-Fi"))
         return {{any_dialect, wifi_bytes(fields.arguments)}};
     if (fields.is("Bluetooth") || fields.is("BluetoothLE"))

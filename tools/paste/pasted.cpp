@@ -2,6 +2,7 @@
 #include "tools/paste/pasted.h"
 
 #include <algorithm>
+#include <exception>
 
 #include "src/base/nodes.h"
 #include "tools/machine/pathnodes.h"
@@ -24,7 +25,7 @@ std::optional<cut_text> cut_if_possible(const std::string &text)
 }
 
 // As ovra's reader says it, unless it could not get that far.
-[[noreturn]] void fail_to_cut(const std::string &text, const failure &own)
+[[noreturn]] void fail_to_cut(const std::string &text, const std::exception_ptr &own)
 {
     try {
         cut(text);
@@ -36,7 +37,7 @@ std::optional<cut_text> cut_if_possible(const std::string &text)
                           pointer_at(text, why.place) + '\n' + why.what() +
                               ".\nefibootmgr prints the data of an option behind its path: leave it out.");
     }
-    throw own;
+    std::rethrow_exception(own);
 }
 
 bytes file_node(const std::string &name)
@@ -213,16 +214,16 @@ pasted_path pack_pasted(device_paths &paths, const std::string &text, const std:
                         const std::string &whole)
 {
     pasted_path own;
-    std::optional<failure> why_not;
+    std::exception_ptr why_not;
     try {
         own.packed = paths.encode(text, file);
-    } catch (const failure &why) {
-        why_not = why;
+    } catch (const failure &) {
+        why_not = std::current_exception();
     }
     const bool names_device = text.empty() || is_device_name(text);
     auto all = names_device ? std::nullopt : cut_if_possible(text);
     if (why_not && !all)
-        fail_to_cut(text, *why_not);
+        fail_to_cut(text, why_not);
     const auto pasted = is_device_name(whole) ? std::nullopt : cut_if_possible(whole);
     const style written = pasted ? style_of(*pasted) : style{of_ovra, 0};
     const bool is_ours = !all || text.starts_with('/');
@@ -242,7 +243,7 @@ pasted_path pack_pasted(device_paths &paths, const std::string &text, const std:
         nodes.pack(*all);
     } catch (const failure &) {
         if (why_not && !nodes.any_foreign)
-            throw *why_not;
+            std::rethrow_exception(why_not);
         throw;
     } catch (const unclear_node &why) {
         throw failure(why.what());

@@ -148,6 +148,40 @@ std::vector<reading> read_infiniband(const node_fields &fields)
                               .done()}};
 }
 
+// Ours puts the name in 16-bit characters, and takes the unit without 0x.
+std::vector<reading> read_iscsi(const node_fields &fields)
+{
+    const auto &values = fields.values;
+    if (fields.count() != 7 || !has_prefix(values[2]))
+        return {};
+    // Of a unit's number without its zeros tools print the bytes in one order or the other.
+    std::string unit(values[2].substr(2));
+    if (unit.find_first_not_of('0') == std::string::npos)
+        unit = std::string(16, '0');
+    if (unit.size() != 16)
+        refuse("LUN has 16 hexadecimal digits, or is 0x0");
+    const auto header = index_of(values[3], {"None", "CRC32C", "CRC32"});
+    const auto data = index_of(values[4], {"None", "CRC32C", "CRC32"});
+    const auto login = index_of(values[5], {"CHAP_BI", "CHAP_UNI", "None"});
+    if (!header || !data || !login || !ovra::alike(values[6], "TCP"))
+        refuse("digests are None or CRC32C, the authentication None, CHAP_UNI or CHAP_BI, the protocol TCP");
+    constexpr uint64_t logins[] = {0, 0x1000, 0x0800};
+    const uint64_t options = (*header ? 2 : 0) | (*data ? 8 : 0) | logins[*login];
+    reading read;
+    read.node = new_node(3, 19)
+                    .number(0, 2)
+                    .number(options, 2)
+                    .append(bytes_of_digits(unit))
+                    .number(sized_number(values[1], 2), 2)
+                    .text(values[0])
+                    .number(0, 1)
+                    .done();
+    read.assumed = "a target name with a null at its end";
+    // efibootmgr prints authentications that are not CHAP as CHAP_BI.
+    read.by = any_dialect & ~of_efibootmgr;
+    return {read, {of_efibootmgr, {}, "efibootmgr does not print iSCSI options as they are"}};
+}
+
 // Without blocks: the disks of this machine know them.
 std::vector<reading> read_hard_drive(const node_fields &fields)
 {
@@ -184,6 +218,8 @@ std::vector<reading> read_storage_node(const node_fields &fields)
         return read_sas(fields);
     if (fields.is("Infiniband"))
         return read_infiniband(fields);
+    if (fields.is("iSCSI"))
+        return read_iscsi(fields);
     if (fields.is("HD"))
         return read_hard_drive(fields);
     return {};
