@@ -35,3 +35,15 @@ endif()
 # For sources with precompiled headers: with this a compiler's cache can tell which one a source has used.
 add_library(ovra_precompiled INTERFACE)
 target_compile_options(ovra_precompiled INTERFACE $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-fpch-preprocess>)
+
+# ovra_precompile(<target> HEADERS <headers>... | REUSE_FROM <target>): what its sources spend most of their time on is compiled once in the build with
+# sanitizers, which compiles for the tests. A source that forgets to include something does not compile in other builds.
+function(ovra_precompile target from)
+  if(OVRA_SANITIZE)
+    target_link_libraries(${target} PRIVATE ovra_precompiled)
+    if(from STREQUAL HEADERS)
+      set(from PRIVATE)
+    endif()
+    target_precompile_headers(${target} ${from} ${ARGN})
+  endif()
+endfunction()

@@ -53,7 +53,9 @@ LAYERS = {
     "tools/machine": Layer(("tools/text", "platform/include", "src/base"), WHOLE, ANY,
                            "the machine as the command sees it, ignorant of verbs: calls go through the exported "
                            "interface, formats through the base layer"),
-    "tools/ovra": Layer(("tools/machine", "tools/text", "platform/include", "src/base"), WHOLE, ANY,
+    "tools/paste": Layer(("tools/machine", "tools/text", "src/base"), TYPES, ANY,
+                         "what other tools print; ovra's own texts are those of tools/text"),
+    "tools/ovra": Layer(("tools/paste", "tools/machine", "tools/text", "platform/include", "src/base"), WHOLE, ANY,
                         "the verbs"),
 }
 

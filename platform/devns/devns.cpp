@@ -31,19 +31,7 @@ namespace {
 // Services that devns_open opened, and the files that their file descriptors were opened on.
 class opened_services {
 public:
-    // Null when the files cannot be examined.
-    static std::shared_ptr<opened_services> make(std::unique_ptr<machine::runtime_services> found)
-    {
-        const auto root = machine::file_identity_of(found->root.folder.get());
-        const auto variables = machine::file_identity_of(found->variables.get());
-        if (!root || !variables)
-            return nullptr;
-        return std::make_shared<opened_services>(std::move(found), *root, *variables);
-    }
-    opened_services(std::unique_ptr<machine::runtime_services> found, machine::file_identity root_folder,
-                    machine::file_identity variables_folder)
-        : services(std::move(found)), root(root_folder), variables(variables_folder)
-    {}
+    explicit opened_services(std::unique_ptr<machine::runtime_services> found) : services(std::move(found)) {}
     opened_services(const opened_services &) = delete;
     opened_services &operator=(const opened_services &) = delete;
     ~opened_services()
@@ -60,8 +48,22 @@ public:
     // not know, and the numbers may be its own files' by now.
     [[nodiscard]] bool is_whole() const
     {
-        return machine::file_identity_of(services->variables.get()) == variables &&
-               machine::file_identity_of(services->root.folder.get()) == root;
+        return machine::has_folder(*services) &&
+               machine::file_identity_of(services->root.folder.get()) == services->root.identity;
+    }
+
+    // The same for what a command uses. Reading variables, which is done more often than all else, takes
+    // their folder alone, and a walk through them looks at that itself where it needs it.
+    [[nodiscard]] bool is_whole_for(int command) const
+    {
+        switch (command) {
+        case OVRA_GET_NEXT_VARIABLE_NAME:
+            return true;
+        case OVRA_GET_VARIABLE:
+            return machine::has_folder(*services);
+        default:
+            return is_whole();
+        }
     }
 
     [[nodiscard]] int number() const { return services->variables.get(); }
@@ -85,8 +87,6 @@ public:
 
 private:
     std::unique_ptr<machine::runtime_services> services;
-    machine::file_identity root;
-    machine::file_identity variables;
 };
 
 // What devns_open served itself, by the number of a real file descriptor, the folder of variables: the system
@@ -138,13 +138,6 @@ served_table &served()
     return only;
 }
 
-// The kernel's answer to a null pointer, which the C library's headers do not allow to pass.
-int bad_address()
-{
-    errno = EFAULT;
-    return -1;
-}
-
 int bad_descriptor()
 {
     errno = EBADF;
@@ -189,8 +182,7 @@ int devns_open(const char *path, int flags)
         auto found = machine::open_services();
         if (!found)
             return -1;
-        const auto opened = opened_services::make(std::move(found));
-        return opened ? served().add(opened) : -1;
+        return served().add(std::make_shared<opened_services>(std::move(found)));
     });
 }
 
@@ -200,7 +192,8 @@ int devns_ioctl(int fd, int command, void *record)
         const auto opened = served().find(fd);
         if (!opened)
             return ioctl(fd, static_cast<unsigned long>(command), record);
-        return opened->is_whole() ? serve_runtime_command(opened->get(), command, record) : bad_descriptor();
+        return opened->is_whole_for(command) ? serve_runtime_command(opened->get(), command, record)
+                                             : bad_descriptor();
     });
 }
 
@@ -234,7 +227,7 @@ ssize_t devns_readlink(const char *path, char *buf, size_t size)
 int devns_lock(unsigned int seconds, pid_t *holder)
 {
     return value_or(-1, [=] {
-        const auto root = machine::open_root();
+        const auto root = machine::open_root_of_variables();
         const int error =
             root.folder ? machine::take_lock(root, std::chrono::seconds(seconds), holder) : errno;
         if (error == 0)
@@ -248,7 +241,7 @@ int devns_unlock()
 {
     return value_or(-1, [] {
         // The machine's folder may be out of reach by now: give_lock then gives back the last lock.
-        const auto root = machine::open_root();
+        const auto root = machine::open_root_of_variables();
         const int error = machine::give_lock(root);
         if (error == 0)
             return 0;

@@ -14,12 +14,6 @@ namespace {
 
 using machine::runtime_services;
 
-int bad_address()
-{
-    errno = EFAULT;
-    return -1;
-}
-
 template <typename... pointer>
 bool any_null(const pointer *...pointers)
 {
@@ -47,8 +41,13 @@ int get_next_variable_name(const runtime_services &services, const ovra_get_next
 {
     if (any_null(args.variable_name_size, args.variable_name, args.vendor_guid, args.ret))
         return bad_address();
-    return answer(args.ret, machine::next_variable(services, args.variable_name_size, args.variable_name,
-                                                   args.vendor_guid));
+    const EFI_STATUS status =
+        machine::next_variable(services, args.variable_name_size, args.variable_name, args.vendor_guid);
+    if (status != EFI_SUCCESS && !machine::has_folder(services)) {
+        errno = EBADF;
+        return -1;
+    }
+    return answer(args.ret, status);
 }
 
 int set_variable(const runtime_services &services, const ovra_variable_args_t &args)
@@ -143,6 +142,12 @@ int with(int (*serve)(const runtime_services &, const args &), const runtime_ser
 }
 
 } // namespace
+
+int bad_address()
+{
+    errno = EFAULT;
+    return -1;
+}
 
 int serve_runtime_command(const runtime_services &services, int command, void *record)
 {

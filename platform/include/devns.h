@@ -15,7 +15,9 @@
  *
  * Each call first makes the plain system call with the name as given. Only if the system has no such name
  * does it turn to the machine: the folder, laid out like a Linux root, that the environment variable
- * HWPLAT_ROOT names (ignored in a set-user-ID program), else "/". All calls may be made in any thread, and
+ * HWPLAT_ROOT names (ignored in a set-user-ID program), else "/". While HWPLAT_VARS names the file of a
+ * stopped machine's variables (ignored likewise), the runtime services and the lock are those of that file,
+ * and "/" is the machine only if HWPLAT_ROOT says so. All calls may be made in any thread, and
  * run to their end in a thread that is cancelled meanwhile (pthread_cancel).
  */
 #ifndef HWPLAT_DEVNS_H
@@ -161,8 +163,11 @@ OVRA_OFFSET(ovra_get_next_high_monotonic_count_args_t, ret, 8);
  * Returns a file descriptor, to be closed with devns_close; or -1 with errno. ENOENT: neither the system nor
  * the machine has the name. For the runtime services this means that the machine was not started by UEFI
  * firmware, or else, if it has a folder sys/firmware/efi, that its variables are not mounted or its kernel
- * does not serve them. Any other errno is that of open(2), or ENOMEM. The file descriptor of the runtime
- * services is that of the folder of variables: fstatvfs(3) tells whether it is read-only.
+ * does not serve them. With HWPLAT_VARS, also: EMEDIUMTYPE (no file of variables), EOPNOTSUPP (a qcow2
+ * image), ERANGE (a part of the file is missing), EBADMSG (it is damaged), EINPROGRESS (its firmware was
+ * stopped while it moved the variables, and must be started once), EISDIR. Any other errno is that of
+ * open(2), or ENOMEM. The file descriptor of the runtime services is that of the folder of variables, or of
+ * their file: fstatvfs(3) tells whether it is read-only.
  */
 int devns_open(const char *path, int flags);
 
@@ -182,10 +187,11 @@ int devns_open(const char *path, int flags);
  * Statuses that say why a change was refused: EFI_INVALID_PARAMETER (also: more data than a variable may
  * have), EFI_UNSUPPORTED (a new name that the kernel cannot pass on; a time zone that the clock cannot keep),
  * EFI_OUT_OF_RESOURCES (the variable store is full; with errno ENOMEM the system has no memory),
- * EFI_VOLUME_FULL (the file system below a folder machine is full), EFI_WRITE_PROTECTED (a read-only file
- * system, or a variable that belongs to the firmware), EFI_ACCESS_DENIED, EFI_SECURITY_VIOLATION, EFI_TIMEOUT
- * (the machine's lock was not free for 30 s) and EFI_DEVICE_ERROR. Only after EFI_DEVICE_ERROR may the new
- * value be in place: the disk failed to make it durable.
+ * EFI_VOLUME_FULL (the file system below a folder machine, or of a file of variables, is full),
+ * EFI_WRITE_PROTECTED (a read-only file system, or a variable that belongs to the firmware),
+ * EFI_ACCESS_DENIED, EFI_SECURITY_VIOLATION, EFI_TIMEOUT (the machine's lock was not free for 30 s) and
+ * EFI_DEVICE_ERROR. Only after EFI_DEVICE_ERROR may the new value be in place: the disk failed to make it
+ * durable.
  */
 int devns_ioctl(int fd, int command, void *record);
 
@@ -221,14 +227,16 @@ ssize_t devns_readlink(const char *path, char *buf, size_t size);
  *     }
  *
  * It is the lock of a file of mode 0600, made if absent: /run/ovra.lock of the live machine (only root can
- * take it), var/lib/hwplat/lock below the root of any other. It is given back when the thread or the process
- * ends, however that happens. A child made by fork does not have it.
+ * take it), var/lib/hwplat/lock below the root of any other. The lock of a file of variables (HWPLAT_VARS) is
+ * that file's own. It is given back when the thread or the process ends, however that happens. A child made
+ * by fork does not have it.
  *
  * Waits up to `seconds`; 0 does not wait. Returns 0; or -1 with errno and nothing taken. ETIMEDOUT: another
  * had the lock all that time; `*holder` (may be null) then is that process, 0 if unknown, and otherwise
  * unchanged. EACCES: the user may not open the file, or may not make it, as is so for a user who may not
  * write the variables. EROFS, ENOSPC: the file cannot be made. EPERM: the name is that of a link, of another
- * user's file or of no regular file. ENOENT: there is no such machine. ENOMEM, or an error of open(2) or
+ * user's file or of no regular file. EBUSY: a program that runs the machine has locked the file of variables.
+ * ENOENT: there is no such machine. ENOMEM, or an error of open(2) or
  * flock(2).
  */
 int devns_lock(unsigned int seconds, pid_t *holder);

@@ -15,22 +15,23 @@
  * What there is, with its attributes (text is a uint8 array that includes the terminator):
  *   - A drive, named c<controller>t<target>d<unit>, has one medium, or none. "blocksize" (uint32, bytes of a
  *     logical block), "nblocks" (uint64, its size in logical blocks), "kernel-name" and "devfs-path" (text,
- *     its name to Linux and its physical path in the device tree). How it is attached behind the PCI function
- *     of its controller, as far as the machine tells:
+ *     its name to Linux and its physical path in the device tree). Of an array of disks (md) also "metadata"
+ *     (text, its format, such as "1.0") and "members" (text, the Linux names of what it is made of, with
+ *     blanks between them). How it is attached behind its controller, as far as the machine tells:
  *       "transport" (text: "sata", "ide", "scsi", "sas", "nvme", "usb", "sd", "emmc", "virtio-blk" or "ufs");
  *       "place-unknown" (text: why its place is not known, which then has no numbers);
  *       numbers (uint64), from 0 unless said otherwise: "port" and "multiplier-port" (sata, the latter behind
- *       a port multiplier); "channel" (ide, scsi) and "target" (ide, scsi, ufs); "lun" (scsi, sas, ufs; usb, where the
- *       device has several); "sas-address"; "namespace" (nvme, from 1); "interface" (usb); "slot" (sd, emmc);
- *       "eui64" (nvme, uint8 array: the 8 bytes of the namespace's EUI-64, where it has one);
- *       "usb-ports" (usb, uint8 array: from the controller to the drive, as firmware counts them);
- *       "removable" (uint64, 1 for a drive with removable media).
+ *       a port multiplier); "channel" (ide, scsi) and "target" (ide, scsi, ufs); "lun" (scsi, sas, ufs; usb,
+ * where the device has several); "sas-address"; "namespace" (nvme, from 1); "interface" (usb); "slot" (sd,
+ * emmc); "eui64" (nvme, uint8 array: the 8 bytes of the namespace's EUI-64, where it has one); "usb-ports"
+ * (usb, uint8 array: from the controller to the drive, as firmware counts them); "removable" (uint64, 1 for a
+ * drive with removable media).
  *   - A medium: "blocksize" and "nblocks" as above; with an MBR "volserno" (uint32, the disk signature).
  *   - A partition of an MBR, "/dev/rdsk/<drive>p<n>"; p0 is the whole disk. "relsect" and "nsectors" (uint32,
  *     start and size in logical blocks).
  *   - A slice of a GPT, "/dev/dsk/<drive>s<n>", where n is one less than the number of its entry. "start" and
  *     "size" (uint64, in logical blocks), "uguid" (uint8 array, the 16 bytes of the partition GUID as stored
- *     on disk).
+ *     on disk), "partlabel" (text in UTF-8, the name in its entry) unless that is empty.
  *
  * A descriptor belongs to the caller until vs_free_descriptor, the descriptors of an array until
  * vs_free_descriptors. It stays valid while the machine changes; a call for something that is gone fails.
@@ -87,6 +88,31 @@ vs_descriptor_t *vs_get_associated_descriptors(vs_descriptor_t desc, vs_kind_t k
 /* The attributes of a descriptor, as a new list; release it with kvlist_free. Unknown ones are not in the
  * list. */
 kvlist_t *vs_get_attributes(vs_descriptor_t desc, int *err);
+
+/*
+ * The file system in a partition or a slice, as a new list; release it with kvlist_free. Text without its
+ * encoding changed: "type" (such as "vfat"), "uuid" (as Linux writes it, for a FAT "1A2B-3C4D"), "label".
+ * What it has not, or has empty, is not in the list, which is empty when there is no file system, or several
+ * at once. A member of a RAID or of a volume group counts as none: the identity stands for the whole. The
+ * device is read at each call. EINVAL for a drive or a medium.
+ */
+kvlist_t *vs_get_file_system(vs_descriptor_t desc, int *err);
+
+/*
+ * What is on a drive, whether or not it has a medium, as a new list; release it with kvlist_free. "kind"
+ * (text) is one of
+ *     "gpt", "mbr"    a table, which media are there for. "first-header-damaged" (uint32): 1 if only the copy
+ *                     at the end of the disk makes this a GPT, which some firmware does not look for.
+ *     "damaged-gpt"   headers of a GPT, none of which is good
+ *     "other-table"   a table without media; "detail" (text): its kind, such as "sun"
+ *     "file-system"   a file system without a table; "detail" (text): its type, such as "vfat"
+ *     "unknown"       something else
+ *     "blank"         zeros in the first and the last 256 KiB
+ *     "absent"        nothing that can be read: no device file, or no medium in the drive
+ * A disk that cannot be read is no error: "error" (uint32) is the errno value, and there is no "kind".
+ * Null with EINVAL for a descriptor of another kind than VS_DRIVE.
+ */
+kvlist_t *vs_get_contents(vs_descriptor_t drive, int *err);
 
 /*
  * The name of a drive ("c0t0d0"), a partition ("/dev/rdsk/c0t0d0p1") or a slice ("/dev/dsk/c0t0d0s0"), as a

@@ -1,11 +1,14 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * libblkid, which reads partition tables. It is loaded when a medium is first read: to bind it takes a third
- * of a program's start, and most programs read variables alone. The note in blkid_note.cpp tells
- * distributions of it.
+ * libblkid, which reads partition tables and file systems. It is loaded when a medium is first read: to bind
+ * it takes a third of a program's start, and most programs read variables alone. The note in blkid_note.cpp
+ * tells distributions of it.
  */
 #ifndef HWPLAT_MACHINE_BLKID_H
 #define HWPLAT_MACHINE_BLKID_H
+
+#include <memory>
+#include <type_traits>
 
 #include <blkid/blkid.h>
 
@@ -20,7 +23,8 @@ namespace machine {
             call(probe_get_partitions) call(partlist_get_table) call(partlist_numof_partitions)              \
                 call(partlist_get_partition) call(parttable_get_type) call(parttable_get_id)                 \
                     call(partition_get_table) call(partition_get_partno) call(partition_get_start)           \
-                        call(partition_get_size) call(partition_get_uuid)
+                        call(partition_get_size) call(partition_get_uuid) call(partition_get_name)           \
+                            call(probe_set_superblocks_flags) call(do_safeprobe) call(probe_lookup_value)
 
 struct blkid_library {
 #define HWPLAT_BLKID_MEMBER(name) decltype(&blkid_##name) name = nullptr;
@@ -30,6 +34,11 @@ struct blkid_library {
 
 /* Loads it at the first call of the process, and keeps it. Throws read_failure: a shortage, or ELIBACC. */
 const blkid_library &blkid();
+
+struct probe_freeing {
+    void operator()(blkid_probe probe) const { blkid().free_probe(probe); }
+};
+using probe_owner = std::unique_ptr<std::remove_pointer_t<blkid_probe>, probe_freeing>;
 
 } // namespace machine
 

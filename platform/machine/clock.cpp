@@ -54,11 +54,19 @@ std::optional<EFI_TIME> shifted_time(moment host, const std::array<std::int64_t,
     return time;
 }
 
+// The file of a stopped machine's variables has no place for clocks and counts: the emulator has those.
+bool keeps_state(const runtime_services &services)
+{
+    return services.kind != store_kind::image;
+}
+
 EFI_STATUS time_now(const runtime_services &services, EFI_TIME *time)
 {
     std::array<std::int64_t, 4> stored = {};
     bool found = false;
-    if (const EFI_STATUS status = read_state(services, offset_file, stored, &found); status != EFI_SUCCESS)
+    const EFI_STATUS status =
+        keeps_state(services) ? read_state(services, offset_file, stored, &found) : EFI_SUCCESS;
+    if (status != EFI_SUCCESS)
         return status;
     const auto shown = shifted_time(host_now(), stored); // the host's own time if none was ever set
     if (!shown)
@@ -118,6 +126,8 @@ EFI_STATUS set_time(const runtime_services &services, const EFI_TIME &time)
     const auto wanted = seconds_of(time);
     if (!wanted)
         return EFI_INVALID_PARAMETER;
+    if (!keeps_state(services))
+        return EFI_UNSUPPORTED;
     const held_lock lock(services.root);
     if (lock.error() != 0)
         return lock.status();
@@ -138,6 +148,8 @@ EFI_STATUS get_wakeup_time(const runtime_services &services, wakeup *alarm)
 {
     if (services.root.live)
         return rtc_get_wakeup_time(services.root, alarm);
+    if (!keeps_state(services))
+        return EFI_UNSUPPORTED;
     wakeup stored;
     bool found = false;
     if (const EFI_STATUS status = read_wakeup(services, &stored, &found); status != EFI_SUCCESS)
@@ -154,6 +166,8 @@ EFI_STATUS get_wakeup_time(const runtime_services &services, wakeup *alarm)
 
 EFI_STATUS set_wakeup_time(const runtime_services &services, bool enable, const EFI_TIME *time)
 {
+    if (!keeps_state(services))
+        return EFI_UNSUPPORTED;
     if (enable && (time == nullptr || !seconds_of(*time)))
         return EFI_INVALID_PARAMETER;
     const held_lock lock(services.root);
@@ -178,7 +192,7 @@ EFI_STATUS set_wakeup_time(const runtime_services &services, bool enable, const 
 
 EFI_STATUS next_high_monotonic_count(const runtime_services &services, UINT32 *count)
 {
-    if (services.root.live)
+    if (services.root.live || !keeps_state(services))
         return EFI_UNSUPPORTED;
     const held_lock lock(services.root);
     if (lock.error() != 0)

@@ -5,17 +5,10 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
+
+#include "platform/machine/malloced.h"
 
 namespace machine {
-
-namespace {
-
-struct release {
-    void operator()(char *text) const { std::free(text); }
-};
-
-} // namespace
 
 void debug(const char *format, ...)
 {
@@ -27,7 +20,7 @@ void debug(const char *format, ...)
     char *text = nullptr;
     const int length = vasprintf(&text, format, arguments);
     va_end(arguments);
-    const std::unique_ptr<char, release> message(length >= 0 ? text : nullptr);
+    const malloced_text message(length >= 0 ? text : nullptr);
     flockfile(stderr);
     std::fputs("hwplat: ", stderr);
     for (const char *at = message ? message.get() : "(no memory for the message)"; *at != '\0'; ++at) {

@@ -9,7 +9,10 @@
 #include <set>
 #include <tuple>
 
+#include "platform/machine/attachment.h"
+#include "platform/machine/buses.h"
 #include "platform/machine/debug.h"
+#include "platform/machine/nvme.h"
 
 namespace machine {
 
@@ -19,28 +22,11 @@ constexpr std::size_t most_disks = 16384;
 constexpr std::uint32_t smallest_block = 512;
 constexpr std::uint32_t largest_block = 65536;
 
-// What a device path has room for (UEFI 10.3.4).
-constexpr unsigned largest_identifier = 0xffff; // of a SCSI target or unit
-constexpr unsigned most_ports = 32;             // of a SATA controller
-constexpr unsigned most_multiplier_ports = 16;
-constexpr unsigned disks_of_a_channel = 2; // of an IDE function
-
 // Disks of a transport with targets that are not addressable by a path have target numbers from here on.
 constexpr unsigned first_target_without_place = 0x10000;
 static_assert(first_target_without_place > largest_identifier);
 
-// PCI class codes (include/linux/pci_ids.h): the base class, or base class and subclass.
-constexpr unsigned base_class(unsigned class_code)
-{
-    return class_code >> 16;
-}
-constexpr unsigned subclass(unsigned class_code)
-{
-    return class_code >> 8 & 0xff;
-}
-constexpr unsigned mass_storage = 0x01;
-constexpr unsigned ide_subclass = 0x01;
-constexpr unsigned ata_subclass = 0x05;
+// PCI class codes (include/linux/pci_ids.h): base class and subclass.
 constexpr unsigned sd_host = 0x0805;
 constexpr unsigned firewire_controller = 0x0c00;
 constexpr unsigned usb_controller = 0x0c03;
@@ -53,69 +39,6 @@ bool is_storage_controller(const pci_function &function)
     const unsigned kind = function.class_code >> 8;
     return base_class(function.class_code) == mass_storage || kind == sd_host ||
            kind == firewire_controller || kind == usb_controller || kind == fibre_channel;
-}
-
-enum class transport {
-    sata,
-    ide,
-    scsi,
-    without_place, // one of these, not addressable by a path
-    other
-};
-
-constexpr bool has_place(transport kind)
-{
-    return kind != transport::without_place && kind != transport::other;
-}
-
-// Where a disk is attached, from the components of its sysfs path below its function.
-struct attachment {
-    transport kind = transport::other;
-    unsigned channel = 0; // of an IDE function
-    unsigned target = 0;
-    unsigned lun = 0;
-};
-
-constexpr attachment without_place = {transport::without_place, 0, 0, 0};
-
-std::vector<std::string_view> split(std::string_view text, char separator)
-{
-    std::vector<std::string_view> parts;
-    while (!text.empty()) {
-        const std::size_t end = std::min(text.find(separator), text.size());
-        if (end != 0)
-            parts.push_back(text.substr(0, end));
-        text.remove_prefix(std::min(end + 1, text.size()));
-    }
-    return parts;
-}
-
-struct scsi_address {
-    unsigned host = 0;
-    unsigned channel = 0;
-    unsigned target = 0;
-    unsigned lun = 0;
-};
-
-// "6:0:1:2"
-std::optional<scsi_address> parse_scsi_address(std::string_view name)
-{
-    const auto parts = split(name, ':');
-    std::array<unsigned, 4> numbers = {};
-    if (parts.size() != numbers.size())
-        return std::nullopt;
-    for (std::size_t i = 0; i < numbers.size(); ++i) {
-        const auto number = parse_number(parts[i], 10);
-        if (!number || *number > UINT32_MAX)
-            return std::nullopt;
-        numbers[i] = static_cast<unsigned>(*number);
-    }
-    return scsi_address{numbers[0], numbers[1], numbers[2], numbers[3]};
-}
-
-bool is_numbered(std::string_view name, std::string_view stem)
-{
-    return name.starts_with(stem) && parse_number(name.substr(stem.size()), 10).has_value();
 }
 
 class disk_finder {
@@ -138,8 +61,11 @@ public:
         }
         // Disks with targets of their own come first and take their names; the others get what is left.
         // Kernel names, in the order of their numbers (sda before sdaa), decide where nothing else does.
+        // On a bus, which has several controllers, their paths decide before the names: they follow the
+        // hardware.
         const auto order = [](const found_disk &disk) {
-            return std::tuple(disk.function, !has_place(disk.where.kind), disk.entry.kernel_name.size(),
+            return std::tuple(disk.carrier, !has_place(disk.where.kind), disk.controller_path.size(),
+                              std::string_view(disk.controller_path), disk.entry.kernel_name.size(),
                               std::string_view(disk.entry.kernel_name));
         };
         std::sort(found.begin(), found.end(),
@@ -151,7 +77,8 @@ public:
 
 private:
     struct found_disk {
-        std::size_t function = 0;
+        std::size_t carrier = 0;     // an index in `functions`, or beyond these in all_buses()
+        std::string controller_path; // of a disk on a bus that numbers do not tell apart
         attachment where;
         disk entry;
     };
@@ -163,31 +90,79 @@ private:
             debug("sys/block/%s: no link to a device", name.c_str());
             return;
         }
-        // The nearest function above the disk. A disk without one is virtual, or not on PCI.
-        std::string function_path = *path;
-        auto carrier = by_path.end();
-        while (carrier == by_path.end() && function_path.find('/') != std::string::npos) {
-            function_path.resize(function_path.rfind('/'));
-            carrier = by_path.find(function_path);
-        }
-        if (carrier == by_path.end())
+        if (is_never_started_from(name) || files.number(*path + "/hidden").value_or(0) != 0)
             return;
-        if (files.number(*path + "/hidden").value_or(0) != 0)
-            return;
-        // SCSI peripheral device type (include/scsi/scsi_proto.h): 0 is a disk, 5 a CD.
-        const auto device = files.link(*path + "/device");
-        if (device && files.number(*device + "/type").value_or(0) != 0)
-            return;
-        if (is_numbered(name, "sr") || is_numbered(name, "fd"))
-            return;
-        found_disk disk = {carrier->second, {}, {}};
+        found_disk disk;
+        // The kernel writes "!" for the "/" of a name in a folder below dev (lib/kobject.c).
         disk.entry.kernel_name = name;
-        disk.entry.place = *path;
-        read_size(*path, &disk.entry);
-        const pci_function &function = functions[carrier->second];
-        disk.where =
-            locate(function, split(std::string_view(*path).substr(function_path.size()), '/'), function_path);
+        std::ranges::replace(disk.entry.kernel_name, '!', '/');
+        if (!is_direct_access(*path))
+            return;
+        const std::string carried = nvme_path_of(files, *path, by_path);
+        const auto function = function_above(by_path, carried);
+        if (function != by_path.end())
+            put_on_function(*path, carried, function, &disk);
+        else if (!put_on_bus(name, *path, &disk))
+            return;
         found.push_back(std::move(disk));
+    }
+
+    // SCSI peripheral device types (include/scsi/scsi_proto.h). Other disks have another "type", or none.
+    bool is_direct_access(const std::string &path) const
+    {
+        static constexpr std::uint64_t types[] = {0x00, 0x07, 0x0e, 0x14}; // disk, optical memory, RBC, ZBC
+        const auto device = files.link(path + "/device");
+        if (!device || !is_scsi_address(device->substr(device->rfind('/') + 1)))
+            return true;
+        const auto type = files.number(*device + "/type");
+        return !type || std::ranges::find(types, *type) != std::end(types);
+    }
+
+    void put_on_function(const std::string &path, const std::string &carried,
+                         functions_by_path::const_iterator function, found_disk *disk) const
+    {
+        disk->carrier = function->second;
+        disk->entry.place = carried;
+        read_size(path, &disk->entry);
+        disk->where = place_on_function(files, functions[function->second].class_code, function->first,
+                                        split(std::string_view(carried).substr(function->first.size()), '/'));
+    }
+
+    // False when there is no disk.
+    bool put_on_bus(const std::string &name, const std::string &path, found_disk *disk) const
+    {
+        static constexpr std::string_view devices = "sys/devices";
+        const auto components =
+            split(std::string_view(path).substr(std::min(devices.size(), path.size())), '/');
+        if (!path.starts_with(devices) || components.size() < 2 || components.back() != name)
+            return false; // nothing that the kernel shows as a block device
+        if (!files.number(path + "/size")) {
+            debug("%s: no block device", path.c_str());
+            return false;
+        }
+        const std::size_t number = bus_of(disk->entry.kernel_name, components);
+        const bus &on = all_buses()[number];
+        disk->entry.place = path;
+        read_size(path, &disk->entry);
+        // A device that is suspended blocks who reads from it.
+        if (on.has_empty_disks &&
+            (disk->entry.blocks == 0 || files.number(path + "/dm/suspended").value_or(0) != 0))
+            return false;
+        read_array(path, &disk->entry);
+        disk->carrier = functions.size() + number;
+        if (on.by != addressing::number)
+            disk->controller_path = path.substr(0, path.rfind('/'));
+        disk->where = place_on_bus(files, on, disk->entry.kernel_name, std::string(devices), components);
+        return true;
+    }
+
+    // What an array of disks (drivers/md) is made of.
+    void read_array(const std::string &path, disk *entry) const
+    {
+        if (auto metadata = files.text(path + "/md/metadata_version")) {
+            entry->metadata = std::move(*metadata);
+            entry->members = files.names(path + "/slaves");
+        }
     }
 
     void read_size(const std::string &path, disk *entry) const
@@ -206,70 +181,8 @@ private:
         entry->blocks = units.value_or(0) / (entry->block_size / 512);
     }
 
-    attachment locate(const pci_function &function, const std::vector<std::string_view> &components,
-                      const std::string &function_path) const
-    {
-        const bool usb = std::any_of(components.begin(), components.end(),
-                                     [](std::string_view name) { return is_numbered(name, "usb"); });
-        const auto disk_name = std::find(components.begin(), components.end(), "block");
-        if (usb || disk_name == components.begin() || disk_name == components.end())
-            return {};
-        const std::string_view unit = *(disk_name - 1);
-        const auto port = std::find_if(components.begin(), components.end(),
-                                       [](std::string_view name) { return is_numbered(name, "ata"); });
-        // A virtio-blk disk is on a function of the same class, but on a host without targets.
-        if (port == components.end() &&
-            (base_class(function.class_code) != mass_storage || unit.find(':') == std::string_view::npos))
-            return {};
-        const auto address = parse_scsi_address(unit);
-        if (!address || address->target > largest_identifier || address->lun > largest_identifier) {
-            debug("%s: %.*s has no place in a path", function_path.c_str(), static_cast<int>(unit.size()),
-                  unit.data());
-            return without_place;
-        }
-        if (port != components.end())
-            return locate_ata(function, function_path + "/" + std::string(*port), *port, *address);
-        return {transport::scsi, 0, address->target, address->lun};
-    }
-
-    attachment locate_ata(const pci_function &function, const std::string &port_path,
-                          std::string_view port_name, const scsi_address &address) const
-    {
-        const std::string attributes = port_path + "/ata_port/" + std::string(port_name);
-        // The controller's own port, from 1 (drivers/ata/libata-transport.c). The number in the name counts
-        // the ports of all hosts.
-        const auto port = files.number(attributes + "/port_no");
-        if (!port || *port == 0) {
-            debug("%s: no port number, its disk has no path", attributes.c_str());
-            return without_place;
-        }
-        if (*port > most_ports) {
-            debug("%s: beyond port %u, its disk has no path", attributes.c_str(), most_ports);
-            return without_place;
-        }
-        const auto number = static_cast<unsigned>(*port - 1);
-        const unsigned kind = subclass(function.class_code);
-        if (kind == ide_subclass || kind == ata_subclass) {
-            // Another one would have the name of the next channel's first disk.
-            if (address.target >= disks_of_a_channel) {
-                debug("%s: drive %u of a channel has no path", attributes.c_str(), address.target);
-                return without_place;
-            }
-            return {transport::ide, number, address.target, 0};
-        }
-        if (files.number(attributes + "/nr_pmp_links").value_or(0) == 0)
-            return {transport::sata, 0, number, 0};
-        // With a port multiplier the channel is the multiplier's port: bit 8, and the number from bit 5 on.
-        if (address.channel >= most_multiplier_ports) {
-            debug("%s: the disk of port %u of a port multiplier has no path", attributes.c_str(),
-                  address.channel);
-            return without_place;
-        }
-        return {transport::sata, 0, 0x100 | address.channel << 5 | number, 0};
-    }
-
     // Controllers are numbered in the order of their physical paths. Functions of other classes that carry a
-    // disk come last.
+    // disk come after these, and buses last.
     void number_controllers()
     {
         unsigned next = 0;
@@ -278,7 +191,7 @@ private:
                 numbers.emplace(i, next++);
         }
         for (const found_disk &disk : found) {
-            if (numbers.emplace(disk.function, next).second)
+            if (numbers.emplace(disk.carrier, next).second)
                 ++next;
         }
     }
@@ -289,48 +202,65 @@ private:
         // Two disks must not share a path (SCSI channels) or a name (a port and a target of one function):
         // the later one has no place.
         if (has_place(disk->where.kind) &&
-            !take_name(disk->function, target_in_name(disk->where), disk->where.lun)) {
+            !take_name(disk->carrier, target_in_name(disk->where), disk->where.lun)) {
             debug("%s: another disk has the same target, it has no path of its own",
                   disk->entry.kernel_name.c_str());
             disk->where = without_place;
         }
-        const std::size_t function_node = functions[disk->function].node;
-        const attachment &where = disk->where;
-        disk->entry.target = target_in_name(where);
-        disk->entry.lun = where.lun;
-        switch (where.kind) {
-        case transport::sata:
-            disk->entry.node = add_node(function_node, "disk", where.target, where.lun);
-            break;
-        case transport::ide:
-            disk->entry.node = add_node(ide_node(disk->function, where.channel), "hdrv", where.target, 0);
-            break;
-        case transport::scsi:
-            disk->entry.node = add_node(function_node, "sd", where.target, where.lun);
-            break;
-        case transport::without_place:
-        case transport::other: {
-            const unsigned number = others[disk->function]++;
-            disk->entry.node = add_node(function_node, "blkdev", number, 0);
-            // By the disk's own kind: its name stays when a disk beside it goes.
-            const bool counted = where.kind == transport::other && take_name(disk->function, number, 0);
-            disk->entry.target = counted ? number : first_target_without_place + number;
-            break;
-        }
-        }
-        disk->entry.controller = numbers.at(disk->function);
+        disk->entry.target = target_in_name(disk->where);
+        disk->entry.lun = disk->where.lun;
+        disk->entry.node = has_place(disk->where.kind) ? add_placed(*disk) : add_counted(disk);
+        disk->entry.controller = numbers.at(disk->carrier);
         tree.disks.push_back(disk->entry);
+    }
+
+    std::size_t add_placed(const found_disk &disk)
+    {
+        const attachment &where = disk.where;
+        const std::size_t carrier = carrier_node(disk.carrier);
+        switch (where.kind) {
+        case place_kind::sata:
+            return add_node(carrier, "disk", where.target, where.lun);
+        case place_kind::ide:
+            return add_node(ide_node(disk.carrier, where.channel), "hdrv", where.target, 0);
+        case place_kind::scsi:
+            return add_node(carrier, "sd", where.target, where.lun);
+        default:
+            return add_node(carrier, "blkdev", where.target, where.lun);
+        }
+    }
+
+    std::size_t add_counted(found_disk *disk)
+    {
+        const unsigned number = others[disk->carrier]++;
+        // By the disk's own kind: its name stays when a disk beside it goes.
+        const bool counted = disk->where.kind == place_kind::other && take_name(disk->carrier, number, 0);
+        disk->entry.target = counted ? number : first_target_without_place + number;
+        // On a bus, numbers of Linux names are addresses too.
+        const bool on_bus = disk->carrier >= functions.size();
+        return add_node(carrier_node(disk->carrier), "blkdev", on_bus ? disk->entry.target : number, 0);
+    }
+
+    // The node of a function, or of a bus, which is made for its first disk.
+    std::size_t carrier_node(std::size_t carrier)
+    {
+        if (carrier < functions.size())
+            return functions[carrier].node;
+        const auto [place, is_new] = buses.try_emplace(carrier, 0);
+        if (is_new)
+            place->second = tree.add_node(0, all_buses()[carrier - functions.size()].name, "0,0");
+        return place->second;
     }
 
     static unsigned target_in_name(const attachment &where)
     {
-        return where.kind == transport::ide ? where.channel * disks_of_a_channel + where.target
-                                            : where.target;
+        return where.kind == place_kind::ide ? where.channel * disks_of_a_channel + where.target
+                                             : where.target;
     }
 
-    bool take_name(std::size_t function, unsigned target, unsigned lun)
+    bool take_name(std::size_t carrier, unsigned target, unsigned lun)
     {
-        return taken.insert({function, target, lun}).second;
+        return taken.insert({carrier, target, lun}).second;
     }
 
     std::size_t ide_node(std::size_t function, unsigned channel)
@@ -352,11 +282,12 @@ private:
     const sysfs &files;
     const std::vector<pci_function> &functions;
     device_tree &tree;
-    std::map<std::string, std::size_t> by_path;
+    functions_by_path by_path;
+    std::map<std::size_t, std::size_t> buses; // their nodes, by carrier
     std::vector<found_disk> found;
-    std::map<std::size_t, unsigned> numbers;                     // controllers, by function
-    std::set<std::tuple<std::size_t, unsigned, unsigned>> taken; // names: function, target, unit
-    std::map<std::size_t, unsigned> others; // number of disks without a path, by function
+    std::map<std::size_t, unsigned> numbers;                     // controllers, by carrier
+    std::set<std::tuple<std::size_t, unsigned, unsigned>> taken; // names: carrier, target, unit
+    std::map<std::size_t, unsigned> others;                      // number of disks without a path, by carrier
     std::map<std::pair<std::size_t, unsigned>, std::size_t> channels;
 };
 

@@ -25,6 +25,7 @@ using name_list = std::shared_ptr<const std::vector<std::string>>;
 // continues a walk through the same folder.
 struct left_walk {
     file_identity folder;
+    std::string image; // a file of variables in that folder
     variable_walk walk;
 };
 
@@ -77,8 +78,7 @@ std::optional<walk> take_latest(std::vector<walk> &walks, condition fits)
 }
 
 // The walk that stands at `previous`, of these services or of closed ones.
-std::optional<variable_walk> walk_at(const runtime_services &services, const file_identity &folder,
-                                     const std::string &previous)
+std::optional<variable_walk> walk_at(const runtime_services &services, const std::string &previous)
 {
     const auto guard = lock_process_state();
     auto own =
@@ -86,7 +86,8 @@ std::optional<variable_walk> walk_at(const runtime_services &services, const fil
     if (own)
         return own;
     auto left = take_latest(left_walks(), [&](const left_walk &other) {
-        return other.folder == folder && stands_at(other.walk, previous);
+        return other.folder == services.folder && other.image == services.root.image &&
+               stands_at(other.walk, previous);
     });
     return left ? std::optional(std::move(left->walk)) : std::nullopt;
 }
@@ -110,8 +111,10 @@ name_list list_with(const runtime_services &services, const std::string &name)
 EFI_STATUS list_names(const runtime_services &services, name_list *out)
 {
     std::vector<std::string> names;
-    if (const int error = list_folder(services.variables.get(), &names); error != 0)
+    if (const int error = place_of(services.kind).list(services, &names); error != 0)
         return status_of_folder(error);
+    if (!has_folder(services))
+        return EFI_DEVICE_ERROR;
     std::erase_if(names, [](const std::string &name) {
         const bool skip = !identity_of(name);
         if (skip)
@@ -126,11 +129,10 @@ EFI_STATUS list_names(const runtime_services &services, name_list *out)
 // The walk for the step after `previous`. A walk keeps its list: otherwise deleting on the way would cost a
 // reading of the folder for each step. A walk that begins, at the start or in the middle, gets a new list;
 // only a step after a deleted variable uses an older one.
-EFI_STATUS find_walk(const runtime_services &services, const file_identity &folder,
-                     const std::string &previous, variable_walk *walk)
+EFI_STATUS find_walk(const runtime_services &services, const std::string &previous, variable_walk *walk)
 {
     if (!previous.empty()) {
-        if (auto going_on = walk_at(services, folder, previous)) {
+        if (auto going_on = walk_at(services, previous)) {
             *walk = std::move(*going_on);
             return EFI_SUCCESS;
         }
@@ -198,7 +200,9 @@ EFI_STATUS step(const runtime_services &services, variable_walk *walk, const std
                 UINTN *size, CHAR16 *name, EFI_GUID *guid)
 {
     const std::vector<std::string> &names = *walk->file_names;
-    auto next = std::ranges::upper_bound(names, previous);
+    // A walk that goes on is where the step before has left it.
+    auto next = stands_at(*walk, previous) ? names.begin() + static_cast<std::ptrdiff_t>(walk->last) + 1
+                                           : std::ranges::upper_bound(names, previous);
     // Until a step succeeds, the walk stays at `previous`.
     if (next != names.begin() && *(next - 1) == previous)
         walk->last = static_cast<std::size_t>(next - names.begin()) - 1;
@@ -208,6 +212,8 @@ EFI_STATUS step(const runtime_services &services, variable_walk *walk, const std
             return status;
         if (exists)
             break;
+        if (!has_folder(services))
+            return EFI_DEVICE_ERROR;
     }
     if (next == names.end())
         return EFI_NOT_FOUND;
@@ -231,11 +237,8 @@ EFI_STATUS next_variable(const runtime_services &services, UINTN *size, CHAR16 *
             return EFI_INVALID_PARAMETER;
         previous_file = std::move(*file_name);
     }
-    const auto folder = file_identity_of(services.variables.get());
-    if (!folder)
-        return status_of(errno);
     walk_under_way own(services);
-    EFI_STATUS status = find_walk(services, *folder, previous_file, &own.walk);
+    EFI_STATUS status = find_walk(services, previous_file, &own.walk);
     if (status == EFI_SUCCESS)
         status = step(services, &own.walk, previous_file, size, name, guid);
     if (status == EFI_NOT_FOUND)
@@ -245,14 +248,11 @@ EFI_STATUS next_variable(const runtime_services &services, UINTN *size, CHAR16 *
 
 void leave_walks(const runtime_services &services) noexcept
 {
-    const auto folder = file_identity_of(services.variables.get());
-    if (!folder)
-        return;
     // Without memory the walks are lost, and the next step makes a list of its own.
     static_cast<void>(outcome_of([&] {
         const auto guard = lock_process_state();
         for (variable_walk &walk : services.walks)
-            keep(left_walks(), left_walk{*folder, std::move(walk)});
+            keep(left_walks(), left_walk{services.folder, services.root.image, std::move(walk)});
         services.walks.clear();
     }));
 }

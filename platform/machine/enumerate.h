@@ -30,7 +30,8 @@ using variable_walks = std::vector<variable_walk>;
  * Gives the variable after `name` and `guid`, or the first one for an empty name. Variables come in the order
  * of the bytes of their file names. `*size` is the size of the buffer going in and of the name coming out, in
  * bytes with the terminator. EFI_BUFFER_TOO_SMALL writes `*size` alone; EFI_NOT_FOUND ends the walk;
- * EFI_INVALID_PARAMETER: the name is neither a variable nor in the list of a walk.
+ * EFI_INVALID_PARAMETER: the name is neither a variable nor in the list of a walk. No success is due to
+ * another folder than that of the services; after a failure has_folder tells whether that is the reason.
  *
  * A walk keeps the list made at its start, visits each variable of the list that still exists once, and costs
  * O(n log n) in all. An opening has up to 16 walks. A walk of an opening that was closed may go on through a

@@ -5,10 +5,8 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -16,6 +14,7 @@
 #include <unistd.h>
 
 #include "platform/machine/debug.h"
+#include "platform/machine/size_signal.h"
 
 namespace machine {
 
@@ -24,70 +23,6 @@ namespace {
 constexpr std::string_view temporary_prefix = ".hwplat-";
 constexpr std::string_view temporary_suffix = ".tmp";
 using temporary_name = std::array<char, 48>;
-
-struct close_folder {
-    void operator()(DIR *folder) const { closedir(folder); }
-};
-using open_folder = std::unique_ptr<DIR, close_folder>;
-
-// While it lives, a write beyond the limit for files fails with EFBIG without the signal of setrlimit(2).
-class no_size_signal {
-public:
-    no_size_signal()
-    {
-        sigemptyset(&signal);
-        sigaddset(&signal, SIGXFSZ);
-        sigset_t pending = {};
-        was_pending = sigpending(&pending) == 0 && sigismember(&pending, SIGXFSZ) == 1;
-        pthread_sigmask(SIG_BLOCK, &signal, &before);
-    }
-    no_size_signal(const no_size_signal &) = delete;
-    no_size_signal &operator=(const no_size_signal &) = delete;
-    ~no_size_signal()
-    {
-        const int saved = errno;
-        const timespec at_once = {};
-        while (!was_pending && sigtimedwait(&signal, nullptr, &at_once) < 0 && errno == EINTR) {
-        }
-        pthread_sigmask(SIG_SETMASK, &before, nullptr);
-        errno = saved;
-    }
-
-private:
-    sigset_t signal = {};
-    sigset_t before = {};
-    bool was_pending = false;
-};
-
-// fsync(2), repeated when a signal interrupts it, but not for ever.
-int synchronise(int fd)
-{
-    int result = fsync(fd);
-    for (int interruptions = 1; result != 0 && errno == EINTR && interruptions < most_interruptions;
-         ++interruptions)
-        result = fsync(fd);
-    return result;
-}
-
-int write_all(int fd, byte_view rest)
-{
-    no_size_signal quiet;
-    for (int interruptions = 0; !rest.empty();) {
-        const ssize_t written = write(fd, rest.data(), rest.size());
-        if (written < 0 && errno == EINTR && ++interruptions < most_interruptions)
-            continue;
-        if (written <= 0)
-            return written < 0 ? errno : EIO;
-        rest = rest.subspan(static_cast<std::size_t>(written));
-    }
-    return 0;
-}
-
-// The change is in place whatever the answer. Any failure is EIO, and never "no room".
-int write_back(int folder)
-{
-    return synchronise(folder) == 0 ? 0 : EIO;
-}
 
 // A killed process with this one's number may have left a name: the next one is tried.
 int create_temporary(int folder, temporary_name *name, owned_fd *file)
@@ -113,6 +48,34 @@ int create_temporary(int folder, temporary_name *name, owned_fd *file)
 }
 
 } // namespace
+
+int write_all(int fd, byte_view rest)
+{
+    no_size_signal quiet;
+    for (int interruptions = 0; !rest.empty();) {
+        const ssize_t written = write(fd, rest.data(), rest.size());
+        if (written < 0 && errno == EINTR && ++interruptions < most_interruptions)
+            continue;
+        if (written <= 0)
+            return written < 0 ? errno : EIO;
+        rest = rest.subspan(static_cast<std::size_t>(written));
+    }
+    return 0;
+}
+
+int synchronise(int fd)
+{
+    int result = fsync(fd);
+    for (int interruptions = 1; result != 0 && errno == EINTR && interruptions < most_interruptions;
+         ++interruptions)
+        result = fsync(fd);
+    return result;
+}
+
+int write_back(int folder)
+{
+    return synchronise(folder) == 0 ? 0 : EIO;
+}
 
 void owned_fd::reset(int fd) noexcept
 {
@@ -212,6 +175,10 @@ int read_file(int folder, const char *name, std::size_t limit, bytes *contents)
         filled += static_cast<std::size_t>(got);
         if (filled > limit)
             return EBADMSG;
+        // A read that could have got more has met the end of the file. On an efivarfs one more read would be
+        // one more call of the firmware, of which an ordinary user has 100 a second.
+        if (filled == static_cast<std::size_t>(info.st_size))
+            break;
         if (filled == buffer.size())
             buffer.resize(std::min(filled * 2, limit + 1));
     }
@@ -247,28 +214,28 @@ int remove_file(int folder, const char *name)
 
 int list_folder(int folder, std::vector<std::string> *names)
 {
-    owned_fd readable = open_for_reading(folder);
+    const owned_fd readable = open_for_reading(folder);
     struct stat info = {};
     if (!readable || fstat(readable.get(), &info) != 0)
         return errno;
     if (info.st_nlink == 0) // removed: it only looks empty
         return ENOENT;
-    open_folder stream(fdopendir(readable.get()));
-    if (!stream)
-        return errno;
-    readable.release(); // now the stream's
     std::vector<std::string> found;
+    std::vector<char> entries(32768);
     for (;;) {
-        errno = 0;
-        const dirent *entry = readdir(stream.get());
-        if (entry == nullptr)
+        const ssize_t got = getdents64(readable.get(), entries.data(), entries.size());
+        if (got < 0)
+            return errno;
+        if (got == 0)
             break;
-        const std::string_view name = static_cast<const char *>(entry->d_name);
-        if (name != "." && name != "..")
-            found.emplace_back(name);
+        for (std::size_t at = 0; at < static_cast<std::size_t>(got);) {
+            const auto *entry = reinterpret_cast<const dirent64 *>(entries.data() + at);
+            const std::string_view name = static_cast<const char *>(entry->d_name);
+            if (name != "." && name != "..")
+                found.emplace_back(name);
+            at += entry->d_reclen;
+        }
     }
-    if (errno != 0)
-        return errno;
     *names = std::move(found);
     return 0;
 }

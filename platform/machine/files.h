@@ -98,6 +98,19 @@ int replace_file(int folder, const char *name, byte_view contents);
 /* Removes a file for good: a crash does not bring it back. ENOENT for an absent file. */
 int remove_file(int folder, const char *name);
 
+/* Writes all of the bytes at the file's offset. The limit on the size of files is EFBIG, without its signal.
+ */
+int write_all(int fd, byte_view rest);
+
+/* fsync(2), repeated when a signal interrupts it, but not for ever. 0, or -1 with errno. */
+int synchronise(int fd);
+
+/*
+ * Makes a change of names in a folder durable. 0, or EIO whatever the error is: the change is in place, and
+ * room is not what it lacks.
+ */
+int write_back(int folder);
+
 /* The names in a folder, in no order, without "." and "..". `*names` is written on success alone. */
 int list_folder(int folder, std::vector<std::string> *names);
 

@@ -9,15 +9,19 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include "platform/machine/debug.h"
+#include "platform/machine/malloced.h"
 #include "platform/machine/process.h"
 #include "platform/machine/root.h"
 #include "platform/machine/sysfs.h"
@@ -33,6 +37,7 @@ constexpr mode_t lock_mode = 0600; // whoever can open the file can hold the loc
 struct machine_identity {
     file_identity root;
     bool live = false;
+    std::string image; // a file of variables in that folder
     bool operator==(const machine_identity &) const = default;
 };
 
@@ -44,6 +49,7 @@ struct entry {
     owned_fd file;
     file_identity opened_file;
     unsigned depth = 0; // 0 while it waits
+    locked_knowledge knowledge;
 };
 
 constinit entry *entries = nullptr; // under lock_process_state()
@@ -65,6 +71,22 @@ bool is_still_open(const entry &lock)
     return now && *now == lock.opened_file;
 }
 
+// Takes or gives up a lock of all bytes of a file; F_UNLCK gives up. False with errno.
+bool lock_bytes(int file, short type)
+{
+    struct flock whole = {};
+    whole.l_type = type;
+    whole.l_whence = SEEK_SET;
+    return fcntl(file, F_OFD_SETLK, &whole) == 0;
+}
+
+// Some child may still have a copy of the file descriptor, and closing it would not be enough.
+void unlock(int file)
+{
+    flock(file, LOCK_UN);
+    lock_bytes(file, F_UNLCK);
+}
+
 struct take_off_list {
     void operator()(entry *lock) const
     {
@@ -74,8 +96,8 @@ struct take_off_list {
         }
         if (!is_still_open(*lock))
             lock->file.release();
-        else if (lock->depth > 0) // some child may still have a copy of the file descriptor
-            flock(lock->file.get(), LOCK_UN);
+        else if (lock->depth > 0)
+            unlock(lock->file.get());
         delete lock;
     }
 };
@@ -105,13 +127,19 @@ struct this_thread {
 };
 thread_local this_thread current;
 
-entry *find_own(const machine_identity &machine)
+// Under lock_process_state().
+entry *own_in_list(const machine_identity &machine)
 {
-    const auto guard = lock_process_state();
     entry *found = entries;
     while (found != nullptr && (found->thread != &current || !(found->machine == machine)))
         found = found->next;
     return found;
+}
+
+entry *find_own(const machine_identity &machine)
+{
+    const auto guard = lock_process_state();
+    return own_in_list(machine);
 }
 
 // The lock that the thread took last, of any machine.
@@ -131,6 +159,8 @@ struct lock_place {
 
 lock_place place_of(const machine_root &root)
 {
+    if (!root.image.empty())
+        return {open_below(root.folder.get(), {"."}, missing_folders::fail), root.image.c_str()};
     if (root.live)
         return {open_below(root.folder.get(), {"run"}, missing_folders::create), "ovra.lock"};
     return {open_below(root.folder.get(), {"var", "lib", "hwplat"}, missing_folders::create), "lock"};
@@ -151,6 +181,8 @@ int check_file(int file, const machine_root &root, const char *name)
     struct stat info = {};
     if (fstat(file, &info) != 0)
         return errno;
+    if (!root.image.empty())
+        return S_ISREG(info.st_mode) ? 0 : EPERM;
     const bool trusted = info.st_uid == geteuid() || info.st_uid == 0 || info.st_uid == owner_of(root);
     if (!S_ISREG(info.st_mode) || info.st_nlink > 1 || !trusted) {
         debug("the lock file '%s' is not a regular file of one name, or is somebody else's", name);
@@ -185,7 +217,7 @@ int open_lock_file(const lock_place &place, const machine_root &root, owned_fd *
     owned_fd file;
     for (int attempt = 0; !file && attempt < attempts; ++attempt) {
         file.reset(openat(place.folder.get(), place.name, flags));
-        if (file || errno != ENOENT)
+        if (file || errno != ENOENT || !root.image.empty())
             break;
         if (!may_make_file(root))
             return EACCES;
@@ -271,9 +303,6 @@ pid_t holder_of(const file_identity &file)
     struct close_stream {
         void operator()(FILE *stream) const { std::fclose(stream); }
     };
-    struct release {
-        void operator()(char *line) const { std::free(line); }
-    };
     const std::unique_ptr<FILE, close_stream> locks(std::fopen("/proc/locks", "re"));
     if (!locks)
         return 0;
@@ -282,7 +311,7 @@ pid_t holder_of(const file_identity &file)
     pid_t found = 0;
     while (found == 0 && getline(&line, &size, locks.get()) > 0)
         found = holder_in(line, file);
-    const std::unique_ptr<char, release> owned(line);
+    const malloced_text owned(line);
     return found;
 }
 
@@ -294,15 +323,46 @@ milliseconds now()
                                                     std::chrono::nanoseconds(time.tv_nsec));
 }
 
+// One try to lock a file of variables. 0; EWOULDBLOCK while another writer of ours has it; EBUSY when
+// something else has.
+int try_image(int file)
+{
+    if (!lock_bytes(file, F_WRLCK)) {
+        struct flock held = {};
+        held.l_type = F_WRLCK;
+        held.l_whence = SEEK_SET;
+        if ((errno != EAGAIN && errno != EACCES) || fcntl(file, F_OFD_GETLK, &held) != 0)
+            return errno;
+        const bool is_ours = held.l_type == F_WRLCK && held.l_start == 0 && held.l_len == 0;
+        return is_ours || held.l_type == F_UNLCK ? EWOULDBLOCK : EBUSY;
+    }
+    // NFS makes a lock of bytes of this one, which would be in the way of the other.
+    struct statfs info = {};
+    if (fstatfs(file, &info) == 0 && info.f_type == NFS_SUPER_MAGIC)
+        return 0;
+    if (flock(file, LOCK_EX | LOCK_NB) == 0)
+        return 0;
+    const int error = errno == EWOULDBLOCK ? EBUSY : errno;
+    lock_bytes(file, F_UNLCK);
+    return error;
+}
+
+int try_lock(const entry &lock)
+{
+    if (!lock.machine.image.empty())
+        return try_image(lock.file.get());
+    return flock(lock.file.get(), LOCK_EX | LOCK_NB) == 0 ? 0 : errno;
+}
+
 // Waits for the lock of an open file. flock(2) has no time limit except by signals, which belong to the
 // program: it is tried again and again, at first after short pauses.
 int wait_for(const entry &lock, milliseconds deadline)
 {
     constexpr long longest_pause = 4'000'000; // nanoseconds
     long pause = 50'000;
-    while (flock(lock.file.get(), LOCK_EX | LOCK_NB) != 0) {
-        if (errno != EWOULDBLOCK && errno != EINTR)
-            return errno;
+    for (int error = try_lock(lock); error != 0; error = try_lock(lock)) {
+        if (error != EWOULDBLOCK && error != EINTR)
+            return error;
         if (now() >= deadline)
             return ETIMEDOUT;
         const timespec time = {0, pause};
@@ -321,7 +381,7 @@ int take_lock(const machine_root &root, milliseconds patience, pid_t *holder)
     const auto folder = file_identity_of(root.folder.get());
     if (!folder)
         return errno;
-    const machine_identity machine = {*folder, root.live};
+    const machine_identity machine = {*folder, root.live, root.image};
     unsigned depth = 0;
     if (entry *own = find_own(machine)) {
         if (is_still_open(*own)) {
@@ -363,7 +423,7 @@ int give_lock(const machine_root &root)
 {
     entry *own = nullptr;
     if (const auto folder = file_identity_of(root.folder.get()))
-        own = find_own({*folder, root.live});
+        own = find_own({*folder, root.live, root.image});
     else
         own = find_last_own();
     if (own == nullptr)
@@ -375,8 +435,47 @@ int give_lock(const machine_root &root)
     return 0;
 }
 
+locked_knowledge *knowledge_of(const machine_root &root)
+{
+    const auto folder = file_identity_of(root.folder.get());
+    entry *own = folder ? find_own({*folder, root.live, root.image}) : nullptr;
+    return own != nullptr && own->depth > 0 && is_still_open(*own) ? &own->knowledge : nullptr;
+}
+
+int rename_locked(const machine_root &root, const char *new_name, const file_identity &made)
+{
+    const auto folder = file_identity_of(root.folder.get());
+    if (!folder)
+        return errno;
+    const machine_identity machine = {*folder, root.live, root.image};
+    // Opened and listed in one step, as in list_new_entry.
+    const auto guard = lock_process_state();
+    entry *own = own_in_list(machine);
+    owned_fd file(openat(root.folder.get(), new_name, O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (own == nullptr || !file)
+        return own == nullptr ? EPERM : errno;
+    if (file_identity_of(file.get()) != made)
+        return EPERM;
+    if (const int error = try_image(file.get()); error != 0)
+        return error;
+    if (renameat(root.folder.get(), new_name, root.folder.get(), root.image.c_str()) != 0) {
+        const int error = errno;
+        unlock(file.get());
+        return error;
+    }
+    if (is_still_open(*own))
+        unlock(own->file.get());
+    else
+        own->file.release();
+    own->file = std::move(file);
+    own->opened_file = made;
+    return 0;
+}
+
 EFI_STATUS held_lock::status() const
 {
+    if (failure == EBUSY)
+        return EFI_ACCESS_DENIED;
     return status_of_folder(failure);
 }
 

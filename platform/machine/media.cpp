@@ -30,27 +30,6 @@ constexpr std::uint64_t largest_mbr_number = UINT32_MAX;
 
 constexpr std::uint32_t largest_gpt_entry = 4096; // bytes
 
-struct probe_freeing {
-    void operator()(blkid_probe probe) const { blkid().free_probe(probe); }
-};
-using probe_owner = std::unique_ptr<std::remove_pointer_t<blkid_probe>, probe_freeing>;
-
-// In bytes. Nothing unless the file is a disk or an image.
-std::optional<std::uint64_t> size_of(int fd)
-{
-    struct stat status = {};
-    if (fstat(fd, &status) != 0)
-        throw read_failure{errno};
-    if (S_ISREG(status.st_mode))
-        return static_cast<std::uint64_t>(status.st_size);
-    if (!S_ISBLK(status.st_mode))
-        return std::nullopt;
-    std::uint64_t size = 0;
-    if (ioctl(fd, BLKGETSIZE64, &size) != 0)
-        throw read_failure{errno};
-    return size;
-}
-
 class table_reader {
 public:
     table_reader(const disk &read_disk, std::uint64_t device_size, bool says_why)
@@ -70,6 +49,7 @@ public:
         else if (std::strcmp(type, "dos") == 0 && read_signature(table, &found.signature))
             found.table = table_kind::mbr;
         else {
+            found.other = type;
             if (telling)
                 debug("%s: a partition table of kind %s is not used", entry.kernel_name.c_str(), type);
             return found;
@@ -135,6 +115,8 @@ private:
                 return;
             }
             part.guid = ovra::stored_guid(*guid);
+            if (const char *label = blkid().partition_get_name(stored); label != nullptr)
+                part.label = label;
         } else if (part.start > largest_mbr_number || part.size > largest_mbr_number) {
             if (telling)
                 debug("%s: partition %d has a number beyond 32 bits", entry.kernel_name.c_str(), number);
@@ -313,7 +295,7 @@ medium probe_once(const disk &disk, int device, std::uint64_t size, bool telling
 
 medium read_table(const disk &disk, int device)
 {
-    const auto size = size_of(device);
+    const auto size = device_size(device);
     if (!size) {
         debug("dev/%s: no disk or image that can be read", disk.kernel_name.c_str());
         return {};
@@ -336,13 +318,42 @@ medium read_table(const disk &disk, int device)
 
 } // namespace
 
+owned_fd open_disk(const machine_root &root, const disk &disk)
+{
+    owned_fd folder = open_below(root.folder.get(), {"dev"}, missing_folders::fail);
+    // No folder of another's choice is passed through: a link in the place of one is followed no more than
+    // one in the place of the device.
+    std::string_view name = disk.kernel_name;
+    for (std::size_t slash = name.find('/'); folder && slash != std::string_view::npos;
+         slash = name.find('/')) {
+        folder =
+            open_below(folder.get(), {std::string(name.substr(0, slash)).c_str()}, missing_folders::fail);
+        name.remove_prefix(slash + 1);
+    }
+    return owned_fd(folder ? openat(folder.get(), std::string(name).c_str(),
+                                    O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)
+                           : -1);
+}
+
+std::optional<std::uint64_t> device_size(int device)
+{
+    struct stat status = {};
+    if (fstat(device, &status) != 0)
+        throw read_failure{errno};
+    if (S_ISREG(status.st_mode))
+        return static_cast<std::uint64_t>(status.st_size);
+    if (!S_ISBLK(status.st_mode))
+        return std::nullopt;
+    std::uint64_t size = 0;
+    if (ioctl(device, BLKGETSIZE64, &size) != 0)
+        throw read_failure{errno};
+    return size;
+}
+
 medium read_medium(const machine_root &root, const disk &disk)
 {
     try {
-        const owned_fd devices = open_below(root.folder.get(), {"dev"}, missing_folders::fail);
-        const owned_fd device(devices ? openat(devices.get(), disk.kernel_name.c_str(),
-                                               O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)
-                                      : -1);
+        const owned_fd device = open_disk(root, disk);
         if (device)
             return read_table(disk, device.get());
         if (errno != ENOENT)

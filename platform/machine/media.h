@@ -4,8 +4,11 @@
 #define HWPLAT_MACHINE_MEDIA_H
 
 #include <cstdint>
+#include <optional>
+#include <string>
 #include <vector>
 
+#include "platform/machine/files.h"
 #include "platform/machine/tree.h"
 #include "src/base/guid.h"
 
@@ -22,6 +25,7 @@ struct partition {
     std::uint64_t start = 0;    /* logical blocks */
     std::uint64_t size = 0;     /* logical blocks */
     ovra::guid_bytes guid = {}; /* of a GPT */
+    std::string label = {};     /* of a GPT, in UTF-8 */
 
     bool operator==(const partition &) const = default;
 };
@@ -30,10 +34,20 @@ struct medium {
     table_kind table = table_kind::none;
     std::uint32_t signature = 0;       /* of an MBR */
     std::vector<partition> partitions; /* by number; in an MBR the whole disk comes first */
+    std::string other;                 /* libblkid's word for a table of another kind, such as "sun" */
     int error = 0;                     /* errno value: why the device cannot be read */
 
     bool operator==(const medium &) const = default;
 };
+
+/*
+ * Opens the device or image of a disk for reading. Empty with errno on failure; ENOENT: the machine's "dev"
+ * has none.
+ */
+owned_fd open_disk(const machine_root &root, const disk &disk);
+
+/* The size of an open device or image in bytes. Nothing for anything else. Throws read_failure. */
+std::optional<std::uint64_t> device_size(int device);
 
 /*
  * Reads the medium of a disk. Its table is `none` for a blank disk, for another kind of table and for a disk

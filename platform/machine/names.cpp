@@ -24,6 +24,7 @@ std::optional<EFI_GUID> guid_in(std::string_view text)
 std::optional<std::vector<CHAR16>> units_of(std::string_view text)
 {
     std::vector<CHAR16> units;
+    units.reserve(text.size());
     while (!text.empty()) {
         const auto next = ovra::first_of_utf8(text);
         if (!next.valid)

@@ -80,6 +80,11 @@ transport picture::transport_of(std::size_t disk) const
     return read_transport(sysfs(root.folder.get()), devices.disks[disk].place);
 }
 
+contents picture::contents_of(std::size_t disk)
+{
+    return read_contents(root, devices.disks[disk], medium_of(disk));
+}
+
 std::size_t picture::find_disk(std::string_view name) const
 {
     const auto found = by_name.find(name);

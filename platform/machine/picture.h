@@ -14,6 +14,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/machine/contents.h"
+#include "platform/machine/filesystem.h"
 #include "platform/machine/media.h"
 #include "platform/machine/transport.h"
 #include "platform/machine/tree.h"
@@ -47,6 +49,13 @@ public:
 
     /* How a disk is attached, by its index in tree().disks; read anew with each call. */
     [[nodiscard]] transport transport_of(std::size_t disk) const;
+    /* What a partition of a disk holds, read anew at each call. */
+    [[nodiscard]] file_system file_system_of(std::size_t disk, const partition &part) const
+    {
+        return read_file_system(root, devices.disks[disk], part);
+    }
+    /* What else is to say of a disk's medium, read at each call. */
+    contents contents_of(std::size_t disk);
 
     /* The index of the disk of this name in tree().disks; the size of that list if there is none. */
     [[nodiscard]] std::size_t find_disk(std::string_view name) const;

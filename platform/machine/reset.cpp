@@ -97,22 +97,30 @@ EFI_STATUS remove_if_there(const runtime_services &services, int folder, const s
     return removed == EFI_NOT_FOUND ? EFI_SUCCESS : removed;
 }
 
+// The file of a stopped machine keeps no volatile variables.
+EFI_STATUS set_current(const runtime_services &services, int folder, std::optional<UINT16> option)
+{
+    if (services.kind == store_kind::image)
+        return EFI_SUCCESS;
+    const std::string current_file = global_file("BootCurrent");
+    if (!option)
+        return remove_if_there(services, folder, current_file);
+    return write_variable(services, folder, current_file, ovra::volatile_attributes,
+                          {std::as_bytes(std::span(&*option, 1))});
+}
+
 // BootNext goes whether or not its option can be started: a bad one must not stop every start. It goes last:
 // after an earlier failure or crash the same start can be played again.
 EFI_STATUS play_start(const runtime_services &services)
 {
     const std::string next_file = global_file("BootNext");
-    const std::string current_file = global_file("BootCurrent");
     const locked_store store(services);
     if (store.status() != EFI_SUCCESS)
         return store.status();
     std::optional<UINT16> option;
     if (const int error = choose_option(services, next_file, &option); error != 0)
         return status_of(error);
-    const EFI_STATUS status =
-        option ? write_variable(services, store.folder(), current_file, ovra::volatile_attributes,
-                                {std::as_bytes(std::span(&*option, 1))})
-               : remove_if_there(services, store.folder(), current_file);
+    const EFI_STATUS status = set_current(services, store.folder(), option);
     return status == EFI_SUCCESS ? remove_if_there(services, store.folder(), next_file) : status;
 }
 
@@ -156,7 +164,7 @@ int reset_system(const runtime_services &services, UINT32 type)
     }
     if (services.root.live)
         return restart_host(services.root, type);
-    if (services.kind != store_kind::folder) {
+    if (services.kind == store_kind::efivarfs) {
         debug("no reset: the variables are those of real firmware, but the machine's root is not \"/\"");
         errno = EOPNOTSUPP;
         return -1;

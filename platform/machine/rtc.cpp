@@ -14,7 +14,7 @@ namespace machine {
 
 namespace {
 
-constexpr int first_year = 1900; // as in struct tm
+constexpr int year_of_tm = 1900; // from which struct tm counts
 
 EFI_STATUS rtc_status(int error)
 {
@@ -57,7 +57,7 @@ EFI_STATUS ask(const machine_root &root, unsigned long request, record *argument
 std::optional<EFI_TIME> from_chip(const rtc_time &shown)
 {
     EFI_TIME time = {};
-    time.year = static_cast<uint16_t>(shown.tm_year + first_year);
+    time.year = static_cast<uint16_t>(shown.tm_year + year_of_tm);
     time.month = static_cast<uint8_t>(shown.tm_mon + 1);
     time.day = static_cast<uint8_t>(shown.tm_mday);
     time.hour = static_cast<uint8_t>(shown.tm_hour);
@@ -72,7 +72,7 @@ std::optional<EFI_TIME> from_chip(const rtc_time &shown)
 rtc_time to_chip(const EFI_TIME &time)
 {
     rtc_time wanted = {};
-    wanted.tm_year = time.year - first_year;
+    wanted.tm_year = time.year - year_of_tm;
     wanted.tm_mon = time.month - 1;
     wanted.tm_mday = time.day;
     wanted.tm_hour = time.hour;

@@ -1,29 +1,27 @@
 /* SPDX-License-Identifier: MIT */
-/* Variables as files: 4 bytes of attributes, then the data, as on an efivarfs. */
+/*
+ * Variables wherever the services have them (place.h). On an efivarfs and in a folder they are files: 4 bytes
+ * of attributes, then the data.
+ */
 #ifndef HWPLAT_MACHINE_STORE_H
 #define HWPLAT_MACHINE_STORE_H
 
 #include <cstddef>
 #include <initializer_list>
+#include <optional>
 #include <string>
 
 #include <ovra/uefi.h>
 
 #include "platform/machine/files.h"
 #include "platform/machine/lock.h"
+#include "platform/machine/place.h"
 #include "platform/machine/services.h"
 
 namespace machine {
 
 /* No variable of any machine is larger, attributes included. */
 inline constexpr std::size_t largest_variable_file = 16u << 20;
-
-struct stored_variable {
-    UINT32 attributes = 0;
-    bytes contents; /* the whole file: 4 bytes of attributes, then the data */
-
-    [[nodiscard]] byte_view data() const { return byte_view(contents).subspan(sizeof attributes); }
-};
 
 /*
  * Reads a variable. EFI_NOT_FOUND when the file is absent or has no data (UEFI has no variable without data),
@@ -35,6 +33,12 @@ EFI_STATUS read_variable(const runtime_services &services, const std::string &fi
 
 /* The same as an errno value: 0, ENOENT, EBADMSG for a damaged variable, or why it could not be read. */
 int load_variable(const runtime_services &services, const std::string &file_name, stored_variable *found);
+
+/*
+ * The size of the data that read_variable would find, without reading it; 0 where only reading tells what
+ * there is.
+ */
+std::size_t data_size_of(const runtime_services &services, const std::string &file_name);
 
 /*
  * Whether read_variable would find the variable, judged by the kind and size of the file. A status when these
@@ -60,10 +64,13 @@ private:
     EFI_STATUS failure;
 };
 
-/* Writes a variable with the parts of its data, without the rules of set_variable. `folder`: a
- * locked_store's. */
+/*
+ * Writes a variable with the parts of its data, without the rules of set_variable. `folder`: a
+ * locked_store's; `total`: what space_used will be then, where it was counted.
+ */
 EFI_STATUS write_variable(const runtime_services &services, int folder, const std::string &file_name,
-                          UINT32 attributes, std::initializer_list<byte_view> data);
+                          UINT32 attributes, std::initializer_list<byte_view> data,
+                          std::optional<UINT64> total = std::nullopt);
 
 /* Removes a variable. `attributes` are those it has now. EFI_NOT_FOUND when the file is absent. */
 EFI_STATUS remove_variable(const runtime_services &services, int folder, const std::string &file_name,
@@ -85,7 +92,10 @@ UINT64 space_taken(std::size_t name_units, std::size_t data_size);
 /* What to do with the temporary files of writers that were killed. */
 enum class stopped_writers { leave, clean_up }; /* clean_up: only under the machine's lock */
 
-/* The bytes that all variables of a folder take together. */
+/*
+ * The bytes that all variables of a folder take together. A thread that has the machine's lock counts them
+ * once: the sum is good until the next write, which may tell the new one.
+ */
 EFI_STATUS space_used(const runtime_services &services, stopped_writers temporaries, UINT64 *used);
 
 } // namespace machine

@@ -5,6 +5,9 @@
 #include <optional>
 #include <string_view>
 
+#include "platform/machine/attachment.h"
+#include "platform/machine/buses.h"
+
 namespace machine {
 
 namespace {
@@ -18,16 +21,8 @@ constexpr std::uint64_t ufs_controller = 0x0109;
 constexpr std::uint64_t xhci_controller = 0x0c0330;
 
 constexpr std::uint64_t channels_of_ide = 2;
-constexpr std::uint64_t disks_of_a_channel = 2;
-constexpr std::uint64_t largest_identifier = 0xffff; // that a Scsi or Sata node has room for
 constexpr std::size_t most_usb_ports = 7; // a root port and six hubs: tiers 2 to 7 of USB 2.0, 4.1.1
 constexpr std::size_t size_of_eui64 = 8;
-
-// "usb2", "ata1": a name and a number.
-bool is_numbered(std::string_view name, std::string_view stem)
-{
-    return name.starts_with(stem) && parse_number(name.substr(stem.size()), 10).has_value();
-}
 
 // "0000:00:1f.2"
 bool is_function(std::string_view name)
@@ -37,18 +32,6 @@ bool is_function(std::string_view name)
         return false;
     const std::string_view tail = name.substr(name.size() - after_domain);
     return tail[0] == ':' && tail[3] == ':' && tail[6] == '.';
-}
-
-components split(std::string_view text, char separator)
-{
-    components parts;
-    while (!text.empty()) {
-        const std::size_t end = std::min(text.find(separator), text.size());
-        if (end != 0)
-            parts.push_back(text.substr(0, end));
-        text.remove_prefix(std::min(end + 1, text.size()));
-    }
-    return parts;
 }
 
 // Pairs of hexadecimal digits, with or without blanks between them, of exactly an EUI-64.

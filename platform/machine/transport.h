@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * How a disk is attached behind the PCI function of its controller, as far as sysfs tells: of this the nodes
+ * How a disk is attached behind its controller, as far as sysfs tells: of this the nodes
  * of a device path behind the function's are made.
  */
 #ifndef HWPLAT_MACHINE_TRANSPORT_H

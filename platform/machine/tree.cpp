@@ -4,7 +4,10 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstring>
+#include <set>
 #include <tuple>
+#include <utility>
 
 #include "platform/machine/debug.h"
 #include "platform/machine/disks.h"
@@ -17,6 +20,8 @@ namespace {
 // Against hostile folders: no machine has bridges nested so deep, or so many functions.
 constexpr unsigned deepest_bridge = 32;
 constexpr std::size_t most_nodes = 16384;
+
+constexpr char devices[] = "sys/devices";
 
 constexpr char pci_bridge[] = "PNP0A03";
 constexpr char pcie_bridge[] = "PNP0A08";
@@ -105,8 +110,7 @@ public:
     {
         tree.nodes.emplace_back().name = "hwplat";
         unsigned number = 0;
-        for (const auto &bridge : numbered_folders(files.names("sys/devices"), parse_host_bridge)) {
-            const std::string path = "sys/devices/" + bridge.name;
+        for (const auto &[bus, path] : host_bridges()) {
             const std::size_t node = tree.add_node(0, "pci", hex(number++) + ",0");
             add_firmware_identifiers(node, path);
             add_functions(node, path, 0);
@@ -117,13 +121,56 @@ public:
     std::vector<pci_function> functions; // in the order of the tree
 
 private:
+    using bridges = std::set<std::pair<bus_number, std::string>>;
+
+    // Host bridges by their bus, with their paths. Those that are not directly below sys/devices are below a
+    // platform device of a device tree, or a device of a hypervisor's bus. Their functions lead to them.
+    bridges host_bridges() const
+    {
+        bridges found;
+        for (const auto &bridge : numbered_folders(files.names(devices), parse_host_bridge))
+            found.emplace(bridge.order, devices + ('/' + bridge.name));
+        bridges elsewhere;
+        const std::string functions_by_name = "sys/bus/pci/devices/";
+        for (const std::string &name : files.names("sys/bus/pci/devices"))
+            add_bridge_above(files.link(functions_by_name + name).value_or(""), &elsewhere);
+        for (const auto &bridge : elsewhere) {
+            if (!files.names(bridge.second).empty())
+                found.insert(bridge);
+        }
+        return found;
+    }
+
+    // A bridge below another one's function belongs to that function.
+    static void add_bridge_above(const std::string &path, bridges *found)
+    {
+        if (!path.starts_with(devices))
+            return;
+        for (std::size_t at = path.find('/', std::strlen(devices)); at != std::string::npos;) {
+            const std::size_t end = path.find('/', at + 1);
+            if (const auto bus = parse_host_bridge(path.substr(at + 1, end - at - 1))) {
+                if (is_below_a_device(path.substr(0, end)))
+                    found->emplace(*bus, path.substr(0, end));
+                return;
+            }
+            at = end;
+        }
+    }
+
+    static bool is_below_a_device(const std::string &path)
+    {
+        return path.find('/', std::strlen(devices) + 1) != std::string::npos;
+    }
+
     void add_firmware_identifiers(std::size_t node, const std::string &path)
     {
         auto &strings = tree.nodes[node].strings;
         const auto firmware_node = files.link(path + "/firmware_node");
         const auto hid = firmware_node ? files.text(*firmware_node + "/hid") : std::nullopt;
-        // A bridge without a description by the firmware counts as plain PCI.
-        strings["acpi-hid"] = hid.value_or(pci_bridge);
+        // A bridge without a description by the firmware counts as plain PCI. One below another device is not
+        // told of by ACPI, and has no identifier to be found by.
+        if (hid || !is_below_a_device(path))
+            strings["acpi-hid"] = hid.value_or(pci_bridge);
         if (!hid)
             return;
         if (auto uid = files.text(*firmware_node + "/uid"))
@@ -159,10 +206,10 @@ private:
     {
         const auto vendor = files.number(path + "/vendor");
         const auto device = files.number(path + "/device");
-        const auto revision = files.number(path + "/revision");
+        const std::uint64_t revision = files.number(path + "/revision").value_or(0);
         const auto class_code = files.number(path + "/class");
-        if (!vendor || !device || !revision || !class_code || *vendor > 0xffff || *device > 0xffff ||
-            *revision > 0xff || *class_code > 0xffffff) {
+        if (!vendor || !device || !class_code || *vendor > 0xffff || *device > 0xffff ||
+            *class_code > 0xffffff) {
             debug("%s: no PCI function, its identifiers cannot be read", path.c_str());
             return;
         }
@@ -178,7 +225,7 @@ private:
         auto &integers = tree.nodes[node].integers;
         integers["vendor-id"] = {static_cast<int>(*vendor)};
         integers["device-id"] = {static_cast<int>(*device)};
-        integers["revision-id"] = {static_cast<int>(*revision)};
+        integers["revision-id"] = {static_cast<int>(revision & 0xff)};
         integers["class-code"] = {static_cast<int>(*class_code)};
         // As a PCI configuration address: bus in bits 16 to 23, device in 11 to 15, function in 8 to 10.
         integers["reg"] = {

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /*
  * The device tree of a machine, from its sysfs: the root "hwplat", PCI host bridges, PCI functions nested as
- * in sysfs, and the disks below their functions.
+ * in sysfs, and the disks below their functions; after the bridges the buses of the other disks, with these.
  */
 #ifndef HWPLAT_MACHINE_TREE_H
 #define HWPLAT_MACHINE_TREE_H
@@ -29,14 +29,19 @@ struct tree_node {
 
 /* A disk with its names: to Linux, in the tree, and by controller number, target and logical unit. */
 struct disk {
-    std::string kernel_name; /* such as "sda" */
-    std::string place;       /* in sysfs, such as "sys/devices/.../block/sda" */
+    std::string kernel_name; /* such as "sda", or "cciss/c0d0" in a folder below dev */
+    std::string place;       /* in sysfs, on the way that leads to it: "sys/devices/.../block/sda" */
     std::size_t node = 0;    /* its node in the tree */
     std::uint64_t blocks = 0;
     std::uint32_t block_size = 512; /* bytes of a logical block */
     unsigned controller = 0;
     unsigned target = 0;
     unsigned lun = 0;
+
+    /* Of an array of the kernel's (md), else empty: its format, such as "1.0", and the Linux names of what it
+     * is made of, sorted. */
+    std::string metadata;
+    std::vector<std::string> members;
 
     /* The drive's name, such as "c0t0d0". */
     [[nodiscard]] std::string name() const;

@@ -18,9 +18,10 @@ namespace {
 using ovra::authenticated;
 using ovra::volatile_attributes;
 
+constexpr UINT32 signed_attributes = authenticated | ovra::enhanced_authenticated;
 constexpr UINT32 plain = ovra::boot_variable_attributes | EFI_VARIABLE_APPEND_WRITE;
 
-// A folder cannot check signatures. On an efivarfs the firmware does.
+// Nobody can check signatures without the firmware, which does so on an efivarfs.
 EFI_STATUS check_attributes(store_kind kind, UINT32 attributes)
 {
     UINT32 known = plain | authenticated;
@@ -28,7 +29,7 @@ EFI_STATUS check_attributes(store_kind kind, UINT32 attributes)
         known |= ovra::hardware_error_record;
     if ((attributes & ~known) != 0 || (attributes & EFI_VARIABLE_BOOTSERVICE_ACCESS) == 0)
         return EFI_INVALID_PARAMETER;
-    if (kind == store_kind::folder && (attributes & authenticated) != 0)
+    if (kind != store_kind::efivarfs && (attributes & authenticated) != 0)
         return EFI_UNSUPPORTED;
     return EFI_SUCCESS;
 }
@@ -44,31 +45,25 @@ struct change {
     byte_view data;
 };
 
-EFI_STATUS check_space(const change &request, std::size_t old_data, std::size_t new_data, bool exists)
+// Writes what fits: `written` are the parts of the data that the file gets, of a variable of `size` bytes
+// then.
+EFI_STATUS write_within(const change &request, std::size_t old_size, std::size_t size, UINT32 attributes,
+                        std::initializer_list<byte_view> written)
 {
-    if (request.services.kind == store_kind::efivarfs)
-        return EFI_SUCCESS; // the firmware decides
-    capacity limits;
-    if (const EFI_STATUS status = capacity_of(request.services, &limits); status != EFI_SUCCESS)
-        return status;
-    if (new_data > limits.variable)
-        return EFI_INVALID_PARAMETER;
-    const UINT64 before = exists ? space_taken(request.name.size(), old_data) : 0;
-    const UINT64 after = space_taken(request.name.size(), new_data);
-    if (after <= before)
-        return EFI_SUCCESS;
-    UINT64 used = 0;
-    const EFI_STATUS status = space_used(request.services, stopped_writers::clean_up, &used);
+    std::optional<UINT64> total;
+    const EFI_STATUS status =
+        place_of(request.services.kind)
+            .check_space(request.services, {request.name.size(), old_size, size}, &total);
     if (status != EFI_SUCCESS)
         return status;
-    return used - before + after <= limits.store ? EFI_SUCCESS : EFI_OUT_OF_RESOURCES;
+    return write_variable(request.services, request.folder, request.file_name, attributes, written, total);
 }
 
 // Volatile variables belong to the firmware once the system runs. Every machine that has started has
 // BootCurrent; this one may not have started yet.
 bool is_read_only(const change &request, bool exists, const stored_variable &old)
 {
-    if (request.services.kind != store_kind::folder)
+    if (request.services.kind == store_kind::efivarfs)
         return false;
     if (exists)
         return (old.attributes & EFI_VARIABLE_NON_VOLATILE) == 0;
@@ -90,7 +85,7 @@ EFI_STATUS check_new(const change &request)
         return EFI_UNSUPPORTED;
     }
     constexpr UINT32 needed = EFI_VARIABLE_NON_VOLATILE | EFI_VARIABLE_RUNTIME_ACCESS;
-    if (request.services.kind == store_kind::folder && (request.attributes & needed) != needed)
+    if (request.services.kind != store_kind::efivarfs && (request.attributes & needed) != needed)
         return EFI_INVALID_PARAMETER;
     return EFI_SUCCESS;
 }
@@ -100,25 +95,17 @@ EFI_STATUS append(const change &request, bool exists, const stored_variable &old
     if (request.data.empty())
         return exists ? EFI_SUCCESS : EFI_NOT_FOUND;
     const byte_view before = exists ? old.data() : byte_view();
-    const EFI_STATUS status =
-        check_space(request, before.size(), before.size() + request.data.size(), exists);
-    if (status != EFI_SUCCESS)
-        return status;
+    const std::size_t size = before.size() + request.data.size();
     if (request.services.kind == store_kind::efivarfs) // the firmware appends
-        return write_variable(request.services, request.folder, request.file_name,
-                              request.attributes | EFI_VARIABLE_APPEND_WRITE, {request.data});
-    return write_variable(request.services, request.folder, request.file_name, request.attributes,
-                          {before, request.data});
+        return write_within(request, before.size(), size, request.attributes | EFI_VARIABLE_APPEND_WRITE,
+                            {request.data});
+    return write_within(request, before.size(), size, request.attributes, {before, request.data});
 }
 
 EFI_STATUS write(const change &request, bool exists, const stored_variable &old)
 {
-    const std::size_t before = exists ? old.data().size() : 0;
-    if (const EFI_STATUS status = check_space(request, before, request.data.size(), exists);
-        status != EFI_SUCCESS)
-        return status;
-    return write_variable(request.services, request.folder, request.file_name, request.attributes,
-                          {request.data});
+    return write_within(request, exists ? old.data().size() : 0, request.data.size(), request.attributes,
+                        {request.data});
 }
 
 EFI_STATUS apply(change request)
@@ -136,6 +123,9 @@ EFI_STATUS apply(change request)
         return EFI_INVALID_PARAMETER;
     if (is_read_only(request, exists, old))
         return EFI_WRITE_PROTECTED;
+    // The keys of a real machine, which its firmware gives up to their holder alone.
+    if (request.services.kind == store_kind::image && exists && (old.attributes & signed_attributes) != 0)
+        return EFI_SECURITY_VIOLATION;
     if (deleting) // damaged variables too
         return state == ENOENT
                    ? EFI_NOT_FOUND
@@ -157,6 +147,13 @@ EFI_STATUS get_variable(const runtime_services &services, name_view name, const 
     const auto file_name = file_name_of(name, guid);
     if (!file_name || size == nullptr)
         return EFI_INVALID_PARAMETER;
+    if (data == nullptr && attributes == nullptr) { // only the size is asked for
+        const std::size_t there = data_size_of(services, *file_name);
+        if (there > *size) {
+            *size = there;
+            return EFI_BUFFER_TOO_SMALL;
+        }
+    }
     stored_variable found;
     if (const EFI_STATUS status = read_variable(services, *file_name, &found); status != EFI_SUCCESS)
         return status;
@@ -197,16 +194,7 @@ EFI_STATUS query_variable_info(const runtime_services &services, UINT32 attribut
 {
     if (const EFI_STATUS status = check_attributes(services.kind, attributes); status != EFI_SUCCESS)
         return status;
-    if (services.kind == store_kind::efivarfs)
-        return efivarfs_space(services.variables.get(), space);
-    capacity limits;
-    if (const EFI_STATUS status = capacity_of(services, &limits); status != EFI_SUCCESS)
-        return status;
-    UINT64 used = 0;
-    if (const EFI_STATUS status = space_used(services, stopped_writers::leave, &used); status != EFI_SUCCESS)
-        return status;
-    *space = {limits.store, used < limits.store ? limits.store - used : 0, limits.variable};
-    return EFI_SUCCESS;
+    return place_of(services.kind).space(services, space);
 }
 
 } // namespace machine

@@ -172,6 +172,12 @@ void add_transport(const machine::transport &attached, kvlist_t *list)
     add_bytes(list, "usb-ports", attached.usb_ports);
 }
 
+void add_known_text(kvlist_t *list, const char *name, const std::string &text)
+{
+    if (!text.empty())
+        add_text(list, name, text);
+}
+
 void add_drive_attributes(const object &of, kvlist_t *list)
 {
     const machine::disk &disk = of.disk();
@@ -180,6 +186,13 @@ void add_drive_attributes(const object &of, kvlist_t *list)
     add_text(list, "kernel-name", disk.kernel_name);
     add_text(list, "devfs-path", of.seen->tree().path_of(disk.node));
     add_transport(of.seen->transport_of(of.place), list);
+    if (disk.metadata.empty())
+        return;
+    add_text(list, "metadata", disk.metadata);
+    std::string members;
+    for (const std::string &member : disk.members)
+        members += (members.empty() ? "" : " ") + member;
+    add_text(list, "members", members);
 }
 
 void add_attributes(const object &of, kvlist_t *list)
@@ -203,8 +216,62 @@ void add_attributes(const object &of, kvlist_t *list)
         check(kvlist_add_uint64(list, "size", of.part->size));
         check(kvlist_add_uint8_array(list, "uguid", of.part->guid.data(),
                                      static_cast<unsigned>(of.part->guid.size())));
+        add_known_text(list, "partlabel", of.part->label);
         break;
     }
+}
+
+// A new list that `add` fills, or null with the reason.
+template <typename body>
+kvlist_t *list_of(int *err, body add)
+{
+    list_owner list;
+    *err = outcome_of([&] {
+        list.reset(kvlist_alloc());
+        if (!list)
+            throw std::bad_alloc();
+        add(list.get());
+    });
+    return *err == 0 ? list.release() : nullptr;
+}
+
+const char *word_for(machine::contents_kind kind)
+{
+    switch (kind) {
+    case machine::contents_kind::absent:
+        return "absent";
+    case machine::contents_kind::blank:
+        return "blank";
+    case machine::contents_kind::unknown:
+        return "unknown";
+    case machine::contents_kind::file_system:
+        return "file-system";
+    case machine::contents_kind::other_table:
+        return "other-table";
+    case machine::contents_kind::damaged_gpt:
+        return "damaged-gpt";
+    case machine::contents_kind::gpt:
+        return "gpt";
+    case machine::contents_kind::mbr:
+        return "mbr";
+    }
+    return "unknown";
+}
+
+void add_contents(const object &of, kvlist_t *list)
+{
+    if (of.kind != VS_DRIVE)
+        throw read_failure{EINVAL};
+    const machine::contents found = of.seen->contents_of(of.place);
+    if (found.error != 0) {
+        check(kvlist_add_uint32(list, "error", static_cast<uint32_t>(found.error)));
+        return;
+    }
+    add_text(list, "kind", word_for(found.kind));
+    if (!found.detail.empty())
+        add_text(list, "detail", found.detail);
+    if (found.first_damaged)
+        check(kvlist_add_uint32(list, "first-header-damaged", 1));
 }
 
 std::string name_of(const object &of)
@@ -268,14 +335,25 @@ vs_descriptor_t *vs_get_associated_descriptors(vs_descriptor_t desc, vs_kind_t k
 
 kvlist_t *vs_get_attributes(vs_descriptor_t desc, int *err)
 {
-    list_owner list;
-    *err = outcome_of([&] {
-        list.reset(kvlist_alloc());
-        if (!list)
-            throw std::bad_alloc();
-        add_attributes(*to_object(desc), list.get());
+    return list_of(err, [&](kvlist_t *list) { add_attributes(*to_object(desc), list); });
+}
+
+kvlist_t *vs_get_file_system(vs_descriptor_t desc, int *err)
+{
+    return list_of(err, [&](kvlist_t *list) {
+        const object &of = *to_object(desc);
+        if (of.part == nullptr)
+            throw read_failure{EINVAL};
+        const machine::file_system found = of.seen->file_system_of(of.place, *of.part);
+        add_known_text(list, "type", found.type);
+        add_known_text(list, "uuid", found.uuid);
+        add_known_text(list, "label", found.label);
     });
-    return *err == 0 ? list.release() : nullptr;
+}
+
+kvlist_t *vs_get_contents(vs_descriptor_t drive, int *err)
+{
+    return list_of(err, [&](kvlist_t *list) { add_contents(*to_object(drive), list); });
 }
 
 char *vs_get_name(vs_descriptor_t desc, int *err)

@@ -54,13 +54,13 @@ void print_acpi_adr(const uefi_acpiadr_device_path_t &node, text &to)
     to.put(")");
 }
 
-constexpr printed rows[] = {
+constexpr printed acpi[] = {
     row<uefi_acpi_device_path_t, print_acpi>(),
     row<uefi_acpiex_device_path_t, print_acpi_expanded>(),
     row<uefi_acpiadr_device_path_t, print_acpi_adr>(),
 };
-static_assert(distinct_subtypes(rows));
+static_assert(distinct_subtypes(acpi));
 
 } // namespace
 
-const printed_rows ovra::acpi_rows = rows;
+const printed_rows ovra::acpi_rows = acpi;

@@ -22,8 +22,8 @@ void print_bbs(const uefi_bbs_path_t &node, text &to)
 }
 
 // Kept: the subtype is not looked at. [kept_bbs_subtype_is_not_looked_at]
-constexpr printed rows[] = {row<uefi_bbs_path_t, print_bbs>(subtypes::any)};
+constexpr printed bios[] = {row<uefi_bbs_path_t, print_bbs>(subtypes::any)};
 
 } // namespace
 
-const printed_rows ovra::bios_rows = rows;
+const printed_rows ovra::bios_rows = bios;

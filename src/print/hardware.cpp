@@ -15,12 +15,12 @@ void print_ctrl(const uefi_ctrl_device_path_t &node, text &to)
     to.add("/Ctrl(0x%x)", node.ctrl_number);
 }
 
-constexpr printed rows[] = {
+constexpr printed hardware[] = {
     row<uefi_pci_device_path_t, print_pci>(),
     row<uefi_ctrl_device_path_t, print_ctrl>(),
 };
-static_assert(distinct_subtypes(rows));
+static_assert(distinct_subtypes(hardware));
 
 } // namespace
 
-const printed_rows ovra::hardware_rows = rows;
+const printed_rows ovra::hardware_rows = hardware;

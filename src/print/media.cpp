@@ -37,12 +37,12 @@ void print_file_path(const uefi_file_path_t &node, text &to)
     to.put({utf8, convert_utf16_to_utf8(name.data(), name.size() / sizeof(uint16_t), utf8, sizeof utf8)});
 }
 
-constexpr printed rows[] = {
+constexpr printed media[] = {
     row<uefi_hard_drive_path_t, print_hard_drive>(),
     row<uefi_file_path_t, print_file_path>(),
 };
-static_assert(distinct_subtypes(rows));
+static_assert(distinct_subtypes(media));
 
 } // namespace
 
-const printed_rows ovra::media_rows = rows;
+const printed_rows ovra::media_rows = media;

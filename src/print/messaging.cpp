@@ -92,14 +92,14 @@ bool print_vendor(const uefi_venmsg_device_path_t &node, text &to)
     return true;
 }
 
-constexpr printed rows[] = {
+constexpr printed messaging[] = {
     row<uefi_atapi_device_path_t, print_atapi>(),   row<uefi_scsi_device_path_t, print_scsi>(),
     row<uefi_fibre_device_path_t, print_fibre>(),   row<uefi_usb_device_path_t, print_usb>(),
     row<uefi_venmsg_device_path_t, print_vendor>(), row<uefi_macaddr_device_path_t, print_mac_address>(),
     row<uefi_uart_device_path_t, print_uart>(),     row<uefi_sata_device_path_t, print_sata>(),
 };
-static_assert(distinct_subtypes(rows));
+static_assert(distinct_subtypes(messaging));
 
 } // namespace
 
-const printed_rows ovra::messaging_rows = rows;
+const printed_rows ovra::messaging_rows = messaging;

@@ -94,14 +94,21 @@ class Configure(Private):
             cache = file.read()
         self.assertIn("CMAKE_GENERATOR:INTERNAL=Unix Makefiles\n", cache)
         self.assertIn("CMAKE_BUILD_TYPE:STRING=Release\n", cache)
+        self.warnings_end_no_build()
 
-    def test_without_tests(self):
+    def warnings_end_no_build(self):
+        with open(os.path.join(self.work, "platform", "kvlist", "kvlist.cpp"), "a", encoding="utf-8") as file:
+            file.write("static void unused() {}\n")
+        self.assertIn("unused", self.run_lines("cmake --build build --target kvlist", self.work))
+        self.run_lines("cmake -S . -B build -DOVRA_WERROR=ON && ! cmake --build build --target kvlist", self.work)
+
+    # One folder, in which the compilers are looked at once: each line says all that it is about.
+    def test_with_tests_and_without(self):
+        configure = "cmake -S . -B build -G Ninja -UOVRA_TESTS -UBUILD_TESTING"
         for option in ("-DBUILD_TESTING=OFF", "-DOVRA_TESTS=OFF"):
-            self.assertNotIn("Tests are", self.run_lines(f"cmake -S . -B build -G Ninja {option}", self.work))
-            shutil.rmtree(os.path.join(self.work, "build"))
-
-    def test_tests_that_were_asked_for(self):
-        text = self.run_lines("cmake -S . -B build -G Ninja -DOVRA_TESTS=ON", self.work, status=1)
+            self.assertNotIn("Tests are", self.run_lines(f"{configure} {option}", self.work))
+        self.assertIn(self.NOTE, self.run_lines(configure, self.work))
+        text = self.run_lines(f"{configure} -DOVRA_TESTS=ON", self.work, status=1)
         self.assertIn("The tests need GoogleTest with GoogleMock", text)
         self.assertIn("scripts/install-packages check", text)
 
@@ -110,12 +117,6 @@ class Configure(Private):
         if not clang or not clangxx:
             self.skipTest("no clang")
         self.builds_a_library("cmake -S . -B build -G Ninja", CC=clang, CXX=clangxx)
-
-    def test_warnings_end_no_build(self):
-        with open(os.path.join(self.work, "platform", "kvlist", "kvlist.cpp"), "a", encoding="utf-8") as file:
-            file.write("static void unused() {}\n")
-        self.run_lines("cmake -S . -B build -G Ninja && cmake --build build --target kvlist", self.work)
-        self.run_lines("cmake -S . -B build -DOVRA_WERROR=ON && ! cmake --build build --target kvlist", self.work)
 
 
 class Examples(Private):

@@ -20,9 +20,9 @@ int main()
     ovra_hdl_t hdl = nullptr;
     const bool opened = ovra_init(&hdl) == 0;
     machine::debug("debug");
-    printf("secure %lu: file %d, driver %d, errors %d, traces %d, live %d\n", getauxval(AT_SECURE),
+    printf("secure %lu: file %d, driver %d, errors %d, traces %d, live %d, vars %d\n", getauxval(AT_SECURE),
            access("Probe", F_OK) == 0, opened && hdl->ovra_fd != -1, ovra_path_eprint, ovra_path_debug,
-           machine::open_root().live);
+           machine::open_root().live, !machine::open_root_of_variables().image.empty());
     fflush(stdout);
     _exit(0); // nobody may look into such a program at its end for leaks
 }

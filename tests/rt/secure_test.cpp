@@ -52,8 +52,13 @@ public:
             dup2(ends[1], 2);
             char name[] = "probe";
             char *arguments[] = {name, nullptr};
-            const char *environment[] = {"OVRA_TEST_FILE=1", "OVRA_PATH_EPRINT=1", "OVRA_PATH_DEBUG=1",
-                                         "HWPLAT_ROOT=/usr", "HWPLAT_DEBUG=1",     nullptr};
+            const char *environment[] = {"OVRA_TEST_FILE=1",
+                                         "OVRA_PATH_EPRINT=1",
+                                         "OVRA_PATH_DEBUG=1",
+                                         "HWPLAT_ROOT=/usr",
+                                         "HWPLAT_DEBUG=1",
+                                         "HWPLAT_VARS=/dev/null",
+                                         nullptr};
             if (setgroups(0, nullptr) == 0 && setresgid(group, group, group) == 0 &&
                 setresuid(user, user, user) == 0)
                 fexecve(program, arguments, const_cast<char **>(environment));
@@ -93,12 +98,12 @@ protected:
 TEST_F(secure, environment_is_believed_in_a_program_like_any_other)
 {
     EXPECT_EQ(copied_probe(0755).run(),
-              "error trace hwplat: debug\nsecure 0: file 1, driver 0, errors 1, traces 1, live 0\n");
+              "error trace hwplat: debug\nsecure 0: file 1, driver 0, errors 1, traces 1, live 0, vars 1\n");
 }
 
 TEST_F(secure, environment_is_not_believed_in_a_set_group_id_program)
 {
-    EXPECT_EQ(copied_probe(02755).run(), "secure 1: file 0, driver 1, errors 0, traces 0, live 1\n");
+    EXPECT_EQ(copied_probe(02755).run(), "secure 1: file 0, driver 1, errors 0, traces 0, live 1, vars 0\n");
 }
 
 } // namespace

@@ -99,12 +99,13 @@ class Tidy(unittest.TestCase):
             self.assertIn("two.cpp:1:1: error: a finding", said)
         self.assertEqual(ran, ["alone two.cpp"])
 
-    def test_a_source_that_goes_with_no_other_is_checked_on_its_own(self):
+    def test_a_source_that_goes_with_no_other_is_a_finding_and_checked_on_its_own(self):
         self.write("src/a/two.cpp", "int TWICE;\n")
-        ran, said = self.tidy()
+        ran, said = self.tidy(status=1)
         self.assertEqual(ran, ["alone one.cpp", "alone two.cpp", "together src-a.cpp", "together src-a.cpp",
                                "together two.cpp"])
-        self.assertIn("src/a/two.cpp cannot be one with the others of its folder", said)
+        self.assertRegex(said, r"(?m)^tidy: src/a/two\.cpp alone$")
+        self.assertRegex(said, r"(?m)^\S*src/a/two\.cpp:\d+:\d+: error: .*\[clang-diagnostic-error\]$")
 
     def test_a_source_that_nothing_compiles_is_an_error(self):
         self.write("src/b/three.cpp", "int d;\n")

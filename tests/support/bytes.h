@@ -36,16 +36,17 @@ inline bytes from_hex(std::string_view text)
     return result;
 }
 
-/* Bytes as "01 01 06 00", so that a failed comparison can be read. */
-inline std::string to_hex(const void *from, size_t size)
+/* Bytes as "01 01 06 00", so that a failed comparison can be read; one begins `width` characters after
+ * another. */
+inline std::string to_hex(const void *from, size_t size, size_t width = 3)
 {
-    std::string text;
+    std::string text(size == 0 ? 0 : (size - 1) * width + 2, ' ');
+    // Not by the string's functions, which are slow without optimisation.
+    char *to = text.data();
     for (size_t i = 0; i < size; ++i) {
         const uint8_t byte = static_cast<const uint8_t *>(from)[i];
-        if (i != 0)
-            text += ' ';
-        text += "0123456789abcdef"[byte >> 4];
-        text += "0123456789abcdef"[byte & 15];
+        to[i * width] = "0123456789abcdef"[byte >> 4];
+        to[i * width + 1] = "0123456789abcdef"[byte & 15];
     }
     return text;
 }
@@ -58,9 +59,7 @@ inline std::string to_hex(const bytes &from)
 /* The same without blanks. */
 inline std::string to_digits(const void *from, size_t size)
 {
-    std::string text = to_hex(from, size);
-    std::erase(text, ' ');
-    return text;
+    return to_hex(from, size, 2);
 }
 
 /* The same bytes as one spelling of them: for comparing with a text that groups its digits. */

@@ -17,9 +17,10 @@ struct gpt_entry {
     unsigned number = 0; /* from 1 */
     std::uint64_t first = 0;
     std::uint64_t last = 0; /* the entry's own last block */
+    std::string label = {}; /* ASCII */
 };
 
-/* What stands at the start and at the end of a disk, in blocks of 512 bytes. */
+/* What stands at the start and at the end of a disk. */
 struct gpt_bytes {
     std::string head; /* protective MBR, header, entries */
     std::string tail; /* entries, header */
@@ -49,13 +50,12 @@ inline void put_number(std::string *data, std::size_t at, std::uint64_t value, s
 }
 
 /*
- * A table of `count` entries for a disk of `blocks`, with both checksums right whatever the entries say. The
- * GUID of an entry is `seed` and its number, each in 8 bytes.
+ * A table of `count` entries for a disk of `blocks` of `block` bytes, with both checksums right whatever the
+ * entries say. The GUID of an entry is `seed` and its number, each in 8 bytes.
  */
 inline gpt_bytes make_gpt(std::uint64_t blocks, const std::vector<gpt_entry> &entries, unsigned count = 128,
-                          std::uint64_t seed = 1)
+                          std::uint64_t seed = 1, std::size_t block = 512)
 {
-    constexpr std::size_t block = 512;
     constexpr std::size_t entry_size = 128;
     std::string table(count * entry_size, '\0');
     for (const gpt_entry &entry : entries) {
@@ -66,6 +66,8 @@ inline gpt_bytes make_gpt(std::uint64_t blocks, const std::vector<gpt_entry> &en
         put_number(&table, at + 24, entry.number, 8);
         put_number(&table, at + 32, entry.first, 8);
         put_number(&table, at + 40, entry.last, 8);
+        for (std::size_t i = 0; i < entry.label.size(); ++i)
+            table[at + 56 + 2 * i] = entry.label[i];
     }
     const std::uint64_t table_blocks = (table.size() + block - 1) / block;
     const std::uint32_t table_sum = crc32(table);
@@ -97,11 +99,12 @@ inline gpt_bytes make_gpt(std::uint64_t blocks, const std::vector<gpt_entry> &en
 }
 
 /* A sparse image that holds nothing but the table. */
-inline void write_gpt(const std::filesystem::path &image, std::uint64_t blocks, const gpt_bytes &table)
+inline void write_gpt(const std::filesystem::path &image, std::uint64_t blocks, const gpt_bytes &table,
+                      std::size_t block = 512)
 {
     std::ofstream stream(image, std::ios::binary | std::ios::trunc);
     stream << table.head;
-    stream.seekp(static_cast<std::streamoff>(blocks * 512 - table.tail.size()));
+    stream.seekp(static_cast<std::streamoff>(blocks * block - table.tail.size()));
     stream << table.tail;
     if (!stream.flush())
         throw std::runtime_error("cannot write " + image.string());

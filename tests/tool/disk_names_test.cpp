@@ -32,7 +32,7 @@ TEST_F(disks_verb, may_be_given_by_their_linux_names)
               "/dev/sda1 is c5t0d0s0, PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c01.\n");
     EXPECT_EQ(run({"find", "/dev/sda1"}).out, "Boot0008  x\n");
     EXPECT_EQ(run({"find", "c5t0d0s0"}).out, "Boot0008  x\n");
-    EXPECT_EQ(run({"find", "c5t0d0s1"}).out, "no option boots from c5t0d0s1\n");
+    EXPECT_EQ(run({"find", "c5t0d0s1"}).out, "no option boots from c5t0d0s1 (sda2)\n");
 }
 
 TEST_F(disks_verb, are_told_of_by_their_other_names)
@@ -91,18 +91,20 @@ TEST_F(disks_verb, that_another_has_the_identity_of_are_warned_of)
         "  The firmware may take either. With --full the path leads to one of them alone.\n";
     EXPECT_EQ(said_of({"c5t0d0s1"}),
               "c5t0d0s1 is /dev/sda2, PARTUUID=5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c02.\n"
-              "ovra: warning: c1t9d0s1, /dev/sdy2, has the same PARTUUID as c5t0d0s1\n" +
+              "ovra: warning: c1t9d0s1 (sdy2) has the same PARTUUID as c5t0d0s1 (sda2)\n" +
                   advice);
-    EXPECT_THAT(said_of({"c1t9d0s1"}), HasSubstr("c5t0d0s1, /dev/sda2, has the same PARTUUID as c1t9d0s1\n"));
+    EXPECT_THAT(said_of({"c1t9d0s1"}),
+                HasSubstr("c5t0d0s1 (sda2) has the same PARTUUID as c1t9d0s1 (sdy2)\n"));
     EXPECT_THAT(said_of({"c5t3d0p1"}),
-                HasSubstr("warning: c1t9d1p1, /dev/sdz1, has the same PARTUUID as c5t3d0p1\n" + advice));
+                HasSubstr("warning: c1t9d1p1 (sdz1) has the same PARTUUID as c5t3d0p1 (sdb1)\n" + advice));
     EXPECT_THAT(said_of({"c5t3d0p0"}),
-                HasSubstr("warning: c1t9d1p0, /dev/sdz, has the same MBR signature as c5t3d0p0\n" + advice));
+                HasSubstr("warning: c1t9d1p0 (sdz) has the same MBR signature as c5t3d0p0 (sdb)\n" + advice));
     EXPECT_THAT(said_of({"c5t0d0s1", "--full"}), Not(HasSubstr("warning")));
     EXPECT_THAT(said_of({"c2t0d0s0"}), Not(HasSubstr("warning")));
     const outcome set = run({"set", "Boot0003", "--devpath", "c5t0d0s1", "--dry-run"});
     EXPECT_EQ(set.status, 0);
-    EXPECT_THAT(set.err, HasSubstr(" has the same PARTUUID as c5t0d0s1\n  The firmware may take either.\n"));
+    EXPECT_THAT(set.err,
+                HasSubstr(" has the same PARTUUID as c5t0d0s1 (sda2)\n  The firmware may take either.\n"));
 }
 
 TEST_F(disks_verb, that_are_logical_partitions_are_warned_of)
@@ -112,7 +114,8 @@ TEST_F(disks_verb, that_are_logical_partitions_are_warned_of)
             run(words{"create", "--desc", "x", "--disk", "c5t3d0p5", "--file", "\\a", "--dry-run"} + more);
         EXPECT_EQ(result.status, 0);
         EXPECT_EQ(result.err, "c5t3d0p5 is /dev/sdb5, PARTUUID=1234abcd-05.\n"
-                              "ovra: warning: the path has the number 0 for c5t3d0p5, a logical partition\n"
+                              "ovra: warning: the path has the number 0 for c5t3d0p5 (sdb5), a logical\n"
+                              "      partition\n"
                               "  Firmware that goes by the number does not find it.\n");
     }
     EXPECT_THAT(run({"find", "c5t3d0p5"}).err, Not(HasSubstr("warning")));
@@ -144,7 +147,7 @@ TEST_F(disks_verb, that_are_not_there_are_refused)
     // An option of a whole disk cannot be made: firmware is to find a file on it.
     EXPECT_EQ(
         whole(run({"create", "--desc", "x", "--disk", "sda"}).err),
-        "ovra: \"sda\" is the whole disk c5t0d0\n"
+        "ovra: \"sda\" is the whole disk c5t0d0 (sda)\n"
         "  One of its slices or partitions is needed. 'ovra disks' shows the disks with their names.\n");
     EXPECT_EQ(get("Boot0008"), "(none)");
 }

@@ -96,7 +96,7 @@ TEST_F(disks_verb, that_cannot_be_read_say_so)
         const outcome printed = run({"disks"}, nobody);
         EXPECT_EQ(printed.status, 0) << printed.err;
         EXPECT_THAT(printed.out, HasSubstr("c5t0d0  sda  64.0 MiB  cannot be read: Permission denied\n"));
-        EXPECT_THAT(printed.out, HasSubstr("c3t0d0  sde  8.0 MiB  no medium that can be read\n"));
+        EXPECT_THAT(printed.out, HasSubstr("c3t0d0  sde  8.0 MiB  blank\n"));
         EXPECT_THAT(printed.out, HasSubstr("c5t3d0  sdb  32.0 MiB  MBR 1234abcd\n"));
         for (const char *disk : {"/dev/sda1", "c5t0d0s0", "/dev/dsk/c5t0d0s0"}) {
             const outcome found = run({"find", disk}, nobody);
@@ -162,7 +162,7 @@ TEST_F(disks_verb, are_not_said_to_be_none_where_they_cannot_be_seen)
 TEST_F(disks_verb, of_an_option_are_shown)
 {
     EXPECT_EQ(run({"create", "--desc", "x", "--disk", "sda1", "--file", "\\a", "--full"}).status, 0);
-    EXPECT_THAT(output({"show", "Boot0008"}), HasSubstr("Disk           c5t0d0s0\n"));
+    EXPECT_THAT(output({"show", "Boot0008"}), HasSubstr("Disk           c5t0d0s0 (sda1)\n"));
     EXPECT_EQ(parsed({"show", "Boot0008"})["disks"], json({"c5t0d0s0"}));
     EXPECT_EQ(parsed({"show", "Boot0005"})["disks"],
               json({"c5t0d0"})); // the firmware's own names no partition

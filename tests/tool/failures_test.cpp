@@ -65,6 +65,25 @@ TEST_F(failing_writes, to_read_one_option_leave_the_others)
     EXPECT_THAT(order.err, HasSubstr("cannot read Boot0003: Input/output error\n"));
 }
 
+// On an efivarfs a read is a call of the firmware, and rationed.
+TEST_F(failing_writes, of_a_second_read_never_happen_in_lists)
+{
+    put("Boot0008", load_option(1, std::string(100, 'n'), from_hex(sample_path_hex), std::string(3000, 'o')));
+    std::string fail;
+    for (const char *variable : {"Boot0003", "Boot0008", "BootOrder", "BootCurrent"})
+        fail += rule("read", variable, EIO, 2);
+    for (const words &arguments :
+         {words{"list"}, words{"list", "-v"}, words{"list", "--json"}, words{"find", "/dev/sda1"}}) {
+        const outcome once = run_with(arguments, fail);
+        const outcome plain = run(arguments);
+        EXPECT_EQ(once.status, plain.status);
+        EXPECT_EQ(once.out, plain.out);
+        EXPECT_EQ(once.err, plain.err);
+    }
+    // The count begins with each command, and the calls are there to fail.
+    EXPECT_THAT(run_with({"list"}, rule("read", "Boot0008", EIO)).err, HasSubstr("cannot read Boot0008"));
+}
+
 TEST_F(failing_writes, of_the_order_take_the_new_option_back)
 {
     const auto before = snapshot();

@@ -115,7 +115,7 @@ TEST_F(full_form, has_the_nodes_of_the_transport)
     EXPECT_EQ(text_of("sdj1"), "PciRoot(0x0)/Pci(0x15,0x0)/UFS(0x0,0x3)");
     EXPECT_EQ(text_of("sdk1"), "/PciRoot(0x0)/Pci(0x16,0x0)/Sata(0x1,0x2,0x0)");
     put_text("sys/devices/pci0000:00/0000:00:04.0/nvme/nvme0/nvme0n1/eui", "00 25 38 b2 21 d1 37 50");
-    EXPECT_EQ(text_of("nvme0n1p1"), "PciRoot(0x0)/Pci(0x4,0x0)/NVMe(0x1,00-25-38-B2-21-D1-37-50)");
+    EXPECT_EQ(text_of("nvme0n1p1"), "PciRoot(0x0)/Pci(0x4,0x0)/NVMe(0x1,50-37-D1-21-B2-38-25-00)");
 }
 
 TEST_F(full_form, is_refused_where_it_is_not_known)
@@ -180,9 +180,10 @@ TEST_F(full_form, is_warned_of_like_other_paths)
     EXPECT_EQ(warnings_of({"--disk", "sda1", "--full"}), all{no_file});
     EXPECT_EQ(warnings_of({"--disk", "sda1", "--file", "\\a"}), all{});
     EXPECT_EQ(warnings_of({"--disk", "sdb5", "--file", "\\a"}),
-              all{number + "c5t3d0p5, a logical partition"});
-    EXPECT_EQ(warnings_of({"--disk", "c5t3d0p0", "--file", "\\a"}), all{number + "c5t3d0p0, a whole disk"});
-    EXPECT_EQ(warnings_of({"--disk", "c5t3d0p0"}), (all{number + "c5t3d0p0, a whole disk", no_file}));
+              all{number + "c5t3d0p5 (sdb5), a logical partition"});
+    EXPECT_EQ(warnings_of({"--disk", "c5t3d0p0", "--file", "\\a"}),
+              all{number + "c5t3d0p0 (sdb), a whole disk"});
+    EXPECT_EQ(warnings_of({"--disk", "c5t3d0p0"}), (all{number + "c5t3d0p0 (sdb), a whole disk", no_file}));
     EXPECT_EQ(warnings_of({"--devpath", "HD(0,MBR,0x1234ABCD)\\a"}), all{number + "its partition"});
     EXPECT_EQ(warnings_of({"--devpath", "/PciRoot(0)/Pci(1,0)/Sata(0,0xffff,0)"}), all{no_file});
     EXPECT_EQ(warnings_of({"--devpath", "/PciRoot(0)/Pci(1,0)/USB(0,0)/HD(1,MBR,0x1,0x800,0x800)"}), all{});
@@ -213,7 +214,7 @@ TEST_F(whole_disks, have_the_options_that_firmware_made)
     }
     EXPECT_EQ(run({"find", "sda"}).err, "sda is c5t0d0, /dev/sda.\n");
     EXPECT_EQ(run({"find", "sdb"}).err, "sdb is c5t3d0, /dev/sdb, MBR signature 1234abcd.\n");
-    EXPECT_EQ(run({"find", "sdc"}).out, "no option boots from c1t1d2\n");
+    EXPECT_EQ(run({"find", "sdc"}).out, "no option boots from c1t1d2 (sdc)\n");
     EXPECT_EQ(parsed({"find", "sda1"})["options"], json::array());
 }
 

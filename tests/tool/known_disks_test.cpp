@@ -124,6 +124,8 @@ void become_the_known_paths_and_are_found_by_them(known_disks &machine, const ca
             options.push_back(created["changes"][0]["variable"]);
             const json shown = machine.parsed({"show", options.back()});
             EXPECT_EQ(shown["disks"], json({expected.name}));
+            EXPECT_EQ(shown["kernel_names"][0],
+                      known_disks::volume(machine.parsed({"disks"}), expected.name)["kernel_name"]);
             EXPECT_EQ(shown["path"], path) << expected.name;
             in_full += full;
         }

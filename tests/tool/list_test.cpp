@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <fstream>
 
+#include "src/base/load_option.h"
 #include "tests/tool/support.h"
 
 namespace tool_test {
@@ -81,6 +82,27 @@ TEST_F(list_verb, json_has_order_marks_and_every_field)
                     {"optional_data", "4eac0881119f594d850ee21a522c59b2"},
                     {"optional_data_text", nullptr},
                     {"instances", json::array({instance})}}));
+}
+
+// It is printed in pieces.
+TEST_F(list_verb, json_of_many_options_is_one_document)
+{
+    const std::string path = from_hex(sample_path_hex);
+    std::vector<uint16_t> order;
+    for (uint16_t number = 0; number < 400; ++number) {
+        order.push_back(number);
+        const std::string name = ovra::option_name(number).text;
+        put(name, number % 7 == 6 ? "damaged" : load_option(1, name + " \"{[,]}\"", path, "data"));
+    }
+    order.push_back(0x1000);
+    put_order(order);
+    const std::string printed = output({"list", "--json"});
+    const auto document = nlohmann::ordered_json::parse(printed);
+    EXPECT_EQ(document["options"].size(), 401u);
+    EXPECT_EQ(document["options"][6]["error"], "damaged");
+    EXPECT_EQ(document["options"][399]["description"], "Boot018F \"{[,]}\"");
+    EXPECT_EQ(document["options"][400]["error"], "no such option");
+    EXPECT_EQ(printed, document.dump(2) + '\n');
 }
 
 TEST_F(list_verb, shows_an_order_that_names_missing_options)

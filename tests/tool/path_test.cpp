@@ -34,13 +34,14 @@ TEST(path_encode_verb, prints_digits)
 TEST(path_encode_verb, takes_nothing_but_a_plain_file_after_the_devices)
 {
     const std::string hd = "HD(1,GPT,5F9F0A37-8A44-4AD0-9C2E-1D9E6F5B7C01,0x800,0x1)";
-    for (const char *rest : {"\\a.efi,HD(2,MBR,0x1,1,1)\\b.efi", "/File(\\a)/File(\\b)", "/\\a.efi/Pci(1,1)",
-                             "/\\a.efi)", "/File(\"\\a.efi\")"}) {
+    for (const char *rest : {"/\\a.efi(x", "/\\a.efi)", "/File(\"\\a.efi\")"}) {
         const outcome refused = run_command({"path", "encode", hd + rest});
         EXPECT_EQ(refused.status, 2) << rest;
         EXPECT_THAT(refused.err, HasSubstr("is not a plain file")) << rest;
     }
+    EXPECT_EQ(run_command({"path", "encode", hd + "/\\a.efi/Pci(1,1)"}).status, 2);
     EXPECT_EQ(run_command({"path", "encode", hd + "\\a.efi"}).status, 0);
+    EXPECT_EQ(run_command({"path", "encode", hd + "/File(\\a(1).efi)"}).status, 0);
     EXPECT_EQ(run_command({"path", "encode", hd, "--file", "\\a(1).efi"}).status, 0);
 }
 
@@ -138,10 +139,16 @@ TEST(path_encode_verb, names_files_as_firmware_does)
               "The file is named as firmware does, \\a\\b.\n");
 }
 
-TEST(path_encode_verb, refuses_another_instance)
+TEST(path_encode_verb, takes_several_instances)
 {
-    EXPECT_THAT(said_at_failure({"path", "encode", "/Pci(1,2)/Pci(1,3),/Pci(1,4)"}),
-                StartsWith("ovra: node 2 of the path cannot be packed: \"Pci(1,3),\"\n"));
+    EXPECT_EQ(run_command({"path", "encode", "/Pci(1,2)/Pci(1,3),/Pci(1,4)"}).out, "010106000201"
+                                                                                   "010106000301"
+                                                                                   "7f010400"
+                                                                                   "010106000401"
+                                                                                   "7fff0400\n");
+    EXPECT_EQ(run_command({"path", "encode", "HD(1,MBR,0x1,1,1)\\a,HD(2,MBR,0x1,1,1)\\b"}).status, 0);
+    EXPECT_THAT(said_at_failure({"path", "encode", "/Pci(1,2)/Pci(1,3),x,/Pci(1,4)"}),
+                StartsWith("ovra: node 2 of the path cannot be packed: \"Pci(1,3),x,\"\n"));
     EXPECT_EQ(
         said_at_failure({"path", "encode", "/Pci(1,2)/Path(0x7f,1,0400)/Pci(1,2)"}).find("ovra: node 2"), 0u);
     EXPECT_EQ(said_at_failure({"path", "encode", ""}), "ovra: a device path is needed\n");

@@ -6,12 +6,17 @@
 
 namespace tool {
 
-change writes(const std::string &variable, bytes data, const std::string &meaning, const json &fields)
+change writes(const std::string &variable, bytes data, const std::string &meaning,
+              const std::function<json()> &long_fields)
 {
-    json all = {{"variable", variable}, {"data", hex(data)}};
-    if (!fields.is_null())
-        all.update(fields);
-    return {"write", "wrote", variable + ": " + meaning, std::move(all), variable, std::move(data)};
+    auto all = [data, long_fields] {
+        json members = {{"data", hex(data)}};
+        if (long_fields)
+            members.update(long_fields());
+        return members;
+    };
+    return {"write",         "wrote", variable + ": " + meaning, {{"variable", variable}}, variable,
+            std::move(data), all};
 }
 
 change deletes(const std::string &variable)
@@ -23,7 +28,9 @@ change writes_order(const std::vector<uint16_t> &order)
 {
     if (order.empty())
         return deletes("BootOrder");
-    return writes("BootOrder", stored(order), names_of(order), {{"order", option_names(order)}});
+    return writes("BootOrder", stored(order), names_of(order), [order] {
+        return json{{"order", option_names(order)}};
+    });
 }
 
 change writes_option(uint16_t number, const load_option &option)
@@ -31,7 +38,7 @@ change writes_option(uint16_t number, const load_option &option)
     std::string meaning = in_quotes(option.description) + ", " + attribute_text(option.attributes);
     if (!option.optional_data.empty())
         meaning += ", optional data " + optional_data_text(option.optional_data);
-    return writes(option_name(number), as_stored(option), meaning, as_json(option));
+    return writes(option_name(number), as_stored(option), meaning, [option] { return as_json(option); });
 }
 
 void changes::make(change change)
@@ -62,6 +69,7 @@ void changes::prepare(const std::vector<change> &all)
     if (!dry_run && machine.is_real())
         return;
     firmware::room_taken planned;
+    planned.at_once = !dry_run;
     for (const change &change : all)
         machine.check_change(change.variable, change.contents, &planned);
 }
@@ -89,31 +97,45 @@ void changes::report()
     const std::string unknown = machine.not_checked();
     if (dry_run && !made.empty() && !unknown.empty())
         remark("Not known: " + unknown + '.', "not_known", unknown);
-    json list = json::array();
-    std::string text;
-    for (const change &change : made) {
-        json entry = {{"action", change.action}};
-        entry.update(change.fields);
-        list.push_back(std::move(entry));
-        text += broken((dry_run ? "would " + change.action : change.past) + ' ' + change.what, 0) + '\n';
-        if (dry_run && !change.contents.empty())
-            text += "    " + hex(change.contents) + '\n';
-    }
-    if (made.empty())
-        text += "nothing to change\n";
-    json document = {{"dry_run", dry_run}, {"changes", std::move(list)}};
-    document.update(members);
     try {
         if (as_json)
-            print_json(document);
+            print_json(document());
         else
-            print(text + remarks);
+            print(text());
     } catch (const failure &reason) {
         // Also where nobody reads: that is no news then, but the changes are.
         if (!dry_run && !made.empty())
             throw failure(reason.what(), "The changes were made.");
         throw;
     }
+}
+
+json changes::document() const
+{
+    json list = json::array();
+    for (const change &change : made) {
+        json entry = {{"action", change.action}};
+        entry.update(change.fields);
+        if (change.long_fields)
+            entry.update(change.long_fields());
+        list.push_back(std::move(entry));
+    }
+    json all = {{"dry_run", dry_run}, {"changes", std::move(list)}};
+    all.update(members);
+    return all;
+}
+
+std::string changes::text() const
+{
+    std::string lines;
+    for (const change &change : made) {
+        lines += broken((dry_run ? "would " + change.action : change.past) + ' ' + change.what, 0) + '\n';
+        if (dry_run && !change.contents.empty())
+            lines += "    " + hex(change.contents) + '\n';
+    }
+    if (made.empty())
+        lines += "nothing to change\n";
+    return lines + remarks;
 }
 
 } // namespace tool

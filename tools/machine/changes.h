@@ -21,10 +21,12 @@ struct change {
     std::string variable; // written, or deleted when there are no contents;
                           // empty when the change is not one of a variable
     bytes contents;
+    std::function<json()> long_fields = {}; // the rest of the fields, made when somebody asks for them
 };
 
 // A variable that is written or, without data, deleted; `meaning` is what its data says, for people.
-change writes(const std::string &variable, bytes data, const std::string &meaning, const json &fields = {});
+change writes(const std::string &variable, bytes data, const std::string &meaning,
+              const std::function<json()> &long_fields = {});
 change deletes(const std::string &variable);
 change writes_order(const std::vector<uint16_t> &order);
 change writes_option(uint16_t number, const load_option &option);
@@ -55,6 +57,9 @@ public:
     void report();
 
 private:
+    json document() const;
+    std::string text() const;
+
     firmware &machine;
     bool dry_run;
     bool as_json;

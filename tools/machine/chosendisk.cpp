@@ -4,10 +4,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "src/base/ascii.h"
 #include "src/base/device_name.h"
 #include "src/base/hard_drive.h"
+#include "tools/machine/arrays.h"
+#include "tools/machine/disknames.h"
 #include "tools/machine/drives.h"
 #include "tools/machine/sysfs.h"
 #include "tools/text/failure.h"
@@ -17,30 +20,12 @@ namespace tool {
 namespace {
 
 constexpr std::string_view partuuid_prefix = "PARTUUID=";
-constexpr std::string_view partuuid_folder = "/dev/disk/by-partuuid/";
+constexpr const char *disks_advice = "'ovra disks' shows the disks with their names.";
 
-bool has_partuuid_prefix(std::string_view text)
+bool is_partuuid(std::string_view text, std::string_view partuuid)
 {
-    return ovra::alike(text.substr(0, partuuid_prefix.size()), partuuid_prefix);
-}
-
-bool same_partuuid(std::string_view text, std::string_view partuuid)
-{
-    return has_partuuid_prefix(text) && !partuuid.empty() &&
-           ovra::alike(text.substr(partuuid_prefix.size()), partuuid);
-}
-
-std::string without_folder(std::string_view name)
-{
-    for (const std::string_view folder :
-         {std::string_view(ovra::slice_folder), std::string_view(ovra::partition_folder),
-          std::string_view(ovra::device_folder)}) {
-        if (name.starts_with(folder)) {
-            name.remove_prefix(folder.size());
-            break;
-        }
-    }
-    return std::string(name);
+    return ovra::alike(text.substr(0, partuuid_prefix.size()), partuuid_prefix) &&
+           ovra::alike(text.substr(std::min(text.size(), partuuid_prefix.size())), partuuid);
 }
 
 bool begins_with_name(const std::string &wanted, const std::string &drive)
@@ -75,7 +60,115 @@ chosen_disk chosen(const drive &drive, const volume &volume)
     return disk;
 }
 
+// What is empty identifies nothing.
+bool is_named(const volume &volume, const chosen_disk &disk, const disk_name &wanted)
+{
+    if (wanted.value.empty())
+        return false;
+    switch (wanted.kind) {
+    case named_by::partuuid:
+        return ovra::alike(wanted.value, disk.partuuid);
+    case named_by::partlabel:
+        return wanted.value == volume.label;
+    case named_by::uuid:
+        return ovra::alike(wanted.value, volume.fs_uuid);
+    case named_by::label:
+        return wanted.value == volume.fs_label;
+    case named_by::name:
+        break;
+    }
+    return wanted.value == volume.name || wanted.value == volume.kernel_name;
+}
+
+bool is_drive(const drive &drive, const std::string &name)
+{
+    return drive.name == name || drive.kernel_name == name;
+}
+
+chosen_disk with_file(chosen_disk disk, const disk_name &wanted)
+{
+    disk.of_file = wanted.of_file;
+    disk.file = wanted.file;
+    disk.file_system = wanted.file_system;
+    return disk;
+}
+
+void refuse_unread(bool any, const std::string &text, const std::string &kernel_name, int error)
+{
+    if (error != 0)
+        throw failure((any ? "no disk that can be read has " + in_quotes(text) + "; cannot read "
+                           : std::string("cannot read ")) +
+                          "/dev/" + kernel_name + ": " + strerror(error),
+                      error == EACCES || error == EPERM ? "Run this as root." : disks_advice);
+}
+
+// "/dev/sda1" of a kernel's name, in which a folder has another mark.
+std::string in_dev_folder(std::string name)
+{
+    std::replace(name.begin(), name.end(), '!', '/');
+    return ovra::device_folder + name;
+}
+
+// No disk has the name. One that cannot be read may have it.
+[[noreturn]] void refuse_name(const std::vector<drive> &drives, const disk_name &wanted,
+                              const std::string &text)
+{
+    const bool any = wanted.kind != named_by::name;
+    for (const drive &drive : drives) {
+        if (any || is_volume_of(wanted.value, drive.name) || is_volume_of(wanted.value, drive.kernel_name))
+            refuse_unread(any, text, drive.kernel_name, drive.error);
+        for (const volume &volume : drive.volumes)
+            refuse_unread(any, text, volume.kernel_name, volume.error);
+    }
+    const bool is_another_name = !any && !text.ends_with(in_dev_folder(wanted.value)) && wanted.value != text;
+    if (wanted.of_file || is_another_name)
+        throw failure(in_quotes(text) + (wanted.of_file ? " is on " : " is ") +
+                          printable(in_dev_folder(wanted.value)) +
+                          ", which is no disk that a path can lead to",
+                      lies_on(wanted) + disks_advice);
+    throw failure("no disk is named " + in_quotes(text), lies_on(wanted) + disks_advice);
+}
+
+// Only drives that may be meant, or have a partition of this name, are looked into.
+std::vector<drive> drives_for(const disk_name &wanted)
+{
+    std::vector<drive> drives = read_drives(
+        [&](const drive &drive) {
+            return wanted.kind != named_by::name || is_drive(drive, wanted.value) ||
+                   begins_with_name(wanted.value, drive.name) ||
+                   begins_with_name(wanted.value, drive.kernel_name);
+        },
+        wanted.kind == named_by::uuid || wanted.kind == named_by::label);
+    if (drives.empty())
+        require_devices();
+    return drives;
+}
+
+// The partition of a disk that is named itself.
+chosen_disk part_of(const std::vector<drive> &drives, const disk_name &wanted, const std::string &text,
+                    unsigned part)
+{
+    for (const drive &drive : drives) {
+        if (wanted.kind != named_by::name || !is_drive(drive, wanted.value))
+            continue;
+        refuse_unread(false, text, drive.kernel_name, drive.error);
+        for (const volume &volume : drive.volumes) {
+            if (volume.number + (volume.is_slice ? 1 : 0) == part)
+                return chosen(drive, volume);
+        }
+        throw failure("the disk " + both_names(drive.name, drive.kernel_name) +
+                          format(" has no partition %u", part),
+                      disks_advice);
+    }
+    throw failure("--part needs a whole disk, and " + in_quotes(text) + " names none", disks_advice);
+}
+
 } // namespace
+
+std::string chosen_disk::both_names() const
+{
+    return tool::both_names(name, kernel_name);
+}
 
 std::string chosen_disk::told_of(const std::string &typed) const
 {
@@ -84,11 +177,11 @@ std::string chosen_disk::told_of(const std::string &typed) const
         if (each != typed && each != "/dev/")
             names.push_back(printable(each));
     }
-    if (!partuuid.empty() && !same_partuuid(typed, partuuid))
+    if (!partuuid.empty() && !is_partuuid(typed, partuuid))
         names.push_back(std::string(partuuid_prefix) + partuuid);
     if (partuuid.empty() && !signature.empty())
         names.push_back("MBR signature " + signature);
-    return printable(typed) + " is " + join(names, ", ") + '.';
+    return printable(typed) + (of_file ? " is on " : " is ") + join(names, ", ") + '.';
 }
 
 json chosen_disk::members() const
@@ -100,47 +193,53 @@ json chosen_disk::members() const
             {"signature", or_null(signature)}};
 }
 
-chosen_disk find_disk(const std::string &text)
+chosen_disk find_disk(const std::string &text, std::optional<unsigned> part)
 {
-    const std::string advice = "'ovra disks' shows the disks with their names.";
-    const bool by_link = text.starts_with(partuuid_folder);
-    const bool by_uuid = by_link || has_partuuid_prefix(text);
-    const std::string wanted = by_link   ? std::string(partuuid_prefix) + text.substr(partuuid_folder.size())
-                               : by_uuid ? text
-                                         : without_folder(text);
-    // Only drives that may have a partition of this name are looked into.
-    const std::vector<drive> drives = read_drives([&](const drive &drive) {
-        return by_uuid || begins_with_name(wanted, drive.name) || begins_with_name(wanted, drive.kernel_name);
-    });
+    require_machine();
+    const disk_name wanted = understood(text);
+    const std::vector<drive> drives = drives_for(wanted);
+    if (part)
+        return part_of(drives, wanted, text, *part);
     std::vector<chosen_disk> found;
     for (const drive &drive : drives) {
-        if (drive.kernel_name == wanted || drive.name == wanted)
-            throw failure(in_quotes(text) + " is the whole disk " + drive.name,
-                          "One of its slices or partitions is needed. " + advice);
+        const bool is_meant = wanted.kind == named_by::name && is_drive(drive, wanted.value);
+        if (const auto member = is_meant ? member_for_firmware(text, drive) : std::nullopt)
+            return with_file(find_disk(*member), wanted);
+        if (is_meant)
+            throw failure(in_quotes(text) + " is the whole disk " + both_names(drive.name, drive.kernel_name),
+                          lies_on(wanted) + "One of its slices or partitions is needed. " + disks_advice);
         for (const volume &volume : drive.volumes) {
             const chosen_disk next = chosen(drive, volume);
-            if (by_uuid ? same_partuuid(wanted, next.partuuid)
-                        : volume.name == wanted || volume.kernel_name == wanted)
+            if (is_named(volume, next, wanted))
                 found.push_back(next);
         }
     }
-    if (found.size() == 1)
-        return found.front();
+    if (found.empty())
+        refuse_name(drives, wanted, text);
     if (found.size() > 1)
-        throw failure(in_quotes(text) + " names more than one disk",
-                      "They are " + found[0].name + " and " + found[1].name + ". " + advice);
+        throw failure(in_quotes(text) + " names more than one disk", "They are " + found[0].both_names() +
+                                                                         " and " + found[1].both_names() +
+                                                                         ". " + disks_advice);
+    return with_file(std::move(found.front()), wanted);
+}
+
+std::vector<drive> find_drives(const std::string &text)
+{
+    require_machine();
+    const disk_name wanted = understood(text);
+    std::vector<drive> drives = drives_for(wanted);
+    std::vector<drive> found;
     for (const drive &drive : drives) {
-        const bool meant =
-            by_uuid || is_volume_of(wanted, drive.name) || is_volume_of(wanted, drive.kernel_name);
-        if (meant && drive.error != 0)
-            throw failure((by_uuid ? "no disk that can be read has " + in_quotes(text) + "; cannot read "
-                                   : std::string("cannot read ")) +
-                              "/dev/" + drive.kernel_name + ": " + strerror(drive.error),
-                          drive.error == EACCES || drive.error == EPERM ? "Run this as root." : advice);
+        const bool has_it =
+            std::any_of(drive.volumes.begin(), drive.volumes.end(), [&](const volume &volume) {
+                return is_named(volume, chosen(drive, volume), wanted);
+            });
+        if (has_it || (wanted.kind == named_by::name && is_drive(drive, wanted.value)))
+            found.push_back(drive);
     }
-    if (drives.empty())
-        require_devices();
-    throw failure("no disk is named " + in_quotes(text), advice);
+    if (found.empty())
+        refuse_name(drives, wanted, text);
+    return found;
 }
 
 std::vector<chosen_disk> twins_of(const chosen_disk &disk)

@@ -11,7 +11,9 @@
 #include "platform/include/kvlist.h"
 #include "platform/include/volset.h"
 #include "src/base/hard_drive.h"
+#include "src/base/whole_number.h"
 #include "src/base/words.h"
+#include "tools/machine/sysfs.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 
@@ -76,11 +78,26 @@ std::string linux_name(const std::string &kernel_name, unsigned number)
 {
     if (kernel_name.empty() || number == 0)
         return kernel_name;
+    if (kernel_name.starts_with("dm-"))
+        return {}; // partitions are devices of their own, if at all
     const bool digit = isdigit(static_cast<unsigned char>(kernel_name.back())) != 0;
     return kernel_name + (digit ? "p" : "") + std::to_string(number);
 }
 
-void read_volumes(vs_descriptor_t medium, vs_kind_t kind, drive *of)
+void read_file_system(vs_descriptor_t of, volume *volume)
+{
+    int error = 0;
+    const attribute_list list(vs_get_file_system(of, &error));
+    if (error == ENOMEM)
+        throw std::bad_alloc();
+    volume->error = error;
+    if (!list)
+        return;
+    volume->fs_uuid = text_of(list.get(), "uuid");
+    volume->fs_label = text_of(list.get(), "label");
+}
+
+void read_volumes(vs_descriptor_t medium, vs_kind_t kind, bool reads_file_systems, drive *of)
 {
     int error = 0;
     const descriptors found(vs_get_associated_descriptors(medium, kind, &error));
@@ -97,11 +114,15 @@ void read_volumes(vs_descriptor_t medium, vs_kind_t kind, drive *of)
         next.start = number_of(list.get(), next.is_slice ? "start" : "relsect");
         next.size = number_of(list.get(), next.is_slice ? "size" : "nsectors");
         next.guid = array_of(list.get(), "uguid");
+        next.label = text_of(list.get(), "partlabel");
+        // What a whole disk held before it was partitioned may still stand at its start.
+        if (reads_file_systems && (next.is_slice || next.number != 0 || found.get()[1] == 0))
+            read_file_system(*at, &next);
         of->volumes.push_back(std::move(next));
     }
 }
 
-void read_medium(vs_descriptor_t of, drive *drive)
+void read_medium(vs_descriptor_t of, bool reads_file_systems, drive *drive)
 {
     int error = 0;
     const descriptors media(vs_get_associated_descriptors(of, VS_MEDIA, &error));
@@ -115,8 +136,8 @@ void read_medium(vs_descriptor_t of, drive *drive)
     uint32_t signature = 0;
     if (kvlist_lookup_uint32(list.get(), "volserno", &signature) == 0)
         drive->signature = signature;
-    read_volumes(medium, VS_SLICE, drive);
-    read_volumes(medium, VS_PARTITION, drive);
+    read_volumes(medium, VS_SLICE, reads_file_systems, drive);
+    read_volumes(medium, VS_PARTITION, reads_file_systems, drive);
 }
 
 attachment read_attachment(kvlist_t *list)
@@ -158,8 +179,10 @@ const char *drive::medium() const
     return ovra::by_value(ovra::partition_formats, signature ? ovra::format_mbr : ovra::format_gpt)->text;
 }
 
-std::vector<drive> read_drives(const std::function<bool(const drive &)> &reads_media)
+std::vector<drive> read_drives(const std::function<bool(const drive &)> &reads_media, bool reads_file_systems)
 {
+    if (!has_devices())
+        return {};
     int error = 0;
     const descriptors found(vs_get_descriptors(VS_DRIVE, nullptr, &error));
     if (!found)
@@ -168,7 +191,7 @@ std::vector<drive> read_drives(const std::function<bool(const drive &)> &reads_m
     for (const vs_descriptor_t *at = found.get(); *at; ++at) {
         drives.push_back(read_drive(*at));
         if (reads_media(drives.back()))
-            read_medium(*at, &drives.back());
+            read_medium(*at, reads_file_systems, &drives.back());
     }
     return drives;
 }
@@ -181,6 +204,26 @@ drive drive_of(const std::string &volume)
             return drive;
     }
     throw failure("the disks changed: " + volume + " is gone", "Nothing was written.");
+}
+
+std::string both_names(const std::string &name, const std::string &kernel_name)
+{
+    return name + (kernel_name.empty() ? "" : " (" + printable(kernel_name) + ')');
+}
+
+std::string kernel_name_of(const std::vector<drive> &drives, std::string_view volume)
+{
+    for (const drive &drive : drives) {
+        if (volume == drive.name)
+            return drive.kernel_name;
+        if (!volume.starts_with(drive.name))
+            continue;
+        const std::string_view rest = volume.substr(drive.name.size());
+        const auto number = rest.empty() ? std::nullopt : ovra::whole_number<unsigned>(rest.substr(1));
+        if (number && (rest[0] == 's' || rest[0] == 'p'))
+            return linux_name(drive.kernel_name, rest[0] == 's' ? *number + 1 : *number);
+    }
+    return {};
 }
 
 bytes hard_drive_node(const drive &drive, const volume &volume)

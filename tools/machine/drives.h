@@ -24,7 +24,13 @@ struct volume {
     unsigned number = 0; // as in its name
     uint64_t start = 0;  // in logical blocks, as is the size
     uint64_t size = 0;
-    bytes guid; // of a slice: 16 bytes as they stand on disk
+    bytes guid;        // of a slice: 16 bytes as they stand on disk
+    std::string label; // of a slice, in its entry
+
+    // Of the file system, when read_drives was to read it.
+    std::string fs_uuid;
+    std::string fs_label;
+    int error = 0; // errno value: why it cannot be read
 };
 
 // How a drive is attached behind the function of its controller, as libvolset (volset.h) names it.
@@ -58,8 +64,16 @@ struct drive {
     const char *medium() const;
 };
 
-// All drives, and what is on those for which `reads_media` says so. Throws a failure.
-std::vector<drive> read_drives(const std::function<bool(const drive &)> &reads_media);
+// All drives, and what is on those for which `reads_media` says so, with file systems or without. Throws a
+// failure.
+std::vector<drive> read_drives(const std::function<bool(const drive &)> &reads_media,
+                               bool reads_file_systems = false);
+
+// The name with Linux's behind it, if that is known: "c0t0d0s0 (sda1)".
+std::string both_names(const std::string &name, const std::string &kernel_name);
+
+// Linux's name of a drive, slice or partition; empty without the drive.
+std::string kernel_name_of(const std::vector<drive> &drives, std::string_view volume);
 
 // The drive that has a slice or partition of this name. Throws a failure, also when there is none.
 drive drive_of(const std::string &volume);

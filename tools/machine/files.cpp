@@ -2,9 +2,15 @@
 #include "tools/machine/files.h"
 
 #include <cerrno>
+#include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
+#include <memory>
+#include <sys/resource.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
+
+#include "tools/text/failure.h"
 
 namespace tool {
 
@@ -28,6 +34,17 @@ std::optional<struct statx> look_at(const std::string &path)
     return found;
 }
 
+void for_each_name(const std::string &folder, const std::function<void(std::string_view)> &take)
+{
+    const auto close = [](DIR *open) { closedir(open); };
+    const std::unique_ptr<DIR, decltype(close)> names(opendir(folder.c_str()), close);
+    while (const dirent *entry = names ? readdir(names.get()) : nullptr) {
+        const std::string_view name = static_cast<const char *>(entry->d_name);
+        if (name != "." && name != "..")
+            take(name);
+    }
+}
+
 int can_open(size_t files)
 {
     const int fd = open("/", O_PATH | O_CLOEXEC);
@@ -38,9 +55,45 @@ int can_open(size_t files)
     return reason;
 }
 
+bytes contents(const std::string &file, size_t limit, const char *when_larger)
+{
+    const std::string cannot = "cannot read " + (file.empty() ? "\"\"" : printable(file)) + ": ";
+    // Not blocking, as the name may be a FIFO's or a terminal's.
+    const int fd = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd == -1)
+        throw failure(cannot + strerror(errno));
+    struct stat info = {};
+    if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        const bool is_folder = S_ISDIR(info.st_mode);
+        close(fd);
+        throw failure(cannot + (is_folder ? strerror(EISDIR) : "it is not a regular file"));
+    }
+    bytes data(limit + 1);
+    size_t size = 0;
+    ssize_t part = 0;
+    while (size < data.size() &&
+           ((part = read(fd, data.data() + size, data.size() - size)) > 0 || (part == -1 && errno == EINTR)))
+        size += part > 0 ? static_cast<size_t>(part) : 0;
+    const int error = errno;
+    close(fd);
+    if (part == -1)
+        throw failure(cannot + strerror(error));
+    if (size > limit)
+        throw failure(cannot + when_larger);
+    data.resize(size);
+    return data;
+}
+
 bool is_marked(const struct statx &file)
 {
     return (file.stx_attributes & (STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND)) != 0;
+}
+
+uint64_t largest_file()
+{
+    struct rlimit limit = {};
+    return getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY ? limit.rlim_cur
+                                                                                   : UINT64_MAX;
 }
 
 } // namespace tool

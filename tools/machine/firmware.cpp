@@ -5,11 +5,11 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <regex>
-#include <set>
-#include <tuple>
 #include <unistd.h>
+#include <unordered_set>
 
 #include "tools/machine/capture.h"
 #include "tools/text/failure.h"
@@ -18,15 +18,11 @@ namespace tool {
 
 namespace {
 
-bytes copy(const void *data, size_t size)
-{
-    const auto *begin = static_cast<const uint8_t *>(data);
-    return size == 0 ? bytes{} : bytes(begin, begin + size);
-}
-
 // Statuses that libovra's messages give as digits, in words.
 std::string with_status_names(std::string text)
 {
+    if (text.empty())
+        return text;
     static const std::regex digits("\\b8[0-9a-f]{15}\\b");
     std::smatch found;
     while (std::regex_search(text, found, digits)) {
@@ -72,6 +68,8 @@ firmware::firmware(std::string root) : folder(std::move(root))
                       "The command works on a machine, not on test files: unset it.");
     if (call([this] { return ovra_init(&handle); }) == 0)
         return;
+    if (!image.empty())
+        refuse_file();
     const std::string where = folder.empty() ? "this machine" : folder;
     if (error == ENOENT || error == ENOTDIR)
         throw failure("no firmware variables on " + where,
@@ -90,6 +88,8 @@ firmware::~firmware()
 
 std::string firmware::permission_advice() const
 {
+    if (geteuid() != 0 && !image.empty())
+        return "Run this as root, or as the owner of the file and its folder.";
     if (geteuid() != 0)
         return folder.empty() ? "Run this as root." : "Run this as root, or as the owner of the folder.";
     return "The variables are protected against this, even for root.";
@@ -105,6 +105,8 @@ std::string firmware::root_folder() const
 
 std::string firmware::variables_folder() const
 {
+    if (!image.empty())
+        return std::filesystem::path(image).parent_path();
     return root_folder() + "/sys/firmware/efi/efivars";
 }
 
@@ -140,14 +142,19 @@ int firmware::call(const std::function<int()> &function)
     return done.result;
 }
 
-EFI_STATUS firmware::service(const std::string &what, const std::function<int(EFI_STATUS *)> &function)
+EFI_STATUS firmware::service(const std::string &what, const service_call &function)
+{
+    return service([&what] { return what; }, function);
+}
+
+EFI_STATUS firmware::service(const std::function<std::string()> &what, const service_call &function)
 {
     EFI_STATUS status = EFI_SUCCESS;
     if (call([&] { return function(&status); }) == 0)
         return status;
     if (is_permission(error))
-        throw failure(what + ": no permission", permission_advice(), messages);
-    throw failure(what + ": " + strerror(error), {}, messages);
+        throw failure(what() + ": no permission", permission_advice(), messages);
+    throw failure(what() + ": " + strerror(error), {}, messages);
 }
 
 void firmware::check(const std::string &what, EFI_STATUS status)
@@ -178,44 +185,51 @@ void firmware::require_read(const std::string &name, const variable &read, const
 
 std::vector<variable_id> firmware::variables()
 {
-    // A program that removes a variable meanwhile can end a walk that stands at it: then it begins anew.
-    constexpr int attempts = 20;
-    std::optional<std::vector<variable_id>> all;
-    for (int attempt = 1; !all; ++attempt)
-        all = walk(attempt < attempts);
-    return *all;
+    std::vector<variable_id> all;
+    visit_variables([&all] { all.clear(); }, [&all](const variable_id &id) { all.push_back(id); });
+    return all;
 }
 
-std::optional<std::vector<variable_id>> firmware::walk(bool may_end_early)
+void firmware::visit_variables(const std::function<void()> &begin, const taking &take)
 {
-    std::vector<variable_id> found;
-    std::set<std::u16string> seen; // names, each with its vendor after it
+    // A program that removes a variable meanwhile can end a walk that stands at it: then it begins anew.
+    constexpr int attempts = 20;
+    int attempt = 1;
+    do
+        begin();
+    while (!walk(attempt++ < attempts, take));
+}
+
+bool firmware::walk(bool may_end_early, const taking &take)
+{
+    const std::string what = "cannot list the variables";
+    std::unordered_set<std::u16string> seen; // names, each with its vendor after it
     variable_id id;
+    variable_id entry;
     id.name.assign(512, 0);
     for (;;) {
         UINTN size = id.name.size() * sizeof(CHAR16);
-        const EFI_STATUS status = service("cannot list the variables", [&](EFI_STATUS *answer) {
+        const EFI_STATUS status = service(what, [&](EFI_STATUS *answer) {
             return ovra_get_next_variable_name(handle, &size, id.name.data(), &id.guid, answer);
         });
         if (status == EFI_NOT_FOUND)
-            return found;
+            return true;
         if (status == EFI_BUFFER_TOO_SMALL && size > id.name.size() * sizeof(CHAR16)) {
             id.name.resize(size / sizeof(CHAR16) + 1);
             continue;
         }
         if (status == EFI_INVALID_PARAMETER && may_end_early)
-            return std::nullopt;
-        check("cannot list the variables", status);
-        const auto end = std::find(id.name.begin(), id.name.end(), 0);
-        variable_id entry = {{id.name.begin(), end}, id.guid};
+            return false;
+        check(what, status);
+        entry.name.assign(id.name.begin(), std::find(id.name.begin(), id.name.end(), 0));
         entry.name.push_back(0);
+        entry.guid = id.guid;
         std::u16string key(entry.name.begin(), entry.name.end());
-        for (const uint8_t byte : copy(&entry.guid, sizeof entry.guid))
-            key.push_back(byte);
-        if (!seen.insert(key).second)
-            throw failure("cannot list the variables: the firmware gives " + in_quotes(to_utf8(entry.name)) +
-                          " a second time");
-        found.push_back(std::move(entry));
+        key.append(sizeof entry.guid / sizeof(CHAR16), 0);
+        memcpy(&key[entry.name.size()], &entry.guid, sizeof entry.guid);
+        if (!seen.insert(std::move(key)).second)
+            throw failure(what + ": the firmware gives " + in_quotes(to_utf8(entry.name)) + " a second time");
+        take(entry);
     }
 }
 
@@ -225,19 +239,24 @@ variable firmware::read(const variable_id &id)
     EFI_GUID guid = id.guid;
     variable result;
     UINTN size = 0;
-    // A variable may grow between the two requests; one that always does is given up.
+    // Nearly all variables fit at the first request: each may be one to the firmware. A variable may grow
+    // between two; one that always does is given up.
+    constexpr size_t first_room = 1u << 16;
+    const auto what = [&id] { return "cannot read " + to_utf8(id.name); };
     for (int attempt = 0; attempt < 5; ++attempt) {
-        result.data.resize(size);
-        result.status = service("cannot read " + to_utf8(id.name), [&](EFI_STATUS *answer) {
-            return ovra_get_variable(handle, name.data(), &guid, &result.attributes, &size,
-                                     result.data.empty() ? nullptr : result.data.data(), answer);
+        buffer.resize(std::max<size_t>({size, buffer.size(), first_room}));
+        size = buffer.size();
+        result.status = service(what, [&](EFI_STATUS *answer) {
+            return ovra_get_variable(handle, name.data(), &guid, &result.attributes, &size, buffer.data(),
+                                     answer);
         });
         if (result.status != EFI_BUFFER_TOO_SMALL)
             break;
     }
     if (result.status != EFI_SUCCESS)
         return {result.status, error, 0, {}};
-    result.data.resize(std::min<size_t>(size, result.data.size()));
+    const auto end = buffer.begin() + static_cast<std::ptrdiff_t>(std::min<size_t>(size, buffer.size()));
+    result.data.assign(buffer.begin(), end);
     return result;
 }
 

@@ -45,6 +45,9 @@ constexpr const char *clock_state = "time-offset";
 constexpr const char *alarm_state = "wakeup";
 constexpr const char *capacity_state = "capacity";
 
+// The file that HWPLAT_VARS names and that keeps the machine's variables; empty when nothing is named.
+std::string file_of_variables();
+
 class firmware {
 public:
     // `root` names the machine's folder in messages; empty for the machine that runs the command.
@@ -67,6 +70,7 @@ public:
         int64_t store = 0;  // bytes of the variable store
         int64_t blocks = 0; // of the file system that has the variables as files
         int64_t files = 0;
+        bool at_once = false; // the changes follow: one that takes no room may itself tell that it cannot be
     };
     // Throws what change_global would, as far as can be told without writing. What the change takes is added
     // to what earlier ones of the same verb take.
@@ -111,14 +115,22 @@ public:
     bool is_live() const; // the clock is the host's chip, which keeps no time zone
     void reset(EFI_RESET_TYPE type);
     void check_reset();
+    std::optional<uint16_t> booted_next(); // by a machine in a folder or a file
 
 private:
     // Calls the library; 0 or -1, and `messages` and `error` say what else came of it.
     int call(const std::function<int()> &function);
-    // Calls a runtime service: throws unless it gave a status.
-    EFI_STATUS service(const std::string &what, const std::function<int(EFI_STATUS *)> &function);
-    // All variables; nothing when the walk ended early, which may not throw then.
-    std::optional<std::vector<variable_id>> walk(bool may_end_early);
+    // Calls a runtime service: throws unless it gave a status. `what` begins the message; the second form
+    // asks for it only then, for what is called often.
+    using service_call = std::function<int(EFI_STATUS *)>;
+    EFI_STATUS service(const std::string &what, const service_call &function);
+    EFI_STATUS service(const std::function<std::string()> &what, const service_call &function);
+    // Hands over each variable, in a walk for which `begin` is called; once more when one ended early.
+    using taking = std::function<void(const variable_id &)>;
+    void visit_variables(const std::function<void()> &begin, const taking &take);
+    bool walk(bool may_end_early, const taking &take); // false when it ended early, else that is thrown
+    // An option that the library would read in no other way.
+    std::optional<load_option> plain_option(const std::string &name);
     // Throws unless a request to read something succeeded.
     void check(const std::string &what, EFI_STATUS status);
     void require_read(const std::string &name, const variable &read, const std::string &when_damaged = {});
@@ -153,8 +165,13 @@ private:
     // Throws unless a request that reads a file of the machine's state succeeded.
     void require_state(const std::string &what, EFI_STATUS status, const std::string &state,
                        const std::string &repair);
-    std::optional<uint16_t> booted_next(); // by a folder's machine
     std::optional<variable_store> store();
+    int64_t overhead_of(const std::string &name) const;
+    [[noreturn]] void refuse_file() const;
+    bool is_changed_by_reset(const change_request &request);
+    void require_clock(const std::string &what) const;
+    bool may_replace_image() const;
+    void check_copy(const change_request &request) const;
 
     unreadable why_unreadable(const std::string &name);
     std::optional<uint16_t> named_option(const char *variable);
@@ -167,9 +184,11 @@ private:
     std::string file_of(const change_request &request) const;
 
     std::string folder;
+    const std::string image = file_of_variables();
     ovra_hdl_t handle = nullptr;
     std::string messages;
     int error = 0;
+    bytes buffer; // for what is read
 };
 
 } // namespace tool

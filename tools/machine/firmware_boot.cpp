@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Load options and the variables that name them.
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <set>
 
+#include "tools/machine/files.h"
 #include "tools/machine/firmware.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
@@ -13,25 +14,29 @@ namespace tool {
 
 std::vector<uint16_t> firmware::options()
 {
-    std::set<uint16_t> numbers;
-    for (const variable_id &id : variables()) {
-        const std::string name = to_utf8(id.name);
-        const auto number = ovra::option_number(name);
-        // Firmware boots only options of its own vendor, and of the one spelling.
-        if (number && ovra::same_guid(id.guid, ovra::global_variable_guid))
-            numbers.insert(*number);
-    }
+    std::vector<bool> there;
+    visit_variables([&there] { there.assign(UINT16_MAX + 1, false); },
+                    [&there](const variable_id &id) {
+                        // Firmware boots only options of its own vendor, and of the one spelling.
+                        const auto number = ovra::option_number(to_utf8(id.name));
+                        if (number && ovra::same_guid(id.guid, ovra::global_variable_guid))
+                            there[*number] = true;
+                    });
     // What is damaged is not enumerated; where variables are files it is there all the same.
-    std::error_code ignored;
-    for (std::filesystem::directory_iterator file(variables_folder(), ignored), end; !ignored && file != end;
-         file.increment(ignored)) {
-        const std::string name = file->path().filename().string().substr(0, option_name(0).size());
-        const auto number = parse_option(name);
-        if (number && !numbers.contains(*number) && file->path() == file_of(option_name(*number)) &&
-            option_exists(*number))
-            numbers.insert(*number);
+    const std::string after_name = '-' + guid_text(ovra::global_variable_guid);
+    const auto add_damaged = [&](std::string_view name) {
+        const auto number = ovra::option_number(name.substr(0, ovra::option_name::length));
+        if (number && !there[*number] && name.substr(ovra::option_name::length) == after_name)
+            there[*number] = option_exists(*number);
+    };
+    if (image.empty())
+        for_each_name(variables_folder(), add_damaged);
+    std::vector<uint16_t> numbers;
+    for (size_t number = 0; number < there.size(); ++number) {
+        if (there[number])
+            numbers.push_back(static_cast<uint16_t>(number));
     }
-    return {numbers.begin(), numbers.end()};
+    return numbers;
 }
 
 bool firmware::option_exists(uint16_t number)
@@ -82,9 +87,34 @@ unreadable firmware::why_unreadable(const std::string &name)
     return because("the library cannot read it", bytes_advice);
 }
 
+std::optional<load_option> firmware::plain_option(const std::string &name)
+{
+    const variable is = read_global(name);
+    const auto parts = split(is.data);
+    const auto is_plain = [](CHAR16 unit) { return !ovra::is_surrogate(unit); };
+    if (is.status != EFI_SUCCESS || !parts || parts->description.size() > ovra::description_limit ||
+        is.data.size() - parts->optional_data.size() > UINT16_MAX)
+        return std::nullopt;
+    std::vector<CHAR16> units(ovra::unit_count(parts->description));
+    memcpy(units.data(), parts->description.data(), units.size() * sizeof(CHAR16));
+    load_option option;
+    option.attributes = parts->attributes;
+    option.description = to_utf8(units);
+    if (!std::all_of(units.begin(), units.end(), is_plain) ||
+        option.description.size() > ovra::description_limit)
+        return std::nullopt;
+    option.path.assign(parts->path.begin(), parts->path.end());
+    option.optional_data.assign(parts->optional_data.begin(), parts->optional_data.end());
+    return option;
+}
+
 load_option firmware::read_option(uint16_t number)
 {
     std::string name = option_name(number);
+    // The library asks for the size first, and keeps what it hands out: it is asked for what only it can
+    // tell, and for why an option cannot be read.
+    if (auto plain = plain_option(name))
+        return *std::move(plain);
     load_option option;
     ovra_epath_t path = nullptr;
     int path_size = 0;
@@ -122,12 +152,15 @@ std::vector<uint16_t> firmware::order()
     const variable is = read_global("BootOrder");
     if (is.status == EFI_NOT_FOUND)
         return {};
-    std::error_code ignored;
-    const std::string path = file_of("BootOrder");
-    require_read("BootOrder", is,
-                 std::filesystem::is_directory(path, ignored)
-                     ? "A folder is in its place: remove " + path + '.'
-                     : "'ovra order set' writes a new one.");
+    if (is_damaged(is)) {
+        std::error_code ignored;
+        const std::string path = file_of("BootOrder");
+        require_read("BootOrder", is,
+                     std::filesystem::is_directory(path, ignored)
+                         ? "A folder is in its place: remove " + path + '.'
+                         : "'ovra order set' writes a new one.");
+    }
+    require_read("BootOrder", is);
     // The firmware does not look at half an entry either.
     if (is.data.size() % sizeof(uint16_t) != 0)
         warn(format("BootOrder has %zu bytes: the last one is half an entry", is.data.size()),

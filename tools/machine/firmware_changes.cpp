@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstring>
 #include <linux/magic.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/vfs.h>
@@ -16,25 +15,10 @@
 
 namespace tool {
 
-namespace {
-
-// What a folder's machine counts for a variable beside its data: attributes and name.
-int64_t overhead_of(const std::string &name)
-{
-    return static_cast<int64_t>(sizeof(uint32_t) + (name.size() + 1) * sizeof(CHAR16));
-}
-
-uint64_t largest_file()
-{
-    struct rlimit limit = {};
-    return getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY ? limit.rlim_cur
-                                                                                   : UINT64_MAX;
-}
-
-} // namespace
-
 bool firmware::is_real() const
 {
+    if (!image.empty())
+        return false;
     struct statfs info = {};
     return statfs(variables_folder().c_str(), &info) == 0 &&
            static_cast<uint32_t>(info.f_type) == EFIVARFS_MAGIC;
@@ -42,6 +26,8 @@ bool firmware::is_real() const
 
 std::string firmware::file_of(const std::string &name) const
 {
+    if (!image.empty())
+        return image;
     return variables_folder() + '/' + name + '-' + guid_text(ovra::global_variable_guid);
 }
 
@@ -116,6 +102,13 @@ void firmware::change_global(const std::string &name, const bytes &data)
 void firmware::check_room(const change_request &request, const variable &before, room_taken *planned)
 {
     const bool real = is_real();
+    const int64_t overhead = overhead_of(request.name);
+    const bool frees = before.status == EFI_SUCCESS && !real; // real firmware does so at the next start
+    const int64_t freed = frees ? overhead + static_cast<int64_t>(before.data.size()) : 0;
+    const int64_t taken = request.size != 0 ? overhead + static_cast<int64_t>(request.size) : 0;
+    planned->store += taken - freed;
+    if (planned->at_once && taken <= freed)
+        return; // to count what there is would take longer than the change
     const auto room = store();
     if (!room && !real && request.size != 0) // which is asked for what grows, and for what it may be
         throw capacity_unknown(request);
@@ -123,11 +116,6 @@ void firmware::check_room(const change_request &request, const variable &before,
         return;
     if (!real && request.size > room->largest)
         throw too_large(request, *room);
-    const int64_t overhead = overhead_of(request.name);
-    const bool frees = before.status == EFI_SUCCESS && !real; // real firmware does so at the next start
-    const int64_t freed = frees ? overhead + static_cast<int64_t>(before.data.size()) : 0;
-    const int64_t taken = request.size != 0 ? overhead + static_cast<int64_t>(request.size) : 0;
-    planned->store += taken - freed;
     if (taken > freed && planned->store > static_cast<int64_t>(room->left))
         throw no_room(request, room);
 }
@@ -144,6 +132,8 @@ void firmware::check_limits(const change_request &request) const
 
 void firmware::check_file_system(const change_request &request, room_taken *planned) const
 {
+    if (!image.empty())
+        return check_copy(request);
     check_limits(request);
     struct statvfs info = {};
     if (statvfs(folder_of(request).c_str(), &info) != 0 || info.f_frsize == 0)
@@ -189,11 +179,15 @@ void firmware::check_change(const std::string &name, const bytes &data, room_tak
 
 std::string firmware::lock_file() const
 {
+    if (!image.empty())
+        return image;
     return is_live() ? "/run/ovra.lock" : root_folder() + "/var/lib/hwplat/lock";
 }
 
 int firmware::lock_obstacle() const
 {
+    if (!image.empty()) // it needs not be made
+        return access(image.c_str(), F_OK) == 0 ? 0 : errno;
     if (is_live() && geteuid() != 0)
         return EACCES;
     // Folders on the way are entered one by one, links not followed, and what is missing is made.

@@ -21,6 +21,7 @@ EFI_TIME firmware::time(EFI_TIME_CAPABILITIES *capabilities)
 
 firmware::alarm firmware::wakeup_time()
 {
+    require_clock("cannot read the wake-up alarm");
     alarm result;
     BOOLEAN enabled = B_FALSE;
     BOOLEAN pending = B_FALSE;
@@ -47,6 +48,7 @@ firmware::change_request firmware::request_of_state(const std::string &what, con
 
 void firmware::check_state(const change_request &request) const
 {
+    require_clock(request.what);
     if (request.state.empty() || access(state_folder().c_str(), F_OK) != 0) // made like that of the lock
         return;
     if (auto known = obstacle(request))
@@ -89,6 +91,7 @@ void firmware::check_set_wakeup_time() const
 void firmware::check_clear_wakeup_time() const
 {
     const change_request request = request_of_state("cannot set the wake-up alarm", alarm_state);
+    require_clock(request.what);
     const auto file = request.state.empty() ? std::nullopt : look_at(file_of(request));
     if (!file)
         return;
@@ -103,7 +106,9 @@ void firmware::reset(EFI_RESET_TYPE type)
         return;
     // In a folder the next start is played by writing variables.
     throw why_not({"cannot reset the machine",
-                   is_live() || is_real() ? "" : "BootCurrent",
+                   is_live() || is_real() ? ""
+                   : image.empty()        ? "BootCurrent"
+                                          : "BootNext",
                    boot_variable_attributes,
                    sizeof(uint16_t),
                    {}},
@@ -128,7 +133,7 @@ void firmware::check_reset()
          {std::pair("BootCurrent", booted_next() ? sizeof(uint16_t) : 0), std::pair("BootNext", size_t{0})}) {
         request.name = name;
         request.size = size;
-        if (size == 0 && !look_at(file_of(request)))
+        if (!is_changed_by_reset(request))
             continue;
         if (auto known = obstacle(request))
             throw not_changed(*known);
@@ -138,6 +143,8 @@ void firmware::check_reset()
 
 bool firmware::is_live() const
 {
+    if (!image.empty())
+        return false;
     struct stat here = {};
     struct stat live = {};
     const std::string root = root_folder();

@@ -46,6 +46,9 @@ not_changed firmware::no_room(const change_request &request, const std::optional
 
 not_changed firmware::file_system_full(const change_request &request) const
 {
+    if (!image.empty())
+        return not_changed(request.what + ": the file system is full",
+                           image + " is written anew, beside the old one: make room for it.");
     return not_changed(request.what + ": the file system is full",
                        (request.state.empty() ? "The variables are files in " : "It is a file in ") +
                            folder_of(request) + ": make room there.");
@@ -101,7 +104,8 @@ std::optional<not_changed> firmware::obstacle(const change_request &request) con
     if (!real) {
         if (auto found = obstacle_in_folder(request))
             return found;
-        return may(all, R_OK | W_OK | X_OK) ? std::nullopt : std::optional(no_permission(request));
+        const bool allowed = may(all, R_OK | W_OK | X_OK) && (image.empty() || may_replace_image());
+        return allowed ? std::nullopt : std::optional(no_permission(request));
     }
     if (geteuid() == 0) // for which the platform lifts the mark that the kernel puts on variables
         return std::nullopt;
@@ -125,8 +129,9 @@ std::optional<not_changed> firmware::obstacle_of_attributes(const change_request
         (!real && ((attributes & ~possible) != 0 || (attributes & EFI_VARIABLE_BOOTSERVICE_ACCESS) == 0));
     if (impossible)
         return not_changed(
-            what, real ? "No variable can have these attributes; the firmware's own setup may delete it."
-                       : "No variable can have these attributes: remove " + file_of(request) + '.');
+            what, real || !image.empty()
+                      ? "No variable can have these attributes; the firmware's own setup may delete it."
+                      : "No variable can have these attributes: remove " + file_of(request) + '.');
     // A folder cannot check the signature that even a deletion needs.
     if ((attributes & authenticated) != 0 && (request.size != 0 || !real))
         return not_changed(what, "Only the holder of its key can change an authenticated variable.");
@@ -164,6 +169,8 @@ not_changed firmware::why_not(const change_request &request, EFI_STATUS status)
         return with_messages(file_system_full(request));
     // The library does not hand on why a write failed; whether there was room for it can be asked.
     const auto room = request.name.empty() ? std::nullopt : store();
+    if (!real && !room && !request.name.empty() && request.size != 0)
+        return with_messages(capacity_unknown(request));
     if (!real && room && room->largest < request.size)
         return with_messages(too_large(request, *room));
     const bool no_memory = reason == ENOMEM; // of this process, which has the same status

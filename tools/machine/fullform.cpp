@@ -203,8 +203,8 @@ std::string hardware::text_of(const drive &drive) const
 {
     const place found = place_of(drive);
     if (!found.problem.empty())
-        throw failure("the full form of " + drive.name + ", " + printable(drive.kernel_name) +
-                          ", is not known: " + printable(found.problem),
+        throw failure("the full form of " + both_names(drive.name, drive.kernel_name) +
+                          " is not known: " + printable(found.problem),
                       "Without --full the path is the short form, which firmware finds on any controller.");
     return found.text + behind_function(drive.attached);
 }

@@ -10,6 +10,7 @@ namespace tool {
 
 struct general_options {
     std::optional<std::string> root; // the folder of another machine
+    std::optional<std::string> vars; // the file of another machine's variables
     bool json = false;               // print for programs
     bool dry_run = false;            // change nothing, say what would be written
 

@@ -32,6 +32,10 @@ std::string process_name(pid_t process)
     struct stat file = {};
     const std::string cannot = "cannot lock the machine: ";
     switch (error) {
+    case EBUSY:
+        throw failure(cannot + "another program has " + machine.lock_file() + " open",
+                      "A virtual machine that runs keeps it so: change its options from within, or\n"
+                      "shut it down first.");
     case ETIMEDOUT:
         throw failure(format("another program has been changing the machine for %u seconds", seconds_to_wait),
                       holder > 0 ? "It is process " + std::to_string(holder) + process_name(holder) + '.'

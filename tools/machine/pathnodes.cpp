@@ -143,6 +143,17 @@ bytes joined(byte_view front, byte_view path)
     return all;
 }
 
+void require_devices(byte_view encoded)
+{
+    const auto instances = instances_of(encoded);
+    if (instances.size() > 1)
+        throw failure("the path has several instances",
+                      "Only the first of the option would be replaced; --path-hex of 'ovra create' takes any "
+                      "path.");
+    if (std::any_of(instances[0].begin(), instances[0].end(), is_file))
+        throw failure("the path has a file before its end", "'ovra create' takes any path.");
+}
+
 bytes with_devices(byte_view packed, byte_view nodes)
 {
     const first_instance first = split_stored(packed);

@@ -37,6 +37,9 @@ bool ends_plainly(byte_view packed);
 // Throws a failure when a path that was encoded has an END node before its last node.
 void require_one_instance(byte_view encoded);
 
+// The same for one that is to be put before the file of another: it has neither another instance nor a file.
+void require_devices(byte_view encoded);
+
 // The path in `packed` with other device nodes, or with another file, in its first instance. Every other byte
 // stays, also of nodes that have no text. `nodes` is a packed path of just what is new. Throws a failure when
 // the path is not well-formed.

@@ -16,14 +16,34 @@ namespace {
 
 std::string root_folder()
 {
-    const char *root = secure_getenv("HWPLAT_ROOT");
-    return root ? root : "";
+    return named_root().value_or("");
 }
 
 } // namespace
 
+// The devices of the machine that runs the command are not those of a machine whose variables are in a file.
+bool has_devices()
+{
+    return !secure_getenv("HWPLAT_VARS") || secure_getenv("HWPLAT_ROOT");
+}
+
+void require_machine()
+{
+    if (!has_devices())
+        throw failure("the disks and devices of this machine are not known, only its variables",
+                      "'--root DIR' beside '--vars' names a folder with them; '--root /' takes those of the\n"
+                      "machine that runs this, as when the disk is attached to it.");
+}
+
+std::optional<std::string> named_root()
+{
+    const char *root = secure_getenv("HWPLAT_ROOT");
+    return root ? std::optional<std::string>(root) : std::nullopt;
+}
+
 void require_sysfs(const std::string &folder)
 {
+    require_machine();
     const std::string sys = (folder.empty() ? root_folder() : folder) + "/sys";
     std::error_code error;
     if (std::filesystem::directory_iterator(sys, error) != std::filesystem::directory_iterator() && !error)
@@ -37,6 +57,7 @@ void require_sysfs(const std::string &folder)
 
 void require_devices()
 {
+    require_machine();
     const std::string folder = root_folder();
     if (access((folder + "/sys/devices").c_str(), F_OK) == 0)
         return;

@@ -2,12 +2,7 @@
 #include "tools/ovra/arguments.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
@@ -15,11 +10,15 @@
 #include "src/base/device_name.h"
 #include "src/base/nodes.h"
 #include "src/base/whole_number.h"
+#include "tools/machine/arrays.h"
 #include "tools/machine/drives.h"
+#include "tools/machine/files.h"
 #include "tools/machine/fullform.h"
 #include "tools/machine/pathnodes.h"
+#include "tools/paste/pasted.h"
 #include "tools/text/failure.h"
 #include "tools/text/loadoption.h"
+#include "tools/text/nodeparse.h"
 #include "tools/text/numbers.h"
 
 namespace tool {
@@ -29,35 +28,6 @@ namespace {
 using texts = std::vector<std::string>;
 
 constexpr size_t file_limit = 1 << 20; // far above what firmware stores
-
-bytes contents(const std::string &file)
-{
-    const std::string cannot = "cannot read " + (file.empty() ? "\"\"" : printable(file)) + ": ";
-    // Not blocking, as the name may be a FIFO's or a terminal's.
-    const int fd = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    if (fd == -1)
-        throw failure(cannot + strerror(errno));
-    struct stat info = {};
-    if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
-        const bool is_folder = S_ISDIR(info.st_mode);
-        close(fd);
-        throw failure(cannot + (is_folder ? strerror(EISDIR) : "it is not a regular file"));
-    }
-    bytes data(file_limit + 1);
-    size_t size = 0;
-    ssize_t part = 0;
-    while (size < data.size() &&
-           ((part = read(fd, data.data() + size, data.size() - size)) > 0 || (part == -1 && errno == EINTR)))
-        size += part > 0 ? static_cast<size_t>(part) : 0;
-    const int error = errno;
-    close(fd);
-    if (part == -1)
-        throw failure(cannot + strerror(error));
-    if (size > file_limit)
-        throw failure(cannot + "it is larger than any firmware variable");
-    data.resize(size);
-    return data;
-}
 
 } // namespace
 
@@ -150,7 +120,7 @@ void optional_data_arguments::declare(CLI::App &app)
 std::optional<bytes> optional_data_arguments::read() const
 {
     if (file)
-        return contents(*file);
+        return contents(*file, file_limit, "it is larger than any firmware variable");
     if (text)
         return stored(to_ucs2(*text).value());
     return std::nullopt;
@@ -158,26 +128,37 @@ std::optional<bytes> optional_data_arguments::read() const
 
 CLI::Option *disk_argument::declare(CLI::App &app, const char *option, const char *help)
 {
-    return add_value(app, option, "DISK", help, [this](const std::string &text) { name = text; });
+    auto *named = add_value(app, option, "DISK", help, [this](const std::string &text) { name = text; });
+    add_value(app, "--part", "N", "of the disk that is named, the partition that Linux gives this number",
+              [this](const std::string &text) {
+                  refuse_leading_zero(text);
+                  part = parse_number(text);
+                  if (!part || *part == 0)
+                      throw usage_error("--part: " + in_quotes(text) + " is no number of a partition");
+              })
+        ->needs(named);
+    return named;
 }
 
 chosen_disk disk_argument::find(const general_options &general) const
 {
-    chosen_disk disk = find_disk(name.value());
+    chosen_disk disk = find_disk(name.value(), part);
+    const std::string typed = *name + (part ? format(" --part %u", *part) : "");
     if (!general.json)
-        fprintf(stderr, "%s\n", broken(disk.told_of(*name), 0).c_str());
+        fprintf(stderr, "%s\n", broken(disk.told_of(typed), 0).c_str());
     return disk;
 }
 
 CLI::Option *path_arguments::declare_devpath(CLI::App &app)
 {
-    return add_value(app, "--devpath", "TEXT",
-                     "the device path as text, as /PciRoot(0)/Pci(0x1F,2)/Sata(0,0,0)",
-                     [this](const std::string &text) {
-                         if (text.empty())
-                             throw usage_error("--devpath: a device path is needed");
-                         device_text = text;
-                     });
+    return add_value(
+        app, "--devpath", "TEXT",
+        "the device path as text, as /PciRoot(0)/Pci(0x1F,2)/Sata(0,0,0), or as another tool prints it",
+        [this](const std::string &text) {
+            if (text.empty())
+                throw usage_error("--devpath: a device path is needed");
+            device_text = text;
+        });
 }
 
 CLI::Option *path_arguments::declare_file(CLI::App &app)
@@ -192,14 +173,34 @@ CLI::Option *path_arguments::declare_file(CLI::App &app)
         });
 }
 
+CLI::Option *path_arguments::declare_verbose(CLI::App &app)
+{
+    return app.add_flag("-v,--verbose", verbose, "say which tool's text the device path was read as");
+}
+
+namespace {
+
+path_text file_parted(const std::string &text)
+{
+    try {
+        return part_file(text);
+    } catch (const unclear_node &why) {
+        throw usage_error(why.what());
+    }
+}
+
+} // namespace
+
 void path_arguments::settle_file()
 {
     if (device_text && !is_device_name(*device_text)) {
-        const path_text given = split_file(*device_text);
-        if (given.file && file)
+        whole_text = *device_text;
+        const path_text given = file_parted(whole_text);
+        if (given.file && file && firmware_file(*given.file) != firmware_file(*file))
             throw usage_error("the path names a file, " + in_quotes(*given.file) + ", and --file another");
-        // Further nodes, another instance or quotes would become part of the file's name.
-        if (given.file && given.file->find_first_of("()\"") != std::string::npos)
+        // Further nodes or quotes would become part of the file's name.
+        const bool is_bare = given.file && whole_text.ends_with(*given.file);
+        if (given.file && given.file->find_first_of(is_bare ? "()\"" : "\"") != std::string::npos)
             throw usage_error("what follows the devices is not a plain file, " + in_quotes(*given.file) +
                               "; --file takes any name");
         device_text = given.device;
@@ -210,6 +211,18 @@ void path_arguments::settle_file()
         return;
     file = firmware_file(*file);
     fprintf(stderr, "The file is named as firmware does, %s.\n", printable(*file).c_str());
+}
+
+bytes path_arguments::pack_text(device_paths &paths, const std::optional<std::string> &with_file) const
+{
+    const pasted_path packed = pack_pasted(paths, device_text.value(), with_file, whole_text);
+    for (const std::string &each : packed.assumed)
+        warn(printable(each));
+    if (verbose)
+        fprintf(stderr, "The path is read as text of %s.\n", names_of_dialects(packed.by).c_str());
+    for (const std::string &each : packed.decided)
+        fprintf(stderr, "%s.\n", printable(each).c_str());
+    return packed.packed;
 }
 
 void warn_of(const std::vector<caution> &cautions, json *document)
@@ -225,45 +238,75 @@ std::vector<caution> path_arguments::cautions_of_disk(const chosen_disk &found) 
     std::vector<caution> all;
     const auto *node = ovra::as<uefi_hard_drive_path_t>(byte_view(found.node));
     if (node && node->part_number == 0)
-        all.push_back({"the path has the number 0 for " + found.name +
+        all.push_back({"the path has the number 0 for " + found.both_names() +
                            (found.is_logical ? ", a logical partition" : ", a whole disk"),
                        "Firmware that goes by the number does not find it."});
     if (full)
         return all;
     for (const chosen_disk &other : twins_of(found))
-        all.push_back({other.name + ", /dev/" + printable(other.kernel_name) + ", has the same " +
-                           (found.partuuid.empty() ? "MBR signature" : "PARTUUID") + " as " + found.name,
+        all.push_back({other.both_names() + " has the same " +
+                           (found.partuuid.empty() ? "MBR signature" : "PARTUUID") + " as " +
+                           found.both_names(),
                        std::string("The firmware may take either.") +
                            (disk.name ? " With --full the path leads to one of them alone." : "")});
     return all;
 }
 
-given_path path_arguments::encode(device_paths &paths, const std::optional<std::string> &with_file,
-                                  const general_options &general) const
+// The file that was given, else the one that was named as the disk.
+std::optional<std::string> path_arguments::file_of(const chosen_disk &found,
+                                                   const general_options &general) const
+{
+    if (file || !found.file)
+        return file;
+    if (!general.json)
+        fprintf(stderr, "The file is named as firmware does, %s.\n", printable(*found.file).c_str());
+    if (found.file_system != "vfat" && found.file_system != "msdos")
+        warn("the file system of " + found.both_names() + " is " + printable(found.file_system),
+             "Firmware finds a file only on FAT, unless it has a driver for others.");
+    return found.file;
+}
+
+namespace {
+
+// Puts what leads to a drive before the path on it.
+void add_hardware(device_paths &paths, const drive &drive, bytes *path, std::vector<caution> *cautions)
+{
+    const hardware hardware;
+    *path = joined(paths.encode(hardware.text_of(drive), std::nullopt), *path);
+    if (const std::string doubt = hardware.doubt_of(drive); !doubt.empty())
+        cautions->push_back(
+            {"the firmware may not start the path: " + doubt,
+             "Without --full the path is the short form, which firmware finds on any controller."});
+}
+
+} // namespace
+
+given_path path_arguments::encode(device_paths &paths, packs what, const general_options &general) const
 {
     // Names of the tree, which have no path, are left to the library.
     const bool text_names_disk =
         device_text && is_device_name(*device_text) && !device_text->starts_with(ovra::tree_folder);
     if (!disk.name && !text_names_disk)
-        return {paths.encode(device_text.value(), with_file)};
-    const chosen_disk found = (disk.name ? disk : disk_argument{device_text}).find(general);
-    given_path given = {paths.encode_disk(found.name, with_file), found.members()};
+        return {pack_text(paths, what == packs::all ? file : std::nullopt), file};
+    const chosen_disk found = (disk.name ? disk : disk_argument{device_text, std::nullopt}).find(general);
+    if (disk.name)
+        require_not_in_an_array(found);
+    given_path given;
+    given.file = file_of(found, general);
+    given.packed = paths.encode_disk(found.name, what == packs::all ? given.file : std::nullopt);
     // The library looks the name up once more, and disks may come and go meanwhile.
     const byte_view node = first_hard_drive(given.packed);
     if (!std::equal(node.begin(), node.end(), found.node.begin(), found.node.end()))
-        throw failure("the disks changed: " + found.name + " is another one now",
+        throw failure("the disks changed: " + found.both_names() + " is another one now",
                       "Nothing was written. Try again.");
+    given.disk = found.members();
+    if (given.file != file)
+        given.disk["file"] = given.file.value();
     std::vector<caution> cautions = cautions_of_disk(found);
     const drive drive = drive_of(found.name);
     given.is_removable = drive.is_removable;
-    if (full) {
-        const hardware hardware;
-        given.packed = joined(paths.encode(hardware.text_of(drive), std::nullopt), given.packed);
-        if (const std::string doubt = hardware.doubt_of(drive); !doubt.empty())
-            cautions.push_back(
-                {"the firmware may not start the path: " + doubt,
-                 "Without --full the path is the short form, which firmware finds on any controller."});
-    }
+    if (full)
+        add_hardware(paths, drive, &given.packed, &cautions);
     warn_of(cautions, &given.disk);
     return given;
 }

@@ -71,10 +71,16 @@ struct optional_data_arguments {
     std::optional<bytes> read() const;
 };
 
+inline constexpr char disk_help[] =
+    "a disk's slice or partition: c0t0d0s0, sda1, /dev/..., PARTUUID=..., UUID=..., LABEL=..., PARTLABEL=..., "
+    "or a mount point or file on it";
+
 // A disk's slice or partition.
 struct disk_argument {
     std::optional<std::string> name;
+    std::optional<unsigned> part; // of the disk that is named
 
+    // Declares the option of the name, and --part.
     CLI::Option *declare(CLI::App &app, const char *option, const char *help);
     // The disk that is named, reported on standard error, except with --json. Throws a failure.
     chosen_disk find(const general_options &general) const;
@@ -85,30 +91,39 @@ void warn_of(const std::vector<caution> &cautions, json *document);
 
 struct given_path {
     bytes packed;
-    json disk = json::object(); // for programs: which disk was taken, if one was, and "warnings"
-    bool is_removable = false;  // the disk's media
+    std::optional<std::string> file = {}; // that was given, or named together with the disk
+    json disk = json::object();           // for programs: which disk was taken, if one was, and "warnings"
+    bool is_removable = false;            // the disk's media
 };
+
+// What of a path is packed.
+enum class packs { all, devices };
 
 // A path to a device, as text or by the name of a disk, and the file on the device.
 struct path_arguments {
     std::optional<std::string> device_text;
     std::optional<std::string> file;
     disk_argument disk;
-    bool full = false; // the path to a disk begins with its hardware nodes
+    bool full = false;    // the path to a disk begins with its hardware nodes
+    bool verbose = false; // say how the text was read
 
     CLI::Option *declare_devpath(CLI::App &app);
     CLI::Option *declare_file(CLI::App &app);
+    CLI::Option *declare_verbose(CLI::App &app);
     // Takes a file at the end of the text off it, and says how firmware names the file. Throws a usage_error.
     void settle_file();
 
-    // What they pack to with a file. A disk that is taken is reported on standard error, except with --json.
-    // Throws a failure.
-    given_path encode(device_paths &paths, const std::optional<std::string> &with_file,
-                      const general_options &general) const;
+    // What they pack to. A disk that is taken, and the file if it was named as the disk, are reported on
+    // standard error, except with --json. Throws a failure.
+    given_path encode(device_paths &paths, packs what, const general_options &general) const;
 
 private:
+    std::optional<std::string> file_of(const chosen_disk &found, const general_options &general) const;
     // What firmware goes by when it looks for the disk of a path may be that of another disk, or of none.
     std::vector<caution> cautions_of_disk(const chosen_disk &found) const;
+    bytes pack_text(device_paths &paths, const std::optional<std::string> &with_file) const;
+
+    std::string whole_text; // with its file: as it was given
 };
 
 } // namespace tool

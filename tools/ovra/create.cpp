@@ -32,13 +32,13 @@ struct names {
 
     explicit names(firmware &machine)
         : order(machine.order()), next(named_or_none(machine, &firmware::next)),
-          current(named_or_none(machine, &firmware::current))
-    {}
-
-    bool in_order(uint16_t number) const
+          current(named_or_none(machine, &firmware::current)), ordered(UINT16_MAX + 1)
     {
-        return std::find(order.begin(), order.end(), number) != order.end();
+        for (const uint16_t number : order)
+            ordered[number] = true;
     }
+
+    bool in_order(uint16_t number) const { return ordered[number]; }
     // The first of them; null when none does.
     const char *of(uint16_t number) const
     {
@@ -48,6 +48,9 @@ struct names {
             return "BootOrder";
         return current == number ? "BootCurrent" : nullptr;
     }
+
+private:
+    std::vector<bool> ordered; // by number
 };
 
 uint16_t free_number(firmware &machine, const names &names)
@@ -118,12 +121,11 @@ void create_verb::declare(CLI::App &app)
                                      throw usage_error("--path-hex: pairs of hexadecimal digits are needed");
                              });
     auto *devices = path.declare_devpath(app);
-    auto *disk = path.disk.declare(
-        app, "--disk",
-        "the path of a disk's slice or partition, by its name (c0t0d0s0), Linux's (/dev/sda1) or PARTUUID=...");
+    auto *disk = path.disk.declare(app, "--disk", disk_help);
     digits->excludes(devices)->excludes(disk);
     devices->excludes(disk);
     path.declare_file(app)->excludes(digits);
+    path.declare_verbose(app)->needs(devices);
     app.add_flag("--full", path.full, "with --disk: the path begins with the hardware that leads to the disk")
         ->needs(disk);
     optional_data.declare(app);
@@ -153,7 +155,7 @@ load_option create_verb::option_to_make(const general_options &general, changes 
         given.packed = *packed;
     } else {
         device_paths paths;
-        given = path.encode(paths, path.file, general);
+        given = path.encode(paths, packs::all, general);
     }
     option.path = given.packed;
     check_path(packed ? "--path-hex" : "the path", option.path, force);

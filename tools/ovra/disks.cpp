@@ -6,10 +6,12 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tools/machine/contents.h"
 #include "tools/machine/diskoptions.h"
 #include "tools/machine/drives.h"
 #include "tools/machine/firmware.h"
 #include "tools/machine/sysfs.h"
+#include "tools/ovra/arguments.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
@@ -94,7 +96,9 @@ std::string controller_of(const drive &drive)
     return path;
 }
 
-json to_json(const std::vector<drive> &drives, uses &uses)
+using all_contents = std::unordered_map<std::string, drive_contents>;
+
+json to_json(const std::vector<drive> &drives, const all_contents &contents, uses &uses)
 {
     json list = json::array();
     for (const drive &drive : drives) {
@@ -110,6 +114,7 @@ json to_json(const std::vector<drive> &drives, uses &uses)
                                {"options", options ? option_names(*options) : json(nullptr)}});
         }
         const auto options = uses.of(drive);
+        const drive_contents &on = contents.at(drive.name);
         list.push_back(
             {{"drive", drive.name},
              {"kernel_name", drive.kernel_name},
@@ -119,6 +124,11 @@ json to_json(const std::vector<drive> &drives, uses &uses)
              {"blocks", drive.blocks},
              {"medium", drive.has_medium ? json(drive.medium()) : json(nullptr)},
              {"error", drive.error != 0 ? json(strerror(drive.error)) : json(nullptr)},
+             {"contents", on.kind.empty() ? json(nullptr) : json(on.kind)},
+             {"contents_detail", on.detail.empty() ? json(nullptr) : json(on.detail)},
+             {"first_header_damaged", on.first_header_damaged},
+             {"metadata", on.metadata.empty() ? json(nullptr) : json(on.metadata)},
+             {"members", on.members},
              {"signature", drive.signature ? json(signature_text(*drive.signature)) : json(nullptr)},
              {"options", options ? option_names(*options) : json(nullptr)},
              {"volumes", std::move(volumes)}});
@@ -148,24 +158,20 @@ std::vector<std::string> lines_of(const std::optional<std::vector<uint16_t>> &op
     return lines;
 }
 
-std::string medium_text(const drive &drive)
-{
-    if (drive.has_medium)
-        return drive.medium() + (drive.signature ? " " + signature_text(*drive.signature) : "");
-    return drive.error != 0 ? std::string("cannot be read: ") + strerror(drive.error)
-                            : "no medium that can be read";
-}
-
-std::string as_text(const std::vector<drive> &drives, uses &uses)
+std::string as_text(const std::vector<drive> &drives, const all_contents &contents, uses &uses)
 {
     if (drives.empty())
         return "no disks\n";
     std::string all;
     for (const drive &drive : drives) {
+        const drive_contents &on = contents.at(drive.name);
         all += drive.name + "  " + printable(drive.kernel_name) + "  " +
-               size_text(drive.blocks * drive.block_size) + "  " + medium_text(drive) + '\n';
+               size_text(drive.blocks * drive.block_size) + "  " + on.text() +
+               (drive.signature ? " " + signature_text(*drive.signature) : "") + '\n';
         all += "  Controller  " + printable(controller_of(drive)) + '\n';
         all += "  Path        " + printable(drive.path) + '\n';
+        if (!on.metadata.empty())
+            all += "  Members     " + on.members_text() + ", metadata " + printable(on.metadata) + '\n';
         std::string label = "  Options     ";
         for (const std::string &line : lines_of(uses.of_whole(drive))) {
             if (line.empty() || line == "?")
@@ -196,19 +202,35 @@ std::string as_text(const std::vector<drive> &drives, uses &uses)
 class disks_verb : public verb {
 public:
     const char *summary() const override { return "the disks, and which boot options use them"; }
+    void declare(CLI::App &app) override
+    {
+        add_value(app, "disk", "DISK", "only this disk, or the one that has this slice, partition or file",
+                  [this](const std::string &text) { wanted = text; });
+    }
 
     void run(const general_options &general) override
     {
         require_sysfs(general.folder());
-        const std::vector<drive> drives = read_drives([](const drive &) { return true; });
+        std::vector<drive> drives;
+        all_contents contents;
+        {
+            const one_moment picture;
+            drives = wanted ? find_drives(*wanted) : read_drives([](const drive &) { return true; });
+            contents = read_contents(true);
+        }
         if (drives.empty())
             require_devices();
+        std::erase_if(drives,
+                      [&](const drive &drive) { return contents.at(drive.name).is_no_disk(drive.path); });
         uses uses(general.folder());
         if (general.json)
-            print_json(to_json(drives, uses));
+            print_json(to_json(drives, contents, uses));
         else
-            print(as_text(drives, uses));
+            print(as_text(drives, contents, uses));
     }
+
+private:
+    std::optional<std::string> wanted;
 };
 
 } // namespace

@@ -3,15 +3,15 @@
 #include <cstdio>
 #include <cstring>
 #include <optional>
-#include <string_view>
 
 #include <CLI/CLI.hpp>
 
-#include "src/base/device_name.h"
+#include "tools/machine/disknames.h"
 #include "tools/machine/diskoptions.h"
 #include "tools/machine/drives.h"
 #include "tools/machine/fullform.h"
 #include "tools/machine/named.h"
+#include "tools/machine/sysfs.h"
 #include "tools/ovra/arguments.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
@@ -22,42 +22,38 @@ namespace tool {
 
 namespace {
 
-// The drive that a name stands for as a whole.
-std::optional<drive> whole_drive(const std::string &text)
+constexpr char find_help[] =
+    "a disk, or a slice or partition of it: c0t0d0, c0t0d0s0, sda, sda1, /dev/..., PARTUUID=..., UUID=..., "
+    "LABEL=..., PARTLABEL=..., or a mount point or file on it";
+
+// The drive that a name stands for as a whole. An array without partitions is none: firmware sees its
+// members.
+std::optional<drive> whole_drive(const disk_name &wanted)
 {
-    std::string_view name = text;
-    for (const std::string_view folder :
-         {std::string_view(ovra::slice_folder), std::string_view(ovra::device_folder)}) {
-        if (name.starts_with(folder)) {
-            name.remove_prefix(folder.size());
-            break;
-        }
-    }
-    const auto is_meant = [name](const drive &drive) {
-        return drive.name == name || drive.kernel_name == name;
+    if (wanted.kind != named_by::name)
+        return std::nullopt;
+    const auto is_meant = [&wanted](const drive &drive) {
+        return drive.name == wanted.value || drive.kernel_name == wanted.value;
     };
     std::vector<drive> drives = read_drives(is_meant);
     const auto found = std::find_if(drives.begin(), drives.end(), is_meant);
-    return found == drives.end() ? std::nullopt : std::optional(std::move(*found));
+    if (found == drives.end() || (found->path.starts_with("/md@") && found->volumes.empty()))
+        return std::nullopt;
+    return std::move(*found);
 }
 
 class find_verb : public verb {
 public:
     const char *summary() const override { return "the boot options that boot from a disk"; }
-    void declare(CLI::App &app) override
-    {
-        disk.declare(
-                app, "disk",
-                "a disk, or a slice or partition of it, by its name (c0t0d0, c0t0d0s0), Linux's (/dev/sda, "
-                "/dev/sda1) or PARTUUID=...")
-            ->required();
-    }
+    void declare(CLI::App &app) override { disk.declare(app, "disk", find_help)->required(); }
 
     void run(const general_options &general) override
     {
         firmware machine(general.folder());
-        const std::optional<drive> whole = whole_drive(disk.name.value());
-        const chosen_disk chosen = whole ? taken(*whole, general) : disk.find(general);
+        require_machine();
+        const disk_name wanted = understood(disk.name.value());
+        const std::optional<drive> whole = disk.part ? std::nullopt : whole_drive(wanted);
+        const chosen_disk chosen = whole ? taken(*whole, wanted, general) : disk.find(general);
         const disk_options known(machine);
         std::vector<uint16_t> options;
         if (whole) {
@@ -73,7 +69,7 @@ public:
             return;
         }
         if (options.empty())
-            print("no option boots from " + printable(chosen.name) + '\n');
+            print("no option boots from " + chosen.both_names() + '\n');
         table rows;
         for (const uint16_t number : options)
             rows.row({option_name(number), description_of(machine, number)});
@@ -82,9 +78,10 @@ public:
 
 private:
     // A whole disk, reported as a slice or partition is.
-    chosen_disk taken(const drive &drive, const general_options &general) const
+    chosen_disk taken(const drive &drive, const disk_name &wanted, const general_options &general) const
     {
         chosen_disk chosen;
+        chosen.of_file = wanted.of_file;
         chosen.name = drive.name;
         chosen.kernel_name = drive.kernel_name;
         if (drive.signature)

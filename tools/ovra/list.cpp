@@ -13,10 +13,14 @@ namespace tool {
 
 namespace {
 
-struct entry {
+// What is shown of one option: at first where, then what it holds.
+struct place {
     uint16_t number = 0;
-    std::optional<size_t> position; // in BootOrder
     bool exists = true;
+    std::optional<size_t> position; // in BootOrder
+};
+
+struct entry : place {
     std::string error; // why it could not be read
     load_option option;
     decoded_path path;
@@ -26,17 +30,20 @@ struct listing {
     std::optional<uint16_t> current;
     std::optional<uint16_t> next;
     std::vector<uint16_t> order;
-    std::string order_problem;  // why the order is not known
-    std::vector<entry> entries; // in boot order, then the others
+    std::string order_problem; // why the order is not known
+    std::vector<place> places; // in boot order, then the others
 };
 
-entry read_entry(firmware &machine, device_paths &paths, uint16_t number)
+// Paths that nobody sees are not decoded: `paths` is null then.
+entry read_entry(firmware &machine, device_paths *paths, const place &where)
 {
-    entry read;
-    read.number = number;
+    entry read = {where, {}, {}, {}};
+    if (!where.exists)
+        return read;
     try {
-        read.option = machine.read_option(number);
-        read.path = paths.decode(read.option.path);
+        read.option = machine.read_option(where.number);
+        if (paths)
+            read.path = paths->decode(read.option.path);
     } catch (const unreadable &reason) {
         warn_of_unreadable(reason);
         read.error = reason.why;
@@ -61,7 +68,6 @@ std::optional<uint16_t> named_if_readable(firmware &machine, named_option get)
 listing read_listing(firmware &machine)
 {
     listing all;
-    device_paths paths;
     all.current = named_if_readable(machine, &firmware::current);
     all.next = named_if_readable(machine, &firmware::next);
     try {
@@ -79,18 +85,12 @@ listing read_listing(firmware &machine)
         if (listed[number])
             continue;
         listed[number] = true;
-        entry next;
-        next.number = number;
-        next.exists =
-            exists[number] || machine.option_exists(number); // one that is damaged is not enumerated
-        if (next.exists)
-            next = read_entry(machine, paths, number);
-        next.position = position;
-        all.entries.push_back(std::move(next));
+        // One that is damaged is not enumerated.
+        all.places.push_back({number, exists[number] || machine.option_exists(number), position});
     }
     for (const uint16_t number : options) {
         if (!listed[number])
-            all.entries.push_back(read_entry(machine, paths, number));
+            all.places.push_back({number, true, std::nullopt});
     }
     return all;
 }
@@ -114,58 +114,72 @@ std::string described(const entry &entry)
     return printable(entry.option.description);
 }
 
-json to_json(const listing &all)
+json to_json(const listing &all, const entry &entry)
 {
-    json options = json::array();
-    for (const entry &entry : all.entries) {
-        json fields = {{"option", option_name(entry.number)},
-                       {"position", entry.position ? json(*entry.position) : json(nullptr)},
-                       {"current", all.current == entry.number},
-                       {"next", all.next == entry.number}};
-        if (!entry.exists) {
-            fields["error"] = "no such option";
-        } else if (!entry.error.empty()) {
-            fields["error"] = entry.error;
-        } else {
-            fields.update(as_json(entry.option));
-            fields.update(as_json(entry.path));
-        }
-        options.push_back(std::move(fields));
+    json fields;
+    fields["option"] = option_name(entry.number);
+    fields["position"] = entry.position ? json(*entry.position) : json(nullptr);
+    fields["current"] = all.current == entry.number;
+    fields["next"] = all.next == entry.number;
+    if (!entry.exists) {
+        fields["error"] = "no such option";
+    } else if (!entry.error.empty()) {
+        fields["error"] = entry.error;
+    } else {
+        append_members(&fields, as_json(entry.option));
+        append_members(&fields, as_json(entry.path));
     }
-    return {{"current", as_json(all.current)},
-            {"next", as_json(all.next)},
-            {"order", !all.order_problem.empty() ? json(nullptr) : option_names(all.order)},
-            {"options", std::move(options)}};
+    return fields;
 }
 
-std::string as_text(const listing &all, bool verbose)
+void print_as_json(firmware &machine, const listing &all)
+{
+    json_list document({{"current", as_json(all.current)},
+                        {"next", as_json(all.next)},
+                        {"order", !all.order_problem.empty() ? json(nullptr) : option_names(all.order)}},
+                       "options");
+    device_paths paths;
+    for (const place &where : all.places)
+        document.add(to_json(all, read_entry(machine, &paths, where)));
+    document.end();
+}
+
+void add_details(const entry &entry, table *rows)
+{
+    constexpr size_t indent = 10; // to the options' names
+    rows->below(indent, "attributes     " + attribute_text(entry.option.attributes));
+    rows->below(indent, "path           " + hex(entry.option.path));
+    for (const auto &row : as_rows(entry.path)) {
+        std::string name = row.front();
+        name[0] = ovra::ascii_lower(name[0]);
+        rows->below(indent, name + std::string(15 - name.size(), ' ') + row.back());
+    }
+    if (!entry.option.optional_data.empty())
+        rows->below(indent, "optional data  " + optional_data_text(entry.option.optional_data));
+}
+
+void print_as_text(firmware &machine, const listing &all, bool verbose)
 {
     const std::string order = all.order_problem.empty() ? "" : printable(all.order_problem) + '\n';
-    if (all.entries.empty())
-        return order + "no boot options\n";
-    constexpr size_t indent = 10; // to the options' names
+    if (all.places.empty()) {
+        print(order + "no boot options\n");
+        return;
+    }
     table rows;
+    device_paths paths;
     rows.row({"Position", "Option", "Active", "Description", ""});
-    for (const entry &entry : all.entries) {
+    for (const place &where : all.places) {
+        const entry entry = read_entry(machine, verbose ? &paths : nullptr, where);
         const bool readable = entry.exists && entry.error.empty();
         rows.row({entry.position ? std::to_string(*entry.position) : "-", option_name(entry.number),
                   !readable               ? "?"
                   : entry.option.active() ? "*"
                                           : "",
                   described(entry), notes(all, entry)});
-        if (!verbose || !readable)
-            continue;
-        rows.below(indent, "attributes     " + attribute_text(entry.option.attributes));
-        rows.below(indent, "path           " + hex(entry.option.path));
-        for (const auto &row : as_rows(entry.path)) {
-            std::string name = row.front();
-            name[0] = ovra::ascii_lower(name[0]);
-            rows.below(indent, name + std::string(15 - name.size(), ' ') + row.back());
-        }
-        if (!entry.option.optional_data.empty())
-            rows.below(indent, "optional data  " + optional_data_text(entry.option.optional_data));
+        if (verbose && readable)
+            add_details(entry, &rows);
     }
-    return order + rows.text();
+    print(order + rows.text());
 }
 
 class list_verb : public verb {
@@ -181,9 +195,9 @@ public:
         firmware machine(general.folder());
         const listing all = read_listing(machine);
         if (general.json)
-            print_json(to_json(all));
+            print_as_json(machine, all);
         else
-            print(as_text(all, verbose));
+            print_as_text(machine, all, verbose);
     }
 
 private:

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
+#include <cerrno>
 #include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <memory>
 #include <new>
@@ -52,6 +54,9 @@ void declare_general(CLI::App &app, tool::general_options &general)
                "Exit status: 0 done, 1 failed, 2 the command line is wrong.");
     tool::add_value(app, "--root", "DIR", "work on the machine in DIR, a folder laid out like a Linux root",
                     [&general](const std::string &text) { general.root = text; });
+    tool::add_value(app, "--vars", "FILE",
+                    "work on the variables in FILE, of a virtual machine's firmware or U-Boot",
+                    [&general](const std::string &text) { general.vars = text; });
     app.add_flag("--json", general.json, "print JSON");
     app.add_flag("--dry-run", general.dry_run, "change nothing, say what would be written");
     app.require_subcommand(1);
@@ -98,19 +103,25 @@ void occupy_standard_streams()
     }
 }
 
-// The machine's folder for the platform libraries. Its absolute path.
+// The absolute path of what an option names, also for the platform libraries, in a variable of the
+// environment.
+std::string enter(const char *variable, const std::string &named, const std::string &refusal)
+{
+    char *absolute = realpath(named.c_str(), nullptr);
+    if (!absolute)
+        throw tool::failure(refusal + tool::in_quotes(named) + ": " + strerror(errno));
+    std::string path = absolute;
+    free(absolute);
+    setenv(variable, path.c_str(), 1);
+    return path;
+}
+
 std::string enter_root(const std::string &root)
 {
     struct stat found = {};
     if (stat(root.c_str(), &found) != 0 || !S_ISDIR(found.st_mode))
         throw tool::failure("--root: there is no folder " + tool::in_quotes(root));
-    char *absolute = realpath(root.c_str(), nullptr);
-    if (!absolute)
-        throw tool::failure("--root: cannot enter " + tool::in_quotes(root));
-    std::string folder = absolute;
-    free(absolute);
-    setenv("HWPLAT_ROOT", folder.c_str(), 1);
-    return folder;
+    return enter("HWPLAT_ROOT", root, "--root: cannot enter ");
 }
 
 int run(int argc, char **argv)
@@ -121,6 +132,8 @@ int run(int argc, char **argv)
         return EXIT_SUCCESS;
     if (general.root)
         general.root = enter_root(*general.root);
+    if (general.vars)
+        general.vars = enter("HWPLAT_VARS", *general.vars, "--vars: cannot find ");
     verb->run(general);
     return EXIT_SUCCESS;
 }

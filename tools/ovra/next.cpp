@@ -44,8 +44,9 @@ private:
             const uint16_t number = option.number.value();
             if (!force)
                 machine.require_sound_option(number);
-            changes.make(writes("BootNext", stored(std::vector{number}), option_name(number),
-                                {{"option", option_name(number)}}));
+            changes.make(writes("BootNext", stored(std::vector{number}), option_name(number), [number] {
+                return json{{"option", option_name(number)}};
+            }));
         }
         changes.report();
     }

@@ -62,6 +62,7 @@ private:
             path.device_text = text;
         })->required();
         path.declare_file(app);
+        path.declare_verbose(app);
         app.add_flag("--raw", raw, "print the bytes themselves instead of hexadecimal digits");
     }
 
@@ -78,7 +79,7 @@ private:
 
     void encode(device_paths &paths, const general_options &general) const
     {
-        const given_path given = path.encode(paths, path.file, general);
+        const given_path given = path.encode(paths, packs::all, general);
         json document = {{"path", hex(given.packed)}, {"size", given.packed.size()}};
         document.update(given.disk);
         if (general.json)
@@ -111,7 +112,7 @@ private:
         }
         table rows;
         for (auto &row : as_rows(text))
-            rows.row(std::move(row));
+            rows.row(row);
         print(rows.text());
     }
 

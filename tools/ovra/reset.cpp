@@ -36,6 +36,8 @@ bool may_be_live(const general_options &general)
 {
     struct stat folder = {};
     struct stat live = {};
+    if (general.vars || secure_getenv("HWPLAT_VARS"))
+        return false;
     return !general.root || stat(general.root->c_str(), &folder) != 0 || stat("/", &live) != 0 ||
            (folder.st_dev == live.st_dev && folder.st_ino == live.st_ino);
 }
@@ -90,6 +92,8 @@ void reset_verb::reset(firmware &machine, const general_options &general) const
         confirm(word);
     const machine_lock lock(machine, general);
     changes changes(machine, general);
+    const bool keeps_current = file_of_variables().empty();
+    const auto next = keeps_current ? std::nullopt : machine.booted_next();
     // A real machine does not come back from this.
     changes.make(
         {"reset", "reset", std::string("the machine (") + word + ")", {{"type", word}}, {}, {}},
@@ -99,7 +103,7 @@ void reset_verb::reset(firmware &machine, const general_options &general) const
         },
         [&] { machine.check_reset(); });
     if (!general.dry_run) {
-        const auto booted = named_or_none(machine, &firmware::current);
+        const auto booted = keeps_current ? named_or_none(machine, &firmware::current) : next;
         changes.remark(booted ? "booted " + option_name(*booted) + "  " + description_of(machine, *booted)
                               : "booted no option",
                        "booted", as_json(booted));

@@ -50,6 +50,7 @@ public:
     void run(const general_options &general) override;
 
 private:
+    bool changes_path() const { return path.device_text || path.disk.name || path.file; }
     bytes changed_path(bytes before, const general_options &general, changes *changes) const;
 
     option_argument option;
@@ -65,7 +66,11 @@ void set_verb::declare(CLI::App &app)
 {
     option.declare(app, "the option to change")->required();
     description.declare(app);
-    path.declare_devpath(app);
+    auto *devices = path.declare_devpath(app);
+    path.declare_verbose(app)->needs(devices);
+    auto *disk = path.disk.declare(app, "--disk", disk_help)->excludes(devices);
+    app.add_flag("--full", path.full, "with --disk: the path begins with the hardware that leads to the disk")
+        ->needs(disk);
     path.declare_file(app);
     auto *number = add_value(app, "--attr", "N", "attributes: the whole 32-bit number, as 0x1",
                              [this](const std::string &text) {
@@ -88,8 +93,8 @@ void set_verb::declare(CLI::App &app)
 
 void set_verb::check()
 {
-    if (!description.text && !path.device_text && !path.file && !attributes && !active &&
-        !optional_data.given() && !no_optional_data)
+    if (!description.text && !changes_path() && !attributes && !active && !optional_data.given() &&
+        !no_optional_data)
         throw usage_error("set: nothing to change is given");
     path.settle_file();
 }
@@ -98,14 +103,17 @@ void set_verb::check()
 bytes set_verb::changed_path(bytes before, const general_options &general, changes *changes) const
 {
     device_paths paths;
-    if (path.device_text) {
-        const given_path devices = path.encode(paths, std::nullopt, general);
+    std::optional<std::string> file = path.file;
+    if (path.disk.name || (path.device_text && !path.device_text->empty())) { // empty: it was all a file
+        const given_path devices = path.encode(paths, packs::devices, general);
+        require_devices(devices.packed);
         before = with_devices(before, devices.packed);
+        file = devices.file;
         for (const auto &[name, value] : devices.disk.items())
             changes->remark({}, name, value);
     }
-    if (path.file)
-        before = with_file(before, paths.encode("", path.file));
+    if (file)
+        before = with_file(before, paths.encode("", file));
     return before;
 }
 
@@ -130,7 +138,7 @@ void set_verb::run(const general_options &general)
     if (data)
         changed.optional_data = *data;
     changes changes(machine, general);
-    if (path.device_text || path.file)
+    if (changes_path())
         changed.path = changed_path(changed.path, general, &changes);
     check_size(changed);
 

@@ -23,8 +23,9 @@ struct shown_option {
     load_option option;
     decoded_path path;
     std::vector<std::string> disks;
-    std::optional<size_t> position; // in BootOrder
-    std::string why_no_order;       // why BootOrder cannot be read
+    std::vector<std::string> kernel_names; // of these
+    std::optional<size_t> position;        // in BootOrder
+    std::string why_no_order;              // why BootOrder cannot be read
 };
 
 // The library passes over a disk that it cannot read, and it may be the one.
@@ -75,6 +76,11 @@ shown_option read_shown(firmware &machine, uint16_t number)
     if (all.disks.empty() && !first_hard_drive(all.option.path).empty())
         warn_of_unread_disks();
     add_whole_disks(&all);
+    if (!all.disks.empty()) {
+        const std::vector<drive> drives = read_drives([](const auto &) { return false; });
+        for (const std::string &disk : all.disks)
+            all.kernel_names.push_back(kernel_name_of(drives, disk));
+    }
     return all;
 }
 
@@ -85,6 +91,7 @@ json to_json(const shown_option &all)
     fields.update(as_json(all.option));
     fields.update(as_json(all.path));
     fields["disks"] = all.disks;
+    fields["kernel_names"] = all.kernel_names;
     return fields;
 }
 
@@ -105,9 +112,9 @@ std::string as_text(const shown_option &all)
     rows.row({"Position", position_text(all)});
     rows.row({"Path", hex(option.path) + format(" (%zu bytes)", option.path.size())});
     for (auto &row : as_rows(all.path))
-        rows.row(std::move(row));
-    for (const std::string &disk : all.disks)
-        rows.row({"Disk", printable(disk)});
+        rows.row(row);
+    for (size_t at = 0; at < all.disks.size(); ++at)
+        rows.row({"Disk", both_names(printable(all.disks[at]), all.kernel_names.at(at))});
     rows.row(
         {"Optional data", option.optional_data.empty() ? "none" : optional_data_text(option.optional_data)});
     return rows.text();

@@ -168,6 +168,12 @@ std::string with_parentheses(const std::string &text)
     return ovra::alike(text, "DebugPort") ? text + "()" : text;
 }
 
+bool is_keyword(std::string_view name)
+{
+    return std::any_of(std::begin(keywords), std::end(keywords),
+                       [name](const keyword &each) { return ovra::alike(each.name, name); });
+}
+
 parsed_node parse(const std::string &typed)
 {
     const std::string text = with_parentheses(typed);

@@ -55,6 +55,8 @@ struct parsed_node {
     const std::optional<std::string> &value(std::string_view name) { return (*this)[name].value; }
 };
 
+bool is_keyword(std::string_view name);
+
 // Throws an unclear_node.
 parsed_node parse(const std::string &typed);
 

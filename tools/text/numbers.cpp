@@ -11,6 +11,7 @@ namespace tool {
 std::string hex(byte_view data)
 {
     std::string text;
+    text.reserve(2 * data.size());
     for (const uint8_t byte : data) {
         text += ovra::hex_digit(byte >> 4u, ovra::letters::lower);
         text += ovra::hex_digit(byte & 15u, ovra::letters::lower);

@@ -12,6 +12,16 @@
 
 namespace tool {
 
+namespace {
+
+// A description can hold what is no text: it becomes U+FFFD.
+std::string dumped(const json &document)
+{
+    return document.dump(2, ' ', false, json::error_handler_t::replace);
+}
+
+} // namespace
+
 void print(std::string_view text)
 {
     while (!text.empty()) {
@@ -28,8 +38,40 @@ void print(std::string_view text)
 
 void print_json(const json &document)
 {
-    // A description can hold what is no text: it becomes U+FFFD.
-    print(escaped_in_json(document.dump(2, ' ', false, json::error_handler_t::replace)) + '\n');
+    print(escaped_in_json(dumped(document)) + '\n');
+}
+
+json_list::json_list(const json &members, const std::string &key)
+{
+    pending = dumped(members);
+    pending.erase(pending.rfind('\n')); // the brace that ends the document
+    pending += ",\n  \"" + key + "\": [";
+}
+
+void json_list::add(const json &entry)
+{
+    constexpr size_t much = 1u << 16;
+    pending += empty ? "\n    " : ",\n    ";
+    empty = false;
+    const std::string text = dumped(entry);
+    for (size_t begin = 0; begin < text.size();) {
+        const size_t end = std::min(text.find('\n', begin), text.size() - 1) + 1;
+        pending.append(text, begin, end - begin);
+        if (end < text.size())
+            pending += "    ";
+        begin = end;
+    }
+    if (pending.size() > much) {
+        print(escaped_in_json(pending));
+        pending.clear();
+    }
+}
+
+void json_list::end()
+{
+    pending += empty ? "]\n}\n" : "\n  ]\n}\n";
+    print(escaped_in_json(pending));
+    pending.clear();
 }
 
 void warn(const std::string &what, const std::string &advice)
@@ -40,33 +82,39 @@ void warn(const std::string &what, const std::string &advice)
         fprintf(stderr, "  %s\n", broken(advice, 2).c_str());
 }
 
-void table::row(std::vector<std::string> cells)
+void table::row(const std::vector<std::string> &texts)
 {
-    lines.push_back({std::move(cells), {}});
+    widths.resize(std::max(widths.size(), texts.size()));
+    for (size_t at = 0; at < texts.size(); ++at) {
+        widths[at] = std::max(widths[at], columns(texts[at]));
+        cells += texts[at];
+        cell_ends.push_back(cells.size());
+    }
+    lines.push_back({cell_ends.size(), true});
 }
 
 void table::below(size_t spaces, const std::string &text)
 {
-    lines.push_back({{}, std::string(spaces, ' ') + text});
+    cells.append(spaces, ' ').append(text);
+    cell_ends.push_back(cells.size());
+    lines.push_back({cell_ends.size(), false});
 }
 
 std::string table::text() const
 {
-    std::vector<size_t> widths;
-    for (const entry &line : lines) {
-        widths.resize(std::max(widths.size(), line.cells.size()));
-        for (size_t at = 0; at < line.cells.size(); ++at)
-            widths[at] = std::max(widths[at], columns(line.cells[at]));
-    }
     std::string all;
-    for (const entry &line : lines) {
-        std::string text = line.note;
-        for (size_t at = 0; at < line.cells.size(); ++at) {
-            text += line.cells[at];
-            text.append(widths[at] - columns(line.cells[at]) + 2, ' ');
+    size_t at = 0;   // in cells
+    size_t cell = 0; // in cell_ends
+    for (const line &each : lines) {
+        for (size_t column = 0; cell < each.cells_end; ++column, ++cell) {
+            const std::string_view text = std::string_view(cells).substr(at, cell_ends[cell] - at);
+            at = cell_ends[cell];
+            all += text;
+            if (each.is_row)
+                all.append(widths[column] - columns(text) + 2, ' ');
         }
-        text.erase(text.find_last_not_of(' ') + 1);
-        all += text + '\n';
+        all.erase(all.find_last_not_of(' ') + 1);
+        all += '\n';
     }
     return all;
 }
@@ -74,12 +122,21 @@ std::string table::text() const
 json as_json(const load_option &option)
 {
     const auto text = as_text(option.optional_data);
-    return {{"description", option.description},
-            {"active", option.active()},
-            {"attributes", option.attributes},
-            {"path", hex(option.path)},
-            {"optional_data", hex(option.optional_data)},
-            {"optional_data_text", text ? json(*text) : json(nullptr)}};
+    json fields;
+    fields["description"] = option.description;
+    fields["active"] = option.active();
+    fields["attributes"] = option.attributes;
+    fields["path"] = hex(option.path);
+    fields["optional_data"] = hex(option.optional_data);
+    fields["optional_data_text"] = text ? json(*text) : json(nullptr);
+    return fields;
+}
+
+void append_members(json *object, json more)
+{
+    auto &members = object->get_ref<json::object_t &>();
+    for (auto &[key, value] : more.get_ref<json::object_t &>())
+        members.emplace_back(key, std::move(value));
 }
 
 json as_json(std::optional<uint16_t> option)

@@ -19,27 +19,46 @@ using json = nlohmann::ordered_json; // members in the order in which they are w
 void print(std::string_view text);
 void print_json(const json &document);
 
+// A document whose last member is a list. It is printed entry by entry: a long one is never in memory whole.
+class json_list {
+public:
+    json_list(const json &members, const std::string &key);
+    void add(const json &entry);
+    void end();
+
+private:
+    std::string pending; // not printed yet
+    bool empty = true;
+};
+
 // One line to standard error, and what to do about it.
 void warn(const std::string &what, const std::string &advice = {});
 
 // Columns as wide as their widest cell.
 class table {
 public:
-    void row(std::vector<std::string> cells);
+    void row(const std::vector<std::string> &texts);
     // A line below the last row, indented by `spaces`.
     void below(size_t spaces, const std::string &text);
     std::string text() const;
 
 private:
-    struct entry {
-        std::vector<std::string> cells;
-        std::string note; // printed as it is when there are no cells
+    // The lines one behind the other, without ends: a table may be long. A line below a row is one cell.
+    std::string cells;
+    std::vector<size_t> cell_ends;
+    struct line {
+        size_t cells_end = 0; // in cell_ends
+        bool is_row = true;
     };
-    std::vector<entry> lines;
+    std::vector<line> lines;
+    std::vector<size_t> widths;
 };
 
 // A load option's fields.
 json as_json(const load_option &option);
+
+// Puts the members of one object behind those of another, which has none of these names.
+void append_members(json *object, json more);
 
 // "Boot001F", or null.
 json as_json(std::optional<uint16_t> option);

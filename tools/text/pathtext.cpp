@@ -61,12 +61,15 @@ json as_json(const decoded_path &path)
         return {{"instances", nullptr}, {"path_error", path.error}};
     json instances = json::array();
     for (const path_text &instance : path.instances) {
-        instances.push_back({{"device_path", instance.device},
-                             {"file_path", instance.file ? json(*instance.file) : json(nullptr)}});
+        json texts;
+        texts["device_path"] = instance.device;
+        texts["file_path"] = instance.file ? json(*instance.file) : json(nullptr);
         if (!instance.uefi.empty())
-            instances.back()["uefi_text"] = instance.uefi;
+            texts["uefi_text"] = instance.uefi;
+        instances.push_back(std::move(texts));
     }
-    json members = {{"instances", std::move(instances)}};
+    json members;
+    members["instances"] = std::move(instances);
     for (const decoded_path &next : path.further)
         members["further_paths"].push_back(as_json(next));
     return members;

@@ -35,7 +35,16 @@ bool misleads(char32_t character)
 
 bool shows(char32_t character)
 {
+    if (character < 0x80)
+        return character >= 0x20 && character != 0x7f;
     return !misleads(character) && std::iswprint(static_cast<wint_t>(character)) != 0;
+}
+
+// The beginning of a text that is ASCII and shows, as nearly all text does, in one column each.
+std::string_view plain_beginning(std::string_view text)
+{
+    const auto is_plain = [](char c) { return c >= 0x20 && c < 0x7f; };
+    return {text.begin(), std::find_if_not(text.begin(), text.end(), is_plain)};
 }
 
 std::vector<CHAR16> units_of(byte_view data)
@@ -72,6 +81,11 @@ std::string to_utf8(std::span<const CHAR16> text)
 {
     std::string utf8;
     while (!text.empty() && text.front() != 0) {
+        if (text.front() < 0x80) { // as nearly all are
+            utf8 += static_cast<char>(text.front());
+            text = text.subspan(1);
+            continue;
+        }
         const auto next = ovra::first_of_utf16(ovra::bytes_of_units(text));
         utf8 += ovra::utf8_character(next.character).view();
         text = text.subspan(next.size);
@@ -106,7 +120,12 @@ std::optional<std::string> as_text(byte_view data)
 std::string printable(std::string_view utf8)
 {
     std::string shown;
-    while (!utf8.empty()) {
+    for (;;) {
+        const std::string_view plain = plain_beginning(utf8);
+        shown += plain;
+        utf8.remove_prefix(plain.size());
+        if (utf8.empty())
+            return shown;
         const auto next = ovra::first_of_utf8(utf8);
         if (!next.valid)
             shown += format("\\x%02x", static_cast<unsigned char>(utf8[0]));
@@ -116,13 +135,17 @@ std::string printable(std::string_view utf8)
             shown += format("\\u%04x", static_cast<unsigned>(next.character));
         utf8.remove_prefix(next.size);
     }
-    return shown;
 }
 
 std::string escaped_in_json(std::string_view document)
 {
     std::string escaped;
-    while (!document.empty()) {
+    for (;;) {
+        const std::string_view plain = plain_beginning(document);
+        escaped += plain;
+        document.remove_prefix(plain.size());
+        if (document.empty())
+            return escaped;
         const auto next = ovra::first_of_utf8(document);
         if (next.character == '\n' || shows(next.character)) {
             escaped += document.substr(0, next.size);
@@ -133,19 +156,22 @@ std::string escaped_in_json(std::string_view document)
         }
         document.remove_prefix(next.size);
     }
-    return escaped;
 }
 
 size_t columns(std::string_view utf8)
 {
     size_t total = 0;
-    while (!utf8.empty()) {
+    for (;;) {
+        const size_t plain = plain_beginning(utf8).size();
+        total += plain;
+        utf8.remove_prefix(plain);
+        if (utf8.empty())
+            return total;
         const auto next = ovra::first_of_utf8(utf8);
         const int width = wcwidth(static_cast<wchar_t>(next.character));
         total += width < 0 ? 1 : static_cast<size_t>(width);
         utf8.remove_prefix(next.size);
     }
-    return total;
 }
 
 std::string in_quotes(std::string_view text)
@@ -158,7 +184,7 @@ std::string broken(const std::string &line, size_t indent)
     constexpr size_t width = 80;
     constexpr size_t longest_word = 24;
     const std::string next_line = "\n      ";
-    if (indent + columns(line) <= width || line.find('"') != std::string::npos)
+    if (indent + columns(line) <= width || line.find('"') != std::string::npos || line.starts_with(' '))
         return line;
     std::string all;
     size_t column = indent;

@@ -42,7 +42,8 @@ size_t columns(std::string_view utf8);
 std::string in_quotes(std::string_view text);
 
 // A line that begins after `indent` columns, broken where it goes beyond 80. One with a path, another long
-// word or quotes stays whole: it is to be copied, or searched for.
+// word or quotes stays whole: it is to be copied, or searched for. So does one that begins with blanks, as a
+// mark below another line does.
 std::string broken(const std::string &line, size_t indent);
 
 std::string join(const std::vector<std::string> &words, std::string_view separator);

@@ -13,7 +13,8 @@ namespace tool {
 
 namespace {
 
-// The fields of a node in their order. What is read beyond the end is zeros, and is remembered.
+// The fields of a node in their order. What is read beyond the end is zeros. Whether that was, or another
+// text would be read back, is remembered.
 class fields {
 public:
     explicit fields(byte_view node) : rest(node.subspan(sizeof(uefi_device_path_t))) {}
@@ -45,12 +46,14 @@ public:
         const auto read = ovra::guid_of(take(sizeof(EFI_GUID)));
         return read ? std::string(ovra::guid_text(*read, ovra::letters::upper).view()) : std::string();
     }
-    // The text up to a terminator, or to the end.
+    // The text up to a terminator, or to the end. One that is shown with escapes would be read as another.
     std::string text(size_t most = SIZE_MAX)
     {
         const byte_view all = take(std::min(most, rest.size()));
         const auto *begin = reinterpret_cast<const char *>(all.data());
-        return all.empty() ? std::string() : printable({begin, strnlen(begin, all.size())});
+        std::string read = all.empty() ? std::string() : std::string(begin, strnlen(begin, all.size()));
+        complete = complete && printable(read) == read;
+        return read;
     }
 
     byte_view rest;
@@ -86,14 +89,14 @@ std::string protocol(uint64_t number)
     return number == udp ? "UDP" : format("0x%llX", static_cast<unsigned long long>(number));
 }
 
-// The octets stand as people write an EUI-64, and sysfs does: as in the node. Firmware may show them from the
-// last one on.
+// Firmware prints the octets from the last one on; people and sysfs write an EUI-64 as it is in the node.
 std::string nvme(fields &of)
 {
     const std::string number = of.hex_number(4);
     std::string octets;
-    for (const uint8_t octet : of.take(8))
-        octets += (octets.empty() ? "" : "-") + format("%02X", octet);
+    const byte_view in_order = of.take(8);
+    for (auto octet = in_order.rbegin(); octet != in_order.rend(); ++octet)
+        octets += (octets.empty() ? "" : "-") + format("%02X", *octet);
     return "NVMe(" + number + ',' + octets + ')';
 }
 
@@ -115,7 +118,9 @@ std::string emmc(fields &of)
 
 std::string uri(fields &of)
 {
-    return "Uri(" + of.text() + ')';
+    const std::string text = of.text();
+    of.complete = of.complete && text.find_first_of("\\ ") == std::string::npos; // in no URI
+    return "Uri(" + text + ')';
 }
 
 std::string wifi(fields &of)

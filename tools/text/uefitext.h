@@ -11,7 +11,7 @@
 
 namespace tool {
 
-// "NVMe(0x1,00-25-38-B2-21-D1-37-50)" of a packed node. Nothing for a kind that the library has a text for,
+// "NVMe(0x1,50-37-D1-21-B2-38-25-00)" of a packed node. Nothing for a kind that the library has a text for,
 // and for a node that is too short for its kind. It is for people: no program reads it back.
 std::optional<std::string> uefi_text(byte_view node);
 

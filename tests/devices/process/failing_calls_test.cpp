@@ -17,6 +17,7 @@
 #include "tests/devices/library.h"
 #include "tests/devices/process/outcomes.h"
 #include "tests/devices/sample.h"
+#include "tests/support/filesystems.h"
 #include "tests/support/gpt.h"
 
 namespace {
@@ -142,6 +143,51 @@ TEST_F(failing_reads, names_and_links)
                               : outcome{0, std::string(target, static_cast<size_t>(length))};
         },
         same_or_that_error);
+}
+
+// A file system that cannot be read is not taken for none.
+// A disk with a table, a blank one, and one with a file system.
+TEST_F(failing_reads, contents)
+{
+    sample::patch(machine.root() / "dev/sdb", 0, ovra::test::make_fat(0x1a2b3c4d, "EFI"));
+    expect_told(
+        "contents",
+        [] {
+            outcome found;
+            int err = 0;
+            const descriptors drives(vs_get_descriptors(VS_DRIVE, nullptr, &err));
+            for (size_t i = 0; err == 0 && drives[i] != 0; ++i) {
+                const attributes list(vs_get_contents(drives[i], &err));
+                uint8_t *kind = nullptr;
+                unsigned count = 0;
+                uint32_t error = 0;
+                if (list && kvlist_lookup_uint32(list.get(), "error", &error) == 0)
+                    err = static_cast<int>(error);
+                else if (list && kvlist_lookup_uint8_array(list.get(), "kind", &kind, &count) == 0)
+                    found.text += std::string(kind, kind + count - 1) + ' ';
+            }
+            return err == 0 ? found : outcome{err, ""};
+        },
+        same_or_error);
+}
+
+TEST_F(failing_reads, file_system)
+{
+    sample::patch(machine.root() / "dev/sda", 2048 * 512, ovra::test::make_fat(0x1a2b3c4d, "EFI"));
+    expect_told(
+        "file system",
+        [] {
+            int err = 0;
+            const vs_descriptor_t slice = vs_get_descriptor_by_name(VS_SLICE, "c1t0d0s0", &err);
+            const attributes list(slice != 0 ? vs_get_file_system(slice, &err) : nullptr);
+            vs_free_descriptor(slice);
+            uint8_t *uuid = nullptr;
+            unsigned count = 0;
+            if (list && kvlist_lookup_uint8_array(list.get(), "uuid", &uuid, &count) == 0)
+                return outcome{0, {uuid, uuid + count - 1}};
+            return outcome{err, ""};
+        },
+        same_or_error);
 }
 
 // An absent name stays absent; an unreadable one does not become absent.

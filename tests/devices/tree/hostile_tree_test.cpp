@@ -17,30 +17,53 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 TEST_F(hostile_machine, the_machine_is_sound_without_harm)
 {
     EXPECT_THAT(volumes(), ElementsAre("c0t0d0s0 2048 2048"));
 }
 
+// Without its function a disk is on a bus.
 TEST_F(hostile_machine, identifiers_of_a_function)
 {
-    for (const char *file : {"vendor", "device", "revision", "class"}) {
+    const auto without_function = ElementsAre("/", "/pci@0,0", "/ata@0,0", "/ata@0,0/sd@0,0");
+    for (const char *file : {"vendor", "device", "class"}) {
         const fs::path path = machine.root() / function / file;
         const std::string good = machine.contents(path);
         for (const std::string &contents : nonsense()) {
             machine.put_file(path, contents);
             std::vector<std::string> paths;
             const std::string messages = said([&] { paths = tree_paths(); });
-            EXPECT_THAT(paths, ElementsAre("/", "/pci@0,0")) << file << ": " << contents.substr(0, 30);
+            EXPECT_THAT(paths, without_function) << file << ": " << contents.substr(0, 30);
             EXPECT_THAT(messages, HasSubstr("no PCI function, its identifiers cannot be read"));
-            EXPECT_THAT(drives(), IsEmpty());
+            EXPECT_THAT(drives(), ElementsAre("c0t0d0 /ata@0,0/sd@0,0 sda 512 65536"));
         }
         fs::remove(path);
-        EXPECT_THAT(tree_paths(), ElementsAre("/", "/pci@0,0")) << file;
+        EXPECT_THAT(tree_paths(), without_function) << file;
         machine.put_file(path, good);
     }
     EXPECT_THAT(drives().size(), 1U);
+}
+
+// Nothing that is made of a function goes by its revision.
+TEST_F(hostile_machine, revision_of_a_function)
+{
+    const fs::path path = machine.root() / function / "revision";
+    const auto expect_none = [](const std::string &contents) {
+        const snapshot tree(ht_init(controller, HT_PROPS));
+        ASSERT_TRUE(tree) << contents;
+        int *values = nullptr;
+        EXPECT_EQ(ht_prop_lookup_ints(HT_DEV_ANY, tree.get(), "revision-id", &values), 1) << contents;
+        EXPECT_EQ(values[0], 0) << contents;
+        EXPECT_THAT(drives(), ElementsAre(std::string("c0t0d0 ") + controller + "/disk@0,0 sda 512 65536"));
+    };
+    for (const std::string &contents : nonsense()) {
+        machine.put_file(path, contents);
+        expect_none(contents.substr(0, 30));
+    }
+    fs::remove(path);
+    expect_none("no file");
 }
 
 // An unreadable folder fails the call, and a message says so: otherwise disks would move to other names.
@@ -86,10 +109,10 @@ TEST_F(hostile_machine, kinds_of_files)
     EXPECT_EQ(link_of("/dev/dsk/c0t0d0s0"), "errno " + std::to_string(ELOOP));
     fs::remove(path);
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-    EXPECT_THAT(drives(), IsEmpty());
+    EXPECT_THAT(tree_paths(), Not(Contains(controller)));
     fs::remove(path);
     fs::create_directory(path);
-    EXPECT_THAT(drives(), IsEmpty());
+    EXPECT_THAT(tree_paths(), Not(Contains(controller)));
 }
 
 // Folders of another machine, linked into this one at each level.

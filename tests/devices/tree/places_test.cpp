@@ -187,8 +187,17 @@ TEST(disk_places, what_is_no_disk_is_passed_over)
     const std::string hidden = machine.ata(function, 3, 3, "2:0:0:0");
     machine.disk("sdb", hidden);
     machine.text(hidden + "/block/sdb/hidden", "1");
-    machine.disk("loop0", "sys/devices/virtual");
+    machine.disk("loop0", "sys/devices/virtual", 0); // nothing is on it
+    machine.disk("nbd0", "sys/devices/virtual", 0);
+    machine.disk("dm-0", "sys/devices/virtual");
+    machine.text("sys/devices/virtual/block/dm-0/dm/suspended", "1");
+    machine.disk("md0", "sys/devices/virtual", 0); // a container
+    machine.disk("ram0", "sys/devices/virtual");
+    machine.disk("zram0", "sys/devices/virtual");
+    machine.disk("mtdblock0", "sys/devices/platform/flash/mtd/mtd0");
     machine.disk("fd0", "sys/devices/platform/floppy.0");
+    for (const char *part : {"mmcblk0boot0", "mmcblk0boot1", "mmcblk0rpmb"})
+        machine.disk(part, "sys/devices/platform/fe340000.mmc/mmc_host/mmc0/mmc0:0001/block/mmcblk0");
     EXPECT_THAT(drives(), IsEmpty());
     EXPECT_THAT(tree_paths(), ElementsAre("/", "/pci@0,0", "/pci@0,0/pci8086,1234@1f,2"));
 }

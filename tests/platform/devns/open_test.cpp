@@ -13,6 +13,7 @@
 #include "tests/platform/devns_calls.h"
 
 using platform_test::device;
+using platform_test::get_variable;
 using platform_test::machine_folder;
 using platform_test::set_variable;
 namespace fs = std::filesystem;
@@ -140,6 +141,36 @@ TEST(devns_open, takes_no_number_by_which_a_closed_service_is_known)
     EXPECT_EQ(set_variable(opened.fd(), u"A", 7, "one"), EFI_SUCCESS);
     EXPECT_EQ(one.get("A"), "(none)");
     EXPECT_NE(other.get("A"), "(none)");
+}
+
+TEST(devns_ioctl, reading_from_a_folder_that_took_the_number_is_refused)
+{
+    machine_folder disk;
+    device opened;
+    disk.put("A", "data");
+    disk.put("B", "data");
+    machine_folder other;
+    other.put("A", "other data");
+    other.put("C", "other data");
+    const int kept = dup(opened.fd());
+    const int foreign = open(other.store().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    platform_test::walk steps;
+    ASSERT_EQ(steps.next(opened.fd()), EFI_SUCCESS);
+    // The program closes what it does not know, and opens a folder of its own.
+    ASSERT_EQ(dup2(foreign, opened.fd()), opened.fd());
+    errno = 0;
+    EXPECT_EQ(steps.next(opened.fd()), platform_test::not_answered); // there is no B
+    EXPECT_EQ(errno, EBADF);
+    errno = 0;
+    EXPECT_EQ(platform_test::walk().next(opened.fd()), platform_test::not_answered);
+    EXPECT_EQ(errno, EBADF);
+    EXPECT_EQ(get_variable(opened.fd(), u"A").status, platform_test::not_answered);
+    ASSERT_EQ(dup2(kept, opened.fd()), opened.fd());
+    EXPECT_EQ(steps.next(opened.fd()), EFI_SUCCESS);
+    EXPECT_EQ(steps.text(), u"B");
+    EXPECT_EQ(get_variable(opened.fd(), u"A").data, "data");
+    close(kept);
+    close(foreign);
 }
 
 TEST(devns_open, takes_no_number_of_a_standard_stream)

@@ -72,6 +72,47 @@ TEST_F(efivarfs, new_variable_is_one_write_of_attributes_and_data)
     EXPECT_EQ(disk.names(), std::vector<std::string>{name("A")});
 }
 
+// The kernel gives an ordinary user 100 reads a second: each is a call of the firmware.
+TEST_F(efivarfs, variable_is_read_at_once_and_its_size_without_reading)
+{
+    disk.put("A", std::string(5000, 'a'));
+    std::vector<CHAR16> units = {'A'};
+    std::string data(6000, '\0');
+    UINTN size = 0;
+    UINT32 attributes = 0;
+    int before = calls_of(wrapped::read);
+    EXPECT_EQ(machine::get_variable(*services, units, global_guid, nullptr, &size, nullptr),
+              EFI_BUFFER_TOO_SMALL);
+    EXPECT_EQ(size, 5000u);
+    EXPECT_EQ(calls_of(wrapped::read) - before, 0);
+    size = data.size();
+    EXPECT_EQ(machine::get_variable(*services, units, global_guid, &attributes, &size, data.data()),
+              EFI_SUCCESS);
+    EXPECT_EQ(data.substr(0, static_cast<std::size_t>(size)), std::string(5000, 'a'));
+    EXPECT_EQ(attributes, 7u);
+    EXPECT_EQ(calls_of(wrapped::read) - before, 1);
+}
+
+TEST_F(efivarfs, size_of_what_only_reading_tells_is_read)
+{
+    std::vector<CHAR16> units = {'A'};
+    const auto status_of_size = [&] {
+        UINTN size = 0;
+        return machine::get_variable(*services, units, global_guid, nullptr, &size, nullptr);
+    };
+    EXPECT_EQ(status_of_size(), EFI_NOT_FOUND);
+    for (const char *contents : {"", "\7\0\0\0"}) {
+        disk.put_file(disk.file("A"), {contents, *contents == '\0' ? 0u : 4u});
+        EXPECT_EQ(status_of_size(), EFI_NOT_FOUND);
+    }
+    disk.put_file(disk.file("A"), "12");
+    EXPECT_EQ(status_of_size(), EFI_DEVICE_ERROR);
+    disk.put("A", "data");
+    std::filesystem::permissions(disk.file("A"), std::filesystem::perms(0600));
+    failing_call denied(wrapped::openat, EACCES);
+    EXPECT_EQ(status_of_size(), EFI_ACCESS_DENIED);
+}
+
 TEST_F(efivarfs, rewrite_is_one_write_from_the_start_of_the_same_file)
 {
     disk.put("A", "data");

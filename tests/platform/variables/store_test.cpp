@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <thread>
 
 #include "platform/machine/enumerate.h"
 #include "platform/machine/services.h"
@@ -10,9 +11,11 @@
 #include "tests/platform/machine_folder.h"
 
 using machine::stopped_writers;
+using platform_test::calls_of;
 using platform_test::environment;
 using platform_test::global_suffix;
 using platform_test::machine_folder;
+using platform_test::wrapped;
 namespace fs = std::filesystem;
 
 namespace {
@@ -31,6 +34,25 @@ protected:
         bool found = false;
         EXPECT_EQ(machine::find_variable(*services, file_name, &found), EFI_SUCCESS);
         return found;
+    }
+    EFI_STATUS set(std::string_view variable, std::string_view data) const
+    {
+        const std::vector<CHAR16> units(variable.begin(), variable.end());
+        return machine::set_variable(*services, units, platform_test::global_guid, 7, data.size(),
+                                     data.data());
+    }
+    [[nodiscard]] UINT64 space_used() const
+    {
+        UINT64 used = 0;
+        EXPECT_EQ(machine::space_used(*services, stopped_writers::leave, &used), EFI_SUCCESS);
+        return used;
+    }
+    // By another thread, which has not the lock.
+    [[nodiscard]] UINT64 counted_anew() const
+    {
+        UINT64 used = 0;
+        std::thread([&] { used = space_used(); }).join();
+        return used;
     }
     EFI_STATUS read(std::string_view variable, machine::stored_variable *found) const
     {
@@ -162,6 +184,64 @@ TEST_F(variable_store, what_stopped_writers_left_is_removed_under_the_lock_only)
     EXPECT_EQ(disk.names().size(), 1u);
     ASSERT_EQ(machine::space_used(*services, stopped_writers::clean_up, &used), EFI_SUCCESS);
     EXPECT_EQ(disk.names().size(), 0u);
+}
+
+TEST_F(variable_store, who_has_the_lock_counts_the_space_once)
+{
+    for (int number = 0; number < 100; ++number)
+        disk.put("V" + std::to_string(number), "1");
+    const machine::held_lock lock(services->root);
+    ASSERT_EQ(lock.error(), 0);
+    const int before = calls_of(wrapped::fstatat);
+    EXPECT_GT(space_used(), 0u);
+    for (const char *name : {"A", "B", "C"})
+        EXPECT_EQ(set(name, "data"), EFI_SUCCESS);
+    EXPECT_EQ(set("A", "longer data"), EFI_SUCCESS);
+    const int looks = calls_of(wrapped::fstatat) - before;
+    EXPECT_GE(looks, 100);
+    EXPECT_LT(looks, 150);
+    EXPECT_EQ(space_used(), counted_anew());
+}
+
+TEST_F(variable_store, space_that_was_counted_is_what_there_is_after_every_change)
+{
+    disk.put("A", "data");
+    disk.put_file(disk.root() / "var/lib/hwplat/capacity", "100 50\n");
+    const machine::held_lock lock(services->root);
+    EXPECT_EQ(space_used(), counted_anew());
+    EXPECT_EQ(set("B", std::string(40, 'b')), EFI_SUCCESS);
+    EXPECT_EQ(space_used(), counted_anew());
+    EXPECT_EQ(set("C", std::string(40, 'c')), EFI_OUT_OF_RESOURCES);
+    EXPECT_EQ(space_used(), counted_anew());
+    EXPECT_EQ(set("B", "b"), EFI_SUCCESS); // shorter
+    EXPECT_EQ(space_used(), counted_anew());
+    EXPECT_EQ(set("C", std::string(40, 'c')), EFI_SUCCESS);
+    EXPECT_EQ(set("A", ""), EFI_SUCCESS); // removed
+    EXPECT_EQ(space_used(), counted_anew());
+    platform_test::failing_call failing(wrapped::fsync, EIO);
+    EXPECT_EQ(set("A", "data"), EFI_DEVICE_ERROR);
+    EXPECT_EQ(space_used(), counted_anew());
+}
+
+TEST_F(variable_store, what_stopped_writers_left_is_removed_though_the_space_is_known)
+{
+    disk.put_file(disk.store() / ".hwplat-1-1.tmp", "half");
+    const machine::held_lock lock(services->root);
+    EXPECT_EQ(space_used(), 0u);
+    EXPECT_EQ(set("A", "data"), EFI_SUCCESS);
+    EXPECT_EQ(disk.names(), std::vector<std::string>{name("A")});
+}
+
+TEST_F(variable_store, space_is_counted_anew_without_the_lock)
+{
+    {
+        const machine::held_lock lock(services->root);
+        EXPECT_EQ(space_used(), 0u);
+    }
+    disk.put("A", "another process's");
+    EXPECT_EQ(space_used(), counted_anew());
+    const machine::held_lock lock(services->root);
+    EXPECT_EQ(space_used(), counted_anew());
 }
 
 TEST_F(variable_store, capacity_is_256_kib_and_32_kib_a_variable_unless_the_machine_says_otherwise)

@@ -1,0 +1,42 @@
+/* SPDX-License-Identifier: MIT */
+// What is on the machine's drives beside slices and partitions, and what arrays are made of.
+#ifndef OVRA_TOOLS_CONTENTS_H
+#define OVRA_TOOLS_CONTENTS_H
+
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace tool {
+
+struct drive_contents {
+    std::string kind;   // as libvolset says it, such as "file-system"; empty when it cannot be read
+    std::string detail; // such as "vfat"
+    bool first_header_damaged = false;
+    int error = 0;                    // errno value
+    std::string metadata;             // of an array: its format
+    std::vector<std::string> members; // of an array: Linux's names
+
+    // In the words of a person.
+    std::string text() const;
+    // Whether this is known to be a device of the kernel's own, such as a logical volume, without a table.
+    bool is_no_disk(const std::string &path) const;
+    // "sda1 and sdb1"
+    std::string members_text() const;
+};
+
+// By the names of the drives. What is on them is read if `reads_media` is set. Throws a failure.
+std::unordered_map<std::string, drive_contents> read_contents(bool reads_media);
+
+// While it lives, all that is read shows the machine as it was at one moment.
+class one_moment {
+public:
+    one_moment();
+    one_moment(const one_moment &) = delete;
+    one_moment &operator=(const one_moment &) = delete;
+    ~one_moment();
+};
+
+} // namespace tool
+
+#endif
