@@ -288,9 +288,10 @@ int ovra_epath_decode_to_uefi(ovra_hdl_t hdl, ovra_epath_t epath, int len, ovra_
  * name and no file_path. Any other path gives one instance per END node; its nodes are matched level by level
  * against the device tree, and file_path is the text of its File-path nodes. A hard-drive node after the
  * hardware nodes of its disk is not found.
- * A disk whose medium cannot be read (EIO, EACCES) is passed over, and the others are the result.
+ * A disk or a device of the tree that cannot be looked at, for want of memory too, is passed over, and the
+ * others are the result.
  * -1: the nodes do not fit into `len` bytes or have an unknown type, a device is absent or cannot be read, or
- * memory or file descriptors ran short; *paths is null, or holds the instances found so far.
+ * there is no memory; *paths is null, or holds the instances found so far.
  */
 int ovra_epath_decode_to_devices(ovra_hdl_t hdl, ovra_epath_t epath, int len, ovra_path_t ***paths);
 
@@ -351,12 +352,13 @@ int ovra_bootopt_list(ovra_hdl_t hdl, char ***names);
 
 /*
  * The names of all load options that boot from a slice or partition of a disk: their first hard-drive node
- * has its number, start, size and signature. An option that cannot be read is skipped.
+ * has its number, start, size and signature. Options that cannot be read are skipped, and those that the
+ * firmware does not name after an error (ovra_bootopt_list).
  * disk: a slice ("c0t0d0s0", also after "/dev/dsk/") or a partition ("c0t0d0p1", "/dev/rdsk/c0t0d0p1").
  * names: receives a null-terminated array in the firmware's order; null if there is none. Release it with
  * free_str_array.
- * -1: there is no such slice or partition, it or the list of options cannot be read whole, or memory or file
- * descriptors ran short; *names is null.
+ * -1: there is no such slice or partition, it or the options cannot be read, or there is no memory; *names is
+ * null.
  */
 int ovra_bootopt_find(ovra_hdl_t hdl, char *disk, char ***names);
 
@@ -364,9 +366,10 @@ int ovra_bootopt_find(ovra_hdl_t hdl, char *disk, char ***names);
  * The disk names ("c0t0d0s0", "c0t0d0p1") for the first hard-drive node of a load option's path.
  * bootname: the option's name.
  * names: receives a null-terminated array; it has several names if disks are alike in signature, start and
- * size. Release it with free_str_array. A disk whose medium cannot be read (EIO, EACCES) is passed over.
+ * size. Release it with free_str_array. A disk that cannot be looked at, for want of memory too, is passed
+ * over.
  * -1: the option cannot be read or its path has no hard-drive node, and *names is untouched; or no disk has
- * such a partition, or memory or file descriptors ran short, and *names is null.
+ * such a partition or there is no memory, and *names is null.
  */
 int ovra_bootopt_logdev(ovra_hdl_t hdl, char *bootname, char ***names);
 
@@ -459,7 +462,7 @@ int ovra_bootnext_set(ovra_hdl_t hdl, char *bootname);
 /*
  * The device text of the first instance of the option's path, in UEFI text form.
  * devpath: receives it.
- * -1 also if the path cannot be decoded whole or has no such text.
+ * -1 also if the path cannot be decoded or has no such text. A node for which there is no memory is left out.
  */
 int ovra_bootopt_devpath_get(ovra_hdl_t hdl, char *bootname, char **devpath);
 
