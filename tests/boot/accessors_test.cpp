@@ -182,29 +182,6 @@ TEST_F(accessors, kept_sata_port_is_lost_when_a_text_goes_through_the_encoder)
               to_hex(option_bytes("03 12 0a 00  00 00 ff ff 00 00" + std::string(file_node) + end_node)));
 }
 
-TEST_F(accessors, kept_a_text_that_was_printed_cut_is_written_back_cut)
-{
-    const auto with_file = [](const std::u16string &name) {
-        const auto size = static_cast<char16_t>(6 + 2 * name.size());
-        return to_hex((char16_t{0x0404} + (size + name) + u'\0').data(), size);
-    };
-    const auto path_after = [&](const std::u16string &name) {
-        bytes path = from_hex("01 01 06 00  02 1f" + with_file(name) + end_node);
-        EXPECT_EQ(ovra_bootopt_encoded_path_set(hdl, option, path.data(), static_cast<int>(path.size())), 0);
-        EXPECT_EQ(ovra_bootopt_devpath_set(hdl, option, arg("Pci(1,1)")), 0);
-        ovra_epath_t stored_path = nullptr;
-        int size = 0;
-        EXPECT_EQ(ovra_bootopt_get(hdl, option, &stored_path, &size, nullptr, nullptr, nullptr, nullptr), 0);
-        return to_hex(stored_path, static_cast<size_t>(size));
-    };
-    const auto expected = [&](const std::u16string &name) {
-        return to_hex(from_hex("01 01 06 00  01 01" + with_file(name) + end_node));
-    };
-    EXPECT_EQ(path_after(std::u16string(1023, u'x')), expected(std::u16string(1023, u'x')));
-    EXPECT_EQ(path_after(std::u16string(1024, u'x')), expected(std::u16string(1023, u'x')));
-    EXPECT_EQ(path_after(std::u16string(u"a") + char16_t{0xd800} + u"b"), expected(u"a"));
-}
-
 TEST_F(accessors, text_that_cannot_be_encoded_leaves_the_option)
 {
     const std::string before = stored();

@@ -68,7 +68,8 @@ TEST_F(text_machines, an_array_that_begins_its_members_is_refused)
 TEST_F(text_machines, an_array_with_a_table_is_a_disk)
 {
     become("md_arrays");
-    EXPECT_THAT(failure(create + words{"md126"}), HasSubstr("\"md126\" is the whole disk c1t126d0 (md126)\n"));
+    EXPECT_THAT(failure(create + words{"md126"}),
+                HasSubstr("\"md126\" is the whole disk c1t126d0 (md126)\n"));
     EXPECT_EQ(json::parse(run(create + words{"md126p1", "--json"}).out)["disk"], "c1t126d0s0");
 }
 
