@@ -60,8 +60,11 @@
  *    has closed file descriptors that are not its own (closefrom, when it becomes a daemon) it needs a new
  *    handle. On the old one calls fail with EBADF, and ovra_fini closes nothing that is not its own.
  *  - A handle stays with the variables of the machine that it was opened on. Disks and the device tree are
- *    looked up by name at each call: after a chroot they are another machine's.
- *  - Once the program's first ovra_init has returned, fork waits until no thread is inside a text conversion;
+ *    looked up by name at each call: after a chroot they are another machine's. No code is loaded from that
+ *    one's folders: libblkid, which reads disks, must have been loaded before, by the first call that reads
+ *    one or by the program. Without it such calls fail (docs/platform.md).
+ *  - Once the program's first ovra_init has returned, fork waits until no thread is inside a text conversion
+ *    or loads libblkid;
  *    the child may then use the library with handles of its own. (_Fork and clone do not wait.) The
  *    file descriptor of an inherited handle is shared by both processes.
  *  - pthread_cancel never takes effect inside a call, but at the program's own next cancellation point.
@@ -251,6 +254,10 @@ int ovra_get_next_high_monotonic_count(ovra_hdl_t hdl, UINT32 *high_count, EFI_S
  * epath: receives a new block; may be null. The block of a UEFI text belongs to the caller, who passes it to
  * free; that of a disk belongs to the handle.
  * len: receives the size of the block in bytes; may be null.
+ * A logical partition (p5 and above) becomes partition number 0, as the whole disk does, with its own start,
+ * size and signature.
+ * A node has room for a file text of 32764 characters. Of a longer one the node's length is stored cut to 16
+ * bits: the text is lost or damaged, with 0.
  * Another name below "/dev/" or "/devices/" is looked up in the device tree; *epath and *len are not written,
  * even on success.
  * Sata stores its LUN as the port, and UsbWwid its PID as the interface: such a text changes when it is
@@ -262,8 +269,8 @@ int ovra_epath_encode(ovra_hdl_t hdl, ovra_path_t **paths, int flags, ovra_epath
 /*
  * The UEFI text of a packed path.
  * epath, len: the path and its length in bytes.
- * paths: receives a null-terminated array with one element per END node; null if there is none (a `len` of 0
- * gives one element). Nodes after the last END node are left out. device_path is "" for an instance without
+ * paths: receives a null-terminated array with one element per END node; null if there is none, as in a path
+ * of `len` 0 or less. Nodes after the last END node are left out. device_path is "" for an instance without
  * device nodes; file_path is null for one without a File-path node. Release the array with free_dpath.
  * A node shorter than its kind, or without a text of its own, shows its bytes. A node's text is cut at 1023
  * bytes, and left out when there is no memory for it.
@@ -281,6 +288,8 @@ int ovra_epath_decode_to_uefi(ovra_hdl_t hdl, ovra_epath_t epath, int len, ovra_
  * name and no file_path. Any other path gives one instance per END node; its nodes are matched level by level
  * against the device tree, and file_path is the text of its File-path nodes. A hard-drive node after the
  * hardware nodes of its disk is not found.
+ * A disk or a device of the tree that cannot be looked at, for want of memory too, is passed over, and the
+ * others are the result.
  * -1: the nodes do not fit into `len` bytes or have an unknown type, a device is absent or cannot be read, or
  * there is no memory; *paths is null, or holds the instances found so far.
  */
@@ -315,7 +324,9 @@ int ovra_bootopt_get(ovra_hdl_t hdl, char *name, ovra_epath_t *path, int *path_l
  * above 65535 is stored cut to 16 bits, and zero bytes at the variable's end stand for the rest.
  * desc: the description. attr: LOAD_OPTION_ bits. optdata, optdata_len: the optional data; null with 0.
  * -1: the name is invalid, the description is no UTF-8 text of 16-bit characters, the lengths do not add up,
- * there is no memory, or the variable cannot be written; the old option stands.
+ * there is no memory, or the variable cannot be written; the old option stands. One exception, for all that
+ * writes variables: when a disk gives an error after the new value is in place (a folder machine's last
+ * fsync), it is -1 and the new value stands.
  */
 int ovra_bootopt_set(ovra_hdl_t hdl, char *name, ovra_epath_t path, int path_len, char *desc, uint32_t attr,
                      void *optdata, size_t optdata_len);
@@ -341,7 +352,8 @@ int ovra_bootopt_list(ovra_hdl_t hdl, char ***names);
 
 /*
  * The names of all load options that boot from a slice or partition of a disk: their first hard-drive node
- * has its number, start, size and signature. Options that cannot be read are skipped.
+ * has its number, start, size and signature. Options that cannot be read are skipped, and those that the
+ * firmware does not name after an error (ovra_bootopt_list).
  * disk: a slice ("c0t0d0s0", also after "/dev/dsk/") or a partition ("c0t0d0p1", "/dev/rdsk/c0t0d0p1").
  * names: receives a null-terminated array in the firmware's order; null if there is none. Release it with
  * free_str_array.
@@ -354,7 +366,8 @@ int ovra_bootopt_find(ovra_hdl_t hdl, char *disk, char ***names);
  * The disk names ("c0t0d0s0", "c0t0d0p1") for the first hard-drive node of a load option's path.
  * bootname: the option's name.
  * names: receives a null-terminated array; it has several names if disks are alike in signature, start and
- * size. Release it with free_str_array.
+ * size. Release it with free_str_array. A disk that cannot be looked at, for want of memory too, is passed
+ * over.
  * -1: the option cannot be read or its path has no hard-drive node, and *names is untouched; or no disk has
  * such a partition or there is no memory, and *names is null.
  */
@@ -370,8 +383,10 @@ int ovra_bootopt_unused(ovra_hdl_t hdl, char **bootname);
 /*
  * BootOrder, BootCurrent and BootNext (UEFI 3.3).
  *
- * These functions read an option's name loosely: "Boot" in any case, then a hexadecimal number whose low 16
- * bits count. "boot1", "Boot0x1" and "Boot1 and more" all mean option 0001. Positions count from 0.
+ * These functions read an option's name loosely, as sscanf reads "Boot%hx": "Boot" in any case, then white
+ * space, a sign, "0x" (each may be missing) and a hexadecimal number whose low 16 bits count. "boot1",
+ * "Boot0x1", "Boot +1" and "Boot1 and more" all mean option 0001, "Boot-2" FFFE and "Boot0x" 0000. A number
+ * that does not fit into 64 bits is FFFF. Positions count from 0.
  *
  *     int position;
  *     if (ovra_bootorder_get_position(hdl, "Boot0003", &position) == 0 && position > 0)
@@ -437,7 +452,7 @@ int ovra_bootnext_set(ovra_hdl_t hdl, char *bootname);
  * bootname: the option's name.
  * A getter reads the option and hands out the field. A setter reads the option, replaces the field and writes
  * the whole option back: the other fields stay byte for byte (the description as ovra_bootopt_get reads it).
- * -1: the option cannot be read, or cannot be written by a setter; it is untouched.
+ * -1: the option cannot be read, or cannot be written by a setter; it is untouched, but see ovra_bootopt_set.
  *
  *     uint32_t attributes;
  *     if (ovra_bootopt_attr_get(hdl, "Boot0003", &attributes) == 0)
@@ -447,7 +462,7 @@ int ovra_bootnext_set(ovra_hdl_t hdl, char *bootname);
 /*
  * The device text of the first instance of the option's path, in UEFI text form.
  * devpath: receives it.
- * -1 also if the path cannot be decoded or has no such text.
+ * -1 also if the path cannot be decoded or has no such text. A node for which there is no memory is left out.
  */
 int ovra_bootopt_devpath_get(ovra_hdl_t hdl, char *bootname, char **devpath);
 
@@ -457,8 +472,9 @@ int ovra_bootopt_bootpath_get(ovra_hdl_t hdl, char *bootname, char **bootpath);
 /*
  * Replaces the device text of the first instance.
  * devpath: UEFI text, or the name of a disk.
- * The whole path goes through its text form, which does not carry everything; ovra_bootopt_encoded_path_set
- * keeps every byte.
+ * The whole path goes through its text form, which does not carry everything: of the stored file text what
+ * follows its first 1023 bytes of UTF-8, or an unpaired surrogate, is lost, with 0.
+ * ovra_bootopt_encoded_path_set keeps every byte.
  * -1 also if the path has no first instance or the text cannot be encoded.
  */
 int ovra_bootopt_devpath_set(ovra_hdl_t hdl, char *bootname, char *devpath);

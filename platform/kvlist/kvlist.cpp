@@ -11,6 +11,20 @@
 
 #include "platform/machine/failure.h"
 
+namespace {
+
+// A thread's first exception takes the run-time library's variables of that thread, and a process that has no
+// memory for them is ended. With one of this model in the library they are all in the block that every thread
+// is born with, as they are in the libraries with a thread's picture.
+[[gnu::tls_model("initial-exec")]] constinit thread_local volatile bool in_every_thread = false;
+
+[[gnu::constructor]] void place_variables_of_threads()
+{
+    in_every_thread = true;
+}
+
+} // namespace
+
 using byte_array = std::vector<uint8_t>;
 using value = std::variant<uint32_t, uint64_t, byte_array>;
 

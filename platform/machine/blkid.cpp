@@ -6,6 +6,8 @@
 #include <memory>
 
 #include <dlfcn.h>
+#include <pthread.h>
+#include <sys/stat.h>
 
 #include "platform/machine/debug.h"
 #include "platform/machine/failure.h"
@@ -15,6 +17,63 @@ namespace machine {
 namespace {
 
 constinit std::atomic<const blkid_library *> loaded = nullptr;
+
+// Read-locked while a thread loads; a fork waits for it: a child that began in the middle would have the
+// dynamic linker's lists half changed. Threads that load do not wait for each other, as one may do so in a
+// constructor, with the linker's own lock.
+constinit pthread_rwlock_t loading = PTHREAD_RWLOCK_INITIALIZER;
+
+class loading_turn {
+public:
+    loading_turn() { pthread_rwlock_rdlock(&loading); }
+    loading_turn(const loading_turn &) = delete;
+    loading_turn &operator=(const loading_turn &) = delete;
+    ~loading_turn() { pthread_rwlock_unlock(&loading); }
+};
+
+void before_fork()
+{
+    pthread_rwlock_wrlock(&loading);
+}
+
+void after_fork()
+{
+    pthread_rwlock_unlock(&loading);
+}
+
+void after_fork_in_child()
+{
+    // Anew: a lock for writing belongs to a thread, which has another number in the child.
+    loading = PTHREAD_RWLOCK_INITIALIZER;
+}
+
+struct folder_id {
+    dev_t device;
+    ino_t number;
+    bool known;
+
+    bool operator==(const folder_id &other) const
+    {
+        return known && other.known && device == other.device && number == other.number;
+    }
+};
+
+folder_id id_of_root()
+{
+    struct stat root = {};
+    const bool known = stat("/", &root) == 0;
+    return {root.st_dev, root.st_ino, known};
+}
+
+constinit bool follows_forks = false;
+constinit folder_id first_root = {};
+
+// When the library is loaded, before there is a thread that loads and another that forks.
+[[gnu::constructor]] void prepare()
+{
+    follows_forks = pthread_atfork(before_fork, after_fork, after_fork_in_child) == 0;
+    first_root = id_of_root();
+}
 
 [[noreturn]] void fail()
 {
@@ -36,9 +95,15 @@ void find(void *library, const char *name, call *found)
 
 std::unique_ptr<blkid_library> load()
 {
+    if (!follows_forks)
+        throw read_failure{ENOMEM};
     auto library = std::make_unique<blkid_library>();
+    // After a chroot the name stands for code of another system, perhaps of one that is to be examined, which
+    // must not run here. What the program has loaded before is its own.
+    const int nothing_new = id_of_root() == first_root ? 0 : RTLD_NOLOAD;
+    const loading_turn turn;
     errno = 0;
-    void *handle = dlopen(HWPLAT_BLKID_SONAME, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+    void *handle = dlopen(HWPLAT_BLKID_SONAME, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE | nothing_new);
     if (handle == nullptr)
         fail();
 #define HWPLAT_BLKID_FIND(name) find(handle, "blkid_" #name, &library->name);

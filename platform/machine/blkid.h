@@ -32,7 +32,11 @@ struct blkid_library {
 #undef HWPLAT_BLKID_MEMBER
 };
 
-/* Loads it at the first call of the process, and keeps it. Throws read_failure: a shortage, or ELIBACC. */
+/*
+ * Loads it at the first call of the process, and keeps it. A fork in another thread waits meanwhile. When the
+ * process has another root than at its start, what it has already loaded is taken alone. Throws read_failure:
+ * a shortage, or ELIBACC.
+ */
 const blkid_library &blkid();
 
 struct probe_freeing {

@@ -115,6 +115,10 @@ machine_root open_root_of_variables()
             errno = EISDIR;
         else
             root.folder = owned_fd(open(file.substr(0, slash + 1).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+        const auto identity = root.folder ? file_identity_of(root.folder.get()) : std::nullopt;
+        if (!identity)
+            root.folder.reset();
+        root.identity = identity.value_or(file_identity{});
     }
     if (!root.folder)
         debug("no variables: cannot find the file '%s': %s", value, std::strerror(errno));

@@ -79,6 +79,8 @@ int set_text(ovra_hdl_t hdl, char *bootname, text_field which, char *text)
     // back, would make an option that boots something else.
     if (!instances || !whole)
         return fail("unable to ovra_epath_decode: %s\n", bootname);
+    // Kept: the other text goes back as it was printed: without what follows its first 1023 bytes or a
+    // character that is none. [kept_a_text_that_was_printed_cut_is_written_back_cut]
     instances[0]->*which = text;
 
     // Kept: the encoder accepts some texts without producing a path; the one that was read is then written

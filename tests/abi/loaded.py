@@ -3,7 +3,7 @@
 """usage: loaded.py LIBRARY_FOLDER flags|growth
 
 Programs with plugins load and close a library as often as they like. "flags": each library is marked to stay where it
-is. "growth": each is loaded, used and closed again and again in a process of its own, whose memory must not grow.
+is, and has its variables of threads where they need no memory. "growth": each is loaded, used and closed again and again in a process of its own, whose memory must not grow.
 """
 import _ctypes
 import ctypes
@@ -87,6 +87,15 @@ class Flags(unittest.TestCase):
             with self.subTest(name):
                 flags = dict(entry for entry in elf.dynamic_entries(os.path.join(FOLDER, name)) if entry[0] != "NEEDED")
                 self.assertIn("NODELETE", flags.get("FLAGS_1", "").split())
+
+    # Variables of threads that were allocated at their first use would end a process without memory.
+    def test_variables_of_threads_are_in_the_block_of_each_thread(self):
+        for name in LIBRARIES:
+            with self.subTest(name):
+                path = os.path.join(FOLDER, name)
+                flags = dict(entry for entry in elf.dynamic_entries(path) if entry[0] != "NEEDED")
+                self.assertRegex(elf.output("readelf", "-lW", path), r"(?m)^\s+TLS\s")
+                self.assertIn("STATIC_TLS", flags.get("FLAGS", "").split())
 
 
 class Growth(unittest.TestCase):

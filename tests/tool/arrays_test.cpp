@@ -62,13 +62,14 @@ TEST_F(text_machines, an_array_that_begins_its_members_is_refused)
     EXPECT_THAT(whole(failure(create + words{"md1"})), HasSubstr("(metadata 1.1)"));
     EXPECT_THAT(whole(failure(create + words{"sda2"})), HasSubstr("c0t0d0s1 is a member of an array"));
     // It can be looked for all the same.
-    EXPECT_EQ(run({"find", "sda2"}).out, "no option boots from c0t0d0s1\n");
+    EXPECT_EQ(run({"find", "sda2"}).out, "no option boots from c0t0d0s1 (sda2)\n");
 }
 
 TEST_F(text_machines, an_array_with_a_table_is_a_disk)
 {
     become("md_arrays");
-    EXPECT_THAT(failure(create + words{"md126"}), HasSubstr("\"md126\" is the whole disk c1t126d0\n"));
+    EXPECT_THAT(failure(create + words{"md126"}),
+                HasSubstr("\"md126\" is the whole disk c1t126d0 (md126)\n"));
     EXPECT_EQ(json::parse(run(create + words{"md126p1", "--json"}).out)["disk"], "c1t126d0s0");
 }
 

@@ -102,10 +102,8 @@ void refuse_unread(bool any, const std::string &text, const std::string &kernel_
                       error == EACCES || error == EPERM ? "Run this as root." : disks_advice);
 }
 
-// "/dev/sda1" of a kernel's name, in which a folder has another mark.
-std::string in_dev_folder(std::string name)
+std::string in_dev_folder(const std::string &name)
 {
-    std::replace(name.begin(), name.end(), '!', '/');
     return ovra::device_folder + name;
 }
 

@@ -94,16 +94,15 @@ disk_name in_dev(const machine_files &files, const std::string &path)
             return {each.kind, without_udev_escapes(path.substr(each.folder.size())), false, {}, {}};
     }
     std::string name = path.substr(ovra::length_of(ovra::device_folder));
-    name = mapped(files, name).value_or(name);
-    std::replace(name.begin(), name.end(), '/', '!'); // as the kernel writes it
-    return {named_by::name, name, false, {}, {}};
+    return {named_by::name, mapped(files, name).value_or(name), false, {}, {}};
 }
 
 disk_name numbered(const machine_files &files, const std::string &text, const std::string &number)
 {
-    const auto name = files.link_name("/sys/dev/block/" + number);
+    auto name = files.link_name("/sys/dev/block/" + number);
     if (!name)
         throw failure(in_quotes(text) + " is the device " + number + ", which this machine does not have");
+    std::replace(name->begin(), name->end(), '!', '/'); // the kernel's mark for a folder below /dev
     return {named_by::name, *name, false, {}, {}};
 }
 
@@ -166,12 +165,14 @@ disk_name understood(const std::string &text)
 
 std::string lies_on(const disk_name &name)
 {
-    if (name.kind != named_by::name || name.value.empty() || name.value.find('/') != std::string::npos)
+    if (name.kind != named_by::name || name.value.empty())
         return {};
     const machine_files files;
-    std::vector<std::string> below = files.names("/sys/class/block/" + name.value + "/slaves");
+    std::string folder = name.value;
+    std::replace(folder.begin(), folder.end(), '/', '!');
+    std::vector<std::string> below = files.names("/sys/class/block/" + folder + "/slaves");
     if (below.empty())
-        below = files.names("/sys/block/" + name.value + "/slaves");
+        below = files.names("/sys/block/" + folder + "/slaves");
     return below.empty() ? "" : "It lies on " + printable(join(below, ", ")) + ". ";
 }
 
