@@ -73,6 +73,20 @@ TEST_F(text_machines, an_array_with_a_table_is_a_disk)
     EXPECT_EQ(json::parse(run(create + words{"md126p1", "--json"}).out)["disk"], "c1t126d0s0");
 }
 
+// Firmware sees the members of an array without a table.
+TEST_F(text_machines, options_of_an_array_are_those_of_its_member_or_partitions)
+{
+    become("md_arrays");
+    EXPECT_EQ(run(create + words{"sda1"}).status, 0);
+    EXPECT_EQ(run(create + words{"md126p1"}).status, 0);
+    const json member = json::parse(run({"find", "md0", "--json"}).out);
+    EXPECT_EQ(member["disk"], "c0t0d0s0");
+    EXPECT_EQ(member["options"], json({"Boot0000"}));
+    EXPECT_EQ(parsed({"find", "sda"})["options"], json({"Boot0000"}));
+    EXPECT_EQ(parsed({"find", "md126"})["disk"], "c1t126d0");
+    EXPECT_EQ(parsed({"find", "md126"})["options"], json({"Boot0001"}));
+}
+
 TEST_F(text_machines, arrays_stand_in_documents_with_their_members)
 {
     become("md_arrays");

@@ -237,6 +237,23 @@ TEST_F(whole_disks, have_the_options_of_their_partitions)
                                              "  Name "));
 }
 
+// Named by what leads to it or is on it; with --part it is one of its partitions.
+TEST_F(whole_disks, are_known_by_any_spelling)
+{
+    fs::create_directories(root / "dev/disk/by-id");
+    fs::create_symlink("../../sda", root / "dev/disk/by-id/ata-QEMU");
+    put_text("proc/self/mountinfo", "20 1 8:99 / / rw - ext4 /dev/sdx1 rw\n"
+                                    "30 20 8:0 / /stick rw - vfat /dev/sda rw\n");
+    put_text("stick/a", "");
+    for (const char *name : {"/dev/disk/by-id/ata-QEMU", "//dev/./sda", "/stick", "/stick/a"}) {
+        const json found = parsed({"find", name});
+        EXPECT_EQ(found["disk"], "c5t0d0") << name;
+        EXPECT_EQ(found["options"], json({"Boot0005"})) << name;
+    }
+    EXPECT_EQ(run({"find", "/stick"}).err, "/stick is on c5t0d0, /dev/sda.\n");
+    EXPECT_EQ(parsed({"find", "sda", "--part", "2"})["disk"], "c5t0d0s1");
+}
+
 // An option holds a list of paths.
 TEST_F(whole_disks, have_the_options_that_name_them_later)
 {

@@ -35,6 +35,25 @@ bool is_removable(byte_view node)
 
 } // namespace
 
+std::vector<caution> cautions_of_disk(const chosen_disk &disk, bool full, bool may_be_full)
+{
+    std::vector<caution> all;
+    const auto *node = ovra::as<uefi_hard_drive_path_t>(byte_view(disk.node));
+    if (node && node->part_number == 0)
+        all.push_back({"the path has the number 0 for " + disk.both_names() +
+                           (disk.is_logical ? ", a logical partition" : ", a whole disk"),
+                       "Firmware that goes by the number does not find it."});
+    if (full)
+        return all;
+    for (const chosen_disk &other : twins_of(disk))
+        all.push_back({other.both_names() + " has the same " +
+                           (disk.partuuid.empty() ? "MBR signature" : "PARTUUID") + " as " +
+                           disk.both_names(),
+                       std::string("The firmware may take either.") +
+                           (may_be_full ? " With --full the path leads to one of them alone." : "")});
+    return all;
+}
+
 std::vector<caution> cautions_of_number(byte_view path)
 {
     const auto *node = ovra::as<uefi_hard_drive_path_t>(first_hard_drive(path));

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/machine/chosendisk.h"
 #include "tools/text/text.h"
 
 namespace tool {
@@ -14,6 +15,10 @@ struct caution {
     std::string what;
     std::string advice;
 };
+
+// What firmware goes by when it looks for the disk of a path, in the full form or the short one, may be that
+// of another disk, or of none. `may_be_full`: --full can be advised.
+std::vector<caution> cautions_of_disk(const chosen_disk &disk, bool full, bool may_be_full);
 
 // Of a path that has the number 0 where firmware looks for that of a partition.
 std::vector<caution> cautions_of_number(byte_view path);

@@ -8,7 +8,6 @@
 
 #include "src/base/ascii.h"
 #include "src/base/device_name.h"
-#include "src/base/nodes.h"
 #include "src/base/whole_number.h"
 #include "tools/machine/arrays.h"
 #include "tools/machine/drives.h"
@@ -233,25 +232,6 @@ void warn_of(const std::vector<caution> &cautions, json *document)
     }
 }
 
-std::vector<caution> path_arguments::cautions_of_disk(const chosen_disk &found) const
-{
-    std::vector<caution> all;
-    const auto *node = ovra::as<uefi_hard_drive_path_t>(byte_view(found.node));
-    if (node && node->part_number == 0)
-        all.push_back({"the path has the number 0 for " + found.both_names() +
-                           (found.is_logical ? ", a logical partition" : ", a whole disk"),
-                       "Firmware that goes by the number does not find it."});
-    if (full)
-        return all;
-    for (const chosen_disk &other : twins_of(found))
-        all.push_back({other.both_names() + " has the same " +
-                           (found.partuuid.empty() ? "MBR signature" : "PARTUUID") + " as " +
-                           found.both_names(),
-                       std::string("The firmware may take either.") +
-                           (disk.name ? " With --full the path leads to one of them alone." : "")});
-    return all;
-}
-
 // The file that was given, else the one that was named as the disk.
 std::optional<std::string> path_arguments::file_of(const chosen_disk &found,
                                                    const general_options &general) const
@@ -302,7 +282,7 @@ given_path path_arguments::encode(device_paths &paths, packs what, const general
     given.disk = found.members();
     if (given.file != file)
         given.disk["file"] = given.file.value();
-    std::vector<caution> cautions = cautions_of_disk(found);
+    std::vector<caution> cautions = cautions_of_disk(found, full, disk.name.has_value());
     const drive drive = drive_of(found.name);
     given.is_removable = drive.is_removable;
     if (full)

@@ -119,8 +119,6 @@ struct path_arguments {
 
 private:
     std::optional<std::string> file_of(const chosen_disk &found, const general_options &general) const;
-    // What firmware goes by when it looks for the disk of a path may be that of another disk, or of none.
-    std::vector<caution> cautions_of_disk(const chosen_disk &found) const;
     bytes pack_text(device_paths &paths, const std::optional<std::string> &with_file) const;
 
     std::string whole_text; // with its file: as it was given
