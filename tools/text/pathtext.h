@@ -15,7 +15,8 @@ namespace tool {
 struct path_text {
     std::string device; // may be empty
     std::optional<std::string> file;
-    std::string uefi = {}; // what the UEFI specification calls all of it; empty where the two texts say as much
+    // What the UEFI specification calls all of it; empty where the two texts say as much.
+    std::string uefi = {};
 };
 
 struct decoded_path {
