@@ -31,17 +31,17 @@ public:
     ~loading_turn() { pthread_rwlock_unlock(&loading); }
 };
 
-void before_fork()
+void stop_loading()
 {
     pthread_rwlock_wrlock(&loading);
 }
 
-void after_fork()
+void go_on_loading()
 {
     pthread_rwlock_unlock(&loading);
 }
 
-void after_fork_in_child()
+void load_in_child()
 {
     // Anew: a lock for writing belongs to a thread, which has another number in the child.
     loading = PTHREAD_RWLOCK_INITIALIZER;
@@ -65,13 +65,13 @@ folder_id id_of_root()
     return {root.st_dev, root.st_ino, known};
 }
 
-constinit bool follows_forks = false;
+constinit bool waits_at_forks = false;
 constinit folder_id first_root = {};
 
 // When the library is loaded, before there is a thread that loads and another that forks.
 [[gnu::constructor]] void prepare()
 {
-    follows_forks = pthread_atfork(before_fork, after_fork, after_fork_in_child) == 0;
+    waits_at_forks = pthread_atfork(stop_loading, go_on_loading, load_in_child) == 0;
     first_root = id_of_root();
 }
 
@@ -95,7 +95,7 @@ void find(void *library, const char *name, call *found)
 
 std::unique_ptr<blkid_library> load()
 {
-    if (!follows_forks)
+    if (!waits_at_forks)
         throw read_failure{ENOMEM};
     auto library = std::make_unique<blkid_library>();
     // After a chroot the name stands for code of another system, perhaps of one that is to be examined, which
