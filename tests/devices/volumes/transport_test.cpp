@@ -68,7 +68,7 @@ protected:
         return path;
     }
 
-    const sample machine;
+    const sample machine{};
 };
 
 TEST_F(transports, of_the_captured_machine)
