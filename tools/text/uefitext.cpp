@@ -180,7 +180,7 @@ std::string vendor(fields &of)
     return keyword + ('(' + guid) + (data.empty() ? "" : ',' + data) + ')';
 }
 
-// A vendor's node as the specification defines it; the details of a topology stay what they are to a vendor.
+// A vendor's node as the UEFI specification defines it; details of a topology are left to the vendor.
 std::string messaging_vendor(fields &of)
 {
     constexpr EFI_GUID sas = {0xd487ddb4, 0x008b, 0x11d9, {0xaf, 0xdc, 0x00, 0x10, 0x83, 0xff, 0xca, 0x4d}};
