@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * Records of the files that keep a stopped machine's variables: a volume of firmware (UEFI PI specification,
+ * Records of the files that keep a stopped machine's variables: a volume of firmware (UEFI PI,
  * volume 3, and EDK II's variable store in it), and the file of U-Boot.
  */
 #ifndef SRC_BASE_VARIABLE_IMAGE_H
