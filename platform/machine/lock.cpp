@@ -52,11 +52,11 @@ struct entry {
     locked_knowledge knowledge;
 };
 
-constinit entry *entries = nullptr; // under lock_process_state()
+constinit entry *known_locks = nullptr; // under lock_process_state()
 
 void remove_from_list(const entry *gone)
 {
-    for (entry **link = &entries; *link != nullptr; link = &(*link)->next) {
+    for (entry **link = &known_locks; *link != nullptr; link = &(*link)->next) {
         if (*link == gone) {
             *link = gone->next;
             return;
@@ -114,7 +114,7 @@ struct this_thread {
             listed_entry mine;
             {
                 const auto guard = lock_process_state();
-                entry *found = entries;
+                entry *found = known_locks;
                 while (found != nullptr && found->thread != this)
                     found = found->next;
                 if (found == nullptr)
@@ -130,7 +130,7 @@ thread_local this_thread current;
 // Under lock_process_state().
 entry *own_in_list(const machine_identity &machine)
 {
-    entry *found = entries;
+    entry *found = known_locks;
     while (found != nullptr && (found->thread != &current || !(found->machine == machine)))
         found = found->next;
     return found;
@@ -146,7 +146,7 @@ entry *find_own(const machine_identity &machine)
 entry *find_last_own()
 {
     const auto guard = lock_process_state();
-    entry *found = entries;
+    entry *found = known_locks;
     while (found != nullptr && (found->thread != &current || found->depth == 0))
         found = found->next;
     return found;
@@ -256,8 +256,8 @@ int list_new_entry(const machine_root &root, const machine_identity &machine, li
     if (!opened_file)
         return errno;
     made->opened_file = *opened_file;
-    made->next = entries;
-    entries = made.get();
+    made->next = known_locks;
+    known_locks = made.get();
     out->reset(made.release());
     return 0;
 }
@@ -481,9 +481,9 @@ EFI_STATUS held_lock::status() const
 
 void forget_locks()
 {
-    while (entries != nullptr) {
-        const std::unique_ptr<entry> copy(entries);
-        entries = copy->next;
+    while (known_locks != nullptr) {
+        const std::unique_ptr<entry> copy(known_locks);
+        known_locks = copy->next;
         if (!is_still_open(*copy))
             copy->file.release();
     }

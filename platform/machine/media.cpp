@@ -25,7 +25,7 @@ namespace machine {
 
 namespace {
 
-constexpr std::uint64_t unit = 512; // of libblkid's numbers, whatever the block size
+constexpr std::uint64_t unit_size = 512; // of libblkid's numbers, whatever the block size
 constexpr std::uint64_t largest_mbr_number = UINT32_MAX;
 
 constexpr std::uint32_t largest_gpt_entry = 4096; // bytes
@@ -33,7 +33,7 @@ constexpr std::uint32_t largest_gpt_entry = 4096; // bytes
 class table_reader {
 public:
     table_reader(const disk &read_disk, std::uint64_t device_size, bool says_why)
-        : entry(read_disk), telling(says_why), units_per_block(read_disk.block_size / unit),
+        : entry(read_disk), telling(says_why), units_per_block(read_disk.block_size / unit_size),
           blocks(device_size / read_disk.block_size)
     {}
 

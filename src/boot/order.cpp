@@ -14,7 +14,7 @@ using ovra::owned;
 using ovra::say;
 using ovra::trace;
 
-static constexpr char variable[] = "BootOrder";
+static constexpr char order_variable[] = "BootOrder";
 
 bool ovra::parse_option_number(const char *name, uint16_t *number)
 {
@@ -40,7 +40,7 @@ struct boot_order {
 EFI_STATUS size_boot_order(ovra_hdl_t hdl, UINTN *size)
 {
     *size = 0;
-    return get_variable(hdl, variable, size, nullptr);
+    return get_variable(hdl, order_variable, size, nullptr);
 }
 
 // Reads BootOrder, of `size` bytes when it was asked. An odd last byte is no entry. 0; -1 with a message, of
@@ -51,7 +51,7 @@ int read_boot_order(ovra_hdl_t hdl, UINTN size, const char *no_memory, boot_orde
     if (!order->entries)
         return fail("%s", no_memory);
     UINTN read = size;
-    if (get_variable(hdl, variable, &read, order->entries.get()) != EFI_SUCCESS)
+    if (get_variable(hdl, order_variable, &read, order->entries.get()) != EFI_SUCCESS)
         return fail("unable to read BootOrder\n");
     order->count = std::min(read, size) / sizeof(uint16_t);
     return 0;
@@ -68,7 +68,7 @@ int read_existing_boot_order(ovra_hdl_t hdl, const char *no_memory, boot_order *
 
 EFI_STATUS write_boot_order(ovra_hdl_t hdl, uint16_t *entries, size_t count)
 {
-    return set_variable(hdl, variable, count * sizeof(uint16_t), entries);
+    return set_variable(hdl, order_variable, count * sizeof(uint16_t), entries);
 }
 
 int create_boot_order(ovra_hdl_t hdl, uint16_t number)

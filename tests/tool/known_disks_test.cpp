@@ -109,6 +109,7 @@ void become_the_known_paths_and_are_found_by_them(known_disks &machine, const ca
     const std::vector<known_volume> known = known_volumes(tested.name);
     machine.unpack(tested.name);
     size_t in_full = 0;
+    const json before = machine.parsed({"disks"});
     std::map<std::string, std::vector<std::string>> of_disks;
     for (const known_volume &expected : known) {
         ASSERT_TRUE(is_hex(expected.short_form)) << expected.name;
@@ -124,8 +125,7 @@ void become_the_known_paths_and_are_found_by_them(known_disks &machine, const ca
             options.push_back(created["changes"][0]["variable"]);
             const json shown = machine.parsed({"show", options.back()});
             EXPECT_EQ(shown["disks"], json({expected.name}));
-            EXPECT_EQ(shown["kernel_names"][0],
-                      known_disks::volume(machine.parsed({"disks"}), expected.name)["kernel_name"]);
+            EXPECT_EQ(shown["kernel_names"][0], known_disks::volume(before, expected.name)["kernel_name"]);
             EXPECT_EQ(shown["path"], path) << expected.name;
             in_full += full;
         }

@@ -39,8 +39,10 @@ TEST_F(order_verb, insert_puts_an_option_last_unless_told_where)
 
 TEST_F(order_verb, insert_tells_the_order_that_is_then_written)
 {
-    for (const std::vector<uint16_t> &before :
-         {std::vector<uint16_t>{1, 2, 3}, {2, 1, 2, 3, 2}, {2}, {2, 2}, {}, {1, 3, 2}}) {
+    std::vector<std::vector<uint16_t>> orders = {{2, 1, 2, 3, 2}};
+    if (!has_sanitizers()) // which take six seconds for all of them
+        orders.insert(orders.end(), {{1, 2, 3}, {2}, {2, 2}, {}, {1, 3, 2}});
+    for (const std::vector<uint16_t> &before : orders) {
         for (const int position : {0, 1, 2, 3, 4, 100, -1, -2, -3, -4, -5, -100, INT_MAX, INT_MIN}) {
             put_order(before);
             if (before.empty())

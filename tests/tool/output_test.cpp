@@ -66,8 +66,11 @@ TEST_F(command_output, that_fails_after_a_change_is_reported)
 TEST_F(command_output, escapes_characters_that_change_how_text_is_shown)
 {
     std::filesystem::create_directory(root / "sys/devices");
-    for (const int character : {0x80, 0x9b, 0x9f, 0x61c, 0x200e, 0x200f, 0x2028, 0x2029, 0x202a, 0x202b,
-                                0x202c, 0x202d, 0x202e, 0x2066, 0x2067, 0x2068, 0x2069, 0xfeff}) {
+    std::vector<int> characters = {0x80, 0x202e, 0xfeff};
+    if (!has_sanitizers()) // which take five seconds for all of them
+        characters = {0x80,   0x9b,   0x9f,   0x61c,  0x200e, 0x200f, 0x2028, 0x2029, 0x202a,
+                      0x202b, 0x202c, 0x202d, 0x202e, 0x2066, 0x2067, 0x2068, 0x2069, 0xfeff};
+    for (const int character : characters) {
         const std::string unit = {static_cast<char>(character), static_cast<char>(character >> 8)};
         char escaped[8];
         snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned>(character));

@@ -85,7 +85,7 @@ bool is_drive(const drive &drive, const std::string &name)
     return drive.name == name || drive.kernel_name == name;
 }
 
-chosen_disk with_file(chosen_disk disk, const disk_name &wanted)
+chosen_disk with_wanted_file(chosen_disk disk, const disk_name &wanted)
 {
     disk.of_file = wanted.of_file;
     disk.file = wanted.file;
@@ -202,7 +202,7 @@ chosen_disk find_disk(const std::string &text, std::optional<unsigned> part)
     for (const drive &drive : drives) {
         const bool is_meant = wanted.kind == named_by::name && is_drive(drive, wanted.value);
         if (const auto member = is_meant ? member_for_firmware(text, drive) : std::nullopt)
-            return with_file(find_disk(*member), wanted);
+            return with_wanted_file(find_disk(*member), wanted);
         if (is_meant)
             throw failure(in_quotes(text) + " is the whole disk " + both_names(drive.name, drive.kernel_name),
                           lies_on(wanted) + "One of its slices or partitions is needed. " + disks_advice);
@@ -218,7 +218,7 @@ chosen_disk find_disk(const std::string &text, std::optional<unsigned> part)
         throw failure(in_quotes(text) + " names more than one disk", "They are " + found[0].both_names() +
                                                                          " and " + found[1].both_names() +
                                                                          ". " + disks_advice);
-    return with_file(std::move(found.front()), wanted);
+    return with_wanted_file(std::move(found.front()), wanted);
 }
 
 std::vector<drive> find_drives(const std::string &text)
