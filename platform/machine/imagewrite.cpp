@@ -134,9 +134,11 @@ int copy_range(int from, int to, std::uint64_t begin, std::uint64_t end)
 {
     constexpr std::uint64_t at_once = 1u << 20;
     bytes buffer;
-    while (begin < end) {
+    for (int interruptions = 0; begin < end;) {
         buffer.resize(std::min(at_once, end - begin));
         const ssize_t got = pread(from, buffer.data(), buffer.size(), static_cast<off_t>(begin));
+        if (got < 0 && errno == EINTR && ++interruptions < most_interruptions)
+            continue;
         if (got <= 0)
             return got < 0 ? errno : ESTALE; // it was longer
         if (lseek(to, static_cast<off_t>(begin), SEEK_SET) < 0)
@@ -213,11 +215,11 @@ int write_image(const machine_root &root, int folder, const image_contents &read
     const auto made = file_identity_of(file.get());
     if (!made)
         return errno;
+    locked_knowledge *known = knowledge_of(root);
     if (const int error = rename_locked(root, file.path(), *made, read.version.file); error != 0)
         return error;
     file.keep();
     // Its new name has changed one of its times.
-    locked_knowledge *known = knowledge_of(root);
     if (known != nullptr && fstat(file.get(), &info) == 0) {
         written->version = version_of(info);
         known->image = written;

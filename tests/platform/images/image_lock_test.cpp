@@ -213,6 +213,27 @@ TEST_F(image_lock, changes_of_several_processes_are_all_there)
     EXPECT_EQ(left_behind(), 0u);
 }
 
+TEST_F(image_lock, threads_see_one_change_after_another)
+{
+    constexpr int last = 20;
+    put(volume(in_volume({"A", "0"})));
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 3; ++i) {
+        readers.emplace_back([] {
+            const device opened;
+            for (int seen = 0; seen < last;) {
+                const int now = std::stoi(platform_test::get_variable(opened.fd(), u"A").data);
+                ASSERT_GE(now, seen);
+                seen = now;
+            }
+        });
+    }
+    for (int i = 1; i <= last; ++i)
+        EXPECT_EQ(set(u"A", 7, std::to_string(i)), EFI_SUCCESS);
+    for (std::thread &reader : readers)
+        reader.join();
+}
+
 TEST_F(image_lock, needs_the_permission_to_write_the_file)
 {
     if (geteuid() != 0)
