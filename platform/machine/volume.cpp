@@ -140,9 +140,8 @@ std::vector<image_variable> volume_store::counting() const
     }
     std::vector<image_variable> found;
     for (const image_variable &each : known) {
-        if (state_of(each) == ovra::variable_added)
-            found.push_back(each);
-        else if (const auto same = last.find(key_of(each)); same != last.end() && same->second == &each)
+        const auto same = state_of(each) == being_replaced ? last.find(key_of(each)) : last.end();
+        if (state_of(each) == ovra::variable_added || (same != last.end() && same->second == &each))
             found.push_back(each);
     }
     return found;
