@@ -8,6 +8,7 @@
 #define HWPLAT_MACHINE_IMAGE_H
 
 #include <cstddef>
+#include <cstdint>
 #include <initializer_list>
 #include <memory>
 #include <string>
@@ -19,14 +20,15 @@
 
 namespace machine {
 
-/* A variable that counts, in the bytes of its store. */
+/* Where a variable stands in the bytes of its store. */
 struct image_variable {
-    std::string file_name; /* by which the services know it; empty: it can have none, and is kept as it is */
+    EFI_GUID guid = {};
     UINT32 attributes = 0;
     std::size_t begin = 0; /* of its header */
     std::size_t end = 0;   /* where the next one begins */
-    byte_view name;        /* with the terminator */
-    byte_view data;
+    std::size_t name = 0;  /* its first byte; the data follow the terminator */
+    std::size_t data = 0;
+    std::size_t data_size = 0;
 };
 
 /* What a variable is to have from now on. */
@@ -43,22 +45,34 @@ struct new_value {
     }
 };
 
+/* The variables of a store. It does not change: a change gives another one. */
 class variable_image {
 public:
     virtual ~variable_image() = default;
 
     /* The bytes of the store: those that change, at their offset in the file. */
     [[nodiscard]] const bytes &contents() const { return store; }
-    [[nodiscard]] const std::vector<image_variable> &variables() const { return live; }
 
-    /* Null when there is none, or none with data. */
+    /* Those that count, in the order in which they are stored; of a name the first counts. */
+    [[nodiscard]] const std::vector<image_variable> &variables() const { return live; }
+    [[nodiscard]] byte_view name_of(const image_variable &variable) const /* with the terminator */
+    {
+        return byte_view(store).subspan(variable.name, variable.data - variable.name);
+    }
+    [[nodiscard]] byte_view data_of(const image_variable &variable) const
+    {
+        return byte_view(store).subspan(variable.data, variable.data_size);
+    }
+
+    /* Null when there is none, or none with data. O(log n). */
     [[nodiscard]] const image_variable *find(const std::string &file_name) const;
 
-    /*
-     * Gives a variable a new value, or with null removes it. False, and nothing has changed, when there is no
-     * room. The variables are those of the new contents.
-     */
-    virtual bool change(const std::string &file_name, const new_value *value) = 0;
+    /* The names of all that find finds, each once, in no order. Others are kept as they are. */
+    [[nodiscard]] std::vector<std::string> file_names() const;
+
+    /* The store with a new value of a variable, or with null without the variable. Null: there is no room. */
+    [[nodiscard]] virtual std::unique_ptr<variable_image> with(const std::string &file_name,
+                                                               const new_value *value) const = 0;
 
     /* Bytes of the store, what of them is free, and how large one variable's data may be. */
     [[nodiscard]] virtual UINT64 capacity() const = 0;
@@ -67,9 +81,23 @@ public:
 
 protected:
     explicit variable_image(bytes taken) : store(std::move(taken)) {}
+    variable_image(const variable_image &) = default;
+
+    /* The variable of this name that counts, with data or without. */
+    [[nodiscard]] const image_variable *first_named(const std::string &file_name) const;
+
+    /* Its name as it is stored, or is to be; "/" may be spelt "!". */
+    [[nodiscard]] bytes spelt_name(const std::string &file_name, EFI_GUID *guid) const;
+    [[nodiscard]] bool is_named(const image_variable &variable, byte_view name, const EFI_GUID &guid) const;
+
+    /* Takes what counts from now on. */
+    void set_live(std::vector<image_variable> counting);
 
     bytes store;
-    std::vector<image_variable> live; /* the first of a name is the one that counts */
+
+private:
+    std::vector<image_variable> live;
+    std::vector<std::uint32_t> by_name; /* indices of live */
 };
 
 /*
@@ -79,12 +107,6 @@ std::unique_ptr<variable_image> volume_image(bytes store);
 
 /* The whole file of U-Boot, likewise. */
 std::unique_ptr<variable_image> uboot_image(bytes file);
-
-/* The name that the services have for a stored one, with its terminator; empty when there is none. */
-std::string file_name_in_image(byte_view name, const EFI_GUID &guid);
-
-/* The name with its terminator, as it is stored. */
-bytes stored_name(const std::string &file_name, EFI_GUID *guid);
 
 /* No store of an image is larger. */
 inline constexpr std::size_t largest_image_store = 16u << 20;

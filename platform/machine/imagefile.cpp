@@ -5,17 +5,14 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <optional>
+#include <ctime>
 #include <string_view>
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 
 #include "platform/machine/debug.h"
-#include "platform/machine/lock.h"
-#include "platform/machine/size_signal.h"
 #include "src/base/guid.h"
 #include "src/base/variable_image.h"
 
@@ -188,7 +185,7 @@ int check_pending(const source &from, std::uint64_t begin, std::uint64_t end)
     return 0;
 }
 
-int read_volume(const source &from, opened_image *out)
+int read_volume(const source &from, image_contents *out)
 {
     volume_header header = {};
     std::uint64_t offset = 0;
@@ -219,7 +216,7 @@ int read_volume(const source &from, opened_image *out)
     return out->store ? 0 : EBADMSG;
 }
 
-int read_uboot_file(const source &from, const ovra::uboot_file_header &header, opened_image *out)
+int read_uboot_file(const source &from, const ovra::uboot_file_header &header, image_contents *out)
 {
     if (header.length > from.size)
         return ERANGE;
@@ -236,7 +233,7 @@ int read_uboot_file(const source &from, const ovra::uboot_file_header &header, o
     return out->store ? 0 : EBADMSG;
 }
 
-int read_any(const source &from, opened_image *out)
+int read_any(const source &from, image_contents *out)
 {
     constexpr std::string_view qcow2 = "QFI\xfb";
     ovra::uboot_file_header header = {};
@@ -251,180 +248,42 @@ int read_any(const source &from, opened_image *out)
 
 } // namespace
 
-int read_image(const machine_root &root, opened_image *out)
+owned_fd open_image(const machine_root &root)
 {
     // Without blocking: the name may be a FIFO's or a device's.
-    opened_image found;
-    found.file.reset(openat(root.folder.get(), root.image.c_str(),
-                            O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    owned_fd file(openat(root.folder.get(), root.image.c_str(),
+                         O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!file && (errno == ELOOP || errno == ENXIO))
+        errno = EMEDIUMTYPE;
+    return file;
+}
+
+int read_image(const machine_root &root, known_image *out)
+{
     struct stat info = {};
-    if (!found.file || fstat(found.file.get(), &info) != 0)
-        return errno == ELOOP || errno == ENXIO ? EMEDIUMTYPE : errno;
+    if (fstatat(root.folder.get(), root.image.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0) {
+        if (known_image known = known_version(root, version_of(info))) {
+            *out = std::move(known);
+            return 0;
+        }
+    }
+    const owned_fd file = open_image(root);
+    if (!file || fstat(file.get(), &info) != 0)
+        return errno;
     if (!S_ISREG(info.st_mode))
         return S_ISDIR(info.st_mode) ? EISDIR : EMEDIUMTYPE;
-    const source from = {found.file.get(), static_cast<std::uint64_t>(info.st_size)};
-    if (const int error = read_any(from, &found); error != 0) {
+    timespec begun = {};
+    clock_gettime(CLOCK_REALTIME, &begun);
+    const auto found = std::make_shared<image_contents>();
+    found->version = version_of(info);
+    const source from = {file.get(), static_cast<std::uint64_t>(info.st_size)};
+    if (const int error = read_any(from, found.get()); error != 0) {
         debug("'%s' cannot be used as a file of variables: %s", root.image.c_str(), std::strerror(error));
         return error;
     }
-    *out = std::move(found);
+    keep_version(root, file.get(), begun, found);
+    *out = found;
     return 0;
-}
-
-namespace {
-
-// A new file beside the image. It is removed again unless it takes the image's name.
-class new_file {
-public:
-    new_file(int in_folder, const std::string &image) : folder(in_folder), name("." + image + ".hwplat.tmp")
-    {
-        // Only who has the machine's lock makes this file: one that is there was left by a killed writer.
-        open();
-        if (!file && errno == EEXIST && unlinkat(folder, name.c_str(), 0) == 0)
-            open();
-    }
-    new_file(const new_file &) = delete;
-    new_file &operator=(const new_file &) = delete;
-    ~new_file()
-    {
-        const int saved = errno;
-        if (file && !kept)
-            unlinkat(folder, name.c_str(), 0);
-        errno = saved;
-    }
-
-    explicit operator bool() const { return static_cast<bool>(file); }
-    [[nodiscard]] int get() const { return file.get(); }
-    [[nodiscard]] const char *path() const { return name.c_str(); }
-    void keep() { kept = true; }
-
-private:
-    void open()
-    {
-        constexpr mode_t mode = 0600; // until it has its owner
-        file.reset(openat(folder, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
-    }
-
-    int folder;
-    std::string name;
-    owned_fd file;
-    bool kept = false;
-};
-
-// Marks of the security system and access lists. Some only root may set, and some file systems have none: the
-// emulator's own tools set them again.
-void copy_extended_attributes(int from, int to)
-{
-    constexpr std::size_t longest = 64u << 10;
-    std::vector<char> names(longest);
-    std::vector<char> value(longest);
-    const ssize_t size = flistxattr(from, names.data(), names.size());
-    for (ssize_t at = 0; at < size;) {
-        const char *name = names.data() + at;
-        const ssize_t length = fgetxattr(from, name, value.data(), value.size());
-        if (length >= 0 && fsetxattr(to, name, value.data(), static_cast<std::size_t>(length), 0) != 0)
-            debug("the new file does not get the attribute '%s': %s", name, std::strerror(errno));
-        at += static_cast<ssize_t>(std::strlen(name)) + 1;
-    }
-}
-
-// Owner and mode: an emulator that may not open the new file would not start. 0 or an errno value.
-int take_over_owner(int from, int to)
-{
-    struct stat old = {};
-    struct stat made = {};
-    if (fstat(from, &old) != 0 || fstat(to, &made) != 0)
-        return errno;
-    // A file system without owners and modes gives both files the same.
-    if ((old.st_uid != made.st_uid || old.st_gid != made.st_gid) && fchown(to, old.st_uid, old.st_gid) != 0) {
-        debug("the new file cannot have the owner of the old one: %s", std::strerror(errno));
-        return errno;
-    }
-    copy_extended_attributes(from, to);
-    if (fstat(to, &made) != 0)
-        return errno;
-    return made.st_mode == old.st_mode || fchmod(to, old.st_mode & ALLPERMS) == 0 ? 0 : errno;
-}
-
-int copy_range(const source &from, int to, std::uint64_t begin, std::uint64_t end)
-{
-    constexpr std::uint64_t at_once = 1u << 20;
-    bytes buffer;
-    while (begin < end) {
-        if (const int error = read_bytes(from, begin, std::min(at_once, end - begin), &buffer); error != 0)
-            return error;
-        if (lseek(to, static_cast<off_t>(begin), SEEK_SET) < 0)
-            return errno;
-        if (const int error = write_all(to, buffer); error != 0)
-            return error;
-        begin += buffer.size();
-    }
-    return 0;
-}
-
-// Copies a file into an empty one. Holes stay holes: most of the files for ARM are.
-int copy_file(const source &from, int to)
-{
-    {
-        const no_size_signal quiet;
-        if (ftruncate(to, static_cast<off_t>(from.size)) != 0)
-            return errno;
-    }
-    const auto end = static_cast<off_t>(from.size);
-    for (off_t at = 0; at < end;) {
-        off_t data = lseek(from.file, at, SEEK_DATA);
-        if (data < 0 && errno == ENXIO)
-            return 0; // a hole to the end
-        off_t hole = data < 0 ? end : lseek(from.file, data, SEEK_HOLE);
-        data = std::max(data, at);
-        hole = hole <= data ? end : std::min(hole, end);
-        if (const int error =
-                copy_range(from, to, static_cast<std::uint64_t>(data), static_cast<std::uint64_t>(hole));
-            error != 0)
-            return error;
-        at = hole;
-    }
-    return 0;
-}
-
-int fill(int to, const opened_image &image)
-{
-    struct stat info = {};
-    if (fstat(image.file.get(), &info) != 0)
-        return errno;
-    if (!image.is_whole) {
-        const source from = {image.file.get(), static_cast<std::uint64_t>(info.st_size)};
-        if (const int error = copy_file(from, to); error != 0)
-            return error;
-    }
-    if (lseek(to, static_cast<off_t>(image.offset), SEEK_SET) < 0)
-        return errno;
-    if (const int error = write_all(to, image.store->contents()); error != 0)
-        return error;
-    return synchronise(to) == 0 ? 0 : errno;
-}
-
-} // namespace
-
-int write_image(const machine_root &root, const opened_image &image)
-{
-    const owned_fd folder = open_for_reading(root.folder.get());
-    if (!folder)
-        return errno;
-    new_file file(folder.get(), root.image);
-    if (!file)
-        return errno;
-    if (const int error = take_over_owner(image.file.get(), file.get()); error != 0)
-        return error;
-    if (const int error = fill(file.get(), image); error != 0)
-        return error;
-    const auto identity = file_identity_of(file.get());
-    if (!identity)
-        return errno;
-    if (const int error = rename_locked(root, file.path(), *identity); error != 0)
-        return error;
-    file.keep();
-    return write_back(folder.get());
 }
 
 } // namespace machine

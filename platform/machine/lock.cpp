@@ -442,7 +442,8 @@ locked_knowledge *knowledge_of(const machine_root &root)
     return own != nullptr && own->depth > 0 && is_still_open(*own) ? &own->knowledge : nullptr;
 }
 
-int rename_locked(const machine_root &root, const char *new_name, const file_identity &made)
+int rename_locked(const machine_root &root, const char *new_name, const file_identity &made,
+                  const file_identity &read)
 {
     const auto folder = file_identity_of(root.folder.get());
     if (!folder)
@@ -458,6 +459,14 @@ int rename_locked(const machine_root &root, const char *new_name, const file_ide
         return EPERM;
     if (const int error = try_image(file.get()); error != 0)
         return error;
+    // Another program may have given the name to a file of its own, which it may have open.
+    struct stat named = {};
+    const bool is_named = fstatat(root.folder.get(), root.image.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0;
+    if (!is_named || read != own->opened_file ||
+        own->opened_file != file_identity{named.st_dev, named.st_ino}) {
+        unlock(file.get());
+        return ESTALE;
+    }
     if (renameat(root.folder.get(), new_name, root.folder.get(), root.image.c_str()) != 0) {
         const int error = errno;
         unlock(file.get());

@@ -13,6 +13,7 @@
 #define HWPLAT_MACHINE_LOCK_H
 
 #include <chrono>
+#include <memory>
 #include <optional>
 
 #include <sys/types.h>
@@ -24,6 +25,7 @@
 namespace machine {
 
 struct machine_root;
+struct image_contents;
 
 /* How long the services wait for the lock. */
 inline constexpr std::chrono::seconds lock_patience{30};
@@ -47,8 +49,10 @@ int give_lock(const machine_root &root);
 
 /* What a thread that has the lock knows of its machine: nobody else changes it. */
 struct locked_knowledge {
-    std::optional<UINT64> space_used; /* bytes of all variables */
-    bool temporaries = false;         /* a writer that was killed has left some */
+    std::optional<UINT64> space_used;            /* bytes of all variables */
+    bool temporaries = false;                    /* a writer that was killed has left some */
+    std::shared_ptr<const image_contents> image; /* what the file of variables holds (imagefile.h) */
+    bool is_tidy = false;                        /* nothing of a killed writer is beside that file */
 };
 
 /* Null when the calling thread does not have the lock. It is forgotten when the lock is given back. */
@@ -56,9 +60,11 @@ locked_knowledge *knowledge_of(const machine_root &root);
 
 /*
  * Gives the name of a file of variables to a new file of its folder, `made`, which has the lock from then on.
- * The calling thread has the lock. 0, or an errno value and nothing has changed.
+ * `read` is the file whose variables the new one has. The calling thread has the lock. 0, or an errno value
+ * and nothing has changed: ESTALE when that file, or the one that has the name now, is not the locked one.
  */
-int rename_locked(const machine_root &root, const char *new_name, const file_identity &made);
+int rename_locked(const machine_root &root, const char *new_name, const file_identity &made,
+                  const file_identity &read);
 
 /* Holds the lock while it lives; or error() says why it could not be taken. */
 class held_lock {

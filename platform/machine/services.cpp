@@ -33,7 +33,7 @@ namespace {
 
 bool open_variables_in_image(runtime_services *services)
 {
-    opened_image image;
+    known_image image;
     if (const int error = read_image(services->root, &image); error != 0) {
         errno = error;
         return false;

@@ -312,8 +312,10 @@ EFI_STATUS space_used(const runtime_services &services, stopped_writers temporar
         if (size != 0)
             total += space_taken(identity->name.size(), size - sizeof(UINT32));
     }
-    if (known != nullptr)
-        *known = {total, left};
+    if (known != nullptr) {
+        known->space_used = total;
+        known->temporaries = left;
+    }
     *used = total;
     return EFI_SUCCESS;
 }

@@ -58,7 +58,8 @@ public:
 
     bool parse();
 
-    bool change(const std::string &file_name, const new_value *value) override;
+    [[nodiscard]] std::unique_ptr<variable_image> with(const std::string &file_name,
+                                                       const new_value *value) const override;
 
     [[nodiscard]] UINT64 capacity() const override { return limit() - sizeof(uboot_file_header); }
     [[nodiscard]] UINT64 free_space() const override { return limit() - store.size(); }
@@ -66,17 +67,11 @@ public:
 
 private:
     [[nodiscard]] std::size_t limit() const { return std::max(usual_file_size, store.size()); }
-    [[nodiscard]] EFI_GUID guid_at(std::size_t at) const
-    {
-        EFI_GUID guid = {};
-        std::memcpy(&guid, store.data() + at + offsetof(uboot_variable_header, guid), sizeof guid);
-        return guid;
-    }
 };
 
 bool uboot_file::parse()
 {
-    live.clear();
+    std::vector<image_variable> found;
     const byte_view all = store;
     for (std::size_t at = sizeof(uboot_file_header); at < all.size();) {
         uboot_variable_header header = {};
@@ -88,57 +83,60 @@ bool uboot_file::parse()
             return false;
         }
         std::memcpy(&header, rest.data(), sizeof header);
-        const byte_view behind = rest.subspan(sizeof header + name.size());
-        if (header.data_size > behind.size()) {
+        const std::size_t data = at + sizeof header + name.size();
+        if (header.data_size > all.size() - data) {
             debug("the variable at byte %zu is larger than what is left of the file", at);
             return false;
         }
         // The last one may lack the bytes that would align the next.
         const std::size_t end =
             at + std::min(ovra::room_in_uboot_file(name.size(), header.data_size), rest.size());
-        live.push_back({file_name_in_image(name, header.guid), header.attributes, at, end, name,
-                        behind.first(header.data_size)});
+        found.push_back(
+            {header.guid, header.attributes, at, end, at + sizeof header, data, header.data_size});
         at = end;
     }
+    set_live(std::move(found));
     return true;
 }
 
-bool uboot_file::change(const std::string &file_name, const new_value *value)
+// Writes an entry behind the others, with the bytes that align the next.
+void append_entry(bytes *file, uboot_variable_header header, byte_view name, const new_value &value)
+{
+    header.attributes = value.attributes;
+    header.data_size = static_cast<uint32_t>(value.size());
+    const auto stored = std::as_bytes(std::span(&header, 1));
+    file->insert(file->end(), stored.begin(), stored.end());
+    file->insert(file->end(), name.begin(), name.end());
+    for (const byte_view part : value.data)
+        file->insert(file->end(), part.begin(), part.end());
+    file->resize(ovra::aligned(file->size(), ovra::uboot_alignment));
+}
+
+std::unique_ptr<variable_image> uboot_file::with(const std::string &file_name, const new_value *value) const
 {
     bytes file(store.begin(), store.begin() + sizeof(uboot_file_header));
-    const auto begin_entry = [&file] { file.resize(ovra::aligned(file.size(), ovra::uboot_alignment)); };
     uboot_variable_header header = {};
-    bytes name = stored_name(file_name, &header.guid);
-    const auto found = std::ranges::find(live, file_name, &image_variable::file_name);
-    if (found != live.end()) // which may be spelt in another way
-        name.assign(found->name.begin(), found->name.end());
-    for (const image_variable &each : live) {
-        if (ovra::same_guid(guid_at(each.begin), header.guid) && std::ranges::equal(each.name, name))
+    const bytes name = spelt_name(file_name, &header.guid);
+    for (const image_variable &each : variables()) {
+        if (is_named(each, name, header.guid))
             continue;
-        begin_entry();
+        file.resize(ovra::aligned(file.size(), ovra::uboot_alignment));
         file.insert(file.end(), store.begin() + static_cast<std::ptrdiff_t>(each.begin),
                     store.begin() + static_cast<std::ptrdiff_t>(each.end));
     }
     if (value != nullptr) {
-        begin_entry();
-        header.attributes = value->attributes;
-        header.data_size = static_cast<uint32_t>(value->size());
-        const auto stored = std::as_bytes(std::span(&header, 1));
-        file.insert(file.end(), stored.begin(), stored.end());
-        file.insert(file.end(), name.begin(), name.end());
-        for (const byte_view part : value->data)
-            file.insert(file.end(), part.begin(), part.end());
-        begin_entry();
+        file.resize(ovra::aligned(file.size(), ovra::uboot_alignment));
+        append_entry(&file, header, name, *value);
         if (file.size() > limit())
-            return false;
+            return nullptr;
     }
     uboot_file_header whole = {};
     whole.magic = ovra::uboot_magic;
     whole.length = static_cast<uint32_t>(file.size());
     whole.crc32 = crc32(byte_view(file).subspan(sizeof whole));
     std::memcpy(file.data(), &whole, sizeof whole);
-    store = std::move(file);
-    return parse();
+    auto changed = std::make_unique<uboot_file>(std::move(file));
+    return changed->parse() ? std::move(changed) : nullptr;
 }
 
 } // namespace

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
-#include <set>
+#include <map>
 #include <string>
 
 #include "platform/machine/debug.h"
@@ -46,13 +46,6 @@ constexpr uint8_t being_replaced = ovra::variable_added & ovra::variable_in_tran
 constexpr std::size_t state_offset = offsetof(plain_variable_header, state);
 static_assert(state_offset == offsetof(authenticated_variable_header, state));
 
-// A name with its vendor, as they are stored.
-std::string key_of(byte_view name, const EFI_GUID &guid)
-{
-    std::string key(reinterpret_cast<const char *>(&guid), sizeof guid);
-    return key.append(reinterpret_cast<const char *>(name.data()), name.size());
-}
-
 class volume_store final : public variable_image {
 public:
     explicit volume_store(bytes taken) : variable_image(std::move(taken))
@@ -64,7 +57,8 @@ public:
 
     bool parse();
 
-    bool change(const std::string &file_name, const new_value *value) override;
+    [[nodiscard]] std::unique_ptr<variable_image> with(const std::string &file_name,
+                                                       const new_value *value) const override;
 
     [[nodiscard]] UINT64 capacity() const override { return store.size() - first; }
     [[nodiscard]] UINT64 free_space() const override;
@@ -88,14 +82,15 @@ private:
                               : header_at<plain_variable_header>(store.data() + at);
     }
     [[nodiscard]] bool is_free(std::size_t from) const;
-    [[nodiscard]] std::string key_at(const image_variable &variable) const
+    [[nodiscard]] uint8_t state_of(const image_variable &variable) const
     {
-        return key_of(variable.name, read_header(variable.begin).guid);
+        return std::to_integer<uint8_t>(store[variable.begin + state_offset]);
     }
-    [[nodiscard]] std::vector<image_variable> without_replaced() const;
+    [[nodiscard]] std::vector<image_variable> counting() const;
     bool take(std::size_t at, const variable_header &header);
+    bool change(const std::string &file_name, const new_value *value);
     void write(byte_view name, const EFI_GUID &guid, const new_value &value);
-    void reclaim(const std::string &without);
+    void reclaim(byte_view without, const EFI_GUID &guid);
 
     bool has_signatures = false;
     std::size_t free_begin = first;    // what follows the last variable was never written
@@ -118,32 +113,46 @@ bool volume_store::take(std::size_t at, const variable_header &header)
     free_begin = at + room;
     if (no_sizes || (header.state != ovra::variable_added && header.state != being_replaced))
         return true;
-    const byte_view all = store;
-    const byte_view name = all.subspan(at + header_size(), name_size);
-    known.push_back({file_name_in_image(name, header.guid), header.attributes, at, free_begin, name,
-                     all.subspan(at + header_size() + name_size, data_size)});
+    const std::size_t name = at + header_size();
+    known.push_back({header.guid, header.attributes, at, free_begin, name, name + name_size, data_size});
     return true;
 }
 
-// A value that is being replaced counts until the new one is there.
-std::vector<image_variable> volume_store::without_replaced() const
+// A value that is being replaced counts until the new one is there. Of several the last counts: firmware that
+// looks for a variable passes by such values until it finds a better one (FindVariableEx).
+std::vector<image_variable> volume_store::counting() const
 {
-    std::set<std::string> added;
+    const auto key_of = [this](const image_variable &each) {
+        std::string key(reinterpret_cast<const char *>(&each.guid), sizeof each.guid);
+        const byte_view name = name_of(each);
+        return key.append(reinterpret_cast<const char *>(name.data()), name.size());
+    };
+    std::map<std::string, const image_variable *> last;
     for (const image_variable &each : known) {
-        if (read_header(each.begin).state == ovra::variable_added)
-            added.insert(key_at(each));
+        if (state_of(each) == being_replaced)
+            last[key_of(each)] = &each;
     }
-    std::vector<image_variable> counting = known;
-    std::erase_if(counting, [&](const image_variable &each) {
-        return read_header(each.begin).state == being_replaced && added.contains(key_at(each));
-    });
-    return counting;
+    if (last.empty())
+        return known;
+    for (const image_variable &each : known) {
+        if (state_of(each) == ovra::variable_added)
+            last.erase(key_of(each));
+    }
+    std::vector<image_variable> found;
+    for (const image_variable &each : known) {
+        const auto same = state_of(each) == being_replaced ? last.find(key_of(each)) : last.end();
+        if (state_of(each) == ovra::variable_added || (same != last.end() && same->second == &each))
+            found.push_back(each);
+    }
+    return found;
 }
 
+// Whether the rest of the store was never written.
 bool volume_store::is_free(std::size_t from) const
 {
     const byte_view rest = byte_view(store).subspan(from);
-    return std::ranges::all_of(rest, [](std::byte each) { return each == erased; });
+    return rest.empty() ||
+           (rest[0] == erased && std::memcmp(rest.data(), rest.data() + 1, rest.size() - 1) == 0);
 }
 
 bool volume_store::parse()
@@ -162,14 +171,14 @@ bool volume_store::parse()
         debug("what follows byte %zu of the store is neither a variable nor free", free_begin);
         return false;
     }
-    live = without_replaced();
+    set_live(counting());
     return true;
 }
 
 UINT64 volume_store::free_space() const
 {
     UINT64 size = 0;
-    for (const image_variable &each : live)
+    for (const image_variable &each : variables())
         size += each.end - each.begin;
     return capacity() - size;
 }
@@ -200,11 +209,11 @@ void volume_store::write(byte_view name, const EFI_GUID &guid, const new_value &
 
 // Moves what counts together, as the firmware does when its store is full. Each variable stays as it is, but
 // one whose replacement never came is an ordinary one again.
-void volume_store::reclaim(const std::string &without)
+void volume_store::reclaim(byte_view without, const EFI_GUID &guid)
 {
     bytes together(store.begin(), store.begin() + first);
-    for (const image_variable &each : live) {
-        if (key_at(each) == without)
+    for (const image_variable &each : variables()) {
+        if (is_named(each, without, guid))
             continue;
         const auto at = together.size();
         together.insert(together.end(), store.begin() + static_cast<std::ptrdiff_t>(each.begin),
@@ -216,34 +225,32 @@ void volume_store::reclaim(const std::string &without)
     store = std::move(together);
 }
 
+// False when there is no room.
 bool volume_store::change(const std::string &file_name, const new_value *value)
 {
-    const auto found = std::ranges::find(live, file_name, &image_variable::file_name);
     EFI_GUID guid = {};
-    bytes name = stored_name(file_name, &guid);
-    if (found != live.end()) // which may be spelt in another way
-        name.assign(found->name.begin(), found->name.end());
-    const std::string key = key_of(name, guid);
-
-    const bytes before = store;
+    const bytes name = spelt_name(file_name, &guid);
     const auto gone = static_cast<uint8_t>(
         value != nullptr ? ovra::variable_in_transition & ovra::variable_deleted : ovra::variable_deleted);
     for (const image_variable &each : known) {
-        if (key_at(each) == key)
+        if (is_named(each, name, guid))
             store[each.begin + state_offset] &= std::byte{gone};
     }
-    if (value != nullptr) {
-        const std::size_t room = ovra::room_in_volume(header_size(), name.size(), value->size());
-        if (room > store.size() - free_begin)
-            reclaim(key);
-        if (room > store.size() - free_begin) {
-            store = before;
-            parse();
-            return false;
-        }
-        write(name, guid, *value);
-    }
-    return parse();
+    if (value == nullptr)
+        return true;
+    const std::size_t room = ovra::room_in_volume(header_size(), name.size(), value->size());
+    if (room > store.size() - free_begin)
+        reclaim(name, guid);
+    if (room > store.size() - free_begin)
+        return false;
+    write(name, guid, *value);
+    return true;
+}
+
+std::unique_ptr<variable_image> volume_store::with(const std::string &file_name, const new_value *value) const
+{
+    auto changed = std::make_unique<volume_store>(*this);
+    return changed->change(file_name, value) && changed->parse() ? std::move(changed) : nullptr;
 }
 
 // Whether the bytes begin with the header of a store of their size.

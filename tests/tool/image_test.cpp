@@ -1,71 +1,16 @@
 // SPDX-License-Identifier: MIT
 // Machines whose variables are in a file.
 #include <fcntl.h>
-#include <fstream>
 #include <sys/file.h>
 #include <sys/stat.h>
 
 #include "tests/support/captured.h"
-#include "tests/support/variable_images.h"
-#include "tests/tool/support.h"
+#include "tests/tool/images.h"
 
 namespace tool_test {
 
-using ovra::test::images::in_uboot_file;
-using ovra::test::images::in_volume;
-using ovra::test::images::uboot_file;
-using ovra::test::images::volume;
-using ovra::test::images::volume_shape;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
-
-namespace fs = std::filesystem;
-
-// The folder of the machine is only there to be named beside the file.
-class image_of_variables : public Machine {
-protected:
-    fs::path image = folder / "VARS.fd";
-
-    void put_image(const std::string &contents) const
-    {
-        std::ofstream(image, std::ios::binary | std::ios::trunc) << contents;
-    }
-    std::string image_contents() const
-    {
-        std::ifstream stream(image, std::ios::binary);
-        return {std::istreambuf_iterator<char>(stream), {}};
-    }
-    void put_machine() const { put_image(volume(in_volume({"Boot0003", option}) + order_of_one)); }
-
-    outcome run_on_image(const words &arguments, const surroundings &around = {}) const
-    {
-        return run_command(words{"--vars", image} + arguments, around);
-    }
-    std::string shown(const words &arguments) const
-    {
-        const outcome done = run_on_image(arguments);
-        EXPECT_EQ(done.status, 0) << done.err;
-        EXPECT_EQ(done.err, "");
-        return done.out;
-    }
-    // What a refusal says; the file is as it was, and nothing is beside it.
-    std::string refused(const words &arguments, const surroundings &around = {}) const
-    {
-        const bool is_file = fs::is_regular_file(image);
-        const std::string before = is_file ? image_contents() : "";
-        const outcome done = run_on_image(arguments, around);
-        EXPECT_EQ(done.status, 1) << done.out;
-        EXPECT_EQ(done.out, "");
-        if (is_file) {
-            EXPECT_EQ(image_contents(), before);
-        }
-        EXPECT_FALSE(fs::exists(folder / ".VARS.fd.hwplat.tmp"));
-        return whole(done.err);
-    }
-
-    const std::string option = load_option(1, "Debian", from_hex(sample_path_hex));
-    const std::string order_of_one = in_volume({"BootOrder", std::string("\3\0", 2)});
-};
 
 TEST_F(image_of_variables, options_are_shown_and_changed)
 {
@@ -237,26 +182,6 @@ TEST_F(image_of_variables, devices_are_those_of_the_root_that_is_named)
     EXPECT_EQ(created.status, 0) << created.err;
     EXPECT_EQ(snapshot(), before);
     EXPECT_THAT(shown({"list"}), HasSubstr("Boot0000  *       x"));
-}
-
-TEST_F(image_of_variables, no_permission_is_said)
-{
-    const auto user = as_user_without_rights();
-    if (!user)
-        GTEST_SKIP() << "needs root, to be somebody else";
-    put_machine();
-    chmod(folder.c_str(), 0755);
-    EXPECT_EQ(refused({"next", "3"}, *user),
-              "ovra: no permission to change the machine\n"
-              "  Run this as root, or as the owner of the file and its folder.\n");
-    chmod(image.c_str(), 0600);
-    EXPECT_EQ(refused({"list"}, *user),
-              "ovra: no permission for " + image.string() +
-                  "\n  Run this as root, or as the owner of the file and its folder.\n");
-    chmod(image.c_str(), 0666);
-    chmod(folder.c_str(), 0777);
-    for (const words &mode : {words{}, words{"--dry-run"}})
-        EXPECT_THAT(refused(words{"next", "3"} + mode, *user), HasSubstr("no permission"));
 }
 
 } // namespace tool_test

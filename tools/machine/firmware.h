@@ -97,6 +97,8 @@ public:
     // is well, as far as can be told without making it.
     std::string lock_file() const;
     int lock_obstacle() const;
+    // Says on standard error that a file of variables has further names, which keep what they have.
+    void tell_of_other_names() const;
     std::string permission_advice() const;
 
     // Clock and reset.
@@ -166,12 +168,12 @@ private:
     void require_state(const std::string &what, EFI_STATUS status, const std::string &state,
                        const std::string &repair);
     std::optional<variable_store> store();
-    int64_t overhead_of(const std::string &name) const;
+    int64_t room_of(const std::string &name, size_t size) const; // in the variable store
     [[noreturn]] void refuse_file() const;
     bool is_changed_by_reset(const change_request &request);
     void require_clock(const std::string &what) const;
     bool may_replace_image() const;
-    void check_copy(const change_request &request) const;
+    void check_copy(const change_request &request, room_taken *planned) const;
 
     unreadable why_unreadable(const std::string &name);
     std::optional<uint16_t> named_option(const char *variable);

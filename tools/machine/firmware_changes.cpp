@@ -102,10 +102,9 @@ void firmware::change_global(const std::string &name, const bytes &data)
 void firmware::check_room(const change_request &request, const variable &before, room_taken *planned)
 {
     const bool real = is_real();
-    const int64_t overhead = overhead_of(request.name);
     const bool frees = before.status == EFI_SUCCESS && !real; // real firmware does so at the next start
-    const int64_t freed = frees ? overhead + static_cast<int64_t>(before.data.size()) : 0;
-    const int64_t taken = request.size != 0 ? overhead + static_cast<int64_t>(request.size) : 0;
+    const int64_t freed = frees ? room_of(request.name, before.data.size()) : 0;
+    const int64_t taken = request.size != 0 ? room_of(request.name, request.size) : 0;
     planned->store += taken - freed;
     if (planned->at_once && taken <= freed)
         return; // to count what there is would take longer than the change
@@ -133,7 +132,7 @@ void firmware::check_limits(const change_request &request) const
 void firmware::check_file_system(const change_request &request, room_taken *planned) const
 {
     if (!image.empty())
-        return check_copy(request);
+        return check_copy(request, planned);
     check_limits(request);
     struct statvfs info = {};
     if (statvfs(folder_of(request).c_str(), &info) != 0 || info.f_frsize == 0)

@@ -85,6 +85,10 @@ std::optional<not_changed> firmware::obstacle_in_folder(const change_request &re
     }
     if (file && S_ISDIR(file->stx_mode))
         return not_changed(request.what + ": a folder is in its place", "Remove the folder " + path + '.');
+    if (file && (file->stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0)
+        return not_changed(request.what + ": something is mounted on " + path,
+                           "A new file takes its name, which a mount holds: name the file that is mounted\n"
+                           "there, or unmount it.");
     const uid_t user = geteuid();
     const bool owners_only = parent && (parent->stx_mode & S_ISVTX) != 0 && user != 0;
     if (owners_only && file && file->stx_uid != user && parent->stx_uid != user)
@@ -165,6 +169,10 @@ not_changed firmware::why_not(const change_request &request, EFI_STATUS status)
     const bool real = is_real();
     if (reason == EFBIG)
         return with_messages(file_limit(request));
+    if (reason == ESTALE && !image.empty())
+        return with_messages(not_changed(
+            request.what + ": another program has exchanged or written " + image,
+            "Earlier changes of this command may be gone with the old contents: look at it,\nand try again."));
     if (status == EFI_VOLUME_FULL || (reason == ENOSPC && !real))
         return with_messages(file_system_full(request));
     // The library does not hand on why a write failed; whether there was room for it can be asked.

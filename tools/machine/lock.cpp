@@ -49,6 +49,9 @@ std::string process_name(pid_t process)
         if (lstat(machine.lock_file().c_str(), &file) != 0 && errno == ENOENT)
             throw failure(cannot + "its lock file cannot be made",
                           "A folder of " + machine.lock_file() + " is immutable: 'chattr -i' changes that.");
+        if (const auto found = look_at(machine.lock_file()); found && is_marked(*found))
+            throw failure(cannot + machine.lock_file() + " is immutable or append-only",
+                          "'chattr -i -a' changes that.");
         throw failure(cannot + "something else is in the place of its lock file",
                       "Remove " + machine.lock_file() + ": it is no regular file, or somebody else's.");
     case EROFS:
@@ -82,6 +85,7 @@ machine_lock::machine_lock(const firmware &machine, const general_options &gener
     if (devns_lock(seconds_to_wait, &holder) != 0)
         give_up(machine, errno, holder);
     held = true;
+    machine.tell_of_other_names();
     sigset_t ending = {};
     sigemptyset(&ending);
     for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM})

@@ -215,11 +215,26 @@ TEST_F(any_image, holes_stay_holes)
     EXPECT_EQ(get(u"A").data, "a");
 }
 
-TEST_F(any_image, file_of_a_killed_writer_is_replaced)
+// In a folder in which everybody may make files.
+TEST_F(any_image, things_of_others_beside_it_are_in_nobodys_way)
 {
     put(volume(""));
-    const fs::path left = folder / ".VARS.fd.hwplat.tmp";
-    machine_folder::put_file(left, "half a file");
+    const fs::path file = folder / ".VARS.fd.hwplat.tmp";
+    const fs::path other = folder / ".hwplat-0123456789abcdef-0123456789abcdef.tmp";
+    machine_folder::put_file(file, "somebody else's");
+    fs::create_directory(other);
+    EXPECT_EQ(set(u"A", 7, "a"), EFI_SUCCESS);
+    EXPECT_EQ(contents(), volume(in_volume({"A", "a"})));
+    EXPECT_EQ(left_behind(), 2u);
+    EXPECT_EQ(machine_folder::contents(file), "somebody else's");
+    EXPECT_TRUE(fs::is_directory(other));
+}
+
+TEST_F(any_image, name_may_be_as_long_as_a_name_can_be)
+{
+    path = folder / (std::string(252, 'n') + ".fd");
+    put(volume(""));
+    named.set(path.c_str());
     EXPECT_EQ(set(u"A", 7, "a"), EFI_SUCCESS);
     EXPECT_EQ(contents(), volume(in_volume({"A", "a"})));
     EXPECT_EQ(left_behind(), 0u);

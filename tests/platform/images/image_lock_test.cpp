@@ -108,6 +108,28 @@ TEST_F(image_lock, emulator_does_not_start_meanwhile)
     EXPECT_TRUE(can_start());
 }
 
+TEST_F(image_lock, file_that_another_program_put_in_its_place_is_left_alone)
+{
+    const auto exchange = [this] {
+        const fs::path other = folder / "other";
+        machine_folder::put_file(other, volume(in_volume({"A", "other"})));
+        fs::rename(other, path);
+        return contents();
+    };
+    ASSERT_EQ(devns_lock(0, nullptr), 0);
+    EXPECT_EQ(set(u"B", 7, "b"), EFI_SUCCESS);
+    const std::string other = exchange();
+    for (const std::string_view data : {"c", ""}) {
+        errno = 0;
+        EXPECT_EQ(set(u"A", 7, data), EFI_DEVICE_ERROR);
+        EXPECT_EQ(errno, ESTALE);
+        EXPECT_EQ(contents(), other);
+        EXPECT_EQ(left_behind(), 0u);
+    }
+    EXPECT_EQ(devns_unlock(), 0);
+    EXPECT_EQ(set(u"A", 7, "c"), EFI_SUCCESS); // under a lock of the file that is there now
+}
+
 TEST_F(image_lock, is_held_across_changes_and_counted)
 {
     for (int depth = 0; depth < 2; ++depth)
@@ -189,6 +211,27 @@ TEST_F(image_lock, changes_of_several_processes_are_all_there)
     for (int i = 0; i < writers; ++i)
         EXPECT_EQ(std::ranges::count(data, 'b' + i), times);
     EXPECT_EQ(left_behind(), 0u);
+}
+
+TEST_F(image_lock, threads_see_one_change_after_another)
+{
+    constexpr int last = 20;
+    put(volume(in_volume({"A", "0"})));
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 3; ++i) {
+        readers.emplace_back([] {
+            const device opened;
+            for (int seen = 0; seen < last;) {
+                const int now = std::stoi(platform_test::get_variable(opened.fd(), u"A").data);
+                ASSERT_GE(now, seen);
+                seen = now;
+            }
+        });
+    }
+    for (int i = 1; i <= last; ++i)
+        EXPECT_EQ(set(u"A", 7, std::to_string(i)), EFI_SUCCESS);
+    for (std::thread &reader : readers)
+        reader.join();
 }
 
 TEST_F(image_lock, needs_the_permission_to_write_the_file)

@@ -21,6 +21,14 @@ constexpr std::size_t first = 72 + 28; // variable in a volume
 
 using volume_image = platform_test::image_file;
 
+// A volume with little room, and the sizes of what is in it.
+platform_test::volume_shape small_store(std::size_t bytes)
+{
+    platform_test::volume_shape shape;
+    shape.store = 28 + bytes;
+    return shape;
+}
+
 TEST_F(volume_image, variables_are_listed_and_read)
 {
     put(volume(in_volume({"Timeout", "t"}) + in_volume({"BootOrder", "1234"}) +
@@ -55,6 +63,27 @@ TEST_F(volume_image, only_what_is_there_counts)
     EXPECT_EQ(get(u"Old").data, "old");
     EXPECT_EQ(get(u"Half").data, "new");
     EXPECT_EQ(get(u"NoData").status, EFI_NOT_FOUND);
+}
+
+// Firmware that was stopped twice while it wrote the same variable. It takes the value that it finds last.
+TEST_F(volume_image, last_of_several_values_that_are_being_replaced_counts)
+{
+    const std::string first_value = in_volume({"A", "first", 7, being_replaced});
+    const std::string second_value = in_volume({"A", "second", 3, being_replaced});
+    const std::string other = in_volume({"B", "b"});
+    put(volume(first_value + other + second_value));
+    EXPECT_EQ(names(), (std::vector<std::u16string>{u"A", u"B"}));
+    EXPECT_EQ(get(u"A").data, "second");
+    EXPECT_EQ(get(u"A").attributes, 3u);
+    // A new value wins wherever it stands.
+    put(volume(first_value + in_volume({"A", "new"}) + second_value));
+    EXPECT_EQ(get(u"A").data, "new");
+    // What counts is what stays when the room is needed.
+    put(volume(first_value + second_value, small_store(first_value.size() + second_value.size() + 10)));
+    EXPECT_EQ(set(u"C", 7, "c"), EFI_SUCCESS);
+    EXPECT_EQ(get(u"A").data, "second");
+    EXPECT_EQ(set(u"A", 3, ""), EFI_SUCCESS);
+    EXPECT_EQ(names(), (std::vector<std::u16string>{u"C"}));
 }
 
 // The firmware goes on behind a header that it did not write to its end, whatever its sizes say.
@@ -163,14 +192,6 @@ TEST_F(volume_image, room_is_that_of_the_store_without_what_counts)
     large.length = 0x84000;
     put(volume("", large));
     EXPECT_EQ(query().variable, 32768u);
-}
-
-// A volume with little room, and the sizes of what is in it.
-platform_test::volume_shape small_store(std::size_t bytes)
-{
-    platform_test::volume_shape shape;
-    shape.store = 28 + bytes;
-    return shape;
 }
 
 TEST_F(volume_image, room_of_the_dead_is_taken_back_only_when_needed)
