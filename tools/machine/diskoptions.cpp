@@ -61,7 +61,7 @@ std::vector<std::string> drives_of(byte_view option_path)
     std::vector<std::string> names;
     const hardware hardware;
     device_paths paths;
-    for (const drive &drive : read_drives([](const auto &) { return false; })) {
+    for (const drive &drive : read_drives({.attachments = of_every_drive})) {
         const drive_marks marks = marks_of(drive, hardware, paths);
         if (std::any_of(beginnings.begin(), beginnings.end(),
                         [&marks](byte_view nodes) { return begins_with_any(nodes, marks.hardware); }))

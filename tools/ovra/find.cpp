@@ -35,7 +35,7 @@ std::optional<drive> whole_drive(const disk_name &wanted)
     const auto is_meant = [&wanted](const drive &drive) {
         return drive.name == wanted.value || drive.kernel_name == wanted.value;
     };
-    std::vector<drive> drives = read_drives(is_meant);
+    std::vector<drive> drives = read_drives({.media = is_meant, .attachments = is_meant});
     const auto found = std::find_if(drives.begin(), drives.end(), is_meant);
     if (found == drives.end() || (found->path.starts_with("/md@") && found->volumes.empty()))
         return std::nullopt;
