@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "platform/include/devns.h"
 
+#include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -9,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -19,9 +22,11 @@
 #include "platform/machine/failure.h"
 #include "platform/machine/lock.h"
 #include "platform/machine/picture.h"
+#include "platform/machine/place.h"
 #include "platform/machine/process.h"
 #include "platform/machine/root.h"
 #include "platform/machine/services.h"
+#include "platform/machine/shared.h"
 #include "src/base/device_name.h"
 
 using machine::value_or;
@@ -60,7 +65,8 @@ public:
         case OVRA_GET_NEXT_VARIABLE_NAME:
             return true;
         case OVRA_GET_VARIABLE:
-            return machine::has_folder(*services);
+            return machine::is_whole_in_picture(*machine::common_state().of_this_thread(), serial,
+                                                [this] { return machine::has_folder(*services); });
         default:
             return is_whole();
         }
@@ -86,7 +92,14 @@ public:
     }
 
 private:
+    static unsigned long next_serial()
+    {
+        static std::atomic<unsigned long> last;
+        return ++last;
+    }
+
     std::unique_ptr<machine::runtime_services> services;
+    unsigned long serial = next_serial();
 };
 
 // What devns_open served itself, by the number of a real file descriptor, the folder of variables: the system
@@ -162,6 +175,24 @@ std::optional<std::string> device_link(std::string_view path)
     return std::nullopt;
 }
 
+// Names one behind the other, for free(3).
+char *in_one_block(const std::vector<std::string> &names)
+{
+    std::size_t size = 1;
+    for (const std::string &name : names)
+        size += name.size() + 1;
+    auto *block = static_cast<char *>(malloc(size));
+    if (block == nullptr)
+        throw std::bad_alloc();
+    char *end = block;
+    for (const std::string &name : names) {
+        std::memcpy(end, name.c_str(), name.size() + 1);
+        end += name.size() + 1;
+    }
+    *end = '\0';
+    return block;
+}
+
 } // namespace
 
 #pragma GCC visibility push(default)
@@ -194,6 +225,28 @@ int devns_ioctl(int fd, int command, void *record)
             return ioctl(fd, static_cast<unsigned long>(command), record);
         return opened->is_whole_for(command) ? serve_runtime_command(opened->get(), command, record)
                                              : bad_descriptor();
+    });
+}
+
+char *devns_variable_names(int fd)
+{
+    return value_or(static_cast<char *>(nullptr), [=]() -> char * {
+        const auto opened = served().find(fd);
+        if (!opened) {
+            if (fcntl(fd, F_GETFD) != -1)
+                errno = ENOTTY;
+            return nullptr;
+        }
+        if (!opened->is_whole()) {
+            bad_descriptor();
+            return nullptr;
+        }
+        std::vector<std::string> names;
+        if (const int error = machine::place_of(opened->get().kind).list(opened->get(), &names); error != 0) {
+            errno = error;
+            return nullptr;
+        }
+        return in_one_block(names);
     });
 }
 

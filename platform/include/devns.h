@@ -215,6 +215,21 @@ int devns_close(int fd);
 ssize_t devns_readlink(const char *path, char *buf, size_t size);
 
 /*
+ * The names of all firmware variables at once, without looking at any of them: that takes a few system calls
+ * for thousands, where a walk with OVRA_GET_NEXT_VARIABLE_NAME takes one for each. Reading a variable then
+ * tells what it is. Some of the names may be those of damaged variables, of files without data and of files
+ * that are no variable's, which a walk passes over.
+ *
+ * `fd` is one that devns_open served itself. The names are those of files, such as
+ * "Boot0000-8be4df61-93ca-11d2-aa0d-00e098032b8c": the variable's in UTF-8, with "!" for "/", and the GUID of
+ * its vendor. Returns a new block, to be released with free(3): the names in no order, each terminated, and
+ * after the last an empty one. Null with errno on failure: EBADF (no such file descriptor, or the program has
+ * closed or replaced it), ENOTTY (any other file descriptor: one of a driver of the system has no such call),
+ * ENOMEM, or why they cannot be read.
+ */
+char *devns_variable_names(int fd);
+
+/*
  * Takes the machine's lock for the calling thread, for a program that reads, decides and writes: until it is
  * given back, no other thread and no other process changes the machine through this library. The services
  * that change the machine take the same lock themselves and wait up to 30 s for it. A thread that has the
@@ -252,7 +267,9 @@ int devns_unlock(void);
  * One picture of the machine for several calls. What this thread reads of the device tree and the disks
  * between devns_begin and devns_end, through any of the platform libraries, it reads once, at the first call
  * that needs it: the calls agree about the disks. Elsewhere each call reads the machine anew. HWPLAT_ROOT is
- * read when the picture is made. Firmware variables are not part of it.
+ * read when the picture is made. Firmware variables are not part of it: they are read each time. Whether the
+ * file descriptor of the runtime services is still open on what devns_open opened is looked at once, before
+ * the first variable that is read: nobody may close it otherwise, or give out its number, in between.
  *
  *     devns_begin();
  *     drives = vs_get_descriptors(VS_DRIVE, NULL, &err);

@@ -17,15 +17,7 @@
  *     logical block), "nblocks" (uint64, its size in logical blocks), "kernel-name" and "devfs-path" (text,
  *     its name to Linux and its physical path in the device tree). Of an array of disks (md) also "metadata"
  *     (text, its format, such as "1.0") and "members" (text, the Linux names of what it is made of, with
- *     blanks between them). How it is attached behind its controller, as far as the machine tells:
- *       "transport" (text: "sata", "ide", "scsi", "sas", "nvme", "usb", "sd", "emmc", "virtio-blk" or "ufs");
- *       "place-unknown" (text: why its place is not known, which then has no numbers);
- *       numbers (uint64), from 0 unless said otherwise: "port" and "multiplier-port" (sata, the latter behind
- *       a port multiplier); "channel" (ide, scsi) and "target" (ide, scsi, ufs); "lun" (scsi, sas, ufs; usb,
- * where the device has several); "sas-address"; "namespace" (nvme, from 1); "interface" (usb); "slot" (sd,
- * emmc); "eui64" (nvme, uint8 array: the 8 bytes of the namespace's EUI-64, where it has one); "usb-ports"
- * (usb, uint8 array: from the controller to the drive, as firmware counts them); "removable" (uint64, 1 for a
- * drive with removable media).
+ *     blanks between them).
  *   - A medium: "blocksize" and "nblocks" as above; with an MBR "volserno" (uint32, the disk signature).
  *   - A partition of an MBR, "/dev/rdsk/<drive>p<n>"; p0 is the whole disk. "relsect" and "nsectors" (uint32,
  *     start and size in logical blocks).
@@ -113,6 +105,23 @@ kvlist_t *vs_get_file_system(vs_descriptor_t desc, int *err);
  * Null with EINVAL for a descriptor of another kind than VS_DRIVE.
  */
 kvlist_t *vs_get_contents(vs_descriptor_t drive, int *err);
+
+/*
+ * How a drive is attached behind its controller, as far as the machine tells, as a new list; release it with
+ * kvlist_free.
+ *     "transport" (text): "sata", "ide", "scsi", "sas", "nvme", "usb", "sd", "emmc", "virtio-blk" or "ufs"
+ *     "place-unknown" (text): why its place is not known, which then has no numbers
+ *     numbers (uint64), from 0 unless said otherwise: "port" and "multiplier-port" (sata, the latter behind a
+ *         port multiplier), "channel" (ide, scsi), "target" (ide, scsi, ufs), "lun" (scsi, sas, ufs; usb,
+ *         where the device has several), "sas-address", "namespace" (nvme, from 1), "interface" (usb), "slot"
+ *         (sd, emmc)
+ *     "eui64" (uint8 array): of an nvme namespace that has one, the 8 bytes of its EUI-64
+ *     "usb-ports" (uint8 array): from the controller to the drive, as firmware counts them
+ *     "removable" (uint64): 1 for a drive with removable media
+ * What does not apply is not in the list. It is read at each call.
+ * Null with EINVAL for a descriptor of another kind than VS_DRIVE.
+ */
+kvlist_t *vs_get_attachment(vs_descriptor_t drive, int *err);
 
 /*
  * The name of a drive ("c0t0d0"), a partition ("/dev/rdsk/c0t0d0p1") or a slice ("/dev/dsk/c0t0d0s0"), as a

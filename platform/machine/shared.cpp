@@ -48,8 +48,10 @@ shared_state &common_state()
 
 void begin_picture()
 {
-    if (mine.depth++ == 0)
-        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &mine.cancellation);
+    if (mine.depth++ != 0)
+        return;
+    mine.whole = 0;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &mine.cancellation);
 }
 
 void end_picture()
@@ -58,6 +60,7 @@ void end_picture()
         return;
     delete mine.kept;
     mine.kept = nullptr;
+    mine.whole = 0;
     pthread_setcancelstate(mine.cancellation, nullptr);
 }
 

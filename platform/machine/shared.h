@@ -30,6 +30,7 @@ struct thread_picture {
     unsigned depth;
     int cancellation; /* the thread's cancellation state before the first begin */
     std::shared_ptr<picture> *kept;
+    unsigned long whole; /* the number of the services whose files were still open; 0: not looked yet */
 };
 
 struct shared_state {
@@ -52,6 +53,21 @@ void end_picture();
 
 /* Whether this thread is between the two. */
 bool is_picture_kept();
+
+/*
+ * Whether services are still open on their files, as `look` says; between begin_picture and end_picture it is
+ * asked once for the same services. For libdevns. `number` is not 0, and of no other services.
+ */
+template <typename asking>
+bool is_whole_in_picture(thread_picture &mine, unsigned long number, asking look)
+{
+    if (mine.depth != 0 && mine.whole == number)
+        return true;
+    if (!look())
+        return false;
+    mine.whole = number;
+    return true;
+}
 
 } // namespace machine
 

@@ -160,8 +160,11 @@ void add_bytes(kvlist_t *list, const char *name, const std::vector<uint8_t> &byt
         check(kvlist_add_uint8_array(list, name, bytes.data(), static_cast<unsigned>(bytes.size())));
 }
 
-void add_transport(const machine::transport &attached, kvlist_t *list)
+void add_attachment(const object &of, kvlist_t *list)
 {
+    if (of.kind != VS_DRIVE)
+        throw read_failure{EINVAL};
+    const machine::transport attached = of.seen->transport_of(of.place);
     if (!attached.kind.empty())
         add_text(list, "transport", attached.kind);
     if (!attached.unknown.empty())
@@ -185,7 +188,6 @@ void add_drive_attributes(const object &of, kvlist_t *list)
     check(kvlist_add_uint64(list, "nblocks", disk.blocks));
     add_text(list, "kernel-name", disk.kernel_name);
     add_text(list, "devfs-path", of.seen->tree().path_of(disk.node));
-    add_transport(of.seen->transport_of(of.place), list);
     if (disk.metadata.empty())
         return;
     add_text(list, "metadata", disk.metadata);
@@ -354,6 +356,11 @@ kvlist_t *vs_get_file_system(vs_descriptor_t desc, int *err)
 kvlist_t *vs_get_contents(vs_descriptor_t drive, int *err)
 {
     return list_of(err, [&](kvlist_t *list) { add_contents(*to_object(drive), list); });
+}
+
+kvlist_t *vs_get_attachment(vs_descriptor_t drive, int *err)
+{
+    return list_of(err, [&](kvlist_t *list) { add_attachment(*to_object(drive), list); });
 }
 
 char *vs_get_name(vs_descriptor_t desc, int *err)

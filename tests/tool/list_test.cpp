@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <fstream>
+#include <sys/stat.h>
 
 #include "src/base/load_option.h"
 #include "tests/tool/support.h"
@@ -139,6 +140,19 @@ TEST_F(list_verb, goes_on_past_a_damaged_option)
     EXPECT_THAT(text, HasSubstr("3         Boot0003  ?       (damaged)\n"));
     EXPECT_THAT(text, HasSubstr("7         Boot0007  *       EFI Internal Shell\n"));
     EXPECT_EQ(parsed({"list"})["options"][3]["error"], "damaged");
+}
+
+TEST_F(list_verb, shows_what_is_no_variable_outside_the_order_as_damaged_and_passes_over_what_has_no_data)
+{
+    put_order({0, 0x10});
+    for (const char *without_data : {"Boot0010", "Boot0011"})
+        put(without_data, "");
+    ASSERT_EQ(mkfifo(file("Boot0012").c_str(), 0600), 0);
+    const std::string text = output({"list"});
+    EXPECT_THAT(text, HasSubstr("1         Boot0010  ?       (no such option)\n"));
+    EXPECT_THAT(text, HasSubstr("-         Boot0012  ?       (damaged)\n"));
+    EXPECT_EQ(text.find("Boot0011"), std::string::npos);
+    EXPECT_EQ(parsed({"list"})["options"].size(), 10u);
 }
 
 TEST_F(list_verb, goes_on_past_a_damaged_boot_next)

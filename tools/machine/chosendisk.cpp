@@ -128,15 +128,17 @@ std::string in_dev_folder(const std::string &name)
 }
 
 // Only drives that may be meant, or have a partition of this name, are looked into.
-std::vector<drive> drives_for(const disk_name &wanted)
+std::vector<drive> drives_for(const disk_name &wanted, bool with_attachments)
 {
-    std::vector<drive> drives = read_drives(
-        [&](const drive &drive) {
-            return wanted.kind != named_by::name || is_drive(drive, wanted.value) ||
-                   begins_with_name(wanted.value, drive.name) ||
-                   begins_with_name(wanted.value, drive.kernel_name);
-        },
-        wanted.kind == named_by::uuid || wanted.kind == named_by::label);
+    const auto may_be_meant = [&](const drive &drive) {
+        return wanted.kind != named_by::name || is_drive(drive, wanted.value) ||
+               begins_with_name(wanted.value, drive.name) ||
+               begins_with_name(wanted.value, drive.kernel_name);
+    };
+    std::vector<drive> drives =
+        read_drives({.media = may_be_meant,
+                     .attachments = with_attachments ? may_be_meant : parts_of_drives::choice(),
+                     .file_systems = wanted.kind == named_by::uuid || wanted.kind == named_by::label});
     if (drives.empty())
         require_devices();
     return drives;
@@ -195,7 +197,7 @@ chosen_disk find_disk(const std::string &text, std::optional<unsigned> part)
 {
     require_machine();
     const disk_name wanted = understood(text);
-    const std::vector<drive> drives = drives_for(wanted);
+    const std::vector<drive> drives = drives_for(wanted, false);
     if (part)
         return part_of(drives, wanted, text, *part);
     std::vector<chosen_disk> found;
@@ -225,7 +227,7 @@ std::vector<drive> find_drives(const std::string &text)
 {
     require_machine();
     const disk_name wanted = understood(text);
-    std::vector<drive> drives = drives_for(wanted);
+    std::vector<drive> drives = drives_for(wanted, true);
     std::vector<drive> found;
     for (const drive &drive : drives) {
         const bool has_it =
@@ -243,7 +245,7 @@ std::vector<drive> find_drives(const std::string &text)
 std::vector<chosen_disk> twins_of(const chosen_disk &disk)
 {
     std::vector<chosen_disk> twins;
-    for (const drive &drive : read_drives([](const drive &) { return true; })) {
+    for (const drive &drive : read_drives({.media = of_every_drive})) {
         for (const volume &volume : drive.volumes) {
             const chosen_disk other = chosen(drive, volume);
             const bool same = disk.partuuid.empty()

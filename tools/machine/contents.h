@@ -28,7 +28,8 @@ struct drive_contents {
 // By the names of the drives. What is on them is read if `reads_media` is set. Throws a failure.
 std::unordered_map<std::string, drive_contents> read_contents(bool reads_media);
 
-// While it lives, all that is read shows the machine as it was at one moment.
+// While it lives, all that is read of the hardware shows the machine as it was at one moment, and reading
+// many variables takes less.
 class one_moment {
 public:
     one_moment();

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "src/base/nodes.h"
+#include "tools/machine/contents.h"
 #include "tools/machine/named.h"
 #include "tools/machine/pathnodes.h"
 
@@ -61,7 +62,7 @@ std::vector<std::string> drives_of(byte_view option_path)
     std::vector<std::string> names;
     const hardware hardware;
     device_paths paths;
-    for (const drive &drive : read_drives([](const auto &) { return false; })) {
+    for (const drive &drive : read_drives({.attachments = of_every_drive})) {
         const drive_marks marks = marks_of(drive, hardware, paths);
         if (std::any_of(beginnings.begin(), beginnings.end(),
                         [&marks](byte_view nodes) { return begins_with_any(nodes, marks.hardware); }))
@@ -72,15 +73,18 @@ std::vector<std::string> drives_of(byte_view option_path)
 
 disk_options::disk_options(firmware &machine)
 {
+    const one_moment of_many_reads;
     for (const uint16_t number : machine.options()) {
-        load_option option;
+        std::optional<load_option> option;
         try {
-            option = machine.read_option(number);
+            option = machine.find_option(number);
         } catch (const unreadable &reason) {
             warn_of_unreadable(reason);
             continue;
         }
-        for (const byte_view path : paths_of(option.path)) {
+        if (!option)
+            continue;
+        for (const byte_view path : paths_of(option->path)) {
             if (const byte_view node = first_hard_drive(path); !node.empty()) {
                 std::vector<uint16_t> &numbers = by_hard_drive[key(node)];
                 if (numbers.empty() || numbers.back() != number)

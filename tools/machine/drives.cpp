@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/machine/drives.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <charconv>
@@ -29,12 +30,17 @@ struct releasing {
 using descriptors = std::unique_ptr<vs_descriptor_t, releasing>;
 using attribute_list = std::unique_ptr<kvlist_t, releasing>;
 
+[[noreturn]] void refuse_to_read(int error)
+{
+    throw failure(std::string("cannot read a disk: ") + strerror(error));
+}
+
 attribute_list attribute_list_of(vs_descriptor_t of)
 {
     int error = 0;
     attribute_list list(vs_get_attributes(of, &error));
     if (!list)
-        throw failure(std::string("cannot read a disk: ") + strerror(error));
+        refuse_to_read(error);
     return list;
 }
 
@@ -102,7 +108,7 @@ void read_volumes(vs_descriptor_t medium, vs_kind_t kind, bool reads_file_system
     int error = 0;
     const descriptors found(vs_get_associated_descriptors(medium, kind, &error));
     if (!found)
-        throw failure(std::string("cannot read a disk: ") + strerror(error));
+        refuse_to_read(error);
     for (const vs_descriptor_t *at = found.get(); *at; ++at) {
         const attribute_list list = attribute_list_of(*at);
         volume next;
@@ -140,8 +146,13 @@ void read_medium(vs_descriptor_t of, bool reads_file_systems, drive *drive)
     read_volumes(medium, VS_PARTITION, reads_file_systems, drive);
 }
 
-attachment read_attachment(kvlist_t *list)
+attachment read_attachment(vs_descriptor_t of)
 {
+    int error = 0;
+    const attribute_list known(vs_get_attachment(of, &error));
+    if (!known)
+        refuse_to_read(error);
+    kvlist_t *const list = known.get();
     attachment read;
     read.transport = text_of(list, "transport");
     read.place_unknown = text_of(list, "place-unknown");
@@ -153,6 +164,7 @@ attachment read_attachment(kvlist_t *list)
     }
     read.eui64 = array_of(list, "eui64");
     read.usb_ports = array_of(list, "usb-ports");
+    read.is_removable = number_of(list, "removable") != 0;
     return read;
 }
 
@@ -163,8 +175,6 @@ drive read_drive(vs_descriptor_t of)
     next.name = name_of(of);
     next.kernel_name = text_of(list.get(), "kernel-name");
     next.path = text_of(list.get(), "devfs-path");
-    next.attached = read_attachment(list.get());
-    next.is_removable = number_of(list.get(), "removable") != 0;
     next.block_size = static_cast<uint32_t>(number_of(list.get(), "blocksize"));
     next.blocks = number_of(list.get(), "nblocks");
     return next;
@@ -179,7 +189,12 @@ const char *drive::medium() const
     return ovra::by_value(ovra::partition_formats, signature ? ovra::format_mbr : ovra::format_gpt)->text;
 }
 
-std::vector<drive> read_drives(const std::function<bool(const drive &)> &reads_media, bool reads_file_systems)
+bool of_every_drive(const drive &)
+{
+    return true;
+}
+
+std::vector<drive> read_drives(const parts_of_drives &wanted)
 {
     if (!has_devices())
         return {};
@@ -189,20 +204,24 @@ std::vector<drive> read_drives(const std::function<bool(const drive &)> &reads_m
         throw failure(std::string("cannot read the disks: ") + strerror(error));
     std::vector<drive> drives;
     for (const vs_descriptor_t *at = found.get(); *at; ++at) {
-        drives.push_back(read_drive(*at));
-        if (reads_media(drives.back()))
-            read_medium(*at, reads_file_systems, &drives.back());
+        drive &next = drives.emplace_back(read_drive(*at));
+        if (wanted.attachments && wanted.attachments(next))
+            next.attached = read_attachment(*at);
+        if (wanted.media && wanted.media(next))
+            read_medium(*at, wanted.file_systems, &next);
     }
     return drives;
 }
 
 drive drive_of(const std::string &volume)
 {
-    for (const drive &drive : read_drives([](const auto &) { return false; })) {
+    const auto has_it = [&volume](const drive &drive) {
         const size_t size = drive.name.size();
-        if (volume.starts_with(drive.name) && (volume[size] == 's' || volume[size] == 'p'))
-            return drive;
-    }
+        return volume.starts_with(drive.name) && (volume[size] == 's' || volume[size] == 'p');
+    };
+    const std::vector<drive> drives = read_drives({.attachments = has_it});
+    if (const auto found = std::find_if(drives.begin(), drives.end(), has_it); found != drives.end())
+        return *found;
     throw failure("the disks changed: " + volume + " is gone", "Nothing was written.");
 }
 

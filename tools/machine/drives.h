@@ -40,6 +40,7 @@ struct attachment {
     std::map<std::string, uint64_t> place; // "port", "target"
     bytes eui64;
     bytes usb_ports;
+    bool is_removable = false; // the media
 
     std::optional<uint64_t> number(const std::string &name) const
     {
@@ -52,8 +53,7 @@ struct drive {
     std::string name;        // "c0t0d0"
     std::string kernel_name; // "sda"
     std::string path;        // in the device tree
-    attachment attached;
-    bool is_removable = false;
+    attachment attached;     // when read_drives was to read it
     uint32_t block_size = 0;
     uint64_t blocks = 0;
     bool has_medium = false;
@@ -64,10 +64,19 @@ struct drive {
     const char *medium() const;
 };
 
-// All drives, and what is on those for which `reads_media` says so, with file systems or without. Throws a
-// failure.
-std::vector<drive> read_drives(const std::function<bool(const drive &)> &reads_media,
-                               bool reads_file_systems = false);
+// What of the drives is read beside themselves: each takes system calls, and a medium its device.
+struct parts_of_drives {
+    using choice = std::function<bool(const drive &)>; // null: of none
+    choice media = nullptr;
+    choice attachments = nullptr;
+    bool file_systems = false; // of the volumes on these media
+};
+
+// The choice of all drives.
+bool of_every_drive(const drive &drive);
+
+// All drives. Throws a failure.
+std::vector<drive> read_drives(const parts_of_drives &wanted);
 
 // The name with Linux's behind it, if that is known: "c0t0d0s0 (sda1)".
 std::string both_names(const std::string &name, const std::string &kernel_name);
@@ -75,7 +84,8 @@ std::string both_names(const std::string &name, const std::string &kernel_name);
 // Linux's name of a drive, slice or partition; empty without the drive.
 std::string kernel_name_of(const std::vector<drive> &drives, std::string_view volume);
 
-// The drive that has a slice or partition of this name. Throws a failure, also when there is none.
+// The drive that has a slice or partition of this name, with its attachment. Throws a failure, also when
+// there is none.
 drive drive_of(const std::string &volume);
 
 // The hard-drive node that stands for a volume in a path, by which options that boot from it are known.

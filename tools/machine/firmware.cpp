@@ -233,23 +233,22 @@ bool firmware::walk(bool may_end_early, const taking &take)
     }
 }
 
-variable firmware::read(const variable_id &id)
+variable firmware::read(variable_id id)
 {
-    std::vector<CHAR16> name = id.name;
-    EFI_GUID guid = id.guid;
     variable result;
     UINTN size = 0;
     // Nearly all variables fit at the first request: each may be one to the firmware. A variable may grow
     // between two; one that always does is given up.
     constexpr size_t first_room = 1u << 16;
     const auto what = [&id] { return "cannot read " + to_utf8(id.name); };
+    const auto ask = [&](EFI_STATUS *answer) {
+        return ovra_get_variable(handle, id.name.data(), &id.guid, &result.attributes, &size, buffer.data(),
+                                 answer);
+    };
     for (int attempt = 0; attempt < 5; ++attempt) {
         buffer.resize(std::max<size_t>({size, buffer.size(), first_room}));
         size = buffer.size();
-        result.status = service(what, [&](EFI_STATUS *answer) {
-            return ovra_get_variable(handle, name.data(), &guid, &result.attributes, &size, buffer.data(),
-                                     answer);
-        });
+        result.status = service(what, std::ref(ask)); // which takes no memory
         if (result.status != EFI_BUFFER_TOO_SMALL)
             break;
     }

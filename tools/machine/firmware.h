@@ -58,7 +58,7 @@ public:
 
     // All variables, and one of them.
     std::vector<variable_id> variables();
-    variable read(const variable_id &id);
+    variable read(variable_id id);
     variable read_global(const std::string &name);
     bool exists_global(const std::string &name); // also one that cannot be read
 
@@ -79,8 +79,9 @@ public:
     // What check_change cannot tell; empty when it tells everything.
     std::string not_checked() const;
 
-    // Load options.
-    std::vector<uint16_t> options(); // ascending
+    // Load options. Those that have a name, ascending: whether one is there is told by reading it.
+    std::vector<uint16_t> options();
+    std::optional<load_option> find_option(uint16_t number); // nothing without it; throws `unreadable`
     bool option_exists(uint16_t number);
     void require_option(uint16_t number);
     void require_sound_option(uint16_t number); // one that is damaged is refused as well
@@ -131,8 +132,8 @@ private:
     using taking = std::function<void(const variable_id &)>;
     void visit_variables(const std::function<void()> &begin, const taking &take);
     bool walk(bool may_end_early, const taking &take); // false when it ended early, else that is thrown
-    // An option that the library would read in no other way.
-    std::optional<load_option> plain_option(const std::string &name);
+    // An option as only the library reads it.
+    load_option library_option(const std::string &name);
     // Throws unless a request to read something succeeded.
     void check(const std::string &what, EFI_STATUS status);
     void require_read(const std::string &name, const variable &read, const std::string &when_damaged = {});

@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: MIT
 // Load options and the variables that name them.
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
+#include <memory>
+#include <string_view>
 
-#include "tools/machine/files.h"
+#include "platform/include/devns.h"
 #include "tools/machine/firmware.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
@@ -12,28 +16,49 @@
 
 namespace tool {
 
+namespace {
+
+// By number. Firmware boots only options of its own vendor, and of the one spelling.
+using option_set = std::vector<char>;
+
+// The options among the names of all variables; false where these cannot be asked for.
+bool find_names(option_set *there)
+{
+    const std::string after_name = '-' + guid_text(ovra::global_variable_guid);
+    const int services = devns_open(DEVNS_RUNTIME_SERVICES, O_RDWR);
+    if (services == -1)
+        return false;
+    const auto release = [](char *block) { free(block); };
+    const std::unique_ptr<char, decltype(release)> names(devns_variable_names(services), release);
+    devns_close(services);
+    if (!names)
+        return false;
+    there->assign(UINT16_MAX + 1, 0);
+    for (const char *at = names.get(); *at != '\0';) {
+        const std::string_view name = at;
+        const auto number = ovra::option_number(name.substr(0, ovra::option_name::length));
+        if (number && name.substr(ovra::option_name::length) == after_name)
+            (*there)[*number] = 1;
+        at += name.size() + 1;
+    }
+    return true;
+}
+
+} // namespace
+
 std::vector<uint16_t> firmware::options()
 {
-    std::vector<bool> there;
-    visit_variables([&there] { there.assign(UINT16_MAX + 1, false); },
-                    [&there](const variable_id &id) {
-                        // Firmware boots only options of its own vendor, and of the one spelling.
-                        const auto number = ovra::option_number(to_utf8(id.name));
-                        if (number && ovra::same_guid(id.guid, ovra::global_variable_guid))
-                            there[*number] = true;
-                    });
-    // What is damaged is not enumerated; where variables are files it is there all the same.
-    const std::string after_name = '-' + guid_text(ovra::global_variable_guid);
-    const auto add_damaged = [&](std::string_view name) {
-        const auto number = ovra::option_number(name.substr(0, ovra::option_name::length));
-        if (number && !there[*number] && name.substr(ovra::option_name::length) == after_name)
-            there[*number] = option_exists(*number);
-    };
-    if (image.empty())
-        for_each_name(variables_folder(), add_damaged);
+    option_set there;
+    if (!find_names(&there))
+        visit_variables([&there] { there.assign(UINT16_MAX + 1, 0); },
+                        [&there](const variable_id &id) {
+                            const auto number = ovra::option_number(to_utf8(id.name));
+                            if (number && ovra::same_guid(id.guid, ovra::global_variable_guid))
+                                there[*number] = 1;
+                        });
     std::vector<uint16_t> numbers;
     for (size_t number = 0; number < there.size(); ++number) {
-        if (there[number])
+        if (there[number] != 0)
             numbers.push_back(static_cast<uint16_t>(number));
     }
     return numbers;
@@ -87,9 +112,11 @@ unreadable firmware::why_unreadable(const std::string &name)
     return because("the library cannot read it", bytes_advice);
 }
 
-std::optional<load_option> firmware::plain_option(const std::string &name)
+namespace {
+
+// An option that the library would read in no other way.
+std::optional<load_option> plain_option(const variable &is)
 {
-    const variable is = read_global(name);
     const auto parts = split(is.data);
     const auto is_plain = [](CHAR16 unit) { return !ovra::is_surrogate(unit); };
     if (is.status != EFI_SUCCESS || !parts || parts->description.size() > ovra::description_limit ||
@@ -108,21 +135,37 @@ std::optional<load_option> firmware::plain_option(const std::string &name)
     return option;
 }
 
-load_option firmware::read_option(uint16_t number)
+} // namespace
+
+std::optional<load_option> firmware::find_option(uint16_t number)
 {
-    std::string name = option_name(number);
+    const std::string name = option_name(number);
+    const variable is = read_global(name);
+    if (is.status == EFI_NOT_FOUND)
+        return std::nullopt;
     // The library asks for the size first, and keeps what it hands out: it is asked for what only it can
     // tell, and for why an option cannot be read.
-    if (auto plain = plain_option(name))
-        return *std::move(plain);
+    auto plain = plain_option(is);
+    return plain ? std::move(plain) : library_option(name);
+}
+
+load_option firmware::read_option(uint16_t number)
+{
+    auto found = find_option(number);
+    return found ? *std::move(found) : library_option(option_name(number));
+}
+
+load_option firmware::library_option(const std::string &name)
+{
     load_option option;
+    std::string asked = name;
     ovra_epath_t path = nullptr;
     int path_size = 0;
     char *description = nullptr;
     void *optional_data = nullptr;
     size_t optional_size = 0;
     if (call([&] {
-            return ovra_bootopt_get(handle, name.data(), &path, &path_size, &description, &option.attributes,
+            return ovra_bootopt_get(handle, asked.data(), &path, &path_size, &description, &option.attributes,
                                     &optional_data, &optional_size);
         }) != 0)
         throw why_unreadable(name);

@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 
 #include "src/base/ascii.h"
+#include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
 #include "tools/text/text.h"
 
@@ -41,21 +42,36 @@ std::string full_name(const CLI::App &verb)
     return above + (above.empty() ? "" : " ") + verb.get_name();
 }
 
-[[noreturn]] void refuse_verb(const CLI::App &level, const std::string &word)
+// The verbs that may stand at a level. CLI11 knows of those of the first level only what the words name.
+std::vector<std::string> verbs_at(const CLI::App &level)
+{
+    std::vector<std::string> names;
+    if (!level.get_parent()) {
+        for (const known_verb &verb : known_verbs())
+            names.emplace_back(verb.name);
+        return names;
+    }
+    for (const CLI::App *verb : level.get_subcommands([](const CLI::App *) { return true; }))
+        names.push_back(verb->get_name());
+    return names;
+}
+
+[[noreturn]] void refuse_verb(const CLI::App &level, const std::vector<std::string> &verbs,
+                              const std::string &word)
 {
     constexpr size_t farthest = 2;
     const std::string prefix = level.get_parent() ? full_name(level) + ' ' : "";
-    const CLI::App *nearest = nullptr;
+    std::string nearest;
     size_t least = std::min(farthest + 1, word.size());
-    for (const CLI::App *verb : level.get_subcommands([](const CLI::App *) { return true; })) {
-        const size_t changes = distance(word, verb->get_name());
+    for (const std::string &verb : verbs) {
+        const size_t changes = distance(word, verb);
         if (changes < least) {
             least = changes;
             nearest = verb;
         }
     }
     throw usage_error("unknown verb '" + prefix + word + "'" +
-                      (nearest ? "; did you mean '" + prefix + nearest->get_name() + "'?" : ""));
+                      (nearest.empty() ? "" : "; did you mean '" + prefix + nearest + "'?"));
 }
 
 // The option that a word names, of a verb or of those above it.
@@ -116,13 +132,11 @@ public:
 private:
     void read_plain(const std::string &word)
     {
-        const auto verbs = level->get_subcommands([](const CLI::App *) { return true; });
+        const std::vector<std::string> verbs = verbs_at(*level);
         if (!verbs.empty() && !misread) {
-            const auto verb = std::find_if(verbs.begin(), verbs.end(),
-                                           [&](const CLI::App *each) { return each->get_name() == word; });
-            if (verb == verbs.end())
-                refuse_verb(*level, word);
-            level = *verb;
+            if (std::find(verbs.begin(), verbs.end(), word) == verbs.end())
+                refuse_verb(*level, verbs, word);
+            level = level->get_subcommand(word);
         }
         result.push_back(word);
     }
@@ -200,9 +214,25 @@ public:
 
     std::string make_subcommand(const CLI::App *verb) const override
     {
-        return in_columns("  " + verb->get_name(),
-                          wrapped(verb->get_description(), help_width - get_column_width()),
-                          get_column_width());
+        return line_of_verb(verb->get_name(), verb->get_description());
+    }
+
+    // Of the first level CLI11 knows only the verbs that the command line names.
+    std::string make_usage(const CLI::App *app, std::string name) const override
+    {
+        if (app->get_parent())
+            return CLI::Formatter::make_usage(app, std::move(name));
+        return "Usage: " + name + " [OPTIONS] SUBCOMMAND\n";
+    }
+
+    std::string make_subcommands(const CLI::App *app, CLI::AppFormatMode mode) const override
+    {
+        if (app->get_parent())
+            return CLI::Formatter::make_subcommands(app, mode);
+        std::string text = "\nSubcommands:\n";
+        for (const known_verb &verb : known_verbs())
+            text += line_of_verb(verb.name, verb.make()->summary());
+        return text;
     }
 
     std::string make_help(const CLI::App *app, std::string name, CLI::AppFormatMode mode) const override
@@ -218,6 +248,12 @@ public:
                     return option != all->get_help_ptr() && option != all->get_version_ptr();
                 }));
         return text + '\n' + make_footer(app) + '\n';
+    }
+
+private:
+    std::string line_of_verb(const std::string &name, const std::string &summary) const
+    {
+        return in_columns("  " + name, wrapped(summary, help_width - get_column_width()), get_column_width());
     }
 };
 

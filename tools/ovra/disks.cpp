@@ -215,7 +215,8 @@ public:
         all_contents contents;
         {
             const one_moment picture;
-            drives = wanted ? find_drives(*wanted) : read_drives([](const drive &) { return true; });
+            drives = wanted ? find_drives(*wanted)
+                            : read_drives({.media = of_every_drive, .attachments = of_every_drive});
             contents = read_contents(true);
         }
         if (drives.empty())

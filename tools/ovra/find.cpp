@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "src/base/ascii.h"
 #include "tools/machine/disknames.h"
 #include "tools/machine/diskoptions.h"
 #include "tools/machine/drives.h"
@@ -26,16 +27,25 @@ constexpr char find_help[] =
     "a disk, or a slice or partition of it: c0t0d0, c0t0d0s0, sda, sda1, /dev/..., PARTUUID=..., UUID=..., "
     "LABEL=..., PARTLABEL=..., or a mount point or file on it";
 
+// "c0t0d0s0" and "c0t0d0p1": the names of drives end in d and a number.
+bool names_volume(const std::string &name)
+{
+    const size_t letter = name.find_last_not_of("0123456789");
+    return name.starts_with('c') && letter != std::string::npos &&
+           (name[letter] == 's' || name[letter] == 'p') && ovra::is_ascii_digit(name[letter - 1]);
+}
+
 // The drive that a name stands for as a whole. An array without partitions is none: firmware sees its
 // members.
 std::optional<drive> whole_drive(const disk_name &wanted)
 {
-    if (wanted.kind != named_by::name)
+    // A drive is not looked for where there cannot be one: the machine is read for it.
+    if (wanted.kind != named_by::name || names_volume(wanted.value))
         return std::nullopt;
     const auto is_meant = [&wanted](const drive &drive) {
         return drive.name == wanted.value || drive.kernel_name == wanted.value;
     };
-    std::vector<drive> drives = read_drives(is_meant);
+    std::vector<drive> drives = read_drives({.media = is_meant, .attachments = is_meant});
     const auto found = std::find_if(drives.begin(), drives.end(), is_meant);
     if (found == drives.end() || (found->path.starts_with("/md@") && found->volumes.empty()))
         return std::nullopt;

@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 
 #include "src/base/ascii.h"
+#include "tools/machine/contents.h"
 #include "tools/machine/devicepaths.h"
 #include "tools/machine/named.h"
 #include "tools/ovra/verb.h"
@@ -16,11 +17,11 @@ namespace {
 // What is shown of one option: at first where, then what it holds.
 struct place {
     uint16_t number = 0;
-    bool exists = true;
     std::optional<size_t> position; // in BootOrder
 };
 
 struct entry : place {
+    bool exists = false;
     std::string error; // why it could not be read
     load_option option;
     decoded_path path;
@@ -37,11 +38,13 @@ struct listing {
 // Paths that nobody sees are not decoded: `paths` is null then.
 entry read_entry(firmware &machine, device_paths *paths, const place &where)
 {
-    entry read = {where, {}, {}, {}};
-    if (!where.exists)
-        return read;
+    entry read = {where, true, {}, {}, {}};
     try {
-        read.option = machine.read_option(where.number);
+        auto found = machine.find_option(where.number);
+        read.exists = found.has_value();
+        if (!found)
+            return read;
+        read.option = *std::move(found);
         if (paths)
             read.path = paths->decode(read.option.path);
     } catch (const unreadable &reason) {
@@ -75,24 +78,25 @@ listing read_listing(firmware &machine)
     } catch (const damaged &reason) {
         all.order_problem = reason.what() + ("; " + reason.advice);
     }
-    std::vector<bool> exists(UINT16_MAX + 1);
     std::vector<bool> listed(UINT16_MAX + 1);
-    const std::vector<uint16_t> options = machine.options();
-    for (const uint16_t number : options)
-        exists[number] = true;
     for (size_t position = 0; position < all.order.size(); ++position) {
         const uint16_t number = all.order[position];
         if (listed[number])
             continue;
         listed[number] = true;
-        // One that is damaged is not enumerated.
-        all.places.push_back({number, exists[number] || machine.option_exists(number), position});
+        all.places.push_back({number, position});
     }
-    for (const uint16_t number : options) {
+    for (const uint16_t number : machine.options()) {
         if (!listed[number])
-            all.places.push_back({number, true, std::nullopt});
+            all.places.push_back({number, std::nullopt});
     }
     return all;
+}
+
+// What is not in BootOrder was found by its name alone, which that of a variable without data may be.
+bool is_shown(const entry &entry)
+{
+    return entry.exists || entry.position;
 }
 
 std::string notes(const listing &all, const entry &entry)
@@ -139,8 +143,11 @@ void print_as_json(firmware &machine, const listing &all)
                         {"order", !all.order_problem.empty() ? json(nullptr) : option_names(all.order)}},
                        "options");
     device_paths paths;
-    for (const place &where : all.places)
-        document.add(to_json(all, read_entry(machine, &paths, where)));
+    for (const place &where : all.places) {
+        const entry entry = read_entry(machine, &paths, where);
+        if (is_shown(entry))
+            document.add(to_json(all, entry));
+    }
     document.end();
 }
 
@@ -161,15 +168,14 @@ void add_details(const entry &entry, table *rows)
 void print_as_text(firmware &machine, const listing &all, bool verbose)
 {
     const std::string order = all.order_problem.empty() ? "" : printable(all.order_problem) + '\n';
-    if (all.places.empty()) {
-        print(order + "no boot options\n");
-        return;
-    }
     table rows;
     device_paths paths;
-    rows.row({"Position", "Option", "Active", "Description", ""});
     for (const place &where : all.places) {
         const entry entry = read_entry(machine, verbose ? &paths : nullptr, where);
+        if (!is_shown(entry))
+            continue;
+        if (rows.empty())
+            rows.row({"Position", "Option", "Active", "Description", ""});
         const bool readable = entry.exists && entry.error.empty();
         rows.row({entry.position ? std::to_string(*entry.position) : "-", option_name(entry.number),
                   !readable               ? "?"
@@ -179,7 +185,7 @@ void print_as_text(firmware &machine, const listing &all, bool verbose)
         if (verbose && readable)
             add_details(entry, &rows);
     }
-    print(order + rows.text());
+    print(order + (rows.empty() ? "no boot options\n" : rows.text()));
 }
 
 class list_verb : public verb {
@@ -193,6 +199,7 @@ public:
     void run(const general_options &general) override
     {
         firmware machine(general.folder());
+        const one_moment of_many_reads;
         const listing all = read_listing(machine);
         if (general.json)
             print_as_json(machine, all);

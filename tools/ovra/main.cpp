@@ -30,16 +30,16 @@ struct declared_verb {
     std::unique_ptr<tool::verb> verb;
 };
 
-// With the options of those verbs that are among the words: to declare all of them would be half of the start
-// of each command.
+// Those verbs that are among the words: to declare all of them would be half of the start of each command.
 std::vector<declared_verb> declare_verbs(CLI::App &app, std::span<char *const> words)
 {
     std::vector<declared_verb> declared;
     for (const auto &[name, make] : tool::known_verbs()) {
+        if (std::find(words.begin(), words.end(), std::string_view(name)) == words.end())
+            continue;
         auto verb = make();
         CLI::App *options = app.add_subcommand(name, verb->summary());
-        if (std::find(words.begin(), words.end(), std::string_view(name)) != words.end())
-            verb->declare(*options);
+        verb->declare(*options);
         declared.push_back({options, std::move(verb)});
     }
     return declared;

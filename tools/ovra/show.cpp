@@ -31,7 +31,7 @@ struct shown_option {
 // The library passes over a disk that it cannot read, and it may be the one.
 void warn_of_unread_disks()
 {
-    for (const drive &drive : read_drives([](const auto &) { return true; })) {
+    for (const drive &drive : read_drives({.media = of_every_drive})) {
         if (drive.error != 0)
             warn("cannot read /dev/" + printable(drive.kernel_name) + ": " + strerror(drive.error),
                  "The option may boot from it.");
@@ -77,7 +77,7 @@ shown_option read_shown(firmware &machine, uint16_t number)
         warn_of_unread_disks();
     add_whole_disks(&all);
     if (!all.disks.empty()) {
-        const std::vector<drive> drives = read_drives([](const auto &) { return false; });
+        const std::vector<drive> drives = read_drives({});
         for (const std::string &disk : all.disks)
             all.kernel_names.push_back(kernel_name_of(drives, disk));
     }

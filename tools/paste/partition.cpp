@@ -14,7 +14,7 @@ namespace {
 std::vector<drive> all_drives()
 {
     try {
-        return read_drives([](const drive &) { return true; });
+        return read_drives({.media = of_every_drive});
     } catch (const failure &why) {
         refuse(std::string("it has no blocks, and ") + why.what());
     }

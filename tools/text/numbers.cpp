@@ -10,11 +10,11 @@ namespace tool {
 
 std::string hex(byte_view data)
 {
-    std::string text;
-    text.reserve(2 * data.size());
+    std::string text(2 * data.size(), '0');
+    char *to = text.data();
     for (const uint8_t byte : data) {
-        text += ovra::hex_digit(byte >> 4u, ovra::letters::lower);
-        text += ovra::hex_digit(byte & 15u, ovra::letters::lower);
+        *to++ = ovra::hex_digit(byte >> 4u, ovra::letters::lower);
+        *to++ = ovra::hex_digit(byte & 15u, ovra::letters::lower);
     }
     return text;
 }

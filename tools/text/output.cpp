@@ -15,9 +15,60 @@ namespace tool {
 namespace {
 
 // A description can hold what is no text: it becomes U+FFFD.
-std::string dumped(const json &document)
+std::string dumped(const json &value)
 {
-    return document.dump(2, ' ', false, json::error_handler_t::replace);
+    return value.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+// Nearly all texts stand in JSON as they are, and looking at each byte is most of what the library does.
+void append_text(const std::string &text, std::string *to)
+{
+    const auto lacks = [&text](char c) { return text.find(c) == std::string::npos; };
+    if (is_plain(text) && lacks('"') && lacks('\\')) {
+        *to += '"';
+        *to += text;
+        *to += '"';
+    } else {
+        *to += escaped_in_json(dumped(text));
+    }
+}
+
+void append_value(const json &value, size_t indent, std::string *to);
+
+// What stands between the brackets; `append_one` writes a member.
+template <typename append>
+void append_members_of(const json &value, size_t indent, std::string *to, append append_one)
+{
+    const std::string line = '\n' + std::string(indent + 2, ' ');
+    for (auto member = value.begin(); member != value.end(); ++member) {
+        *to += member == value.begin() ? "" : ",";
+        *to += line;
+        append_one(member);
+    }
+    to->append(line, 0, indent + 1);
+}
+
+// As dump(2) does it, with `indent` blanks in front of all lines but the first.
+void append_value(const json &value, size_t indent, std::string *to)
+{
+    if (value.is_string()) {
+        append_text(value.get_ref<const std::string &>(), to);
+    } else if (value.is_object() && !value.empty()) {
+        *to += '{';
+        append_members_of(value, indent, to, [&](const auto &member) {
+            append_text(member.key(), to);
+            *to += ": ";
+            append_value(member.value(), indent + 2, to);
+        });
+        *to += '}';
+    } else if (value.is_array() && !value.empty()) {
+        *to += '[';
+        append_members_of(value, indent, to,
+                          [&](const auto &member) { append_value(*member, indent + 2, to); });
+        *to += ']';
+    } else {
+        *to += dumped(value);
+    }
 }
 
 } // namespace
@@ -38,12 +89,14 @@ void print(std::string_view text)
 
 void print_json(const json &document)
 {
-    print(escaped_in_json(dumped(document)) + '\n');
+    std::string text;
+    append_value(document, 0, &text);
+    print(text + '\n');
 }
 
 json_list::json_list(const json &members, const std::string &key)
 {
-    pending = dumped(members);
+    append_value(members, 0, &pending);
     pending.erase(pending.rfind('\n')); // the brace that ends the document
     pending += ",\n  \"" + key + "\": [";
 }
@@ -51,18 +104,12 @@ json_list::json_list(const json &members, const std::string &key)
 void json_list::add(const json &entry)
 {
     constexpr size_t much = 1u << 16;
+    constexpr size_t indent = 4;
     pending += empty ? "\n    " : ",\n    ";
     empty = false;
-    const std::string text = dumped(entry);
-    for (size_t begin = 0; begin < text.size();) {
-        const size_t end = std::min(text.find('\n', begin), text.size() - 1) + 1;
-        pending.append(text, begin, end - begin);
-        if (end < text.size())
-            pending += "    ";
-        begin = end;
-    }
+    append_value(entry, indent, &pending);
     if (pending.size() > much) {
-        print(escaped_in_json(pending));
+        print(pending);
         pending.clear();
     }
 }
@@ -70,7 +117,7 @@ void json_list::add(const json &entry)
 void json_list::end()
 {
     pending += empty ? "]\n}\n" : "\n  ]\n}\n";
-    print(escaped_in_json(pending));
+    print(pending);
     pending.clear();
 }
 
@@ -82,7 +129,7 @@ void warn(const std::string &what, const std::string &advice)
         fprintf(stderr, "  %s\n", broken(advice, 2).c_str());
 }
 
-void table::row(const std::vector<std::string> &texts)
+void table::row(std::span<const std::string_view> texts)
 {
     widths.resize(std::max(widths.size(), texts.size()));
     for (size_t at = 0; at < texts.size(); ++at) {

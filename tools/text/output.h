@@ -3,6 +3,8 @@
 #ifndef OVRA_TOOLS_OUTPUT_H
 #define OVRA_TOOLS_OUTPUT_H
 
+#include <initializer_list>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -37,9 +39,15 @@ void warn(const std::string &what, const std::string &advice = {});
 // Columns as wide as their widest cell.
 class table {
 public:
-    void row(const std::vector<std::string> &texts);
+    void row(std::span<const std::string_view> texts);
+    void row(std::initializer_list<std::string_view> texts) { row(std::span(texts.begin(), texts.size())); }
+    void row(const std::vector<std::string> &texts)
+    {
+        row(std::vector<std::string_view>(texts.begin(), texts.end()));
+    }
     // A line below the last row, indented by `spaces`.
     void below(size_t spaces, const std::string &text);
+    bool empty() const { return lines.empty(); }
     std::string text() const;
 
 private:

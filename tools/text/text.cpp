@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <cwchar>
 #include <cwctype>
 
@@ -44,7 +45,16 @@ bool shows(char32_t character)
 std::string_view plain_beginning(std::string_view text)
 {
     const auto is_plain = [](char c) { return c >= 0x20 && c < 0x7f; };
-    return {text.begin(), std::find_if_not(text.begin(), text.end(), is_plain)};
+    // Eight at a time: the highest bit of a byte is set in one of the three if it is not plain. What is
+    // carried over from another byte only makes a plain one be looked at again.
+    constexpr uint64_t ones = 0x0101010101010101;
+    size_t at = 0;
+    for (uint64_t eight = 0; at + sizeof eight <= text.size(); at += sizeof eight) {
+        memcpy(&eight, text.data() + at, sizeof eight);
+        if (((eight | (eight - 0x20 * ones) | (eight + ones)) & 0x80 * ones) != 0)
+            break;
+    }
+    return {text.begin(), std::find_if_not(text.begin() + at, text.end(), is_plain)};
 }
 
 std::vector<CHAR16> units_of(byte_view data)
@@ -60,6 +70,7 @@ std::vector<CHAR16> units_of(byte_view data)
 std::optional<std::vector<CHAR16>> to_ucs2(std::string_view utf8)
 {
     std::vector<CHAR16> units;
+    units.reserve(utf8.size() + 1);
     while (!utf8.empty()) {
         const auto next = ovra::first_of_utf8(utf8);
         if (!next.valid || next.character == 0 || next.character > 0xffff)
@@ -79,13 +90,15 @@ bytes stored(std::span<const CHAR16> text)
 
 std::string to_utf8(std::span<const CHAR16> text)
 {
-    std::string utf8;
+    // Nearly all characters are of one byte.
+    const auto is_ascii = [](CHAR16 unit) { return unit != 0 && unit < 0x80; };
+    const auto plain =
+        static_cast<size_t>(std::find_if_not(text.begin(), text.end(), is_ascii) - text.begin());
+    std::string utf8(plain, '\0');
+    std::transform(text.begin(), text.begin() + static_cast<ptrdiff_t>(plain), utf8.begin(),
+                   [](CHAR16 unit) { return static_cast<char>(unit); });
+    text = text.subspan(plain);
     while (!text.empty() && text.front() != 0) {
-        if (text.front() < 0x80) { // as nearly all are
-            utf8 += static_cast<char>(text.front());
-            text = text.subspan(1);
-            continue;
-        }
         const auto next = ovra::first_of_utf16(ovra::bytes_of_units(text));
         utf8 += ovra::utf8_character(next.character).view();
         text = text.subspan(next.size);
@@ -135,6 +148,11 @@ std::string printable(std::string_view utf8)
             shown += format("\\u%04x", static_cast<unsigned>(next.character));
         utf8.remove_prefix(next.size);
     }
+}
+
+bool is_plain(std::string_view utf8)
+{
+    return plain_beginning(utf8).size() == utf8.size();
 }
 
 std::string escaped_in_json(std::string_view document)

@@ -33,6 +33,9 @@ std::optional<std::string> as_text(byte_view data);
 // escapes: a variable cannot drive the terminal.
 std::string printable(std::string_view utf8);
 
+// Whether it is ASCII and shows, which is one column for each byte.
+bool is_plain(std::string_view utf8);
+
 // A JSON document with the characters escaped that printable() escapes; they stand only in its strings.
 std::string escaped_in_json(std::string_view document);
 

@@ -171,6 +171,21 @@ TEST_F(failing_reads, contents)
         same_or_error);
 }
 
+TEST_F(failing_reads, attachment)
+{
+    expect_told(
+        "attachment",
+        [] {
+            int err = 0;
+            const vs_descriptor_t drive = vs_get_descriptor_by_name(VS_DRIVE, "c1t3d0", &err);
+            const attributes list(drive != 0 ? vs_get_attachment(drive, &err) : nullptr);
+            vs_free_descriptor(drive);
+            const auto port = list ? attribute(list.get(), "port") : std::nullopt;
+            return port ? outcome{0, std::to_string(*port)} : outcome{err, ""};
+        },
+        same_or_that_error);
+}
+
 TEST_F(failing_reads, file_system)
 {
     sample::patch(machine.root() / "dev/sda", 2048 * 512, ovra::test::make_fat(0x1a2b3c4d, "EFI"));

@@ -81,6 +81,12 @@ TEST_F(refused_memory, what_a_descriptor_gives)
             return err;
         });
     }
+    const descriptors drives = all_of(VS_DRIVE);
+    sweep([&] {
+        int err = -1;
+        kvlist_free(vs_get_attachment(drives[0], &err));
+        return err;
+    });
     const descriptors slices = all_of(VS_SLICE);
     sweep([&] {
         int err = -1;

@@ -17,9 +17,17 @@ protected:
         for (size_t i = 0; drives[i] != 0; ++i) {
             const attributes list = attributes_of(drives[i]);
             if (text(list.get(), "kernel-name") == kernel_name + '\0')
-                return described(list.get());
+                return described(attachment_of(drives[i]).get());
         }
         return "(no drive)";
+    }
+
+    static attributes attachment_of(vs_descriptor_t drive)
+    {
+        int err = -1;
+        attributes list(vs_get_attachment(drive, &err));
+        EXPECT_EQ(err, 0);
+        return list;
     }
 
     static std::string text(kvlist_t *list, const char *name)
@@ -81,6 +89,29 @@ TEST_F(transports, of_the_captured_machine)
     EXPECT_EQ(of("sde"), "usb interface=0 usb-ports=0");
     EXPECT_EQ(of("nvme0n1"), "nvme namespace=1");
     EXPECT_EQ(of("vda"), "virtio-blk");
+}
+
+// Reading them takes many system calls, which the attributes of a drive are spared.
+TEST_F(transports, are_no_attributes)
+{
+    const sample captured("q35");
+    const descriptors drives = all_of(VS_DRIVE);
+    for (size_t i = 0; drives[i] != 0; ++i) {
+        const attributes list = attributes_of(drives[i]);
+        EXPECT_EQ(described(list.get()), "") << name_of(drives[i]);
+        EXPECT_NE(text(list.get(), "kernel-name"), "");
+    }
+}
+
+TEST_F(transports, are_those_of_drives)
+{
+    const sample captured("q35");
+    for (const vs_kind_t kind : {VS_MEDIA, VS_SLICE}) {
+        const descriptors found = all_of(kind);
+        int err = 0;
+        EXPECT_EQ(vs_get_attachment(found[0], &err), nullptr);
+        EXPECT_EQ(err, EINVAL);
+    }
 }
 
 TEST_F(transports, of_ata_ports)

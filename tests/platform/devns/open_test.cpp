@@ -173,6 +173,35 @@ TEST(devns_ioctl, reading_from_a_folder_that_took_the_number_is_refused)
     close(foreign);
 }
 
+// Between devns_begin and devns_end that is looked at once, for each of the services.
+TEST(devns_ioctl, reading_from_a_folder_that_took_the_number_is_refused_in_a_picture)
+{
+    machine_folder disk;
+    const device opened;
+    const device second;
+    disk.put("A", "data");
+    machine_folder other;
+    other.put("A", "other data");
+    const int kept = dup(opened.fd());
+    const int foreign = open(other.store().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    devns_begin();
+    EXPECT_EQ(get_variable(opened.fd(), u"A").data, "data");
+    ASSERT_EQ(dup2(foreign, second.fd()), second.fd());
+    EXPECT_EQ(get_variable(second.fd(), u"A").status, platform_test::not_answered);
+    devns_end();
+    ASSERT_EQ(dup2(foreign, opened.fd()), opened.fd());
+    EXPECT_EQ(get_variable(opened.fd(), u"A").status, platform_test::not_answered);
+    devns_begin();
+    EXPECT_EQ(get_variable(opened.fd(), u"A").status, platform_test::not_answered);
+    for (const int fd : {opened.fd(), second.fd()})
+        ASSERT_EQ(dup2(kept, fd), fd);
+    EXPECT_EQ(get_variable(opened.fd(), u"A").data, "data");
+    EXPECT_EQ(get_variable(second.fd(), u"A").data, "data");
+    devns_end();
+    close(kept);
+    close(foreign);
+}
+
 TEST(devns_open, takes_no_number_of_a_standard_stream)
 {
     machine_folder disk;

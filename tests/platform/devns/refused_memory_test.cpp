@@ -150,6 +150,22 @@ TEST_F(refused_memory, first_and_next_variable)
     }
 }
 
+TEST_F(refused_memory, names_of_variables)
+{
+    with_variable();
+    sweep(
+        nothing,
+        [this] {
+            char *names = devns_variable_names(opened.fd());
+            const int result = names != nullptr ? 0 : -1;
+            const int error = errno;
+            free(names);
+            errno = error;
+            return result;
+        },
+        not_answered);
+}
+
 TEST_F(refused_memory, query_variable_info)
 {
     with_variable();
