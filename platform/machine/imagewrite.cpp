@@ -25,11 +25,11 @@ namespace machine {
 
 namespace {
 
-constexpr std::string_view temporary_suffix = ".tmp";
+constexpr std::string_view new_file_suffix = ".tmp";
 
 // How the names of an image's new files begin. They are short, as the image's own name may be as long as a
 // name can be, and not those of another image, which somebody else may be writing.
-std::string temporary_prefix(const std::string &image)
+std::string new_file_prefix(const std::string &image)
 {
     std::uint64_t hash = 0xcbf29ce484222325; // FNV-1a
     for (const char each : image)
@@ -50,7 +50,7 @@ public:
             return;
         std::array<char, 32> text = {};
         std::snprintf(text.data(), text.size(), "%016llx", static_cast<unsigned long long>(number));
-        name = temporary_prefix(image).append(text.data()).append(temporary_suffix);
+        name = new_file_prefix(image).append(text.data()).append(new_file_suffix);
         constexpr mode_t mode = 0600; // until it has its owner
         file.reset(openat(folder, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
     }
@@ -87,9 +87,9 @@ void remove_leftovers(const machine_root &root, int folder)
     std::vector<std::string> names;
     if (const int error = list_folder(folder, &names); error != 0)
         debug("files of killed writers are not looked for: %s", std::strerror(error));
-    const std::string prefix = temporary_prefix(root.image);
+    const std::string prefix = new_file_prefix(root.image);
     for (const std::string &name : names) {
-        if (name.starts_with(prefix) && name.ends_with(temporary_suffix) &&
+        if (name.starts_with(prefix) && name.ends_with(new_file_suffix) &&
             unlinkat(folder, name.c_str(), 0) != 0)
             debug("'%s' cannot be removed: %s", name.c_str(), std::strerror(errno));
     }

@@ -76,12 +76,12 @@ std::vector<reading> read_generic(const node_fields &fields)
         index_of(fields.name, {"Path", "HardwarePath", "AcpiPath", "Msg", "MediaPath", "BbsPath"});
     if (!type)
         return {};
-    const size_t numbers = *type == 0 ? 2 : 1;
-    require_count(fields, numbers, numbers + 1);
+    const size_t before_data = *type == 0 ? 2 : 1;
+    require_count(fields, before_data, before_data + 1);
     const uint64_t node_type = *type == 0 ? sized_number(fields.values[0], 1) : *type;
     if (node_type == 0 || node_type > UEFI_BIOS)
         return {};
-    const auto subtype = static_cast<uint8_t>(sized_number(fields.values[numbers - 1], 1));
+    const auto subtype = static_cast<uint8_t>(sized_number(fields.values[before_data - 1], 1));
     const bytes data = bytes_of_digits(fields.count() > numbers ? fields.values[numbers] : "");
     const bytes node = new_node(static_cast<uint8_t>(node_type), subtype).append(data).done();
     if (fields.is("AcpiPath") || fields.is("MediaPath"))
