@@ -210,11 +210,13 @@ bytes uri_bytes(const std::string &uri)
     return new_node(3, 24).text(uri).done();
 }
 
-bytes separated(std::string_view text, char by)
+// Bytes with colons between them, each of one digit or two.
+bytes separated(std::string_view text)
 {
-    std::string digits(text);
-    std::erase(digits, by);
-    return bytes_of_digits(digits);
+    bytes all;
+    for (const std::string_view each : parts_of(text, ':'))
+        all.push_back(static_cast<uint8_t>(hexadecimal_of(each.size() <= 2 ? each : "", 1)));
+    return all;
 }
 
 // efibootmgr prints the bytes, others the name that they are.
@@ -224,7 +226,7 @@ bytes wifi_bytes(const std::string &name)
     constexpr size_t printed = 3 * size - 1;
     bytes id;
     if (name.size() == printed && std::count(name.begin(), name.end(), ':') == size - 1)
-        id = separated(name, ':');
+        id = separated(name);
     else
         id.assign(name.begin(), name.end());
     if (id.size() > size)
@@ -237,7 +239,8 @@ bytes bluetooth_bytes(const node_fields &fields, bool low_energy)
 {
     constexpr size_t size = 6;
     require_count(fields, low_energy ? 2 : 1, low_energy ? 2 : 1);
-    const bytes address = separated(fields.values[0], ':');
+    const std::string_view text = fields.values[0];
+    const bytes address = text.find(':') == std::string_view::npos ? bytes_of_digits(text) : separated(text);
     if (address.size() != size)
         refuse("an address has six bytes");
     new_node node(3, low_energy ? 30 : 27);
