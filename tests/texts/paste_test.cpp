@@ -142,6 +142,25 @@ TEST_F(pasted_texts, of_every_kind_are_right_or_refused)
     EXPECT_LE(refused, 40u);
 }
 
+TEST_F(pasted_texts, are_never_packed_wrongly_in_silence)
+{
+    const auto rows = rows_of("paste_traps.tsv");
+    EXPECT_GE(rows.size(), 50u);
+    for (const auto &row : rows) {
+        const std::string &text = row.at(0);
+        if (row.at(1) == "-") {
+            expect_refused(text, row.at(2));
+            continue;
+        }
+        const outcome result = packed(text);
+        EXPECT_EQ(result.digits, row.at(1)) << text << '\n' << result.reason;
+        EXPECT_THAT(result.path.assumed, SizeIs(row.at(2) == "assumed")) << text;
+        const std::string said = result.path.decided.empty() ? "" : "told " + result.path.decided.front();
+        EXPECT_EQ(said.substr(0, 5), row.at(2).substr(0, said.empty() ? 0 : 5)) << text;
+        EXPECT_THAT(said, HasSubstr(row.at(2).starts_with("told ") ? row.at(2).substr(5) : "")) << text;
+    }
+}
+
 TEST_F(pasted_texts, that_ovra_prints_are_packed_as_ever)
 {
     size_t compared = 0;
@@ -309,7 +328,7 @@ TEST_F(pasted_texts, name_their_dialect)
         {"PciRoot(0x0)/Pci(0x1,0x2)/File(\\a)", tool::of_efibootmgr},
         {"Fv(11111111-1111-1111-1111-111111111111)", tool::of_firmware},
         {"FvVol(11111111-1111-1111-1111-111111111111)", tool::of_efibootmgr},
-        {"HD(1,800,800,11111111-1111-1111-1111-111111111111)", tool::of_old_efibootmgr},
+        {"HD(1,800,8a0,11111111-1111-1111-1111-111111111111)", tool::of_old_efibootmgr},
     };
     for (const auto &[text, by] : cases)
         EXPECT_EQ(packed(text).path.by, by) << text << packed(text).reason;

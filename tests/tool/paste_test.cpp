@@ -109,6 +109,21 @@ TEST_F(pasted_path, finds_the_blocks_of_a_partition)
                 HasSubstr("no disk of this machine has a partition with the PARTUUID"));
 }
 
+// Of blocks without letters in their digits the disks tell whether they are hexadecimal.
+TEST_F(pasted_path, takes_its_blocks_as_the_disk_has_them)
+{
+    const std::string partuuid = "5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7cd1";
+    const std::string node = run({"path", "encode", "HD(1,GPT," + partuuid + ")"}).out;
+    for (const auto &[blocks, base] : {std::pair{"2048,20480", "decimal"}, {"800,5000", "hexadecimal"}}) {
+        for (const std::string &text : {"HD(1," + std::string(blocks) + ',' + partuuid + ')',
+                                        "HD(1,GPT," + partuuid + ',' + blocks + ')'}) {
+            const outcome packed = run({"path", "encode", text});
+            EXPECT_EQ(packed.out, node) << text;
+            EXPECT_THAT(packed.err, HasSubstr("in " + std::string(base) + ", as /dev/sdd1 has them"));
+        }
+    }
+}
+
 TEST_F(pasted_path, that_is_refused_names_the_node)
 {
     const std::string hd = "HD(1,GPT,5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7c01,0x800,0x1)";

@@ -41,7 +41,8 @@ TEST_F(show_verb, json_has_every_field)
                     {"optional_data_text", nullptr},
                     {"instances", json::array({instance})},
                     {"disks", json::array()},
-                    {"kernel_names", json::array()}}));
+                    {"kernel_names", json::array()},
+                    {"other_extent", json::array()}}));
 }
 
 TEST_F(show_verb, prints_every_instance_of_a_path)

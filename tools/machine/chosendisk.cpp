@@ -11,6 +11,7 @@
 #include "src/base/hard_drive.h"
 #include "tools/machine/arrays.h"
 #include "tools/machine/disknames.h"
+#include "tools/machine/diskrefusals.h"
 #include "tools/machine/drives.h"
 #include "tools/machine/sysfs.h"
 #include "tools/text/failure.h"
@@ -28,27 +29,12 @@ bool is_partuuid(std::string_view text, std::string_view partuuid)
            ovra::alike(text.substr(std::min(text.size(), partuuid_prefix.size())), partuuid);
 }
 
-bool begins_with_name(const std::string &wanted, const std::string &drive)
-{
-    return !drive.empty() && wanted.size() > drive.size() && wanted.starts_with(drive);
-}
-
-// Whether a name has the form of one of a drive's slices or partitions.
-bool is_volume_of(const std::string &wanted, const std::string &drive)
-{
-    if (!begins_with_name(wanted, drive))
-        return false;
-    std::string_view rest = std::string_view(wanted).substr(drive.size());
-    if (rest[0] == 'p' || rest[0] == 's')
-        rest.remove_prefix(1);
-    return !rest.empty() && rest.find_first_not_of("0123456789") == std::string_view::npos;
-}
-
 chosen_disk chosen(const drive &drive, const volume &volume)
 {
     chosen_disk disk;
     disk.name = volume.name;
     disk.kernel_name = volume.kernel_name;
+    disk.drive = drive.name;
     disk.node = hard_drive_node(drive, volume);
     if (volume.is_slice)
         disk.partuuid = guid_text(volume.guid);
@@ -102,11 +88,6 @@ void refuse_unread(bool any, const std::string &text, const std::string &kernel_
                       error == EACCES || error == EPERM ? "Run this as root." : disks_advice);
 }
 
-std::string in_dev_folder(const std::string &name)
-{
-    return ovra::device_folder + name;
-}
-
 // No disk has the name. One that cannot be read may have it.
 [[noreturn]] void refuse_name(const std::vector<drive> &drives, const disk_name &wanted,
                               const std::string &text)
@@ -118,6 +99,8 @@ std::string in_dev_folder(const std::string &name)
         for (const volume &volume : drive.volumes)
             refuse_unread(any, text, volume.kernel_name, volume.error);
     }
+    refuse_whole_file_system(drives, wanted, text);
+    refuse_former_partition(drives, wanted, text);
     const bool is_another_name = !any && !text.ends_with(in_dev_folder(wanted.value)) && wanted.value != text;
     if (wanted.of_file || is_another_name)
         throw failure(in_quotes(text) + (wanted.of_file ? " is on " : " is ") +
@@ -205,6 +188,8 @@ chosen_disk find_disk(const std::string &text, std::optional<unsigned> part)
         const bool is_meant = wanted.kind == named_by::name && is_drive(drive, wanted.value);
         if (const auto member = is_meant ? member_for_firmware(text, drive) : std::nullopt)
             return with_wanted_file(find_disk(*member), wanted);
+        if (is_meant)
+            refuse_without_table(text, drive);
         if (is_meant)
             throw failure(in_quotes(text) + " is the whole disk " + both_names(drive.name, drive.kernel_name),
                           lies_on(wanted) + "One of its slices or partitions is needed. " + disks_advice);

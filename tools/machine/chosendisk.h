@@ -17,6 +17,7 @@ namespace tool {
 struct chosen_disk {
     std::string name;        // "c0t0d0s0"
     std::string kernel_name; // "sda1"
+    std::string drive;       // "c0t0d0", which has it
     std::string partuuid;    // Linux's name for what identifies it; empty for the whole disk
     std::string signature;   // of an MBR
     bytes node;              // hard_drive_node() of it

@@ -2,15 +2,18 @@
 #include "tools/machine/contents.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <optional>
 #include <sstream>
+#include <sys/stat.h>
 
 #include "platform/include/devns.h"
 #include "platform/include/kvlist.h"
 #include "platform/include/volset.h"
+#include "tools/machine/machinefiles.h"
 #include "tools/text/failure.h"
 #include "tools/text/text.h"
 
@@ -55,6 +58,13 @@ value_list values_of(vs_descriptor_t of, kvlist_t *(*get)(vs_descriptor_t, int *
     return list;
 }
 
+bool is_special(const std::string &kernel_name)
+{
+    struct stat file = {};
+    return lstat(machine_files().on_host("/dev/" + kernel_name).c_str(), &file) == 0 &&
+           !S_ISREG(file.st_mode) && !S_ISBLK(file.st_mode);
+}
+
 drive_contents contents_of(vs_descriptor_t drive, bool reads_media)
 {
     drive_contents found;
@@ -70,6 +80,8 @@ drive_contents contents_of(vs_descriptor_t drive, bool reads_media)
     found.detail = text_attribute(contents.get(), "detail");
     found.first_header_damaged = number_attribute(contents.get(), "first-header-damaged") != 0;
     found.error = static_cast<int>(number_attribute(contents.get(), "error"));
+    found.is_special_file =
+        found.kind == "absent" && is_special(text_attribute(attributes.get(), "kernel-name"));
     return found;
 }
 
@@ -77,6 +89,8 @@ drive_contents contents_of(vs_descriptor_t drive, bool reads_media)
 
 std::string drive_contents::text() const
 {
+    if (error == ELOOP) // links in place of devices are not followed
+        return "cannot be read: its file is a link";
     if (error != 0)
         return std::string("cannot be read: ") + strerror(error);
     if (kind == "gpt")
@@ -91,16 +105,22 @@ std::string drive_contents::text() const
         return printable(detail) + " file system without a partition table";
     if (kind == "blank")
         return "blank";
+    if (is_special_file)
+        return "cannot be read: its file is neither a device nor an image";
     return kind == "unknown" ? "no partition table" : "no medium that can be read";
+}
+
+bool is_made_by_the_kernel(const std::string &path)
+{
+    static constexpr const char *buses[] = {"/dm@", "/loop@", "/nbd@", "/virtual@"};
+    return std::any_of(std::begin(buses), std::end(buses),
+                       [&](const char *bus) { return path.starts_with(bus); });
 }
 
 bool drive_contents::is_no_disk(const std::string &path) const
 {
-    static constexpr const char *made_by_the_kernel[] = {"/dm@", "/loop@", "/nbd@", "/virtual@"};
     static constexpr const char *tables[] = {"gpt", "mbr", "damaged-gpt", "other-table"};
-    return error == 0 &&
-           std::any_of(std::begin(made_by_the_kernel), std::end(made_by_the_kernel),
-                       [&](const char *bus) { return path.starts_with(bus); }) &&
+    return error == 0 && is_made_by_the_kernel(path) &&
            std::find(std::begin(tables), std::end(tables), kind) == std::end(tables);
 }
 

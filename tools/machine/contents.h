@@ -13,6 +13,7 @@ struct drive_contents {
     std::string kind;   // as libvolset says it, such as "file-system"; empty when it cannot be read
     std::string detail; // such as "vfat"
     bool first_header_damaged = false;
+    bool is_special_file = false;     // neither a device nor an image, such as a FIFO
     int error = 0;                    // errno value
     std::string metadata;             // of an array: its format
     std::vector<std::string> members; // of an array: Linux's names
@@ -24,6 +25,9 @@ struct drive_contents {
     // "sda1 and sdb1"
     std::string members_text() const;
 };
+
+// Whether a drive at this place in the device tree is one that the kernel makes of others, or of a file.
+bool is_made_by_the_kernel(const std::string &path);
 
 // By the names of the drives. What is on them is read if `reads_media` is set. Throws a failure.
 std::unordered_map<std::string, drive_contents> read_contents(bool reads_media);

@@ -135,10 +135,28 @@ disk_name on_disk(const machine_files &files, const found_file &file)
 
 } // namespace
 
+namespace {
+
+// A slash at the end is what a shell completes. Only that of a folder below the working folder tells it from
+// the name of a disk.
+std::optional<std::string> without_slashes_at_end(const std::string &text)
+{
+    if (text.size() < 2 || !text.ends_with('/'))
+        return std::nullopt;
+    const machine_files files;
+    if (!text.starts_with('/') && files.is_live() && files.find(text).status)
+        return std::nullopt;
+    return text.substr(0, std::max<size_t>(text.find_last_not_of('/') + 1, 1));
+}
+
+} // namespace
+
 disk_name understood(const std::string &text)
 {
     if (const auto name = tagged(text))
         return *name;
+    if (const auto shorter = without_slashes_at_end(text))
+        return understood(*shorter);
     if (const auto name = plain(text))
         return *name;
     const machine_files files;

@@ -7,68 +7,36 @@
 #include "tools/machine/contents.h"
 #include "tools/machine/named.h"
 #include "tools/machine/pathnodes.h"
+#include "tools/text/loadoption.h"
+#include "tools/text/output.h"
 
 namespace tool {
 
 namespace {
 
-std::string key(byte_view node)
+// By their numbers, each once; of what is said of one in several ways the best holds.
+void sort_out(std::vector<found_option> *found)
 {
-    return {node.begin(), node.end()};
-}
-
-bool begins_with(byte_view nodes, byte_view beginning)
-{
-    return beginning.size() <= nodes.size() && std::equal(beginning.begin(), beginning.end(), nodes.begin());
-}
-
-bool begins_with_any(byte_view nodes, const std::vector<bytes> &beginnings)
-{
-    return std::any_of(beginnings.begin(), beginnings.end(),
-                       [nodes](const bytes &each) { return begins_with(nodes, each); });
-}
-
-void sort_out(std::vector<uint16_t> *numbers)
-{
-    std::sort(numbers->begin(), numbers->end());
-    numbers->erase(std::unique(numbers->begin(), numbers->end()), numbers->end());
+    std::map<uint16_t, found_option> all;
+    for (const found_option &each : *found) {
+        const auto [at, is_new] = all.try_emplace(each.number, each);
+        if (is_new)
+            continue;
+        at->second.other_extent = at->second.other_extent && each.other_extent;
+        at->second.unknown_hardware = at->second.unknown_hardware && each.unknown_hardware;
+    }
+    found->clear();
+    for (const auto &[number, each] : all)
+        found->push_back(each);
 }
 
 } // namespace
 
-drive_marks marks_of(const drive &drive, const hardware &hardware, device_paths &paths)
+std::string found_option::remark() const
 {
-    drive_marks marks;
-    for (const std::string &text : hardware.texts_of(drive)) {
-        const bytes path = paths.encode(text, std::nullopt);
-        const byte_view nodes = first_instance_of(path);
-        marks.hardware.emplace_back(nodes.begin(), nodes.end());
-    }
-    for (const volume &volume : drive.volumes)
-        marks.hard_drives.push_back(hard_drive_node(drive, volume));
-    return marks;
-}
-
-std::vector<std::string> drives_of(byte_view option_path)
-{
-    std::vector<byte_view> beginnings;
-    for (const byte_view path : paths_of(option_path)) {
-        const byte_view nodes = first_instance_of(path);
-        if (!nodes.empty() && nodes[0] == UEFI_ACPI)
-            beginnings.push_back(nodes);
-    }
-    if (beginnings.empty())
-        return {};
-    std::vector<std::string> names;
-    const hardware hardware;
-    device_paths paths;
-    for (const drive &drive : read_drives({.attachments = of_every_drive})) {
-        const drive_marks marks = marks_of(drive, hardware, paths);
-        if (std::any_of(beginnings.begin(), beginnings.end(),
-                        [&marks](byte_view nodes) { return begins_with_any(nodes, marks.hardware); }))
-            names.push_back(drive.name);
-    }
-    return names;
+    const std::string extent = other_extent ? "other extent" : "";
+    const std::string elsewhere = unknown_hardware ? "hardware not on this machine" : "";
+    return extent + (other_extent && unknown_hardware ? ", " : "") + elsewhere;
 }
 
 disk_options::disk_options(firmware &machine)
@@ -84,62 +52,119 @@ disk_options::disk_options(firmware &machine)
         }
         if (!option)
             continue;
-        for (const byte_view path : paths_of(option->path)) {
-            if (const byte_view node = first_hard_drive(path); !node.empty()) {
-                std::vector<uint16_t> &numbers = by_hard_drive[key(node)];
-                if (numbers.empty() || numbers.back() != number)
-                    numbers.push_back(number);
-            }
-            const byte_view nodes = first_instance_of(path);
-            if (!nodes.empty() && nodes[0] != UEFI_MEDIA)
-                beginnings.push_back({number, {nodes.begin(), nodes.end()}});
-        }
+        for (const byte_view path : paths_of(option->path))
+            add(number, path);
     }
 }
 
-std::vector<uint16_t> disk_options::of_volume(byte_view hard_drive) const
+void disk_options::add(uint16_t number, byte_view path)
 {
-    const auto found = by_hard_drive.find(key(hard_drive));
-    return found == by_hard_drive.end() ? std::vector<uint16_t>() : found->second;
+    if (const hard_drive_place place = hard_drive_in(path); !place.node.empty())
+        by_identity[identity_of(place.node)].push_back(
+            {number, {place.node.begin(), place.node.end()}, way_of(place.before)});
+    const byte_view nodes = first_instance_of(path);
+    if (!nodes.empty() && nodes[0] != UEFI_MEDIA)
+        beginnings.push_back({number, {nodes.begin(), nodes.end()}});
 }
 
-void disk_options::add_hardware(const drive_marks &marks, std::vector<uint16_t> *found) const
+const disk_options::way *disk_options::way_of(byte_view nodes)
 {
-    for (const beginning &each : beginnings) {
-        if (begins_with_any(each.nodes, marks.hardware))
-            found->push_back(each.number);
+    if (nodes.empty())
+        return nullptr;
+    const auto [at, is_new] = ways.try_emplace(std::string(nodes.begin(), nodes.end()));
+    if (is_new) {
+        if (!hardware)
+            hardware.emplace();
+        at->second.drives = hardware->led_to(nodes);
+        at->second.is_unknown = at->second.drives.empty() && nodes[0] == UEFI_ACPI;
     }
+    return &at->second;
 }
 
-void disk_options::add_volumes(const drive_marks &marks, std::vector<uint16_t> *found) const
+std::vector<found_option> disk_options::of_volume(byte_view hard_drive, const std::string &drive) const
 {
-    for (const bytes &node : marks.hard_drives) {
-        const std::vector<uint16_t> numbers = of_volume(node);
-        found->insert(found->end(), numbers.begin(), numbers.end());
+    std::vector<found_option> found;
+    const auto same = by_identity.find(identity_of(hard_drive));
+    if (same == by_identity.end())
+        return found;
+    for (const on_volume &each : same->second) {
+        const bool leads_elsewhere = each.led_by && !each.led_by->drives.empty() &&
+                                     std::find(each.led_by->drives.begin(), each.led_by->drives.end(),
+                                               drive) == each.led_by->drives.end();
+        if (leads_elsewhere)
+            continue;
+        const bool is_same =
+            std::equal(each.node.begin(), each.node.end(), hard_drive.begin(), hard_drive.end());
+        found.push_back({each.number, !is_same, each.led_by && each.led_by->is_unknown});
     }
-}
-
-std::vector<uint16_t> disk_options::of_drive(const drive_marks &marks) const
-{
-    std::vector<uint16_t> found;
-    add_hardware(marks, &found);
-    add_volumes(marks, &found);
     sort_out(&found);
     return found;
 }
 
-std::vector<uint16_t> disk_options::of_no_volume(const drive_marks &marks) const
+void disk_options::add_hardware(const drive_marks &marks, std::vector<found_option> *found) const
 {
-    std::vector<uint16_t> all;
-    std::vector<uint16_t> of_volumes;
-    add_hardware(marks, &all);
-    add_volumes(marks, &of_volumes);
-    sort_out(&all);
-    sort_out(&of_volumes);
-    std::vector<uint16_t> found;
-    std::set_difference(all.begin(), all.end(), of_volumes.begin(), of_volumes.end(),
-                        std::back_inserter(found));
+    for (const beginning &each : beginnings) {
+        if (begins_with_any(each.nodes, marks.hardware))
+            found->push_back({each.number});
+    }
+}
+
+void disk_options::add_volumes(const drive_marks &marks, std::vector<found_option> *found) const
+{
+    for (const bytes &node : marks.hard_drives) {
+        const std::vector<found_option> options = of_volume(node, marks.name);
+        found->insert(found->end(), options.begin(), options.end());
+    }
+}
+
+std::vector<found_option> disk_options::of_drive(const drive_marks &marks) const
+{
+    // What is said of an option that leads to a slice or partition is said of it here too.
+    std::vector<found_option> found;
+    add_volumes(marks, &found);
+    sort_out(&found);
+    const std::vector<uint16_t> known = numbers_of(found);
+    std::vector<found_option> others;
+    add_hardware(marks, &others);
+    std::erase_if(others, [&known](const found_option &each) {
+        return std::binary_search(known.begin(), known.end(), each.number);
+    });
+    found.insert(found.end(), others.begin(), others.end());
+    sort_out(&found);
     return found;
+}
+
+std::vector<found_option> disk_options::of_no_volume(const drive_marks &marks) const
+{
+    std::vector<found_option> found;
+    std::vector<found_option> of_volumes;
+    add_hardware(marks, &found);
+    add_volumes(marks, &of_volumes);
+    sort_out(&found);
+    sort_out(&of_volumes);
+    const std::vector<uint16_t> known = numbers_of(of_volumes);
+    std::erase_if(found, [&known](const found_option &each) {
+        return std::binary_search(known.begin(), known.end(), each.number);
+    });
+    return found;
+}
+
+std::vector<uint16_t> numbers_of(const std::vector<found_option> &options)
+{
+    std::vector<uint16_t> numbers;
+    for (const found_option &each : options)
+        numbers.push_back(each.number);
+    return numbers;
+}
+
+json remarks_of(const std::vector<found_option> &options)
+{
+    json all = json::object();
+    for (const found_option &each : options) {
+        if (const std::string what = each.remark(); !what.empty())
+            all[option_name(each.number)] = what;
+    }
+    return all;
 }
 
 } // namespace tool

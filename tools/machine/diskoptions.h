@@ -4,27 +4,25 @@
 #define OVRA_TOOLS_DISKOPTIONS_H
 
 #include <cstdint>
+#include <map>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
-#include "tools/machine/devicepaths.h"
-#include "tools/machine/drives.h"
 #include "tools/machine/firmware.h"
-#include "tools/machine/fullform.h"
+#include "tools/machine/leading.h"
 
 namespace tool {
 
-// What in a path stands for a drive, as packed nodes.
-struct drive_marks {
-    std::vector<bytes> hardware;    // what leads to it, in each form; empty when it is not known
-    std::vector<bytes> hard_drives; // the nodes of its slices or partitions
+struct found_option {
+    uint16_t number = 0;
+    bool other_extent = false;     // the slice or partition has other blocks than its path says
+    bool unknown_hardware = false; // its path begins with hardware that leads to no disk of this machine
+
+    // What is to be said of it; empty when nothing is.
+    std::string remark() const;
 };
-
-drive_marks marks_of(const drive &drive, const hardware &hardware, device_paths &paths);
-
-// The names of the drives to whose hardware one of an option's paths leads. Throws a failure.
-std::vector<std::string> drives_of(byte_view option_path);
 
 // The options of a machine by what their paths begin with: each of the paths that an option holds counts.
 class disk_options {
@@ -32,24 +30,45 @@ public:
     // Options that cannot be read are named on standard error, as each may be one of a disk.
     explicit disk_options(firmware &machine);
 
-    // Those whose path names a hard-drive node first.
-    std::vector<uint16_t> of_volume(byte_view hard_drive) const;
+    // Those whose path names a hard-drive node first that firmware takes for this one, the node of a slice or
+    // partition of a drive. The hardware in front of it must not lead to another drive.
+    std::vector<found_option> of_volume(byte_view hard_drive, const std::string &drive) const;
     // Those that lead to a drive: by the hardware or by one of its slices or partitions.
-    std::vector<uint16_t> of_drive(const drive_marks &marks) const;
+    std::vector<found_option> of_drive(const drive_marks &marks) const;
     // Those of them that lead to none of its slices or partitions.
-    std::vector<uint16_t> of_no_volume(const drive_marks &marks) const;
+    std::vector<found_option> of_no_volume(const drive_marks &marks) const;
 
 private:
-    void add_hardware(const drive_marks &marks, std::vector<uint16_t> *found) const;
-    void add_volumes(const drive_marks &marks, std::vector<uint16_t> *found) const;
+    // The drives to which the hardware in front of a node leads, and whether it leads to none.
+    struct way {
+        std::vector<std::string> drives;
+        bool is_unknown = false;
+    };
+    struct on_volume {
+        uint16_t number = 0;
+        bytes node;
+        const way *led_by = nullptr; // null: nothing stands in front of the node
+    };
+
+    void add(uint16_t number, byte_view path);
+    const way *way_of(byte_view nodes);
+    void add_hardware(const drive_marks &marks, std::vector<found_option> *found) const;
+    void add_volumes(const drive_marks &marks, std::vector<found_option> *found) const;
 
     struct beginning {
         uint16_t number = 0;
         bytes nodes; // of the first instance
     };
-    std::unordered_map<std::string, std::vector<uint16_t>> by_hard_drive;
+    std::unordered_map<std::string, std::vector<on_volume>> by_identity;
+    std::map<std::string, way> ways; // by their nodes
+    std::optional<drives_by_hardware> hardware;
     std::vector<beginning> beginnings; // of paths that do not begin with a hard-drive node
 };
+
+std::vector<uint16_t> numbers_of(const std::vector<found_option> &options);
+
+// The names of the options in question, for programs.
+json remarks_of(const std::vector<found_option> &options);
 
 } // namespace tool
 

@@ -86,8 +86,6 @@ public:
     void require_option(uint16_t number);
     void require_sound_option(uint16_t number); // one that is damaged is refused as well
     load_option read_option(uint16_t number);   // throws `unreadable`
-    // The disks that an option boots from.
-    std::vector<std::string> disks_of(uint16_t number);
 
     // BootOrder, BootCurrent, BootNext.
     std::vector<uint16_t> order();     // empty also when there is none; throws `damaged`

@@ -176,20 +176,6 @@ load_option firmware::library_option(const std::string &name)
     return option;
 }
 
-std::vector<std::string> firmware::disks_of(uint16_t number)
-{
-    std::string name = option_name(number);
-    char **names = nullptr;
-    // An option that is for no disk, or for an absent one, is no failure of the question.
-    if (call([&] { return ovra_bootopt_logdev(handle, name.data(), &names); }) != 0 || !names)
-        return {};
-    std::vector<std::string> disks;
-    for (char **disk = names; *disk; ++disk)
-        disks.emplace_back(*disk);
-    free_str_array(handle, names);
-    return disks;
-}
-
 std::vector<uint16_t> firmware::order()
 {
     const variable is = read_global("BootOrder");

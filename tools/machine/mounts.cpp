@@ -192,6 +192,9 @@ file_place place_of(const machine_files &files, const found_file &file)
                             format("%u:%u", major(now.st_dev), minor(now.st_dev)) != on->number))
         throw failure("which disk has " + in_quotes(file.path) + " is not known",
                       "Its device is not that of the mount " + printable(on->point) + ". Name the disk.");
+    if (on->root.ends_with("//deleted") && S_ISREG(file.status->st_mode)) // the kernel's mark
+        throw failure(in_quotes(file.path) + " is a deleted file that is still mounted there",
+                      "Firmware does not find it. Name the disk, and a file on it with --file.");
     file_place place;
     place.device = is_listed ? on->number : on->source;
     place.file_system = on->type;

@@ -2,9 +2,14 @@
 #include "tools/machine/startable.h"
 
 #include <algorithm>
+#include <optional>
 
+#include "src/base/hard_drive.h"
 #include "src/base/nodes.h"
+#include "src/base/whole_number.h"
+#include "tools/machine/contents.h"
 #include "tools/machine/drives.h"
+#include "tools/machine/machinefiles.h"
 #include "tools/machine/pathnodes.h"
 
 namespace tool {
@@ -33,6 +38,27 @@ bool is_removable(byte_view node)
     return node[0] == UEFI_MESSAGING && (node[1] == usb || node[1] == sd);
 }
 
+constexpr uint64_t sysfs_sector = 512; // whatever the size of the disk's blocks
+
+// Where the kernel has a partition, in sectors; nothing when it does not say.
+std::optional<ovra::extent> kernel_extent(const drive &drive, const std::string &partition)
+{
+    constexpr size_t limit = 4096;
+    const auto in_sysfs = [](std::string name) {
+        std::replace(name.begin(), name.end(), '/', '!'); // the kernel's mark
+        return name;
+    };
+    const std::string folder = "/sys/block/" + in_sysfs(drive.kernel_name) + '/' + in_sysfs(partition) + '/';
+    const machine_files files;
+    const auto number = [&](const char *name) -> std::optional<uint64_t> {
+        const auto text = files.text(folder + name, limit);
+        return text ? ovra::whole_number<uint64_t>(text->substr(0, text->find('\n'))) : std::nullopt;
+    };
+    const auto start = number("start");
+    const auto size = number("size");
+    return start && size ? std::optional(ovra::extent{*start, *size}) : std::nullopt;
+}
+
 } // namespace
 
 std::vector<caution> cautions_of_disk(const chosen_disk &disk, bool full, bool may_be_full)
@@ -51,6 +77,31 @@ std::vector<caution> cautions_of_disk(const chosen_disk &disk, bool full, bool m
                            disk.both_names(),
                        std::string("The firmware may take either.") +
                            (may_be_full ? " With --full the path leads to one of them alone." : "")});
+    return all;
+}
+
+std::vector<caution> cautions_of_kernel(const chosen_disk &disk, const drive &drive)
+{
+    std::vector<caution> all;
+    if (is_made_by_the_kernel(drive.path))
+        all.push_back({disk.both_names() + " is on a device that the kernel makes of others or of a file",
+                       "Firmware does not see that device. Where it stands for a disk, name that one."});
+    const auto *node = ovra::as<uefi_hard_drive_path_t>(byte_view(disk.node));
+    const auto known = kernel_extent(drive, disk.kernel_name);
+    if (!node || !known || disk.kernel_name == drive.kernel_name)
+        return all;
+    const uint64_t unit = std::max<uint64_t>(drive.block_size / sysfs_sector, 1);
+    if (known->start == node->part_start * unit && known->size == node->part_size * unit)
+        return all;
+    const auto blocks = [](uint64_t start, uint64_t size) {
+        return format("at block %llu with %llu blocks", static_cast<unsigned long long>(start),
+                      static_cast<unsigned long long>(size));
+    };
+    all.push_back({"the table on the disk has " + disk.both_names() + ' ' +
+                       blocks(node->part_start, node->part_size) + ", the kernel " +
+                       blocks(known->start / unit, known->size / unit),
+                   "The path is to the one of the table, which firmware reads. 'blockdev --rereadpt' has the "
+                   "kernel read it again."});
     return all;
 }
 

@@ -20,6 +20,10 @@ struct caution {
 // of another disk, or of none. `may_be_full`: --full can be advised.
 std::vector<caution> cautions_of_disk(const chosen_disk &disk, bool full, bool may_be_full);
 
+// Of a slice or partition that firmware does not have as the kernel has it: on a device that the kernel
+// makes, or read from another table than the one that is on the disk now.
+std::vector<caution> cautions_of_kernel(const chosen_disk &disk, const drive &drive);
+
 // Of a path that has the number 0 where firmware looks for that of a partition.
 std::vector<caution> cautions_of_number(byte_view path);
 

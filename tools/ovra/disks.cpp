@@ -27,10 +27,10 @@ public:
     explicit uses(const std::string &folder);
 
     // Nothing when the options are not known.
-    using numbers = std::optional<std::vector<uint16_t>>;
-    numbers of(const drive &drive, const volume &volume) const;
-    numbers of(const drive &drive);
-    numbers of_whole(const drive &drive);
+    using found = std::optional<std::vector<found_option>>;
+    found of(const drive &drive, const volume &volume) const;
+    found of(const drive &drive);
+    found of_whole(const drive &drive);
     std::string why_unknown;
 
 private:
@@ -63,20 +63,20 @@ const drive_marks &uses::marks(const drive &drive)
     return at->second;
 }
 
-uses::numbers uses::of(const drive &drive, const volume &volume) const
+uses::found uses::of(const drive &drive, const volume &volume) const
 {
-    return options ? numbers(options->of_volume(hard_drive_node(drive, volume))) : std::nullopt;
+    return options ? found(options->of_volume(hard_drive_node(drive, volume), drive.name)) : std::nullopt;
 }
 
-uses::numbers uses::of(const drive &drive)
+uses::found uses::of(const drive &drive)
 {
-    return options ? numbers(options->of_drive(marks(drive))) : std::nullopt;
+    return options ? found(options->of_drive(marks(drive))) : std::nullopt;
 }
 
 // Those that lead to the drive and to none of the slices or partitions that have a line of their own.
-uses::numbers uses::of_whole(const drive &drive)
+uses::found uses::of_whole(const drive &drive)
 {
-    return options ? numbers(options->of_no_volume(marks(drive))) : std::nullopt;
+    return options ? found(options->of_no_volume(marks(drive))) : std::nullopt;
 }
 
 std::string signature_text(uint32_t signature)
@@ -96,6 +96,11 @@ std::string controller_of(const drive &drive)
     return path;
 }
 
+json names_of(const std::optional<std::vector<found_option>> &options)
+{
+    return options ? option_names(numbers_of(*options)) : json(nullptr);
+}
+
 using all_contents = std::unordered_map<std::string, drive_contents>;
 
 json to_json(const std::vector<drive> &drives, const all_contents &contents, uses &uses)
@@ -111,7 +116,8 @@ json to_json(const std::vector<drive> &drives, const all_contents &contents, use
                                {"start", volume.start},
                                {"size", volume.size},
                                {"guid", volume.is_slice ? json(guid_text(volume.guid)) : json(nullptr)},
-                               {"options", options ? option_names(*options) : json(nullptr)}});
+                               {"options", names_of(options)},
+                               {"remarks", remarks_of(options.value_or(std::vector<found_option>()))}});
         }
         const auto options = uses.of(drive);
         const drive_contents &on = contents.at(drive.name);
@@ -130,7 +136,7 @@ json to_json(const std::vector<drive> &drives, const all_contents &contents, use
              {"metadata", on.metadata.empty() ? json(nullptr) : json(on.metadata)},
              {"members", on.members},
              {"signature", drive.signature ? json(signature_text(*drive.signature)) : json(nullptr)},
-             {"options", options ? option_names(*options) : json(nullptr)},
+             {"options", names_of(options)},
              {"volumes", std::move(volumes)}});
     }
     return {{"disks", std::move(list)}};
@@ -143,19 +149,26 @@ std::string identity(const volume &volume)
     return volume.number == 0 ? "whole disk" : "";
 }
 
-// Names of options, as many on a line as 80 columns have room for.
-std::vector<std::string> lines_of(const std::optional<std::vector<uint16_t>> &options)
+// Names of options, as many on a line as 80 columns have room for; those of which something is said stand
+// alone.
+std::vector<std::string> lines_of(const std::optional<std::vector<found_option>> &options)
 {
     constexpr size_t most = 3;
     if (!options)
         return {"?"};
-    std::vector<std::string> lines(1);
-    for (size_t at = 0; at < options->size(); ++at) {
-        if (at != 0 && at % most == 0)
+    std::vector<std::string> lines;
+    size_t on_line = most;
+    for (const found_option &each : *options) {
+        const std::string remark = each.remark();
+        if (on_line == most || !remark.empty()) {
             lines.emplace_back();
-        lines.back() += (at % most == 0 ? "" : " ") + option_name((*options)[at]);
+            on_line = 0;
+        }
+        lines.back() +=
+            (on_line == 0 ? "" : " ") + option_name(each.number) + (remark.empty() ? "" : ": " + remark);
+        on_line = remark.empty() ? on_line + 1 : most;
     }
-    return lines;
+    return lines.empty() ? std::vector<std::string>(1) : lines;
 }
 
 std::string as_text(const std::vector<drive> &drives, const all_contents &contents, uses &uses)

@@ -65,24 +65,25 @@ public:
         const std::optional<drive> whole = disk.part ? std::nullopt : whole_drive(wanted);
         const chosen_disk chosen = whole ? taken(*whole, wanted, general) : disk.find(general);
         const disk_options known(machine);
-        std::vector<uint16_t> options;
+        std::vector<found_option> options;
         if (whole) {
             device_paths paths;
             options = known.of_drive(marks_of(*whole, hardware(), paths));
         } else {
-            options = known.of_volume(chosen.node);
+            options = known.of_volume(chosen.node, chosen.drive);
         }
         if (general.json) {
             json document = chosen.members();
-            document["options"] = option_names(options);
+            document["options"] = option_names(numbers_of(options));
+            document["remarks"] = remarks_of(options);
             print_json(document);
             return;
         }
         if (options.empty())
             print("no option boots from " + chosen.both_names() + '\n');
         table rows;
-        for (const uint16_t number : options)
-            rows.row({option_name(number), description_of(machine, number)});
+        for (const found_option &each : options)
+            rows.row({option_name(each.number), description_of(machine, each.number), each.remark()});
         print(rows.text());
     }
 

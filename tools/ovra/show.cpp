@@ -5,9 +5,9 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/machine/devicepaths.h"
-#include "tools/machine/diskoptions.h"
 #include "tools/machine/drives.h"
 #include "tools/machine/firmware.h"
+#include "tools/machine/leading.h"
 #include "tools/ovra/arguments.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
@@ -24,34 +24,57 @@ struct shown_option {
     decoded_path path;
     std::vector<std::string> disks;
     std::vector<std::string> kernel_names; // of these
+    std::vector<std::string> other_extent; // those of them that have other blocks than the path says
     std::optional<size_t> position;        // in BootOrder
     std::string why_no_order;              // why BootOrder cannot be read
 };
 
-// The library passes over a disk that it cannot read, and it may be the one.
-void warn_of_unread_disks()
+// Adds the slices and partitions that a path names.
+void add_volumes(shown_option *all)
 {
-    for (const drive &drive : read_drives({.media = of_every_drive})) {
+    const std::vector<drive> drives = read_drives({.media = of_every_drive});
+    for (const led_volume &each : volumes_of(all->option.path, drives)) {
+        all->disks.push_back(each.name);
+        if (each.other_extent)
+            all->other_extent.push_back(each.name);
+    }
+    if (!all->disks.empty())
+        return;
+    // One that cannot be read may be it.
+    for (const drive &drive : drives) {
         if (drive.error != 0)
             warn("cannot read /dev/" + printable(drive.kernel_name) + ": " + strerror(drive.error),
                  "The option may boot from it.");
     }
 }
 
-// Adds the disks that a path leads to by their hardware, as those of the firmware's own options do.
+// Adds the disks that it leads to by their hardware alone, as the firmware's own options do.
 void add_whole_disks(shown_option *all)
 {
+    for (std::string &drive : drives_of(all->option.path)) {
+        const bool has_volume =
+            std::any_of(all->disks.begin(), all->disks.end(), [&drive](const std::string &volume) {
+                return volume.starts_with(drive + 's') || volume.starts_with(drive + 'p');
+            });
+        if (!has_volume)
+            all->disks.push_back(std::move(drive));
+    }
+}
+
+void add_disks(shown_option *all)
+{
     try {
-        for (std::string &drive : drives_of(all->option.path)) {
-            const bool has_volume =
-                std::any_of(all->disks.begin(), all->disks.end(), [&drive](const std::string &volume) {
-                    return volume.starts_with(drive + 's') || volume.starts_with(drive + 'p');
-                });
-            if (!has_volume)
-                all->disks.push_back(std::move(drive));
-        }
+        if (!first_hard_drive(all->option.path).empty())
+            add_volumes(all);
+        add_whole_disks(all);
+        if (all->disks.empty())
+            return;
+        const std::vector<drive> drives = read_drives({});
+        for (const std::string &disk : all->disks)
+            all->kernel_names.push_back(kernel_name_of(drives, disk));
     } catch (const failure &reason) {
         warn(printable(reason.what()), reason.advice);
+        all->kernel_names.resize(all->disks.size());
     }
 }
 
@@ -72,15 +95,7 @@ shown_option read_shown(firmware &machine, uint16_t number)
     }
     device_paths paths;
     all.path = paths.decode(all.option.path);
-    all.disks = machine.disks_of(number);
-    if (all.disks.empty() && !first_hard_drive(all.option.path).empty())
-        warn_of_unread_disks();
-    add_whole_disks(&all);
-    if (!all.disks.empty()) {
-        const std::vector<drive> drives = read_drives({});
-        for (const std::string &disk : all.disks)
-            all.kernel_names.push_back(kernel_name_of(drives, disk));
-    }
+    add_disks(&all);
     return all;
 }
 
@@ -92,6 +107,7 @@ json to_json(const shown_option &all)
     fields.update(as_json(all.path));
     fields["disks"] = all.disks;
     fields["kernel_names"] = all.kernel_names;
+    fields["other_extent"] = all.other_extent;
     return fields;
 }
 
@@ -100,6 +116,11 @@ std::string position_text(const shown_option &all)
     if (!all.why_no_order.empty())
         return '(' + printable(all.why_no_order) + ')';
     return all.position ? std::to_string(*all.position) : "not in BootOrder";
+}
+
+bool is_other_extent(const shown_option &all, const std::string &disk)
+{
+    return std::find(all.other_extent.begin(), all.other_extent.end(), disk) != all.other_extent.end();
 }
 
 std::string as_text(const shown_option &all)
@@ -114,7 +135,8 @@ std::string as_text(const shown_option &all)
     for (auto &row : as_rows(all.path))
         rows.row(row);
     for (size_t at = 0; at < all.disks.size(); ++at)
-        rows.row({"Disk", both_names(printable(all.disks[at]), all.kernel_names.at(at))});
+        rows.row({"Disk", both_names(printable(all.disks[at]), all.kernel_names.at(at)) +
+                              (is_other_extent(all, all.disks[at]) ? ", other extent" : "")});
     rows.row(
         {"Optional data", option.optional_data.empty() ? "none" : optional_data_text(option.optional_data)});
     return rows.text();

@@ -34,8 +34,8 @@ std::vector<chosen_reading> readings_of(dialects which, const std::vector<readin
             all.begin(), all.end(), [&read](const auto &other) { return same_reading(other.read, read); });
         if (before != all.end()) {
             before->by |= each;
-            // Firmware says all there.
-            if (before->read.assumed.empty() && !(which & of_firmware))
+            // Who printed it may have left out what another prints.
+            if (before->read.assumed.empty())
                 before->read.assumed = read.assumed;
         } else {
             all.push_back({std::move(read), each, {}});
@@ -92,6 +92,8 @@ chosen_reading choose(const std::string &node, const std::vector<reading> &readi
         chosen.decided = node + " is read as " + names_of_dialects(by ? by : chosen.by) + " prints it" +
                          (chosen.read.how.empty() ? "" : ", " + chosen.read.how);
     }
+    if (!chosen.read.told.empty())
+        chosen.decided = node + " is read with " + chosen.read.told;
     return chosen;
 }
 

@@ -117,6 +117,9 @@ private:
         if (text[at] == '\\')
             return take_bare_file();
         if (const auto raw_end = end_of_raw_node()) {
+            if (parted)
+                refuse("digits stand for a node only in the text of an old efibootmgr, which has no slashes; "
+                       "here they may be the data of an option");
             result.joined = true;
             foreign = true;
             return add(piece::node, at, *raw_end, text.substr(at, *raw_end - at));
@@ -133,13 +136,22 @@ private:
                 refuse("File() names no file");
             add(is_file ? piece::file : piece::node, at, behind,
                 is_file ? text.substr(end + 1, behind - end - 2) : text.substr(at, behind - at));
-        } else if (!name.empty() && text.find_first_of("/\\(),", at) == std::string::npos) {
-            add(piece::word, at, text.size(), text.substr(at));
         } else if (ovra::alike(name, "DebugPort")) {
             add(piece::node, at, end, with_parentheses(name));
+        } else if (!name.empty() && text.find_first_of("/\\(),", at) == std::string::npos) {
+            add(piece::word, at, text.size(), text.substr(at));
         } else {
             refuse("it is not a keyword with parentheses");
         }
+    }
+
+    // Whether a node begins here, without a slash. Behind a file stand further parts of its name at most:
+    // anything else is the data of an option, though it may look like a node.
+    bool follows_at_once() const
+    {
+        if (result.instances.back().back().kind != piece::file)
+            return keyword_begins(at) || end_of_raw_node();
+        return keyword_begins(at) && ovra::alike(text.substr(at, end_of_name(at) - at), "File");
     }
 
     // To where the next piece begins.
@@ -151,13 +163,14 @@ private:
             const size_t slashes = at;
             skip_slashes();
             result.open_end = at == text.size();
+            parted = true;
             if (result.open_end && at - slashes > 1)
                 refuse("it is empty");
         } else if (text[at] == ',' && at + 1 < text.size()) {
             ++at;
             skip_slashes();
             result.instances.emplace_back();
-        } else if (keyword_begins(at) || end_of_raw_node()) {
+        } else if (follows_at_once()) {
             result.joined = true;
         } else {
             refuse("what follows a node belongs to none");
@@ -167,10 +180,47 @@ private:
     const std::string &text;
     size_t at = 0;
     bool foreign = false;
+    bool parted = false; // by a slash
     cut_text result;
 };
 
+// All of it, or its beginning.
+std::string shown(const std::string &text)
+{
+    constexpr size_t most = 60;
+    return in_quotes(text.size() > most ? text.substr(0, most) + "..." : text);
+}
+
+// Copied from JSON or a program each backslash is two.
+void refuse_doubled(const std::string &name)
+{
+    std::string single;
+    for (size_t at = 0; at < name.size(); at += 1 + (name[at] == '\\')) {
+        if (name[at] == '\\' && name.compare(at, 2, "\\\\") != 0)
+            return;
+        single += name[at];
+    }
+    if (single != name)
+        refuse("every backslash of " + in_quotes(name) + " is doubled, as programs write them: the file is " +
+               in_quotes(single) + "; --file takes any name");
+}
+
 } // namespace
+
+void require_no_data(const std::string &name)
+{
+    std::string lower(name.size(), ' ');
+    std::transform(name.begin(), name.end(), lower.begin(), ovra::ascii_lower);
+    constexpr std::string_view suffix = ".efi";
+    for (size_t at = lower.find(suffix); at != std::string::npos; at = lower.find(suffix, at + 1)) {
+        const std::string rest = name.substr(at + suffix.size());
+        if (rest.empty() || rest[0] == '\\' || rest[0] == '/')
+            continue;
+        refuse("behind the file " + shown(name.substr(0, at + suffix.size())) + " stands " + shown(rest) +
+               ", as tools print the data of an option behind its path; --optdata-text and --optdata-file "
+               "give data, and --file a file of any name");
+    }
+}
 
 cut_text cut(const std::string &text)
 {
@@ -184,6 +234,10 @@ void split_bare_files(const std::string &text, bool by_firmware, cut_text *cut)
         for (const piece &each : instance) {
             const auto [begin, end] = each.place;
             const bool is_bare = each.kind == piece::file && text[begin] == '\\';
+            if (is_bare)
+                require_no_data(each.text);
+            if (each.kind == piece::file)
+                refuse_doubled(each.text);
             const bool as_printed = is_bare && (begin == 0 || text[begin - 1] == '/') && !cut->from_root;
             if (!as_printed || each.text.find('/') == std::string::npos) {
                 pieces.push_back(each);

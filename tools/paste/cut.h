@@ -46,8 +46,13 @@ struct misfit : unclear_node {
 // Throws a misfit.
 cut_text cut(const std::string &text);
 
+// efibootmgr prints an option's data right behind the name of a bare file, as text, digits or dots. Throws an
+// unclear_node where something follows the suffix of a program in a name.
+void require_no_data(const std::string &name);
+
 // Firmware puts a slash between the parts of a file in several nodes: \EFI\centos/grubx64.efi. People may
-// mean a backslash by it. Throws an unclear_node where `by_firmware` does not hold and both are possible.
+// mean a backslash by it. Throws an unclear_node where `by_firmware` does not hold and both are possible, and
+// where what stands there is more than a name, or is escaped.
 void split_bare_files(const std::string &text, bool by_firmware, cut_text *cut);
 
 } // namespace tool

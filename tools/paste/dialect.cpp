@@ -87,9 +87,10 @@ private:
             std::any_of(fields.values[1].begin(), fields.values[1].end(), [](char c) { return c >= 'a'; }))
             exclude(of_firmware); // efibootmgr has capitals there too
         for (const std::string_view value : fields.values) {
-            if (has_prefix(value))
+            if (has_prefix(value)) {
                 see_digits(value.substr(2));
-            else if (is_guid(value) || (has_data && is_of_kind("bytes", std::string(value))))
+                exclude(of_old_efibootmgr); // whose numbers are all hexadecimal
+            } else if (is_guid(value) || (has_data && is_of_kind("bytes", std::string(value))))
                 see_digits(value);
             // Names of values stand in ovra's texts alone.
             else if (!is_text && value.find('=') != std::string_view::npos)
@@ -115,6 +116,15 @@ private:
             exclude(number_in(values.front()) ? of_firmware : of_efibootmgr);
     }
 
+    // Without the kind of the table the blocks are hexadecimal, but digits may look decimal.
+    void see_blocks(const node_fields &fields)
+    {
+        const auto looks_decimal = [](std::string_view text) { return number_in(text) && !has_prefix(text); };
+        may_be_old = true;
+        if (!std::all_of(fields.values.begin(), fields.values.begin() + 3, looks_decimal))
+            found(of_old_efibootmgr);
+    }
+
     void see_words(const node_fields &fields)
     {
         const auto is_exactly = [&](std::initializer_list<std::string_view> names) {
@@ -125,9 +135,10 @@ private:
             may_be_old = true;
             exclude(of_firmware | of_efibootmgr);
         }
-        if (is_exactly({"ACPI", "ATAPI", "PCCARD", "BIOS", "CD-ROM", "Vendor", "Controller"}) ||
-            (fields.is("HD") && fields.count() == 4 && is_guid(fields.values[3])))
+        if (is_exactly({"ACPI", "ATAPI", "PCCARD", "BIOS", "CD-ROM", "Vendor", "Controller"}))
             found(of_old_efibootmgr);
+        if (fields.is("HD") && fields.count() == 4 && is_guid(fields.values[3]))
+            see_blocks(fields);
         if (is_exactly({"SCSI", "FvVol", "UartFlowControl"}))
             likely |= of_efibootmgr;
         if (is_exactly({"Scsi", "Fv"}))

@@ -13,8 +13,8 @@ namespace tool {
 
 namespace {
 
-constexpr uint8_t ipv4 = 12;
-constexpr uint8_t ipv6 = 13;
+constexpr uint8_t ipv4_node = 12;
+constexpr uint8_t ipv6_node = 13;
 constexpr size_t ipv4_size = 4;
 constexpr size_t ipv6_size = 16;
 constexpr unsigned firmware_prefix = 64; // what firmware sets where nobody set another one
@@ -91,7 +91,7 @@ reading joined_ipv4(const node_fields &fields)
         refuse("its addresses may be " + readings);
     const auto &[local, remote] = splits.front();
     reading read;
-    read.node = new_node(3, ipv4)
+    read.node = new_node(3, ipv4_node)
                     .append(local.address)
                     .append(remote.address)
                     .number(local.port, 2)
@@ -111,7 +111,7 @@ std::vector<reading> read_ipv4(const node_fields &fields)
         (fields.count() == 3 && number_in(values[2])))
         return {joined_ipv4(fields)};
     const auto node = [&](std::string_view local, uint64_t protocol, uint64_t is_static) {
-        return new_node(3, ipv4)
+        return new_node(3, ipv4_node)
             .append(address_of(local, ipv4_size))
             .append(address_of(values[0], ipv4_size))
             .number(0, 4)
@@ -145,7 +145,7 @@ std::vector<reading> read_ipv6(const node_fields &fields)
     const auto &values = fields.values;
     const bytes none(ipv6_size);
     const auto node = [](const bytes &local, const bytes &remote, uint64_t protocol, uint64_t origin) {
-        return new_node(3, ipv6)
+        return new_node(3, ipv6_node)
             .append(local)
             .append(remote)
             .number(0, 4)
@@ -210,11 +210,13 @@ bytes uri_bytes(const std::string &uri)
     return new_node(3, 24).text(uri).done();
 }
 
-bytes separated(std::string_view text, char by)
+// Bytes with colons between them, each of one digit or two.
+bytes separated(std::string_view text)
 {
-    std::string digits(text);
-    std::erase(digits, by);
-    return bytes_of_digits(digits);
+    bytes all;
+    for (const std::string_view each : parts_of(text, ':'))
+        all.push_back(static_cast<uint8_t>(hexadecimal_of(each.size() <= 2 ? each : "", 1)));
+    return all;
 }
 
 // efibootmgr prints the bytes, others the name that they are.
@@ -224,7 +226,7 @@ bytes wifi_bytes(const std::string &name)
     constexpr size_t printed = 3 * size - 1;
     bytes id;
     if (name.size() == printed && std::count(name.begin(), name.end(), ':') == size - 1)
-        id = separated(name, ':');
+        id = separated(name);
     else
         id.assign(name.begin(), name.end());
     if (id.size() > size)
@@ -237,7 +239,8 @@ bytes bluetooth_bytes(const node_fields &fields, bool low_energy)
 {
     constexpr size_t size = 6;
     require_count(fields, low_energy ? 2 : 1, low_energy ? 2 : 1);
-    const bytes address = separated(fields.values[0], ':');
+    const std::string_view text = fields.values[0];
+    const bytes address = text.find(':') == std::string_view::npos ? bytes_of_digits(text) : separated(text);
     if (address.size() != size)
         refuse("an address has six bytes");
     new_node node(3, low_energy ? 30 : 27);

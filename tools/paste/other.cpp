@@ -82,7 +82,7 @@ std::vector<reading> read_generic(const node_fields &fields)
     if (node_type == 0 || node_type > UEFI_BIOS)
         return {};
     const auto subtype = static_cast<uint8_t>(sized_number(fields.values[before_data - 1], 1));
-    const bytes data = bytes_of_digits(fields.count() > numbers ? fields.values[numbers] : "");
+    const bytes data = bytes_of_digits(fields.count() > before_data ? fields.values[before_data] : "");
     const bytes node = new_node(static_cast<uint8_t>(node_type), subtype).append(data).done();
     if (fields.is("AcpiPath") || fields.is("MediaPath"))
         return {{of_firmware, node},
@@ -98,7 +98,9 @@ std::vector<reading> read_bbs(const node_fields &fields)
     const size_t last = all.rfind(',');
     if (first == std::string::npos)
         return {};
-    const auto type = listed_value("bbs_device_types,unknown", fields.values[0]);
+    auto type = listed_value("bbs_device_types,unknown", fields.values[0]);
+    if (!type && index_of(fields.values[0], {"Harddrive", "Harddisk"})) // in older firmware
+        type = 2;
     const bool has_flags = last != first && number_in(all.substr(last + 1)) && last + 1 < all.size();
     const std::string description = all.substr(first + 1, (has_flags ? last : all.size()) - first - 1);
     if (description.find('"') != std::string::npos)
@@ -177,6 +179,17 @@ std::vector<reading> read_usb_class(const node_fields &fields)
         return {{any_dialect, {}, "firmware does not show whether the string in quotes ends in a null"}};
     if (fields.is("UsbWwid") && !has_prefix(values[0]))
         return {{of_efibootmgr, {}, "efibootmgr prints its numbers without 0x"}};
+    const auto serial = fields.count() == 4 ? to_ucs2(std::string(values[3])) : std::nullopt;
+    if (fields.is("UsbWwid") && serial && fields.arguments.find('=') == std::string::npos)
+        return {{any_dialect,
+                 new_node(UEFI_MESSAGING, 16)
+                     .number(sized_number(values[2], 1), 2)
+                     .number(sized_number(values[0], 2), 2)
+                     .number(sized_number(values[1], 2), 2)
+                     .append(stored(*serial))
+                     .done(),
+                 {},
+                 "a null at the end of the serial number"}};
     return {};
 }
 

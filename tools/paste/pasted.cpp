@@ -2,8 +2,10 @@
 #include "tools/paste/pasted.h"
 
 #include <algorithm>
+#include <cctype>
 #include <exception>
 
+#include "src/base/ascii.h"
 #include "src/base/nodes.h"
 #include "tools/machine/pathnodes.h"
 #include "tools/paste/choice.h"
@@ -68,6 +70,15 @@ std::string reason_of(const failure &why)
     return second == std::string::npos ? "" : why.advice.substr(second);
 }
 
+// Whether ovra's keyword has a parameter without a value here. Data and strings may well be empty.
+bool leaves_open(const std::string &text)
+{
+    const parsed_node node = parse(text);
+    return std::any_of(node.parameters.begin(), node.parameters.end(), [](const parameter &each) {
+        return !each.value && each.kind != "bytes" && each.kind != "text";
+    });
+}
+
 class packer {
 public:
     packer(device_paths &encoder, const std::string &typed, const style &style)
@@ -124,6 +135,9 @@ private:
                 refuse("it is not a keyword with parentheses");
             } else if (each.text.find('(') == std::string::npos) {
                 any_foreign = true;
+                if (!(written.possible & of_old_efibootmgr))
+                    refuse("digits stand for a node only in the text of an old efibootmgr, and this is "
+                           "none's; they may be the data of an option");
                 add(parse_hex(each.text).value());
             } else {
                 pack_node(each);
@@ -152,17 +166,29 @@ private:
             why_not = why;
         }
         any_foreign = any_foreign || !readings.empty() || !unreadable.empty();
-        if (!own && readings.empty() && !unreadable.empty())
+        // What another tool cannot have meant may still be ovra's, but only in a text that is.
+        if (!unreadable.empty() && (!own || written.possible != of_ovra))
             refuse(unreadable);
         if (!own && readings.empty())
             fail_at(each, reason_of(*why_not), why_not->messages);
         const chosen_reading chosen = choose(each.text, readings, own, written);
         add(chosen.read.node);
         read_as &= chosen.by;
+        if (chosen.read.node == own && chosen.read.assumed.empty() && written.possible != of_ovra &&
+            leaves_open(each.text))
+            warn_of_defaults(each.text, *own);
         if (!chosen.read.assumed.empty())
             result.assumed.push_back(each.text + " leaves values open; taken are " + chosen.read.assumed);
         if (!chosen.decided.empty())
             result.decided.push_back(chosen.decided);
+    }
+
+    void warn_of_defaults(const std::string &node, const bytes &packed)
+    {
+        const decoded_path whole = paths.decode(with_end(packed));
+        if (whole.error.empty())
+            result.assumed.push_back(node + " leaves values open; taken are those of " +
+                                     whole.instances.at(0).device);
     }
 
     device_paths &paths;
@@ -193,9 +219,15 @@ dialects named_dialects(dialects which)
 
 path_text part_file(const std::string &text)
 {
+    if (!text.empty() && isspace(static_cast<unsigned char>(text.back())))
+        refuse("the text of the path ends in a blank: leave it out");
     auto all = cut_if_possible(text);
-    if (!all)
-        return split_file(text);
+    if (!all) {
+        path_text parted = split_file(text);
+        if (parted.file && text.ends_with(*parted.file))
+            require_no_data(*parted.file);
+        return parted;
+    }
     split_bare_files(text, style_of(*all).likely == of_firmware, &*all);
     const auto &last = all->instances.back();
     const bool named =
@@ -226,9 +258,12 @@ pasted_path pack_pasted(device_paths &paths, const std::string &text, const std:
         fail_to_cut(text, why_not);
     const auto pasted = is_device_name(whole) ? std::nullopt : cut_if_possible(whole);
     const style written = pasted ? style_of(*pasted) : style{of_ovra, 0};
+    constexpr std::string_view whole_disk = "HD(0,";
     const bool is_ours = !all || text.starts_with('/');
     if (!why_not && (is_ours || (!all->open_end && prints_as(paths, own.packed, text, file)))) {
         own.by = named_dialects(text.starts_with('/') ? of_ovra : written.possible);
+        if (all && !text.starts_with('/') && ovra::alike(text.substr(0, whole_disk.size()), whole_disk))
+            own.decided.push_back(text + " is read as ovra prints the whole disk, without blocks");
         return own;
     }
     if (all->open_end)

@@ -156,6 +156,10 @@ std::vector<reading> read_node(const std::string &name, const std::string &argum
         for (reading &each : reader(fields))
             all.push_back(std::move(each));
     }
+    // Of these kinds ours has other bytes than the UEFI specification.
+    const bool is_elsewhere_other = index_of(name, {"Fibre", "FibreEx", "I1394", "IPv4", "IPv6"}).has_value();
+    if (all.empty() && is_elsewhere_other && arguments.find('=') == std::string::npos)
+        all.push_back({any_dialect & ~of_ovra, {}, "no other tool prints such values of it"});
     return all;
 }
 

@@ -21,6 +21,7 @@ struct reading {
     std::string assumed = {}; // what the text leaves open, and was assumed
     bool rare = false;        // counts only where the text is like no other's
     std::string how = {};     // what tells it from the readings of others
+    std::string told = {};    // set: what decided for it; it is said whenever it is taken
 };
 
 // The fields of a node's text.

@@ -101,9 +101,13 @@ uint64_t topology_of(const node_fields &fields)
 std::vector<reading> read_sas(const node_fields &fields)
 {
     const auto &values = fields.values;
-    if (fields.is("SAS") && !has_prefix(values[0]) && fields.count() > 3)
-        return {{of_efibootmgr, {}, "efibootmgr does not print all of a SAS node"}};
-    if (fields.count() != (fields.is("SAS") ? 8 : 7) || !has_prefix(values[0]))
+    if (fields.arguments.find('=') != std::string::npos)
+        return {};
+    if (fields.is("SAS") && fields.count() != 8)
+        return {{any_dialect & ~of_ovra, {}, "its eight values are not all there"}};
+    if (fields.is("SAS") && !has_prefix(values[0]))
+        return {{any_dialect & ~of_ovra, {}, "efibootmgr does not print all of a SAS node"}};
+    if (fields.is("SasEx") && (fields.count() != 7 || !has_prefix(values[0])))
         return {};
     const uint64_t topology = topology_of(fields);
     const uint64_t port = sized_number(values[2], 2);
@@ -152,10 +156,13 @@ std::vector<reading> read_infiniband(const node_fields &fields)
 std::vector<reading> read_iscsi(const node_fields &fields)
 {
     const auto &values = fields.values;
-    if (fields.count() != 7 || !has_prefix(values[2]))
+    if (fields.arguments.find("LUN=") != std::string::npos) // names of values are ours
         return {};
+    if (fields.count() != 7)
+        return {{any_dialect & ~of_ovra, {}, "its seven values are not all there"}};
     // Of a unit's number without its zeros tools print the bytes in one order or the other.
-    std::string unit(values[2].substr(2));
+    const bool prefixed = has_prefix(values[2]);
+    std::string unit(values[2].substr(prefixed ? 2 : 0));
     if (unit.find_first_not_of('0') == std::string::npos)
         unit = std::string(16, '0');
     if (unit.size() != 16)
@@ -178,7 +185,7 @@ std::vector<reading> read_iscsi(const node_fields &fields)
                     .done();
     read.assumed = "a target name with a null at its end";
     // efibootmgr prints authentications that are not CHAP as CHAP_BI.
-    read.by = any_dialect & ~of_efibootmgr;
+    read.by = any_dialect & ~(of_efibootmgr | (prefixed ? 0 : of_ovra));
     return {read, {of_efibootmgr, {}, "efibootmgr does not print iSCSI options as they are"}};
 }
 
