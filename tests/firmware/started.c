@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
-/* An EFI program. It says on the console by which option it was started, with which optional data, and from where:
- *     <started 0003 marker
- *     02010c00d041030a...>
- * the last is the packed path of the partition, in lines that the console does not break. Then the firmware goes on with
- * the next option of BootOrder, as after every program that fails; with the optional data "off" the machine goes off. */
+/* An EFI program. It says on the console by which option it was started, with which optional data, and from
+ * where: <started 0003 marker 02010c00d041030a...> the last is the packed path of the partition, in lines
+ * that the console does not break. Then the firmware goes on with the next option of BootOrder, as after
+ * every program that fails; with the optional data "off" the machine goes off. */
 #include <ovra/uefi.h>
 
 #ifdef __x86_64__
@@ -55,7 +54,8 @@ struct loaded_image {
 
 static const EFI_GUID global = {0x8be4df61, 0x93ca, 0x11d2, {0xaa, 0x0d, 0x00, 0xe0, 0x98, 0x03, 0x2b, 0x8c}};
 static const EFI_GUID loaded = {0x5b1b31a1, 0x9562, 0x11d2, {0x8e, 0x3f, 0x00, 0xa0, 0xc9, 0x69, 0x72, 0x3b}};
-static const EFI_GUID device_path = {0x09576e91, 0x6d3f, 0x11d2, {0x8e, 0x39, 0x00, 0xa0, 0xc9, 0x69, 0x72, 0x3b}};
+static const EFI_GUID device_path = {
+    0x09576e91, 0x6d3f, 0x11d2, {0x8e, 0x39, 0x00, 0xa0, 0xc9, 0x69, 0x72, 0x3b}};
 
 static struct console *console;
 
