@@ -87,7 +87,8 @@ class Host:
 
     def create(self, description, path, *more):
         """Makes an option with its description at the end of the optional data; its name."""
-        made = self.ovra("create", "--desc", description, "--devpath", path, "--optdata-text", command_line(description), *more)
+        made = self.ovra("create", "--desc", description, "--devpath", path,
+                         "--optdata-text", command_line(description), *more)
         return made["changes"][0]["variable"]
 
     def options(self):
