@@ -27,6 +27,7 @@ def run(*command, text=None):
     done = subprocess.run(command, input=text, capture_output=True, text=True, env={**os.environ, "PATH": PATH})
     if done.returncode != 0:
         raise RuntimeError(f"{' '.join(map(str, command))}: {done.stdout}{done.stderr}")
+    return done.stdout
 
 
 def system_partition(kernel, initramfs, folder):

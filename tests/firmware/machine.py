@@ -58,7 +58,7 @@ class Channel:
 class Start:
     """One start of a machine, from switching on until it is off."""
 
-    def __init__(self, machine, number):
+    def __init__(self, machine, number, emulator="qemu-system-x86_64"):
         self.machine = machine
         self.read = 0  # of what came from the guest
         self.console, self.guest, self.qmp = self.channels = [Channel() for _ in range(3)]
@@ -72,7 +72,7 @@ class Start:
         with open(self.log, "wb") as log:
             # No machine outlives this program, however it ends.
             self.process = subprocess.Popen(
-                ["setpriv", "--pdeathsig", "KILL", "qemu-system-x86_64", *machine.arguments, *arguments],
+                ["setpriv", "--pdeathsig", "KILL", emulator, *machine.arguments, *arguments],
                 stdin=subprocess.DEVNULL, stdout=log, stderr=subprocess.STDOUT, pass_fds=ends)  # fmt: skip
         for channel in self.channels:
             channel.emulator_end.close()

@@ -61,7 +61,11 @@ TEST_F(image_of_variables, what_is_none_is_refused_with_what_it_is)
               "ovra: " + image.string() +
                   " is no file of firmware variables\n"
                   "  Wanted is the raw image of a virtual machine's variables, such as a copy of\n"
-                  "  OVMF_VARS.fd, or U-Boot's file ubootefi.var.\n");
+                  "  OVMF_VARS.fd, or U-Boot's file ubootefi.var. A blank image, which Debian's\n"
+                  "  AAVMF_VARS.fd is, becomes one when its machine first starts.\n");
+    put_image(std::string(1 << 16, '\0'));
+    EXPECT_THAT(refused({"list"}), HasSubstr("A blank image"));
+    EXPECT_EQ(image_contents(), std::string(1 << 16, '\0'));
     put_image("QFI\xfb" + std::string(1000, '\0'));
     EXPECT_THAT(refused({"list"}), AllOf(HasSubstr(" is a qcow2 image, and a raw one is needed\n"),
                                          HasSubstr("'qemu-img convert -f qcow2 -O raw' makes one of it")));

@@ -43,7 +43,8 @@ void firmware::refuse_file() const
     case EMEDIUMTYPE:
         throw because(image + " is no file of firmware variables",
                       "Wanted is the raw image of a virtual machine's variables, such as a copy of\n"
-                      "OVMF_VARS.fd, or U-Boot's file ubootefi.var.");
+                      "OVMF_VARS.fd, or U-Boot's file ubootefi.var. A blank image, which Debian's\n"
+                      "AAVMF_VARS.fd is, becomes one when its machine first starts.");
     case EOPNOTSUPP:
         throw because(image + " is a qcow2 image, and a raw one is needed",
                       "'qemu-img convert -f qcow2 -O raw' makes one of it, and '-f raw -O qcow2' goes\n"

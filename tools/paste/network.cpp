@@ -205,7 +205,8 @@ bytes dns_bytes(const node_fields &fields)
 // What stands escaped in a text is not in a URI itself.
 bytes uri_bytes(const std::string &uri)
 {
-    if (std::any_of(uri.begin(), uri.end(), [](char c) { return c == '\\' || (c >= 0 && c <= ' '); }))
+    if (std::any_of(uri.begin(), uri.end(),
+                    [](char c) { return c == '\\' || static_cast<unsigned char>(c) <= ' '; }))
         refuse("a URI has no backslash, blank or control character");
     return new_node(3, 24).text(uri).done();
 }
