@@ -144,5 +144,6 @@ def try_disks(lab, name, ordered):
 
 
 def try_all(lab, name):
-    rows = [*try_disks(lab, name, False), *try_disks(lab, name, True)]
+    kinds = sorted({disk.ordered for disk in MACHINES[name][1]})
+    rows = [row for ordered in kinds for row in try_disks(lab, name, ordered)]
     results.hold(rows[0]["firmware"], rows, lab.record)
