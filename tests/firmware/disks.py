@@ -59,3 +59,14 @@ def disk(image, partition, guid=None):
         script = f"label: dos\nlabel-id: {SIGNATURE:#010x}\nstart={START}, size={SIZE}, type=ef\n"
         run("sfdisk", "--quiet", image, text=script)
     run("dd", f"if={partition}", f"of={image}", f"bs={BLOCK}", f"seek={START}", "conv=notrunc,sparse", "status=none")
+
+
+def small_file_system(program, block, folder):
+    """The bytes of a file system for blocks of that size, with the program as T.EFI."""
+    image = folder / f"small-{block}"
+    with open(image, "wb") as file:
+        file.truncate(2 << 20)
+    run("mformat", "-i", image, "-T", str((2 << 20) // block), "-h", "16", "-s", "32", "-S", str(block.bit_length() - 8),
+        "::")
+    run("mcopy", "-i", image, program, "::/T.EFI")
+    return image.read_bytes()

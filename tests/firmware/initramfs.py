@@ -9,6 +9,8 @@ from pathlib import Path
 
 MODULES = ["ahci", "sd_mod", "virtio_pci", "virtio_scsi", "nvme", "efivarfs"]
 MORE_MODULES = ["virtio_blk", "xhci_pci", "usb_storage"]  # loaded when they are asked for
+RARE_MODULES = ["ata_piix", "ehci_pci", "uhci_hcd", "uas", "sdhci_pci", "mmc_block", "vmw_pvscsi", "mptsas", "sym53c8xx",
+                "am53c974", "megaraid_sas"]  # the same
 
 
 def module_name(file):
@@ -30,7 +32,7 @@ def has_what_guests_need(version):
     if not os.access(f"/boot/vmlinuz-{version}", os.R_OK) or not Path("/lib/modules", version, "modules.dep").exists():
         return False
     needs, built_in = modules_of(version)
-    return {*MODULES, *MORE_MODULES} <= {module_name(module) for module in needs} | built_in
+    return {*MODULES, *MORE_MODULES, *RARE_MODULES} <= {module_name(module) for module in needs} | built_in
 
 
 def newest_kernel():
@@ -143,8 +145,9 @@ def make(programs, guest_init, version):
         archive.file(name, Path(file).read_bytes())
     modules = modules_in_order(version, MODULES)
     more = [module for module in modules_in_order(version, MORE_MODULES) if module not in modules]
-    for module in [*modules, *more]:
+    rare = [module for module in modules_in_order(version, RARE_MODULES) if module not in [*modules, *more]]
+    for module in [*modules, *more, *rare]:
         archive.file(f"lib/modules/{module.name}", module.read_bytes(), 0o644)
-    for file, listed in ("order", modules), ("more", more):
+    for file, listed in ("order", modules), ("more", more), ("rare", rare):
         archive.file(f"lib/modules/{file}", "".join(f"{module.name}\n" for module in listed).encode(), 0o644)
     return gzip.compress(archive.end(), 1, mtime=0)

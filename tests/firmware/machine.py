@@ -87,7 +87,8 @@ class Start:
             channels[ready].receive()
         return True
 
-    def _wait(self, what, limit, condition):
+    def wait_until(self, what, limit, condition):
+        """Waits for the condition's value, and gives it."""
         deadline = time.monotonic() + limit
         while not (found := condition()):
             if time.monotonic() > deadline:
@@ -108,7 +109,7 @@ class Start:
 
     def wait_for_console(self, pattern, limit=START_LIMIT):
         """Waits until the console's text holds the pattern."""
-        return self._wait(f"{pattern!r} on the console", limit, lambda: re.search(pattern, self.console_text()))
+        return self.wait_until(f"{pattern!r} on the console", limit, lambda: re.search(pattern, self.console_text()))
 
     def wait_for_guest(self, limit=START_LIMIT):
         """Waits until the guest runs. Skips the pause before the firmware's shell looks for its script."""
@@ -126,7 +127,7 @@ class Start:
             self.read = end + 1
             return True
 
-        self._wait("guest", limit, ready)
+        self.wait_until("guest", limit, ready)
         self.machine.shown += "".join(re.findall(r"BdsDxe: starting .*\n", self.console_text()))
         return self
 
@@ -141,10 +142,10 @@ class Start:
     def run(self, command, limit=COMMAND_LIMIT):
         """Runs `command` in the guest's shell."""
         self.send(command)
-        head = self._wait(f"answer to: {command}", limit, self._line)
+        head = self.wait_until(f"answer to: {command}", limit, self._line)
         status, out, err = (int(word) for word in head.split())
         begin = self.read + len(head)
-        self._wait(f"whole answer to: {command}", limit, lambda: len(self.guest.received) >= begin + out + err)
+        self.wait_until(f"whole answer to: {command}", limit, lambda: len(self.guest.received) >= begin + out + err)
         self.read = begin + out + err
         parts = (self.guest.received[begin:begin + out], self.guest.received[begin + out:self.read])
         return Result(status, *(part.decode("utf-8", "replace") for part in parts))
@@ -201,17 +202,17 @@ class Start:
 
 
 class Machine:
-    """A PC with a PCIe chipset, whose firmware keeps its variables in the machine's folder."""
+    """A PC whose firmware keeps its variables in the machine's folder."""
 
-    def __init__(self, folder, devices):
+    def __init__(self, folder, devices, chipset="q35"):
         self.folder = Path(folder)
-        variables = self.folder / "variables"
-        shutil.copyfile(FIRMWARE_VARIABLES, variables)
+        self.variables = self.folder / "variables"
+        shutil.copyfile(FIRMWARE_VARIABLES, self.variables)
         self.arguments = [
-            "-machine", "q35", "-accel", "tcg", "-m", "512", "-smp", "1",
+            "-machine", chipset, "-accel", "tcg", "-m", "512", "-smp", "1",
             "-nodefaults", "-no-user-config", "-display", "none", "-no-reboot", "-rtc", "base=utc",
             "-drive", f"if=pflash,format=raw,readonly=on,file={FIRMWARE_CODE}",
-            "-drive", f"if=pflash,format=raw,file={variables}",
+            "-drive", f"if=pflash,format=raw,file={self.variables}",
             *(argument for device in devices for argument in device),
         ]  # fmt: skip
         self.starts = []

@@ -1,9 +1,11 @@
 # SPDX-License-Identifier: MIT
 """Starts virtual machines with real firmware.
     run.py packages                  fails with what is missing on this machine
-    run.py images DIR PROGRAM...     makes the disks of the guests in DIR
+    run.py images DIR OVRA LAY_OUT STARTED PROGRAM...
+                                     makes the disks of the guests in DIR, with these for the host and for the guests
     run.py SCENARIO DIR              runs one scenario on the disks in DIR
     run.py SCENARIO DIR --show       and prints what was typed and seen
+    run.py SCENARIO DIR --record     and records what it is compared with
 """
 import importlib
 import shutil
@@ -18,7 +20,7 @@ from machine import FIRMWARE_CODE, FIRMWARE_VARIABLES, Failure, Machine
 
 HERE = Path(__file__).parent
 
-SCENARIO_LIMIT = 240  # seconds; ctest's own is longer: the machines are switched off here
+SCENARIO_LIMIT = 420  # seconds; ctest's own is longer: the machines are switched off here
 
 # Where each Debian package is seen.
 PACKAGES = {
@@ -27,6 +29,8 @@ PACKAGES = {
     "linux-image-amd64": initramfs.newest_kernel,
     "busybox-static": initramfs.busybox_is_static,
     "mtools": lambda: shutil.which("mformat"),
+    "clang": lambda: shutil.which("clang"),
+    "lld": lambda: shutil.which("ld.lld"),
     "gdisk": lambda: shutil.which("sgdisk", path=disks.PATH),
     "fdisk": lambda: shutil.which("sfdisk", path=disks.PATH),
     "efibootmgr": lambda: Path("/bin/efibootmgr").exists(),
@@ -36,17 +40,22 @@ PACKAGES = {
 class Lab:
     """What a scenario works with: the disks that all share, and one machine in a folder of its own."""
 
-    def __init__(self, images, folder):
+    def __init__(self, images, folder, record=False):
         self.images = Path(images).resolve()
         self.folder = Path(folder)
+        self.record = record
         self.made = None
 
-    def machine(self, *devices):
-        self.made = Machine(self.folder, devices)
+    def machine(self, *devices, chipset="q35"):
+        self.made = Machine(self.folder, devices, chipset)
         return self.made
 
     def image(self, name):
         return self.images / name
+
+    def host(self, program, *arguments):
+        """What a program of the host prints."""
+        return disks.run(self.images / "host" / program, *arguments)
 
 
 def check_packages():
@@ -56,12 +65,15 @@ def check_packages():
                  f"    {' '.join(missing)}\nscripts/check installs them; scripts/check --fast leaves these tests out.")
 
 
-def make_images(folder, programs):
+def make_images(folder, ovra, lay_out, started, programs):
     folder = Path(folder)
-    folder.mkdir(parents=True, exist_ok=True)
+    (folder / "host").mkdir(parents=True, exist_ok=True)
+    for name, file in ("ovra", ovra), ("lay_out", lay_out), ("started.efi", started):
+        (folder / "host" / name).unlink(missing_ok=True)
+        (folder / "host" / name).symlink_to(Path(file).resolve())
     version = initramfs.newest_kernel()
     archive = folder / "initramfs"
-    archive.write_bytes(initramfs.make([*programs, "/bin/efibootmgr"], HERE / "init", version))
+    archive.write_bytes(initramfs.make([ovra, *programs, "/bin/efibootmgr"], HERE / "init", version))
     partition = disks.system_partition(Path("/boot", f"vmlinuz-{version}"), archive, folder)
     for name, guid in disks.GUIDS.items():
         disks.disk(folder / name, partition, guid)
@@ -79,11 +91,11 @@ def end_in_time():
     signal.alarm(SCENARIO_LIMIT)
 
 
-def run_scenario(name, images, show=False):
+def run_scenario(name, images, show=False, record=False):
     scenario = importlib.import_module(f"scenarios.{name}")
     end_in_time()
     with tempfile.TemporaryDirectory(prefix=f"ovra-{name}-") as folder:
-        lab = Lab(images, folder)
+        lab = Lab(images, folder, record)
         try:
             scenario.run(lab)
             if show:
@@ -101,12 +113,14 @@ def main(arguments):
     match arguments:
         case ["packages"]:
             check_packages()
-        case ["images", folder, *programs]:
-            make_images(folder, programs)
+        case ["images", folder, ovra, lay_out, started, *programs]:
+            make_images(folder, ovra, lay_out, started, programs)
         case [scenario, images]:
             run_scenario(scenario, images)
         case [scenario, images, "--show"]:
             run_scenario(scenario, images, show=True)
+        case [scenario, images, "--record"]:
+            run_scenario(scenario, images, record=True)
         case _:
             sys.exit(__doc__)
 

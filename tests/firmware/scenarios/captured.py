@@ -1,0 +1,62 @@
+# SPDX-License-Identifier: MIT
+"""The texts of tests/machines/ of the emulator's machines, against what a guest on them sees."""
+import initramfs
+from classes import MACHINES, arguments
+from sysfs_text import DUMP, entries
+
+from . import common
+from .classes import TEXTS
+
+# Guest: lets the drivers have the functions one by one, and waits after each until no more devices come. The
+# channels of an IDE function are off until the firmware has used them, which it did not do to start a kernel of the emulator's.
+PROBE = (
+    "for list in more rare; do while read -r module; do insmod /lib/modules/$module; done </lib/modules/$list; done; "
+    "count() { ls /sys/block /sys/bus/usb/devices /sys/bus/scsi/devices | wc -l; }; "
+    "for place in /sys/bus/pci/devices/*; do "
+    r"case $(cat $place/class) in 0x0101*) printf '\000\200\000\200' | dd of=$place/config bs=4 seek=16 conv=notrunc;; esac; "
+    "echo ${place##*/} >/sys/bus/pci/drivers_probe; "
+    "case $(cat $place/class) in 0x0101*) sleep 10;; 0x01*|0x0c03*|0x0805*) ;; *) continue;; esac; "
+    "seen=; while [ \"$seen\" != $(count) ]; do seen=$(count); sleep 2; done; done"
+)
+
+
+def machine_of(lab, name):
+    """Lays out the images alone, and makes the machine that starts a kernel with them."""
+    chipset, classes = MACHINES[name]
+    text = lab.folder / f"{name}.images"
+    text.write_text("".join(f"image dev/disk{number} {disk.image}\n" for number, disk in enumerate(classes)))
+    lab.host("lay_out", text, lab.folder / name)
+    devices = arguments(chipset, classes, [lab.folder / name / f"dev/disk{number}" for number in range(len(classes))])
+    kernel = ["-kernel", f"/boot/vmlinuz-{initramfs.newest_kernel()}", "-initrd", str(lab.image("initramfs")),
+              "-append", "console=ttyS0 quiet panic=-1 one_by_one"]
+    return lab.machine(*devices, kernel, chipset=chipset)
+
+
+def captured(lab, name):
+    """The lines that the guest gives."""
+    start = machine_of(lab, name).start()
+    start.wait_for_guest(limit=150)
+    start.output(PROBE, 200)
+    # The images are numbered by the GUIDs of their partitions.
+    named = {}
+    for disk in start.ovra("disks")["disks"]:
+        guid = next(volume["guid"] for volume in disk["volumes"] if volume["start"])
+        named[int(guid[:8], 16) - 1] = disk["kernel_name"]
+    classes = MACHINES[name][1]
+    missing = [disk.name for number, disk in enumerate(classes) if number not in named]
+    common.expect("disks that the guest does not see", missing, [])
+    dump = start.output(DUMP)
+    lab.made.off()
+    return entries(dump, {named[number]: disk.image for number, disk in enumerate(classes)})
+
+
+def compare(lab, name):
+    file = TEXTS / f"{name}.machine"
+    text = file.read_text() if file.exists() else f"# {name}\n== disks\n"
+    before, mark, sections = text.partition("== disks\n")
+    remarks = [line for line in before.splitlines() if line.startswith("#")]
+    seen = captured(lab, name)
+    if lab.record:
+        file.write_text("\n".join([*remarks, *seen]) + "\n" + mark + sections)
+    else:
+        common.expect(f"the entries of {name}", before.splitlines()[len(remarks):], seen)
