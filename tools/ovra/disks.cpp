@@ -96,7 +96,7 @@ std::string controller_of(const drive &drive)
     return path;
 }
 
-json names_of(const std::optional<std::vector<found_option>> &options)
+json names_or_null(const std::optional<std::vector<found_option>> &options)
 {
     return options ? option_names(numbers_of(*options)) : json(nullptr);
 }
@@ -116,7 +116,7 @@ json to_json(const std::vector<drive> &drives, const all_contents &contents, use
                                {"start", volume.start},
                                {"size", volume.size},
                                {"guid", volume.is_slice ? json(guid_text(volume.guid)) : json(nullptr)},
-                               {"options", names_of(options)},
+                               {"options", names_or_null(options)},
                                {"remarks", remarks_of(options.value_or(std::vector<found_option>()))}});
         }
         const auto options = uses.of(drive);
@@ -136,7 +136,7 @@ json to_json(const std::vector<drive> &drives, const all_contents &contents, use
              {"metadata", on.metadata.empty() ? json(nullptr) : json(on.metadata)},
              {"members", on.members},
              {"signature", drive.signature ? json(signature_text(*drive.signature)) : json(nullptr)},
-             {"options", names_of(options)},
+             {"options", names_or_null(options)},
              {"volumes", std::move(volumes)}});
     }
     return {{"disks", std::move(list)}};
