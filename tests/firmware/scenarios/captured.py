@@ -1,5 +1,7 @@
 # SPDX-License-Identifier: MIT
 """The texts of tests/machines/ of the emulator's machines, against what a guest on them sees."""
+import re
+
 import initramfs
 from classes import MACHINES, arguments
 from sysfs_text import DUMP, entries
@@ -7,13 +9,14 @@ from sysfs_text import DUMP, entries
 from . import common
 from .classes import TEXTS
 
-# Guest: lets the drivers have the functions one by one, and waits after each until no more devices come. The
-# channels of an IDE function are off until the firmware has used them, which it did not do to start a kernel of the emulator's.
+# Guest: lets the drivers have the functions one by one, and waits after each until no more devices come. The channels of an
+# IDE function are off until the firmware has used them, and for a kernel that the emulator gives it it does not.
 PROBE = (
     "for list in more rare; do while read -r module; do insmod /lib/modules/$module; done </lib/modules/$list; done; "
     "count() { ls /sys/block /sys/bus/usb/devices /sys/bus/scsi/devices | wc -l; }; "
     "for place in /sys/bus/pci/devices/*; do "
-    r"case $(cat $place/class) in 0x0101*) printf '\000\200\000\200' | dd of=$place/config bs=4 seek=16 conv=notrunc;; esac; "
+    r"case $(cat $place/class) in 0x0101*) "
+    r"printf '\000\200\000\200' | dd of=$place/config bs=4 seek=16 conv=notrunc;; esac; "
     "echo ${place##*/} >/sys/bus/pci/drivers_probe; "
     "case $(cat $place/class) in 0x0101*) sleep 10;; 0x01*|0x0c03*|0x0805*) ;; *) continue;; esac; "
     "seen=; while [ \"$seen\" != $(count) ]; do seen=$(count); sleep 2; done; done"
@@ -32,8 +35,9 @@ def machine_of(lab, name):
     return lab.machine(*devices, kernel, chipset=chipset)
 
 
-def captured(lab, name):
-    """The lines that the guest gives."""
+def captured(lab, name, recorded):
+    """The lines that the guest gives. The disks of one ATA controller are named as they happen to come: they get the
+    recorded names, of which there may be none."""
     start = machine_of(lab, name).start()
     start.wait_for_guest(limit=150)
     start.output(PROBE, 200)
@@ -45,7 +49,9 @@ def captured(lab, name):
     classes = MACHINES[name][1]
     missing = [disk.name for number, disk in enumerate(classes) if number not in named]
     common.expect("disks that the guest does not see", missing, [])
-    dump = start.output(DUMP)
+    names = {named[number]: known for number, known in enumerate(recorded) if known.startswith("sd")}
+    dump = re.sub(r"\bsd[a-z]+\b", lambda found: names.get(found[0], found[0]), start.output(DUMP))
+    named = {number: names.get(kernel_name, kernel_name) for number, kernel_name in named.items()}
     lab.made.off()
     return entries(dump, {named[number]: disk.image for number, disk in enumerate(classes)})
 
@@ -55,7 +61,7 @@ def compare(lab, name):
     text = file.read_text() if file.exists() else f"# {name}\n== disks\n"
     before, mark, sections = text.partition("== disks\n")
     remarks = [line for line in before.splitlines() if line.startswith("#")]
-    seen = captured(lab, name)
+    seen = captured(lab, name, re.findall(r"^image dev/(\S+)", before, re.MULTILINE))
     if lab.record:
         file.write_text("\n".join([*remarks, *seen]) + "\n" + mark + sections)
     else:
