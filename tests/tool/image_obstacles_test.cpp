@@ -100,7 +100,7 @@ TEST_F(image_of_variables, few_file_descriptors_are_enough_or_not)
     put_machine();
     int refusals = 0;
     constexpr rlim_t fewest = 7;
-    constexpr rlim_t enough = 12;
+    constexpr rlim_t enough = 14;
     for (rlim_t files = fewest; files <= enough; ++files) {
         surroundings around;
         around.limits[RLIMIT_NOFILE] = files;
