@@ -1,9 +1,8 @@
 /* SPDX-License-Identifier: MIT */
 /* GUID partition tables made by hand: many of them at little cost, and such as no tool would write. */
-#ifndef TESTS_SUPPORT_GPT_H
-#define TESTS_SUPPORT_GPT_H
+#ifndef OVRA_TOOLS_LAYOUT_GPT_H
+#define OVRA_TOOLS_LAYOUT_GPT_H
 
-#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -11,7 +10,9 @@
 #include <string>
 #include <vector>
 
-namespace ovra::test {
+#include "src/base/crc32.h"
+
+namespace layout {
 
 struct gpt_entry {
     unsigned number = 0; /* from 1 */
@@ -28,19 +29,7 @@ struct gpt_bytes {
 
 inline std::uint32_t crc32(const std::string &data)
 {
-    static const auto table = [] {
-        std::array<std::uint32_t, 256> rows = {};
-        for (std::uint32_t row = 0; row < rows.size(); ++row) {
-            rows[row] = row;
-            for (int bit = 0; bit < 8; ++bit)
-                rows[row] = rows[row] >> 1 ^ ((rows[row] & 1) != 0 ? 0xedb88320 : 0);
-        }
-        return rows;
-    }();
-    std::uint32_t sum = ~0U;
-    for (const char byte : data)
-        sum = sum >> 8 ^ table[(sum ^ static_cast<unsigned char>(byte)) & 0xff];
-    return ~sum;
+    return ovra::crc32({reinterpret_cast<const std::uint8_t *>(data.data()), data.size()});
 }
 
 inline void put_number(std::string *data, std::size_t at, std::uint64_t value, std::size_t size)
@@ -110,6 +99,6 @@ inline void write_gpt(const std::filesystem::path &image, std::uint64_t blocks, 
         throw std::runtime_error("cannot write " + image.string());
 }
 
-} // namespace ovra::test
+} // namespace layout
 
 #endif
