@@ -182,6 +182,9 @@ private:
         const std::size_t block = block_size(slash == std::string::npos ? "512" : words[0].substr(slash + 1));
         const std::uint64_t blocks = number(words[1]);
         const words_of_line rest(words.begin() + 2, words.end());
+        constexpr std::uint64_t largest_file = std::uint64_t{1} << 62;
+        if (blocks > largest_file / block)
+            throw std::runtime_error("the disk is too large: " + words[1]);
         std::ofstream(path).flush();
         fs::resize_file(path, blocks * block);
         if (kind.starts_with("gpt"))

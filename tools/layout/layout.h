@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-// Machines as text: a machine's sysfs and disks, an entry a line. docs/platform.md has the form.
+// Machines as text: a machine's sysfs and disks, an entry a line. docs/testing.md has the form.
 #ifndef OVRA_TOOLS_LAYOUT_LAYOUT_H
 #define OVRA_TOOLS_LAYOUT_LAYOUT_H
 

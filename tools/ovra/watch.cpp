@@ -16,8 +16,8 @@ public:
     const char *summary() const override { return "tell of changes of boot variables as they happen"; }
     void declare(CLI::App &app) override
     {
-        add_value(app, "--interval", "SECONDS",
-                  "look so often where the system does not tell of changes; 5 without it",
+        add_value(app, "--interval", "N",
+                  "look every N seconds where the system does not tell of changes; 5 without it",
                   [this](const std::string &text) {
                       refuse_leading_zero(text);
                       const auto number = ovra::whole_number<unsigned>(text);
