@@ -55,8 +55,11 @@ LAYERS = {
                            "interface, formats through the base layer"),
     "tools/paste": Layer(("tools/machine", "tools/text", "src/base"), TYPES, ANY,
                          "what other tools print; ovra's own texts are those of tools/text"),
-    "tools/ovra": Layer(("tools/paste", "tools/machine", "tools/text", "platform/include", "src/base"), WHOLE, ANY,
-                        "the verbs"),
+    "tools/layout": Layer(("src/base",), (), ANY, "a folder from lines of text, for the command and for tests"),
+    "tools/exchange": Layer(("tools/paste", "tools/machine", "tools/text", "src/base"), TYPES, ANY,
+                            "the boot variables as a whole, as text and as a plan of writes"),
+    "tools/ovra": Layer(("tools/exchange", "tools/layout", "tools/paste", "tools/machine", "tools/text", "platform/include",
+                         "src/base"), WHOLE, ANY, "the verbs"),
 }
 
 # Single files outside these folders that have a rule of their own.

@@ -11,6 +11,7 @@
 
 #include "platform/machine/failure.h"
 #include "platform/machine/filesystem.h"
+#include "src/base/crc32.h"
 
 namespace machine {
 
@@ -62,18 +63,6 @@ std::uint32_t little_endian(const std::vector<unsigned char> &data, std::size_t 
     return value;
 }
 
-// The checksum of UEFI's tables (ISO 3309).
-std::uint32_t crc32_of(const std::vector<unsigned char> &data, std::size_t count)
-{
-    std::uint32_t sum = ~0U;
-    for (std::size_t i = 0; i < count; ++i) {
-        sum ^= data[i];
-        for (int bit = 0; bit < 8; ++bit)
-            sum = sum >> 1 ^ ((sum & 1) != 0 ? 0xedb88320 : 0);
-    }
-    return ~sum;
-}
-
 bool has_mark(const std::vector<unsigned char> &header)
 {
     return header.size() >= smallest_header &&
@@ -94,7 +83,7 @@ bool is_good_header(std::vector<unsigned char> header)
     if (size < smallest_header || size > header.size() || size > largest_header)
         return false;
     std::fill_n(header.begin() + sum_at, sizeof sum, static_cast<unsigned char>(0));
-    return crc32_of(header, size) == sum;
+    return ovra::crc32(ovra::byte_view(header).first(size)) == sum;
 }
 
 contents without_entries(const machine_root &root, const disk &disk, const device &on, const medium &table)

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 // The file in which U-Boot keeps variables, ubootefi.var (lib/efi_loader/efi_var_file.c).
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstring>
 
 #include "platform/machine/debug.h"
 #include "platform/machine/image.h"
+#include "src/base/crc32.h"
 #include "src/base/guid.h"
 #include "src/base/variable_image.h"
 
@@ -20,26 +20,9 @@ using ovra::uboot_variable_header;
 // What U-Boot reads unless it was built to read more (CONFIG_EFI_VAR_BUF_SIZE).
 constexpr std::size_t usual_file_size = 64u << 10;
 
-constexpr std::array<uint32_t, 256> crc_steps()
-{
-    constexpr uint32_t polynomial = 0xedb88320;
-    std::array<uint32_t, 256> steps = {};
-    for (uint32_t i = 0; i < steps.size(); ++i) {
-        uint32_t value = i;
-        for (int bit = 0; bit < 8; ++bit)
-            value = (value & 1) != 0 ? value >> 1 ^ polynomial : value >> 1;
-        steps[i] = value;
-    }
-    return steps;
-}
-
 uint32_t crc32(byte_view all)
 {
-    static constexpr auto steps = crc_steps();
-    uint32_t value = UINT32_MAX;
-    for (const std::byte each : all)
-        value = steps[(value ^ std::to_integer<uint32_t>(each)) & 0xff] ^ value >> 8;
-    return ~value;
+    return ovra::crc32({reinterpret_cast<const uint8_t *>(all.data()), all.size()});
 }
 
 // The name at the beginning of the bytes, with its terminator; empty when it has none.

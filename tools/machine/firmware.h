@@ -79,6 +79,9 @@ public:
     // What check_change cannot tell; empty when it tells everything.
     std::string not_checked() const;
 
+    // The folder in which their files are, or the file that holds them all.
+    std::string variables_folder() const;
+
     // Load options. Those that have a name, ascending: whether one is there is told by reading it.
     std::vector<uint16_t> options();
     std::optional<load_option> find_option(uint16_t number); // nothing without it; throws `unreadable`
@@ -177,8 +180,7 @@ private:
     unreadable why_unreadable(const std::string &name);
     std::optional<uint16_t> named_option(const char *variable);
     std::string not_there() const;
-    std::string root_folder() const; // empty for "/"
-    std::string variables_folder() const;
+    std::string root_folder() const;  // empty for "/"
     std::string state_folder() const; // of a machine that is not live
     std::string file_of(const std::string &name) const;
     std::string folder_of(const change_request &request) const;

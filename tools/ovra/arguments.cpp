@@ -43,6 +43,11 @@ CLI::Option *add_value(CLI::App &app, const char *name, const char *shown, const
     return option->type_name(shown)->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::Throw);
 }
 
+void add_example(CLI::App &app, const char *line)
+{
+    app.footer(std::string("Example: ") + line + "\n\n" + app.get_footer());
+}
+
 uint16_t option_number(const std::string &text)
 {
     const auto number = parse_option(text);

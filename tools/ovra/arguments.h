@@ -26,6 +26,9 @@ namespace tool {
 CLI::Option *add_value(CLI::App &app, const char *name, const char *shown, const char *help,
                        std::function<void(const std::string &)> take);
 
+// Puts a command line below the verb's help.
+void add_example(CLI::App &app, const char *line);
+
 // The number that "Boot001F", "boot1f" or "1f" names. Throws a usage_error.
 uint16_t option_number(const std::string &text);
 

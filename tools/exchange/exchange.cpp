@@ -1,0 +1,223 @@
+// SPDX-License-Identifier: MIT
+#include "tools/exchange/exchange.h"
+
+#include <algorithm>
+#include <cstring>
+#include <unistd.h>
+
+#include "tools/exchange/plan.h"
+#include "tools/exchange/settings.h"
+#include "tools/text/failure.h"
+#include "tools/text/numbers.h"
+
+namespace tool {
+
+namespace {
+
+const bytes *value_in(const variable_values &values, const std::string &name)
+{
+    const auto found = values.find(name);
+    return found == values.end() ? nullptr : &found->second;
+}
+
+} // namespace
+
+std::vector<std::string> differing(const variable_values &before, const variable_values &after)
+{
+    std::vector<std::string> all;
+    const auto add = [&](const std::string &name) {
+        const bytes *old_value = value_in(before, name);
+        const bytes *new_value = value_in(after, name);
+        if (!old_value != !new_value || (old_value && *old_value != *new_value))
+            all.push_back(name);
+    };
+    std::set<std::string> names;
+    for (const variable_values *values : {&before, &after}) {
+        for (const auto &[name, value] : *values)
+            names.insert(name);
+    }
+    for (const char *setting : settings)
+        add(setting);
+    for (const option_family &family : families) {
+        for (const std::string &name : names) {
+            if (family_of(name) == &family)
+                add(name);
+        }
+    }
+    return all;
+}
+
+namespace {
+
+std::string meaning_of(const std::string &name, byte_view value)
+{
+    if (is_setting(name))
+        return setting_text(name, value);
+    const auto parts = split(value);
+    if (!parts)
+        return format("%zu bytes", value.size());
+    std::vector<CHAR16> units(ovra::unit_count(parts->description));
+    memcpy(units.data(), parts->description.data(), parts->description.size());
+    return in_quotes(to_utf8(units)) + ", " + attribute_text(parts->attributes);
+}
+
+} // namespace
+
+change change_of(const std::string &name, const bytes *value)
+{
+    return value ? writes(name, *value, meaning_of(name, *value)) : deletes(name);
+}
+
+namespace {
+
+// Says how far long work is, where a person watches.
+class progress {
+public:
+    explicit progress(size_t steps) : all(steps), shown(steps >= worth_showing && isatty(STDERR_FILENO) != 0)
+    {}
+    ~progress()
+    {
+        if (shown)
+            fputs("\r\033[K", stderr);
+    }
+    progress(const progress &) = delete;
+    progress &operator=(const progress &) = delete;
+
+    void step()
+    {
+        if (shown && ++done % often == 0)
+            fprintf(stderr, "\r%zu of %zu variables", done, all);
+    }
+
+private:
+    static constexpr size_t worth_showing = 200;
+    static constexpr size_t often = 20;
+    size_t all;
+    size_t done = 0;
+    bool shown;
+};
+
+class exchanging {
+public:
+    exchanging(firmware &changed, const boot_store &old, changes *report)
+        : machine(changed), now(old.values), result(report)
+    {}
+
+    void run(const std::vector<planned_step> &steps)
+    {
+        progress progress(steps.size());
+        for (const planned_step &step : steps) {
+            try {
+                result->attempt(change_of(step.name, step.contents.empty() ? nullptr : &step.contents));
+            } catch (not_changed &reason) {
+                if (reason.done_anyway)
+                    keep(step);
+                undo(&reason);
+                throw;
+            } catch (failure &reason) { // whether it is done is not known
+                keep(step);
+                undo(&reason);
+                throw;
+            }
+            keep(step);
+            progress.step();
+        }
+    }
+
+private:
+    void keep(const planned_step &step)
+    {
+        const bytes *before = value_in(now, step.name);
+        done.push_back({step.name, before ? *before : bytes{}});
+        if (step.contents.empty())
+            now.erase(step.name);
+        else
+            now[step.name] = step.contents;
+    }
+
+    // Backwards, through the states that the machine was in.
+    void undo(failure *reason)
+    {
+        std::vector<std::string> stay;
+        for (auto step = done.rbegin(); step != done.rend(); ++step) {
+            try {
+                machine.change_global(step->name, step->before);
+            } catch (const not_changed &second) {
+                if (!second.done_anyway)
+                    stay.push_back(step->name + " is not put back: " + second.what());
+            } catch (const failure &second) {
+                stay.push_back("Whether " + step->name + " is put back is not known: " + second.what());
+            }
+        }
+        if (stay.empty())
+            reason->advise(done.empty() ? "Nothing was changed." : "What was changed before is put back.");
+        for (const std::string &line : stay)
+            reason->advise(line);
+    }
+
+    struct old_value {
+        std::string name;
+        bytes before; // none: there was no such variable
+    };
+
+    firmware &machine;
+    variable_values now;
+    changes *result;
+    std::vector<old_value> done;
+};
+
+void show_differences(const std::vector<std::string> &names, const boot_store &before,
+                      const variable_values &after, const general_options &general, changes *report,
+                      device_paths &paths)
+{
+    json list = json::array();
+    std::string text;
+    for (const std::string &name : names) {
+        const bytes *old_value = value_in(before.values, name);
+        const bytes *new_value = value_in(after, name);
+        if (general.json)
+            list.push_back({{"variable", name},
+                            {"before", old_value ? json(hex(*old_value)) : json(nullptr)},
+                            {"after", new_value ? json(hex(*new_value)) : json(nullptr)}});
+        else
+            text += difference(name, old_value, new_value, paths) + '\n';
+    }
+    if (general.json)
+        report->remark({}, "differences", std::move(list));
+    else
+        print(text);
+}
+
+} // namespace
+
+void exchange(firmware &machine, const general_options &general, const boot_store &before,
+              const variable_values &after, device_paths &paths)
+{
+    changes report(machine, general);
+    const std::vector<std::string> names = differing(before.values, after);
+    std::set<std::string> taken;
+    for (const auto &[name, why] : before.unread)
+        taken.insert(name);
+    const std::vector<planned_step> steps = plan_steps(before.values, after, taken);
+    std::vector<change> all;
+    for (const planned_step &step : steps)
+        all.push_back(change_of(step.name, step.contents.empty() ? nullptr : &step.contents));
+    show_differences(names, before, after, general, &report, paths);
+    report.prepare(all);
+    if (!general.dry_run)
+        exchanging(machine, before, &report).run(steps);
+    for (const std::string &name : names)
+        report.record(change_of(name, value_in(after, name)));
+    report.report();
+}
+
+void require_same_machine(const machine_marks &text, const boot_store &here)
+{
+    const std::string why = why_other(text, marks_of(here));
+    if (!why.empty())
+        throw failure("the text is another machine's: " + why,
+                      "--other-machine takes it all the same; the disks that its options name may be\n"
+                      "absent here.");
+}
+
+} // namespace tool
