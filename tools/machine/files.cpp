@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/machine/files.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <dirent.h>
@@ -55,6 +56,29 @@ int can_open(size_t files)
     return reason;
 }
 
+namespace {
+
+// What is left to read, as far as it is not more than a byte beyond the limit. An errno value when that
+// fails.
+int read_rest(int fd, size_t limit, bytes *to)
+{
+    constexpr size_t first_room = 1u << 16;
+    size_t size = 0;
+    for (;;) {
+        to->resize(std::min(limit + 1, std::max(first_room, 2 * size)));
+        const ssize_t part = read(fd, to->data() + size, to->size() - size);
+        if (part == -1 && errno == EINTR)
+            continue;
+        size += part > 0 ? static_cast<size_t>(part) : 0;
+        if (part > 0 && size <= limit)
+            continue;
+        to->resize(size);
+        return part == -1 ? errno : 0;
+    }
+}
+
+} // namespace
+
 bytes contents(const std::string &file, size_t limit, const char *when_larger)
 {
     const std::string cannot = "cannot read " + (file.empty() ? "\"\"" : printable(file)) + ": ";
@@ -68,20 +92,24 @@ bytes contents(const std::string &file, size_t limit, const char *when_larger)
         close(fd);
         throw failure(cannot + (is_folder ? strerror(EISDIR) : "it is not a regular file"));
     }
-    bytes data(limit + 1);
-    size_t size = 0;
-    ssize_t part = 0;
-    while (size < data.size() &&
-           ((part = read(fd, data.data() + size, data.size() - size)) > 0 || (part == -1 && errno == EINTR)))
-        size += part > 0 ? static_cast<size_t>(part) : 0;
-    const int error = errno;
+    bytes data;
+    const int error = read_rest(fd, limit, &data);
     close(fd);
-    if (part == -1)
+    if (error != 0)
         throw failure(cannot + strerror(error));
-    if (size > limit)
+    if (data.size() > limit)
         throw failure(cannot + when_larger);
-    data.resize(size);
     return data;
+}
+
+std::string standard_input(size_t limit, const char *when_longer)
+{
+    bytes data;
+    if (const int error = read_rest(STDIN_FILENO, limit, &data); error != 0)
+        throw failure(std::string("cannot read standard input: ") + strerror(error));
+    if (data.size() > limit)
+        throw failure(std::string("standard input is ") + when_longer);
+    return {data.begin(), data.end()};
 }
 
 bool is_marked(const struct statx &file)

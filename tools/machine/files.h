@@ -33,6 +33,9 @@ uint64_t largest_file();
 // What a regular file holds. Throws a failure when it is none, cannot be read, or is larger than the limit.
 bytes contents(const std::string &file, size_t limit, const char *when_larger);
 
+// What standard input has up to its end. Throws a failure when it cannot be read or is longer than the limit.
+std::string standard_input(size_t limit, const char *when_longer);
+
 // Whether it is marked as immutable or append-only.
 bool is_marked(const struct statx &file);
 

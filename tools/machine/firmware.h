@@ -61,6 +61,10 @@ public:
     variable read(const variable_id &id);
     variable read_global(const std::string &name);
     bool exists_global(const std::string &name); // also one that cannot be read
+    // What a variable of a known size holds, the second one as a 16-bit number; nothing without the variable.
+    // Throws `damaged` when it has another size.
+    std::optional<bytes> read_sized(const std::string &name, size_t size);
+    std::optional<uint16_t> read_number(const std::string &name);
 
     // Writes a variable, with the attributes that it has if it exists; no data deletes it. Throws
     // not_changed.
@@ -174,7 +178,6 @@ private:
     void check_copy(const change_request &request) const;
 
     unreadable why_unreadable(const std::string &name);
-    std::optional<uint16_t> named_option(const char *variable);
     std::string not_there() const;
     std::string root_folder() const; // empty for "/"
     std::string variables_folder() const;

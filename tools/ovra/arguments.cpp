@@ -43,6 +43,11 @@ CLI::Option *add_value(CLI::App &app, const char *name, const char *shown, const
     return option->type_name(shown)->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::Throw);
 }
 
+void add_example(CLI::App &app, const char *line)
+{
+    app.footer(std::string("Example: ") + line + "\n\n" + app.get_footer());
+}
+
 uint16_t option_number(const std::string &text)
 {
     const auto number = parse_option(text);
@@ -57,27 +62,6 @@ void refuse_leading_zero(const std::string &text)
     const size_t sign = text.starts_with('-') ? 1 : 0;
     if (text.size() > sign + 1 && text[sign] == '0' && ovra::is_ascii_digit(text[sign + 1]))
         throw usage_error(in_quotes(text) + " has a leading zero, which may mean octal: leave it out");
-}
-
-CLI::Option *option_argument::declare(CLI::App &app, const char *help)
-{
-    return add_value(app, "option", "Boot####", help,
-                     [this](const std::string &text) { number = option_number(text); });
-}
-
-CLI::Option *options_argument::declare(CLI::App &app, const char *help)
-{
-    auto *option = app.add_option(
-        "option",
-        [this](const texts &values) {
-            for (const std::string &text : values)
-                numbers.push_back(option_number(text));
-            return true;
-        },
-        help);
-    return option->type_name("Boot####")
-        ->expected(1, CLI::detail::expected_max_vector_size)
-        ->allow_extra_args();
 }
 
 CLI::Option *position_argument::declare(CLI::App &app, const char *name, const char *shown, const char *help)

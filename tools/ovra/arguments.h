@@ -11,6 +11,7 @@
 
 #include "tools/machine/chosendisk.h"
 #include "tools/machine/devicepaths.h"
+#include "tools/machine/firmware.h"
 #include "tools/machine/general.h"
 #include "tools/machine/startable.h"
 
@@ -26,6 +27,9 @@ namespace tool {
 CLI::Option *add_value(CLI::App &app, const char *name, const char *shown, const char *help,
                        std::function<void(const std::string &)> take);
 
+// Puts a command line below the verb's help.
+void add_example(CLI::App &app, const char *line);
+
 // The number that "Boot001F", "boot1f" or "1f" names. Throws a usage_error.
 uint16_t option_number(const std::string &text);
 
@@ -33,19 +37,36 @@ uint16_t option_number(const std::string &text);
 // options all digits are hexadecimal.) Throws a usage_error.
 void refuse_leading_zero(const std::string &text);
 
-// One boot option.
-struct option_argument {
-    std::optional<uint16_t> number;
+inline constexpr char option_help[] =
+    "Boot####, the description or the beginning of it, @current, @next, @first";
 
+// One boot option, by its name or a part of its path. What that names is looked up when the verb runs.
+struct option_argument {
+    std::optional<std::string> name;
+    std::optional<std::string> path_part;
+
+    // Declares the positional argument and --path; returns the former.
     CLI::Option *declare(CLI::App &app, const char *help);
+    bool given() const { return name || path_part; }
+    // Throws a usage_error when none is given.
+    void require() const;
+    // Throws a failure.
+    uint16_t find(firmware &machine) const;
 };
 
 // One boot option or more, in the order in which they are named.
 struct options_argument {
-    std::vector<uint16_t> numbers;
+    std::vector<std::string> names;
+    std::vector<std::string> path_parts;
 
     CLI::Option *declare(CLI::App &app, const char *help);
+    bool given() const { return !names.empty() || !path_parts.empty(); }
+    void require() const;
+    std::vector<uint16_t> find(firmware &machine) const;
 };
+
+// Throws a usage_error for a name that is empty.
+std::string checked_name(const std::string &name);
 
 // A place in BootOrder, counted from 0; negative counts from the end, -1 is the end.
 struct position_argument {

@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include <cerrno>
-#include <cstring>
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 
+#include "tools/machine/files.h"
 #include "tools/ovra/arguments.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
@@ -15,24 +12,6 @@ namespace tool {
 namespace {
 
 constexpr size_t input_limit = 1 << 20; // far above the digits of any path; an endless input ends here
-
-std::string standard_input()
-{
-    std::string all;
-    char part[4096];
-    for (;;) {
-        const ssize_t size = read(STDIN_FILENO, part, sizeof part);
-        if (size == -1 && errno == EINTR)
-            continue;
-        if (size == -1)
-            throw failure(std::string("cannot read standard input: ") + strerror(errno));
-        if (size == 0)
-            return all;
-        all.append(part, static_cast<size_t>(size));
-        if (all.size() > input_limit)
-            throw failure("standard input is longer than any path");
-    }
-}
 
 class path_verb : public verb {
 public:
@@ -93,7 +72,8 @@ private:
     void decode(device_paths &paths, const general_options &general) const
     {
         const bool from_input = packed == "-";
-        const auto bytes = parse_hex(from_input ? standard_input() : *packed);
+        const auto bytes =
+            parse_hex(from_input ? standard_input(input_limit, "longer than any path") : *packed);
         if (!bytes)
             throw failure("pairs of hexadecimal digits are needed" +
                           std::string(from_input ? " on standard input" : ""));

@@ -3,6 +3,7 @@
 
 #include "tools/machine/bootorder.h"
 #include "tools/machine/changes.h"
+#include "tools/machine/health.h"
 #include "tools/machine/lock.h"
 #include "tools/machine/named.h"
 #include "tools/ovra/arguments.h"
@@ -181,17 +182,43 @@ void removal::write_order_after_all()
 class remove_verb : public verb {
 public:
     const char *summary() const override { return "remove boot options, also from BootOrder"; }
-    void declare(CLI::App &app) override { options.declare(app, "the options to remove")->required(); }
+    void declare(CLI::App &app) override
+    {
+        options.declare(app, option_help);
+        app.add_flag("--stale", stale, "those whose partitions are on none of this machine's disks");
+        app.add_flag("--duplicates", duplicates,
+                     "those with the path, file, data and attributes of an option before them in boot order");
+        add_example(app, "ovra remove Boot0003 'Windows Boot Manager'");
+    }
+
+    void check() override
+    {
+        if (!stale && !duplicates)
+            options.require();
+    }
 
     void run(const general_options &general) override
     {
         firmware machine(general.folder());
         const machine_lock lock(machine, general);
-        removal(machine, options.numbers, general).run();
+        removal(machine, chosen(machine), general).run();
     }
 
 private:
+    numbers chosen(firmware &machine) const
+    {
+        numbers all = options.find(machine);
+        const auto add = [&all](const numbers &more) { all.insert(all.end(), more.begin(), more.end()); };
+        if (stale)
+            add(stale_options(machine));
+        if (duplicates)
+            add(duplicate_options(machine));
+        return all;
+    }
+
     options_argument options;
+    bool stale = false;
+    bool duplicates = false;
 };
 
 } // namespace

@@ -64,7 +64,7 @@ private:
 
 void set_verb::declare(CLI::App &app)
 {
-    option.declare(app, "the option to change")->required();
+    option.declare(app, option_help);
     description.declare(app);
     auto *devices = path.declare_devpath(app);
     path.declare_verbose(app)->needs(devices);
@@ -93,6 +93,7 @@ void set_verb::declare(CLI::App &app)
 
 void set_verb::check()
 {
+    option.require();
     if (!description.text && !changes_path() && !attributes && !active && !optional_data.given() &&
         !no_optional_data)
         throw usage_error("set: nothing to change is given");
@@ -120,9 +121,9 @@ bytes set_verb::changed_path(bytes before, const general_options &general, chang
 void set_verb::run(const general_options &general)
 {
     firmware machine(general.folder());
-    const uint16_t number = option.number.value();
     const std::optional<bytes> data = no_optional_data ? bytes{} : optional_data.read();
     const machine_lock lock(machine, general);
+    const uint16_t number = option.find(machine);
     machine.require_option(number);
     load_option changed = machine.read_option(number);
     const variable before = machine.read_global(option_name(number));
