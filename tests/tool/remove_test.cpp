@@ -117,27 +117,6 @@ TEST_F(remove_verb, removes_nothing_when_one_of_the_options_cannot_be_removed)
     }
 }
 
-// A partition that is there, with other blocks; one that is not; one behind USB, which may be pulled out.
-TEST_F(remove_verb, stale_are_options_of_partitions_that_are_gone)
-{
-    const auto disk = [](const char *blocks, const char *guid) {
-        return from_hex(std::string("04012a0001000000") + blocks + guid + "0202" + "7fff0400");
-    };
-    const char *blocks = "00080000000000000060000000000000";
-    const std::string gone = disk(blocks, "11223344556677889900aabbccddeeff");
-    put("Boot0010", load_option(1, "gone", gone));
-    put("Boot0011",
-        load_option(1, "there",
-                    disk("01000000000000000200000000000000", "370a9f5f448ad04a9c2e1d9e6f5b7cd1")));
-    put("Boot0012", load_option(1, "stick", from_hex("030506000100") + gone));
-    put("Boot0013", load_option(1, "booted", gone));
-    put("BootCurrent", std::string("\x13\0", 2), 6);
-    put_order({0x10, 0x11});
-    EXPECT_EQ(output({"remove", "--stale"}), "deleted Boot0010\nwrote BootOrder: Boot0011\n");
-    EXPECT_EQ(output({"remove", "--stale"}), "nothing to change\n");
-    EXPECT_THAT(run_command({"--vars", file("Boot0011"), "remove", "--stale"}).status, 1);
-}
-
 TEST_F(remove_verb, duplicates_are_options_like_one_before_them)
 {
     const std::string path = from_hex(sample_path_hex);

@@ -79,7 +79,8 @@ public:
     // Throws what change_global would, as far as can be told without writing. What the change takes is added
     // to what earlier ones of the same verb take.
     void check_change(const std::string &name, const bytes &data, room_taken *planned);
-    bool is_real() const; // the variables are the firmware's own, not a folder's
+    std::optional<variable_store> store(); // nothing when the firmware does not say
+    bool is_real() const;                  // the variables are the firmware's own, not a folder's
     // What check_change cannot tell; empty when it tells everything.
     std::string not_checked() const;
 
@@ -169,7 +170,6 @@ private:
     // Throws unless a request that reads a file of the machine's state succeeded.
     void require_state(const std::string &what, EFI_STATUS status, const std::string &state,
                        const std::string &repair);
-    std::optional<variable_store> store();
     int64_t overhead_of(const std::string &name) const;
     [[noreturn]] void refuse_file() const;
     bool is_changed_by_reset(const change_request &request);

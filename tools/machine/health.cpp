@@ -90,10 +90,16 @@ present_partitions::present_partitions()
         if (drive.error != 0)
             problem = "cannot read /dev/" + drive.kernel_name + ": " + strerror(drive.error);
         for (const volume &volume : drive.volumes)
-            keys.insert(key_of(hard_drive_node(drive, volume)));
+            names.emplace(key_of(hard_drive_node(drive, volume)), volume.kernel_name);
     }
-    if (keys.empty() && problem.empty())
+    if (names.empty() && problem.empty())
         problem = "no partition can be seen on any disk";
+}
+
+std::optional<std::string> present_partitions::linux_name(byte_view hard_drive) const
+{
+    const auto found = names.find(key_of(hard_drive));
+    return found == names.end() ? std::nullopt : std::optional(found->second);
 }
 
 bool present_partitions::are_gone(byte_view option_path) const
@@ -101,7 +107,7 @@ bool present_partitions::are_gone(byte_view option_path) const
     bool names_any = false;
     for (const byte_view path : paths_of(option_path)) {
         const byte_view node = first_hard_drive(path);
-        if (node.empty() || !is_all_built_in(first_instance_of(path)) || keys.contains(key_of(node)))
+        if (node.empty() || !is_all_built_in(first_instance_of(path)) || linux_name(node))
             return false;
         names_any = true;
     }

@@ -7,7 +7,6 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 #include "tools/machine/firmware.h"
@@ -39,11 +38,14 @@ public:
     // is reached over a network, such as USB, are never called gone.
     bool are_gone(byte_view option_path) const;
 
+    // Linux's name of the partition that a hard-drive node leads to; nothing when it is not there.
+    std::optional<std::string> linux_name(byte_view hard_drive) const;
+
     // Why an option cannot be called gone: a disk could not be read, or there is none. Empty if all is well.
     const std::string &doubt() const { return problem; }
 
 private:
-    std::unordered_set<std::string> keys;
+    std::unordered_map<std::string, std::string> names; // Linux's, by what firmware goes by
     std::string problem;
 };
 

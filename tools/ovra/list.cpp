@@ -3,6 +3,7 @@
 
 #include "src/base/ascii.h"
 #include "tools/machine/devicepaths.h"
+#include "tools/machine/health.h"
 #include "tools/machine/named.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
@@ -24,6 +25,8 @@ struct entry : place {
     std::string error; // why it could not be read
     load_option option;
     decoded_path path;
+    std::optional<uint16_t> same = {}; // an option before it
+    bool is_stale = false;
 };
 
 struct listing {
@@ -95,6 +98,31 @@ listing read_listing(firmware &machine)
     return all;
 }
 
+// What the other options and the disks say of one.
+class marks {
+public:
+    // All disks are read to tell which options are stale.
+    marks(firmware &machine, const listing &all, bool tells_stale) : booted(all.current), seen(machine)
+    {
+        if (tells_stale)
+            partitions.emplace();
+    }
+
+    entry marked(entry of)
+    {
+        if (!of.exists || !of.error.empty())
+            return of;
+        of.same = seen.same_as(of.number, of.option);
+        of.is_stale = partitions && of.number != booted && partitions->are_gone(of.option.path);
+        return of;
+    }
+
+private:
+    std::optional<uint16_t> booted;
+    seen_options seen;
+    std::optional<present_partitions> partitions;
+};
+
 std::string notes(const listing &all, const entry &entry)
 {
     std::vector<std::string> notes;
@@ -102,6 +130,10 @@ std::string notes(const listing &all, const entry &entry)
         notes.emplace_back("current");
     if (all.next == entry.number)
         notes.emplace_back("next");
+    if (entry.is_stale)
+        notes.emplace_back("stale");
+    if (entry.same)
+        notes.push_back("duplicate of " + option_name(*entry.same));
     return join(notes, ", ");
 }
 
@@ -128,19 +160,24 @@ json to_json(const listing &all, const entry &entry)
     } else {
         append_members(&fields, as_json(entry.option));
         append_members(&fields, as_json(entry.path));
+        if (entry.is_stale)
+            fields["stale"] = true;
+        if (entry.same)
+            fields["duplicate_of"] = option_name(*entry.same);
     }
     return fields;
 }
 
-void print_as_json(firmware &machine, const listing &all)
+void print_as_json(firmware &machine, const listing &all, bool verbose)
 {
     json_list document({{"current", as_json(all.current)},
                         {"next", as_json(all.next)},
                         {"order", !all.order_problem.empty() ? json(nullptr) : option_names(all.order)}},
                        "options");
     device_paths paths;
+    marks marks(machine, all, verbose);
     for (const place &where : all.places)
-        document.add(to_json(all, read_entry(machine, &paths, where)));
+        document.add(to_json(all, marks.marked(read_entry(machine, &paths, where))));
     document.end();
 }
 
@@ -167,9 +204,10 @@ void print_as_text(firmware &machine, const listing &all, bool verbose)
     }
     table rows;
     device_paths paths;
+    marks marks(machine, all, verbose);
     rows.row({"Position", "Option", "Active", "Description", ""});
     for (const place &where : all.places) {
-        const entry entry = read_entry(machine, verbose ? &paths : nullptr, where);
+        const entry entry = marks.marked(read_entry(machine, verbose ? &paths : nullptr, where));
         const bool readable = entry.exists && entry.error.empty();
         rows.row({entry.position ? std::to_string(*entry.position) : "-", option_name(entry.number),
                   !readable               ? "?"
@@ -187,7 +225,8 @@ public:
     const char *summary() const override { return "the boot options, in boot order"; }
     void declare(CLI::App &app) override
     {
-        app.add_flag("-v,--verbose", verbose, "also paths, attributes and optional data");
+        app.add_flag("-v,--verbose", verbose,
+                     "also paths, attributes, optional data, and which partitions are gone");
     }
 
     void run(const general_options &general) override
@@ -195,7 +234,7 @@ public:
         firmware machine(general.folder());
         const listing all = read_listing(machine);
         if (general.json)
-            print_as_json(machine, all);
+            print_as_json(machine, all, verbose);
         else
             print_as_text(machine, all, verbose);
     }
