@@ -87,7 +87,8 @@ std::optional<std::string> mounted_loaders::missing(const std::string &kernel_na
 std::string file_in(byte_view path)
 {
     std::string file;
-    for (const byte_view node : instances_of(path).front()) {
+    const std::vector<byte_view> nodes = instances_of(path).front();
+    for (const byte_view node : nodes) {
         if (!is_file(node))
             continue;
         const byte_view text = node.subspan(sizeof(uefi_device_path_t));
