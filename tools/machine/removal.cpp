@@ -45,7 +45,7 @@ void removal::run()
         next.reset();
     take_out_of_order();
     clear_next();
-    remove_options();
+    delete_options();
     write_order_after_all();
     if (next) {
         result.record(deletes("BootNext"));
@@ -96,7 +96,7 @@ void removal::clear_next()
     }
 }
 
-void removal::remove_options()
+void removal::delete_options()
 {
     for (const uint16_t number : options) {
         const change change = deletes(option_name(number));

@@ -34,7 +34,7 @@ private:
     void prepare();
     void take_out_of_order();
     void clear_next();
-    void remove_options();
+    void delete_options();
     void write_order_after_all();
     [[noreturn]] void stop(not_changed reason);
 
