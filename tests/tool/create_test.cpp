@@ -27,7 +27,7 @@ TEST_F(create_verb, writes_the_lowest_unused_option_and_appends_it_to_the_order)
 {
     EXPECT_EQ(
         output(linux_option()),
-        "wrote Boot0008: \"Linux\", 0x00000001 (active)\n"
+        "Boot0008 is made: \"Linux\", 0x00000001 (active)\n"
         "wrote BootOrder: Boot0000 Boot0001 Boot0002 Boot0003 Boot0004 Boot0005 Boot0006\n      Boot0007 "
         "Boot0008\n");
     EXPECT_EQ(get("Boot0008"), load_option(1, "Linux", sample_path));
@@ -57,7 +57,7 @@ TEST_F(create_verb, takes_no_number_that_a_variable_still_names)
         EXPECT_THAT(failure(linux_option({"--number", number})),
                     StartsWith(std::string("ovra: Boot000") + number + " does not exist, but " + by +
                                " still names it\n"));
-    EXPECT_THAT(output(linux_option()), StartsWith("wrote Boot0008: "));
+    EXPECT_THAT(output(linux_option()), StartsWith("Boot0008 is made: "));
     EXPECT_THAT(output(linux_option({"--number", "2", "--force"})),
                 HasSubstr("BootNext names Boot0002: the machine boots it at the next start.\n"));
     EXPECT_EQ(parsed(linux_option({"--number", "3", "--force"}))["current"], "Boot0003");
@@ -268,7 +268,7 @@ TEST_F(create_verb, dry_run_changes_nothing_and_says_what_it_would_write)
     put_order({6, 7});
     const auto changed = snapshot();
     EXPECT_NE(before, changed);
-    EXPECT_EQ(output(arguments), "would write Boot0008: \"x\", 0x00000001 (active), optional data \"q\"\n"
+    EXPECT_EQ(output(arguments), "Boot0008 would be made: \"x\", 0x00000001 (active), optional data \"q\"\n"
                                  "    010000000400780000007fff040071000000\n"
                                  "would write BootOrder: Boot0006 Boot0008 Boot0007\n"
                                  "    060008000700\n");

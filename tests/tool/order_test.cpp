@@ -110,6 +110,38 @@ TEST_F(order_verb, remove_refuses_an_option_that_is_not_in_it)
                                                         "  'ovra order' shows what is.\n");
 }
 
+TEST_F(order_verb, first_and_last_put_options_there)
+{
+    output({"order", "first", "3", "EFI Internal", "3"});
+    EXPECT_THAT(order(), ElementsAre(3, 7, 1, 2));
+    output({"order", "last", "7", "1"});
+    EXPECT_THAT(order(), ElementsAre(3, 2, 7, 1));
+    EXPECT_EQ(output({"order", "last", "7", "1"}), "nothing to change\n");
+    EXPECT_THAT(failure({"order", "first", "Boot001F"}), HasSubstr("ovra: no such option: Boot001F\n"));
+}
+
+TEST_F(order_verb, move_changes_a_place_and_counts_without_the_option)
+{
+    output({"order", "move", "1", "1"});
+    EXPECT_THAT(order(), ElementsAre(2, 1, 3));
+    output({"order", "move", "2", "-1"});
+    EXPECT_THAT(order(), ElementsAre(1, 3, 2));
+    output({"order", "move", "2", "-2"});
+    EXPECT_THAT(order(), ElementsAre(1, 2, 3));
+    EXPECT_EQ(output({"order", "move", "2", "1"}), "nothing to change\n");
+    EXPECT_THAT(failure({"order", "move", "7", "0"}), HasSubstr("ovra: Boot0007 is not in BootOrder\n"));
+}
+
+TEST_F(order_verb, clear_deletes_it_damaged_or_not)
+{
+    EXPECT_EQ(output({"order", "clear", "--dry-run"}), "would delete BootOrder\n");
+    EXPECT_EQ(output({"order", "clear"}), "deleted BootOrder\n");
+    EXPECT_EQ(output({"order", "clear"}), "nothing to change\n");
+    std::ofstream(file("BootOrder")) << "12";
+    output({"order", "clear"});
+    EXPECT_EQ(get("BootOrder"), "(none)");
+}
+
 TEST_F(order_verb, set_writes_the_whole_order)
 {
     EXPECT_THAT(output({"order", "set", "Boot0007,boot3,0"}),

@@ -117,6 +117,23 @@ TEST_F(remove_verb, removes_nothing_when_one_of_the_options_cannot_be_removed)
     }
 }
 
+TEST_F(remove_verb, duplicates_are_options_like_one_before_them)
+{
+    const std::string path = from_hex(sample_path_hex);
+    put("Boot0010", load_option(1, "a", path, "x"));
+    put("Boot0011", load_option(1, "b", path, "x"));
+    put("Boot0012", load_option(1, "other data", path, "y"));
+    put("Boot0013", load_option(0, "inactive", path, "x"));
+    put("Boot0014", load_option(1, "c", path, "x"));
+    put("Boot0015", load_option(1, "next", path, "x"));
+    put("BootNext", std::string("\x15\0", 2));
+    put_order({0x14, 0x10});
+    EXPECT_EQ(output({"remove", "--duplicates", "--dry-run"}),
+              "would delete Boot0010\nwould delete Boot0011\nwould write BootOrder: Boot0014\n    1400\n");
+    EXPECT_EQ(output({"remove", "--duplicates", "Boot0012"}),
+              "deleted Boot0012\ndeleted Boot0010\ndeleted Boot0011\nwrote BootOrder: Boot0014\n");
+}
+
 TEST_F(remove_verb, dry_run_changes_nothing)
 {
     const auto before = snapshot();

@@ -18,14 +18,9 @@ const words wrong_command_lines[] = {
     {"list", "list"},
     {"show"},
     {"show", "Boot0000", "Boot0001"},
-    {"show", "BootOrder"},
-    {"show", "Boot"},
-    {"show", "Boot12345"},
-    {"show", "Boot00G0"},
-    {"show", "0x1"},
-    {"show", "+1"},
-    {"show", "-1"},
     {"show", ""},
+    {"show", "--path", ""},
+    {"show", "Boot0000", "--path", "x"},
     {"create"},
     {"create", "--desc", "x"},
     {"create", "--path-hex", "7fff0400"},
@@ -54,7 +49,6 @@ const words wrong_command_lines[] = {
     {"set", "Boot0000", "--no-optdata", "--optdata-text", "a"},
     {"set", "Boot0000", "--no-optdata", "--optdata-file", "a"},
     {"remove"},
-    {"remove", "x"},
     {"order", "nonsense"},
     {"order", "insert"},
     {"order", "insert", "Boot0000", "x"},
@@ -64,8 +58,16 @@ const words wrong_command_lines[] = {
     {"order", "remove"},
     {"order", "remove", "Boot0000", "Boot0001"},
     {"order", "set"},
-    {"next", "x"},
+    {"order", "first"},
+    {"order", "move", "Boot0000"},
+    {"order", "clear", "Boot0000"},
     {"next", "Boot0000", "--clear"},
+    {"next", "--path", "x", "--clear"},
+    {"timeout", "x"},
+    {"timeout", "05"},
+    {"timeout", "65536"},
+    {"timeout", "5", "--clear"},
+    {"secureboot", "on"},
     {"time", "--set"},
     {"reset", "now"},
     {"--root"},
@@ -93,9 +95,6 @@ TEST_F(command_usage, wrong_command_lines_end_with_status_2_and_change_nothing)
 
 TEST_F(command_usage, says_what_is_wrong)
 {
-    EXPECT_THAT(
-        run({"show", "BootOrder"}).err,
-        StartsWith("ovra: \"BootOrder\" is not a boot option: Boot and four hex digits, such as Boot001F\n"));
     EXPECT_THAT(run({"set", "Boot0000"}).err, StartsWith("ovra: set: nothing to change is given\n"));
     const std::string octal = "ovra: \"010\" has a leading zero, which may mean octal: leave it out\n";
     for (const words &arguments :

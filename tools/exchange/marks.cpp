@@ -44,7 +44,7 @@ std::optional<uint32_t> sum_of_product()
 void add_disks(std::set<uint32_t> *sums)
 {
     try {
-        for (const drive &drive : read_drives([](const auto &) { return true; })) {
+        for (const drive &drive : read_drives({.media = of_every_drive})) {
             for (const volume &volume : drive.volumes) {
                 if (volume.guid.size() == sizeof(EFI_GUID))
                     sums->insert(ovra::crc32(volume.guid));

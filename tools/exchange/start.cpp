@@ -7,6 +7,7 @@
 
 #include "tools/machine/changes.h"
 #include "tools/machine/drives.h"
+#include "tools/machine/leading.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 
@@ -32,7 +33,8 @@ std::string why_passed_over(firmware &machine, const candidate &tried)
         return "it is damaged";
     if (!tried.by_next && (parts->attributes & LOAD_OPTION_ACTIVE) == 0)
         return "it is inactive";
-    if (!first_hard_drive(parts->path).empty() && machine.disks_of(tried.number).empty())
+    if (!first_hard_drive(parts->path).empty() &&
+        volumes_of(parts->path, read_drives({.media = of_every_drive})).empty())
         return "its partition is on none of the machine's disks";
     return "";
 }

@@ -15,8 +15,8 @@ change writes(const std::string &variable, bytes data, const std::string &meanin
             members.update(long_fields());
         return members;
     };
-    return {"write",         "wrote", variable + ": " + meaning, {{"variable", variable}}, variable,
-            std::move(data), all};
+    return {"write", "wrote", variable + ": " + meaning, {{"variable", variable}}, variable, std::move(data),
+            false,   all};
 }
 
 change deletes(const std::string &variable)
@@ -39,6 +39,13 @@ change writes_option(uint16_t number, const load_option &option)
     if (!option.optional_data.empty())
         meaning += ", optional data " + optional_data_text(option.optional_data);
     return writes(option_name(number), as_stored(option), meaning, [option] { return as_json(option); });
+}
+
+change makes_option(uint16_t number, const load_option &option)
+{
+    change made = writes_option(number, option);
+    made.makes = true;
+    return made;
 }
 
 void changes::make(change change)
@@ -125,15 +132,24 @@ json changes::document() const
     return all;
 }
 
+std::string changes::line_of(const change &change) const
+{
+    const std::string would = "would ";
+    if (!change.makes)
+        return (dry_run ? would + change.action : change.past) + ' ' + change.what;
+    const size_t name_end = change.variable.size();
+    return change.variable + (dry_run ? " would be made" : " is made") + change.what.substr(name_end);
+}
+
 std::string changes::text() const
 {
     std::string lines;
     for (const change &change : made) {
-        lines += broken((dry_run ? "would " + change.action : change.past) + ' ' + change.what, 0) + '\n';
+        lines += broken(line_of(change), 0) + '\n';
         if (dry_run && !change.contents.empty())
             lines += "    " + hex(change.contents) + '\n';
     }
-    if (made.empty())
+    if (made.empty() && remarks.empty())
         lines += "nothing to change\n";
     return lines + remarks;
 }

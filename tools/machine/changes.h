@@ -21,6 +21,7 @@ struct change {
     std::string variable; // written, or deleted when there are no contents;
                           // empty when the change is not one of a variable
     bytes contents;
+    bool makes = false;                     // it is told what was made, by its name first
     std::function<json()> long_fields = {}; // the rest of the fields, made when somebody asks for them
 };
 
@@ -30,6 +31,7 @@ change writes(const std::string &variable, bytes data, const std::string &meanin
 change deletes(const std::string &variable);
 change writes_order(const std::vector<uint16_t> &order);
 change writes_option(uint16_t number, const load_option &option);
+change makes_option(uint16_t number, const load_option &option);
 
 class changes {
 public:
@@ -51,6 +53,7 @@ public:
     void record(change change);
 
     // Something else to say: a line for people, which may be empty, for programs a member of the document.
+    // A line alone takes the place of the one that nothing is to change.
     void remark(const std::string &text, const std::string &key, json value);
 
     // Prints what was done, or would be.
@@ -58,6 +61,7 @@ public:
 
 private:
     json document() const;
+    std::string line_of(const change &change) const;
     std::string text() const;
 
     firmware &machine;

@@ -61,6 +61,10 @@ public:
     variable read(variable_id id);
     variable read_global(const std::string &name);
     bool exists_global(const std::string &name); // also one that cannot be read
+    // What a variable of a known size holds, the second one as a 16-bit number; nothing without the variable.
+    // Throws `damaged` when it has another size.
+    std::optional<bytes> read_sized(const std::string &name, size_t size);
+    std::optional<uint16_t> read_number(const std::string &name);
 
     // Writes a variable, with the attributes that it has if it exists; no data deletes it. Throws
     // not_changed.
@@ -75,7 +79,8 @@ public:
     // Throws what change_global would, as far as can be told without writing. What the change takes is added
     // to what earlier ones of the same verb take.
     void check_change(const std::string &name, const bytes &data, room_taken *planned);
-    bool is_real() const; // the variables are the firmware's own, not a folder's
+    std::optional<variable_store> store(); // nothing when the firmware does not say
+    bool is_real() const;                  // the variables are the firmware's own, not a folder's
     // What check_change cannot tell; empty when it tells everything.
     std::string not_checked() const;
 
@@ -178,7 +183,6 @@ private:
     void check_copy(const change_request &request, room_taken *planned) const;
 
     unreadable why_unreadable(const std::string &name);
-    std::optional<uint16_t> named_option(const char *variable);
     std::string not_there() const;
     std::string root_folder() const;  // empty for "/"
     std::string state_folder() const; // of a machine that is not live

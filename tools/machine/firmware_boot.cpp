@@ -200,16 +200,25 @@ std::vector<uint16_t> firmware::order()
     return numbers;
 }
 
-std::optional<uint16_t> firmware::named_option(const char *name)
+std::optional<bytes> firmware::read_sized(const std::string &name, size_t size)
 {
-    const variable is = read_global(name);
+    variable is = read_global(name);
     if (is.status == EFI_NOT_FOUND)
         return std::nullopt;
     require_read(name, is);
+    if (is.data.size() != size)
+        throw damaged(
+            format("%s is damaged: it has %zu bytes instead of %zu", name.c_str(), is.data.size(), size));
+    return std::move(is.data);
+}
+
+std::optional<uint16_t> firmware::read_number(const std::string &name)
+{
     uint16_t number = 0;
-    if (is.data.size() != sizeof number)
-        throw damaged(format("%s is damaged: it has %zu bytes instead of 2", name, is.data.size()));
-    memcpy(&number, is.data.data(), sizeof number);
+    const auto stored = read_sized(name, sizeof number);
+    if (!stored)
+        return std::nullopt;
+    memcpy(&number, stored->data(), sizeof number);
     return number;
 }
 
@@ -242,12 +251,12 @@ std::optional<uint16_t> firmware::booted_next()
 
 std::optional<uint16_t> firmware::current()
 {
-    return named_option("BootCurrent");
+    return read_number("BootCurrent");
 }
 
 std::optional<uint16_t> firmware::next()
 {
-    return named_option("BootNext");
+    return read_number("BootNext");
 }
 
 } // namespace tool

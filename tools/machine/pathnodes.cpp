@@ -186,4 +186,21 @@ bytes with_file(byte_view packed, byte_view nodes)
     return path;
 }
 
+bytes with_hard_drive(byte_view packed, byte_view node)
+{
+    split_stored(packed); // refuses one that is not well-formed
+    bytes path;
+    bool found = false;
+    ovra::cursor nodes{packed};
+    while (const auto *each = nodes.next()) {
+        const bool is_disk = ovra::is_kind<uefi_hard_drive_path_t>(each);
+        append(&path, is_disk ? node : ovra::node_bytes(each));
+        found = found || is_disk;
+    }
+    append(&path, nodes.rest);
+    if (!found)
+        throw failure("the path names no partition", "--disk puts one into it.");
+    return path;
+}
+
 } // namespace tool

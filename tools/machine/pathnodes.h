@@ -46,6 +46,10 @@ void require_devices(byte_view encoded);
 bytes with_devices(byte_view packed, byte_view nodes);
 bytes with_file(byte_view packed, byte_view nodes);
 
+// The path with another hard-drive node in place of each that it has, whatever stands before and behind.
+// Throws a failure when it has none, or is not well-formed.
+bytes with_hard_drive(byte_view packed, byte_view node);
+
 } // namespace tool
 
 #endif

@@ -124,4 +124,14 @@ std::vector<caution> cautions_of_no_file(byte_view path)
              "Firmware may start nothing then from a disk with fixed media; --file names the loader."}};
 }
 
+std::vector<caution> cautions_of_network(byte_view path)
+{
+    const std::vector<byte_view> nodes = instances_of(path).front();
+    if (nodes.empty() || !ovra::as<uefi_macaddr_device_path_t>(nodes.front()))
+        return {};
+    return {
+        {"the path begins with the address of a network card",
+         "Firmware looks for a card by the hardware that leads to it: --devpath beside --mac names that."}};
+}
+
 } // namespace tool

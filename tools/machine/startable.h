@@ -30,6 +30,9 @@ std::vector<caution> cautions_of_number(byte_view path);
 // Of a path to a disk with fixed media that names no file.
 std::vector<caution> cautions_of_no_file(byte_view path);
 
+// Of a path to a network card by its address alone.
+std::vector<caution> cautions_of_network(byte_view path);
+
 } // namespace tool
 
 #endif

@@ -26,8 +26,6 @@ namespace {
 
 using texts = std::vector<std::string>;
 
-constexpr size_t file_limit = 1 << 20; // far above what firmware stores
-
 } // namespace
 
 CLI::Option *add_value(CLI::App &app, const char *name, const char *shown, const char *help,
@@ -64,36 +62,18 @@ void refuse_leading_zero(const std::string &text)
         throw usage_error(in_quotes(text) + " has a leading zero, which may mean octal: leave it out");
 }
 
-CLI::Option *option_argument::declare(CLI::App &app, const char *help)
+int position_of(const std::string &text)
 {
-    return add_value(app, "option", "Boot####", help,
-                     [this](const std::string &text) { number = option_number(text); });
-}
-
-CLI::Option *options_argument::declare(CLI::App &app, const char *help)
-{
-    auto *option = app.add_option(
-        "option",
-        [this](const texts &values) {
-            for (const std::string &text : values)
-                numbers.push_back(option_number(text));
-            return true;
-        },
-        help);
-    return option->type_name("Boot####")
-        ->expected(1, CLI::detail::expected_max_vector_size)
-        ->allow_extra_args();
+    refuse_leading_zero(text);
+    const auto value = ovra::whole_number<int>(text);
+    if (!value)
+        throw usage_error(in_quotes(text) + " is not a position: a whole number is needed");
+    return *value;
 }
 
 CLI::Option *position_argument::declare(CLI::App &app, const char *name, const char *shown, const char *help)
 {
-    return add_value(app, name, shown, help, [this](const std::string &text) {
-        refuse_leading_zero(text);
-        const auto value = ovra::whole_number<int>(text);
-        if (!value)
-            throw usage_error(in_quotes(text) + " is not a position: a whole number is needed");
-        place = *value;
-    });
+    return add_value(app, name, shown, help, [this](const std::string &text) { place = position_of(text); });
 }
 
 CLI::Option *description_argument::declare(CLI::App &app)
@@ -104,30 +84,6 @@ CLI::Option *description_argument::declare(CLI::App &app)
                          check_description(value);
                          text = value;
                      });
-}
-
-void optional_data_arguments::declare(CLI::App &app)
-{
-    auto *from_file = add_value(app, "--optdata-file", "FILE", "optional data: the contents of FILE",
-                                [this](const std::string &name) { file = name; });
-    add_value(app, "--optdata-text", "TEXT",
-              "optional data: TEXT as null-terminated UCS-2, which a kernel takes as its command line",
-              [this](const std::string &value) {
-                  if (!to_ucs2(value))
-                      throw usage_error("--optdata-text: " + in_quotes(value) +
-                                        " is no UTF-8 text of characters up to U+FFFF");
-                  text = value;
-              })
-        ->excludes(from_file);
-}
-
-std::optional<bytes> optional_data_arguments::read() const
-{
-    if (file)
-        return contents(*file, file_limit, "it is larger than any firmware variable");
-    if (text)
-        return stored(to_ucs2(*text).value());
-    return std::nullopt;
 }
 
 CLI::Option *disk_argument::declare(CLI::App &app, const char *option, const char *help)

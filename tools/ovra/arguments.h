@@ -11,7 +11,9 @@
 
 #include "tools/machine/chosendisk.h"
 #include "tools/machine/devicepaths.h"
+#include "tools/machine/firmware.h"
 #include "tools/machine/general.h"
+#include "tools/machine/newoption.h"
 #include "tools/machine/startable.h"
 
 namespace CLI {
@@ -36,19 +38,39 @@ uint16_t option_number(const std::string &text);
 // options all digits are hexadecimal.) Throws a usage_error.
 void refuse_leading_zero(const std::string &text);
 
-// One boot option.
-struct option_argument {
-    std::optional<uint16_t> number;
+inline constexpr char option_help[] =
+    "Boot####, the description or the beginning of it, @current, @next, @first";
 
+// One boot option, by its name or a part of its path. What that names is looked up when the verb runs.
+struct option_argument {
+    std::optional<std::string> name;
+    std::optional<std::string> path_part;
+
+    // Declares the positional argument and --path; returns the former.
     CLI::Option *declare(CLI::App &app, const char *help);
+    bool given() const { return name || path_part; }
+    // Throws a usage_error when none is given.
+    void require() const;
+    // Throws a failure.
+    uint16_t find(firmware &machine) const;
 };
 
 // One boot option or more, in the order in which they are named.
 struct options_argument {
-    std::vector<uint16_t> numbers;
+    std::vector<std::string> names;
+    std::vector<std::string> path_parts;
 
     CLI::Option *declare(CLI::App &app, const char *help);
+    bool given() const { return !names.empty() || !path_parts.empty(); }
+    void require() const;
+    std::vector<uint16_t> find(firmware &machine) const;
 };
+
+// Throws a usage_error for a name that is empty.
+std::string checked_name(const std::string &name);
+
+// A place on the command line. Throws a usage_error.
+int position_of(const std::string &text);
 
 // A place in BootOrder, counted from 0; negative counts from the end, -1 is the end.
 struct position_argument {
@@ -57,19 +79,34 @@ struct position_argument {
     CLI::Option *declare(CLI::App &app, const char *name, const char *shown, const char *help);
 };
 
+// --position, --after, --first and --no-order.
+struct place_arguments {
+    order_place place;
+
+    void declare(CLI::App &app);
+};
+
+// --number
+struct number_argument {
+    std::optional<uint16_t> value;
+
+    void declare(CLI::App &app);
+};
+
 struct description_argument {
     std::optional<std::string> text; // can be stored
 
     CLI::Option *declare(CLI::App &app);
 };
 
-// --optdata-file and --optdata-text.
+// --optdata-file, --optdata-text and --optdata-ascii.
 struct optional_data_arguments {
-    std::optional<std::string> file;
+    std::optional<std::string> file; // "-": standard input
     std::optional<std::string> text;
+    std::optional<std::string> ascii;
 
     void declare(CLI::App &app);
-    bool given() const { return file || text; }
+    bool given() const { return file || text || ascii; }
     // The data; nothing when none is given. Throws a failure when the file cannot be read.
     std::optional<bytes> read() const;
 };
@@ -125,6 +162,17 @@ private:
     bytes pack_text(device_paths &paths, const std::optional<std::string> &with_file) const;
 
     std::string whole_text; // with its file: as it was given
+};
+
+// --mac and --uri: what is booted over a network.
+struct network_arguments {
+    std::optional<bytes> mac;
+    std::optional<std::string> uri;
+
+    void declare(CLI::App &app, const std::vector<CLI::Option *> &excluded);
+    bool given() const { return mac || uri; }
+    // The packed path, behind the devices that are given beside them. Throws a failure.
+    bytes encode(const path_arguments &devices, device_paths &paths, const general_options &general) const;
 };
 
 } // namespace tool

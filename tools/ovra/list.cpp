@@ -4,6 +4,7 @@
 #include "src/base/ascii.h"
 #include "tools/machine/contents.h"
 #include "tools/machine/devicepaths.h"
+#include "tools/machine/health.h"
 #include "tools/machine/named.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
@@ -25,6 +26,8 @@ struct entry : place {
     std::string error; // why it could not be read
     load_option option;
     decoded_path path;
+    std::optional<uint16_t> same = {}; // an option before it
+    bool is_stale = false;
 };
 
 struct listing {
@@ -99,6 +102,31 @@ bool is_shown(const entry &entry)
     return entry.exists || entry.position;
 }
 
+// What the other options and the disks say of one.
+class marks {
+public:
+    // All disks are read to tell which options are stale.
+    marks(firmware &machine, const listing &all, bool tells_stale) : booted(all.current), seen(machine)
+    {
+        if (tells_stale)
+            partitions.emplace();
+    }
+
+    entry marked(entry of)
+    {
+        if (!of.exists || !of.error.empty())
+            return of;
+        of.same = seen.same_as(of.number, of.option);
+        of.is_stale = partitions && of.number != booted && partitions->are_gone(of.option.path);
+        return of;
+    }
+
+private:
+    std::optional<uint16_t> booted;
+    seen_options seen;
+    std::optional<present_partitions> partitions;
+};
+
 std::string notes(const listing &all, const entry &entry)
 {
     std::vector<std::string> notes;
@@ -106,6 +134,10 @@ std::string notes(const listing &all, const entry &entry)
         notes.emplace_back("current");
     if (all.next == entry.number)
         notes.emplace_back("next");
+    if (entry.is_stale)
+        notes.emplace_back("stale");
+    if (entry.same)
+        notes.push_back("duplicate of " + option_name(*entry.same));
     return join(notes, ", ");
 }
 
@@ -132,19 +164,24 @@ json to_json(const listing &all, const entry &entry)
     } else {
         append_members(&fields, as_json(entry.option));
         append_members(&fields, as_json(entry.path));
+        if (entry.is_stale)
+            fields["stale"] = true;
+        if (entry.same)
+            fields["duplicate_of"] = option_name(*entry.same);
     }
     return fields;
 }
 
-void print_as_json(firmware &machine, const listing &all)
+void print_as_json(firmware &machine, const listing &all, bool verbose)
 {
     json_list document({{"current", as_json(all.current)},
                         {"next", as_json(all.next)},
                         {"order", !all.order_problem.empty() ? json(nullptr) : option_names(all.order)}},
                        "options");
     device_paths paths;
+    marks marks(machine, all, verbose);
     for (const place &where : all.places) {
-        const entry entry = read_entry(machine, &paths, where);
+        const entry entry = marks.marked(read_entry(machine, &paths, where));
         if (is_shown(entry))
             document.add(to_json(all, entry));
     }
@@ -170,8 +207,9 @@ void print_as_text(firmware &machine, const listing &all, bool verbose)
     const std::string order = all.order_problem.empty() ? "" : printable(all.order_problem) + '\n';
     table rows;
     device_paths paths;
+    marks marks(machine, all, verbose);
     for (const place &where : all.places) {
-        const entry entry = read_entry(machine, verbose ? &paths : nullptr, where);
+        const entry entry = marks.marked(read_entry(machine, verbose ? &paths : nullptr, where));
         if (!is_shown(entry))
             continue;
         if (rows.empty())
@@ -193,7 +231,8 @@ public:
     const char *summary() const override { return "the boot options, in boot order"; }
     void declare(CLI::App &app) override
     {
-        app.add_flag("-v,--verbose", verbose, "also paths, attributes and optional data");
+        app.add_flag("-v,--verbose", verbose,
+                     "also paths, attributes, optional data, and which partitions are gone");
     }
 
     void run(const general_options &general) override
@@ -202,7 +241,7 @@ public:
         const one_moment of_many_reads;
         const listing all = read_listing(machine);
         if (general.json)
-            print_as_json(machine, all);
+            print_as_json(machine, all, verbose);
         else
             print_as_text(machine, all, verbose);
     }

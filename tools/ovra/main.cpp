@@ -171,6 +171,8 @@ int main(int argc, char **argv)
         return usage_status;
     } catch (const tool::nobody_reads &) {
         // As of a program that the pipe's signal ends: whoever closed it has seen enough.
+    } catch (const tool::already_told &) {
+        // The exit status says it.
     } catch (const tool::failure &error) {
         complain(error.what());
         for (const std::string &line : printable_lines(error.advice))

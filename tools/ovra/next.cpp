@@ -17,15 +17,18 @@ public:
     const char *summary() const override { return "show or set the option to boot once, at the next start"; }
     void declare(CLI::App &app) override
     {
-        auto *named = option.declare(app, "boot this option at the next start, once");
-        app.add_flag("--clear", clear, "boot by BootOrder again")->excludes(named);
+        auto *named = option.declare(app, option_help);
+        app.add_flag("--clear", clear, "boot by BootOrder again")
+            ->excludes(named)
+            ->excludes(app.get_option("--path"));
         app.add_flag("--force", force, "also an option that does not exist");
+        add_example(app, "ovra next Debian");
     }
 
     void run(const general_options &general) override
     {
         firmware machine(general.folder());
-        if (!option.number && !clear)
+        if (!option.given() && !clear)
             print_named_option(machine, general, "next", &firmware::next,
                                "BootNext is not set: the machine boots by BootOrder");
         else
@@ -41,7 +44,7 @@ private:
             if (machine.exists_global("BootNext"))
                 changes.make(deletes("BootNext"));
         } else {
-            const uint16_t number = option.number.value();
+            const uint16_t number = option.find(machine);
             if (!force)
                 machine.require_sound_option(number);
             changes.make(writes("BootNext", stored(std::vector{number}), option_name(number), [number] {

@@ -53,94 +53,135 @@ void say_what_is_dropped(firmware &machine, const std::vector<uint16_t> &order, 
         changes->remark(text, "dropped", option_names(dropped));
 }
 
-// A list separated by commas, in any number of arguments.
-std::vector<uint16_t> order_of(const std::vector<std::string> &lists)
+// The names in a list separated by commas.
+std::vector<std::string> names_in(const std::string &list)
 {
-    std::vector<uint16_t> order;
-    std::set<uint16_t> seen;
-    for (const std::string &list : lists) {
-        for (size_t begin = 0; begin <= list.size();) {
-            const size_t end = std::min(list.find(',', begin), list.size());
-            const uint16_t number = option_number(list.substr(begin, end - begin));
-            if (!seen.insert(number).second)
-                throw usage_error(option_name(number) + " is named twice");
-            order.push_back(number);
-            begin = end + 1;
-        }
+    std::vector<std::string> names;
+    for (size_t begin = 0; begin <= list.size();) {
+        const size_t end = std::min(list.find(',', begin), list.size());
+        names.push_back(checked_name(list.substr(begin, end - begin)));
+        begin = end + 1;
     }
-    return order;
+    return names;
+}
+
+void require_distinct(const std::vector<uint16_t> &order)
+{
+    std::set<uint16_t> seen;
+    for (const uint16_t number : order) {
+        if (!seen.insert(number).second)
+            throw usage_error(option_name(number) + " is named twice");
+    }
 }
 
 class order_verb : public verb {
 public:
     const char *summary() const override { return "show or change BootOrder"; }
-    void declare(CLI::App &app) override
-    {
-        declare_insert(*app.add_subcommand("insert", "put an option into BootOrder, out of its old place"));
-        declare_remove(
-            *app.add_subcommand("remove", "take an option out of BootOrder; the option itself stays"));
-        declare_set(*app.add_subcommand("set", "write a whole new BootOrder"));
-        app.require_subcommand(0, 1);
-    }
-
+    void declare(CLI::App &app) override;
+    void check() override;
     void run(const general_options &general) override;
 
 private:
-    enum class action { show, insert, remove, set };
+    enum class action { show, insert, move, first, last, remove, set, clear };
 
-    void declare_insert(CLI::App &app);
-    void declare_remove(CLI::App &app);
-    void declare_set(CLI::App &app);
+    CLI::App &add_action(CLI::App &app, const char *name, const char *help, action does);
+    void declare_position(CLI::App &app, const char *help);
     void declare_force(CLI::App &app) { app.add_flag("--force", force, "also options that do not exist"); }
-
-    void require_options(firmware &machine, const std::vector<uint16_t> &named) const
-    {
-        for (const uint16_t number : named) {
-            if (!force)
-                machine.require_sound_option(number);
-        }
-    }
+    void require_options(firmware &machine, const std::vector<uint16_t> &named) const;
+    std::vector<uint16_t> changed_order(firmware &machine, const std::vector<uint16_t> &before) const;
 
     action wanted = action::show;
-    option_argument option;      // insert, remove
-    position_argument position;  // insert
-    std::vector<uint16_t> order; // set
+    option_argument option;     // insert, move, remove
+    options_argument options;   // first, last, set
+    position_argument position; // insert, move
     bool force = false;
 };
 
-void order_verb::declare_insert(CLI::App &app)
+CLI::App &order_verb::add_action(CLI::App &app, const char *name, const char *help, action does)
 {
-    option.declare(app, "the option")->required();
-    position.declare(
-        app, "position", "POSITION",
+    CLI::App &added = *app.add_subcommand(name, help);
+    added.callback([this, does] { wanted = does; });
+    return added;
+}
+
+void order_verb::declare_position(CLI::App &app, const char *help)
+{
+    option.declare(app, option_help);
+    position.declare(app, "position", "POSITION", help);
+}
+
+void order_verb::declare(CLI::App &app)
+{
+    CLI::App &insert =
+        add_action(app, "insert", "put an option into BootOrder, out of its old place", action::insert);
+    declare_position(
+        insert,
         "its place in the resulting order: 0 is first, -1 (which is also the default) last. Negative places "
         "are counted before the option is taken out: -2 is before the last for an option that is not in the "
         "order, and last for one that is");
-    declare_force(app);
-    app.callback([this] { wanted = action::insert; });
+    declare_force(insert);
+    CLI::App &remove =
+        add_action(app, "remove", "take an option out of BootOrder; the option itself stays", action::remove);
+    option.declare(remove, option_help);
+    CLI::App &set = add_action(app, "set", "write a whole new BootOrder", action::set);
+    auto *list = set.add_option(
+        "order",
+        [this](const std::vector<std::string> &lists) {
+            for (const std::string &each : lists) {
+                const auto names = names_in(each);
+                options.names.insert(options.names.end(), names.begin(), names.end());
+            }
+            return true;
+        },
+        "the options in their order, separated by commas or blanks");
+    list->type_name("OPTION,...")->expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args();
+    list->required();
+    declare_force(set);
+    declare_position(add_action(app, "move", "change the place of an option of BootOrder", action::move),
+                     "its place in the resulting order: 0 is first, -1 last, -2 before the last");
+    options.declare(add_action(app, "first", "put options first in BootOrder", action::first), option_help);
+    options.declare(add_action(app, "last", "put options last in BootOrder", action::last), option_help);
+    add_action(app, "clear", "delete BootOrder; the options themselves stay", action::clear);
+    app.require_subcommand(0, 1);
+    add_example(app, "ovra order first Debian");
 }
 
-void order_verb::declare_remove(CLI::App &app)
+void order_verb::check()
 {
-    option.declare(app, "the option")->required();
-    app.callback([this] { wanted = action::remove; });
+    if (wanted == action::insert || wanted == action::move || wanted == action::remove)
+        option.require();
+    if (wanted == action::first || wanted == action::last)
+        options.require();
+    if (wanted == action::move && !position.place)
+        throw usage_error("position is required");
 }
 
-void order_verb::declare_set(CLI::App &app)
+void order_verb::require_options(firmware &machine, const std::vector<uint16_t> &named) const
 {
-    app.add_option(
-           "order",
-           [this](const std::vector<std::string> &lists) {
-               order = order_of(lists);
-               return true;
-           },
-           "the options in their order, separated by commas")
-        ->type_name("Boot####,...")
-        ->expected(1, CLI::detail::expected_max_vector_size)
-        ->allow_extra_args()
-        ->required();
-    declare_force(app);
-    app.callback([this] { wanted = action::set; });
+    for (const uint16_t number : named) {
+        if (!force)
+            machine.require_sound_option(number);
+    }
+}
+
+std::vector<uint16_t> order_verb::changed_order(firmware &machine, const std::vector<uint16_t> &before) const
+{
+    if (wanted == action::first || wanted == action::last) {
+        const std::vector<uint16_t> named = distinct(options.find(machine));
+        require_options(machine, named);
+        std::vector<uint16_t> order = without_all(before, named);
+        order.insert(wanted == action::first ? order.begin() : order.end(), named.begin(), named.end());
+        return order;
+    }
+    const uint16_t number = option.find(machine);
+    if (wanted == action::insert) {
+        require_options(machine, {number});
+        return with_inserted(before, number, position.place.value_or(-1));
+    }
+    const std::vector<uint16_t> after = without(before, number);
+    if (after == before)
+        throw failure(option_name(number) + " is not in BootOrder", "'ovra order' shows what is.");
+    return wanted == action::remove ? after : with_inserted(after, number, position.place.value());
 }
 
 void order_verb::run(const general_options &general)
@@ -152,23 +193,20 @@ void order_verb::run(const general_options &general)
     }
     const machine_lock lock(machine, general);
     changes changes(machine, general);
-    if (wanted == action::set) {
+    if (wanted == action::clear) {
+        if (machine.exists_global("BootOrder"))
+            changes.make(deletes("BootOrder"));
+    } else if (wanted == action::set) {
+        const std::vector<uint16_t> order = options.find(machine);
+        require_distinct(order);
         require_options(machine, order);
         say_what_is_dropped(machine, order, &changes);
         changes.make(writes_order(order));
-        changes.report();
-        return;
-    }
-    const uint16_t number = option.number.value();
-    if (wanted == action::insert) {
-        require_options(machine, {number});
-        changes.make(writes_order(with_inserted(machine.order(), number, position.place.value_or(-1))));
     } else {
         const std::vector<uint16_t> before = machine.order();
-        const std::vector<uint16_t> after = without(before, number);
-        if (after == before)
-            throw failure(option_name(number) + " is not in BootOrder", "'ovra order' shows what is.");
-        changes.make(writes_order(after));
+        const std::vector<uint16_t> after = changed_order(machine, before);
+        if (after != before || wanted == action::insert)
+            changes.make(writes_order(after));
     }
     changes.report();
 }

@@ -145,12 +145,17 @@ std::string as_text(const shown_option &all)
 class show_verb : public verb {
 public:
     const char *summary() const override { return "one boot option"; }
-    void declare(CLI::App &app) override { option.declare(app, "the option to show")->required(); }
+    void declare(CLI::App &app) override
+    {
+        option.declare(app, option_help);
+        add_example(app, "ovra show Boot0003");
+    }
+    void check() override { option.require(); }
 
     void run(const general_options &general) override
     {
         firmware machine(general.folder());
-        const shown_option all = read_shown(machine, option.number.value());
+        const shown_option all = read_shown(machine, option.find(machine));
         if (general.json)
             print_json(to_json(all));
         else

@@ -53,6 +53,11 @@ struct nobody_reads : failure {
     using failure::failure;
 };
 
+// What was found has been printed: the exit status alone says that there is something.
+struct already_told : failure {
+    using failure::failure;
+};
+
 // The command line is wrong: exit status 2.
 struct usage_error : std::runtime_error {
     using std::runtime_error::runtime_error;

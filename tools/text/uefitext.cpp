@@ -131,7 +131,7 @@ std::string wifi(fields &of)
 }
 
 // Local address, remote address, two ports, protocol, origin; the rest came with later versions of UEFI.
-std::string ipv4(fields &of)
+std::string ipv4_text(fields &of)
 {
     const std::string local = address(of.take(4));
     const std::string remote = address(of.take(4));
@@ -146,7 +146,7 @@ std::string ipv4(fields &of)
     return text + ')';
 }
 
-std::string ipv6(fields &of)
+std::string ipv6_text(fields &of)
 {
     static constexpr const char *origins[] = {"Static", "StatelessAutoConfigure", "StatefulAutoConfigure"};
     const std::string local = address(of.take(16));
@@ -257,8 +257,8 @@ constexpr struct {
 } kinds[] = {
     {UEFI_HARDWARE, 4, vendor<ven_hw>},
     {UEFI_MESSAGING, 10, messaging_vendor},
-    {UEFI_MESSAGING, 12, ipv4},
-    {UEFI_MESSAGING, 13, ipv6},
+    {UEFI_MESSAGING, 12, ipv4_text},
+    {UEFI_MESSAGING, 13, ipv6_text},
     {UEFI_MESSAGING, 17, unit},
     {UEFI_MESSAGING, 23, nvme},
     {UEFI_MESSAGING, 24, uri},

@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: MIT
+#include <CLI/CLI.hpp>
+
+#include "tools/machine/changes.h"
+#include "tools/machine/lock.h"
+#include "tools/machine/newoption.h"
+#include "tools/ovra/arguments.h"
+#include "tools/ovra/verb.h"
+
+namespace tool {
+
+namespace {
+
+class copy_verb : public verb {
+public:
+    const char *summary() const override { return "make a boot option like another one"; }
+    void declare(CLI::App &app) override
+    {
+        option.declare(app, option_help);
+        description.declare(app);
+        number.declare(app);
+        place.declare(app);
+        add_example(app, "ovra copy Debian --desc 'Debian, single user' --after Debian");
+    }
+    void check() override { option.require(); }
+
+    void run(const general_options &general) override
+    {
+        firmware machine(general.folder());
+        changes changes(machine, general);
+        const machine_lock lock(machine, general);
+        const uint16_t copied = option.find(machine);
+        load_option made = changeable_option(machine, copied, !description.text, true);
+        if (description.text)
+            made.description = *description.text;
+        make_option(machine, {made, number.value, place.place}, general, &changes);
+        changes.report();
+    }
+
+private:
+    option_argument option;
+    description_argument description;
+    number_argument number;
+    place_arguments place;
+};
+
+} // namespace
+
+std::unique_ptr<verb> make_copy()
+{
+    return std::make_unique<copy_verb>();
+}
+
+} // namespace tool
