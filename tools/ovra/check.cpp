@@ -3,10 +3,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tools/command/arguments.h"
 #include "tools/machine/findings.h"
 #include "tools/machine/lock.h"
 #include "tools/machine/removal.h"
-#include "tools/ovra/arguments.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/numbers.h"
 

@@ -6,12 +6,12 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tools/command/arguments.h"
 #include "tools/machine/contents.h"
 #include "tools/machine/diskoptions.h"
 #include "tools/machine/drives.h"
 #include "tools/machine/firmware.h"
 #include "tools/machine/sysfs.h"
-#include "tools/ovra/arguments.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <CLI/CLI.hpp>
 
+#include "tools/command/arguments.h"
 #include "tools/exchange/boottext.h"
 #include "tools/exchange/outfile.h"
-#include "tools/ovra/arguments.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"

@@ -7,13 +7,13 @@
 #include <CLI/CLI.hpp>
 
 #include "src/base/ascii.h"
+#include "tools/command/arguments.h"
 #include "tools/machine/disknames.h"
 #include "tools/machine/diskoptions.h"
 #include "tools/machine/drives.h"
 #include "tools/machine/fullform.h"
 #include "tools/machine/named.h"
 #include "tools/machine/sysfs.h"
-#include "tools/ovra/arguments.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"

@@ -17,7 +17,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "tools/ovra/arguments.h"
+#include "tools/command/arguments.h"
 #include "tools/ovra/commandline.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"

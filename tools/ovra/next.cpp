@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <CLI/CLI.hpp>
 
+#include "tools/command/arguments.h"
 #include "tools/machine/changes.h"
 #include "tools/machine/lock.h"
 #include "tools/machine/named.h"
-#include "tools/ovra/arguments.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/numbers.h"
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <CLI/CLI.hpp>
 
+#include "tools/command/arguments.h"
 #include "tools/machine/health.h"
 #include "tools/machine/lock.h"
 #include "tools/machine/removal.h"
-#include "tools/ovra/arguments.h"
 #include "tools/ovra/verb.h"
 
 namespace tool {

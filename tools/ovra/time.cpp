@@ -4,9 +4,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tools/command/arguments.h"
 #include "tools/machine/changes.h"
 #include "tools/machine/lock.h"
-#include "tools/ovra/arguments.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/clock.h"
 #include "tools/text/failure.h"

@@ -2,8 +2,8 @@
 #include <CLI/CLI.hpp>
 
 #include "src/base/whole_number.h"
+#include "tools/command/arguments.h"
 #include "tools/exchange/watcher.h"
-#include "tools/ovra/arguments.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/text.h"
 

@@ -4,11 +4,11 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tools/command/arguments.h"
 #include "tools/machine/files.h"
 #include "tools/machine/networkpath.h"
 #include "tools/machine/optionnames.h"
 #include "tools/machine/pathnodes.h"
-#include "tools/ovra/arguments.h"
 #include "tools/text/failure.h"
 
 namespace tool {

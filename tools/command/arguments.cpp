@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tools/ovra/arguments.h"
+#include "tools/command/arguments.h"
 
 #include <algorithm>
 #include <cstdio>
