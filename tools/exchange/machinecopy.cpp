@@ -18,7 +18,7 @@ namespace {
 namespace fs = std::filesystem;
 
 // What paths to disks are made from. Of serial numbers those are among them by which paths name disks.
-constexpr std::string_view attributes[] = {"adr",
+constexpr std::string_view copied_attributes[] = {"adr",
                                            "ana_state",
                                            "class",
                                            "class_id",
@@ -146,7 +146,7 @@ private:
             } else if (at->is_directory(ignored)) {
                 if (!is_of_interest(at->path()))
                     at.disable_recursion_pending();
-            } else if (is_among(attributes, name)) {
+            } else if (is_among(copied_attributes, name)) {
                 if (const auto line = line_in(at->path()))
                     put(at->path().lexically_relative(from), *line);
             }

@@ -70,7 +70,7 @@ std::string told(const std::vector<candidate> &tried)
     return text;
 }
 
-json as_json(const std::vector<candidate> &tried)
+json json_of(const std::vector<candidate> &tried)
 {
     json list = json::array();
     for (const candidate &each : tried)
@@ -131,7 +131,7 @@ void play_start(firmware &machine, const general_options &general)
         {"start", "started", what, {{"option", chosen ? json(what) : json(nullptr)}}, {}, {}},
         [&] { next.play(); }, [&] { next.check(); });
     if (general.json)
-        report.remark({}, "tried", as_json(tried));
+        report.remark({}, "tried", json_of(tried));
     else
         print(told(tried));
     report.report();

@@ -12,11 +12,11 @@ namespace tool {
 
 namespace {
 
-constexpr size_t digits = 4;
+constexpr size_t number_digits = 4;
 
 bool has_number(std::string_view name, std::string_view prefix)
 {
-    if (name.size() != prefix.size() + digits || !name.starts_with(prefix))
+    if (name.size() != prefix.size() + number_digits || !name.starts_with(prefix))
         return false;
     const std::string_view number = name.substr(prefix.size());
     return std::all_of(number.begin(), number.end(),

@@ -174,7 +174,6 @@ private:
     // Throws unless a request that reads a file of the machine's state succeeded.
     void require_state(const std::string &what, EFI_STATUS status, const std::string &state,
                        const std::string &repair);
-    std::optional<variable_store> store();
     int64_t room_of(const std::string &name, size_t size) const; // in the variable store
     [[noreturn]] void refuse_file() const;
     bool is_changed_by_reset(const change_request &request);
