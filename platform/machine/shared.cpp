@@ -6,6 +6,7 @@
 #include "platform/machine/picture.h"
 
 // Declared here too, since the model knows no face. Weak: a replacement libdevns may lack it.
+// NOLINTNEXTLINE(readability-redundant-declaration): of what libdevns has
 extern "C" [[gnu::weak]] void *devns_shared(unsigned long layout);
 
 namespace machine {

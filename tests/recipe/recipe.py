@@ -73,7 +73,8 @@ run("cmake", "-S", copy, "-B", build, "-DOVRA_TESTS=OFF", "-DOVRA_WERROR=ON", "-
     "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O0", "-DCMAKE_CXX_STANDARD_LIBRARIES=-lstdc++",
     f"-DCMAKE_CXX_COMPILER={cxx}", *options)
 run("cmake", "--build", build, "--parallel", "2", "--target", "ovra_static", "ovra_tool")
-run(cxx, "-std=c++20", f"-I{copy}", f"-I{copy}/include", here / "both_ways.cpp", build / "lib/libovra.a", "-o", program)
+run(cxx, "-std=c++20", f"-I{copy}", f"-I{copy}/include", here / "both_ways.cpp", build / "lib/libovra.a",
+    *(build / f"lib/lib{name}.so" for name in ("volset", "hwtree", "kvlist", "devns")), f"-Wl,-rpath,{build}/lib", "-o", program)
 
 (_, text, node), = added_rows("encode_disk.tsv")
 (again, printed, *_), = added_rows("roundtrip.tsv")

@@ -152,6 +152,7 @@ std::vector<found_option> disk_options::of_no_volume(const drive_marks &marks) c
 std::vector<uint16_t> numbers_of(const std::vector<found_option> &options)
 {
     std::vector<uint16_t> numbers;
+    numbers.reserve(options.size());
     for (const found_option &each : options)
         numbers.push_back(each.number);
     return numbers;
