@@ -73,7 +73,7 @@ protected:
     }
 
     // Of so many options one is tried: each takes several commands, which are slow with sanitizers.
-    static size_t share() { return has_sanitizers() ? 4 : 1; }
+    static size_t share() { return has_sanitizers() ? 12 : 1; }
 };
 
 TEST_F(words_of_people, an_empty_value_stays_that_of_its_option)
