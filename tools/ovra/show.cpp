@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <cstring>
+#include <map>
 
 #include <CLI/CLI.hpp>
 
@@ -23,10 +24,11 @@ struct shown_option {
     load_option option;
     decoded_path path;
     std::vector<std::string> disks;
-    std::vector<std::string> kernel_names; // of these
-    std::vector<std::string> other_extent; // those of them that have other blocks than the path says
-    std::optional<size_t> position;        // in BootOrder
-    std::string why_no_order;              // why BootOrder cannot be read
+    std::vector<std::string> kernel_names;      // of these
+    std::vector<std::string> other_extent;      // those of them that have other blocks than the path says
+    std::map<std::string, std::string> remarks; // on these
+    std::optional<size_t> position;             // in BootOrder
+    std::string why_no_order;                   // why BootOrder cannot be read
 };
 
 // Adds the slices and partitions that a path names.
@@ -37,6 +39,8 @@ void add_volumes(shown_option *all)
         all->disks.push_back(each.name);
         if (each.other_extent)
             all->other_extent.push_back(each.name);
+        if (const std::string what = remark_on(each.other_extent, each.doubt); !what.empty())
+            all->remarks[each.name] = what;
     }
     if (!all->disks.empty())
         return;
@@ -108,6 +112,7 @@ json to_json(const shown_option &all)
     fields["disks"] = all.disks;
     fields["kernel_names"] = all.kernel_names;
     fields["other_extent"] = all.other_extent;
+    fields["remarks"] = all.remarks;
     return fields;
 }
 
@@ -118,9 +123,10 @@ std::string position_text(const shown_option &all)
     return all.position ? std::to_string(*all.position) : "not in BootOrder";
 }
 
-bool is_other_extent(const shown_option &all, const std::string &disk)
+std::string after_comma(const shown_option &all, const std::string &disk)
 {
-    return std::find(all.other_extent.begin(), all.other_extent.end(), disk) != all.other_extent.end();
+    const auto remark = all.remarks.find(disk);
+    return remark == all.remarks.end() ? "" : ", " + remark->second;
 }
 
 std::string as_text(const shown_option &all)
@@ -136,7 +142,7 @@ std::string as_text(const shown_option &all)
         rows.row(row);
     for (size_t at = 0; at < all.disks.size(); ++at)
         rows.row({"Disk", both_names(printable(all.disks[at]), all.kernel_names.at(at)) +
-                              (is_other_extent(all, all.disks[at]) ? ", other extent" : "")});
+                              after_comma(all, all.disks[at])});
     rows.row(
         {"Optional data", option.optional_data.empty() ? "none" : optional_data_text(option.optional_data)});
     return rows.text();
