@@ -123,14 +123,16 @@ std::vector<reading> read_sas(const node_fields &fields)
                                   .number(port, 2)
                                   .done()}};
     }
-    return {{of_firmware, new_node(messaging, 10)
-                              .append(guid_bytes_of("d487ddb4-008b-11d9-afdc-001083ffca4d"))
-                              .number(sized_number(values[7], 4), 4)
-                              .number(sized_number(values[0], 8), 8)
-                              .number(sized_number(values[1], 8), 8)
-                              .number(topology, 2)
-                              .number(port, 2)
-                              .done()}};
+    const bytes node = new_node(messaging, 10)
+                           .append(guid_bytes_of("d487ddb4-008b-11d9-afdc-001083ffca4d"))
+                           .number(sized_number(values[7], 4), 4)
+                           .number(sized_number(values[0], 8), 8)
+                           .number(sized_number(values[1], 8), 8)
+                           .number(topology, 2)
+                           .number(port, 2)
+                           .done();
+    return {{of_firmware, node},
+            {any_dialect & ~(of_ovra | of_firmware), {}, "efibootmgr does not print all of a SAS node"}};
 }
 
 std::vector<reading> read_infiniband(const node_fields &fields)
