@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Which of several disks an option leads to, and disks that firmware sees otherwise than the kernel.
+#include <cerrno>
+
 #include "tests/support/filesystems.h"
 #include "tests/tool/disks.h"
 
@@ -100,6 +102,23 @@ TEST_F(twin_disks, have_options_with_hardware_that_leads_to_none)
     EXPECT_EQ(volume(parsed({"disks", "sdc"}), "c1t1d2s0")["remarks"], remarks);
     EXPECT_THAT(output({"show", "Boot0063"}),
                 HasSubstr("Disk           c1t1d2s0 (sdc1), hardware named incompletely\n"));
+}
+
+TEST_F(twin_disks, are_read_once_when_an_option_is_shown)
+{
+    put_option("Boot0050", root_bridge + function_of_sdc + unit_of_sdc + hard_drive());
+    const auto shown_with = [this](int from) { // this and later calls fail
+        surroundings around;
+        around.environment = {
+            {"LD_PRELOAD", OVRA_FAILING_CALLS},
+            {"FAIL", "read:logical_block_size:" + std::to_string(EIO) + ':' + std::to_string(from) + ":999"}};
+        return run({"show", "Boot0050"}, around);
+    };
+    constexpr int of_all_disks = 7 * 2; // of each its line, and the end behind it
+    const outcome once = shown_with(of_all_disks + 1);
+    EXPECT_EQ(once.out, output({"show", "Boot0050"}));
+    EXPECT_EQ(once.err, "");
+    EXPECT_NE(shown_with(of_all_disks).err, "");
 }
 
 // Firmware goes by the number and the signature, and not by the blocks.

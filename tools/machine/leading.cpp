@@ -163,10 +163,33 @@ hardware_doubt drives_by_hardware::doubt_of(byte_view nodes)
     return begins_with_any(nodes, carriers_of_others) ? hardware_doubt::unknown : hardware_doubt::absent;
 }
 
-std::vector<led_volume> volumes_of(byte_view option_path, const std::vector<drive> &drives)
+namespace {
+
+bool begins_with_hardware(byte_view path)
+{
+    const byte_view nodes = first_instance_of(path);
+    return !nodes.empty() && nodes[0] == UEFI_ACPI;
+}
+
+} // namespace
+
+parts_of_drives parts_to_follow(byte_view option_path)
+{
+    parts_of_drives wanted;
+    for (const byte_view path : paths_of(option_path)) {
+        const hard_drive_place place = hard_drive_in(path);
+        if (!place.node.empty())
+            wanted.media = of_every_drive;
+        if (!place.before.empty() || begins_with_hardware(path))
+            wanted.attachments = of_every_drive;
+    }
+    return wanted;
+}
+
+std::vector<led_volume> volumes_of(byte_view option_path, const std::vector<drive> &drives,
+                                   drives_by_hardware *hardware)
 {
     std::vector<led_volume> found;
-    std::optional<drives_by_hardware> hardware;
     drives_by_hardware::way way;
     const auto add = [&](const hard_drive_place &place, const drive &drive, const volume &volume) {
         const bytes node = hard_drive_node(drive, volume);
@@ -184,8 +207,6 @@ std::vector<led_volume> volumes_of(byte_view option_path, const std::vector<driv
         const hard_drive_place place = hard_drive_in(path);
         if (place.node.empty())
             continue;
-        if (!place.before.empty() && !hardware)
-            hardware.emplace(read_drives({.attachments = of_every_drive}));
         way = place.before.empty() ? drives_by_hardware::way() : hardware->way_of(place.before);
         const std::vector<std::string> &names = way.drives;
         for (const drive &drive : drives) {
@@ -198,17 +219,13 @@ std::vector<led_volume> volumes_of(byte_view option_path, const std::vector<driv
     return found;
 }
 
-std::vector<std::string> drives_of(byte_view option_path)
+std::vector<std::string> drives_of(byte_view option_path, drives_by_hardware &hardware)
 {
-    std::optional<drives_by_hardware> hardware;
     std::vector<std::string> all;
     for (const byte_view path : paths_of(option_path)) {
-        const byte_view nodes = first_instance_of(path);
-        if (nodes.empty() || nodes[0] != UEFI_ACPI)
+        if (!begins_with_hardware(path))
             continue;
-        if (!hardware)
-            hardware.emplace(read_drives({.attachments = of_every_drive}));
-        for (std::string &name : hardware->way_of(nodes).drives) {
+        for (std::string &name : hardware.way_of(first_instance_of(path)).drives) {
             if (std::find(all.begin(), all.end(), name) == all.end())
                 all.push_back(std::move(name));
         }

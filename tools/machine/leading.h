@@ -82,11 +82,16 @@ struct led_volume {
     hardware_doubt doubt = hardware_doubt::none;
 };
 
-// Those of these drives to which one of an option's paths leads. Throws a failure.
-std::vector<led_volume> volumes_of(byte_view option_path, const std::vector<drive> &drives);
+// What of all drives must be read before an option's paths are followed to them.
+parts_of_drives parts_to_follow(byte_view option_path);
+
+// Those of these drives to which one of an option's paths leads. `hardware` is theirs; null when these were
+// read without attachments, as parts_to_follow may have it. Throws a failure.
+std::vector<led_volume> volumes_of(byte_view option_path, const std::vector<drive> &drives,
+                                   drives_by_hardware *hardware);
 
 // The names of the drives to whose hardware one of an option's paths leads. Throws a failure.
-std::vector<std::string> drives_of(byte_view option_path);
+std::vector<std::string> drives_of(byte_view option_path, drives_by_hardware &hardware);
 
 } // namespace tool
 

@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tools/machine/contents.h"
 #include "tools/machine/devicepaths.h"
 #include "tools/machine/drives.h"
 #include "tools/machine/firmware.h"
@@ -32,10 +33,9 @@ struct shown_option {
 };
 
 // Adds the slices and partitions that a path names.
-void add_volumes(shown_option *all)
+void add_volumes(const std::vector<drive> &drives, drives_by_hardware *hardware, shown_option *all)
 {
-    const std::vector<drive> drives = read_drives({.media = of_every_drive});
-    for (const led_volume &each : volumes_of(all->option.path, drives)) {
+    for (const led_volume &each : volumes_of(all->option.path, drives, hardware)) {
         all->disks.push_back(each.name);
         if (each.other_extent)
             all->other_extent.push_back(each.name);
@@ -53,9 +53,9 @@ void add_volumes(shown_option *all)
 }
 
 // Adds the disks that it leads to by their hardware alone, as the firmware's own options do.
-void add_whole_disks(shown_option *all)
+void add_whole_disks(drives_by_hardware &hardware, shown_option *all)
 {
-    for (std::string &drive : drives_of(all->option.path)) {
+    for (std::string &drive : drives_of(all->option.path, hardware)) {
         const bool has_volume =
             std::any_of(all->disks.begin(), all->disks.end(), [&drive](const std::string &volume) {
                 return volume.starts_with(drive + 's') || volume.starts_with(drive + 'p');
@@ -67,13 +67,19 @@ void add_whole_disks(shown_option *all)
 
 void add_disks(shown_option *all)
 {
+    const parts_of_drives wanted = parts_to_follow(all->option.path);
+    if (!wanted.media && !wanted.attachments)
+        return;
     try {
-        if (!first_hard_drive(all->option.path).empty())
-            add_volumes(all);
-        add_whole_disks(all);
-        if (all->disks.empty())
-            return;
-        const std::vector<drive> drives = read_drives({});
+        const one_moment of_all;
+        const std::vector<drive> drives = read_drives(wanted);
+        std::optional<drives_by_hardware> hardware;
+        if (wanted.attachments)
+            hardware.emplace(drives);
+        if (wanted.media)
+            add_volumes(drives, hardware ? &*hardware : nullptr, all);
+        if (hardware)
+            add_whole_disks(*hardware, all);
         for (const std::string &disk : all->disks)
             all->kernel_names.push_back(kernel_name_of(drives, disk));
     } catch (const failure &reason) {
