@@ -41,12 +41,16 @@ std::string found_option::remark() const
 disk_options::disk_options(firmware &machine)
 {
     const one_moment of_many_reads;
+    std::vector<std::string> damaged;
     for (const uint16_t number : machine.options()) {
         std::optional<load_option> option;
         try {
             option = machine.find_option(number);
         } catch (const unreadable &reason) {
-            warn_of_unreadable(reason);
+            if (!reason.damage.empty())
+                damaged.push_back(option_name(number));
+            else if (!reason.is_gone)
+                warn_of_unreadable(reason);
             continue;
         }
         if (!option)
@@ -54,6 +58,9 @@ disk_options::disk_options(firmware &machine)
         for (const byte_view path : paths_of(option->path))
             add(number, path);
     }
+    if (!damaged.empty())
+        warn(join(damaged, ", ") + (damaged.size() == 1 ? " is damaged" : " are damaged"),
+             "To which disks this leads is not known; 'ovra list -v' says what is damaged.");
 }
 
 void disk_options::add(uint16_t number, byte_view path)

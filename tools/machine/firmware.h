@@ -175,6 +175,7 @@ private:
     void check_copy(const change_request &request, room_taken *planned) const;
 
     unreadable why_unreadable(const std::string &name);
+    std::string damage_of(const std::string &name, const variable &is) const;
     std::optional<uint16_t> named_option(const char *variable);
     std::string not_there() const;
     std::string root_folder() const; // empty for "/"
