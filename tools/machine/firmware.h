@@ -182,6 +182,7 @@ private:
     void check_copy(const change_request &request, room_taken *planned) const;
 
     unreadable why_unreadable(const std::string &name);
+    std::string damage_of(const std::string &name, const variable &is) const;
     std::string not_there() const;
     std::string root_folder() const;  // empty for "/"
     std::string state_folder() const; // of a machine that is not live

@@ -23,7 +23,8 @@ struct place {
 
 struct entry : place {
     bool exists = false;
-    std::string error; // why it could not be read
+    std::string error;  // why it could not be read
+    std::string damage; // what is damaged; empty when nothing is
     load_option option;
     decoded_path path;
     std::optional<uint16_t> same = {}; // an option before it
@@ -41,7 +42,7 @@ struct listing {
 // Paths that nobody sees are not decoded: `paths` is null then.
 entry read_entry(firmware &machine, device_paths *paths, const place &where)
 {
-    entry read = {where, true, {}, {}, {}};
+    entry read = {where, true, {}, {}, {}, {}};
     try {
         auto found = machine.find_option(where.number);
         read.exists = found.has_value();
@@ -51,8 +52,12 @@ entry read_entry(firmware &machine, device_paths *paths, const place &where)
         if (paths)
             read.path = paths->decode(read.option.path);
     } catch (const unreadable &reason) {
+        read.exists = !reason.is_gone;
+        if (reason.is_gone)
+            return read;
         warn_of_unreadable(reason);
         read.error = reason.why;
+        read.damage = reason.damage;
     } catch (const failure &reason) {
         warn(printable(reason.what()));
         read.error = reason.what();
@@ -161,6 +166,8 @@ json to_json(const listing &all, const entry &entry)
         fields["error"] = "no such option";
     } else if (!entry.error.empty()) {
         fields["error"] = entry.error;
+        if (!entry.damage.empty())
+            fields["damage"] = entry.damage;
     } else {
         append_members(&fields, as_json(entry.option));
         append_members(&fields, as_json(entry.path));
@@ -191,6 +198,10 @@ void print_as_json(firmware &machine, const listing &all, bool verbose)
 void add_details(const entry &entry, table *rows)
 {
     constexpr size_t indent = 10; // to the options' names
+    if (!entry.damage.empty())
+        rows->below(indent, "damage         " + entry.damage);
+    if (!entry.exists || !entry.error.empty())
+        return;
     rows->below(indent, "attributes     " + attribute_text(entry.option.attributes));
     rows->below(indent, "path           " + hex(entry.option.path));
     for (const auto &row : as_rows(entry.path)) {
@@ -220,7 +231,7 @@ void print_as_text(firmware &machine, const listing &all, bool verbose)
                   : entry.option.active() ? "*"
                                           : "",
                   described(entry), notes(all, entry)});
-        if (verbose && readable)
+        if (verbose)
             add_details(entry, &rows);
     }
     print(order + (rows.empty() ? "no boot options\n" : rows.text()));
