@@ -175,21 +175,13 @@ std::optional<std::string> device_link(std::string_view path)
     return std::nullopt;
 }
 
-// Names one behind the other, for free(3).
-char *in_one_block(const std::vector<std::string> &names)
+// A copy for free(3), with its terminator.
+char *in_block(const std::string &text)
 {
-    std::size_t size = 1;
-    for (const std::string &name : names)
-        size += name.size() + 1;
-    auto *block = static_cast<char *>(malloc(size));
+    auto *block = static_cast<char *>(malloc(text.size() + 1));
     if (block == nullptr)
         throw std::bad_alloc();
-    char *end = block;
-    for (const std::string &name : names) {
-        std::memcpy(end, name.c_str(), name.size() + 1);
-        end += name.size() + 1;
-    }
-    *end = '\0';
+    std::memcpy(block, text.c_str(), text.size() + 1);
     return block;
 }
 
@@ -241,12 +233,13 @@ char *devns_variable_names(int fd)
             bad_descriptor();
             return nullptr;
         }
-        std::vector<std::string> names;
-        if (const int error = machine::place_of(opened->get().kind).list(opened->get(), &names); error != 0) {
+        std::string names; // each with its terminator
+        const auto take = [&names](std::string_view name) { (names += name) += '\0'; };
+        if (const int error = machine::place_of(opened->get().kind).list(opened->get(), take); error != 0) {
             errno = error;
             return nullptr;
         }
-        return in_one_block(names);
+        return in_block(names);
     });
 }
 
