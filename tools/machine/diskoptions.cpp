@@ -42,17 +42,16 @@ std::string found_option::remark() const
 disk_options::disk_options(firmware &machine)
 {
     const one_moment of_many_reads;
+    load_option option;
     for (const uint16_t number : machine.options()) {
-        std::optional<load_option> option;
         try {
-            option = machine.find_option(number);
+            if (!machine.find_option(number, &option))
+                continue;
         } catch (const unreadable &reason) {
             warn_of_unreadable(reason);
             continue;
         }
-        if (!option)
-            continue;
-        for (const byte_view path : paths_of(option->path))
+        for (const byte_view path : paths_of(option.path))
             add(number, path);
     }
 }

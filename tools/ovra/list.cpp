@@ -20,7 +20,8 @@ struct place {
     std::optional<size_t> position; // in BootOrder
 };
 
-struct entry : place {
+struct entry {
+    place where;
     bool exists = false;
     std::string error; // why it could not be read
     load_option option;
@@ -35,26 +36,24 @@ struct listing {
     std::vector<place> places; // in boot order, then the others
 };
 
-// Paths that nobody sees are not decoded: `paths` is null then.
-entry read_entry(firmware &machine, device_paths *paths, const place &where)
+// Paths that nobody sees are not decoded: `paths` is null then. `read` may be another option's before, whose
+// memory it takes over.
+void read_entry(firmware &machine, device_paths *paths, const place &where, entry *read)
 {
-    entry read = {where, true, {}, {}, {}};
+    read->where = where;
+    read->exists = true;
+    read->error.clear();
     try {
-        auto found = machine.find_option(where.number);
-        read.exists = found.has_value();
-        if (!found)
-            return read;
-        read.option = *std::move(found);
-        if (paths)
-            read.path = paths->decode(read.option.path);
+        read->exists = machine.find_option(where.number, &read->option);
+        if (read->exists && paths)
+            read->path = paths->decode(read->option.path);
     } catch (const unreadable &reason) {
         warn_of_unreadable(reason);
-        read.error = reason.why;
+        read->error = reason.why;
     } catch (const failure &reason) {
         warn(printable(reason.what()));
-        read.error = reason.what();
+        read->error = reason.what();
     }
-    return read;
 }
 
 // BootNext and BootCurrent only mark options: the list is worth showing without them.
@@ -96,17 +95,14 @@ listing read_listing(firmware &machine)
 // What is not in BootOrder was found by its name alone, which that of a variable without data may be.
 bool is_shown(const entry &entry)
 {
-    return entry.exists || entry.position;
+    return entry.exists || entry.where.position;
 }
 
-std::string notes(const listing &all, const entry &entry)
+const char *notes(const listing &all, uint16_t number)
 {
-    std::vector<std::string> notes;
-    if (all.current == entry.number)
-        notes.emplace_back("current");
-    if (all.next == entry.number)
-        notes.emplace_back("next");
-    return join(notes, ", ");
+    if (all.current == number)
+        return all.next == number ? "current, next" : "current";
+    return all.next == number ? "next" : "";
 }
 
 std::string described(const entry &entry)
@@ -114,26 +110,24 @@ std::string described(const entry &entry)
     if (!entry.exists)
         return "(no such option)";
     if (!entry.error.empty())
-        return format("(%s)", printable(entry.error).c_str());
+        return '(' + printable(entry.error) + ')';
     return printable(entry.option.description);
 }
 
-json to_json(const listing &all, const entry &entry)
+void put_members(json_members &to, const listing &all, const entry &entry)
 {
-    json fields;
-    fields["option"] = option_name(entry.number);
-    fields["position"] = entry.position ? json(*entry.position) : json(nullptr);
-    fields["current"] = all.current == entry.number;
-    fields["next"] = all.next == entry.number;
+    to.member("option", ovra::option_name(entry.where.number).view());
+    to.member("position", entry.where.position);
+    to.member("current", all.current == entry.where.number);
+    to.member("next", all.next == entry.where.number);
     if (!entry.exists) {
-        fields["error"] = "no such option";
+        to.member("error", std::string_view("no such option"));
     } else if (!entry.error.empty()) {
-        fields["error"] = entry.error;
+        to.member("error", entry.error);
     } else {
-        append_members(&fields, as_json(entry.option));
-        append_members(&fields, as_json(entry.path));
+        put_members(to, entry.option);
+        put_members(to, entry.path);
     }
-    return fields;
 }
 
 void print_as_json(firmware &machine, const listing &all)
@@ -143,10 +137,11 @@ void print_as_json(firmware &machine, const listing &all)
                         {"order", !all.order_problem.empty() ? json(nullptr) : option_names(all.order)}},
                        "options");
     device_paths paths;
+    entry entry;
     for (const place &where : all.places) {
-        const entry entry = read_entry(machine, &paths, where);
+        read_entry(machine, &paths, where, &entry);
         if (is_shown(entry))
-            document.add(to_json(all, entry));
+            document.add([&](json_members &to) { put_members(to, all, entry); });
     }
     document.end();
 }
@@ -170,18 +165,18 @@ void print_as_text(firmware &machine, const listing &all, bool verbose)
     const std::string order = all.order_problem.empty() ? "" : printable(all.order_problem) + '\n';
     table rows;
     device_paths paths;
+    entry entry;
     for (const place &where : all.places) {
-        const entry entry = read_entry(machine, verbose ? &paths : nullptr, where);
+        read_entry(machine, verbose ? &paths : nullptr, where, &entry);
         if (!is_shown(entry))
             continue;
         if (rows.empty())
             rows.row({"Position", "Option", "Active", "Description", ""});
         const bool readable = entry.exists && entry.error.empty();
-        rows.row({entry.position ? std::to_string(*entry.position) : "-", option_name(entry.number),
-                  !readable               ? "?"
-                  : entry.option.active() ? "*"
-                                          : "",
-                  described(entry), notes(all, entry)});
+        const char *active = !readable ? "?" : entry.option.active() ? "*" : "";
+        const std::string position = where.position ? std::to_string(*where.position) : "-";
+        rows.row({position, ovra::option_name(where.number).view(), active, described(entry),
+                  notes(all, where.number)});
         if (verbose && readable)
             add_details(entry, &rows);
     }

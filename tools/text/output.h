@@ -3,19 +3,17 @@
 #ifndef OVRA_TOOLS_OUTPUT_H
 #define OVRA_TOOLS_OUTPUT_H
 
+#include <functional>
 #include <initializer_list>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
+#include "tools/text/jsontext.h"
 #include "tools/text/loadoption.h"
 
 namespace tool {
-
-using json = nlohmann::ordered_json; // members in the order in which they are written here
 
 // Writes to standard output; throws a failure when not all of it could be written.
 void print(std::string_view text);
@@ -25,7 +23,7 @@ void print_json(const json &document);
 class json_list {
 public:
     json_list(const json &members, const std::string &key);
-    void add(const json &entry);
+    void add(const std::function<void(json_members &)> &put);
     void end();
 
 private:
@@ -51,11 +49,17 @@ public:
     std::string text() const;
 
 private:
+    void add_cell(std::string_view text);
+
     // The lines one behind the other, without ends: a table may be long. A line below a row is one cell.
-    std::string cells;
-    std::vector<size_t> cell_ends;
+    std::string content;
+    struct cell {
+        size_t end = 0; // in content
+        size_t columns = 0;
+    };
+    std::vector<cell> cells;
     struct line {
-        size_t cells_end = 0; // in cell_ends
+        size_t cells_end = 0; // in cells
         bool is_row = true;
     };
     std::vector<line> lines;
@@ -64,9 +68,7 @@ private:
 
 // A load option's fields.
 json as_json(const load_option &option);
-
-// Puts the members of one object behind those of another, which has none of these names.
-void append_members(json *object, json more);
+void put_members(json_members &to, const load_option &option);
 
 // "Boot001F", or null.
 json as_json(std::optional<uint16_t> option);

@@ -106,6 +106,28 @@ std::string to_utf8(std::span<const CHAR16> text)
     return utf8;
 }
 
+bool assign_utf8(byte_view units, std::string *utf8)
+{
+    utf8->resize(ovra::unit_count(units));
+    size_t at = 0;
+    for (; at < utf8->size(); ++at) {
+        const uint16_t unit = ovra::unit_at(units, at);
+        if (unit == 0 || unit >= 0x80)
+            break;
+        (*utf8)[at] = static_cast<char>(unit);
+    }
+    utf8->resize(at);
+    for (; at < ovra::unit_count(units); ++at) {
+        const uint16_t unit = ovra::unit_at(units, at);
+        if (ovra::is_surrogate(unit))
+            return false;
+        if (unit == 0)
+            break;
+        *utf8 += ovra::utf8_character(unit).view();
+    }
+    return true;
+}
+
 std::optional<std::string> as_text(byte_view data)
 {
     if (data.empty())
