@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
@@ -175,15 +176,36 @@ std::optional<std::string> device_link(std::string_view path)
     return std::nullopt;
 }
 
-// A copy for free(3), with its terminator.
-char *in_block(const std::string &text)
-{
-    auto *block = static_cast<char *>(malloc(text.size() + 1));
-    if (block == nullptr)
-        throw std::bad_alloc();
-    std::memcpy(block, text.c_str(), text.size() + 1);
-    return block;
-}
+// Names one behind the other, in a block for free(3), which the system can often make larger without a copy.
+class name_block {
+public:
+    name_block() = default;
+    name_block(const name_block &) = delete;
+    name_block &operator=(const name_block &) = delete;
+    ~name_block() { free(block); }
+
+    // With its terminator.
+    void add(std::string_view name)
+    {
+        if (room - size <= name.size()) {
+            const std::size_t more = 2 * (room + name.size()) + 4096;
+            auto *larger = static_cast<char *>(realloc(block, more));
+            if (larger == nullptr)
+                throw std::bad_alloc();
+            block = larger;
+            room = more;
+        }
+        size += name.copy(block + size, name.size());
+        block[size++] = '\0';
+    }
+
+    char *release() { return std::exchange(block, nullptr); }
+
+private:
+    char *block = nullptr;
+    std::size_t size = 0;
+    std::size_t room = 0;
+};
 
 } // namespace
 
@@ -233,13 +255,14 @@ char *devns_variable_names(int fd)
             bad_descriptor();
             return nullptr;
         }
-        std::string names; // each with its terminator
-        const auto take = [&names](std::string_view name) { (names += name) += '\0'; };
+        name_block names;
+        const auto take = [&names](std::string_view name) { names.add(name); };
         if (const int error = machine::place_of(opened->get().kind).list(opened->get(), take); error != 0) {
             errno = error;
             return nullptr;
         }
-        return in_block(names);
+        names.add({}); // the end
+        return names.release();
     });
 }
 

@@ -70,7 +70,12 @@ std::optional<std::string> file_name_of(name_view name, const EFI_GUID &guid)
         name = name.subspan(next.size);
     }
     text.push_back('-');
-    text.append(ovra::guid_text(guid, ovra::letters::lower).view());
+    // Who reads many variables reads those of boot options.
+    constexpr ovra::guid_text global(ovra::global_variable_guid, ovra::letters::lower);
+    if (ovra::same_guid(guid, ovra::global_variable_guid))
+        text.append(global.view());
+    else
+        text.append(ovra::guid_text(guid, ovra::letters::lower).view());
     if (text.size() > NAME_MAX)
         return std::nullopt;
     return text;

@@ -95,8 +95,9 @@ TEST(utf8, of_a_variable_is_that_of_its_units)
             stored.push_back('x'); // half a unit
         std::string text = "what was there";
         ASSERT_EQ(tool::assign_utf8(stored, &text), whole);
-        if (whole)
+        if (whole) {
             ASSERT_EQ(text, tool::to_utf8(units));
+        }
     }
 }
 

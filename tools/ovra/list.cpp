@@ -17,7 +17,7 @@ namespace {
 // What is shown of one option: at first where, then what it holds.
 struct place {
     uint16_t number = 0;
-    std::optional<size_t> position; // in BootOrder
+    std::optional<uint32_t> position; // in BootOrder
 };
 
 struct entry {
@@ -78,7 +78,8 @@ listing read_listing(firmware &machine)
         all.order_problem = reason.what() + ("; " + reason.advice);
     }
     std::vector<bool> listed(UINT16_MAX + 1);
-    for (size_t position = 0; position < all.order.size(); ++position) {
+    all.places.reserve(all.order.size());
+    for (uint32_t position = 0; position < all.order.size(); ++position) {
         const uint16_t number = all.order[position];
         if (listed[number])
             continue;
@@ -162,7 +163,6 @@ void add_details(const entry &entry, table *rows)
 
 void print_as_text(firmware &machine, const listing &all, bool verbose)
 {
-    const std::string order = all.order_problem.empty() ? "" : printable(all.order_problem) + '\n';
     table rows;
     device_paths paths;
     entry entry;
@@ -180,7 +180,11 @@ void print_as_text(firmware &machine, const listing &all, bool verbose)
         if (verbose && readable)
             add_details(entry, &rows);
     }
-    print(order + (rows.empty() ? "no boot options\n" : rows.text()));
+    if (!all.order_problem.empty())
+        print(printable(all.order_problem) + '\n');
+    if (rows.empty())
+        print("no boot options\n");
+    rows.print();
 }
 
 class list_verb : public verb {

@@ -33,9 +33,7 @@ void append_json(std::string_view text, std::string *to)
 {
     const auto lacks = [text](char c) { return text.find(c) == std::string_view::npos; };
     if (is_plain(text) && lacks('"') && lacks('\\')) {
-        *to += '"';
-        *to += text;
-        *to += '"';
+        to->append(1, '"').append(text).append(1, '"');
     } else {
         *to += escaped_in_json(dumped(text));
     }
@@ -61,19 +59,6 @@ void append_json(const json &value, size_t indent, std::string *to)
     } else {
         *to += dumped(value);
     }
-}
-
-void json_members::member(const char *name, std::string_view text)
-{
-    append_json(text, &begin(name));
-}
-
-std::string &json_members::begin(const char *name)
-{
-    *to += is_first ? "" : ",";
-    is_first = false;
-    end_line(indent) += '"';
-    return (*to += name) += "\": ";
 }
 
 } // namespace tool

@@ -55,13 +55,17 @@ private:
 class json_members {
 public:
     // `depth` blanks stand in front of the object's line.
-    json_members(std::string *text, size_t depth) : to(text), indent(depth + 2) { *to += '{'; }
+    json_members(std::string *text, size_t depth)
+        : to(text), indent(depth + 2), before(",\n" + std::string(indent, ' ') + '"')
+    {
+        *to += '{';
+    }
     json_members(const json_members &) = delete;
     json_members &operator=(const json_members &) = delete;
     // To be called once, after the last member.
     void end() { end_line(indent - 2) += '}'; }
 
-    void member(const char *name, std::string_view text);
+    void member(const char *name, std::string_view text) { append_json(text, &begin(name)); }
     void member(const char *name, const std::string &text) { member(name, std::string_view(text)); }
     void member(const char *name, std::nullptr_t) { begin(name) += "null"; }
     template <std::same_as<bool> truth>
@@ -102,11 +106,17 @@ public:
 
 private:
     // What stands in front of a member's value.
-    std::string &begin(const char *name);
+    std::string &begin(std::string_view name)
+    {
+        to->append(before, is_first ? 1 : 0);
+        is_first = false;
+        return to->append(name).append("\": ", 3);
+    }
     std::string &end_line(size_t blanks) { return (*to += '\n').append(blanks, ' '); }
 
     std::string *to;
     size_t indent;
+    std::string before; // a member; the first one has no comma
     bool is_first = true;
 };
 

@@ -12,6 +12,12 @@
 
 namespace tool {
 
+namespace {
+
+constexpr size_t part_size = 1u << 16; // of a long text: what is kept, or written, together
+
+} // namespace
+
 void print(std::string_view text)
 {
     while (!text.empty()) {
@@ -42,14 +48,13 @@ json_list::json_list(const json &members, const std::string &key)
 
 void json_list::add(const std::function<void(json_members &)> &put)
 {
-    constexpr size_t much = 1u << 16;
     constexpr size_t indent = 4;
     pending += empty ? "\n    " : ",\n    ";
     empty = false;
     json_members entry(&pending, indent);
     put(entry);
     entry.end();
-    if (pending.size() > much) {
+    if (pending.size() > part_size) {
         print(pending);
         pending.clear();
     }
@@ -70,51 +75,71 @@ void warn(const std::string &what, const std::string &advice)
         fprintf(stderr, "  %s\n", broken(advice, 2).c_str());
 }
 
-void table::add_cell(std::string_view text)
+void table::add_cell(std::string_view text, size_t wide)
 {
-    content += text;
-    cells.push_back({content.size(), columns(text)});
+    if (content.empty() || content.back().capacity() - content.back().size() < text.size()) {
+        content.emplace_back();
+        content.back().reserve(std::max(part_size, text.size()));
+    }
+    content.back() += text;
+    cells.push_back({static_cast<uint32_t>(text.size()), static_cast<uint32_t>(wide)});
 }
 
 void table::row(std::span<const std::string_view> texts)
 {
     widths.resize(std::max(widths.size(), texts.size()));
     for (size_t at = 0; at < texts.size(); ++at) {
-        add_cell(texts[at]);
-        widths[at] = std::max(widths[at], cells.back().columns);
+        const size_t wide = columns(texts[at]);
+        add_cell(texts[at], wide);
+        widths[at] = std::max(widths[at], wide);
     }
-    lines.push_back({cells.size(), true});
+    lines.push_back({static_cast<uint32_t>(texts.size()), true});
 }
 
 void table::below(size_t spaces, const std::string &text)
 {
-    content.append(spaces, ' ').append(text);
-    cells.push_back({content.size(), 0});
-    lines.push_back({cells.size(), false});
+    add_cell(std::string(spaces, ' ') + text, 0);
+    lines.push_back({1, false});
+}
+
+void table::write(const std::function<void(std::string_view)> &take) const
+{
+    constexpr size_t between = 2;
+    std::string part;
+    auto next = cells.begin();
+    auto block = content.begin();
+    size_t at = 0; // in the block
+    for (const line &each : lines) {
+        for (size_t column = 0; column < each.cells; ++column, ++next) {
+            if (block->size() - at < next->size) {
+                ++block;
+                at = 0;
+            }
+            part.append(*block, at, next->size);
+            at += next->size;
+            if (each.is_row)
+                part.append(widths[column] - next->columns + between, ' ');
+        }
+        part.erase(part.find_last_not_of(' ') + 1);
+        part += '\n';
+        if (part.size() > part_size) {
+            take(part);
+            part.clear();
+        }
+    }
+    take(part);
 }
 
 std::string table::text() const
 {
-    constexpr size_t between = 2;
-    size_t width = 1; // with the line's end
-    for (const size_t each : widths)
-        width += each + between;
     std::string all;
-    all.reserve(content.size() + lines.size() * width);
-    size_t at = 0;    // in content
-    size_t index = 0; // in cells
-    for (const line &each : lines) {
-        for (size_t column = 0; index < each.cells_end; ++column, ++index) {
-            const auto [end, columns_taken] = cells[index];
-            all.append(content, at, end - at);
-            at = end;
-            if (each.is_row)
-                all.append(widths[column] - columns_taken + between, ' ');
-        }
-        all.erase(all.find_last_not_of(' ') + 1);
-        all += '\n';
-    }
+    write([&all](std::string_view part) { all += part; });
     return all;
+}
+
+void table::print() const
+{
+    write([](std::string_view part) { tool::print(part); });
 }
 
 namespace {

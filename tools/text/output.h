@@ -3,6 +3,8 @@
 #ifndef OVRA_TOOLS_OUTPUT_H
 #define OVRA_TOOLS_OUTPUT_H
 
+#include <cstdint>
+#include <deque>
 #include <functional>
 #include <initializer_list>
 #include <span>
@@ -47,22 +49,28 @@ public:
     void below(size_t spaces, const std::string &text);
     bool empty() const { return lines.empty(); }
     std::string text() const;
+    // The same to standard output, as it is made.
+    void print() const;
 
 private:
-    void add_cell(std::string_view text);
+    void add_cell(std::string_view text, size_t wide);
+    // In parts of some lines.
+    void write(const std::function<void(std::string_view)> &take) const;
 
-    // The lines one behind the other, without ends: a table may be long. A line below a row is one cell.
-    std::string content;
+    // The lines one behind the other, without ends. A line below a row is one cell. A table may be long, and
+    // memory that has never been used takes the system longer to give than a row takes to be made: nothing
+    // is moved when it grows, and no cell has a gigabyte.
+    std::deque<std::string> content;
     struct cell {
-        size_t end = 0; // in content
-        size_t columns = 0;
+        uint32_t size = 0; // in content
+        uint32_t columns = 0;
     };
-    std::vector<cell> cells;
+    std::deque<cell> cells;
     struct line {
-        size_t cells_end = 0; // in cells
+        uint32_t cells = 0;
         bool is_row = true;
     };
-    std::vector<line> lines;
+    std::deque<line> lines;
     std::vector<size_t> widths;
 };
 
