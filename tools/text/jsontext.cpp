@@ -28,15 +28,35 @@ void append_members_of(const json &value, size_t indent, std::string *to, append
 
 } // namespace
 
-// Nearly all texts stand in JSON as they are, and looking at each byte is most of what the library does.
-void append_json(std::string_view text, std::string *to)
+namespace {
+
+// Of ASCII that shows JSON escapes two characters.
+void append_plain(std::string_view text, std::string *to)
 {
     const auto lacks = [text](char c) { return text.find(c) == std::string_view::npos; };
-    if (is_plain(text) && lacks('"') && lacks('\\')) {
-        to->append(1, '"').append(text).append(1, '"');
-    } else {
-        *to += escaped_in_json(dumped(text));
+    if (lacks('"') && lacks('\\')) {
+        *to += text;
+        return;
     }
+    for (const char c : text) {
+        if (c == '"' || c == '\\')
+            *to += '\\';
+        *to += c;
+    }
+}
+
+} // namespace
+
+void append_json(std::string_view text, std::string *to)
+{
+    // As nearly all texts are. The library looks at each byte, and asks for the locale.
+    if (!is_plain(text)) {
+        *to += escaped_in_json(dumped(text));
+        return;
+    }
+    *to += '"';
+    append_plain(text, to);
+    *to += '"';
 }
 
 void append_json(const json &value, size_t indent, std::string *to)
