@@ -152,7 +152,7 @@ void put_fields(object &to, const load_option &option)
     to.member("attributes", option.attributes);
     to.member("path", hex(option.path));
     to.member("optional_data", hex(option.optional_data));
-    to.member("optional_data_text", as_text(option.optional_data));
+    to.member("optional_data_text", tool::as_text(option.optional_data));
 }
 
 } // namespace
