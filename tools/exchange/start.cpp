@@ -18,7 +18,7 @@ namespace tool {
 
 namespace {
 
-struct candidate {
+struct boot_candidate {
     uint16_t number = 0;
     bool by_next = false;
     std::string passed_over; // why; empty for the one that starts
@@ -40,7 +40,7 @@ bool leads_to_a_partition(byte_view path)
 
 // Firmware looks for the partition of a path; without it the option starts nothing. An option of another kind
 // is taken to start. What is damaged starts nothing.
-std::string why_passed_over(firmware &machine, const candidate &tried)
+std::string why_passed_over(firmware &machine, const boot_candidate &tried)
 {
     if (!machine.option_exists(tried.number))
         return "there is no such option";
@@ -55,11 +55,11 @@ std::string why_passed_over(firmware &machine, const candidate &tried)
     return "";
 }
 
-std::vector<candidate> tried_options(firmware &machine)
+std::vector<boot_candidate> tried_options(firmware &machine)
 {
-    std::vector<candidate> tried;
+    std::vector<boot_candidate> tried;
     const auto starts = [&](uint16_t number, bool by_next) {
-        candidate next = {number, by_next, {}};
+        boot_candidate next = {number, by_next, {}};
         next.passed_over = why_passed_over(machine, next);
         tried.push_back(next);
         return next.passed_over.empty();
@@ -77,19 +77,19 @@ std::vector<candidate> tried_options(firmware &machine)
     return tried;
 }
 
-std::string told(const std::vector<candidate> &tried)
+std::string told(const std::vector<boot_candidate> &tried)
 {
     std::string text;
-    for (const candidate &each : tried)
+    for (const boot_candidate &each : tried)
         text += (each.by_next ? "BootNext   " : "BootOrder  ") + option_name(each.number) + "  " +
                 (each.passed_over.empty() ? "starts" : each.passed_over) + '\n';
     return text;
 }
 
-json json_of(const std::vector<candidate> &tried)
+json json_of(const std::vector<boot_candidate> &tried)
 {
     json list = json::array();
-    for (const candidate &each : tried)
+    for (const boot_candidate &each : tried)
         list.push_back({{"option", option_name(each.number)},
                         {"by", each.by_next ? "BootNext" : "BootOrder"},
                         {"passed_over", each.passed_over.empty() ? json(nullptr) : json(each.passed_over)}});
@@ -137,7 +137,7 @@ private:
 
 void play_start(firmware &machine, const general_options &general)
 {
-    const std::vector<candidate> tried = tried_options(machine);
+    const std::vector<boot_candidate> tried = tried_options(machine);
     const bool any = !tried.empty() && tried.back().passed_over.empty();
     const std::optional<uint16_t> chosen = any ? std::optional(tried.back().number) : std::nullopt;
     const start next(machine, chosen);

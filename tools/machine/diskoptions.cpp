@@ -38,14 +38,28 @@ std::string found_option::remark() const
     return remark_on(other_extent, doubt);
 }
 
-disk_options::disk_options(firmware &machine)
+bool disk_options::interest::has(const std::string &identity) const
+{
+    return !marks || std::find(identities.begin(), identities.end(), identity) != identities.end();
+}
+
+bool disk_options::interest::has_hardware(byte_view nodes) const
+{
+    return !marks || begins_with_any(nodes, marks->hardware);
+}
+
+disk_options::disk_options(firmware &machine, const drive_marks *only)
 {
     const one_moment of_many_reads;
     std::vector<std::string> damaged;
+    interest kept = {only, {}};
+    for (size_t at = 0; only && at < only->hard_drives.size(); ++at)
+        kept.identities.push_back(identity_of(only->hard_drives[at]));
+    load_option option;
     for (const uint16_t number : machine.options()) {
-        std::optional<load_option> option;
         try {
-            option = machine.find_option(number);
+            if (!machine.find_option(number, &option))
+                continue;
         } catch (const unreadable &reason) {
             if (!reason.damage.empty())
                 damaged.push_back(option_name(number));
@@ -53,23 +67,24 @@ disk_options::disk_options(firmware &machine)
                 warn_of_unreadable(reason);
             continue;
         }
-        if (!option)
-            continue;
-        for (const byte_view path : paths_of(option->path))
-            add(number, path);
+        for (const byte_view path : paths_of(option.path))
+            add(number, path, kept);
     }
     if (!damaged.empty())
         warn(join(damaged, ", ") + (damaged.size() == 1 ? " is damaged" : " are damaged"),
              "To which disks this leads is not known; 'ovra list -v' says what is damaged.");
 }
 
-void disk_options::add(uint16_t number, byte_view path)
+void disk_options::add(uint16_t number, byte_view path, const interest &kept)
 {
-    if (const hard_drive_place place = hard_drive_in(path); !place.node.empty())
-        by_identity[identity_of(place.node)].push_back(
-            {number, {place.node.begin(), place.node.end()}, way_of(place.before)});
+    if (const hard_drive_place place = hard_drive_in(path); !place.node.empty()) {
+        const std::string identity = identity_of(place.node);
+        if (kept.has(identity))
+            by_identity[identity].push_back(
+                {number, {place.node.begin(), place.node.end()}, way_of(place.before)});
+    }
     const byte_view nodes = first_instance_of(path);
-    if (!nodes.empty() && nodes[0] != UEFI_MEDIA)
+    if (!nodes.empty() && nodes[0] != UEFI_MEDIA && kept.has_hardware(nodes))
         beginnings.push_back({number, {nodes.begin(), nodes.end()}});
 }
 

@@ -27,8 +27,9 @@ struct found_option {
 // The options of a machine by what their paths begin with: each of the paths that an option holds counts.
 class disk_options {
 public:
-    // Options that cannot be read are named on standard error, as each may be one of a disk.
-    explicit disk_options(firmware &machine);
+    // Options that cannot be read are named on standard error, as each may be one of a disk. Who asks for one
+    // drive or volume alone says so by its marks: only options that have one of these are kept then.
+    explicit disk_options(firmware &machine, const drive_marks *only = nullptr);
 
     // Those whose path names a hard-drive node first that firmware takes for this one, the node of a slice or
     // partition of a drive. The hardware in front of it must not lead to another drive.
@@ -45,7 +46,15 @@ private:
         const drives_by_hardware::way *led_by = nullptr; // null: nothing stands in front of the node
     };
 
-    void add(uint16_t number, byte_view path);
+    // What is kept: everything without marks.
+    struct interest {
+        const drive_marks *marks = nullptr;
+        std::vector<std::string> identities; // of the marks' hard-drive nodes
+
+        bool has(const std::string &identity) const;
+        bool has_hardware(byte_view nodes) const;
+    };
+    void add(uint16_t number, byte_view path, const interest &kept);
     const drives_by_hardware::way *way_of(byte_view nodes);
     void add_hardware(const drive_marks &marks, std::vector<found_option> *found) const;
     void add_volumes(const drive_marks &marks, std::vector<found_option> *found) const;

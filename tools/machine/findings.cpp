@@ -20,7 +20,7 @@ constexpr uint64_t nearly_full = 8192;
 
 class look {
 public:
-    explicit look(firmware &looked_at) : machine(looked_at), seen(looked_at) {}
+    explicit look(firmware &looked_at) : machine(looked_at) {}
 
     findings run();
 

@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -89,7 +90,9 @@ public:
 
     // Load options. Those that have a name, ascending: whether one is there is told by reading it.
     std::vector<uint16_t> options();
-    std::optional<load_option> find_option(uint16_t number); // nothing without it; throws `unreadable`
+    // Reads one; false without it. What `found` had is lost, but not its memory: who reads many gives the
+    // same one. Throws `unreadable`.
+    bool find_option(uint16_t number, load_option *found);
     bool option_exists(uint16_t number);
     void require_option(uint16_t number);
     void require_sound_option(uint16_t number); // one that is damaged is refused as well
@@ -138,8 +141,15 @@ private:
     using taking = std::function<void(const variable_id &)>;
     void visit_variables(const std::function<void()> &begin, const taking &take);
     bool walk(bool may_end_early, const taking &take); // false when it ended early, else that is thrown
+    // Reads a variable, whose name is terminated, into `buffer`. The data stays there until the next reading.
+    struct buffered {
+        EFI_STATUS status = EFI_SUCCESS; // with any other `error` has its errno, and the rest is empty
+        uint32_t attributes = 0;
+        byte_view data;
+    };
+    buffered read_to_buffer(std::span<CHAR16> name, EFI_GUID guid);
     // An option as only the library reads it.
-    load_option library_option(const std::string &name);
+    void read_by_library(const std::string &name, load_option *option);
     // Throws unless a request to read something succeeded.
     void check(const std::string &what, EFI_STATUS status);
     void require_read(const std::string &name, const variable &read, const std::string &when_damaged = {});
