@@ -60,7 +60,9 @@ LAYERS = {
                             "the boot variables as a whole, as text and as a plan of writes"),
     "tools/command": Layer(("tools/paste", "tools/machine", "tools/text", "src/base"), TYPES, ANY,
                            "what several verbs take: options of the command line with their values"),
-    "tools/ovra": Layer(("tools/command", "tools/exchange", "tools/layout", "tools/paste", "tools/machine", "tools/text",
+    "tools/completion": Layer(("tools/command", "tools/machine", "tools/text", "src/base"), TYPES, ANY,
+                              "what may stand at the cursor of a shell, from what the verbs declare"),
+    "tools/ovra": Layer(("tools/command", "tools/completion", "tools/exchange", "tools/layout", "tools/paste", "tools/machine", "tools/text",
                          "platform/include", "src/base"), WHOLE, ANY, "the verbs"),
 }
 
