@@ -162,6 +162,9 @@ std::optional<std::string> bash_text(const std::string &word, const bash_line &l
         text += quoted(rest.substr(0, size), line.quote);
         rest.remove_prefix(size);
     }
+    // Bash closes the quote too, but not behind another one.
+    if (line.quote != 0)
+        text += line.quote;
     return text;
 }
 

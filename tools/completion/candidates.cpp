@@ -205,7 +205,8 @@ void add_disks(completion *of)
         add(drive.name, drive.kernel_name, "disk of " + size_text(drive.blocks * drive.block_size));
         for (const volume &volume : drive.volumes) {
             const std::string size = size_text(volume.size * drive.block_size);
-            add(volume.name, volume.kernel_name, size);
+            if (volume.kernel_name != drive.kernel_name)
+                add(volume.name, volume.kernel_name, size);
             if (by_guid && volume.is_slice)
                 add_to(of, "PARTUUID=" + guid_text(volume.guid), volume.kernel_name + ", " + size);
         }
