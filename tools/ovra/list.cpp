@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 
 #include "src/base/ascii.h"
+#include "tools/command/arguments.h"
 #include "tools/machine/contents.h"
 #include "tools/machine/devicepaths.h"
 #include "tools/machine/health.h"
@@ -233,6 +234,7 @@ public:
     {
         app.add_flag("-v,--verbose", verbose,
                      "also paths, attributes, optional data, and which partitions are gone");
+        add_example(app, "ovra list -v");
     }
 
     void run(const general_options &general) override
