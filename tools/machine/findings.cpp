@@ -16,7 +16,7 @@ namespace tool {
 namespace {
 
 // Below it Linux soon refuses to write: it keeps 5 KiB of the store free.
-constexpr uint64_t nearly_full = 8 * 1024;
+constexpr uint64_t nearly_full = 8192;
 
 class look {
 public:

@@ -2,8 +2,8 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/command/arguments.h"
+#include "tools/command/verb.h"
 #include "tools/machine/named.h"
-#include "tools/ovra/verb.h"
 
 namespace tool {
 

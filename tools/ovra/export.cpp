@@ -2,9 +2,9 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/command/arguments.h"
+#include "tools/command/verb.h"
 #include "tools/exchange/boottext.h"
 #include "tools/exchange/outfile.h"
-#include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 #include "tools/text/output.h"
@@ -40,7 +40,8 @@ public:
         device_paths paths;
         const boot_store store = read_boot_store(machine);
         for (const auto &[name, why] : store.unread)
-            warn(name + " is " + why + ": its contents are not in the text", "An import leaves it as it is.");
+            warn(std::string(name).append(" is ").append(why).append(": its contents are not in the text"),
+                 "An import leaves it as it is.");
         const std::string text = boot_text(store, marks_of(store), paths);
         json document = to_json(store);
         if (!file) {

@@ -18,10 +18,10 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/command/arguments.h"
+#include "tools/command/commandline.h"
+#include "tools/command/verb.h"
 #include "tools/completion/bashline.h"
 #include "tools/completion/candidates.h"
-#include "tools/ovra/commandline.h"
-#include "tools/ovra/verb.h"
 #include "tools/text/complaint.h"
 #include "tools/text/output.h"
 
