@@ -21,7 +21,7 @@
 #include "tools/command/commandline.h"
 #include "tools/command/verb.h"
 #include "tools/completion/bashline.h"
-#include "tools/completion/candidates.h"
+#include "tools/completion/suggestions.h"
 #include "tools/text/complaint.h"
 #include "tools/text/output.h"
 
@@ -140,9 +140,9 @@ int run(int argc, char **argv)
     return EXIT_SUCCESS;
 }
 
-std::vector<tool::candidate> all_verbs()
+std::vector<tool::suggestion> all_verbs()
 {
-    std::vector<tool::candidate> all;
+    std::vector<tool::suggestion> all;
     for (const auto &[name, make] : tool::known_verbs())
         all.push_back({name, make()->summary()});
     return all;
@@ -178,7 +178,7 @@ int complete(std::span<char *const> words)
         enter("HWPLAT_VARS", *found.vars, "--vars: cannot find ");
     tool::add_live_names(general.folder(), &found);
     std::string text = found.more + '\0';
-    for (const tool::candidate &each : found.candidates) {
+    for (const tool::suggestion &each : found.suggestions) {
         if (!is_bash)
             text += each.word + '\0' + tool::printable(each.about) + '\0';
         else if (const auto quoted = tool::bash_text(each.word, line))

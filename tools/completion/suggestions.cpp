@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tools/completion/candidates.h"
+#include "tools/completion/suggestions.h"
 
 #include <algorithm>
 #include <span>
@@ -25,7 +25,7 @@ bool begins(const std::string &word, const std::string &begun)
 
 class line {
 public:
-    line(const CLI::App &app, const std::vector<candidate> &verbs) : level(&app), all_verbs(verbs) {}
+    line(const CLI::App &app, const std::vector<suggestion> &verbs) : level(&app), all_verbs(verbs) {}
 
     completion read(std::span<const std::string> words)
     {
@@ -110,7 +110,7 @@ private:
     void add_verbs(const std::string &begun)
     {
         if (!level->get_parent()) {
-            for (const candidate &verb : all_verbs)
+            for (const suggestion &verb : all_verbs)
                 add(verb, begun);
             return;
         }
@@ -144,14 +144,14 @@ private:
             result.value = shown;
     }
 
-    void add(const candidate &each, const std::string &begun)
+    void add(const suggestion &each, const std::string &begun)
     {
         if (begins(each.word, begun))
-            result.candidates.push_back(each);
+            result.suggestions.push_back(each);
     }
 
     const CLI::App *level;
-    const std::vector<candidate> &all_verbs;
+    const std::vector<suggestion> &all_verbs;
     completion result;
     const CLI::Option *awaiting = nullptr; // its value comes next
     std::vector<const CLI::Option *> used;
@@ -162,7 +162,7 @@ private:
 void add_to(completion *of, const std::string &word, const std::string &about)
 {
     if (begins(word, of->begun))
-        of->candidates.push_back({of->before + word, about});
+        of->suggestions.push_back({of->before + word, about});
 }
 
 // A description is a name where no other option has it, and where it is not read as another name.
@@ -215,7 +215,7 @@ void add_disks(completion *of)
 
 } // namespace
 
-completion read_words(const CLI::App &app, const std::vector<candidate> &verbs,
+completion read_words(const CLI::App &app, const std::vector<suggestion> &verbs,
                       const std::vector<std::string> &words)
 {
     return line(app, verbs).read(words);

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 // What may stand at the cursor of a command line, for the completion of shells.
-#ifndef OVRA_TOOLS_CANDIDATES_H
-#define OVRA_TOOLS_CANDIDATES_H
+#ifndef OVRA_TOOLS_SUGGESTIONS_H
+#define OVRA_TOOLS_SUGGESTIONS_H
 
 #include <optional>
 #include <string>
@@ -13,13 +13,13 @@ class App;
 
 namespace tool {
 
-struct candidate {
+struct suggestion {
     std::string word;
     std::string about; // what it is, in a line
 };
 
 struct completion {
-    std::vector<candidate> candidates;
+    std::vector<suggestion> suggestions;
     // "words": nothing else; "files", "folders": also names of these, which the shell knows.
     std::string more = "words";
 
@@ -33,7 +33,7 @@ struct completion {
 
 // The words of a command line behind the command's name; the last is at the cursor. `app` has the verbs that
 // are among the words, `verbs` all.
-completion read_words(const CLI::App &app, const std::vector<candidate> &verbs,
+completion read_words(const CLI::App &app, const std::vector<suggestion> &verbs,
                       const std::vector<std::string> &words);
 
 // Adds what the machine has. Nothing of a machine that cannot be asked.
