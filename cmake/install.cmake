@@ -42,3 +42,10 @@ foreach(page IN LISTS man_pages)
   string(REGEX MATCH "[1-8]$" section ${page})
   install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
 endforeach()
+
+file(GLOB schemas CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/json/*.json)
+install(FILES ${schemas} DESTINATION ${CMAKE_INSTALL_DATADIR}/ovra/json)
+install(FILES tools/completion/ovra.bash RENAME ovra
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+install(FILES tools/completion/_ovra DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+install(FILES tools/completion/ovra.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)

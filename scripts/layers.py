@@ -60,7 +60,10 @@ LAYERS = {
                             "the boot variables as a whole, as text and as a plan of writes"),
     "tools/command": Layer(("tools/paste", "tools/machine", "tools/text", "src/base"), TYPES, ANY,
                            "the command line: what a verb is, and what several take"),
-    "tools/ovra": Layer(("tools/command", "tools/exchange", "tools/layout", "tools/paste", "tools/machine", "tools/text",
+    "tools/completion": Layer(("tools/command", "tools/machine", "tools/text", "src/base"), TYPES, ANY,
+                              "what may stand at the cursor of a shell, from what the verbs declare"),
+    "tools/ovra": Layer(("tools/command", "tools/completion", "tools/exchange", "tools/layout", "tools/paste",
+                         "tools/machine", "tools/text",
                          "platform/include", "src/base"), WHOLE, ANY, "the verbs"),
 }
 

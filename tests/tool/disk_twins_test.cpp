@@ -38,7 +38,10 @@ protected:
     {
         const outcome made =
             run({"create", "--desc", "x", "--disk", disk, "--file", "\\a", "--dry-run", "--json"});
-        return json::parse(made.out)["warnings"];
+        json said = json::array();
+        for (const json &each : json::parse(made.out)["warnings"])
+            said.push_back(each["text"]);
+        return said;
     }
 
     void put_option(const std::string &name, const std::string &nodes) const

@@ -147,7 +147,7 @@ TEST_F(full_form, has_a_warning_where_firmware_may_have_another)
         EXPECT_EQ(made.status, 0) << made.err;
         const json warnings = json::parse(made.out).value("warnings", json::array());
         EXPECT_LE(warnings.size(), 1U);
-        const std::string warning = warnings.empty() ? "" : warnings[0].get<std::string>();
+        const std::string warning = warnings.empty() ? "" : warnings[0]["text"].get<std::string>();
         EXPECT_THAT(whole(made.err), HasSubstr(warning));
         return warning;
     };
@@ -171,7 +171,10 @@ TEST_F(full_form, is_warned_of_like_other_paths)
     const auto warnings_of = [this](const words &more) {
         const outcome made = created(more);
         EXPECT_EQ(made.status, 0) << made.err;
-        return json::parse(made.out).value("warnings", std::vector<std::string>());
+        std::vector<std::string> said;
+        for (const json &each : json::parse(made.out)["warnings"])
+            said.push_back(each["text"]);
+        return said;
     };
     using all = std::vector<std::string>;
     const std::string no_file = "the path names no file on its disk";

@@ -40,7 +40,8 @@ def attempt(tool, machine):
         for words, wanted in (
                 (("--root", root, "exists", "Boot0000"), (0, "yes\n", "")),
                 (("--root", root, "exists", "boot99"), (0, "no\n", "")),
-                (("--root", root, "exists", "0", "--json"), (0, '{\n  "exists": true\n}\n', "")),
+                (("--root", root, "exists", "0", "--json"), (0, '{\n  "format": 1,\n  "exists": true,\n'
+                                                                '  "warnings": []\n}\n', "")),
                 (("exists",), (2, "", "ovra: option is required\n"
                                "  'ovra --help' and 'ovra VERB --help' show what can be given.\n"))):
             got = run(*words)

@@ -185,12 +185,10 @@ bytes path_arguments::pack_text(device_paths &paths, const std::optional<std::st
     return packed.packed;
 }
 
-void warn_of(const std::vector<caution> &cautions, json *document)
+void warn_of(const std::vector<caution> &cautions)
 {
-    for (const auto &[what, advice] : cautions) {
+    for (const auto &[what, advice] : cautions)
         warn(what, advice);
-        (*document)["warnings"].push_back(what);
-    }
 }
 
 // The file that was given, else the one that was named as the disk.
@@ -250,7 +248,7 @@ given_path path_arguments::encode(device_paths &paths, packs what, const general
     given.is_removable = drive.attached.is_removable;
     if (full)
         add_hardware(paths, drive, &given.packed, &cautions);
-    warn_of(cautions, &given.disk);
+    warn_of(cautions);
     return given;
 }
 

@@ -126,13 +126,12 @@ struct disk_argument {
     chosen_disk find(const general_options &general) const;
 };
 
-// Says cautions on standard error, and keeps them for programs under "warnings".
-void warn_of(const std::vector<caution> &cautions, json *document);
+void warn_of(const std::vector<caution> &cautions);
 
 struct given_path {
     bytes packed;
     std::optional<std::string> file = {}; // that was given, or named together with the disk
-    json disk = json::object();           // for programs: which disk was taken, if one was, and "warnings"
+    json disk = json::object();           // for programs: which disk was taken, if one was
     bool is_removable = false;            // the disk's media
 };
 

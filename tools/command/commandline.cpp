@@ -9,6 +9,7 @@
 
 #include "src/base/ascii.h"
 #include "tools/command/verb.h"
+#include "tools/command/words.h"
 #include "tools/text/failure.h"
 #include "tools/text/text.h"
 
@@ -72,24 +73,6 @@ std::vector<std::string> verbs_at(const CLI::App &level)
     }
     throw usage_error("unknown verb '" + prefix + word + "'" +
                       (nearest.empty() ? "" : "; did you mean '" + prefix + nearest + "'?"));
-}
-
-// The option that a word names, of a verb or of those above it.
-const CLI::Option *option_of(const CLI::App *level, const std::string &word)
-{
-    const std::string name = word.substr(0, word.find('='));
-    if (name.size() < 2 || name[0] != '-' || name == "--")
-        return nullptr;
-    for (; level; level = level->get_parent()) {
-        if (const CLI::Option *option = level->get_option_no_throw(name))
-            return option;
-    }
-    return nullptr;
-}
-
-bool takes_value(const CLI::Option &option)
-{
-    return option.get_items_expected_max() != 0;
 }
 
 bool is_negative_number(const std::string &word)

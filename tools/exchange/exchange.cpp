@@ -139,14 +139,20 @@ private:
     void undo(failure *reason)
     {
         std::vector<std::string> stay;
+        const auto stays = [&](const old_value &step, const std::string &why) {
+            const bytes *is = value_in(now, step.name);
+            reason->done.push_back(told(change_of(step.name, is)));
+            stay.push_back(why);
+        };
+        reason->done.clear();
         for (auto step = done.rbegin(); step != done.rend(); ++step) {
             try {
                 machine.change_global(step->name, step->before);
             } catch (const not_changed &second) {
                 if (!second.done_anyway)
-                    stay.push_back(step->name + " is not put back: " + second.what());
+                    stays(*step, step->name + " is not put back: " + second.what());
             } catch (const failure &second) {
-                stay.push_back("Whether " + step->name + " is put back is not known: " + second.what());
+                stays(*step, "Whether " + step->name + " is put back is not known: " + second.what());
             }
         }
         if (stay.empty())

@@ -136,7 +136,7 @@ private:
         entry.update(made.fields);
         if (made.long_fields)
             entry.update(made.long_fields());
-        print(escaped_in_json(entry.dump(-1, ' ', false, json::error_handler_t::replace)) + '\n');
+        print_json_line(entry);
     }
 
     firmware &machine;

@@ -48,6 +48,28 @@ change makes_option(uint16_t number, const load_option &option)
     return made;
 }
 
+told_change told(const change &change)
+{
+    return {change.action, change.variable, change.what};
+}
+
+namespace {
+
+// A failure of `doing` says that it is one of this change.
+template <typename action>
+void naming(const change &change, const action &doing)
+{
+    try {
+        doing();
+    } catch (failure &reason) {
+        if (!reason.failed)
+            reason.failed = told(change);
+        throw;
+    }
+}
+
+} // namespace
+
 void changes::make(change change)
 {
     prepare({change});
@@ -58,12 +80,13 @@ void changes::make(change change)
 void changes::make(change change, const std::function<void()> &apply, const std::function<void()> &check)
 {
     try {
-        dry_run ? check() : apply();
+        naming(change, [&] { dry_run ? check() : apply(); });
     } catch (failure &reason) {
         for (const auto &earlier : made) {
             if (dry_run)
                 break;
             reason.advise("Already done, and not undone: " + earlier.past + ' ' + earlier.what);
+            reason.done.push_back(told(earlier));
         }
         throw;
     }
@@ -78,13 +101,21 @@ void changes::prepare(const std::vector<change> &all)
     firmware::room_taken planned;
     planned.at_once = !dry_run;
     for (const change &change : all)
-        machine.check_change(change.variable, change.contents, &planned);
+        naming(change, [&] { machine.check_change(change.variable, change.contents, &planned); });
 }
 
 void changes::attempt(const change &change)
 {
     if (!dry_run)
-        machine.change_global(change.variable, change.contents);
+        naming(change, [&] {
+            try {
+                machine.change_global(change.variable, change.contents);
+            } catch (not_changed &reason) {
+                if (reason.done_anyway)
+                    reason.done.push_back(told(change));
+                throw;
+            }
+        });
 }
 
 void changes::record(change change)

@@ -9,6 +9,7 @@
 
 #include "tools/machine/firmware.h"
 #include "tools/machine/general.h"
+#include "tools/text/failure.h"
 #include "tools/text/output.h"
 
 namespace tool {
@@ -24,6 +25,9 @@ struct change {
     bool makes = false;                     // it is told what was made, by its name first
     std::function<json()> long_fields = {}; // the rest of the fields, made when somebody asks for them
 };
+
+// What failures tell of it.
+told_change told(const change &change);
 
 // A variable that is written or, without data, deleted; `meaning` is what its data says, for people.
 change writes(const std::string &variable, bytes data, const std::string &meaning,

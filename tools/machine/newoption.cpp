@@ -161,10 +161,17 @@ void make_option(firmware &machine, const new_option &made, const general_option
             changes->attempt(next);
     } catch (not_changed &reason) {
         const bool order_stands = reason.done_anyway && machine.order() == order;
-        const variable now = machine.read_global(option_name(number));
-        const bool option_stands = now.status != before.status || now.data != before.data;
-        if (!general.dry_run && option_stands && !order_stands)
+        const auto option_stands = [&] {
+            const variable now = machine.read_global(option_name(number));
+            return !general.dry_run && (now.status != before.status || now.data != before.data);
+        };
+        if (option_stands() && !order_stands)
             reason.advise(take_back(machine, option_name(number), before));
+        reason.done.clear();
+        if (option_stands())
+            reason.done.push_back(told(all.front()));
+        if (order_stands && !general.dry_run && all.size() > 1)
+            reason.done.push_back(told(all.back()));
         throw;
     }
     for (change &done : all)

@@ -66,6 +66,14 @@ const std::vector<option_lookup::known_option> &option_lookup::options()
     return *known;
 }
 
+std::vector<std::pair<uint16_t, std::string>> option_lookup::descriptions()
+{
+    std::vector<std::pair<uint16_t, std::string>> all;
+    for (const known_option &each : options())
+        all.emplace_back(each.number, each.description);
+    return all;
+}
+
 std::vector<const option_lookup::known_option *> option_lookup::all_with(const match &matches)
 {
     std::vector<const known_option *> found;

@@ -7,6 +7,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/machine/firmware.h"
@@ -26,6 +27,9 @@ public:
     // The only option with this text in a device or file path, without regard to case and the kind of
     // slashes. Throws a failure.
     uint16_t with_path(const std::string &part);
+
+    // The number and the description of each option that is not damaged.
+    std::vector<std::pair<uint16_t, std::string>> descriptions();
 
 private:
     struct known_option {

@@ -112,13 +112,22 @@ void removal::delete_options()
     }
 }
 
+void removal::tell_removed(failure *reason) const
+{
+    for (const uint16_t number : removed)
+        reason->done.push_back(told(deletes(option_name(number))));
+}
+
 // Those that could not be removed get their places back.
 void removal::stop(not_changed reason)
 {
+    reason.done.clear();
+    tell_removed(&reason);
     if (order_is_written) {
         try {
             result.attempt(writes_order(order_without(removed)));
         } catch (const failure &second) {
+            reason.done.push_back(told(writes_order(order_without(options))));
             reason.advise(std::string("BootOrder is without them now; writing it back failed as well: ") +
                           second.what());
         }
@@ -127,6 +136,7 @@ void removal::stop(not_changed reason)
         try {
             result.attempt(writes("BootNext", stored(numbers{*next}), option_name(*next)));
         } catch (const failure &second) {
+            reason.done.push_back(told(deletes("BootNext")));
             reason.advise(std::string("BootNext is deleted; writing it back failed as well: ") +
                           second.what());
         }
@@ -147,17 +157,21 @@ void removal::write_order_after_all()
         try {
             result.attempt(change);
         } catch (not_changed &reason) {
-            if (reason.done_anyway || removed.empty())
+            if (reason.done_anyway || removed.empty()) {
+                tell_removed(&reason);
                 throw;
+            }
             const bool one = options.size() == 1;
             std::string advice =
                 reason.advice + "\nThe firmware skips entries of BootOrder without an option.";
             for (const uint16_t number : options)
                 advice += "\n'ovra order remove " + option_name(number) + "' takes it out.";
-            throw failure(names_of(removed) + (one ? " is" : " are") +
-                              " removed, but BootOrder still names " + (one ? "it" : "them") +
-                              (reason.no_room ? ": no room to write it" : ""),
-                          advice, reason.messages);
+            failure left(names_of(removed) + (one ? " is" : " are") + " removed, but BootOrder still names " +
+                             (one ? "it" : "them") + (reason.no_room ? ": no room to write it" : ""),
+                         advice, reason.messages);
+            left.failed = reason.failed;
+            tell_removed(&left);
+            throw failure(left);
         }
     }
     result.record(change);

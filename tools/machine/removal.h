@@ -36,6 +36,7 @@ private:
     void clear_next();
     void delete_options();
     void write_order_after_all();
+    void tell_removed(failure *reason) const;
     [[noreturn]] void stop(not_changed reason);
 
     firmware &machine;

@@ -95,14 +95,14 @@ load_option create_verb::option_to_make(const general_options &general, changes 
     load_option option;
     option.attributes = inactive ? 0 : LOAD_OPTION_ACTIVE;
     option.description = description.text.value();
-    given_path given = path_to_store(general);
+    const given_path given = path_to_store(general);
     option.path = given.packed;
     check_path(packed ? "--path-hex" : "the path", option.path, force);
     if (!given.disk.contains("disk")) // else it has been said of the disk
-        warn_of(cautions_of_number(option.path), &given.disk);
+        warn_of(cautions_of_number(option.path));
     if (!given.is_removable)
-        warn_of(cautions_of_no_file(option.path), &given.disk);
-    warn_of(cautions_of_network(option.path), &given.disk);
+        warn_of(cautions_of_no_file(option.path));
+    warn_of(cautions_of_network(option.path));
     for (const auto &[name, value] : given.disk.items())
         changes->remark({}, name, value);
     option.optional_data = optional_data.read().value_or(bytes{});

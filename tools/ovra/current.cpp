@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <CLI/CLI.hpp>
 
+#include "tools/command/arguments.h"
 #include "tools/command/verb.h"
 #include "tools/machine/named.h"
 
@@ -11,6 +12,7 @@ namespace {
 class current_verb : public verb {
 public:
     const char *summary() const override { return "the option that was booted"; }
+    void declare(CLI::App &app) override { add_example(app, "ovra current"); }
 
     void run(const general_options &general) override
     {

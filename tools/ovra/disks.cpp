@@ -219,6 +219,7 @@ public:
     {
         add_value(app, "disk", "DISK", "only this disk, or the one that has this slice, partition or file",
                   [this](const std::string &text) { wanted = text; });
+        add_example(app, "ovra disks /dev/sda");
     }
 
     void run(const general_options &general) override

@@ -21,7 +21,7 @@ json to_json(const boot_store &store)
     json unreadable = json::array();
     for (const auto &[name, why] : store.unread)
         unreadable.push_back(name);
-    return {{"format", 1}, {"variables", std::move(variables)}, {"unreadable", std::move(unreadable)}};
+    return {{"variables", std::move(variables)}, {"unreadable", std::move(unreadable)}};
 }
 
 class export_verb : public verb {

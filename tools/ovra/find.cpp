@@ -55,7 +55,11 @@ std::optional<drive> whole_drive(const disk_name &wanted)
 class find_verb : public verb {
 public:
     const char *summary() const override { return "the boot options that boot from a disk"; }
-    void declare(CLI::App &app) override { disk.declare(app, "disk", find_help)->required(); }
+    void declare(CLI::App &app) override
+    {
+        disk.declare(app, "disk", find_help)->required();
+        add_example(app, "ovra find /dev/sda1");
+    }
 
     void run(const general_options &general) override
     {

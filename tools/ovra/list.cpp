@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 
 #include "src/base/ascii.h"
+#include "tools/command/arguments.h"
 #include "tools/command/verb.h"
 #include "tools/machine/contents.h"
 #include "tools/machine/devicepaths.h"
@@ -253,6 +254,7 @@ public:
     {
         app.add_flag("-v,--verbose", verbose,
                      "also paths, attributes, optional data, and which partitions are gone");
+        add_example(app, "ovra list -v");
     }
 
     void run(const general_options &general) override

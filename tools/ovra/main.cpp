@@ -20,7 +20,9 @@
 #include "tools/command/arguments.h"
 #include "tools/command/commandline.h"
 #include "tools/command/verb.h"
-#include "tools/text/failure.h"
+#include "tools/completion/bashline.h"
+#include "tools/completion/suggestions.h"
+#include "tools/text/complaint.h"
 #include "tools/text/output.h"
 
 namespace {
@@ -138,21 +140,62 @@ int run(int argc, char **argv)
     return EXIT_SUCCESS;
 }
 
-void complain(const std::string &what)
+std::vector<tool::suggestion> all_verbs()
 {
-    const std::string name = "ovra: ";
-    fprintf(stderr, "%s%s\n", name.c_str(), tool::broken(tool::printable(what), name.size()).c_str());
+    std::vector<tool::suggestion> all;
+    for (const auto &[name, make] : tool::known_verbs())
+        all.push_back({name, make()->summary()});
+    return all;
 }
 
-std::vector<std::string> printable_lines(const std::string &text)
+// What shells complete, each text ended by a null character. For bash, "__complete bash BREAKS LINE": what
+// the shell may add, and then what it puts at the cursor, quoted. For others, "__complete words WORD...": the
+// same, and then pairs of a word and what it is.
+int complete(std::span<char *const> words)
 {
-    std::vector<std::string> lines;
-    for (size_t begin = 0; begin < text.size();) {
-        const size_t end = std::min(text.find('\n', begin), text.size());
-        lines.push_back(tool::printable(text.substr(begin, end - begin)));
-        begin = end + 1;
+    if (words.size() < (words.front() == std::string_view("bash") ? 3U : 2U))
+        throw tool::usage_error("nothing to complete");
+    const bool is_bash = words.front() == std::string_view("bash");
+    tool::bash_line line;
+    if (is_bash)
+        line = tool::read_bash_line(words[2], words[1]);
+    else
+        line.words.assign(words.begin(), words.end());
+    line.words.erase(line.words.begin()); // the command
+    if (line.words.empty())
+        return EXIT_SUCCESS;
+    tool::general_options general;
+    CLI::App app;
+    declare_general(app, general);
+    std::vector<char *> named;
+    for (std::string &word : line.words)
+        named.push_back(word.data());
+    const std::vector<declared_verb> declared = declare_verbs(app, named);
+    tool::completion found = tool::read_words(app, all_verbs(), line.words);
+    if (found.root)
+        general.root = enter_root(*found.root);
+    if (found.vars)
+        enter("HWPLAT_VARS", *found.vars, "--vars: cannot find ");
+    tool::add_live_names(general.folder(), &found);
+    std::string text = found.more + '\0';
+    for (const tool::suggestion &each : found.suggestions) {
+        if (!is_bash)
+            text += each.word + '\0' + tool::printable(each.about) + '\0';
+        else if (const auto quoted = tool::bash_text(each.word, line))
+            text += *quoted + '\0';
     }
-    return lines;
+    tool::print(text);
+    return EXIT_SUCCESS;
+}
+
+// Asked before the command line is read, which may fail.
+bool asks_for_json(std::span<char *const> words)
+{
+    for (const std::string_view word : words) {
+        if (word == "--json" || word == "--")
+            return word == "--json";
+    }
+    return false;
 }
 
 } // namespace
@@ -160,29 +203,30 @@ std::vector<std::string> printable_lines(const std::string &text)
 int main(int argc, char **argv)
 {
     constexpr int usage_status = 2;
+    const bool as_json = asks_for_json({argv, argv + argc});
     occupy_standard_streams();
     signal(SIGPIPE, SIG_IGN);       // a broken pipe is then an error of the write
     setlocale(LC_CTYPE, "C.UTF-8"); // what variables hold is shown as UTF-8
     try {
+        if (as_json)
+            tool::keep_warnings();
+        if (argc > 2 && argv[1] == std::string_view("__complete"))
+            return complete({argv + 2, argv + argc});
         return run(argc, argv);
     } catch (const tool::usage_error &error) {
-        complain(error.what());
-        fputs("  'ovra --help' and 'ovra VERB --help' show what can be given.\n", stderr);
+        constexpr const char *advice = "'ovra --help' and 'ovra VERB --help' show what can be given.";
+        tool::complain(tool::failure(error.what(), advice), usage_status, as_json);
         return usage_status;
     } catch (const tool::nobody_reads &) {
         // As of a program that the pipe's signal ends: whoever closed it has seen enough.
     } catch (const tool::already_told &) {
         // The exit status says it.
     } catch (const tool::failure &error) {
-        complain(error.what());
-        for (const std::string &line : printable_lines(error.advice))
-            fprintf(stderr, "  %s\n", tool::broken(line, 2).c_str());
-        for (const std::string &line : printable_lines(error.messages))
-            fprintf(stderr, "    %s\n", line.c_str());
+        tool::complain(error, EXIT_FAILURE, as_json);
     } catch (const std::bad_alloc &) {
-        complain("out of memory");
+        tool::complain(tool::failure("out of memory"), EXIT_FAILURE, as_json);
     } catch (const std::exception &error) {
-        complain(error.what());
+        tool::complain(tool::failure(error.what()), EXIT_FAILURE, as_json);
     }
     return EXIT_FAILURE;
 }

@@ -21,6 +21,7 @@ public:
         declare_encode(*app.add_subcommand("encode", "pack a device path that is given as text"));
         declare_decode(*app.add_subcommand("decode", "show a packed device path as text"));
         app.require_subcommand(1);
+        add_example(app, "ovra path encode '/PciRoot(0x0)/Pci(0x1f,0x2)/Sata(0x0,0xffff,0x0)'");
     }
 
     void check() override { path.settle_file(); }

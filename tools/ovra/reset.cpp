@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tools/command/arguments.h"
 #include "tools/command/verb.h"
 #include "tools/machine/changes.h"
 #include "tools/machine/lock.h"
@@ -73,6 +74,7 @@ public:
         cold->excludes(warm)->excludes(off);
         warm->excludes(off);
         app.add_flag("--yes", yes, "do not ask for confirmation");
+        add_example(app, "ovra reset --shutdown --dry-run");
     }
 
     void run(const general_options &general) override;

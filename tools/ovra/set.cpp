@@ -136,8 +136,8 @@ bytes set_verb::changed_path(bytes before, const general_options &general, chang
         return network.encode(path, paths, general);
     if (other_disk.name) {
         const chosen_disk found = other_disk.find(general);
-        json document = found.members();
-        warn_of(cautions_of_disk(found, false, false), &document);
+        warn_of(cautions_of_disk(found, false, false));
+        const json document = found.members();
         for (const auto &[name, value] : document.items())
             changes->remark({}, name, value);
         before = with_hard_drive(before, found.node);

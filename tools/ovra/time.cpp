@@ -169,6 +169,7 @@ public:
                               "set it, to a time as 2026-01-31T12:00:00, followed by Z or +02:00",
                               [this](const std::string &text) { time = parse_time(text); });
         app.add_flag("--clear", clear, "with --wakeup: disable the alarm")->excludes(set);
+        add_example(app, "ovra time --wakeup");
     }
 
     void check() override

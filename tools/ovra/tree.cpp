@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tools/command/arguments.h"
 #include "tools/command/verb.h"
 #include "tools/machine/drives.h"
 #include "tools/machine/sysfs.h"
@@ -79,6 +80,7 @@ void append_text(ht_node_t node, size_t depth, const drives_by_path &drives, tab
 class tree_verb : public verb {
 public:
     const char *summary() const override { return "the device tree"; }
+    void declare(CLI::App &app) override { add_example(app, "ovra tree"); }
 
     void run(const general_options &general) override
     {

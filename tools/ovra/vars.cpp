@@ -99,6 +99,7 @@ public:
         add_value(app, "name", "NAME", "only variables of this name; * and ? stand for any characters",
                   [this](const std::string &text) { filter = text; });
         app.add_flag("-v,--verbose", verbose, "also the data");
+        add_example(app, "ovra vars 'Boot*'");
     }
 
     void run(const general_options &general) override

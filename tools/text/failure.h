@@ -3,11 +3,20 @@
 #ifndef OVRA_TOOLS_FAILURE_H
 #define OVRA_TOOLS_FAILURE_H
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace tool {
+
+// A change of a verb, for programs.
+struct told_change {
+    std::string action;   // "write"
+    std::string variable; // empty when it is not one of a variable
+    std::string text;     // "BootNext: Boot0003"
+};
 
 // What was asked for could not be done: exit status 1.
 struct failure : std::runtime_error {
@@ -22,8 +31,10 @@ struct failure : std::runtime_error {
             advice += (advice.empty() ? "" : "\n") + line;
     }
 
-    std::string advice;   // what to do about it; lines
-    std::string messages; // what libovra wrote meanwhile; lines
+    std::string advice;                // what to do about it; lines
+    std::string messages;              // what libovra wrote meanwhile; lines
+    std::optional<told_change> failed; // the change that could not be made
+    std::vector<told_change> done;     // changes that were made before, and stay
 };
 
 // A variable is there but cannot be made sense of; much can still be done.

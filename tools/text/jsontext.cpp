@@ -26,10 +26,6 @@ void append_members_of(const json &value, size_t indent, std::string *to, append
     to->append(line, 0, indent + 1);
 }
 
-} // namespace
-
-namespace {
-
 // Of ASCII that shows JSON escapes two characters.
 void append_plain(std::string_view text, std::string *to)
 {
@@ -46,6 +42,11 @@ void append_plain(std::string_view text, std::string *to)
 }
 
 } // namespace
+
+std::string in_one_line(const json &value)
+{
+    return escaped_in_json(dumped(value));
+}
 
 void append_json(std::string_view text, std::string *to)
 {

@@ -19,6 +19,7 @@ using json = nlohmann::ordered_json; // members in the order in which they are w
 // escaped_in_json says.
 void append_json(const json &value, size_t indent, std::string *to);
 void append_json(std::string_view text, std::string *to);
+std::string in_one_line(const json &value);
 
 // An object, to which members are added. Where members are listed for either, this one stands for a value and
 // json_members for text.

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <unistd.h>
+#include <utility>
 
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
@@ -15,6 +16,33 @@ namespace tool {
 namespace {
 
 constexpr size_t part_size = 1u << 16; // of a long text: what is kept, or written, together
+constexpr int json_format = 1;         // counts up when a member is removed or changes what it means
+
+struct json_state {
+    bool keeps_warnings = false;
+    json warnings = json::array(); // not printed yet
+    bool list_is_open = false;     // a json_list is printed in part
+};
+
+json_state &state()
+{
+    static json_state only;
+    return only;
+}
+
+json taken_warnings()
+{
+    return std::exchange(state().warnings, json::array());
+}
+
+// A document as it is printed, from its members.
+json completed(const json &members)
+{
+    json document = {{"format", json_format}};
+    document.update(members);
+    document["warnings"] = taken_warnings();
+    return document;
+}
 
 } // namespace
 
@@ -32,16 +60,49 @@ void print(std::string_view text)
     }
 }
 
+void keep_warnings()
+{
+    state().keeps_warnings = true;
+}
+
 void print_json(const json &document)
 {
     std::string text;
-    append_json(document, 0, &text);
+    append_json(completed(document), 0, &text);
     print(text + '\n');
+}
+
+void print_json_line(const json &document)
+{
+    print(in_one_line(completed(document)) + '\n');
+}
+
+namespace {
+
+// The last members of a document: behind a list, whose bracket ends `text`.
+void append_last_members(const json &members, std::string *text)
+{
+    std::string last;
+    append_json(members, 0, &last);
+    *text += ',' + last.substr(1) + '\n'; // without the brace that begins an object
+}
+
+} // namespace
+
+void print_json_error(const json &error)
+{
+    if (!state().list_is_open)
+        return print_json({{"error", error}});
+    std::string text = "\n  ]";
+    append_last_members({{"error", error}, {"warnings", taken_warnings()}}, &text);
+    print(text);
 }
 
 json_list::json_list(const json &members, const std::string &key)
 {
-    append_json(members, 0, &pending);
+    json first = {{"format", json_format}};
+    first.update(members);
+    append_json(first, 0, &pending);
     pending.erase(pending.rfind('\n')); // the brace that ends the document
     pending += ",\n  \"" + key + "\": [";
 }
@@ -55,6 +116,7 @@ void json_list::add(const std::function<void(json_members &)> &put)
     put(entry);
     entry.end();
     if (pending.size() > part_size) {
+        state().list_is_open = true;
         print(pending);
         pending.clear();
     }
@@ -62,7 +124,9 @@ void json_list::add(const std::function<void(json_members &)> &put)
 
 void json_list::end()
 {
-    pending += empty ? "]\n}\n" : "\n  ]\n}\n";
+    pending += empty ? "]" : "\n  ]";
+    append_last_members({{"warnings", taken_warnings()}}, &pending);
+    state().list_is_open = false;
     print(pending);
     pending.clear();
 }
@@ -73,6 +137,9 @@ void warn(const std::string &what, const std::string &advice)
     fprintf(stderr, "%s%s\n", name.c_str(), broken(what, name.size()).c_str());
     if (!advice.empty())
         fprintf(stderr, "  %s\n", broken(advice, 2).c_str());
+    if (state().keeps_warnings)
+        state().warnings.push_back(
+            {{"text", what}, {"advice", advice.empty() ? json(nullptr) : json(advice)}});
 }
 
 void table::add_cell(std::string_view text, size_t wide)

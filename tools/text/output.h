@@ -19,9 +19,18 @@ namespace tool {
 
 // Writes to standard output; throws a failure when not all of it could be written.
 void print(std::string_view text);
-void print_json(const json &document);
 
-// A document whose last member is a list. It is printed entry by entry: a long one is never in memory whole.
+// Warnings are kept from now on, to be members of the documents that are printed.
+void keep_warnings();
+
+// Prints an object as a document: "format" stands before its members and "warnings" behind them.
+void print_json(const json &document);
+// The same on one line, one of many.
+void print_json_line(const json &document);
+// The document of what failed; it ends the document of a json_list that has begun to be printed.
+void print_json_error(const json &error);
+
+// A document with a list. It is printed entry by entry: a long one is never in memory whole.
 class json_list {
 public:
     json_list(const json &members, const std::string &key);
@@ -33,7 +42,7 @@ private:
     bool empty = true;
 };
 
-// One line to standard error, and what to do about it.
+// One line to standard error, and what to do about it. Programs find it in the next document.
 void warn(const std::string &what, const std::string &advice = {});
 
 // Columns as wide as their widest cell.
