@@ -18,6 +18,7 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/command/arguments.h"
+#include "tools/dropin/dropin.h"
 #include "tools/ovra/commandline.h"
 #include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
@@ -164,7 +165,7 @@ int main(int argc, char **argv)
     signal(SIGPIPE, SIG_IGN);       // a broken pipe is then an error of the write
     setlocale(LC_CTYPE, "C.UTF-8"); // what variables hold is shown as UTF-8
     try {
-        return run(argc, argv);
+        return tool::dropin::is_meant(argv[0]) ? tool::dropin::run(argc, argv) : run(argc, argv);
     } catch (const tool::usage_error &error) {
         complain(error.what());
         fputs("  'ovra --help' and 'ovra VERB --help' show what can be given.\n", stderr);
