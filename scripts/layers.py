@@ -61,7 +61,7 @@ LAYERS = {
     "tools/dropin": Layer(("tools/machine", "tools/text", "src/base"), WHOLE, ANY,
                           "another program's options and lines on the same machine; it takes no part in the verbs"),
     "tools/command": Layer(("tools/paste", "tools/machine", "tools/text", "src/base"), TYPES, ANY,
-                           "what several verbs take: options of the command line with their values"),
+                           "the command line: what a verb is, and what several take"),
     "tools/ovra": Layer(("tools/command", "tools/dropin", "tools/exchange", "tools/layout", "tools/paste",
                          "tools/machine", "tools/text", "platform/include", "src/base"), WHOLE, ANY, "the verbs"),
 }
