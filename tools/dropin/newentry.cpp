@@ -2,6 +2,7 @@
 #include "tools/dropin/newentry.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "src/base/nodes.h"
 #include "tools/machine/arrays.h"
@@ -61,13 +62,14 @@ bytes interface_path(const std::string &name)
 // The first partition, where a whole disk is named and none of it.
 chosen_disk disk_of(const settings &given)
 {
+    find_drives(given.disk); // tells best of a name that is no disk's
+    std::optional<chosen_disk> found;
     try {
-        return find_disk(given.disk, given.part);
+        found = find_disk(given.disk);
     } catch (const failure &) {
-        if (given.part)
-            throw;
+        return find_disk(given.disk, given.part.value_or(1));
     }
-    return find_disk(given.disk, 1);
+    return given.part ? find_disk(found->drive, given.part) : *found;
 }
 
 bytes whole_disk_path(device_paths &paths, const settings &given, const std::string &loader)

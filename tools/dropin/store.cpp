@@ -148,12 +148,20 @@ void store::make(const std::string &variable, const bytes &data,
         apply(all);
         newest = variable;
     } catch (not_changed &reason) {
-        if (name_of(number_of(kind_, variable).value()) && !reason.done_anyway) {
-            machine_.change_global(variable, {});
-            reason.advise(variable + " is taken back.");
-        }
+        if (found.contains(variable) && !reason.done_anyway)
+            reason.advise(take_back(variable));
         throw;
     }
+}
+
+std::string store::take_back(const std::string &variable)
+{
+    try {
+        machine_.change_global(variable, {});
+    } catch (const not_changed &reason) {
+        return variable + " stays: taking it back failed as well, " + reason.what() + '.';
+    }
+    return variable + " is taken back.";
 }
 
 void store::apply(const std::vector<change> &all)

@@ -45,6 +45,7 @@ public:
 
 private:
     change order_change(const std::vector<uint16_t> &order) const;
+    std::string take_back(const std::string &variable); // says what became of it
     void apply(const std::vector<change> &all);
     void read(bool tells = false); // tells of what cannot be read
 
