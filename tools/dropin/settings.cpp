@@ -15,7 +15,7 @@ namespace tool::dropin {
 
 namespace {
 
-constexpr float percent_parts = 100;
+constexpr float hundredths = 100;
 constexpr float largest_percentage = 50;
 
 constexpr char letters[] = "AaBb:CcDd:E:e:gH:hi:L:l:M:m:Nn:Oo:p:qrTt:U:uv::Vwy@:";
@@ -118,7 +118,7 @@ uint16_t percentage_in(const std::string &text)
     const float value = strtof(text.c_str(), &end);
     if (text.empty() || *end != '\0' || !(value >= 0 && value <= largest_percentage))
         refuse_value(has_no_percentage, "numeric value", text);
-    return static_cast<uint16_t>(value * percent_parts);
+    return static_cast<uint16_t>(value * hundredths);
 }
 
 struct flag {
