@@ -39,7 +39,8 @@ std::string firmware::folder_of(const change_request &request) const
 
 std::string firmware::file_of(const change_request &request) const
 {
-    return request.state.empty() ? file_of(request.name, request.vendor) : state_folder() + '/' + request.state;
+    return request.state.empty() ? file_of(request.name, request.vendor)
+                                 : state_folder() + '/' + request.state;
 }
 
 std::optional<variable_store> firmware::store()
