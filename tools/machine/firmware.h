@@ -70,6 +70,7 @@ public:
     // Writes a variable, with the attributes that it has if it exists; no data deletes it. Throws
     // not_changed.
     void change_global(const std::string &name, const bytes &data);
+    void change(variable_id id, const bytes &data); // of any vendor
     // What the changes of one verb take; less than 0 when they give back more.
     struct room_taken {
         int64_t store = 0;  // bytes of the variable store
@@ -161,6 +162,7 @@ private:
         uint32_t attributes = boot_variable_attributes;
         size_t size = 0;
         std::string state; // instead of a variable: a file of what the machine remembers besides them
+        EFI_GUID vendor = ovra::global_variable_guid;
     };
     not_changed why_not(const change_request &request, EFI_STATUS status);
     // What stands in the way of a change: permissions, mounts, marks of files. Nothing if all is well.
@@ -196,7 +198,7 @@ private:
     std::string not_there() const;
     std::string root_folder() const;  // empty for "/"
     std::string state_folder() const; // of a machine that is not live
-    std::string file_of(const std::string &name) const;
+    std::string file_of(const std::string &name, const EFI_GUID &vendor = ovra::global_variable_guid) const;
     std::string folder_of(const change_request &request) const;
     std::string file_of(const change_request &request) const;
 
