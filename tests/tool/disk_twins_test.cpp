@@ -37,7 +37,8 @@ protected:
         const outcome made =
             run({"create", "--desc", "x", "--disk", disk, "--file", "\\a", "--dry-run", "--json"});
         json said = json::array();
-        for (const json &each : json::parse(made.out)["warnings"])
+        const json document = json::parse(made.out);
+        for (const json &each : document["warnings"])
             said.push_back(each["text"]);
         return said;
     }

@@ -153,10 +153,12 @@ TEST_F(disks_verb, are_not_said_to_be_none_where_they_cannot_be_seen)
     std::filesystem::remove_all(root / "sys/block");
     const std::string said = "ovra: there is no sys/devices in " + root.string() +
                              "\n  The devices of a machine's folder are seen there.\n";
-    for (const words &arguments :
-         {words{"disks"}, words{"tree"}, words{"find", "sda1"}, words{"disks", "--json"},
-          words{"create", "--desc", "x", "--disk", "c5t0d0s0"}})
+    for (const words &arguments : {words{"disks"}, words{"tree"}, words{"find", "sda1"},
+                                   words{"create", "--desc", "x", "--disk", "c5t0d0s0"}})
         EXPECT_EQ(failure(arguments), said) << arguments[0];
+    const outcome programs = run({"disks", "--json"});
+    EXPECT_EQ(programs.err, said);
+    EXPECT_EQ(json::parse(programs.out)["error"]["reason"], "there is no sys/devices in " + root.string());
 }
 
 TEST_F(disks_verb, of_an_option_are_shown)

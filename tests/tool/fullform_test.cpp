@@ -36,7 +36,7 @@ protected:
     {
         const outcome refused = created({"--disk", disk, "--full", "--file", "\\a"});
         EXPECT_EQ(refused.status, 1);
-        EXPECT_EQ(refused.out, "");
+        EXPECT_THAT(json::parse(refused.out)["error"]["reason"], HasSubstr("the full form of "));
         EXPECT_THAT(whole(refused.err),
                     HasSubstr("\n  Without --full the path is the short form, which firmware "
                               "finds on any controller.\n"));
@@ -172,7 +172,8 @@ TEST_F(full_form, is_warned_of_like_other_paths)
         const outcome made = created(more);
         EXPECT_EQ(made.status, 0) << made.err;
         std::vector<std::string> said;
-        for (const json &each : json::parse(made.out)["warnings"])
+        const json document = json::parse(made.out);
+        for (const json &each : document["warnings"])
             said.push_back(each["text"]);
         return said;
     };

@@ -50,7 +50,9 @@ TEST(path_encode_verb, prints_bytes_and_json)
     const outcome raw = run_command({"path", "encode", "/Pci(1,2)", "--raw"});
     EXPECT_EQ(raw.out, from_hex("0101060002017fff0400"));
     const outcome document = run_command({"path", "encode", "/Pci(1,2)", "--json"});
-    EXPECT_EQ(json::parse(document.out), json({{"path", "0101060002017fff0400"}, {"size", 10}}));
+    EXPECT_EQ(
+        json::parse(document.out),
+        json({{"format", 1}, {"path", "0101060002017fff0400"}, {"size", 10}, {"warnings", json::array()}}));
 }
 
 TEST(path_encode_verb, takes_an_empty_text_for_a_file_alone)
@@ -228,7 +230,11 @@ TEST(path_decode_verb, says_how_much_stands_behind_the_end)
     EXPECT_EQ(document.err, "ovra: warning: 4 bytes after the path's END node are not shown\n");
     const json instance = {{"device_path", "/Pci(0x1,0x2)"}, {"file_path", nullptr}};
     EXPECT_EQ(json::parse(document.out),
-              json({{"instances", json::array({instance})}, {"bytes_not_shown", 4}}));
+              json({{"format", 1},
+                    {"instances", json::array({instance})},
+                    {"bytes_not_shown", 4},
+                    {"warnings",
+                     {{{"text", "4 bytes after the path's END node are not shown"}, {"advice", nullptr}}}}}));
     EXPECT_EQ(json::parse(run_command({"path", "decode", "--json", pci + "7fff0400"}).out)["bytes_not_shown"],
               0);
 }

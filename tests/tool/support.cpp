@@ -302,6 +302,10 @@ json Machine::parsed(const words &arguments) const
     const std::string text = output(arguments + words{"--json"});
     json document = json::parse(text, nullptr, false);
     EXPECT_FALSE(document.is_discarded()) << text;
+    EXPECT_EQ(document["format"], 1) << text;
+    EXPECT_EQ(document["warnings"], json::array()) << text;
+    document.erase("format");
+    document.erase("warnings");
     return document;
 }
 

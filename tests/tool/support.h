@@ -64,7 +64,8 @@ protected:
     outcome run(const words &arguments, const surroundings &around = {}) const;
     // The same, which must succeed and say nothing on standard error; its output.
     std::string output(const words &arguments) const;
-    json parsed(const words &arguments) const; // with --json
+    // With --json: the document without the members of every one, "format" and no "warnings".
+    json parsed(const words &arguments) const;
     // The same, which must fail with exit status 1; what it says on standard error, the machine untouched.
     std::string failure(const words &arguments) const;
 
