@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-# What an installation holds: the headers, the libraries with their versions and links, the archive, the command, a
-# pkg-config file, a CMake package and the man pages. The prefix may be moved afterwards: nothing holds its name.
+# What an installation holds: the headers, the libraries with their versions and links, the archive, the command and
+# a link to it, a pkg-config file, a CMake package and the man pages. The prefix may be moved afterwards: nothing holds its name.
 include(CMakePackageConfigHelpers)
 
 # <ovra/...> is the interface of libovra. <hwplat/...> are the interfaces of the platform libraries: whoever puts a
@@ -17,6 +17,11 @@ install(TARGETS ${platform_libraries} EXPORT ovra
 install(TARGETS ovra_static ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 
 install(TARGETS ovra_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+# Called by this name the command is what scripts know as that. No shell looks there: whoever wants it makes it an
+# alternative.
+file(RELATIVE_PATH link_to_bin ${CMAKE_INSTALL_FULL_LIBEXECDIR}/ovra ${CMAKE_INSTALL_FULL_BINDIR})
+file(CREATE_LINK ${link_to_bin}/ovra ${PROJECT_BINARY_DIR}/efibootmgr SYMBOLIC)
+install(FILES ${PROJECT_BINARY_DIR}/efibootmgr DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/ovra COMPONENT efibootmgr)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/ovra)
 configure_package_config_file(cmake/ovraConfig.cmake.in ${PROJECT_BINARY_DIR}/ovraConfig.cmake

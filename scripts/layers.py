@@ -58,13 +58,15 @@ LAYERS = {
     "tools/layout": Layer(("src/base",), (), ANY, "a folder from lines of text, for the command and for tests"),
     "tools/exchange": Layer(("tools/paste", "tools/machine", "tools/text", "src/base"), TYPES, ANY,
                             "the boot variables as a whole, as text and as a plan of writes"),
+    "tools/dropin": Layer(("tools/machine", "tools/text", "src/base"), WHOLE, ANY,
+                          "another program's options and lines on the same machine; it takes no part in the verbs"),
     "tools/command": Layer(("tools/paste", "tools/machine", "tools/text", "src/base"), TYPES, ANY,
                            "the command line: what a verb is, and what several take"),
     "tools/completion": Layer(("tools/command", "tools/machine", "tools/text", "src/base"), TYPES, ANY,
                               "what may stand at the cursor of a shell, from what the verbs declare"),
-    "tools/ovra": Layer(("tools/command", "tools/completion", "tools/exchange", "tools/layout", "tools/paste",
-                         "tools/machine", "tools/text",
-                         "platform/include", "src/base"), WHOLE, ANY, "the verbs"),
+    "tools/ovra": Layer(("tools/command", "tools/completion", "tools/dropin", "tools/exchange", "tools/layout",
+                         "tools/paste", "tools/machine", "tools/text", "platform/include", "src/base"), WHOLE, ANY,
+                        "the verbs"),
 }
 
 # Single files outside these folders that have a rule of their own.

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
@@ -175,23 +176,36 @@ std::optional<std::string> device_link(std::string_view path)
     return std::nullopt;
 }
 
-// Names one behind the other, for free(3).
-char *in_one_block(const std::vector<std::string> &names)
-{
-    std::size_t size = 1;
-    for (const std::string &name : names)
-        size += name.size() + 1;
-    auto *block = static_cast<char *>(malloc(size));
-    if (block == nullptr)
-        throw std::bad_alloc();
-    char *end = block;
-    for (const std::string &name : names) {
-        std::memcpy(end, name.c_str(), name.size() + 1);
-        end += name.size() + 1;
+// Names one behind the other, in a block for free(3), which the system can often make larger without a copy.
+class name_block {
+public:
+    name_block() = default;
+    name_block(const name_block &) = delete;
+    name_block &operator=(const name_block &) = delete;
+    ~name_block() { free(block); }
+
+    // With its terminator.
+    void add(std::string_view name)
+    {
+        if (room - size <= name.size()) {
+            const std::size_t more = 2 * (room + name.size()) + 4096;
+            auto *larger = static_cast<char *>(realloc(block, more));
+            if (larger == nullptr)
+                throw std::bad_alloc();
+            block = larger;
+            room = more;
+        }
+        size += name.copy(block + size, name.size());
+        block[size++] = '\0';
     }
-    *end = '\0';
-    return block;
-}
+
+    char *release() { return std::exchange(block, nullptr); }
+
+private:
+    char *block = nullptr;
+    std::size_t size = 0;
+    std::size_t room = 0;
+};
 
 } // namespace
 
@@ -241,12 +255,14 @@ char *devns_variable_names(int fd)
             bad_descriptor();
             return nullptr;
         }
-        std::vector<std::string> names;
-        if (const int error = machine::place_of(opened->get().kind).list(opened->get(), &names); error != 0) {
+        name_block names;
+        const auto take = [&names](std::string_view name) { names.add(name); };
+        if (const int error = machine::place_of(opened->get().kind).list(opened->get(), take); error != 0) {
             errno = error;
             return nullptr;
         }
-        return in_one_block(names);
+        names.add({}); // the end
+        return names.release();
     });
 }
 

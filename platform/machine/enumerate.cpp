@@ -111,7 +111,8 @@ name_list list_with(const runtime_services &services, const std::string &name)
 EFI_STATUS list_names(const runtime_services &services, name_list *out)
 {
     std::vector<std::string> names;
-    if (const int error = place_of(services.kind).list(services, &names); error != 0)
+    const auto take = [&names](std::string_view name) { names.emplace_back(name); };
+    if (const int error = place_of(services.kind).list(services, take); error != 0)
         return status_of_folder(error);
     if (!has_folder(services))
         return EFI_DEVICE_ERROR;

@@ -212,7 +212,7 @@ int remove_file(int folder, const char *name)
     return write_back(folder);
 }
 
-int list_folder(int folder, std::vector<std::string> *names)
+int visit_folder(int folder, const name_taking &take)
 {
     const owned_fd readable = open_for_reading(folder);
     struct stat info = {};
@@ -220,24 +220,30 @@ int list_folder(int folder, std::vector<std::string> *names)
         return errno;
     if (info.st_nlink == 0) // removed: it only looks empty
         return ENOENT;
-    std::vector<std::string> found;
     std::vector<char> entries(32768);
     for (;;) {
         const ssize_t got = getdents64(readable.get(), entries.data(), entries.size());
         if (got < 0)
             return errno;
         if (got == 0)
-            break;
+            return 0;
         for (std::size_t at = 0; at < static_cast<std::size_t>(got);) {
             const auto *entry = reinterpret_cast<const dirent64 *>(entries.data() + at);
             const std::string_view name = static_cast<const char *>(entry->d_name);
             if (name != "." && name != "..")
-                found.emplace_back(name);
+                take(name);
             at += entry->d_reclen;
         }
     }
-    *names = std::move(found);
-    return 0;
+}
+
+int list_folder(int folder, std::vector<std::string> *names)
+{
+    std::vector<std::string> found;
+    const int error = visit_folder(folder, [&found](std::string_view name) { found.emplace_back(name); });
+    if (error == 0)
+        *names = std::move(found);
+    return error;
 }
 
 bool is_temporary(std::string_view name)

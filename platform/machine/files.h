@@ -8,6 +8,7 @@
 #define HWPLAT_MACHINE_FILES_H
 
 #include <cstddef>
+#include <functional>
 #include <initializer_list>
 #include <optional>
 #include <span>
@@ -111,7 +112,14 @@ int synchronise(int fd);
  */
 int write_back(int folder);
 
-/* The names in a folder, in no order, without "." and "..". `*names` is written on success alone. */
+/*
+ * Hands over the names in a folder, in no order, without "." and "..". Returns 0 or an errno value, which may
+ * come after some of the names. What `take` throws is passed on.
+ */
+using name_taking = std::function<void(std::string_view)>;
+int visit_folder(int folder, const name_taking &take);
+
+/* The same names; `*names` is written on success alone. */
 int list_folder(int folder, std::vector<std::string> *names);
 
 /* Whether a killed writer may have left a file of this name. No variable has such a name. */

@@ -63,12 +63,13 @@ public:
         return EFI_SUCCESS;
     }
 
-    int list(const runtime_services &services, std::vector<std::string> *file_names) const override
+    int list(const runtime_services &services, const name_taking &take) const override
     {
         known_image image;
         if (const int error = read_image(services.root, &image); error != 0)
             return error;
-        *file_names = image->store->file_names();
+        for (const std::string &name : image->store->file_names())
+            take(name);
         return 0;
     }
 

@@ -54,21 +54,28 @@ std::optional<std::string> file_name_of(name_view name, const EFI_GUID &guid)
     if (name.empty() || name.size() > NAME_MAX)
         return std::nullopt;
     std::string text;
-    text.reserve(name.size() + 1 + ovra::guid_length); // of ASCII, as nearly all names are
+    text.reserve(name.size() + 1 + ovra::guid_length);
+    // ASCII, as nearly all names are
+    const auto is_ascii = [](CHAR16 unit) { return unit > 0 && unit < 0x80; };
+    const auto plain = static_cast<std::size_t>(std::ranges::find_if_not(name, is_ascii) - name.begin());
+    text.resize(plain);
+    std::ranges::transform(name.first(plain), text.begin(),
+                           [](CHAR16 unit) { return unit == '/' ? '!' : static_cast<char>(unit); });
+    name = name.subspan(plain);
     while (!name.empty()) {
-        if (const CHAR16 unit = name.front(); unit > 0 && unit < 0x80) {
-            text.push_back(unit == '/' ? '!' : static_cast<char>(unit));
-            name = name.subspan(1);
-            continue;
-        }
         const auto next = ovra::first_of_utf16(ovra::bytes_of_units(name));
         if (!next.valid || next.character == 0)
             return std::nullopt;
-        text.append(ovra::utf8_character(next.character).view());
+        text.append(ovra::utf8_character(next.character == '/' ? '!' : next.character).view());
         name = name.subspan(next.size);
     }
     text.push_back('-');
-    text.append(ovra::guid_text(guid, ovra::letters::lower).view());
+    // Who reads many variables reads those of boot options.
+    constexpr ovra::guid_text global(ovra::global_variable_guid, ovra::letters::lower);
+    if (ovra::same_guid(guid, ovra::global_variable_guid))
+        text.append(global.view());
+    else
+        text.append(ovra::guid_text(guid, ovra::letters::lower).view());
     if (text.size() > NAME_MAX)
         return std::nullopt;
     return text;

@@ -45,8 +45,8 @@ public:
     virtual EFI_STATUS find(const runtime_services &services, const std::string &file_name,
                             bool *found) const = 0;
 
-    /* All names, in no order, perhaps with some that are no variable's. 0 or an errno value. */
-    virtual int list(const runtime_services &services, std::vector<std::string> *file_names) const = 0;
+    /* Hands over all names, as visit_folder does, perhaps with some that are no variable's. */
+    virtual int list(const runtime_services &services, const name_taking &take) const = 0;
 
     /*
      * EFI_INVALID_PARAMETER when one variable cannot have so much, EFI_OUT_OF_RESOURCES when there is no

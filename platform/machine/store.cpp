@@ -92,9 +92,9 @@ public:
         return status_of(error);
     }
 
-    int list(const runtime_services &services, std::vector<std::string> *file_names) const override
+    int list(const runtime_services &services, const name_taking &take) const override
     {
-        return list_folder(services.variables.get(), file_names);
+        return visit_folder(services.variables.get(), take);
     }
 
 protected:

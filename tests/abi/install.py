@@ -76,6 +76,12 @@ class Files(Installation):
             self.assertGreater(len(names), 0)
             self.assertEqual(sorted(os.listdir(self.path("include", installed))), names)
 
+    def test_the_link_for_scripts_leads_to_the_command(self):
+        link = self.path(cache("CMAKE_INSTALL_LIBEXECDIR"), "ovra", "efibootmgr")
+        self.assertEqual(os.path.realpath(link), os.path.realpath(self.path("bin", "ovra")))
+        self.assertFalse(os.path.lexists(self.path("bin", "efibootmgr")))
+        self.assertEqual(run(link, "-V"), "version 17\n")
+
     def test_libraries_have_versions_and_links(self):
         self.assertTrue(os.path.isfile(self.path(LIB, "libovra.a")))
         libraries = sorted(elf.listed())

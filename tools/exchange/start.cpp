@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "tools/exchange/start.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <unistd.h>
+#include <vector>
 
 #include "tools/machine/changes.h"
 #include "tools/machine/drives.h"
@@ -15,15 +18,29 @@ namespace tool {
 
 namespace {
 
-struct candidate {
+struct boot_candidate {
     uint16_t number = 0;
     bool by_next = false;
     std::string passed_over; // why; empty for the one that starts
 };
 
+// Whether this machine has a partition to which the path leads.
+bool leads_to_a_partition(byte_view path)
+{
+    const parts_of_drives wanted = parts_to_follow(path);
+    const std::vector<drive> drives = read_drives(wanted);
+    std::optional<drives_by_hardware> hardware;
+    if (wanted.attachments)
+        hardware.emplace(drives);
+    const std::vector<led_volume> found = volumes_of(path, drives, hardware ? &*hardware : nullptr);
+    return std::any_of(found.begin(), found.end(), [](const led_volume &volume) {
+        return volume.doubt == hardware_doubt::none || volume.doubt == hardware_doubt::unknown;
+    });
+}
+
 // Firmware looks for the partition of a path; without it the option starts nothing. An option of another kind
 // is taken to start. What is damaged starts nothing.
-std::string why_passed_over(firmware &machine, const candidate &tried)
+std::string why_passed_over(firmware &machine, const boot_candidate &tried)
 {
     if (!machine.option_exists(tried.number))
         return "there is no such option";
@@ -33,17 +50,16 @@ std::string why_passed_over(firmware &machine, const candidate &tried)
         return "it is damaged";
     if (!tried.by_next && (parts->attributes & LOAD_OPTION_ACTIVE) == 0)
         return "it is inactive";
-    if (!first_hard_drive(parts->path).empty() &&
-        volumes_of(parts->path, read_drives({.media = of_every_drive})).empty())
+    if (!first_hard_drive(parts->path).empty() && !leads_to_a_partition(parts->path))
         return "its partition is on none of the machine's disks";
     return "";
 }
 
-std::vector<candidate> tried_options(firmware &machine)
+std::vector<boot_candidate> tried_options(firmware &machine)
 {
-    std::vector<candidate> tried;
+    std::vector<boot_candidate> tried;
     const auto starts = [&](uint16_t number, bool by_next) {
-        candidate next = {number, by_next, {}};
+        boot_candidate next = {number, by_next, {}};
         next.passed_over = why_passed_over(machine, next);
         tried.push_back(next);
         return next.passed_over.empty();
@@ -61,19 +77,19 @@ std::vector<candidate> tried_options(firmware &machine)
     return tried;
 }
 
-std::string told(const std::vector<candidate> &tried)
+std::string told(const std::vector<boot_candidate> &tried)
 {
     std::string text;
-    for (const candidate &each : tried)
+    for (const boot_candidate &each : tried)
         text += (each.by_next ? "BootNext   " : "BootOrder  ") + option_name(each.number) + "  " +
                 (each.passed_over.empty() ? "starts" : each.passed_over) + '\n';
     return text;
 }
 
-json json_of(const std::vector<candidate> &tried)
+json json_of(const std::vector<boot_candidate> &tried)
 {
     json list = json::array();
-    for (const candidate &each : tried)
+    for (const boot_candidate &each : tried)
         list.push_back({{"option", option_name(each.number)},
                         {"by", each.by_next ? "BootNext" : "BootOrder"},
                         {"passed_over", each.passed_over.empty() ? json(nullptr) : json(each.passed_over)}});
@@ -121,7 +137,7 @@ private:
 
 void play_start(firmware &machine, const general_options &general)
 {
-    const std::vector<candidate> tried = tried_options(machine);
+    const std::vector<boot_candidate> tried = tried_options(machine);
     const bool any = !tried.empty() && tried.back().passed_over.empty();
     const std::optional<uint16_t> chosen = any ? std::optional(tried.back().number) : std::nullopt;
     const start next(machine, chosen);

@@ -8,7 +8,8 @@
 
 namespace tool {
 
-// The order with an option put, or moved, to a position, as ovra_bootorder_insert has it.
+// The order with an option put, or moved, to a position, as ovra_bootorder_insert has it; standard error says
+// when there is no such position.
 std::vector<uint16_t> with_inserted(std::vector<uint16_t> order, uint16_t number, int position);
 
 // The order without all places of an option.

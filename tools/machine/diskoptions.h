@@ -17,8 +17,8 @@ namespace tool {
 
 struct found_option {
     uint16_t number = 0;
-    bool other_extent = false;     // the slice or partition has other blocks than its path says
-    bool unknown_hardware = false; // its path begins with hardware that leads to no disk of this machine
+    bool other_extent = false; // the slice or partition has other blocks than its path says
+    hardware_doubt doubt = hardware_doubt::none;
 
     // What is to be said of it; empty when nothing is.
     std::string remark() const;
@@ -27,8 +27,9 @@ struct found_option {
 // The options of a machine by what their paths begin with: each of the paths that an option holds counts.
 class disk_options {
 public:
-    // Options that cannot be read are named on standard error, as each may be one of a disk.
-    explicit disk_options(firmware &machine);
+    // Options that cannot be read are named on standard error, as each may be one of a disk. Who asks for one
+    // drive or volume alone says so by its marks: only options that have one of these are kept then.
+    explicit disk_options(firmware &machine, const drive_marks *only = nullptr);
 
     // Those whose path names a hard-drive node first that firmware takes for this one, the node of a slice or
     // partition of a drive. The hardware in front of it must not lead to another drive.
@@ -39,19 +40,22 @@ public:
     std::vector<found_option> of_no_volume(const drive_marks &marks) const;
 
 private:
-    // The drives to which the hardware in front of a node leads, and whether it leads to none.
-    struct way {
-        std::vector<std::string> drives;
-        bool is_unknown = false;
-    };
     struct on_volume {
         uint16_t number = 0;
         bytes node;
-        const way *led_by = nullptr; // null: nothing stands in front of the node
+        const drives_by_hardware::way *led_by = nullptr; // null: nothing stands in front of the node
     };
 
-    void add(uint16_t number, byte_view path);
-    const way *way_of(byte_view nodes);
+    // What is kept: everything without marks.
+    struct interest {
+        const drive_marks *marks = nullptr;
+        std::vector<std::string> identities; // of the marks' hard-drive nodes
+
+        bool has(const std::string &identity) const;
+        bool has_hardware(byte_view nodes) const;
+    };
+    void add(uint16_t number, byte_view path, const interest &kept);
+    const drives_by_hardware::way *way_of(byte_view nodes);
     void add_hardware(const drive_marks &marks, std::vector<found_option> *found) const;
     void add_volumes(const drive_marks &marks, std::vector<found_option> *found) const;
 
@@ -60,7 +64,7 @@ private:
         bytes nodes; // of the first instance
     };
     std::unordered_map<std::string, std::vector<on_volume>> by_identity;
-    std::map<std::string, way> ways; // by their nodes
+    std::map<std::string, drives_by_hardware::way> ways; // by their nodes
     std::optional<drives_by_hardware> hardware;
     std::vector<beginning> beginnings; // of paths that do not begin with a hard-drive node
 };

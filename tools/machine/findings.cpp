@@ -20,7 +20,7 @@ constexpr uint64_t nearly_full = 8192;
 
 class look {
 public:
-    explicit look(firmware &looked_at) : machine(looked_at), seen(looked_at) {}
+    explicit look(firmware &looked_at) : machine(looked_at) {}
 
     findings run();
 
@@ -95,6 +95,8 @@ void look::look_at_option(uint16_t number)
     try {
         option = machine.read_option(number);
     } catch (const unreadable &reason) {
+        if (reason.is_gone)
+            return;
         add(reason.why == "damaged" ? "damaged" : "unreadable", number, "it cannot be read: " + reason.why);
         return;
     }

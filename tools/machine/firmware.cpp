@@ -136,9 +136,9 @@ std::string firmware::not_there() const
 
 int firmware::call(const std::function<int()> &function)
 {
-    const called done = call_library(function);
+    called done = call_library(function);
     error = done.error;
-    messages = with_status_names(done.messages);
+    messages = with_status_names(std::move(done.messages));
     return done.result;
 }
 
@@ -235,28 +235,34 @@ bool firmware::walk(bool may_end_early, const taking &take)
 
 variable firmware::read(variable_id id)
 {
-    variable result;
+    const buffered found = read_to_buffer(id.name, id.guid);
+    if (found.status != EFI_SUCCESS)
+        return {found.status, error, 0, {}};
+    return {found.status, 0, found.attributes, {found.data.begin(), found.data.end()}};
+}
+
+firmware::buffered firmware::read_to_buffer(std::span<CHAR16> name, EFI_GUID guid)
+{
+    buffered found;
     UINTN size = 0;
     // Nearly all variables fit at the first request: each may be one to the firmware. A variable may grow
     // between two; one that always does is given up.
     constexpr size_t first_room = 1u << 16;
-    const auto what = [&id] { return "cannot read " + to_utf8(id.name); };
+    const auto what = [&name] { return "cannot read " + to_utf8(name); };
     const auto ask = [&](EFI_STATUS *answer) {
-        return ovra_get_variable(handle, id.name.data(), &id.guid, &result.attributes, &size, buffer.data(),
-                                 answer);
+        return ovra_get_variable(handle, name.data(), &guid, &found.attributes, &size, buffer.data(), answer);
     };
     for (int attempt = 0; attempt < 5; ++attempt) {
         buffer.resize(std::max<size_t>({size, buffer.size(), first_room}));
         size = buffer.size();
-        result.status = service(what, std::ref(ask)); // which takes no memory
-        if (result.status != EFI_BUFFER_TOO_SMALL)
+        found.status = service(what, std::ref(ask)); // which takes no memory
+        if (found.status != EFI_BUFFER_TOO_SMALL)
             break;
     }
-    if (result.status != EFI_SUCCESS)
-        return {result.status, error, 0, {}};
-    const auto end = buffer.begin() + static_cast<std::ptrdiff_t>(std::min<size_t>(size, buffer.size()));
-    result.data.assign(buffer.begin(), end);
-    return result;
+    if (found.status != EFI_SUCCESS)
+        return {found.status, 0, {}};
+    found.data = byte_view(buffer).first(std::min<size_t>(size, buffer.size()));
+    return found;
 }
 
 variable firmware::read_global(const std::string &name)

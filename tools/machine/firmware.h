@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -69,6 +70,7 @@ public:
     // Writes a variable, with the attributes that it has if it exists; no data deletes it. Throws
     // not_changed.
     void change_global(const std::string &name, const bytes &data);
+    void change(variable_id id, const bytes &data); // of any vendor
     // What the changes of one verb take; less than 0 when they give back more.
     struct room_taken {
         int64_t store = 0;  // bytes of the variable store
@@ -89,7 +91,9 @@ public:
 
     // Load options. Those that have a name, ascending: whether one is there is told by reading it.
     std::vector<uint16_t> options();
-    std::optional<load_option> find_option(uint16_t number); // nothing without it; throws `unreadable`
+    // Reads one; false without it. What `found` had is lost, but not its memory: who reads many gives the
+    // same one. Throws `unreadable`.
+    bool find_option(uint16_t number, load_option *found);
     bool option_exists(uint16_t number);
     void require_option(uint16_t number);
     void require_sound_option(uint16_t number); // one that is damaged is refused as well
@@ -138,8 +142,15 @@ private:
     using taking = std::function<void(const variable_id &)>;
     void visit_variables(const std::function<void()> &begin, const taking &take);
     bool walk(bool may_end_early, const taking &take); // false when it ended early, else that is thrown
+    // Reads a variable, whose name is terminated, into `buffer`. The data stays there until the next reading.
+    struct buffered {
+        EFI_STATUS status = EFI_SUCCESS; // with any other `error` has its errno, and the rest is empty
+        uint32_t attributes = 0;
+        byte_view data;
+    };
+    buffered read_to_buffer(std::span<CHAR16> name, EFI_GUID guid);
     // An option as only the library reads it.
-    load_option library_option(const std::string &name);
+    void read_by_library(const std::string &name, load_option *option);
     // Throws unless a request to read something succeeded.
     void check(const std::string &what, EFI_STATUS status);
     void require_read(const std::string &name, const variable &read, const std::string &when_damaged = {});
@@ -151,6 +162,7 @@ private:
         uint32_t attributes = boot_variable_attributes;
         size_t size = 0;
         std::string state; // instead of a variable: a file of what the machine remembers besides them
+        EFI_GUID vendor = ovra::global_variable_guid;
     };
     not_changed why_not(const change_request &request, EFI_STATUS status);
     // What stands in the way of a change: permissions, mounts, marks of files. Nothing if all is well.
@@ -182,10 +194,11 @@ private:
     void check_copy(const change_request &request, room_taken *planned) const;
 
     unreadable why_unreadable(const std::string &name);
+    std::string damage_of(const std::string &name, const variable &is) const;
     std::string not_there() const;
     std::string root_folder() const;  // empty for "/"
     std::string state_folder() const; // of a machine that is not live
-    std::string file_of(const std::string &name) const;
+    std::string file_of(const std::string &name, const EFI_GUID &vendor = ovra::global_variable_guid) const;
     std::string folder_of(const change_request &request) const;
     std::string file_of(const change_request &request) const;
 

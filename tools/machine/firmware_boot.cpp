@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <memory>
 #include <string_view>
+#include <sys/stat.h>
 
 #include "platform/include/devns.h"
 #include "tools/machine/firmware.h"
@@ -88,13 +89,38 @@ void firmware::require_sound_option(uint16_t number)
     }
 }
 
+// Of a variable that is damaged, or no load option.
+std::string firmware::damage_of(const std::string &name, const variable &is) const
+{
+    if (!is_damaged(is))
+        return format("its %zu bytes are no load option", is.data.size());
+    struct stat file = {};
+    if (!image.empty() || lstat(file_of(name).c_str(), &file) != 0)
+        return "its data make no sense";
+    switch (file.st_mode & S_IFMT) {
+    case S_IFREG:
+        return format("its file of %lld bytes is no variable", static_cast<long long>(file.st_size));
+    case S_IFDIR:
+        return "a folder is in its place";
+    case S_IFLNK:
+        return "a symbolic link is in its place";
+    case S_IFIFO:
+        return "a FIFO is in its place";
+    default:
+        return "a device or a socket is in its place";
+    }
+}
+
 unreadable firmware::why_unreadable(const std::string &name)
 {
     const std::string said = messages;
-    const auto because = [&](const std::string &why, const std::string &advice) {
-        return unreadable("cannot read " + name + ": " + why, advice, said, why);
-    };
     const variable is = read_global(name);
+    const auto because = [&](const std::string &why, const std::string &advice) {
+        unreadable reason("cannot read " + name + ": " + why, advice, said, why);
+        reason.damage = why == "damaged" ? damage_of(name, is) : "";
+        reason.is_gone = is.status == EFI_NOT_FOUND;
+        return reason;
+    };
     if (is_refusal(is.status))
         return because("no permission", permission_advice());
     const auto parts = split(is.data);
@@ -114,50 +140,49 @@ unreadable firmware::why_unreadable(const std::string &name)
 
 namespace {
 
-// An option that the library would read in no other way.
-std::optional<load_option> plain_option(const variable &is)
+// Takes an option that the library would read in no other way; false for another one.
+bool take_plain(byte_view variable, load_option *option)
 {
-    const auto parts = split(is.data);
-    const auto is_plain = [](CHAR16 unit) { return !ovra::is_surrogate(unit); };
-    if (is.status != EFI_SUCCESS || !parts || parts->description.size() > ovra::description_limit ||
-        is.data.size() - parts->optional_data.size() > UINT16_MAX)
-        return std::nullopt;
-    std::vector<CHAR16> units(ovra::unit_count(parts->description));
-    memcpy(units.data(), parts->description.data(), units.size() * sizeof(CHAR16));
-    load_option option;
-    option.attributes = parts->attributes;
-    option.description = to_utf8(units);
-    if (!std::all_of(units.begin(), units.end(), is_plain) ||
-        option.description.size() > ovra::description_limit)
-        return std::nullopt;
-    option.path.assign(parts->path.begin(), parts->path.end());
-    option.optional_data.assign(parts->optional_data.begin(), parts->optional_data.end());
-    return option;
+    const auto parts = split(variable);
+    if (!parts || parts->description.size() > ovra::description_limit ||
+        variable.size() - parts->optional_data.size() > UINT16_MAX)
+        return false;
+    if (!assign_utf8(parts->description, &option->description) ||
+        option->description.size() > ovra::description_limit)
+        return false;
+    option->attributes = parts->attributes;
+    option->path.assign(parts->path.begin(), parts->path.end());
+    option->optional_data.assign(parts->optional_data.begin(), parts->optional_data.end());
+    return true;
 }
 
 } // namespace
 
-std::optional<load_option> firmware::find_option(uint16_t number)
+bool firmware::find_option(uint16_t number, load_option *found)
 {
-    const std::string name = option_name(number);
-    const variable is = read_global(name);
+    const ovra::option_name name(number);
+    CHAR16 asked[ovra::option_name::length + 1] = {};
+    std::copy(name.view().begin(), name.view().end(), asked);
+    const buffered is = read_to_buffer(asked, ovra::global_variable_guid);
     if (is.status == EFI_NOT_FOUND)
-        return std::nullopt;
+        return false;
     // The library asks for the size first, and keeps what it hands out: it is asked for what only it can
     // tell, and for why an option cannot be read.
-    auto plain = plain_option(is);
-    return plain ? std::move(plain) : library_option(name);
+    if (is.status != EFI_SUCCESS || !take_plain(is.data, found))
+        read_by_library(name.text, found);
+    return true;
 }
 
 load_option firmware::read_option(uint16_t number)
 {
-    auto found = find_option(number);
-    return found ? *std::move(found) : library_option(option_name(number));
+    load_option found;
+    if (!find_option(number, &found))
+        read_by_library(option_name(number), &found);
+    return found;
 }
 
-load_option firmware::library_option(const std::string &name)
+void firmware::read_by_library(const std::string &name, load_option *option)
 {
-    load_option option;
     std::string asked = name;
     ovra_epath_t path = nullptr;
     int path_size = 0;
@@ -165,15 +190,14 @@ load_option firmware::library_option(const std::string &name)
     void *optional_data = nullptr;
     size_t optional_size = 0;
     if (call([&] {
-            return ovra_bootopt_get(handle, asked.data(), &path, &path_size, &description, &option.attributes,
-                                    &optional_data, &optional_size);
+            return ovra_bootopt_get(handle, asked.data(), &path, &path_size, &description,
+                                    &option->attributes, &optional_data, &optional_size);
         }) != 0)
         throw why_unreadable(name);
-    option.description = description;
-    option.path.assign(path, path + path_size);
-    if (const auto *data = static_cast<const uint8_t *>(optional_data))
-        option.optional_data.assign(data, data + optional_size);
-    return option;
+    option->description = description;
+    option->path.assign(path, path + path_size);
+    const auto *data = static_cast<const uint8_t *>(optional_data);
+    option->optional_data.assign(data, data + (data ? optional_size : 0));
 }
 
 std::vector<uint16_t> firmware::order()

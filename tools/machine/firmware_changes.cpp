@@ -25,11 +25,11 @@ bool firmware::is_real() const
            static_cast<uint32_t>(info.f_type) == EFIVARFS_MAGIC;
 }
 
-std::string firmware::file_of(const std::string &name) const
+std::string firmware::file_of(const std::string &name, const EFI_GUID &vendor) const
 {
     if (!image.empty())
         return image;
-    return variables_folder() + '/' + name + '-' + guid_text(ovra::global_variable_guid);
+    return variables_folder() + '/' + name + '-' + guid_text(vendor);
 }
 
 std::string firmware::folder_of(const change_request &request) const
@@ -39,7 +39,8 @@ std::string firmware::folder_of(const change_request &request) const
 
 std::string firmware::file_of(const change_request &request) const
 {
-    return request.state.empty() ? file_of(request.name) : state_folder() + '/' + request.state;
+    return request.state.empty() ? file_of(request.name, request.vendor)
+                                 : state_folder() + '/' + request.state;
 }
 
 std::optional<variable_store> firmware::store()
@@ -69,9 +70,15 @@ firmware::change_request firmware::request_of(const std::string &name, const byt
 
 void firmware::change_global(const std::string &name, const bytes &data)
 {
-    variable_id id = global_id(name);
+    change(global_id(name), data);
+}
+
+void firmware::change(variable_id id, const bytes &data)
+{
+    const std::string name = to_utf8(id.name);
     const variable before = read(id);
-    const change_request request = request_of(name, data, before);
+    change_request request = request_of(name, data, before);
+    request.vendor = id.guid;
     bytes copy = data;
     EFI_STATUS status = EFI_SUCCESS;
     const int asked = call([&] {

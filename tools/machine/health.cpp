@@ -17,19 +17,18 @@ namespace tool {
 
 namespace {
 
-bool start_the_same(const load_option &one, const load_option &other)
+// All of an option that counts when it is started, with the sizes of what it has of any length.
+void put_key(const load_option &option, std::string *key)
 {
-    return one.attributes == other.attributes && one.path == other.path &&
-           one.optional_data == other.optional_data;
-}
-
-size_t hash_of(const load_option &option)
-{
-    const auto view = [](const bytes &data) {
-        return std::string_view(reinterpret_cast<const char *>(data.data()), data.size());
+    const auto append = [key](const void *data, size_t size) {
+        key->append(static_cast<const char *>(data), size);
     };
-    const std::hash<std::string_view> hash;
-    return hash(view(option.path)) * 31 + hash(view(option.optional_data));
+    const size_t size = option.path.size();
+    key->clear();
+    append(&option.attributes, sizeof option.attributes);
+    append(&size, sizeof size);
+    append(option.path.data(), option.path.size());
+    append(option.optional_data.data(), option.optional_data.size());
 }
 
 // What firmware goes by when it looks for a partition: not where it begins and ends.
@@ -66,18 +65,9 @@ std::optional<uint16_t> seen_options::same_as(uint16_t number, const load_option
 {
     if (first_instance_of(option.path).empty())
         return std::nullopt;
-    const size_t hash = hash_of(option);
-    const auto [begin, end] = by_hash.equal_range(hash);
-    for (auto at = begin; at != end; ++at) {
-        try {
-            if (start_the_same(machine.read_option(at->second), option))
-                return at->second;
-        } catch (const failure &) {
-            continue; // removed meanwhile
-        }
-    }
-    by_hash.emplace(hash, number);
-    return std::nullopt;
+    put_key(option, &key);
+    const auto [seen, is_new] = by_key.try_emplace(key, number);
+    return is_new ? std::nullopt : std::optional(seen->second);
 }
 
 present_partitions::present_partitions()
@@ -136,7 +126,8 @@ void for_each_option(firmware &machine, Take take)
         try {
             take(number, machine.read_option(number));
         } catch (const unreadable &reason) {
-            warn_of_unreadable(reason);
+            if (!reason.is_gone)
+                warn_of_unreadable(reason);
         }
     }
 }
@@ -159,7 +150,7 @@ std::vector<uint16_t> stale_options(firmware &machine)
 
 std::vector<uint16_t> duplicate_options(firmware &machine)
 {
-    seen_options seen(machine);
+    seen_options seen;
     const std::optional<uint16_t> next = named_or_none(machine, &firmware::next);
     std::vector<uint16_t> duplicates;
     for_each_option(machine, [&](uint16_t number, const load_option &option) {

@@ -17,15 +17,13 @@ namespace tool {
 // may have 60,000 options.
 class seen_options {
 public:
-    explicit seen_options(firmware &seen) : machine(seen) {}
-
     // The option that was looked at before and has the same path, file, optional data and attributes; nothing
     // when there is none, or when the path has no nodes. This one is looked at then.
     std::optional<uint16_t> same_as(uint16_t number, const load_option &option);
 
 private:
-    firmware &machine;
-    std::unordered_multimap<size_t, uint16_t> by_hash;
+    std::string key; // memory that is used again
+    std::unordered_map<std::string, uint16_t> by_key;
 };
 
 // The partitions that the machine has now.

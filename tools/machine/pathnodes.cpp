@@ -92,7 +92,12 @@ bytes with_end(byte_view nodes)
 
 byte_view first_instance_of(byte_view packed)
 {
-    return packed.first(packed.size() - split_first(packed).rest.size());
+    byte_view rest = packed; // from the END node on
+    for (ovra::cursor nodes{packed}; const auto *node = nodes.next(); rest = nodes.rest) {
+        if (node->type == UEFI_END)
+            break;
+    }
+    return packed.first(packed.size() - rest.size());
 }
 
 bool ends_plainly(byte_view packed)

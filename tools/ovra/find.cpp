@@ -68,14 +68,14 @@ public:
         const disk_name wanted = understood(disk.name.value());
         const std::optional<drive> whole = disk.part ? std::nullopt : whole_drive(wanted);
         const chosen_disk chosen = whole ? taken(*whole, wanted, general) : disk.find(general);
-        const disk_options known(machine);
-        std::vector<found_option> options;
+        drive_marks marks = {chosen.drive, {}, {chosen.node}};
         if (whole) {
             device_paths paths;
-            options = known.of_drive(marks_of(*whole, hardware(), paths));
-        } else {
-            options = known.of_volume(chosen.node, chosen.drive);
+            marks = marks_of(*whole, hardware(), paths);
         }
+        const disk_options known(machine, &marks);
+        const std::vector<found_option> options =
+            whole ? known.of_drive(marks) : known.of_volume(chosen.node, chosen.drive);
         if (general.json) {
             json document = chosen.members();
             document["options"] = option_names(numbers_of(options));

@@ -19,12 +19,14 @@ namespace {
 // What is shown of one option: at first where, then what it holds.
 struct place {
     uint16_t number = 0;
-    std::optional<size_t> position; // in BootOrder
+    std::optional<uint32_t> position; // in BootOrder
 };
 
-struct entry : place {
+struct entry {
+    place where;
     bool exists = false;
-    std::string error; // why it could not be read
+    std::string error;  // why it could not be read
+    std::string damage; // what is damaged; empty when nothing is
     load_option option;
     decoded_path path;
     std::optional<uint16_t> same = {}; // an option before it
@@ -39,26 +41,29 @@ struct listing {
     std::vector<place> places; // in boot order, then the others
 };
 
-// Paths that nobody sees are not decoded: `paths` is null then.
-entry read_entry(firmware &machine, device_paths *paths, const place &where)
+// Paths that nobody sees are not decoded: `paths` is null then. `read` may be another option's before, whose
+// memory it takes over.
+void read_entry(firmware &machine, device_paths *paths, const place &where, entry *read)
 {
-    entry read = {where, true, {}, {}, {}};
+    read->where = where;
+    read->exists = true;
+    read->error.clear();
+    read->damage.clear();
     try {
-        auto found = machine.find_option(where.number);
-        read.exists = found.has_value();
-        if (!found)
-            return read;
-        read.option = *std::move(found);
-        if (paths)
-            read.path = paths->decode(read.option.path);
+        read->exists = machine.find_option(where.number, &read->option);
+        if (read->exists && paths)
+            read->path = paths->decode(read->option.path);
     } catch (const unreadable &reason) {
+        read->exists = !reason.is_gone;
+        if (reason.is_gone)
+            return;
         warn_of_unreadable(reason);
-        read.error = reason.why;
+        read->error = reason.why;
+        read->damage = reason.damage;
     } catch (const failure &reason) {
         warn(printable(reason.what()));
-        read.error = reason.what();
+        read->error = reason.what();
     }
-    return read;
 }
 
 // BootNext and BootCurrent only mark options: the list is worth showing without them.
@@ -83,7 +88,8 @@ listing read_listing(firmware &machine)
         all.order_problem = reason.what() + ("; " + reason.advice);
     }
     std::vector<bool> listed(UINT16_MAX + 1);
-    for (size_t position = 0; position < all.order.size(); ++position) {
+    all.places.reserve(all.order.size());
+    for (uint32_t position = 0; position < all.order.size(); ++position) {
         const uint16_t number = all.order[position];
         if (listed[number])
             continue;
@@ -100,26 +106,28 @@ listing read_listing(firmware &machine)
 // What is not in BootOrder was found by its name alone, which that of a variable without data may be.
 bool is_shown(const entry &entry)
 {
-    return entry.exists || entry.position;
+    return entry.exists || entry.where.position;
 }
 
 // What the other options and the disks say of one.
 class marks {
 public:
     // All disks are read to tell which options are stale.
-    marks(firmware &machine, const listing &all, bool tells_stale) : booted(all.current), seen(machine)
+    marks(const listing &all, bool tells_stale) : booted(all.current)
     {
         if (tells_stale)
             partitions.emplace();
     }
 
-    entry marked(entry of)
+    void put(entry *of)
     {
-        if (!of.exists || !of.error.empty())
-            return of;
-        of.same = seen.same_as(of.number, of.option);
-        of.is_stale = partitions && of.number != booted && partitions->are_gone(of.option.path);
-        return of;
+        of->same.reset();
+        of->is_stale = false;
+        if (!of->exists || !of->error.empty())
+            return;
+        const uint16_t number = of->where.number;
+        of->same = seen.same_as(number, of->option);
+        of->is_stale = partitions && number != booted && partitions->are_gone(of->option.path);
     }
 
 private:
@@ -130,16 +138,18 @@ private:
 
 std::string notes(const listing &all, const entry &entry)
 {
-    std::vector<std::string> notes;
-    if (all.current == entry.number)
-        notes.emplace_back("current");
-    if (all.next == entry.number)
-        notes.emplace_back("next");
+    const uint16_t number = entry.where.number;
+    std::string notes;
+    const auto add = [&notes](const std::string &note) { notes += (notes.empty() ? "" : ", ") + note; };
+    if (all.current == number)
+        add("current");
+    if (all.next == number)
+        add("next");
     if (entry.is_stale)
-        notes.emplace_back("stale");
+        add("stale");
     if (entry.same)
-        notes.push_back("duplicate of " + option_name(*entry.same));
-    return join(notes, ", ");
+        add("duplicate of " + option_name(*entry.same));
+    return notes;
 }
 
 std::string described(const entry &entry)
@@ -147,30 +157,30 @@ std::string described(const entry &entry)
     if (!entry.exists)
         return "(no such option)";
     if (!entry.error.empty())
-        return format("(%s)", printable(entry.error).c_str());
+        return '(' + printable(entry.error) + ')';
     return printable(entry.option.description);
 }
 
-json to_json(const listing &all, const entry &entry)
+void put_members(json_members &to, const listing &all, const entry &entry)
 {
-    json fields;
-    fields["option"] = option_name(entry.number);
-    fields["position"] = entry.position ? json(*entry.position) : json(nullptr);
-    fields["current"] = all.current == entry.number;
-    fields["next"] = all.next == entry.number;
+    to.member("option", ovra::option_name(entry.where.number).view());
+    to.member("position", entry.where.position);
+    to.member("current", all.current == entry.where.number);
+    to.member("next", all.next == entry.where.number);
     if (!entry.exists) {
-        fields["error"] = "no such option";
+        to.member("error", std::string_view("no such option"));
     } else if (!entry.error.empty()) {
-        fields["error"] = entry.error;
+        to.member("error", entry.error);
+        if (!entry.damage.empty())
+            to.member("damage", entry.damage);
     } else {
-        append_members(&fields, as_json(entry.option));
-        append_members(&fields, as_json(entry.path));
+        put_members(to, entry.option);
+        put_members(to, entry.path);
         if (entry.is_stale)
-            fields["stale"] = true;
+            to.member("stale", true);
         if (entry.same)
-            fields["duplicate_of"] = option_name(*entry.same);
+            to.member("duplicate_of", option_name(*entry.same));
     }
-    return fields;
 }
 
 void print_as_json(firmware &machine, const listing &all, bool verbose)
@@ -180,11 +190,13 @@ void print_as_json(firmware &machine, const listing &all, bool verbose)
                         {"order", !all.order_problem.empty() ? json(nullptr) : option_names(all.order)}},
                        "options");
     device_paths paths;
-    marks marks(machine, all, verbose);
+    marks marks(all, verbose);
+    entry entry;
     for (const place &where : all.places) {
-        const entry entry = marks.marked(read_entry(machine, &paths, where));
+        read_entry(machine, &paths, where, &entry);
+        marks.put(&entry);
         if (is_shown(entry))
-            document.add(to_json(all, entry));
+            document.add([&](json_members &to) { put_members(to, all, entry); });
     }
     document.end();
 }
@@ -192,6 +204,10 @@ void print_as_json(firmware &machine, const listing &all, bool verbose)
 void add_details(const entry &entry, table *rows)
 {
     constexpr size_t indent = 10; // to the options' names
+    if (!entry.damage.empty())
+        rows->below(indent, "damage         " + entry.damage);
+    if (!entry.exists || !entry.error.empty())
+        return;
     rows->below(indent, "attributes     " + attribute_text(entry.option.attributes));
     rows->below(indent, "path           " + hex(entry.option.path));
     for (const auto &row : as_rows(entry.path)) {
@@ -205,26 +221,30 @@ void add_details(const entry &entry, table *rows)
 
 void print_as_text(firmware &machine, const listing &all, bool verbose)
 {
-    const std::string order = all.order_problem.empty() ? "" : printable(all.order_problem) + '\n';
     table rows;
     device_paths paths;
-    marks marks(machine, all, verbose);
+    marks marks(all, verbose);
+    entry entry;
     for (const place &where : all.places) {
-        const entry entry = marks.marked(read_entry(machine, verbose ? &paths : nullptr, where));
+        read_entry(machine, verbose ? &paths : nullptr, where, &entry);
+        marks.put(&entry);
         if (!is_shown(entry))
             continue;
         if (rows.empty())
             rows.row({"Position", "Option", "Active", "Description", ""});
         const bool readable = entry.exists && entry.error.empty();
-        rows.row({entry.position ? std::to_string(*entry.position) : "-", option_name(entry.number),
-                  !readable               ? "?"
-                  : entry.option.active() ? "*"
-                                          : "",
-                  described(entry), notes(all, entry)});
-        if (verbose && readable)
+        const char *active = !readable ? "?" : entry.option.active() ? "*" : "";
+        const std::string position = where.position ? std::to_string(*where.position) : "-";
+        rows.row(
+            {position, ovra::option_name(where.number).view(), active, described(entry), notes(all, entry)});
+        if (verbose)
             add_details(entry, &rows);
     }
-    print(order + (rows.empty() ? "no boot options\n" : rows.text()));
+    if (!all.order_problem.empty())
+        print(printable(all.order_problem) + '\n');
+    if (rows.empty())
+        print("no boot options\n");
+    rows.print();
 }
 
 class list_verb : public verb {

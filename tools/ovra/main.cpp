@@ -22,7 +22,9 @@
 #include "tools/command/verb.h"
 #include "tools/completion/bashline.h"
 #include "tools/completion/suggestions.h"
+#include "tools/dropin/dropin.h"
 #include "tools/text/complaint.h"
+#include "tools/text/failure.h"
 #include "tools/text/output.h"
 
 namespace {
@@ -203,11 +205,14 @@ bool asks_for_json(std::span<char *const> words)
 int main(int argc, char **argv)
 {
     constexpr int usage_status = 2;
-    const bool as_json = asks_for_json({argv, argv + argc});
+    const bool is_dropin = tool::dropin::is_meant(argv[0]);
+    const bool as_json = !is_dropin && asks_for_json({argv, argv + argc});
     occupy_standard_streams();
     signal(SIGPIPE, SIG_IGN);       // a broken pipe is then an error of the write
     setlocale(LC_CTYPE, "C.UTF-8"); // what variables hold is shown as UTF-8
     try {
+        if (is_dropin)
+            return tool::dropin::run(argc, argv);
         if (as_json)
             tool::keep_warnings();
         if (argc > 2 && argv[1] == std::string_view("__complete"))

@@ -95,10 +95,12 @@ constexpr keyword keywords[] = {
 
 std::vector<parameter> parameters_of(const keyword &row)
 {
+    constexpr size_t many = 8;
     std::vector<parameter> all;
-    for (const std::string_view each : parts_of(row.parameters, ' ')) {
-        if (each.empty())
-            continue;
+    all.reserve(many);
+    for (std::string_view rest = row.parameters; !rest.empty();) {
+        const std::string_view each = rest.substr(0, rest.find(' '));
+        rest.remove_prefix(std::min(each.size() + 1, rest.size()));
         const size_t colon = each.find(':');
         all.push_back({each.substr(0, colon), each.substr(colon + 1), std::nullopt, false});
     }
@@ -117,7 +119,8 @@ void read_field(std::string_view field, size_t place, parsed_node *node)
             std::find_if(node->parameters.begin(), node->parameters.end(),
                          [&](const auto &each) { return ovra::alike(each.name, field.substr(0, equals)); });
         if (found == node->parameters.end())
-            refuse(in_quotes(field.substr(0, equals)) + " is not a parameter of " + node->row->name);
+            refuse(in_quotes(field.substr(0, equals)) + " is not a parameter of " +
+                   std::string(node->row->name));
         parameter = &*found;
     } else {
         if (place >= node->parameters.size())
@@ -130,7 +133,7 @@ void read_field(std::string_view field, size_t place, parsed_node *node)
     }
     if (parameter->value)
         refuse(std::string(parameter->name) + " is given twice");
-    parameter->value = std::string(named ? field.substr(equals + 1) : field);
+    parameter->value.emplace(named ? field.substr(equals + 1) : field);
     parameter->by_place = !named;
     if (is_of_kind(parameter->kind, *parameter->value))
         return;
@@ -202,12 +205,15 @@ parsed_node parse(const std::string &typed)
 
 std::string text_of(const parsed_node &node)
 {
-    std::vector<std::string> fields;
+    std::string text(node.row->name);
+    char before = '(';
     for (const parameter &parameter : node.parameters) {
-        if (parameter.value)
-            fields.push_back(std::string(parameter.name) + '=' + *parameter.value);
+        if (!parameter.value)
+            continue;
+        ((((text += before) += parameter.name) += '=') += *parameter.value);
+        before = ',';
     }
-    return std::string(node.row->name) + '(' + join(fields, ",") + ')';
+    return text += before == '(' ? "()" : ")";
 }
 
 } // namespace tool

@@ -29,7 +29,7 @@ struct unclear_node : std::runtime_error {
 //   A|B,b|C  words that stand for 0, 1 and 2, or a number; after a comma another word for the same
 //   list     a word of this list of the library's, or a number; after a comma more words, as above
 struct keyword {
-    const char *name;
+    std::string_view name;
     const char *parameters;
 };
 

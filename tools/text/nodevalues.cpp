@@ -30,7 +30,9 @@ std::string lower(std::string_view text)
 
 std::vector<std::string_view> parts_of(std::string_view text, char at)
 {
+    constexpr size_t many = 8;
     std::vector<std::string_view> parts;
+    parts.reserve(many);
     for (;;) {
         const size_t end = std::min(text.find(at), text.size());
         parts.push_back(text.substr(0, end));

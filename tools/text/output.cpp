@@ -15,7 +15,8 @@ namespace tool {
 
 namespace {
 
-constexpr int json_format = 1; // counts up when a member is removed or changes what it means
+constexpr size_t part_size = 1u << 16; // of a long text: what is kept, or written, together
+constexpr int json_format = 1;         // counts up when a member is removed or changes what it means
 
 struct json_state {
     bool keeps_warnings = false;
@@ -38,66 +39,9 @@ json taken_warnings()
 json completed(const json &members)
 {
     json document = {{"format", json_format}};
-    append_members(&document, members);
+    document.update(members);
     document["warnings"] = taken_warnings();
     return document;
-}
-
-// A description can hold what is no text: it becomes U+FFFD.
-std::string dumped(const json &value)
-{
-    return value.dump(-1, ' ', false, json::error_handler_t::replace);
-}
-
-// Nearly all texts stand in JSON as they are, and looking at each byte is most of what the library does.
-void append_text(const std::string &text, std::string *to)
-{
-    const auto lacks = [&text](char c) { return text.find(c) == std::string::npos; };
-    if (is_plain(text) && lacks('"') && lacks('\\')) {
-        *to += '"';
-        *to += text;
-        *to += '"';
-    } else {
-        *to += escaped_in_json(dumped(text));
-    }
-}
-
-void append_value(const json &value, size_t indent, std::string *to);
-
-// What stands between the brackets; `append_one` writes a member.
-template <typename append>
-void append_members_of(const json &value, size_t indent, std::string *to, append append_one)
-{
-    const std::string line = '\n' + std::string(indent + 2, ' ');
-    for (auto member = value.begin(); member != value.end(); ++member) {
-        *to += member == value.begin() ? "" : ",";
-        *to += line;
-        append_one(member);
-    }
-    to->append(line, 0, indent + 1);
-}
-
-// As dump(2) does it, with `indent` blanks in front of all lines but the first.
-void append_value(const json &value, size_t indent, std::string *to)
-{
-    if (value.is_string()) {
-        append_text(value.get_ref<const std::string &>(), to);
-    } else if (value.is_object() && !value.empty()) {
-        *to += '{';
-        append_members_of(value, indent, to, [&](const auto &member) {
-            append_text(member.key(), to);
-            *to += ": ";
-            append_value(member.value(), indent + 2, to);
-        });
-        *to += '}';
-    } else if (value.is_array() && !value.empty()) {
-        *to += '[';
-        append_members_of(value, indent, to,
-                          [&](const auto &member) { append_value(*member, indent + 2, to); });
-        *to += ']';
-    } else {
-        *to += dumped(value);
-    }
 }
 
 } // namespace
@@ -124,13 +68,13 @@ void keep_warnings()
 void print_json(const json &document)
 {
     std::string text;
-    append_value(completed(document), 0, &text);
+    append_json(completed(document), 0, &text);
     print(text + '\n');
 }
 
 void print_json_line(const json &document)
 {
-    print(escaped_in_json(dumped(completed(document))) + '\n');
+    print(in_one_line(completed(document)) + '\n');
 }
 
 namespace {
@@ -139,7 +83,7 @@ namespace {
 void append_last_members(const json &members, std::string *text)
 {
     std::string last;
-    append_value(members, 0, &last);
+    append_json(members, 0, &last);
     *text += ',' + last.substr(1) + '\n'; // without the brace that begins an object
 }
 
@@ -157,20 +101,21 @@ void print_json_error(const json &error)
 json_list::json_list(const json &members, const std::string &key)
 {
     json first = {{"format", json_format}};
-    append_members(&first, members);
-    append_value(first, 0, &pending);
+    first.update(members);
+    append_json(first, 0, &pending);
     pending.erase(pending.rfind('\n')); // the brace that ends the document
     pending += ",\n  \"" + key + "\": [";
 }
 
-void json_list::add(const json &entry)
+void json_list::add(const std::function<void(json_members &)> &put)
 {
-    constexpr size_t much = 1u << 16;
     constexpr size_t indent = 4;
     pending += empty ? "\n    " : ",\n    ";
     empty = false;
-    append_value(entry, indent, &pending);
-    if (pending.size() > much) {
+    json_members entry(&pending, indent);
+    put(entry);
+    entry.end();
+    if (pending.size() > part_size) {
         state().list_is_open = true;
         print(pending);
         pending.clear();
@@ -197,61 +142,99 @@ void warn(const std::string &what, const std::string &advice)
             {{"text", what}, {"advice", advice.empty() ? json(nullptr) : json(advice)}});
 }
 
+void table::add_cell(std::string_view text, size_t wide)
+{
+    if (content.empty() || content.back().capacity() - content.back().size() < text.size()) {
+        content.emplace_back();
+        content.back().reserve(std::max(part_size, text.size()));
+    }
+    content.back() += text;
+    cells.push_back({static_cast<uint32_t>(text.size()), static_cast<uint32_t>(wide)});
+}
+
 void table::row(std::span<const std::string_view> texts)
 {
     widths.resize(std::max(widths.size(), texts.size()));
     for (size_t at = 0; at < texts.size(); ++at) {
-        widths[at] = std::max(widths[at], columns(texts[at]));
-        cells += texts[at];
-        cell_ends.push_back(cells.size());
+        const size_t wide = columns(texts[at]);
+        add_cell(texts[at], wide);
+        widths[at] = std::max(widths[at], wide);
     }
-    lines.push_back({cell_ends.size(), true});
+    lines.push_back({static_cast<uint32_t>(texts.size()), true});
 }
 
 void table::below(size_t spaces, const std::string &text)
 {
-    cells.append(spaces, ' ').append(text);
-    cell_ends.push_back(cells.size());
-    lines.push_back({cell_ends.size(), false});
+    add_cell(std::string(spaces, ' ') + text, 0);
+    lines.push_back({1, false});
+}
+
+void table::write(const std::function<void(std::string_view)> &take) const
+{
+    constexpr size_t between = 2;
+    std::string part;
+    auto next = cells.begin();
+    auto block = content.begin();
+    size_t at = 0; // in the block
+    for (const line &each : lines) {
+        for (size_t column = 0; column < each.cells; ++column, ++next) {
+            if (block->size() - at < next->size) {
+                ++block;
+                at = 0;
+            }
+            part.append(*block, at, next->size);
+            at += next->size;
+            if (each.is_row)
+                part.append(widths[column] - next->columns + between, ' ');
+        }
+        part.erase(part.find_last_not_of(' ') + 1);
+        part += '\n';
+        if (part.size() > part_size) {
+            take(part);
+            part.clear();
+        }
+    }
+    take(part);
 }
 
 std::string table::text() const
 {
     std::string all;
-    size_t at = 0;   // in cells
-    size_t cell = 0; // in cell_ends
-    for (const line &each : lines) {
-        for (size_t column = 0; cell < each.cells_end; ++column, ++cell) {
-            const std::string_view text = std::string_view(cells).substr(at, cell_ends[cell] - at);
-            at = cell_ends[cell];
-            all += text;
-            if (each.is_row)
-                all.append(widths[column] - columns(text) + 2, ' ');
-        }
-        all.erase(all.find_last_not_of(' ') + 1);
-        all += '\n';
-    }
+    write([&all](std::string_view part) { all += part; });
     return all;
 }
 
+void table::print() const
+{
+    write([](std::string_view part) { tool::print(part); });
+}
+
+namespace {
+
+template <typename object>
+void put_fields(object &to, const load_option &option)
+{
+    to.member("description", option.description);
+    to.member("active", option.active());
+    to.member("attributes", option.attributes);
+    to.member("path", hex(option.path));
+    to.member("optional_data", hex(option.optional_data));
+    to.member("optional_data_text", tool::as_text(option.optional_data));
+}
+
+} // namespace
+
 json as_json(const load_option &option)
 {
-    const auto text = as_text(option.optional_data);
     json fields;
-    fields["description"] = option.description;
-    fields["active"] = option.active();
-    fields["attributes"] = option.attributes;
-    fields["path"] = hex(option.path);
-    fields["optional_data"] = hex(option.optional_data);
-    fields["optional_data_text"] = text ? json(*text) : json(nullptr);
+    json_value to(&fields);
+    put_fields(to, option);
     return fields;
 }
 
-void append_members(json *object, json more)
+void put_members(json_members &to, const load_option &option)
 {
-    auto &members = object->get_ref<json::object_t &>();
-    for (auto &[key, value] : more.get_ref<json::object_t &>())
-        members.emplace_back(key, std::move(value));
+    put_fields(to, option);
 }
 
 json as_json(std::optional<uint16_t> option)

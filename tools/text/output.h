@@ -3,19 +3,19 @@
 #ifndef OVRA_TOOLS_OUTPUT_H
 #define OVRA_TOOLS_OUTPUT_H
 
+#include <cstdint>
+#include <deque>
+#include <functional>
 #include <initializer_list>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
+#include "tools/text/jsontext.h"
 #include "tools/text/loadoption.h"
 
 namespace tool {
-
-using json = nlohmann::ordered_json; // members in the order in which they are written here
 
 // Writes to standard output; throws a failure when not all of it could be written.
 void print(std::string_view text);
@@ -34,7 +34,7 @@ void print_json_error(const json &error);
 class json_list {
 public:
     json_list(const json &members, const std::string &key);
-    void add(const json &entry);
+    void add(const std::function<void(json_members &)> &put);
     void end();
 
 private:
@@ -58,24 +58,34 @@ public:
     void below(size_t spaces, const std::string &text);
     bool empty() const { return lines.empty(); }
     std::string text() const;
+    // The same to standard output, as it is made.
+    void print() const;
 
 private:
-    // The lines one behind the other, without ends: a table may be long. A line below a row is one cell.
-    std::string cells;
-    std::vector<size_t> cell_ends;
+    void add_cell(std::string_view text, size_t wide);
+    // In parts of some lines.
+    void write(const std::function<void(std::string_view)> &take) const;
+
+    // The lines one behind the other, without ends. A line below a row is one cell. A table may be long, and
+    // memory that has never been used takes the system longer to give than a row takes to be made: nothing
+    // is moved when it grows, and no cell has a gigabyte.
+    std::deque<std::string> content;
+    struct cell {
+        uint32_t size = 0; // in content
+        uint32_t columns = 0;
+    };
+    std::deque<cell> cells;
     struct line {
-        size_t cells_end = 0; // in cell_ends
+        uint32_t cells = 0;
         bool is_row = true;
     };
-    std::vector<line> lines;
+    std::deque<line> lines;
     std::vector<size_t> widths;
 };
 
 // A load option's fields.
 json as_json(const load_option &option);
-
-// Puts the members of one object behind those of another, which has none of these names.
-void append_members(json *object, json more);
+void put_members(json_members &to, const load_option &option);
 
 // "Boot001F", or null.
 json as_json(std::optional<uint16_t> option);

@@ -55,24 +55,40 @@ std::string pointer_at(const std::string &text, text_range part)
     return printable(text) + '\n' + std::string(columns(printable(text.substr(0, begin))), ' ') + mark;
 }
 
+namespace {
+
+template <typename object>
+void put_texts(object &to, const decoded_path &path)
+{
+    if (!path.error.empty()) {
+        to.member("instances", nullptr);
+        to.member("path_error", path.error);
+        return;
+    }
+    to.list_of("instances", path.instances, [](auto &of, const path_text &instance) {
+        of.member("device_path", instance.device);
+        of.member("file_path", instance.file);
+        if (!instance.uefi.empty())
+            of.member("uefi_text", instance.uefi);
+    });
+    if (!path.further.empty())
+        to.list_of("further_paths", path.further,
+                   [](auto &of, const decoded_path &next) { put_texts(of, next); });
+}
+
+} // namespace
+
 json as_json(const decoded_path &path)
 {
-    if (!path.error.empty())
-        return {{"instances", nullptr}, {"path_error", path.error}};
-    json instances = json::array();
-    for (const path_text &instance : path.instances) {
-        json texts;
-        texts["device_path"] = instance.device;
-        texts["file_path"] = instance.file ? json(*instance.file) : json(nullptr);
-        if (!instance.uefi.empty())
-            texts["uefi_text"] = instance.uefi;
-        instances.push_back(std::move(texts));
-    }
     json members;
-    members["instances"] = std::move(instances);
-    for (const decoded_path &next : path.further)
-        members["further_paths"].push_back(as_json(next));
+    json_value to(&members);
+    put_texts(to, path);
     return members;
+}
+
+void put_members(json_members &to, const decoded_path &path)
+{
+    put_texts(to, path);
 }
 
 std::vector<std::vector<std::string>> as_rows(const decoded_path &path)

@@ -51,7 +51,9 @@ std::vector<text_range> nodes_of(const std::string &text);
 // The text, with a mark below a part of it.
 std::string pointer_at(const std::string &text, text_range part);
 
+// A path's texts.
 json as_json(const decoded_path &path);
+void put_members(json_members &to, const decoded_path &path);
 
 // Rows with the texts of all instances.
 std::vector<std::vector<std::string>> as_rows(const decoded_path &path);

@@ -106,6 +106,33 @@ std::string to_utf8(std::span<const CHAR16> text)
     return utf8;
 }
 
+bool assign_utf8(byte_view units, std::string *utf8)
+{
+    utf8->resize(ovra::unit_count(units));
+    size_t at = 0;
+    // Four at a time while they are ASCII: of a unit that is 0 the subtraction sets the highest bit. What it
+    // takes from the next unit only makes that be looked at again.
+    constexpr uint64_t ones = 0x0001000100010001;
+    for (uint64_t four = 0; at + 4 <= utf8->size(); at += 4) {
+        memcpy(&four, units.data() + 2 * at, sizeof four);
+        if (((four | (four - ones)) & 0xff80 * ones) != 0)
+            break;
+        four |= four >> 8; // the bytes 0 and 2, 4 and 6 side by side
+        const uint64_t two = (four & 0xffff) | (four >> 16 & 0xffff0000);
+        memcpy(utf8->data() + at, &two, 4);
+    }
+    utf8->resize(at);
+    for (; at < ovra::unit_count(units); ++at) {
+        const uint16_t unit = ovra::unit_at(units, at);
+        if (ovra::is_surrogate(unit))
+            return false;
+        if (unit == 0)
+            break;
+        *utf8 += ovra::utf8_character(unit).view();
+    }
+    return true;
+}
+
 std::optional<std::string> as_text(byte_view data)
 {
     if (data.empty())

@@ -26,6 +26,10 @@ bytes stored(std::span<const CHAR16> text);
 // UCS-2 up to its terminator as UTF-8; what is no character becomes U+FFFD.
 std::string to_utf8(std::span<const CHAR16> text);
 
+// The same of units as a variable holds them, into `*utf8`. False for a unit that is half a character: then
+// `*utf8` is any text.
+bool assign_utf8(byte_view units, std::string *utf8);
+
 // The text that bytes hold, ASCII or UCS-2, when they hold nothing else.
 std::optional<std::string> as_text(byte_view data);
 

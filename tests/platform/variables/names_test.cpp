@@ -75,6 +75,7 @@ TEST(variable_names, slash_is_an_exclamation_mark_in_the_file_name)
     EXPECT_EQ(file_of(u"a/b"), "a!b");
     EXPECT_EQ(name_before_guid("a!b"), u"a/b");
     EXPECT_EQ(file_of(u"a!b"), "a!b");
+    EXPECT_EQ(file_of(u"\u00e4/b"), "\u00e4!b"); // also behind what is not ASCII
 }
 
 TEST(variable_names, no_name_leads_out_of_the_folder)
