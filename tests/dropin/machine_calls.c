@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: MIT */
+// SPDX-License-Identifier: MIT
 /*
  * Preloaded into another program: it finds the machine in the folder MACHINE in place of this one. Paths
  * below /sys and /dev lead there, a disk's image is a block device, and a network card has the address in its
