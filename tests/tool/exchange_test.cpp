@@ -199,7 +199,7 @@ TEST_F(exchange, exports_into_a_file_as_a_whole_or_not_at_all)
     EXPECT_THAT(failure({"export", "/dev/null"}), HasSubstr("it is not a regular file"));
     EXPECT_THAT(output({"export", file_of_text, "--dry-run"}), StartsWith("would write "));
     EXPECT_FALSE(fs::exists(file_of_text));
-    EXPECT_EQ(json::parse(run({"export", "--json"}).out)["format"], 1);
+    EXPECT_EQ(parsed({"export"})["text"], output({"export"}));
     put_text("before");
     surroundings around;
     around.limits[RLIMIT_FSIZE] = 10;

@@ -175,6 +175,7 @@ void add_boot_options(const std::string &folder, completion *of, bool with_descr
     if (!with_descriptions)
         return;
     std::vector<std::string> all;
+    all.reserve(options.size());
     for (const auto &[number, description] : options)
         all.push_back(description);
     std::sort(all.begin(), all.end());
