@@ -4,12 +4,6 @@
 
 namespace tool_test {
 
-const std::string sample_path_hex =
-    "04012a00010000000008000000000000006000000000000011223344556677889900aabbccddeeff"
-    "0202"
-    "04040e005c004500460049000000"
-    "7fff0400";
-
 std::string load_option(uint32_t attributes, std::string_view description, std::string_view path,
                         std::string_view optional_data)
 {

@@ -101,8 +101,12 @@ std::string ucs2(std::string_view ascii);
 
 std::string from_hex(std::string_view digits);
 
-// A partition and a file on it, END: a well-formed path.
-extern const std::string sample_path_hex;
+// A partition and a file on it, END: a well-formed path. Here, as other constants are made of it.
+inline const std::string sample_path_hex =
+    "04012a00010000000008000000000000006000000000000011223344556677889900aabbccddeeff"
+    "0202"
+    "04040e005c004500460049000000"
+    "7fff0400";
 
 } // namespace tool_test
 
