@@ -8,6 +8,7 @@
 #include "tools/machine/named.h"
 #include "tools/machine/pathnodes.h"
 #include "tools/text/loadoption.h"
+#include "tools/text/numbers.h"
 #include "tools/text/output.h"
 
 namespace tool {

@@ -12,6 +12,7 @@
 #include "tools/machine/files.h"
 #include "tools/machine/firmware.h"
 #include "tools/text/failure.h"
+#include "tools/text/numbers.h"
 
 namespace tool {
 
