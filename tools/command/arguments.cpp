@@ -15,6 +15,7 @@
 #include "tools/machine/fullform.h"
 #include "tools/machine/pathnodes.h"
 #include "tools/paste/pasted.h"
+#include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/loadoption.h"
 #include "tools/text/nodeparse.h"
@@ -81,8 +82,8 @@ CLI::Option *description_argument::declare(CLI::App &app)
     return add_value(app, "--desc", "TEXT",
                      "description, as boot menus show it; at most 127 characters (256 bytes)",
                      [this](const std::string &value) {
-                         check_description(value);
-                         text = value;
+                         text = typed_description(value);
+                         check_description(*text);
                      });
 }
 

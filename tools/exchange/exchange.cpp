@@ -2,11 +2,11 @@
 #include "tools/exchange/exchange.h"
 
 #include <algorithm>
-#include <cstring>
 #include <unistd.h>
 
 #include "tools/exchange/plan.h"
 #include "tools/exchange/settings.h"
+#include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 
@@ -56,9 +56,7 @@ std::string meaning_of(const std::string &name, byte_view value)
     const auto parts = split(value);
     if (!parts)
         return format("%zu bytes", value.size());
-    std::vector<CHAR16> units(ovra::unit_count(parts->description));
-    memcpy(units.data(), parts->description.data(), parts->description.size());
-    return in_quotes(to_utf8(units)) + ", " + attribute_text(parts->attributes);
+    return quoted_description(description_of_units(parts->description)) + ", " + attribute_text(parts->attributes);
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "src/base/ascii.h"
+#include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 
@@ -50,13 +51,9 @@ void add_remark(firmware &machine, const std::string &name, boot_store *store)
     if (is.status != EFI_SUCCESS)
         return;
     const auto parts = split(is.data);
-    if (parts && has_number(name, "PlatformRecovery")) {
-        std::vector<CHAR16> units(ovra::unit_count(parts->description));
-        memcpy(units.data(), parts->description.data(), parts->description.size());
-        store->of_firmware[name] = in_quotes(to_utf8(units));
-    } else {
-        store->of_firmware[name] = hex(is.data);
-    }
+    store->of_firmware[name] = parts && has_number(name, "PlatformRecovery")
+                                   ? quoted_description(description_of_units(parts->description))
+                                   : hex(is.data);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/machine/changes.h"
 
+#include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 
@@ -35,7 +36,7 @@ change writes_order(const std::vector<uint16_t> &order)
 
 change writes_option(uint16_t number, const load_option &option)
 {
-    std::string meaning = in_quotes(option.description) + ", " + attribute_text(option.attributes);
+    std::string meaning = quoted_description(option.description) + ", " + attribute_text(option.attributes);
     if (!option.optional_data.empty())
         meaning += ", optional data " + optional_data_text(option.optional_data);
     return writes(option_name(number), as_stored(option), meaning, [option] { return as_json(option); });
@@ -97,6 +98,12 @@ void changes::remark(const std::string &text, const std::string &key, json value
     if (!text.empty())
         remarks += text + '\n';
     members[key] = std::move(value);
+}
+
+void changes::warn(const std::string &what)
+{
+    tool::warn(what);
+    members["warnings"].push_back(what);
 }
 
 void changes::report()

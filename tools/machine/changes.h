@@ -56,6 +56,9 @@ public:
     // A line alone takes the place of the one that nothing is to change.
     void remark(const std::string &text, const std::string &key, json value);
 
+    // A warning, on standard error and for programs.
+    void warn(const std::string &what);
+
     // Prints what was done, or would be.
     void report();
 

@@ -8,6 +8,7 @@
 #include "tools/machine/loaders.h"
 #include "tools/machine/named.h"
 #include "tools/machine/pathnodes.h"
+#include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 
@@ -108,6 +109,9 @@ void look::look_at_option(uint16_t number)
     } else if (is_left_out(number, option)) {
         add("unordered", number, "it is active but not in BootOrder");
     }
+    if (is_damaged_text(option.description))
+        add("damaged_text", number, "its description has characters that are not whole: " +
+                                        quoted_description(option.description));
     look_at_path(number, option);
 }
 

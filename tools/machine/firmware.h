@@ -93,7 +93,7 @@ public:
     bool option_exists(uint16_t number);
     void require_option(uint16_t number);
     void require_sound_option(uint16_t number); // one that is damaged is refused as well
-    load_option read_option(uint16_t number);   // throws `unreadable`
+    load_option read_option(uint16_t number);   // throws `unreadable`, and a failure without it
 
     // BootOrder, BootCurrent, BootNext.
     std::vector<uint16_t> order();     // empty also when there is none; throws `damaged`
@@ -138,8 +138,6 @@ private:
     using taking = std::function<void(const variable_id &)>;
     void visit_variables(const std::function<void()> &begin, const taking &take);
     bool walk(bool may_end_early, const taking &take); // false when it ended early, else that is thrown
-    // An option as only the library reads it.
-    load_option library_option(const std::string &name);
     // Throws unless a request to read something succeeded.
     void check(const std::string &what, EFI_STATUS status);
     void require_read(const std::string &name, const variable &read, const std::string &when_damaged = {});
@@ -181,7 +179,8 @@ private:
     bool may_replace_image() const;
     void check_copy(const change_request &request, room_taken *planned) const;
 
-    unreadable why_unreadable(const std::string &name);
+    static failure no_such_option(uint16_t number);
+    unreadable why_unreadable(const std::string &name, const variable &is);
     std::string not_there() const;
     std::string root_folder() const;  // empty for "/"
     std::string state_folder() const; // of a machine that is not live

@@ -69,10 +69,15 @@ bool firmware::option_exists(uint16_t number)
     return exists_global(option_name(number));
 }
 
+failure firmware::no_such_option(uint16_t number)
+{
+    return failure("no such option: " + option_name(number), "'ovra list' shows the options.");
+}
+
 void firmware::require_option(uint16_t number)
 {
     if (!option_exists(number))
-        throw failure("no such option: " + option_name(number), "'ovra list' shows the options.");
+        throw no_such_option(number);
 }
 
 void firmware::require_sound_option(uint16_t number)
@@ -88,54 +93,23 @@ void firmware::require_sound_option(uint16_t number)
     }
 }
 
-unreadable firmware::why_unreadable(const std::string &name)
+unreadable firmware::why_unreadable(const std::string &name, const variable &is)
 {
     const std::string said = messages;
     const auto because = [&](const std::string &why, const std::string &advice) {
         return unreadable("cannot read " + name + ": " + why, advice, said, why);
     };
-    const variable is = read_global(name);
     if (is_refusal(is.status))
         return because("no permission", permission_advice());
-    const auto parts = split(is.data);
     const std::string bytes_advice = "'ovra vars -v " + name + "' shows its bytes.";
     std::error_code ignored;
     if (is_damaged(is) && std::filesystem::is_directory(file_of(name), ignored))
         return because("damaged", "A folder is in its place: remove " + file_of(name) + '.');
-    if (is_damaged(is) || (is.status == EFI_SUCCESS && !parts))
+    if (is_damaged(is) || is.status == EFI_SUCCESS)
         return because("damaged", (is_damaged(is) ? "" : bytes_advice + '\n') + "'ovra remove " + name +
                                       "' removes it.");
-    if (is.status != EFI_SUCCESS)
-        return because(is.error != 0 ? strerror(is.error) : status_name(is.status), {});
-    if (parts->description.size() > ovra::description_limit)
-        return because("its description is longer than 127 characters", bytes_advice);
-    return because("the library cannot read it", bytes_advice);
+    return because(is.error != 0 ? strerror(is.error) : status_name(is.status), {});
 }
-
-namespace {
-
-// An option that the library would read in no other way.
-std::optional<load_option> plain_option(const variable &is)
-{
-    const auto parts = split(is.data);
-    const auto is_plain = [](CHAR16 unit) { return !ovra::is_surrogate(unit); };
-    if (is.status != EFI_SUCCESS || !parts || parts->description.size() > ovra::description_limit ||
-        is.data.size() - parts->optional_data.size() > UINT16_MAX)
-        return std::nullopt;
-    std::vector<CHAR16> units(ovra::unit_count(parts->description));
-    memcpy(units.data(), parts->description.data(), units.size() * sizeof(CHAR16));
-    load_option option;
-    option.attributes = parts->attributes;
-    option.description = to_utf8(units);
-    if (!std::all_of(units.begin(), units.end(), is_plain) ||
-        option.description.size() > ovra::description_limit)
-        return std::nullopt;
-    option.path.assign(parts->path.begin(), parts->path.end());
-    option.optional_data.assign(parts->optional_data.begin(), parts->optional_data.end());
-    return option;
-}
-
-} // namespace
 
 std::optional<load_option> firmware::find_option(uint16_t number)
 {
@@ -143,37 +117,19 @@ std::optional<load_option> firmware::find_option(uint16_t number)
     const variable is = read_global(name);
     if (is.status == EFI_NOT_FOUND)
         return std::nullopt;
-    // The library asks for the size first, and keeps what it hands out: it is asked for what only it can
-    // tell, and for why an option cannot be read.
-    auto plain = plain_option(is);
-    return plain ? std::move(plain) : library_option(name);
+    // Not by the library, which refuses long descriptions and characters beyond U+FFFF.
+    auto option = is.status == EFI_SUCCESS ? option_in(is.data) : std::nullopt;
+    if (!option)
+        throw why_unreadable(name, is);
+    return option;
 }
 
 load_option firmware::read_option(uint16_t number)
 {
     auto found = find_option(number);
-    return found ? *std::move(found) : library_option(option_name(number));
-}
-
-load_option firmware::library_option(const std::string &name)
-{
-    load_option option;
-    std::string asked = name;
-    ovra_epath_t path = nullptr;
-    int path_size = 0;
-    char *description = nullptr;
-    void *optional_data = nullptr;
-    size_t optional_size = 0;
-    if (call([&] {
-            return ovra_bootopt_get(handle, asked.data(), &path, &path_size, &description, &option.attributes,
-                                    &optional_data, &optional_size);
-        }) != 0)
-        throw why_unreadable(name);
-    option.description = description;
-    option.path.assign(path, path + path_size);
-    if (const auto *data = static_cast<const uint8_t *>(optional_data))
-        option.optional_data.assign(data, data + optional_size);
-    return option;
+    if (!found)
+        throw no_such_option(number);
+    return *std::move(found);
 }
 
 std::vector<uint16_t> firmware::order()

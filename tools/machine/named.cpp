@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/machine/named.h"
 
+#include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 #include "tools/text/output.h"
@@ -29,7 +30,7 @@ std::string description_of(firmware &machine, uint16_t number)
     try {
         if (!machine.option_exists(number))
             return "(no such option)";
-        return printable(machine.read_option(number).description);
+        return shown_description(machine.read_option(number).description);
     } catch (const unreadable &reason) {
         warn_of_unreadable(reason);
         return '(' + printable(reason.why) + ')';

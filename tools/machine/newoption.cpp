@@ -120,30 +120,6 @@ uint16_t number_for(firmware &machine, const names &names, const new_option &mad
     return number;
 }
 
-void require_kept(uint16_t number, const variable &stored_option, const load_option &read,
-                  bool keeps_description, bool keeps_optional_data)
-{
-    const std::string cannot = "cannot change " + option_name(number) + ": ";
-    const auto parts = split(stored_option.data);
-    if (!parts)
-        throw failure(cannot + "it is damaged");
-    const auto differs = [](byte_view is, const bytes &returned) {
-        return !std::equal(is.begin(), is.end(), returned.begin(), returned.end());
-    };
-    if (keeps_description) {
-        const auto text = to_ucs2(read.description);
-        if (!text || differs(parts->description, stored(*text)))
-            throw failure(cannot + "its description would not stay as it is",
-                          "It is longer than can be read back, or has characters that are no text. Give\n"
-                          "--desc as well.");
-    }
-    if (differs(parts->path, read.path))
-        throw failure(cannot + "its path would not stay as it is");
-    if (keeps_optional_data && differs(parts->optional_data, read.optional_data))
-        throw failure(cannot + "its optional data would not stay as it is",
-                      "It begins further in than can be read back. Give the optional data as well.");
-}
-
 } // namespace
 
 void make_option(firmware &machine, const new_option &made, const general_options &general, changes *changes)
@@ -186,14 +162,27 @@ std::optional<uint16_t> option_like(firmware &machine, const load_option &option
     return std::nullopt;
 }
 
-load_option changeable_option(firmware &machine, uint16_t number, bool keeps_description,
-                              bool keeps_optional_data)
+load_option changeable_option(firmware &machine, uint16_t number)
 {
     machine.require_option(number);
-    load_option option = machine.read_option(number);
-    require_kept(number, machine.read_global(option_name(number)), option, keeps_description,
-                 keeps_optional_data);
-    return option;
+    return machine.read_option(number);
+}
+
+void warn_of_description(const load_option &option, changes *changes)
+{
+    if (const std::string why = description_obstacle(option.description); !why.empty())
+        changes->warn(why + ": programs that use the library cannot read the option");
+}
+
+void change_option(uint16_t number, const load_option &before, const load_option &after, changes *changes)
+{
+    if (as_stored(after) == as_stored(before))
+        return;
+    if (!data_is_far(before)) // else it is no worse than it was
+        check_size(after);
+    if (after.description != before.description)
+        warn_of_description(after, changes);
+    changes->make(writes_option(number, after));
 }
 
 } // namespace tool

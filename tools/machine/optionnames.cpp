@@ -2,10 +2,10 @@
 #include "tools/machine/optionnames.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "src/base/ascii.h"
 #include "tools/machine/devicepaths.h"
+#include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 
@@ -15,14 +15,6 @@ namespace {
 
 constexpr const char *advice = "An option is named by its number, as Boot001F, by its description or the\n"
                                "beginning of it, or as @current, @next or @first: 'ovra list' shows them.";
-
-// Also of an option that the library does not read, as for the length of its description.
-std::string description_in(const ovra::load_option_parts &parts)
-{
-    std::vector<CHAR16> units(ovra::unit_count(parts.description));
-    memcpy(units.data(), parts.description.data(), units.size() * sizeof(CHAR16));
-    return to_utf8(units);
-}
 
 // Firmware ends the names of disks in blanks.
 std::string_view without_blanks_at_end(std::string_view text)
@@ -61,7 +53,7 @@ const std::vector<option_lookup::known_option> &option_lookup::options()
         const variable is = machine.read_global(option_name(number));
         // One that is damaged has no description.
         if (const auto parts = split(is.data))
-            known->push_back({number, description_in(*parts), {parts->path.begin(), parts->path.end()}});
+            known->push_back({number, description_of_units(parts->description), {parts->path.begin(), parts->path.end()}});
     }
     return *known;
 }
@@ -83,7 +75,7 @@ uint16_t option_lookup::only(const std::vector<const known_option *> &found, con
     constexpr size_t most = 20;
     std::string candidates;
     for (size_t at = 0; at < std::min(found.size(), most); ++at)
-        candidates += (at == 0 ? "" : "\n") + option_name(found[at]->number) + "  " + found[at]->description;
+        candidates += (at == 0 ? "" : "\n") + option_name(found[at]->number) + "  " + shown_description(found[at]->description);
     if (found.size() > most)
         candidates += format("\n... and %zu more", found.size() - most);
     throw failure(what + format(" names %zu options", found.size()), candidates);
@@ -106,12 +98,8 @@ std::optional<uint16_t> option_lookup::of_variable(const std::string &name)
     return require(order.empty() ? std::nullopt : std::optional(order.front()), "BootOrder");
 }
 
-uint16_t option_lookup::named(const std::string &name)
+std::vector<const option_lookup::known_option *> option_lookup::described(const std::string &name)
 {
-    if (const auto number = parse_option(name))
-        return *number;
-    if (const auto number = of_variable(name))
-        return *number;
     const std::string_view wanted = without_blanks_at_end(name);
     const match by_rank[] = {
         [&](const known_option &each) { return each.description == name; },
@@ -123,8 +111,22 @@ uint16_t option_lookup::named(const std::string &name)
         },
     };
     for (const match &matches : by_rank) {
-        if (const auto found = all_with(matches); !found.empty())
-            return only(found, in_quotes(name));
+        if (auto found = all_with(matches); !found.empty())
+            return found;
+    }
+    return {};
+}
+
+uint16_t option_lookup::named(const std::string &name)
+{
+    if (const auto number = parse_option(name))
+        return *number;
+    if (const auto number = of_variable(name))
+        return *number;
+    // As it stands, or as it is shown.
+    for (const std::string &each : {name, typed_description(name)}) {
+        if (const auto found = described(each); !found.empty())
+            return only(found, quoted_description(each));
     }
     throw failure("no option is named " + in_quotes(name), advice);
 }

@@ -30,9 +30,10 @@ public:
         changes changes(machine, general);
         const machine_lock lock(machine, general);
         const uint16_t copied = option.find(machine);
-        load_option made = changeable_option(machine, copied, !description.text, true);
+        load_option made = changeable_option(machine, copied);
         if (description.text)
             made.description = *description.text;
+        warn_of_description(made, &changes);
         make_option(machine, {made, number.value, place.place}, general, &changes);
         changes.report();
     }

@@ -78,6 +78,9 @@ void create_verb::check()
     if (!packed && !path.device_text && !path.disk.name && !network.given())
         throw usage_error("create: one of --path-hex, --devpath, --disk, --uri and --mac is required");
     path.settle_file();
+    // An option that is read only here would be of little use to those who boot it.
+    if (const std::string why = description_obstacle(description.text.value()); !why.empty())
+        throw usage_error("--desc: " + why + ": programs that use the library could not read it");
 }
 
 given_path create_verb::path_to_store(const general_options &general) const

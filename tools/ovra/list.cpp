@@ -7,6 +7,7 @@
 #include "tools/machine/health.h"
 #include "tools/machine/named.h"
 #include "tools/ovra/verb.h"
+#include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 #include "tools/text/output.h"
@@ -138,6 +139,8 @@ std::string notes(const listing &all, const entry &entry)
         notes.emplace_back("stale");
     if (entry.same)
         notes.push_back("duplicate of " + option_name(*entry.same));
+    if (is_damaged_text(entry.option.description))
+        notes.emplace_back("damaged text");
     return join(notes, ", ");
 }
 
@@ -147,7 +150,7 @@ std::string described(const entry &entry)
         return "(no such option)";
     if (!entry.error.empty())
         return format("(%s)", printable(entry.error).c_str());
-    return printable(entry.option.description);
+    return shown_description(entry.option.description);
 }
 
 json to_json(const listing &all, const entry &entry)

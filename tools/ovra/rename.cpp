@@ -6,7 +6,7 @@
 #include "tools/machine/lock.h"
 #include "tools/machine/newoption.h"
 #include "tools/ovra/verb.h"
-#include "tools/text/numbers.h"
+#include "tools/text/description.h"
 
 namespace tool {
 
@@ -19,8 +19,8 @@ public:
     {
         option.declare(app, option_help)->required();
         add_value(app, "description", "TEXT", "the new description", [this](const std::string &text) {
-            check_description(text);
-            description = text;
+            description = typed_description(text);
+            check_description(description);
         })->required();
         add_example(app, "ovra rename Boot0003 'Debian 12'");
     }
@@ -30,12 +30,11 @@ public:
         firmware machine(general.folder());
         const machine_lock lock(machine, general);
         const uint16_t number = option.find(machine);
-        load_option renamed = changeable_option(machine, number, false, true);
+        const load_option before = changeable_option(machine, number);
+        load_option renamed = before;
         renamed.description = description;
-        check_size(renamed);
         changes changes(machine, general);
-        if (as_stored(renamed) != machine.read_global(option_name(number)).data)
-            changes.make(writes_option(number, renamed));
+        change_option(number, before, renamed, &changes);
         changes.report();
     }
 

@@ -162,8 +162,8 @@ void set_verb::run(const general_options &general)
     const std::optional<bytes> data = no_optional_data ? bytes{} : optional_data.read();
     const machine_lock lock(machine, general);
     const uint16_t number = option.find(machine);
-    load_option changed = changeable_option(machine, number, !description.text, !data);
-    const variable before = machine.read_global(option_name(number));
+    const load_option before = changeable_option(machine, number);
+    load_option changed = before;
     if (description.text)
         changed.description = *description.text;
     if (attributes)
@@ -178,10 +178,7 @@ void set_verb::run(const general_options &general)
     changes changes(machine, general);
     if (changes_path())
         changed.path = changed_path(changed.path, general, &changes);
-    check_size(changed);
-
-    if (as_stored(changed) != before.data)
-        changes.make(writes_option(number, changed));
+    change_option(number, before, changed, &changes);
     changes.report();
 }
 

@@ -10,6 +10,7 @@
 #include "tools/machine/firmware.h"
 #include "tools/machine/leading.h"
 #include "tools/ovra/verb.h"
+#include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 #include "tools/text/output.h"
@@ -128,7 +129,8 @@ std::string as_text(const shown_option &all)
     const load_option &option = all.option;
     table rows;
     rows.row({"Option", option_name(all.number)});
-    rows.row({"Description", printable(option.description)});
+    rows.row({"Description", shown_description(option.description) +
+                                 (is_damaged_text(option.description) ? " (damaged text)" : "")});
     rows.row({"Attributes", attribute_text(option.attributes)});
     rows.row({"Position", position_text(all)});
     rows.row({"Path", hex(option.path) + format(" (%zu bytes)", option.path.size())});

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <unistd.h>
 
+#include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 
@@ -170,7 +171,9 @@ json as_json(const load_option &option)
 {
     const auto text = as_text(option.optional_data);
     json fields;
-    fields["description"] = option.description;
+    fields["description"] = description_for_json(option.description);
+    if (is_damaged_text(option.description))
+        fields["damaged_description"] = shown_description(option.description);
     fields["active"] = option.active();
     fields["attributes"] = option.attributes;
     fields["path"] = hex(option.path);

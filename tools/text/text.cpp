@@ -34,13 +34,6 @@ bool misleads(char32_t character)
     });
 }
 
-bool shows(char32_t character)
-{
-    if (character < 0x80)
-        return character >= 0x20 && character != 0x7f;
-    return !misleads(character) && std::iswprint(static_cast<wint_t>(character)) != 0;
-}
-
 // The beginning of a text that is ASCII and shows, as nearly all text does, in one column each.
 std::string_view plain_beginning(std::string_view text)
 {
@@ -130,6 +123,18 @@ std::optional<std::string> as_text(byte_view data)
     return to_utf8(units);
 }
 
+bool shows(char32_t character)
+{
+    if (character < 0x80)
+        return character >= 0x20 && character != 0x7f;
+    return !misleads(character) && std::iswprint(static_cast<wint_t>(character)) != 0;
+}
+
+std::string escaped_character(char32_t character)
+{
+    return format(character > 0xffff ? "\\U%08x" : "\\u%04x", static_cast<unsigned>(character));
+}
+
 std::string printable(std::string_view utf8)
 {
     std::string shown;
@@ -145,7 +150,7 @@ std::string printable(std::string_view utf8)
         else if (shows(next.character))
             shown += utf8.substr(0, next.size);
         else
-            shown += format("\\u%04x", static_cast<unsigned>(next.character));
+            shown += escaped_character(next.character);
         utf8.remove_prefix(next.size);
     }
 }
