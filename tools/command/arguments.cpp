@@ -47,15 +47,6 @@ void add_example(CLI::App &app, const char *line)
     app.footer(std::string("Example: ") + line + "\n\n" + app.get_footer());
 }
 
-uint16_t option_number(const std::string &text)
-{
-    const auto number = parse_option(text);
-    if (!number)
-        throw usage_error(in_quotes(text) +
-                          " is not a boot option: Boot and four hex digits, such as Boot001F");
-    return *number;
-}
-
 void refuse_leading_zero(const std::string &text)
 {
     const size_t sign = text.starts_with('-') ? 1 : 0;

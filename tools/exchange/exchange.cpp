@@ -38,7 +38,7 @@ std::vector<std::string> differing(const variable_values &before, const variable
     }
     for (const char *setting : settings)
         add(setting);
-    for (const option_family &family : families) {
+    for (const option_kind &family : families) {
         for (const std::string &name : names) {
             if (family_of(name) == &family)
                 add(name);
@@ -56,7 +56,8 @@ std::string meaning_of(const std::string &name, byte_view value)
     const auto parts = split(value);
     if (!parts)
         return format("%zu bytes", value.size());
-    return quoted_description(description_of_units(parts->description)) + ", " + attribute_text(parts->attributes);
+    return quoted_description(description_of_units(parts->description)) + ", " +
+           attribute_text(parts->attributes);
 }
 
 } // namespace

@@ -25,26 +25,26 @@ change deletes(const std::string &variable)
     return {"delete", "deleted", variable, {{"variable", variable}}, variable, {}};
 }
 
-change writes_order(const std::vector<uint16_t> &order)
+change writes_order(const option_kind &kind, const std::vector<uint16_t> &order)
 {
     if (order.empty())
-        return deletes("BootOrder");
-    return writes("BootOrder", stored(order), names_of(order), [order] {
-        return json{{"order", option_names(order)}};
+        return deletes(kind.order);
+    return writes(kind.order, stored(order), kind.names(order), [&kind, order] {
+        return json{{"order", option_names(kind, order)}};
     });
 }
 
-change writes_option(uint16_t number, const load_option &option)
+change writes_option(const std::string &name, const load_option &option)
 {
     std::string meaning = quoted_description(option.description) + ", " + attribute_text(option.attributes);
     if (!option.optional_data.empty())
         meaning += ", optional data " + optional_data_text(option.optional_data);
-    return writes(option_name(number), as_stored(option), meaning, [option] { return as_json(option); });
+    return writes(name, as_stored(option), meaning, [option] { return as_json(option); });
 }
 
-change makes_option(uint16_t number, const load_option &option)
+change makes_option(const std::string &name, const load_option &option)
 {
-    change made = writes_option(number, option);
+    change made = writes_option(name, option);
     made.makes = true;
     return made;
 }

@@ -29,9 +29,9 @@ struct change {
 change writes(const std::string &variable, bytes data, const std::string &meaning,
               const std::function<json()> &long_fields = {});
 change deletes(const std::string &variable);
-change writes_order(const std::vector<uint16_t> &order);
-change writes_option(uint16_t number, const load_option &option);
-change makes_option(uint16_t number, const load_option &option);
+change writes_order(const option_kind &kind, const std::vector<uint16_t> &order);
+change writes_option(const std::string &name, const load_option &option);
+change makes_option(const std::string &name, const load_option &option);
 
 class changes {
 public:

@@ -159,12 +159,12 @@ std::vector<uint16_t> numbers_of(const std::vector<found_option> &options)
     return numbers;
 }
 
-json remarks_of(const std::vector<found_option> &options)
+json remarks_of(const option_kind &kind, const std::vector<found_option> &options)
 {
     json all = json::object();
     for (const found_option &each : options) {
         if (const std::string what = each.remark(); !what.empty())
-            all[option_name(each.number)] = what;
+            all[kind.name(each.number)] = what;
     }
     return all;
 }

@@ -22,7 +22,7 @@ namespace {
 using option_set = std::vector<char>;
 
 // The options among the names of all variables; false where these cannot be asked for.
-bool find_names(option_set *there)
+bool find_names(const option_kind &kind, option_set *there)
 {
     const std::string after_name = '-' + guid_text(ovra::global_variable_guid);
     const int services = devns_open(DEVNS_RUNTIME_SERVICES, O_RDWR);
@@ -36,8 +36,10 @@ bool find_names(option_set *there)
     there->assign(UINT16_MAX + 1, 0);
     for (const char *at = names.get(); *at != '\0';) {
         const std::string_view name = at;
-        const auto number = ovra::option_number(name.substr(0, ovra::option_name::length));
-        if (number && name.substr(ovra::option_name::length) == after_name)
+        const auto number = name.ends_with(after_name)
+                                ? kind.number_in(name.substr(0, name.size() - after_name.size()))
+                                : std::nullopt;
+        if (number)
             (*there)[*number] = 1;
         at += name.size() + 1;
     }
@@ -49,10 +51,10 @@ bool find_names(option_set *there)
 std::vector<uint16_t> firmware::options()
 {
     option_set there;
-    if (!find_names(&there))
+    if (!find_names(options_kind, &there))
         visit_variables([&there] { there.assign(UINT16_MAX + 1, 0); },
-                        [&there](const variable_id &id) {
-                            const auto number = ovra::option_number(to_utf8(id.name));
+                        [this, &there](const variable_id &id) {
+                            const auto number = options_kind.number_in(to_utf8(id.name));
                             if (number && ovra::same_guid(id.guid, ovra::global_variable_guid))
                                 there[*number] = 1;
                         });
@@ -66,12 +68,13 @@ std::vector<uint16_t> firmware::options()
 
 bool firmware::option_exists(uint16_t number)
 {
-    return exists_global(option_name(number));
+    return exists_global(name_of(number));
 }
 
-failure firmware::no_such_option(uint16_t number)
+failure firmware::no_such_option(uint16_t number) const
 {
-    return failure("no such option: " + option_name(number), "'ovra list' shows the options.");
+    return failure("no such option: " + name_of(number),
+                   "'ovra list" + options_kind.in_advice() + "' shows the options.");
 }
 
 void firmware::require_option(uint16_t number)
@@ -106,14 +109,14 @@ unreadable firmware::why_unreadable(const std::string &name, const variable &is)
     if (is_damaged(is) && std::filesystem::is_directory(file_of(name), ignored))
         return because("damaged", "A folder is in its place: remove " + file_of(name) + '.');
     if (is_damaged(is) || is.status == EFI_SUCCESS)
-        return because("damaged", (is_damaged(is) ? "" : bytes_advice + '\n') + "'ovra remove " + name +
-                                      "' removes it.");
+        return because("damaged", (is_damaged(is) ? "" : bytes_advice + '\n') + "'ovra remove" +
+                                      options_kind.in_advice() + ' ' + name + "' removes it.");
     return because(is.error != 0 ? strerror(is.error) : status_name(is.status), {});
 }
 
 std::optional<load_option> firmware::find_option(uint16_t number)
 {
-    const std::string name = option_name(number);
+    const std::string name = name_of(number);
     const variable is = read_global(name);
     if (is.status == EFI_NOT_FOUND)
         return std::nullopt;
@@ -132,24 +135,32 @@ load_option firmware::read_option(uint16_t number)
     return *std::move(found);
 }
 
+std::string firmware::order_name() const
+{
+    return options_kind.order ? options_kind.order : "an order";
+}
+
 std::vector<uint16_t> firmware::order()
 {
-    const variable is = read_global("BootOrder");
+    if (!options_kind.order)
+        return {};
+    const std::string name = order_name();
+    const variable is = read_global(name);
     if (is.status == EFI_NOT_FOUND)
         return {};
     if (is_damaged(is)) {
         std::error_code ignored;
-        const std::string path = file_of("BootOrder");
-        require_read("BootOrder", is,
+        const std::string path = file_of(name);
+        require_read(name, is,
                      std::filesystem::is_directory(path, ignored)
                          ? "A folder is in its place: remove " + path + '.'
-                         : "'ovra order set' writes a new one.");
+                         : "'ovra order set" + options_kind.in_advice() + "' writes a new one.");
     }
-    require_read("BootOrder", is);
+    require_read(name, is);
     // The firmware does not look at half an entry either.
     if (is.data.size() % sizeof(uint16_t) != 0)
-        warn(format("BootOrder has %zu bytes: the last one is half an entry", is.data.size()),
-             "It is lost when BootOrder is written.");
+        warn(name + format(" has %zu bytes: the last one is half an entry", is.data.size()),
+             "It is lost when " + name + " is written.");
     std::vector<uint16_t> numbers(is.data.size() / sizeof(uint16_t));
     if (!numbers.empty())
         memcpy(numbers.data(), is.data.data(), numbers.size() * sizeof(uint16_t));
@@ -193,7 +204,7 @@ std::optional<uint16_t> firmware::booted_next()
         for (size_t at = 0; at + sizeof(uint16_t) <= options.size(); at += sizeof(uint16_t)) {
             uint16_t number = 0;
             memcpy(&number, options.data() + at, sizeof number);
-            const bytes variable = read_if_sound(option_name(number));
+            const bytes variable = read_if_sound(boot_options.name(number));
             const auto option = ovra::split_load_option(variable);
             if (option && (option->attributes & wanted) == wanted)
                 return number;
@@ -207,12 +218,12 @@ std::optional<uint16_t> firmware::booted_next()
 
 std::optional<uint16_t> firmware::current()
 {
-    return read_number("BootCurrent");
+    return options_kind.is_boot() ? read_number("BootCurrent") : std::nullopt;
 }
 
 std::optional<uint16_t> firmware::next()
 {
-    return read_number("BootNext");
+    return options_kind.is_boot() ? read_number("BootNext") : std::nullopt;
 }
 
 } // namespace tool

@@ -45,9 +45,9 @@ void print_named_option(firmware &machine, const general_options &general, const
 {
     const std::optional<uint16_t> number = (machine.*get)();
     if (general.json)
-        print_json({{key, as_json(number)}});
+        print_json({{key, as_json(machine.kind(), number)}});
     else if (number)
-        print(option_name(*number) + "  " + description_of(machine, *number) + '\n');
+        print(machine.name_of(*number) + "  " + description_of(machine, *number) + '\n');
     else
         print(std::string(when_not_set) + '\n');
 }

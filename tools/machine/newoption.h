@@ -38,7 +38,8 @@ std::optional<uint16_t> option_like(firmware &machine, const load_option &option
 load_option changeable_option(firmware &machine, uint16_t number);
 
 // Writes an option that was changed, if it was, and says what makes it unreadable for the library.
-void change_option(uint16_t number, const load_option &before, const load_option &after, changes *changes);
+void change_option(const firmware &machine, uint16_t number, const load_option &before,
+                   const load_option &after, changes *changes);
 
 // Says it when programs that use the library cannot read an option's description.
 void warn_of_description(const load_option &option, changes *changes);

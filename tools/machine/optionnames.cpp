@@ -50,10 +50,11 @@ const std::vector<option_lookup::known_option> &option_lookup::options()
         return *known;
     known.emplace();
     for (const uint16_t number : machine.options()) {
-        const variable is = machine.read_global(option_name(number));
+        const variable is = machine.read_global(machine.name_of(number));
         // One that is damaged has no description.
         if (const auto parts = split(is.data))
-            known->push_back({number, description_of_units(parts->description), {parts->path.begin(), parts->path.end()}});
+            known->push_back(
+                {number, description_of_units(parts->description), {parts->path.begin(), parts->path.end()}});
     }
     return *known;
 }
@@ -75,7 +76,8 @@ uint16_t option_lookup::only(const std::vector<const known_option *> &found, con
     constexpr size_t most = 20;
     std::string candidates;
     for (size_t at = 0; at < std::min(found.size(), most); ++at)
-        candidates += (at == 0 ? "" : "\n") + option_name(found[at]->number) + "  " + shown_description(found[at]->description);
+        candidates += (at == 0 ? "" : "\n") + machine.name_of(found[at]->number) + "  " +
+                      shown_description(found[at]->description);
     if (found.size() > most)
         candidates += format("\n... and %zu more", found.size() - most);
     throw failure(what + format(" names %zu options", found.size()), candidates);
@@ -88,6 +90,9 @@ std::optional<uint16_t> option_lookup::of_variable(const std::string &name)
             throw failure(std::string(variable) + " is not set", advice);
         return number;
     };
+    const bool is_of_boot = ovra::alike(name, "@current") || ovra::alike(name, "@next");
+    if (is_of_boot && !machine.kind().is_boot())
+        throw failure(name + " names a boot option, and no other kind");
     if (ovra::alike(name, "@current"))
         return require(machine.current(), "BootCurrent");
     if (ovra::alike(name, "@next"))
@@ -95,7 +100,7 @@ std::optional<uint16_t> option_lookup::of_variable(const std::string &name)
     if (!ovra::alike(name, "@first"))
         return std::nullopt;
     const std::vector<uint16_t> order = machine.order();
-    return require(order.empty() ? std::nullopt : std::optional(order.front()), "BootOrder");
+    return require(order.empty() ? std::nullopt : std::optional(order.front()), machine.order_name().c_str());
 }
 
 std::vector<const option_lookup::known_option *> option_lookup::described(const std::string &name)
@@ -119,7 +124,7 @@ std::vector<const option_lookup::known_option *> option_lookup::described(const 
 
 uint16_t option_lookup::named(const std::string &name)
 {
-    if (const auto number = parse_option(name))
+    if (const auto number = machine.kind().typed_number(name))
         return *number;
     if (const auto number = of_variable(name))
         return *number;
@@ -127,6 +132,11 @@ uint16_t option_lookup::named(const std::string &name)
     for (const std::string &each : {name, typed_description(name)}) {
         if (const auto found = described(each); !found.empty())
             return only(found, quoted_description(each));
+    }
+    for (const option_kind &other : option_kinds) {
+        if (const auto number = other.typed_number(name))
+            throw failure(other.name(*number) + " is of another kind",
+                          "--kind " + std::string(other.word) + " is for these.");
     }
     throw failure("no option is named " + in_quotes(name), advice);
 }

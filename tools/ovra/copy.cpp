@@ -16,9 +16,10 @@ public:
     const char *summary() const override { return "make a boot option like another one"; }
     void declare(CLI::App &app) override
     {
+        kind.declare(app, true);
         option.declare(app, option_help);
         description.declare(app);
-        number.declare(app);
+        number.declare(app, kind);
         place.declare(app);
         add_example(app, "ovra copy Debian --desc 'Debian, single user' --after Debian");
     }
@@ -26,7 +27,7 @@ public:
 
     void run(const general_options &general) override
     {
-        firmware machine(general.folder());
+        firmware machine(general.folder(), *kind.kind);
         changes changes(machine, general);
         const machine_lock lock(machine, general);
         const uint16_t copied = option.find(machine);
@@ -39,6 +40,7 @@ public:
     }
 
 private:
+    kind_argument kind;
     option_argument option;
     description_argument description;
     number_argument number;

@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 
 #include "src/base/ascii.h"
+#include "tools/command/arguments.h"
 #include "tools/machine/contents.h"
 #include "tools/machine/devicepaths.h"
 #include "tools/machine/health.h"
@@ -128,7 +129,7 @@ private:
     std::optional<present_partitions> partitions;
 };
 
-std::string notes(const listing &all, const entry &entry)
+std::string notes(const option_kind &kind, const listing &all, const entry &entry)
 {
     std::vector<std::string> notes;
     if (all.current == entry.number)
@@ -138,7 +139,7 @@ std::string notes(const listing &all, const entry &entry)
     if (entry.is_stale)
         notes.emplace_back("stale");
     if (entry.same)
-        notes.push_back("duplicate of " + option_name(*entry.same));
+        notes.push_back("duplicate of " + kind.name(*entry.same));
     if (is_damaged_text(entry.option.description))
         notes.emplace_back("damaged text");
     return join(notes, ", ");
@@ -153,10 +154,10 @@ std::string described(const entry &entry)
     return shown_description(entry.option.description);
 }
 
-json to_json(const listing &all, const entry &entry)
+json to_json(const option_kind &kind, const listing &all, const entry &entry)
 {
     json fields;
-    fields["option"] = option_name(entry.number);
+    fields["option"] = kind.name(entry.number);
     fields["position"] = entry.position ? json(*entry.position) : json(nullptr);
     fields["current"] = all.current == entry.number;
     fields["next"] = all.next == entry.number;
@@ -170,23 +171,25 @@ json to_json(const listing &all, const entry &entry)
         if (entry.is_stale)
             fields["stale"] = true;
         if (entry.same)
-            fields["duplicate_of"] = option_name(*entry.same);
+            fields["duplicate_of"] = kind.name(*entry.same);
     }
     return fields;
 }
 
 void print_as_json(firmware &machine, const listing &all, bool verbose)
 {
-    json_list document({{"current", as_json(all.current)},
-                        {"next", as_json(all.next)},
-                        {"order", !all.order_problem.empty() ? json(nullptr) : option_names(all.order)}},
-                       "options");
+    const option_kind &kind = machine.kind();
+    json_list document(
+        {{"current", as_json(kind, all.current)},
+         {"next", as_json(kind, all.next)},
+         {"order", !all.order_problem.empty() ? json(nullptr) : option_names(kind, all.order)}},
+        "options");
     device_paths paths;
     marks marks(machine, all, verbose);
     for (const place &where : all.places) {
         const entry entry = marks.marked(read_entry(machine, &paths, where));
         if (is_shown(entry))
-            document.add(to_json(all, entry));
+            document.add(to_json(kind, all, entry));
     }
     document.end();
 }
@@ -205,6 +208,11 @@ void add_details(const entry &entry, table *rows)
         rows->below(indent, "optional data  " + optional_data_text(entry.option.optional_data));
 }
 
+std::string no_options(const option_kind &kind)
+{
+    return kind.is_boot() ? "no boot options\n" : "no " + std::string(kind.prefix) + " options\n";
+}
+
 void print_as_text(firmware &machine, const listing &all, bool verbose)
 {
     const std::string order = all.order_problem.empty() ? "" : printable(all.order_problem) + '\n';
@@ -218,15 +226,15 @@ void print_as_text(firmware &machine, const listing &all, bool verbose)
         if (rows.empty())
             rows.row({"Position", "Option", "Active", "Description", ""});
         const bool readable = entry.exists && entry.error.empty();
-        rows.row({entry.position ? std::to_string(*entry.position) : "-", option_name(entry.number),
+        rows.row({entry.position ? std::to_string(*entry.position) : "-", machine.name_of(entry.number),
                   !readable               ? "?"
                   : entry.option.active() ? "*"
                                           : "",
-                  described(entry), notes(all, entry)});
+                  described(entry), notes(machine.kind(), all, entry)});
         if (verbose && readable)
             add_details(entry, &rows);
     }
-    print(order + (rows.empty() ? "no boot options\n" : rows.text()));
+    print(order + (rows.empty() ? no_options(machine.kind()) : rows.text()));
 }
 
 class list_verb : public verb {
@@ -234,13 +242,14 @@ public:
     const char *summary() const override { return "the boot options, in boot order"; }
     void declare(CLI::App &app) override
     {
+        kind.declare(app, false);
         app.add_flag("-v,--verbose", verbose,
                      "also paths, attributes, optional data, and which partitions are gone");
     }
 
     void run(const general_options &general) override
     {
-        firmware machine(general.folder());
+        firmware machine(general.folder(), *kind.kind);
         const one_moment of_many_reads;
         const listing all = read_listing(machine);
         if (general.json)
@@ -250,6 +259,7 @@ public:
     }
 
 private:
+    kind_argument kind;
     bool verbose = false;
 };
 

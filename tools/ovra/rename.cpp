@@ -17,6 +17,7 @@ public:
     const char *summary() const override { return "give a boot option another description"; }
     void declare(CLI::App &app) override
     {
+        kind.declare(app, true);
         option.declare(app, option_help)->required();
         add_value(app, "description", "TEXT", "the new description", [this](const std::string &text) {
             description = typed_description(text);
@@ -27,18 +28,19 @@ public:
 
     void run(const general_options &general) override
     {
-        firmware machine(general.folder());
+        firmware machine(general.folder(), *kind.kind);
         const machine_lock lock(machine, general);
         const uint16_t number = option.find(machine);
         const load_option before = changeable_option(machine, number);
         load_option renamed = before;
         renamed.description = description;
         changes changes(machine, general);
-        change_option(number, before, renamed, &changes);
+        change_option(machine, number, before, renamed, &changes);
         changes.report();
     }
 
 private:
+    kind_argument kind;
     option_argument option;
     std::string description;
 };

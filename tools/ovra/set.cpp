@@ -55,6 +55,7 @@ private:
     void declare_data(CLI::App &app);
     bytes changed_path(bytes before, const general_options &general, changes *changes) const;
 
+    kind_argument kind;
     option_argument option;
     description_argument description;
     path_arguments path;
@@ -69,6 +70,7 @@ private:
 
 void set_verb::declare(CLI::App &app)
 {
+    kind.declare(app, true);
     option.declare(app, option_help);
     description.declare(app);
     auto *devices = path.declare_devpath(app);
@@ -158,7 +160,7 @@ bytes set_verb::changed_path(bytes before, const general_options &general, chang
 
 void set_verb::run(const general_options &general)
 {
-    firmware machine(general.folder());
+    firmware machine(general.folder(), *kind.kind);
     const std::optional<bytes> data = no_optional_data ? bytes{} : optional_data.read();
     const machine_lock lock(machine, general);
     const uint16_t number = option.find(machine);
@@ -178,7 +180,7 @@ void set_verb::run(const general_options &general)
     changes changes(machine, general);
     if (changes_path())
         changed.path = changed_path(changed.path, general, &changes);
-    change_option(number, before, changed, &changes);
+    change_option(machine, number, before, changed, &changes);
     changes.report();
 }
 

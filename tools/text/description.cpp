@@ -22,8 +22,7 @@ ovra::decoded_character first_of_description(std::string_view text)
         return static_cast<char32_t>(static_cast<unsigned char>(text[at]) & 0x3f);
     };
     const char32_t unit = 0xd000 | low_bits(1) << 6 | low_bits(2);
-    const bool is_kept =
-        ovra::is_surrogate(unit) && text.substr(0, 3) == ovra::utf8_character(unit).view();
+    const bool is_kept = ovra::is_surrogate(unit) && text.substr(0, 3) == ovra::utf8_character(unit).view();
     return is_kept ? ovra::decoded_character{unit, 3, true} : next;
 }
 

@@ -22,8 +22,8 @@ std::optional<std::vector<CHAR16>> units_of_description(std::string_view descrip
 // Whether it has surrogates without their partners.
 bool is_damaged_text(std::string_view description);
 
-// For a terminal: what cannot be shown is \uXXXX or \UXXXXXXXX, and a text with these, or with what looks like
-// them, has its backslashes doubled. Any other text stands as it is.
+// For a terminal: what cannot be shown is \uXXXX or \UXXXXXXXX, and a text with these, or with what looks
+// like them, has its backslashes doubled. Any other text stands as it is.
 std::string shown_description(std::string_view description);
 std::string quoted_description(std::string_view description);
 

@@ -189,16 +189,16 @@ void append_members(json *object, json more)
         members.emplace_back(key, std::move(value));
 }
 
-json as_json(std::optional<uint16_t> option)
+json as_json(const option_kind &kind, std::optional<uint16_t> option)
 {
-    return option ? json(option_name(*option)) : json(nullptr);
+    return option ? json(kind.name(*option)) : json(nullptr);
 }
 
-json option_names(const std::vector<uint16_t> &options)
+json option_names(const option_kind &kind, const std::vector<uint16_t> &options)
 {
     json names = json::array();
     for (const uint16_t option : options)
-        names.push_back(option_name(option));
+        names.push_back(kind.name(option));
     return names;
 }
 

@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/text/loadoption.h"
+#include "tools/text/optionkind.h"
 
 namespace tool {
 
@@ -69,9 +70,9 @@ json as_json(const load_option &option);
 void append_members(json *object, json more);
 
 // "Boot001F", or null.
-json as_json(std::optional<uint16_t> option);
+json as_json(const option_kind &kind, std::optional<uint16_t> option);
 
-json option_names(const std::vector<uint16_t> &options);
+json option_names(const option_kind &kind, const std::vector<uint16_t> &options);
 
 } // namespace tool
 
