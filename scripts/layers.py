@@ -59,7 +59,7 @@ LAYERS = {
     "tools/exchange": Layer(("tools/paste", "tools/machine", "tools/text", "src/base"), TYPES, ANY,
                             "the boot variables as a whole, as text and as a plan of writes"),
     "tools/command": Layer(("tools/paste", "tools/machine", "tools/text", "src/base"), TYPES, ANY,
-                           "what several verbs take: options of the command line with their values"),
+                           "the command line: what a verb is, and what several take"),
     "tools/ovra": Layer(("tools/command", "tools/exchange", "tools/layout", "tools/paste", "tools/machine", "tools/text",
                          "platform/include", "src/base"), WHOLE, ANY, "the verbs"),
 }

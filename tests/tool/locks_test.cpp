@@ -30,7 +30,7 @@ protected:
     {
         const char *seconds = getenv("OVRA_LOCK_TEST_SECONDS");
         if (!seconds)
-            return std::chrono::milliseconds(has_sanitizers() ? 8000 : 2500);
+            return std::chrono::milliseconds(has_sanitizers() ? 3000 : 2500);
         const std::string text = seconds;
         const bool is_number = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
         EXPECT_TRUE(is_number && text.size() < 4 && text != "0") << "OVRA_LOCK_TEST_SECONDS=" << text;

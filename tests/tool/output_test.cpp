@@ -4,6 +4,7 @@
 namespace tool_test {
 
 using ::testing::HasSubstr;
+using ::testing::StartsWith;
 
 // Standard output that does not take what is written.
 class command_output : public Machine {};
@@ -84,7 +85,9 @@ TEST_F(command_output, escapes_characters_that_change_how_text_is_shown)
         EXPECT_THAT(document, HasSubstr("\"description\": \"" + shown + "\""));
         EXPECT_EQ(json::parse(document)["description"], json::parse("\"" + shown + "\""));
         const std::string typed = json::parse("\"" + shown + "\"");
-        EXPECT_EQ(parsed({"show", typed})["option"], "Boot0003");
+        EXPECT_THAT(output({"show", typed}), HasSubstr("Description    " + shown + "\n"));
+        EXPECT_THAT(run({"show", typed + "c"}).err,
+                    StartsWith("ovra: no option is named \"" + shown + "c\"\n"));
         EXPECT_EQ(parsed({"show", shown})["option"], "Boot0003");
         EXPECT_EQ(run({"find", typed}).err.find("ovra: no disk is named \"" + shown + "\"\n"), 0u);
         EXPECT_EQ(run({typed}).err.find("ovra: unknown verb '" + shown + "'\n"), 0u);

@@ -192,7 +192,7 @@ TEST_F(set_path, create_takes_text)
 TEST_F(set_path, create_takes_exactly_one_kind_of_path)
 {
     EXPECT_THAT(run({"create", "--desc", "x"}).err,
-                HasSubstr("create: one of --path-hex, --devpath and --disk is required\n"));
+                HasSubstr("create: one of --path-hex, --devpath, --disk, --uri and --mac is required\n"));
     for (const words &more :
          {words{"--path-hex", end, "--devpath", "/Pci(1,2)"}, words{"--path-hex", end, "--disk", "c0t0d0s0"},
           words{"--disk", "c0t0d0s0", "--devpath", "/Pci(1,2)"}, words{"--path-hex", end, "--file", "a"},

@@ -4,10 +4,10 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/command/arguments.h"
+#include "tools/command/verb.h"
 #include "tools/machine/findings.h"
 #include "tools/machine/lock.h"
 #include "tools/machine/removal.h"
-#include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
 
 namespace tool {

@@ -2,10 +2,10 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/command/arguments.h"
+#include "tools/command/verb.h"
 #include "tools/machine/changes.h"
 #include "tools/machine/lock.h"
 #include "tools/machine/newoption.h"
-#include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 
@@ -72,7 +72,7 @@ void create_verb::declare(CLI::App &app)
                  "only when there is no option with this path, file and data; else say which that is");
     app.add_flag("--force", force,
                  "overwrite an option that --number names, take a path that is not well-formed");
-    add_example(app, "ovra create --desc Debian --disk /dev/sda1 --file '\\EFI\\debian\\shimx64.efi'");
+    add_example(app, "ovra create --desc Debian --disk sda1 --file '\\EFI\\debian\\shimx64.efi'");
 }
 
 void create_verb::check()

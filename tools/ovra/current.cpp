@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <CLI/CLI.hpp>
 
+#include "tools/command/verb.h"
 #include "tools/machine/named.h"
-#include "tools/ovra/verb.h"
 
 namespace tool {
 

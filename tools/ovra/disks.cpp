@@ -7,12 +7,12 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/command/arguments.h"
+#include "tools/command/verb.h"
 #include "tools/machine/contents.h"
 #include "tools/machine/diskoptions.h"
 #include "tools/machine/drives.h"
 #include "tools/machine/firmware.h"
 #include "tools/machine/sysfs.h"
-#include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 #include "tools/text/output.h"

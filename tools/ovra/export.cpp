@@ -2,9 +2,9 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/command/arguments.h"
+#include "tools/command/verb.h"
 #include "tools/exchange/boottext.h"
 #include "tools/exchange/outfile.h"
-#include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 #include "tools/text/output.h"

@@ -2,10 +2,10 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/command/arguments.h"
+#include "tools/command/verb.h"
 #include "tools/exchange/exchange.h"
 #include "tools/machine/files.h"
 #include "tools/machine/lock.h"
-#include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
 
 namespace tool {

@@ -3,11 +3,11 @@
 
 #include "src/base/ascii.h"
 #include "tools/command/arguments.h"
+#include "tools/command/verb.h"
 #include "tools/machine/contents.h"
 #include "tools/machine/devicepaths.h"
 #include "tools/machine/health.h"
 #include "tools/machine/named.h"
-#include "tools/ovra/verb.h"
 #include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"

@@ -7,13 +7,13 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/command/arguments.h"
+#include "tools/command/verb.h"
 #include "tools/exchange/machinecopy.h"
 #include "tools/exchange/start.h"
 #include "tools/layout/layout.h"
 #include "tools/machine/files.h"
 #include "tools/machine/lock.h"
 #include "tools/machine/sysfs.h"
-#include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 

@@ -18,8 +18,8 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/command/arguments.h"
-#include "tools/ovra/commandline.h"
-#include "tools/ovra/verb.h"
+#include "tools/command/commandline.h"
+#include "tools/command/verb.h"
 #include "tools/text/failure.h"
 #include "tools/text/output.h"
 

@@ -2,10 +2,10 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/command/arguments.h"
+#include "tools/command/verb.h"
 #include "tools/machine/changes.h"
 #include "tools/machine/lock.h"
 #include "tools/machine/named.h"
-#include "tools/ovra/verb.h"
 #include "tools/text/numbers.h"
 
 namespace tool {

@@ -2,10 +2,10 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/command/arguments.h"
+#include "tools/command/verb.h"
 #include "tools/machine/health.h"
 #include "tools/machine/lock.h"
 #include "tools/machine/removal.h"
-#include "tools/ovra/verb.h"
 
 namespace tool {
 

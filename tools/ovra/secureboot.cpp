@@ -2,8 +2,8 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/command/arguments.h"
+#include "tools/command/verb.h"
 #include "tools/machine/firmware.h"
-#include "tools/ovra/verb.h"
 #include "tools/text/output.h"
 
 namespace tool {

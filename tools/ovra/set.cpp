@@ -4,13 +4,13 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/command/arguments.h"
+#include "tools/command/verb.h"
 #include "tools/machine/changes.h"
 #include "tools/machine/devicepaths.h"
 #include "tools/machine/lock.h"
 #include "tools/machine/newoption.h"
 #include "tools/machine/pathnodes.h"
 #include "tools/machine/startable.h"
-#include "tools/ovra/verb.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 

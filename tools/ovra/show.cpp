@@ -5,11 +5,11 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/command/arguments.h"
+#include "tools/command/verb.h"
 #include "tools/machine/devicepaths.h"
 #include "tools/machine/drives.h"
 #include "tools/machine/firmware.h"
 #include "tools/machine/leading.h"
-#include "tools/ovra/verb.h"
 #include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"

@@ -4,10 +4,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tools/command/verb.h"
 #include "tools/machine/drives.h"
 #include "tools/machine/sysfs.h"
 #include "tools/machine/treenodes.h"
-#include "tools/ovra/verb.h"
 #include "tools/text/output.h"
 
 namespace tool {

@@ -1,7 +1,12 @@
 // SPDX-License-Identifier: MIT
-#include "tools/ovra/verb.h"
+#include "tools/command/verb.h"
 
 namespace tool {
+
+// Makes the verb of that name; defined in its file.
+#define VERB(name) std::unique_ptr<verb> make_##name();
+#include "tools/ovra/verbs.def"
+#undef VERB
 
 std::span<const known_verb> known_verbs()
 {

@@ -3,8 +3,8 @@
 
 #include "src/base/whole_number.h"
 #include "tools/command/arguments.h"
+#include "tools/command/verb.h"
 #include "tools/exchange/watcher.h"
-#include "tools/ovra/verb.h"
 #include "tools/text/text.h"
 
 namespace tool {

@@ -32,11 +32,6 @@ public:
     virtual void run(const general_options &general) = 0;
 };
 
-// Makes the verb of that name; defined in its file.
-#define VERB(name) std::unique_ptr<verb> make_##name();
-#include "tools/ovra/verbs.def"
-#undef VERB
-
 struct known_verb {
     const char *name;
     std::unique_ptr<verb> (*make)();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tools/ovra/commandline.h"
+#include "tools/command/commandline.h"
 
 #include <algorithm>
 #include <numeric>
@@ -8,7 +8,7 @@
 #include <CLI/CLI.hpp>
 
 #include "src/base/ascii.h"
-#include "tools/ovra/verb.h"
+#include "tools/command/verb.h"
 #include "tools/text/failure.h"
 #include "tools/text/text.h"
 
@@ -210,6 +210,13 @@ public:
     std::string make_option_desc(const CLI::Option *option) const override
     {
         return wrapped(CLI::Formatter::make_option_desc(option), help_width - get_column_width());
+    }
+
+    // What an option excludes is said when both are given: here the list would be longer than a line.
+    std::string make_option_opts(const CLI::Option *option) const override
+    {
+        const std::string text = CLI::Formatter::make_option_opts(option);
+        return text.substr(0, text.find(" Excludes:"));
     }
 
     std::string make_subcommand(const CLI::App *verb) const override
