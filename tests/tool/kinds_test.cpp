@@ -10,7 +10,7 @@ namespace {
 
 std::string first()
 {
-    return load_option(1, "Storage driver", from_hex(sample_path_hex));
+    return load_option(1, "Storage driver", from_hex("02010c00d041030a000000007fff0400"));
 }
 
 std::string second()

@@ -183,8 +183,7 @@ void change_option(const firmware &machine, uint16_t number, const load_option &
 {
     if (as_stored(after) == as_stored(before))
         return;
-    if (!data_is_far(before)) // else it is no worse than it was
-        check_size(after);
+    check_size(after);
     if (after.description != before.description)
         warn_of_description(after, changes);
     changes->make(writes_option(machine.name_of(number), after));

@@ -65,26 +65,12 @@ std::string description_obstacle(const std::string &description)
     return {};
 }
 
-namespace {
-
-size_t size_before_data(const load_option &option)
-{
-    return as_stored(option).size() - option.optional_data.size();
-}
-
-} // namespace
-
-bool data_is_far(const load_option &option)
-{
-    return size_before_data(option) > UINT16_MAX;
-}
-
 void check_size(const load_option &option)
 {
-    if (data_is_far(option))
-        throw failure(
-            format("the description and the path have %zu bytes together", size_before_data(option)),
-            "Where optional data begins must fit in 16 bits.");
+    const size_t optional_data_offset = as_stored(option).size() - option.optional_data.size();
+    if (optional_data_offset > UINT16_MAX)
+        throw failure(format("the description and the path have %zu bytes together", optional_data_offset),
+                      "Where optional data begins must fit in 16 bits.");
 }
 
 std::optional<std::string> path_error(byte_view path)

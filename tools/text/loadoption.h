@@ -36,9 +36,6 @@ void check_description(const std::string &description);
 // Why programs that use the library cannot read a description; empty when they can.
 std::string description_obstacle(const std::string &description);
 
-// Whether its optional data begins beyond the 16 bits by which the library finds it.
-bool data_is_far(const load_option &option);
-
 // Throws a failure for an option that programs which use the library could not read back whole.
 void check_size(const load_option &option);
 
