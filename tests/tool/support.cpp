@@ -74,6 +74,13 @@ pipe_ends new_terminal()
     return {slave, master};
 }
 
+// The same for what is written.
+pipe_ends new_screen()
+{
+    const pipe_ends typed = new_terminal();
+    return {typed.write, typed.read};
+}
+
 void write_all(int fd, const std::string &text)
 {
     if (!text.empty() && write(fd, text.data(), text.size()) != static_cast<ssize_t>(text.size()))
@@ -230,8 +237,8 @@ words operator+(words left, const words &right)
 outcome run_command(const words &arguments, const surroundings &around)
 {
     const pipe_ends in = around.terminal_in.empty() ? new_pipe() : new_terminal();
-    const pipe_ends out = new_pipe();
-    const pipe_ends err = new_pipe();
+    const pipe_ends out = around.terminal_out ? new_screen() : new_pipe();
+    const pipe_ends err = around.terminal_out ? new_screen() : new_pipe();
     const int out_fd = output_of(around, out.write);
     const pid_t child = start(arguments, around, in.read, out_fd, err.write);
     close(out.write);

@@ -12,6 +12,7 @@
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 #include "tools/text/output.h"
+#include "tools/text/terminal.h"
 
 namespace tool {
 
@@ -213,14 +214,25 @@ std::string no_options(const option_kind &kind)
     return kind.is_boot() ? "no boot options\n" : "no " + std::string(kind.prefix) + " options\n";
 }
 
-void print_as_text(firmware &machine, const listing &all, bool verbose)
+tint tint_of(const listing &all, const entry &entry)
 {
-    const std::string order = all.order_problem.empty() ? "" : printable(all.order_problem) + '\n';
-    table rows;
+    if (!entry.exists || !entry.error.empty() || entry.is_stale)
+        return tint::alarming;
+    if (!entry.option.active())
+        return tint::faint;
+    return all.current == entry.number ? tint::emphasised : tint::plain;
+}
+
+std::string text_of(firmware &machine, const listing &all, bool verbose)
+{
+    constexpr size_t widest_column = 48; // with the columns before it less than 80
+    table rows(widest_column);
     device_paths paths;
     marks marks(machine, all, verbose);
+    progress progress(all.places.size(), "options", 500);
     for (const place &where : all.places) {
         const entry entry = marks.marked(read_entry(machine, verbose ? &paths : nullptr, where));
+        progress.step();
         if (!is_shown(entry))
             continue;
         if (rows.empty())
@@ -231,10 +243,17 @@ void print_as_text(firmware &machine, const listing &all, bool verbose)
                   : entry.option.active() ? "*"
                                           : "",
                   described(entry), notes(machine.kind(), all, entry)});
+        rows.tint_row(tint_of(all, entry));
         if (verbose && readable)
             add_details(entry, &rows);
     }
-    print(order + (rows.empty() ? no_options(machine.kind()) : rows.text()));
+    return rows.empty() ? no_options(machine.kind()) : rows.text();
+}
+
+void print_as_text(firmware &machine, const listing &all, bool verbose)
+{
+    const std::string order = all.order_problem.empty() ? "" : printable(all.order_problem) + '\n';
+    print(order + text_of(machine, all, verbose));
 }
 
 class list_verb : public verb {

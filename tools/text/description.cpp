@@ -65,7 +65,7 @@ bool looks_escaped(std::string_view text)
 
 bool is_shown(const ovra::decoded_character &next)
 {
-    return next.valid && !ovra::is_surrogate(next.character) && shows(next.character);
+    return next.valid && !ovra::is_surrogate(next.character) && shows_here(next.character);
 }
 
 bool shows_all(std::string_view description)

@@ -10,6 +10,7 @@
 #include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
+#include "tools/text/terminal.h"
 
 namespace tool {
 
@@ -134,19 +135,31 @@ void table::row(std::span<const std::string_view> texts)
 {
     widths.resize(std::max(widths.size(), texts.size()));
     for (size_t at = 0; at < texts.size(); ++at) {
-        widths[at] = std::max(widths[at], columns(texts[at]));
+        if (const size_t width = columns(texts[at]); width <= widest_column)
+            widths[at] = std::max(widths[at], width);
         cells += texts[at];
         cell_ends.push_back(cells.size());
     }
-    lines.push_back({cell_ends.size(), true});
+    lines.push_back({cell_ends.size(), true, tint::plain});
 }
 
 void table::below(size_t spaces, const std::string &text)
 {
     cells.append(spaces, ' ').append(text);
     cell_ends.push_back(cells.size());
-    lines.push_back({cell_ends.size(), false});
+    lines.push_back({cell_ends.size(), false, tint::plain});
 }
+
+namespace {
+
+std::string_view colour_of(tint which)
+{
+    if (which == tint::plain || !shows_colours())
+        return {};
+    return which == tint::emphasised ? "\033[1m" : which == tint::faint ? "\033[2m" : "\033[31m";
+}
+
+} // namespace
 
 std::string table::text() const
 {
@@ -154,15 +167,19 @@ std::string table::text() const
     size_t at = 0;   // in cells
     size_t cell = 0; // in cell_ends
     for (const line &each : lines) {
+        const std::string_view colour = colour_of(each.shown_as);
+        all += colour;
         for (size_t column = 0; cell < each.cells_end; ++column, ++cell) {
             const std::string_view text = std::string_view(cells).substr(at, cell_ends[cell] - at);
             at = cell_ends[cell];
             all += text;
-            if (each.is_row)
-                all.append(widths[column] - columns(text) + 2, ' ');
+            if (!each.is_row)
+                continue;
+            const size_t width = columns(text);
+            all.append(std::max(widths[column], width) - width + 2, ' ');
         }
         all.erase(all.find_last_not_of(' ') + 1);
-        all += '\n';
+        all += colour.empty() ? "\n" : "\033[0m\n";
     }
     return all;
 }

@@ -37,15 +37,22 @@ private:
 // One line to standard error, and what to do about it.
 void warn(const std::string &what, const std::string &advice = {});
 
-// Columns as wide as their widest cell.
+// How a row looks on a terminal with colours.
+enum class tint : uint8_t { plain, emphasised, faint, alarming };
+
+// Columns as wide as their widest cell, of those up to `widest`: what follows a wider one is only pushed
+// aside.
 class table {
 public:
+    explicit table(size_t widest = SIZE_MAX) : widest_column(widest) {}
+
     void row(std::span<const std::string_view> texts);
     void row(std::initializer_list<std::string_view> texts) { row(std::span(texts.begin(), texts.size())); }
     void row(const std::vector<std::string> &texts)
     {
         row(std::vector<std::string_view>(texts.begin(), texts.end()));
     }
+    void tint_row(tint which) { lines.back().shown_as = which; }
     // A line below the last row, indented by `spaces`.
     void below(size_t spaces, const std::string &text);
     bool empty() const { return lines.empty(); }
@@ -58,9 +65,11 @@ private:
     struct line {
         size_t cells_end = 0; // in cell_ends
         bool is_row = true;
+        tint shown_as = tint::plain;
     };
     std::vector<line> lines;
     std::vector<size_t> widths;
+    size_t widest_column;
 };
 
 // A load option's fields.

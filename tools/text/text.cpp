@@ -9,6 +9,7 @@
 #include <cwctype>
 
 #include "src/base/text.h"
+#include "tools/text/terminal.h"
 
 namespace tool {
 
@@ -130,6 +131,11 @@ bool shows(char32_t character)
     return !misleads(character) && std::iswprint(static_cast<wint_t>(character)) != 0;
 }
 
+bool shows_here(char32_t character)
+{
+    return shows(character) && (character < 0x80 || shows_utf8());
+}
+
 std::string escaped_character(char32_t character)
 {
     return format(character > 0xffff ? "\\U%08x" : "\\u%04x", static_cast<unsigned>(character));
@@ -147,7 +153,7 @@ std::string printable(std::string_view utf8)
         const auto next = ovra::first_of_utf8(utf8);
         if (!next.valid)
             shown += format("\\x%02x", static_cast<unsigned char>(utf8[0]));
-        else if (shows(next.character))
+        else if (shows_here(next.character))
             shown += utf8.substr(0, next.size);
         else
             shown += escaped_character(next.character);
