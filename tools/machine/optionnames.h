@@ -19,8 +19,8 @@ public:
     explicit option_lookup(firmware &named) : machine(named) {}
 
     // The option that is named by its number ("Boot001F", "1f"), which need not exist, by its description or
-    // the only one that begins so, without regard to the case of A to Z, which may be typed as it is shown, or as "@current", "@next" or
-    // "@first". Throws a failure, with the candidates when there are several.
+    // the only one that begins so, without regard to the case of A to Z and as it is shown or as it is, or as
+    // "@current", "@next" or "@first". Throws a failure, with the candidates when there are several.
     uint16_t named(const std::string &name);
 
     // The only option with this text in a device or file path, without regard to case and the kind of

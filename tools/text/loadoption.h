@@ -15,7 +15,7 @@ namespace tool {
 struct load_option {
     uint32_t attributes = LOAD_OPTION_ACTIVE;
     std::string description; // as description_of_units() has it
-    bytes path; // packed device path
+    bytes path;              // packed device path
     bytes optional_data;
 
     bool active() const { return (attributes & LOAD_OPTION_ACTIVE) != 0; }
