@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cerrno>
 #include <memory>
+#include <optional>
 
 #include <dlfcn.h>
 #include <pthread.h>
@@ -11,6 +12,7 @@
 
 #include "platform/machine/debug.h"
 #include "platform/machine/failure.h"
+#include "platform/machine/files.h"
 
 namespace machine {
 
@@ -47,32 +49,20 @@ void load_in_child()
     loading = PTHREAD_RWLOCK_INITIALIZER;
 }
 
-struct folder_id {
-    dev_t device;
-    ino_t number;
-    bool known;
-
-    bool operator==(const folder_id &other) const
-    {
-        return known && other.known && device == other.device && number == other.number;
-    }
-};
-
-folder_id id_of_root()
+std::optional<file_identity> root_now()
 {
     struct stat root = {};
-    const bool known = stat("/", &root) == 0;
-    return {root.st_dev, root.st_ino, known};
+    return stat("/", &root) == 0 ? std::optional(file_identity{root.st_dev, root.st_ino}) : std::nullopt;
 }
 
 constinit bool waits_at_forks = false;
-constinit folder_id first_root = {};
+constinit std::optional<file_identity> first_root;
 
 // When the library is loaded, before there is a thread that loads and another that forks.
 [[gnu::constructor]] void prepare()
 {
     waits_at_forks = pthread_atfork(stop_loading, go_on_loading, load_in_child) == 0;
-    first_root = id_of_root();
+    first_root = root_now();
 }
 
 [[noreturn]] void fail()
@@ -100,7 +90,8 @@ std::unique_ptr<blkid_library> load()
     auto library = std::make_unique<blkid_library>();
     // After a chroot the name stands for code of another system, perhaps of one that is to be examined, which
     // must not run here. What the program has loaded before is its own.
-    const int nothing_new = id_of_root() == first_root ? 0 : RTLD_NOLOAD;
+    const auto root = root_now();
+    const int nothing_new = root && root == first_root ? 0 : RTLD_NOLOAD;
     const loading_turn turn;
     errno = 0;
     void *handle = dlopen(HWPLAT_BLKID_SONAME, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE | nothing_new);

@@ -76,7 +76,8 @@ TEST_F(create_verb, after_a_removal_does_not_inherit_its_next_start)
 TEST_F(create_verb, makes_an_order_where_there_is_none)
 {
     std::filesystem::remove(file("BootOrder"));
-    output(linux_option({"--position", "5"}));
+    EXPECT_EQ(run(linux_option({"--position", "5"})).err,
+              "ovra: warning: BootOrder has no position 5: Boot0008 becomes the last\n");
     EXPECT_THAT(order(), ElementsAre(8));
 }
 
@@ -92,7 +93,8 @@ TEST_F(create_verb, counts_negative_positions_from_the_end)
     put_order({1, 2});
     output(linux_option({"--position", "-2"}));
     EXPECT_THAT(order(), ElementsAre(1, 8, 2));
-    output(linux_option({"--position=-100"}));
+    EXPECT_EQ(run(linux_option({"--position=-100"})).err,
+              "ovra: warning: BootOrder has no position -100: Boot0009 becomes the first\n");
     EXPECT_THAT(order(), ElementsAre(9, 1, 8, 2));
 }
 

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Which of several disks an option leads to, and disks that firmware sees otherwise than the kernel.
+#include <cerrno>
+
 #include "tests/support/filesystems.h"
 #include "tests/tool/disks.h"
 
@@ -66,6 +68,59 @@ TEST_F(twin_disks, have_the_options_whose_hardware_leads_to_them)
     EXPECT_EQ(parsed({"show", "Boot0051"})["disks"], json({"c0t0d0s0", "c1t1d2s0"}));
 }
 
+// What stands in front of the partition, and what is said of it.
+TEST_F(twin_disks, have_options_with_hardware_that_leads_to_none)
+{
+    std::filesystem::remove(root / "dev/sdd");
+    constexpr std::pair<const char *, const char *> rows[] = {
+        {"02010c00d041030a0000000001010600000a", "hardware not on this machine"},
+        {"02010c00d041030a07000000010106000003", "hardware not on this machine"},
+        {"02010c00d041030a000000000101060000030302080009000000", "hardware not on this machine"},
+        {"02010c00d041030a00000000010106000003", "hardware named incompletely"},
+        {"02010c00d041030a00000000", "hardware named incompletely"},
+        {"010106000003", "hardware named incompletely"},
+        {"0302080001000200", "hardware named incompletely"},
+        {"01041400112233445566778899aabbccddeeff00", "hardware cannot be checked"},
+        {"02010c00d041990a00000000", "hardware cannot be checked"},
+        {"03101800000001000200"
+         "4100420043004400450046004700",
+         ""},
+    };
+    uint16_t number = 0x60;
+    json remarks = json::object();
+    for (const auto &[nodes, remark] : rows) {
+        char name[9];
+        snprintf(name, sizeof name, "Boot%04X", number++);
+        put_option(name, nodes + hard_drive());
+        if (*remark)
+            remarks[name] = remark;
+        const json shown = parsed({"show", name});
+        EXPECT_EQ(shown["disks"], json({"c1t1d2s0"})) << nodes;
+        EXPECT_EQ(shown["remarks"], *remark ? json({{"c1t1d2s0", remark}}) : json::object()) << nodes;
+    }
+    EXPECT_EQ(parsed({"find", "sdc1"})["remarks"], remarks);
+    EXPECT_EQ(volume(parsed({"disks", "sdc"}), "c1t1d2s0")["remarks"], remarks);
+    EXPECT_THAT(output({"show", "Boot0063"}),
+                HasSubstr("Disk           c1t1d2s0 (sdc1), hardware named incompletely\n"));
+}
+
+TEST_F(twin_disks, are_read_once_when_an_option_is_shown)
+{
+    put_option("Boot0050", root_bridge + function_of_sdc + unit_of_sdc + hard_drive());
+    const auto shown_with = [this](int from) { // this and later calls fail
+        surroundings around;
+        around.environment = {
+            {"LD_PRELOAD", OVRA_FAILING_CALLS},
+            {"FAIL", "read:logical_block_size:" + std::to_string(EIO) + ':' + std::to_string(from) + ":999"}};
+        return run({"show", "Boot0050"}, around);
+    };
+    constexpr int of_all_disks = 7 * 2; // of each its line, and the end behind it
+    const outcome once = shown_with(of_all_disks + 1);
+    EXPECT_EQ(once.out, output({"show", "Boot0050"}));
+    EXPECT_EQ(once.err, "");
+    EXPECT_NE(shown_with(of_all_disks).err, "");
+}
+
 // Firmware goes by the number and the signature, and not by the blocks.
 TEST_F(twin_disks, have_the_options_that_firmware_takes_for_theirs)
 {
@@ -81,6 +136,7 @@ TEST_F(twin_disks, have_the_options_that_firmware_takes_for_theirs)
     const json shown = parsed({"show", "Boot0053"});
     EXPECT_EQ(shown["disks"], json({"c1t1d2s0"}));
     EXPECT_EQ(shown["other_extent"], json({"c1t1d2s0"}));
+    EXPECT_EQ(shown["remarks"], json({{"c1t1d2s0", "other extent"}}));
     EXPECT_THAT(output({"show", "Boot0053"}), HasSubstr("Disk           c1t1d2s0 (sdc1), other extent\n"));
     EXPECT_EQ(parsed({"show", "Boot0054"})["disks"], json::array());
 }

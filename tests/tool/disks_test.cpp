@@ -269,6 +269,19 @@ TEST_F(disks_verb, stand_in_documents_with_names_in_snake_case)
     EXPECT_THAT(names, ::testing::Each(::testing::MatchesRegex("[a-z]+(_[a-z]+)*")));
 }
 
+TEST_F(disks_verb, may_be_those_of_damaged_options)
+{
+    put("Boot0098", "damaged");
+    std::filesystem::create_directory(file("Boot0099"));
+    for (const words &arguments : {words{"find", "sda1", "--json"}, words{"disks", "sda"}}) {
+        const outcome shown = run(arguments);
+        EXPECT_EQ(shown.status, 0);
+        EXPECT_EQ(whole(shown.err),
+                  "ovra: warning: Boot0098, Boot0099 are damaged\n"
+                  "  To which disks this leads is not known; 'ovra list -v' says what is damaged.\n");
+    }
+}
+
 TEST_F(disks_verb, stand_in_the_tree)
 {
     const std::string text = output({"tree"});

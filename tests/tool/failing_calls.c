@@ -2,7 +2,8 @@
 /*
  * Preloaded into the command: calls that fail as the environment says. FAIL holds rules
  * "call:part:errno:from:to" separated by blanks: the calls number `from` to `to` on names with `part` in them
- * fail. With a negative number they do not, but the signal of that number comes before them. A file system
+ * fail. With a negative number they do not, but the signal of that number comes before them; with 0 another
+ * program has put the file OTHER in the place of PLACE before. A file system
  * that is full or read-only is one for which statvfs is to tell so: "full" and "readonly" in STATVFS.
  */
 #define _GNU_SOURCE
@@ -45,6 +46,10 @@ static int fails(const char *call, const char *name)
             continue;
         if (error < 0) {
             raise(-error);
+            continue;
+        }
+        if (error == 0) {
+            rename(getenv("OTHER"), getenv("PLACE"));
             continue;
         }
         errno = error;

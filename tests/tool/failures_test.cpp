@@ -65,6 +65,18 @@ TEST_F(failing_writes, to_read_one_option_leave_the_others)
     EXPECT_THAT(order.err, HasSubstr("cannot read Boot0003: Input/output error\n"));
 }
 
+// Another program removes an option between the listing and the reading.
+TEST_F(failing_writes, to_read_an_option_that_is_gone_by_then_say_nothing)
+{
+    put_order({0, 4});
+    const std::string option = "Boot0003";
+    const outcome gone = run_with({"list"}, rule("read", option, EIO, 1, 1) + rule("read", option, ENOENT));
+    EXPECT_EQ(gone.err, "");
+    EXPECT_THAT(gone.out, Not(HasSubstr(option)));
+    const outcome other = run_with({"list"}, rule("read", option, EIO));
+    EXPECT_THAT(other.err, HasSubstr("cannot read Boot0003: Input/output error\n"));
+}
+
 // On an efivarfs a read is a call of the firmware, and rationed.
 TEST_F(failing_writes, of_a_second_read_never_happen_in_lists)
 {

@@ -114,6 +114,27 @@ TEST_F(image_of_variables, few_file_descriptors_are_enough_or_not)
     EXPECT_LT(refusals, static_cast<int>(enough - fewest));
 }
 
+TEST_F(image_of_variables, that_another_program_exchanges_meanwhile_is_left_alone)
+{
+    put_machine();
+    const fs::path other = folder / "other";
+    const std::string contents = volume(in_volume({"Boot0003", option}));
+    std::ofstream(other, std::ios::binary) << contents;
+    surroundings around;
+    around.environment = {{"LD_PRELOAD", OVRA_FAILING_CALLS},
+                          {"FAIL", "fsync:.hwplat-:0:1:1"},
+                          {"OTHER", other},
+                          {"PLACE", image}};
+    const outcome refused = run_on_image({"next", "Boot0003"}, around);
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_EQ(whole(refused.err),
+              "ovra: cannot write BootNext: another program has exchanged or written " + image.string() +
+                  "\n  Earlier changes of this command may be gone with the old contents: look at it,\n"
+                  "  and try again.\n");
+    EXPECT_EQ(image_contents(), contents);
+    EXPECT_FALSE(leaves_something());
+}
+
 // U-Boot's file grows with its variables, here beyond a block with the first change, the second or none. The
 // old file is there until the new one is.
 TEST_F(image_of_variables, full_file_system_is_noticed_before)

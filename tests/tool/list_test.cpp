@@ -142,6 +142,28 @@ TEST_F(list_verb, goes_on_past_a_damaged_option)
     EXPECT_EQ(parsed({"list"})["options"][3]["error"], "damaged");
 }
 
+TEST_F(list_verb, says_what_is_damaged)
+{
+    namespace fs = std::filesystem;
+    const fs::path option = file("Boot0003");
+    const auto is_said = [&](const std::string &damage) {
+        EXPECT_THAT(output({"list"}), HasSubstr("3         Boot0003  ?       (damaged)\n")) << damage;
+        EXPECT_THAT(output({"list", "-v"}), HasSubstr("\n          damage         " + damage + "\n"));
+        EXPECT_EQ(parsed({"list"})["options"][3]["damage"], damage);
+        fs::remove(option);
+    };
+    put("Boot0003", "\x01");
+    is_said("its 1 bytes are no load option");
+    std::ofstream(option, std::ios::trunc) << "xy";
+    is_said("its file of 2 bytes is no variable");
+    fs::create_directory(option);
+    is_said("a folder is in its place");
+    fs::create_symlink("nowhere", option);
+    is_said("a symbolic link is in its place");
+    ASSERT_EQ(mkfifo(option.c_str(), 0600), 0);
+    is_said("a FIFO is in its place");
+}
+
 TEST_F(list_verb, shows_what_is_no_variable_outside_the_order_as_damaged_and_passes_over_what_has_no_data)
 {
     put_order({0, 0x10});

@@ -48,12 +48,35 @@ TEST_F(order_verb, insert_tells_the_order_that_is_then_written)
             if (before.empty())
                 std::filesystem::remove(file("BootOrder"));
             const words arguments = {"order", "insert", "Boot0002", std::to_string(position)};
-            const json planned = parsed(arguments + words{"--dry-run"});
+            const json planned = json::parse(run(arguments + words{"--dry-run", "--json"}).out);
             EXPECT_EQ(order(), before);
-            EXPECT_EQ(parsed(arguments)["changes"], planned["changes"]);
+            EXPECT_EQ(json::parse(run(arguments + words{"--json"}).out)["changes"], planned["changes"]);
             EXPECT_EQ(from_hex(planned["changes"][0]["data"].get<std::string>()), get("BootOrder"))
                 << position << " in an order of " << before.size();
         }
+    }
+}
+
+TEST_F(order_verb, insert_says_when_there_is_no_such_position)
+{
+    struct {
+        const char *option;
+        const char *position;
+        const char *warning;
+    } const rows[] = {
+        {"Boot0002", "2", ""},
+        {"Boot0002", "-1", ""},
+        {"Boot0002", "-4", ""},
+        {"Boot0000", "3", ""},
+        {"Boot0002", "3", "BootOrder has no position 3: Boot0002 becomes the last"},
+        {"Boot0000", "4", "BootOrder has no position 4: Boot0000 becomes the last"},
+        {"Boot0000", "-5", "BootOrder has no position -5: Boot0000 becomes the first"},
+    };
+    for (const auto &[option, position, warning] : rows) {
+        const outcome said = run({"order", "insert", option, position, "--dry-run"});
+        EXPECT_EQ(said.status, 0);
+        EXPECT_EQ(whole(said.err), *warning ? std::string("ovra: warning: ") + warning + '\n' : "")
+            << option << position;
     }
 }
 

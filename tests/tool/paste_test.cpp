@@ -109,6 +109,40 @@ TEST_F(pasted_path, finds_the_blocks_of_a_partition)
                 HasSubstr("no disk of this machine has a partition with the PARTUUID"));
 }
 
+// Of several disks the hardware in front of the partition tells which is meant.
+TEST_F(pasted_path, finds_the_blocks_on_the_disk_that_its_hardware_leads_to)
+{
+    const std::string partition = "HD(1,GPT,5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7cc1)";
+    const std::string way_to_sdc = "PciRoot(0x0)/Pci(0x3,0x0)/SCSI(1,2)/";
+    const std::string blocks = "04012a0001000000000800000000000000500000";
+    const auto is_taken = [&](const std::string &text, const std::string &disk) {
+        const outcome said = run({"path", "encode", text + "/File(\\a)"});
+        EXPECT_THAT(said.out, HasSubstr(blocks)) << text << said.err;
+        EXPECT_EQ(whole(said.err), partition + " is read with the blocks of " + disk + ".\n") << text;
+    };
+    const auto is_refused = [this](const std::string &text, const std::string &why) {
+        EXPECT_THAT(whole(failure({"path", "encode", text})), HasSubstr("it has no blocks, and " + why))
+            << text;
+    };
+    const std::string the_partition = "the partition with the PARTUUID 5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7cc1";
+    is_taken(partition, "c1t1d2s0 (sdc1)");
+    is_taken(way_to_sdc + partition, "c1t1d2s0 (sdc1)");
+    is_taken("VenHw(11111111-1111-1111-1111-111111111111)/" + partition, "c1t1d2s0 (sdc1)");
+    is_taken(partition + "," + partition, "c1t1d2s0 (sdc1)");
+    is_refused("PciRoot(0x0)/Pci(0x1f,0x2)/Sata(0,65535,0)/" + partition,
+               the_partition +
+                   " is c1t1d2s0 (sdc1): the hardware in front of it leads to the disk c5t0d0 (sda)");
+    is_refused("PciRoot(0x0)/Pci(0xa,0x0)/SCSI(1,2)/" + partition,
+               "the hardware in front of it is not on this machine: " + the_partition +
+                   " is c1t1d2s0 (sdc1)");
+
+    std::filesystem::copy_file(root / "dev/sdc", root / "dev/sdd",
+                               std::filesystem::copy_options::overwrite_existing);
+    is_taken(way_to_sdc + partition, "c1t1d2s0 (sdc1)");
+    is_refused(partition, "several partitions of this machine have the PARTUUID "
+                          "5f9f0a37-8a44-4ad0-9c2e-1d9e6f5b7cc1: c0t0d0s0 (sdd1) and c1t1d2s0 (sdc1)");
+}
+
 // Of blocks without letters in their digits the disks tell whether they are hexadecimal.
 TEST_F(pasted_path, takes_its_blocks_as_the_disk_has_them)
 {

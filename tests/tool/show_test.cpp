@@ -42,7 +42,8 @@ TEST_F(show_verb, json_has_every_field)
                     {"instances", json::array({instance})},
                     {"disks", json::array()},
                     {"kernel_names", json::array()},
-                    {"other_extent", json::array()}}));
+                    {"other_extent", json::array()},
+                    {"remarks", json::object()}}));
 }
 
 TEST_F(show_verb, prints_every_instance_of_a_path)

@@ -221,7 +221,7 @@ void network_arguments::declare(CLI::App &app, const std::vector<CLI::Option *> 
 bytes network_arguments::encode(const path_arguments &devices, device_paths &paths,
                                 const general_options &general) const
 {
-    const bytes path = network_path(mac, uri);
+    bytes path = network_path(mac, uri);
     if (!devices.device_text || devices.device_text->empty())
         return path;
     const bytes front = devices.encode(paths, packs::devices, general).packed;

@@ -53,6 +53,7 @@ std::string text_of(const text_line &line)
 std::string sums_text(const std::set<uint32_t> &sums)
 {
     std::vector<std::string> words;
+    words.reserve(sums.size());
     for (const uint32_t sum : sums)
         words.push_back(format("%08x", sum));
     return words.empty() ? "none" : folded_words(join(words, " "));
@@ -73,7 +74,7 @@ std::string head_of(const boot_store &store, const machine_marks &marks)
         text += '\n';
     }
     for (const auto &[name, value] : store.of_firmware)
-        text += "# " + name + " = " + value + " (not imported)\n";
+        text.append("# ").append(name).append(" = ").append(value).append(" (not imported)\n");
     return text;
 }
 
@@ -117,14 +118,14 @@ std::string boot_text(const boot_store &store, const machine_marks &marks, devic
         for (const auto &[name, value] : store.values) {
             if (family_of(name) != &family)
                 continue;
-            text += "\n[" + name + "]\n" + remark_on_attributes(store, name);
+            text.append("\n[").append(name).append("]\n").append(remark_on_attributes(store, name));
             for (const text_line &line : all_lines_of(value, paths))
                 text += text_of(line);
         }
     }
     for (const auto &[name, why] : store.unread) {
         if (!is_setting(name))
-            text += "\n[" + name + "]\nunreadable = " + why + '\n';
+            text.append("\n[").append(name).append("]\nunreadable = ").append(why).append("\n");
     }
     return text + "\nend\n";
 }

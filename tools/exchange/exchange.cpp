@@ -172,6 +172,7 @@ void exchange(firmware &machine, const general_options &general, const boot_stor
         taken.insert(name);
     const std::vector<planned_step> steps = plan_steps(before.values, after, taken);
     std::vector<change> all;
+    all.reserve(steps.size());
     for (const planned_step &step : steps)
         all.push_back(change_of(step.name, step.contents.empty() ? nullptr : &step.contents));
     show_differences(names, before, after, general, &report, paths);

@@ -72,7 +72,7 @@ std::string data_value(byte_view data)
     return "hex " + hex(data);
 }
 
-[[noreturn]] void refuse(const text_line &line, const std::string &why)
+[[noreturn]] void refuse_line(const text_line &line, const std::string &why)
 {
     throw line_error(line.number, line.key + ": " + why);
 }
@@ -81,7 +81,7 @@ bytes bytes_in(const text_line &line)
 {
     auto data = parse_hex(line.value);
     if (!data)
-        refuse(line, "pairs of hexadecimal digits are needed");
+        refuse_line(line, "pairs of hexadecimal digits are needed");
     return *std::move(data);
 }
 
@@ -96,7 +96,7 @@ bytes data_of(const text_line &line)
         return unquoted_ascii(rest);
     if (kind == "hex")
         return bytes_in({line.key, rest, line.number});
-    refuse(line, "text \"...\", ascii \"...\" or hex and digits are needed");
+    refuse_line(line, "text \"...\", ascii \"...\" or hex and digits are needed");
 }
 
 uint32_t attributes_of(const text_lines &lines, size_t section)
@@ -107,12 +107,12 @@ uint32_t attributes_of(const text_lines &lines, size_t section)
         if (line.key == "flags") {
             const auto number = parse_number(line.value);
             if (!number || (*number & LOAD_OPTION_ACTIVE) != 0)
-                refuse(line, "a 32-bit number is needed, without the 1 for active options");
+                refuse_line(line, "a 32-bit number is needed, without the 1 for active options");
             flags = *number;
         } else if (line.value == "yes" || line.value == "no") {
             attributes = line.value == "yes" ? LOAD_OPTION_ACTIVE : 0;
         } else {
-            refuse(line, "yes or no is needed");
+            refuse_line(line, "yes or no is needed");
         }
     }
     if (!attributes)
@@ -150,7 +150,7 @@ void make_part(part which, const text_lines &lines, size_t section, device_paths
             break;
         }
     } catch (const unclear_quotes &why) {
-        refuse(lines[0], why.what());
+        refuse_line(lines[0], why.what());
     }
 }
 
@@ -172,19 +172,20 @@ std::optional<bytes> given_bytes(const text_lines &lines, bool has_fields)
     const text_line *data = line_with(lines, bytes_key);
     const text_line *sum = line_with(lines, sum_key);
     if (!data && sum)
-        refuse(*sum, "there are no bytes that it is the sum of");
+        refuse_line(*sum, "there are no bytes that it is the sum of");
     if (!data)
         return std::nullopt;
     bytes given = bytes_in(*data);
     if (given.empty())
-        refuse(*data, "a variable has at least one byte");
+        refuse_line(*data, "a variable has at least one byte");
     if (!sum && has_fields)
-        refuse(*data, "without crc32 it is not clear whether these bytes count or the lines above: "
-                      "leave out the one or the other");
+        refuse_line(*data, "without crc32 it is not clear whether these bytes count or the lines above: "
+                           "leave out the one or the other");
     if (sum && sum->value != sum_of(given))
-        refuse(*sum, "the bytes have the sum " + sum_of(given) +
-                         ": they were damaged or changed. Bytes that are to count stand alone, without other "
-                         "lines");
+        refuse_line(*sum,
+                    "the bytes have the sum " + sum_of(given) +
+                        ": they were damaged or changed. Bytes that are to count stand alone, without other "
+                        "lines");
     return given;
 }
 

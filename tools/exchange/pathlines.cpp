@@ -23,10 +23,10 @@ constexpr const char *next_path = "further-path";
 constexpr const char *file_key = "file";
 constexpr const char *no_path = "none";
 
-using packer = std::function<bytes(const std::string &device, const std::optional<std::string> &file)>;
+using path_packer = std::function<bytes(const std::string &device, const std::optional<std::string> &file)>;
 
 // The path of lines, of which each but `file` begins an instance or a path.
-bytes packed(const text_lines &lines, const packer &pack)
+bytes packed(const text_lines &lines, const path_packer &pack)
 {
     bytes all;
     for (auto at = lines.begin(); at != lines.end();) {

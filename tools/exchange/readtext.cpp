@@ -43,7 +43,7 @@ std::string trimmed(const std::string &text)
 }
 
 // Cuts a text into sections, without looking at what their lines say.
-class cutter {
+class section_cutter {
 public:
     std::vector<section> cut(const std::string &text)
     {
@@ -196,7 +196,7 @@ boot_document read_boot_text(const std::string &text, const std::string &source,
 {
     try {
         boot_document document;
-        const std::vector<section> sections = cutter().cut(text);
+        const std::vector<section> sections = section_cutter().cut(text);
         read_head(sections.front(), &document);
         for (const section &each : sections) {
             if (!each.name.empty())

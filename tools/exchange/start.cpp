@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "tools/exchange/start.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <unistd.h>
+#include <vector>
 
 #include "tools/machine/changes.h"
 #include "tools/machine/drives.h"
@@ -21,6 +24,20 @@ struct candidate {
     std::string passed_over; // why; empty for the one that starts
 };
 
+// Whether this machine has a partition to which the path leads.
+bool leads_to_a_partition(byte_view path)
+{
+    const parts_of_drives wanted = parts_to_follow(path);
+    const std::vector<drive> drives = read_drives(wanted);
+    std::optional<drives_by_hardware> hardware;
+    if (wanted.attachments)
+        hardware.emplace(drives);
+    const std::vector<led_volume> found = volumes_of(path, drives, hardware ? &*hardware : nullptr);
+    return std::any_of(found.begin(), found.end(), [](const led_volume &volume) {
+        return volume.doubt == hardware_doubt::none || volume.doubt == hardware_doubt::unknown;
+    });
+}
+
 // Firmware looks for the partition of a path; without it the option starts nothing. An option of another kind
 // is taken to start. What is damaged starts nothing.
 std::string why_passed_over(firmware &machine, const candidate &tried)
@@ -33,8 +50,7 @@ std::string why_passed_over(firmware &machine, const candidate &tried)
         return "it is damaged";
     if (!tried.by_next && (parts->attributes & LOAD_OPTION_ACTIVE) == 0)
         return "it is inactive";
-    if (!first_hard_drive(parts->path).empty() &&
-        volumes_of(parts->path, read_drives({.media = of_every_drive})).empty())
+    if (!first_hard_drive(parts->path).empty() && !leads_to_a_partition(parts->path))
         return "its partition is on none of the machine's disks";
     return "";
 }

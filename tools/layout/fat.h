@@ -36,7 +36,7 @@ inline std::string make_fat(std::uint32_t serial, std::string label)
     data.replace(43, label_size, label);
     data.replace(54, 8, "FAT12   ");
     put_number(&data, 510, 0xaa55, 2);
-    constexpr std::size_t root_folder = 5 * 512; // behind the tables
+    constexpr std::size_t root_folder = std::size_t{5} * 512; // after the tables
     data.resize(root_folder + 512);
     if (!has_label)
         return data;

@@ -135,7 +135,7 @@ private:
         const auto [end, rest] = std::mismatch(root.begin(), root.end(), folder_of.begin(), folder_of.end());
         if (end != root.end() || path.filename() == "..")
             throw std::runtime_error("the path leads out of the machine: " + path.string());
-        const fs::path place = folder_of / path.filename();
+        fs::path place = folder_of / path.filename();
         if (path.filename() != "." && fs::is_symlink(place))
             throw std::runtime_error("there is a link of this name: " + path.string());
         return place;

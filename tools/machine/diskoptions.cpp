@@ -24,7 +24,7 @@ void sort_out(std::vector<found_option> *found)
         if (is_new)
             continue;
         at->second.other_extent = at->second.other_extent && each.other_extent;
-        at->second.unknown_hardware = at->second.unknown_hardware && each.unknown_hardware;
+        at->second.doubt = std::min(at->second.doubt, each.doubt);
     }
     found->clear();
     for (const auto &[number, each] : all)
@@ -35,20 +35,22 @@ void sort_out(std::vector<found_option> *found)
 
 std::string found_option::remark() const
 {
-    const std::string extent = other_extent ? "other extent" : "";
-    const std::string elsewhere = unknown_hardware ? "hardware not on this machine" : "";
-    return extent + (other_extent && unknown_hardware ? ", " : "") + elsewhere;
+    return remark_on(other_extent, doubt);
 }
 
 disk_options::disk_options(firmware &machine)
 {
     const one_moment of_many_reads;
+    std::vector<std::string> damaged;
     for (const uint16_t number : machine.options()) {
         std::optional<load_option> option;
         try {
             option = machine.find_option(number);
         } catch (const unreadable &reason) {
-            warn_of_unreadable(reason);
+            if (!reason.damage.empty())
+                damaged.push_back(machine.name_of(number));
+            else if (!reason.is_gone)
+                warn_of_unreadable(reason);
             continue;
         }
         if (!option)
@@ -56,6 +58,9 @@ disk_options::disk_options(firmware &machine)
         for (const byte_view path : paths_of(option->path))
             add(number, path);
     }
+    if (!damaged.empty())
+        warn(join(damaged, ", ") + (damaged.size() == 1 ? " is damaged" : " are damaged"),
+             "To which disks this leads is not known; 'ovra list -v' says what is damaged.");
 }
 
 void disk_options::add(uint16_t number, byte_view path)
@@ -68,16 +73,15 @@ void disk_options::add(uint16_t number, byte_view path)
         beginnings.push_back({number, {nodes.begin(), nodes.end()}});
 }
 
-const disk_options::way *disk_options::way_of(byte_view nodes)
+const drives_by_hardware::way *disk_options::way_of(byte_view nodes)
 {
     if (nodes.empty())
         return nullptr;
     const auto [at, is_new] = ways.try_emplace(std::string(nodes.begin(), nodes.end()));
     if (is_new) {
         if (!hardware)
-            hardware.emplace();
-        at->second.drives = hardware->led_to(nodes);
-        at->second.is_unknown = at->second.drives.empty() && nodes[0] == UEFI_ACPI;
+            hardware.emplace(read_drives({.attachments = of_every_drive}));
+        at->second = hardware->way_of(nodes);
     }
     return &at->second;
 }
@@ -96,7 +100,7 @@ std::vector<found_option> disk_options::of_volume(byte_view hard_drive, const st
             continue;
         const bool is_same =
             std::equal(each.node.begin(), each.node.end(), hard_drive.begin(), hard_drive.end());
-        found.push_back({each.number, !is_same, each.led_by && each.led_by->is_unknown});
+        found.push_back({each.number, !is_same, each.led_by ? each.led_by->doubt : hardware_doubt::none});
     }
     sort_out(&found);
     return found;

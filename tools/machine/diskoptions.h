@@ -17,8 +17,8 @@ namespace tool {
 
 struct found_option {
     uint16_t number = 0;
-    bool other_extent = false;     // the slice or partition has other blocks than its path says
-    bool unknown_hardware = false; // its path begins with hardware that leads to no disk of this machine
+    bool other_extent = false; // the slice or partition has other blocks than its path says
+    hardware_doubt doubt = hardware_doubt::none;
 
     // What is to be said of it; empty when nothing is.
     std::string remark() const;
@@ -39,19 +39,14 @@ public:
     std::vector<found_option> of_no_volume(const drive_marks &marks) const;
 
 private:
-    // The drives to which the hardware in front of a node leads, and whether it leads to none.
-    struct way {
-        std::vector<std::string> drives;
-        bool is_unknown = false;
-    };
     struct on_volume {
         uint16_t number = 0;
         bytes node;
-        const way *led_by = nullptr; // null: nothing stands in front of the node
+        const drives_by_hardware::way *led_by = nullptr; // null: nothing stands in front of the node
     };
 
     void add(uint16_t number, byte_view path);
-    const way *way_of(byte_view nodes);
+    const drives_by_hardware::way *way_of(byte_view nodes);
     void add_hardware(const drive_marks &marks, std::vector<found_option> *found) const;
     void add_volumes(const drive_marks &marks, std::vector<found_option> *found) const;
 
@@ -60,7 +55,7 @@ private:
         bytes nodes; // of the first instance
     };
     std::unordered_map<std::string, std::vector<on_volume>> by_identity;
-    std::map<std::string, way> ways; // by their nodes
+    std::map<std::string, drives_by_hardware::way> ways; // by their nodes
     std::optional<drives_by_hardware> hardware;
     std::vector<beginning> beginnings; // of paths that do not begin with a hard-drive node
 };

@@ -17,7 +17,7 @@ namespace tool {
 namespace {
 
 // Below it Linux soon refuses to write: it keeps 5 KiB of the store free.
-constexpr uint64_t nearly_full = 8 * 1024;
+constexpr uint64_t nearly_full = 8192;
 
 class look {
 public:
@@ -98,6 +98,8 @@ void look::look_at_option(uint16_t number)
     try {
         option = machine.read_option(number);
     } catch (const unreadable &reason) {
+        if (reason.is_gone)
+            return;
         add(reason.why == "damaged" ? "damaged" : "unreadable", number, "it cannot be read: " + reason.why);
         return;
     }

@@ -187,6 +187,7 @@ private:
 
     failure no_such_option(uint16_t number) const;
     unreadable why_unreadable(const std::string &name, const variable &is);
+    std::string damage_of(const std::string &name, const variable &is) const;
     std::string not_there() const;
     std::string root_folder() const;  // empty for "/"
     std::string state_folder() const; // of a machine that is not live

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <memory>
 #include <string_view>
+#include <sys/stat.h>
 
 #include "platform/include/devns.h"
 #include "tools/machine/firmware.h"
@@ -96,11 +97,36 @@ void firmware::require_sound_option(uint16_t number)
     }
 }
 
+// Of a variable that is damaged, or no load option.
+std::string firmware::damage_of(const std::string &name, const variable &is) const
+{
+    if (!is_damaged(is))
+        return format("its %zu bytes are no load option", is.data.size());
+    struct stat file = {};
+    if (!image.empty() || lstat(file_of(name).c_str(), &file) != 0)
+        return "its data make no sense";
+    switch (file.st_mode & S_IFMT) {
+    case S_IFREG:
+        return format("its file of %lld bytes is no variable", static_cast<long long>(file.st_size));
+    case S_IFDIR:
+        return "a folder is in its place";
+    case S_IFLNK:
+        return "a symbolic link is in its place";
+    case S_IFIFO:
+        return "a FIFO is in its place";
+    default:
+        return "a device or a socket is in its place";
+    }
+}
+
 unreadable firmware::why_unreadable(const std::string &name, const variable &is)
 {
     const std::string said = messages;
     const auto because = [&](const std::string &why, const std::string &advice) {
-        return unreadable("cannot read " + name + ": " + why, advice, said, why);
+        unreadable reason("cannot read " + name + ": " + why, advice, said, why);
+        reason.damage = why == "damaged" ? damage_of(name, is) : "";
+        reason.is_gone = is.status == EFI_NOT_FOUND;
+        return reason;
     };
     if (is_refusal(is.status))
         return because("no permission", permission_advice());

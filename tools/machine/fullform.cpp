@@ -174,12 +174,11 @@ void hardware::add(ht_node_t node)
         add(child);
 }
 
-hardware::place hardware::place_of(const drive &drive) const
+hardware::place hardware::place_above(const std::string &path) const
 {
     place found;
-    for (size_t end = drive.path.find('/', 1); end != std::string::npos;
-         end = drive.path.find('/', end + 1)) {
-        const auto at = devices.find(drive.path.substr(0, end));
+    for (size_t end = path.find('/', 1); end != std::string::npos; end = path.find('/', end + 1)) {
+        const auto at = devices.find(path.substr(0, end));
         if (at == devices.end() || at->second.text.empty()) {
             if (at != devices.end())
                 found.problem = at->second.problem;
@@ -190,6 +189,12 @@ hardware::place hardware::place_of(const drive &drive) const
         found.is_described = found.is_described && at->second.is_described;
         found.kind = at->second.kind;
     }
+    return found;
+}
+
+hardware::place hardware::place_of(const drive &drive) const
+{
+    place found = place_above(drive.path);
     if (found.problem.empty() && found.last.empty())
         found.problem = "it is below no PCI function";
     if (found.problem.empty() && !drive.attached.place_unknown.empty())
@@ -227,6 +232,23 @@ std::vector<std::string> hardware::texts_of(const drive &drive) const
         texts.push_back(found.text + found.last + behind_function(of));
     } else if (of.transport == "nvme" && !of.eui64.empty()) {
         texts.push_back(found.text + nvme_text(of, {}));
+    }
+    return texts;
+}
+
+std::string hardware::carrier_of(const drive &drive) const
+{
+    const place found = place_above(drive.path);
+    return found.problem.empty() ? found.text : "";
+}
+
+std::vector<std::string> hardware::carriers() const
+{
+    std::vector<std::string> texts;
+    for (const auto &[path, each] : devices) {
+        const place found = each.text.empty() ? place() : place_above(path + '/');
+        if (found.problem.empty() && !found.text.empty())
+            texts.push_back(found.text);
     }
     return texts;
 }

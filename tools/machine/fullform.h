@@ -26,6 +26,13 @@ public:
     // Empty when they are not known.
     std::vector<std::string> texts_of(const drive &drive) const;
 
+    // The text of the bridge and functions that carry a drive, also where no more is known; empty when they
+    // are not known.
+    std::string carrier_of(const drive &drive) const;
+
+    // The same of each bridge and function of the machine, to itself.
+    std::vector<std::string> carriers() const;
+
     // Why firmware may not start what text_of gives; empty when nothing speaks against it.
     std::string doubt_of(const drive &drive) const;
 
@@ -45,6 +52,7 @@ private:
     };
 
     void add(ht_node_t node);
+    place place_above(const std::string &path) const;
     place place_of(const drive &drive) const;
 
     std::unordered_map<std::string, device> devices; // by path in the tree

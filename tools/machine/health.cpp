@@ -136,7 +136,8 @@ void for_each_option(firmware &machine, Take take)
         try {
             take(number, machine.read_option(number));
         } catch (const unreadable &reason) {
-            warn_of_unreadable(reason);
+            if (!reason.is_gone)
+                warn_of_unreadable(reason);
         }
     }
 }

@@ -32,6 +32,8 @@ std::string description_of(firmware &machine, uint16_t number)
             return "(no such option)";
         return shown_description(machine.read_option(number).description);
     } catch (const unreadable &reason) {
+        if (reason.is_gone)
+            return "(no such option)";
         warn_of_unreadable(reason);
         return '(' + printable(reason.why) + ')';
     } catch (const failure &reason) {

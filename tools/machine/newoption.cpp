@@ -77,7 +77,7 @@ std::vector<uint16_t> order_with(firmware &machine, const names &names, uint16_t
         return names.order;
     if (place.after)
         return order_after(machine, names, number, *place.after);
-    return with_inserted(names.order, number, place.position.value_or(-1));
+    return with_inserted(machine.kind(), names.order, number, place.position.value_or(-1));
 }
 
 // An option without its place in BootOrder would be half of what was asked for.

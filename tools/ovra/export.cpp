@@ -40,7 +40,8 @@ public:
         device_paths paths;
         const boot_store store = read_boot_store(machine);
         for (const auto &[name, why] : store.unread)
-            warn(name + " is " + why + ": its contents are not in the text", "An import leaves it as it is.");
+            warn(std::string(name).append(" is ").append(why).append(": its contents are not in the text"),
+                 "An import leaves it as it is.");
         const std::string text = boot_text(store, marks_of(store), paths);
         json document = to_json(store);
         if (!file) {

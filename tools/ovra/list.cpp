@@ -26,7 +26,8 @@ struct place {
 
 struct entry : place {
     bool exists = false;
-    std::string error; // why it could not be read
+    std::string error;  // why it could not be read
+    std::string damage; // what is damaged; empty when nothing is
     load_option option;
     decoded_path path;
     std::optional<uint16_t> same = {}; // an option before it
@@ -44,7 +45,7 @@ struct listing {
 // Paths that nobody sees are not decoded: `paths` is null then.
 entry read_entry(firmware &machine, device_paths *paths, const place &where)
 {
-    entry read = {where, true, {}, {}, {}};
+    entry read = {where, true, {}, {}, {}, {}};
     try {
         auto found = machine.find_option(where.number);
         read.exists = found.has_value();
@@ -54,8 +55,12 @@ entry read_entry(firmware &machine, device_paths *paths, const place &where)
         if (paths)
             read.path = paths->decode(read.option.path);
     } catch (const unreadable &reason) {
+        read.exists = !reason.is_gone;
+        if (reason.is_gone)
+            return read;
         warn_of_unreadable(reason);
         read.error = reason.why;
+        read.damage = reason.damage;
     } catch (const failure &reason) {
         warn(printable(reason.what()));
         read.error = reason.what();
@@ -166,6 +171,8 @@ json to_json(const option_kind &kind, const listing &all, const entry &entry)
         fields["error"] = "no such option";
     } else if (!entry.error.empty()) {
         fields["error"] = entry.error;
+        if (!entry.damage.empty())
+            fields["damage"] = entry.damage;
     } else {
         append_members(&fields, as_json(entry.option));
         append_members(&fields, as_json(entry.path));
@@ -198,6 +205,10 @@ void print_as_json(firmware &machine, const listing &all, bool verbose)
 void add_details(const entry &entry, table *rows)
 {
     constexpr size_t indent = 10; // to the options' names
+    if (!entry.damage.empty())
+        rows->below(indent, "damage         " + entry.damage);
+    if (!entry.exists || !entry.error.empty())
+        return;
     rows->below(indent, "attributes     " + attribute_text(entry.option.attributes));
     rows->below(indent, "path           " + hex(entry.option.path));
     for (const auto &row : as_rows(entry.path)) {
@@ -244,7 +255,7 @@ std::string text_of(firmware &machine, const listing &all, bool verbose)
                                           : "",
                   described(entry), notes(machine.kind(), all, entry)});
         rows.tint_row(tint_of(all, entry));
-        if (verbose && readable)
+        if (verbose)
             add_details(entry, &rows);
     }
     return rows.empty() ? no_options(machine.kind()) : rows.text();

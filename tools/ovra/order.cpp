@@ -178,13 +178,14 @@ std::vector<uint16_t> order_verb::changed_order(firmware &machine, const std::ve
     const uint16_t number = option.find(machine);
     if (wanted == action::insert) {
         require_options(machine, {number});
-        return with_inserted(before, number, position.place.value_or(-1));
+        return with_inserted(machine.kind(), before, number, position.place.value_or(-1));
     }
     const std::vector<uint16_t> after = without(before, number);
     if (after == before)
         throw failure(machine.name_of(number) + " is not in " + machine.order_name(),
                       "'ovra order" + machine.kind().in_advice() + "' shows what is.");
-    return wanted == action::remove ? after : with_inserted(after, number, position.place.value());
+    return wanted == action::remove ? after
+                                    : with_inserted(machine.kind(), after, number, position.place.value());
 }
 
 void order_verb::run(const general_options &general)

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <cstring>
+#include <map>
 
 #include <CLI/CLI.hpp>
 
 #include "tools/command/arguments.h"
 #include "tools/command/verb.h"
+#include "tools/machine/contents.h"
 #include "tools/machine/devicepaths.h"
 #include "tools/machine/drives.h"
 #include "tools/machine/firmware.h"
@@ -24,21 +26,23 @@ struct shown_option {
     load_option option;
     decoded_path path;
     std::vector<std::string> disks;
-    std::vector<std::string> kernel_names; // of these
-    std::vector<std::string> other_extent; // those of them that have other blocks than the path says
-    std::optional<size_t> position;        // in BootOrder
+    std::vector<std::string> kernel_names;      // of these
+    std::vector<std::string> other_extent;      // those of them that have other blocks than the path says
+    std::map<std::string, std::string> remarks; // on these
+    std::optional<size_t> position;             // in BootOrder
     std::string order_name;
     std::string why_no_order; // why it cannot be read
 };
 
 // Adds the slices and partitions that a path names.
-void add_volumes(shown_option *all)
+void add_volumes(const std::vector<drive> &drives, drives_by_hardware *hardware, shown_option *all)
 {
-    const std::vector<drive> drives = read_drives({.media = of_every_drive});
-    for (const led_volume &each : volumes_of(all->option.path, drives)) {
+    for (const led_volume &each : volumes_of(all->option.path, drives, hardware)) {
         all->disks.push_back(each.name);
         if (each.other_extent)
             all->other_extent.push_back(each.name);
+        if (const std::string what = remark_on(each.other_extent, each.doubt); !what.empty())
+            all->remarks[each.name] = what;
     }
     if (!all->disks.empty())
         return;
@@ -51,9 +55,9 @@ void add_volumes(shown_option *all)
 }
 
 // Adds the disks that it leads to by their hardware alone, as the firmware's own options do.
-void add_whole_disks(shown_option *all)
+void add_whole_disks(drives_by_hardware &hardware, shown_option *all)
 {
-    for (std::string &drive : drives_of(all->option.path)) {
+    for (std::string &drive : drives_of(all->option.path, hardware)) {
         const bool has_volume =
             std::any_of(all->disks.begin(), all->disks.end(), [&drive](const std::string &volume) {
                 return volume.starts_with(drive + 's') || volume.starts_with(drive + 'p');
@@ -65,13 +69,19 @@ void add_whole_disks(shown_option *all)
 
 void add_disks(shown_option *all)
 {
+    const parts_of_drives wanted = parts_to_follow(all->option.path);
+    if (!wanted.media && !wanted.attachments)
+        return;
     try {
-        if (!first_hard_drive(all->option.path).empty())
-            add_volumes(all);
-        add_whole_disks(all);
-        if (all->disks.empty())
-            return;
-        const std::vector<drive> drives = read_drives({});
+        const one_moment of_all;
+        const std::vector<drive> drives = read_drives(wanted);
+        std::optional<drives_by_hardware> hardware;
+        if (wanted.attachments)
+            hardware.emplace(drives);
+        if (wanted.media)
+            add_volumes(drives, hardware ? &*hardware : nullptr, all);
+        if (hardware)
+            add_whole_disks(*hardware, all);
         for (const std::string &disk : all->disks)
             all->kernel_names.push_back(kernel_name_of(drives, disk));
     } catch (const failure &reason) {
@@ -110,6 +120,7 @@ json to_json(const shown_option &all)
     fields["disks"] = all.disks;
     fields["kernel_names"] = all.kernel_names;
     fields["other_extent"] = all.other_extent;
+    fields["remarks"] = all.remarks;
     return fields;
 }
 
@@ -120,9 +131,10 @@ std::string position_text(const shown_option &all)
     return all.position ? std::to_string(*all.position) : "not in " + all.order_name;
 }
 
-bool is_other_extent(const shown_option &all, const std::string &disk)
+std::string after_comma(const shown_option &all, const std::string &disk)
 {
-    return std::find(all.other_extent.begin(), all.other_extent.end(), disk) != all.other_extent.end();
+    const auto remark = all.remarks.find(disk);
+    return remark == all.remarks.end() ? "" : ", " + remark->second;
 }
 
 std::string as_text(const shown_option &all)
@@ -139,7 +151,7 @@ std::string as_text(const shown_option &all)
         rows.row(row);
     for (size_t at = 0; at < all.disks.size(); ++at)
         rows.row({"Disk", both_names(printable(all.disks[at]), all.kernel_names.at(at)) +
-                              (is_other_extent(all, all.disks[at]) ? ", other extent" : "")});
+                              after_comma(all, all.disks[at])});
     rows.row(
         {"Optional data", option.optional_data.empty() ? "none" : optional_data_text(option.optional_data)});
     return rows.text();

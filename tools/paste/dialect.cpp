@@ -155,7 +155,7 @@ private:
     void see_node(const piece &node)
     {
         const std::string arguments = node.arguments();
-        const node_fields fields = {node.name(), arguments, parts_of(arguments, ',')};
+        const node_fields fields = {node.name(), arguments, parts_of(arguments, ','), {}};
         see_letters(fields);
         see_numbers(fields);
         see_words(fields);

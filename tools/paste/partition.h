@@ -18,10 +18,15 @@ struct known_partition {
 // The slices of this machine with an identifier; none where its disks cannot be read.
 std::vector<known_partition> partitions_with(byte_view guid);
 
-// The hard-drive node of the partition of a GPT with this number and identifier (its 16 bytes as they stand
-// on disk) among the disks of this machine. Throws an unclear_node when none has them, or several that
-// differ.
-bytes partition_on_this_machine(uint64_t number, byte_view guid);
+struct taken_partition {
+    std::string names; // "c0t0d0s0 (sda1)"
+    bytes node;
+};
+
+// The partition of a GPT with this number and identifier (its 16 bytes as they stand on disk) among the disks
+// of this machine; only among those to which the nodes `before` it lead, when they lead to any. Throws an
+// unclear_node when none has them or several have, and when this machine does not have what is before it.
+taken_partition partition_on_this_machine(uint64_t number, byte_view guid, byte_view before);
 
 } // namespace tool
 

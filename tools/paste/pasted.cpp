@@ -93,6 +93,7 @@ public:
         for (const auto &instance : all.instances) {
             if (&instance != &all.instances.front())
                 end_with(UEFI_END_INSTANCE);
+            begin = result.packed.size();
             for (const piece &each : instance) {
                 ++at;
                 pack_piece(each);
@@ -115,6 +116,9 @@ private:
         const bytes end = {UEFI_END, subtype, sizeof(uefi_device_path_t), 0};
         result.packed.insert(result.packed.end(), end.begin(), end.end());
     }
+
+    // What is packed of the instance so far.
+    byte_view of_instance() const { return byte_view(result.packed).subspan(begin); }
 
     [[noreturn]] void fail_at(const piece &where, const std::string &why, const std::string &messages) const
     {
@@ -152,7 +156,7 @@ private:
         std::vector<reading> readings;
         std::string unreadable;
         try {
-            readings = read_node(each.name(), each.arguments());
+            readings = read_node(each.name(), each.arguments(), of_instance());
         } catch (const unclear_node &why) {
             unreadable = why.what();
         }
@@ -180,7 +184,13 @@ private:
         if (!chosen.read.assumed.empty())
             result.assumed.push_back(each.text + " leaves values open; taken are " + chosen.read.assumed);
         if (!chosen.decided.empty())
-            result.decided.push_back(chosen.decided);
+            decide(chosen.decided);
+    }
+
+    void decide(const std::string &what)
+    {
+        if (std::find(result.decided.begin(), result.decided.end(), what) == result.decided.end())
+            result.decided.push_back(what);
     }
 
     void warn_of_defaults(const std::string &node, const bytes &packed)
@@ -197,6 +207,7 @@ private:
     pasted_path result;
     dialects read_as = any_dialect;
     size_t at = 0;
+    size_t begin = 0; // of the instance
 };
 
 // Whether a packed path prints as this text.

@@ -148,9 +148,9 @@ bool is_pasted_keyword(std::string_view name)
         .has_value();
 }
 
-std::vector<reading> read_node(const std::string &name, const std::string &arguments)
+std::vector<reading> read_node(const std::string &name, const std::string &arguments, byte_view before)
 {
-    const node_fields fields = {name, arguments, parts_of(arguments, ',')};
+    const node_fields fields = {name, arguments, parts_of(arguments, ','), before};
     std::vector<reading> all;
     for (const auto reader : {read_network_node, read_storage_node, read_other_node, read_old_node}) {
         for (reading &each : reader(fields))

@@ -29,6 +29,7 @@ struct node_fields {
     std::string name;
     std::string arguments;
     std::vector<std::string_view> values; // of the arguments, at their commas
+    byte_view before = {};                // the nodes that stand in front of it in its instance, packed
 
     bool is(std::string_view keyword) const;
     size_t count() const { return values.size(); }
@@ -36,7 +37,7 @@ struct node_fields {
 
 // The readings that differ from what ovra's own keyword says; none where there is no such keyword, or all
 // tools mean the same. Throws an unclear_node where a value makes no sense.
-std::vector<reading> read_node(const std::string &name, const std::string &arguments);
+std::vector<reading> read_node(const std::string &name, const std::string &arguments, byte_view before);
 std::vector<reading> read_network_node(const node_fields &fields);
 std::vector<reading> read_storage_node(const node_fields &fields);
 std::vector<reading> read_other_node(const node_fields &fields);

@@ -123,14 +123,16 @@ std::vector<reading> read_sas(const node_fields &fields)
                                   .number(port, 2)
                                   .done()}};
     }
-    return {{of_firmware, new_node(messaging, 10)
-                              .append(guid_bytes_of("d487ddb4-008b-11d9-afdc-001083ffca4d"))
-                              .number(sized_number(values[7], 4), 4)
-                              .number(sized_number(values[0], 8), 8)
-                              .number(sized_number(values[1], 8), 8)
-                              .number(topology, 2)
-                              .number(port, 2)
-                              .done()}};
+    const bytes node = new_node(messaging, 10)
+                           .append(guid_bytes_of("d487ddb4-008b-11d9-afdc-001083ffca4d"))
+                           .number(sized_number(values[7], 4), 4)
+                           .number(sized_number(values[0], 8), 8)
+                           .number(sized_number(values[1], 8), 8)
+                           .number(topology, 2)
+                           .number(port, 2)
+                           .done();
+    return {{of_firmware, node},
+            {any_dialect & ~(of_ovra | of_firmware), {}, "efibootmgr does not print all of a SAS node"}};
 }
 
 std::vector<reading> read_infiniband(const node_fields &fields)
@@ -195,12 +197,18 @@ std::vector<reading> read_hard_drive(const node_fields &fields)
     const auto &values = fields.values;
     constexpr std::string_view part = "Part"; // as the shell of early firmware prints it
     constexpr std::string_view signature = "Sig";
+    const auto of_this_machine = [&fields](std::string_view number, std::string_view guid) {
+        const taken_partition taken =
+            partition_on_this_machine(sized_number(number, 4), guid_bytes_of(guid), fields.before);
+        reading read = {any_dialect, taken.node};
+        read.told = "the blocks of " + taken.names;
+        return std::vector<reading>{read};
+    };
     if (fields.count() == 2 && values[0].starts_with(part) && values[1].starts_with(signature))
-        return {{any_dialect, partition_on_this_machine(sized_number(values[0].substr(part.size()), 4),
-                                                        guid_bytes_of(values[1].substr(signature.size())))}};
+        return of_this_machine(values[0].substr(part.size()), values[1].substr(signature.size()));
     if (fields.count() != 3 || !ovra::alike(values[1], "GPT") || !is_guid(values[2]))
         return {};
-    return {{any_dialect, partition_on_this_machine(sized_number(values[0], 4), guid_bytes_of(values[2]))}};
+    return of_this_machine(values[0], values[2]);
 }
 
 } // namespace

@@ -37,7 +37,9 @@ struct unreadable : failure {
         : failure(what, std::move(what_to_do), std::move(from_library)), why(std::move(reason))
     {}
 
-    std::string why; // "damaged", "no permission": for lists
+    std::string why;      // "damaged", "no permission": for lists
+    std::string damage;   // what is damaged; empty when nothing is
+    bool is_gone = false; // it was there, and is no more
 };
 
 // A variable could not be changed as was asked.
