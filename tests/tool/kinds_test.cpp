@@ -8,12 +8,12 @@ using ::testing::HasSubstr;
 
 namespace {
 
-std::string first()
+std::string storage_driver()
 {
     return load_option(1, "Storage driver", from_hex("02010c00d041030a000000007fff0400"));
 }
 
-std::string second()
+std::string network_driver()
 {
     return load_option(1, "Network driver", from_hex("7fff0400"), "data");
 }
@@ -34,8 +34,8 @@ class kinds : public Machine, public ::testing::WithParamInterface<kind_of_optio
 protected:
     kinds()
     {
-        put(name("0001"), first());
-        put(name("0002"), second());
+        put(name("0001"), storage_driver());
+        put(name("0002"), network_driver());
         put(order_name(), numbers({2, 1}));
         boot_before = get("Boot0003") + get("BootOrder");
     }
@@ -80,7 +80,7 @@ TEST_P(kinds, are_made_changed_and_removed)
     output(of_kind({"set", "Newer", "--attr", "3"}));
     EXPECT_EQ(get(name("0000")), load_option(3, "Newer", from_hex("7fff0400")));
     output(of_kind({"copy", "2", "--number", name("0020"), "--no-order"}));
-    EXPECT_EQ(get(name("0020")), second());
+    EXPECT_EQ(get(name("0020")), network_driver());
     output(of_kind({"remove", "Newer", "2"}));
     EXPECT_EQ(get(name("0000")) + get(name("0002")), "(none)(none)");
     EXPECT_EQ(get(order_name()), numbers({1}));
@@ -99,7 +99,7 @@ TEST_P(kinds, have_an_order_that_changes)
 
 TEST_P(kinds, are_checked)
 {
-    put(name("0003"), first());
+    put(name("0003"), storage_driver());
     put(order_name(), numbers({1, 9, 1, 3, 2}));
     const outcome found = run(of_kind({"check"}));
     EXPECT_EQ(found.status, 1);
