@@ -103,18 +103,25 @@ struct option_name {
 
     constexpr operator const char *() const { return text; }
     constexpr std::string_view view() const { return {text, length}; }
+    constexpr std::string_view digits() const { return view().substr(4); }
 };
+
+/* The number that four digits give, as in an option's name; nothing for any other text. */
+constexpr std::optional<uint16_t> option_digits(std::string_view digits)
+{
+    if (digits.size() != option_name::length - 4)
+        return std::nullopt;
+    unsigned number = 0;
+    for (const char digit : digits)
+        number = number << 4 | (digit_value(digit) & 15);
+    const auto value = static_cast<uint16_t>(number);
+    return option_name(value).digits() == digits ? std::optional(value) : std::nullopt;
+}
 
 /* The number in an option's name; nothing for any other text. */
 constexpr std::optional<uint16_t> option_number(std::string_view name)
 {
-    if (name.size() != option_name::length)
-        return std::nullopt;
-    unsigned number = 0;
-    for (const char digit : std::string_view(name.data() + 4, 4))
-        number = number << 4 | (digit_value(digit) & 15);
-    const auto value = static_cast<uint16_t>(number);
-    return option_name(value).view() == name ? std::optional(value) : std::nullopt;
+    return name.substr(0, 4) == "Boot" ? option_digits(name.substr(4)) : std::nullopt;
 }
 
 } // namespace ovra

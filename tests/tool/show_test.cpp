@@ -91,21 +91,20 @@ TEST_F(show_verb, refuses_an_option_that_does_not_exist)
                                              "  'ovra list' shows the options.\n");
 }
 
-TEST_F(show_verb, prints_the_librarys_message_about_a_damaged_option)
+TEST_F(show_verb, says_what_to_do_about_a_damaged_option)
 {
     put("Boot0003", "12345");
     EXPECT_EQ(failure({"show", "Boot0003"}), "ovra: cannot read Boot0003: damaged\n"
                                              "  'ovra vars -v Boot0003' shows its bytes.\n"
-                                             "  'ovra remove Boot0003' removes it.\n"
-                                             "    unable to read load option for Boot0003: 0\n");
+                                             "  'ovra remove Boot0003' removes it.\n");
 }
 
-TEST_F(show_verb, refuses_a_description_of_128_characters)
+TEST_F(show_verb, shows_a_description_that_the_library_refuses)
 {
     put("Boot0003", load_option(1, std::string(127, 'x'), from_hex("7fff0400")));
     EXPECT_EQ(parsed({"show", "Boot0003"})["description"], std::string(127, 'x'));
     put("Boot0003", load_option(1, std::string(128, 'x'), from_hex("7fff0400")));
-    EXPECT_THAT(failure({"show", "Boot0003"}), HasSubstr("    invalid description length 258\n"));
+    EXPECT_EQ(parsed({"show", "Boot0003"})["description"], std::string(128, 'x'));
 }
 
 namespace {

@@ -74,6 +74,13 @@ pipe_ends new_terminal()
     return {slave, master};
 }
 
+// The same for what is written.
+pipe_ends new_screen()
+{
+    const pipe_ends typed = new_terminal();
+    return {typed.write, typed.read};
+}
+
 void write_all(int fd, const std::string &text)
 {
     if (!text.empty() && write(fd, text.data(), text.size()) != static_cast<ssize_t>(text.size()))
@@ -164,16 +171,18 @@ pid_t start(const words &arguments, const surroundings &around, int in, int out,
     const std::string leaks = started++ % 4 == 0 ? "1" : "0";
     words environment = {"PATH=/usr/bin:/bin",
                          "ASAN_OPTIONS=exitcode=99:verify_asan_link_order=0:malloc_context_size=8:"
-                         "quarantine_size_mb=16:thread_local_quarantine_size_kb=256:detect_leaks=" + leaks,
+                         "quarantine_size_mb=16:thread_local_quarantine_size_kb=256:detect_leaks=" +
+                             leaks,
                          "UBSAN_OPTIONS=exitcode=99"};
     for (const auto &[name, value] : around.environment)
         environment.push_back(name + '=' + value);
     const std::vector<char *> argv = pointers(command);
     const std::vector<char *> envp = pointers(environment);
 
-    // What a child writes in its copy of the memory costs more than the command itself. Until it becomes another program
-    // it uses ours, but for another user's: the C library keeps that of each thread.
-    const pid_t child = around.as_nobody ? fork() : vfork(); // NOLINT(clang-analyzer-security.insecureAPI.vfork)
+    // What a child writes in its copy of the memory costs more than the command itself. Until it becomes
+    // another program it uses ours, but for another user's: the C library keeps that of each thread.
+    const pid_t child =
+        around.as_nobody ? fork() : vfork(); // NOLINT(clang-analyzer-security.insecureAPI.vfork)
     if (child == -1)
         give_up("fork");
     if (child != 0)
@@ -233,8 +242,8 @@ words operator+(words left, const words &right)
 outcome run_command(const words &arguments, const surroundings &around)
 {
     const pipe_ends in = around.terminal_in.empty() ? new_pipe() : new_terminal();
-    const pipe_ends out = new_pipe();
-    const pipe_ends err = new_pipe();
+    const pipe_ends out = around.terminal_out ? new_screen() : new_pipe();
+    const pipe_ends err = around.terminal_out ? new_screen() : new_pipe();
     const int out_fd = output_of(around, out.write);
     const pid_t child = start(arguments, around, in.read, out_fd, err.write);
     close(out.write);

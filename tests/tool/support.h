@@ -32,6 +32,7 @@ struct surroundings {
     std::map<std::string, std::string> environment; // beside PATH
     std::string in;                                 // standard input: text, from a pipe
     std::string terminal_in;                        // standard input: typed at a terminal
+    bool terminal_out = false;                      // standard output and error: a terminal each
     std::string out_file;                           // standard output, such as /dev/full
     bool out_closed = false;                        // no standard output at all
     bool broken_pipe = false;                       // standard output is a pipe that nobody reads

@@ -15,6 +15,7 @@
 #include "tools/machine/fullform.h"
 #include "tools/machine/pathnodes.h"
 #include "tools/paste/pasted.h"
+#include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/loadoption.h"
 #include "tools/text/nodeparse.h"
@@ -46,15 +47,6 @@ void add_example(CLI::App &app, const char *line)
     app.footer(std::string("Example: ") + line + "\n\n" + app.get_footer());
 }
 
-uint16_t option_number(const std::string &text)
-{
-    const auto number = parse_option(text);
-    if (!number)
-        throw usage_error(in_quotes(text) +
-                          " is not a boot option: Boot and four hex digits, such as Boot001F");
-    return *number;
-}
-
 void refuse_leading_zero(const std::string &text)
 {
     const size_t sign = text.starts_with('-') ? 1 : 0;
@@ -81,8 +73,8 @@ CLI::Option *description_argument::declare(CLI::App &app)
     return add_value(app, "--desc", "TEXT",
                      "description, as boot menus show it; at most 127 characters (256 bytes)",
                      [this](const std::string &value) {
-                         check_description(value);
-                         text = value;
+                         text = typed_description(value);
+                         check_description(*text);
                      });
 }
 

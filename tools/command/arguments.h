@@ -31,12 +31,17 @@ CLI::Option *add_value(CLI::App &app, const char *name, const char *shown, const
 // Puts a command line below the verb's help.
 void add_example(CLI::App &app, const char *line);
 
-// The number that "Boot001F", "boot1f" or "1f" names. Throws a usage_error.
-uint16_t option_number(const std::string &text);
-
 // Programs read such a number as octal or as decimal: nobody can tell which is meant. (In the names of
 // options all digits are hexadecimal.) Throws a usage_error.
 void refuse_leading_zero(const std::string &text);
+
+// --kind, which is declared before what is read by it.
+struct kind_argument {
+    const option_kind *kind = &boot_options;
+
+    // Those that only the firmware writes are no kind for a verb that writes.
+    void declare(CLI::App &app, bool writes);
+};
 
 inline constexpr char option_help[] =
     "Boot####, the description or the beginning of it, @current, @next, @first";
@@ -90,7 +95,7 @@ struct place_arguments {
 struct number_argument {
     std::optional<uint16_t> value;
 
-    void declare(CLI::App &app);
+    void declare(CLI::App &app, const kind_argument &kind);
 };
 
 struct description_argument {

@@ -108,6 +108,23 @@ std::vector<uint16_t> options_argument::find(firmware &machine) const
     return numbers;
 }
 
+void kind_argument::declare(CLI::App &app, bool writes)
+{
+    add_value(app, "--kind", "KIND", "boot (default), driver, sysprep or platformrecovery",
+              [this, writes](const std::string &text) {
+                  const auto found =
+                      std::find_if(option_kinds.begin(), option_kinds.end(),
+                                   [&text](const option_kind &each) { return text == each.word; });
+                  if (found == option_kinds.end())
+                      throw usage_error("--kind: " + in_quotes(text) +
+                                        " is none of boot, driver, sysprep and platformrecovery");
+                  if (writes && !found->order)
+                      throw usage_error("--kind: only the firmware writes " + std::string(found->prefix) +
+                                        " options");
+                  kind = &*found;
+              });
+}
+
 void place_arguments::declare(CLI::App &app)
 {
     const auto set = [this](int value) { place.position = value; };
@@ -126,10 +143,15 @@ void place_arguments::declare(CLI::App &app)
     after->excludes(none);
 }
 
-void number_argument::declare(CLI::App &app)
+void number_argument::declare(CLI::App &app, const kind_argument &kind)
 {
     add_value(app, "--number", "####", "hexadecimal number of the option; else the lowest that is not in use",
-              [this](const std::string &text) { value = option_number(text); });
+              [this, &kind](const std::string &text) {
+                  value = kind.kind->typed_number(text);
+                  if (!value)
+                      throw usage_error(in_quotes(text) + " is not the number of an option, such as " +
+                                        kind.kind->name(0x1f) + " or 1f");
+              });
 }
 
 void optional_data_arguments::declare(CLI::App &app)

@@ -171,7 +171,7 @@ void add_boot_options(const std::string &folder, completion *of, bool with_descr
     firmware machine(folder);
     const std::vector<std::pair<uint16_t, std::string>> options = option_lookup(machine).descriptions();
     for (const auto &[number, description] : options)
-        add_to(of, option_name(number), description);
+        add_to(of, machine.name_of(number), description);
     if (!with_descriptions)
         return;
     std::vector<std::string> all;
@@ -181,9 +181,9 @@ void add_boot_options(const std::string &folder, completion *of, bool with_descr
     std::sort(all.begin(), all.end());
     for (const auto &[number, description] : options) {
         const auto same = std::equal_range(all.begin(), all.end(), description);
-        if (!description.empty() && same.second - same.first == 1 && !parse_option(description) &&
-            description[0] != '@' && description[0] != '-')
-            add_to(of, description, option_name(number));
+        if (!description.empty() && same.second - same.first == 1 &&
+            !machine.kind().typed_number(description) && description[0] != '@' && description[0] != '-')
+            add_to(of, description, machine.name_of(number));
     }
     for (const auto &[name, about] : {std::pair{"@current", "the option that was booted"},
                                       std::pair{"@next", "the option that is booted once"},

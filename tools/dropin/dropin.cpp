@@ -106,7 +106,7 @@ void session::create()
         const uint16_t number = given.number ? *given.number : options.free_number();
         std::optional<std::vector<uint16_t>> order;
         if (given.in_order)
-            order = with_inserted(options.order().value_or(std::vector<uint16_t>()), number, 0);
+            order = with_inserted(boot_options, options.order().value_or(std::vector<uint16_t>()), number, 0);
         options.make(options.new_name(number), entry, order);
     });
 }

@@ -114,7 +114,7 @@ text_lines lines_of_value(const std::string &name, const bytes *value, device_pa
 std::string boot_text(const boot_store &store, const machine_marks &marks, device_paths &paths)
 {
     std::string text = head_of(store, marks);
-    for (const option_family &family : families) {
+    for (const option_kind &family : families) {
         for (const auto &[name, value] : store.values) {
             if (family_of(name) != &family)
                 continue;

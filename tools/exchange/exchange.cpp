@@ -2,13 +2,13 @@
 #include "tools/exchange/exchange.h"
 
 #include <algorithm>
-#include <cstring>
-#include <unistd.h>
 
 #include "tools/exchange/plan.h"
 #include "tools/exchange/settings.h"
+#include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
+#include "tools/text/terminal.h"
 
 namespace tool {
 
@@ -38,7 +38,7 @@ std::vector<std::string> differing(const variable_values &before, const variable
     }
     for (const char *setting : settings)
         add(setting);
-    for (const option_family &family : families) {
+    for (const option_kind &family : families) {
         for (const std::string &name : names) {
             if (family_of(name) == &family)
                 add(name);
@@ -56,9 +56,8 @@ std::string meaning_of(const std::string &name, byte_view value)
     const auto parts = split(value);
     if (!parts)
         return format("%zu bytes", value.size());
-    std::vector<CHAR16> units(ovra::unit_count(parts->description));
-    memcpy(units.data(), parts->description.data(), parts->description.size());
-    return in_quotes(to_utf8(units)) + ", " + attribute_text(parts->attributes);
+    return quoted_description(description_of_units(parts->description)) + ", " +
+           attribute_text(parts->attributes);
 }
 
 } // namespace
@@ -70,33 +69,6 @@ change change_of(const std::string &name, const bytes *value)
 
 namespace {
 
-// Says how far long work is, where a person watches.
-class progress {
-public:
-    explicit progress(size_t steps) : all(steps), shown(steps >= worth_showing && isatty(STDERR_FILENO) != 0)
-    {}
-    ~progress()
-    {
-        if (shown)
-            fputs("\r\033[K", stderr);
-    }
-    progress(const progress &) = delete;
-    progress &operator=(const progress &) = delete;
-
-    void step()
-    {
-        if (shown && ++done % often == 0)
-            fprintf(stderr, "\r%zu of %zu variables", done, all);
-    }
-
-private:
-    static constexpr size_t worth_showing = 200;
-    static constexpr size_t often = 20;
-    size_t all;
-    size_t done = 0;
-    bool shown;
-};
-
 class exchanging {
 public:
     exchanging(firmware &changed, const boot_store &old, changes *report)
@@ -105,7 +77,7 @@ public:
 
     void run(const std::vector<planned_step> &steps)
     {
-        progress progress(steps.size());
+        progress progress(steps.size(), "variables", 20);
         for (const planned_step &step : steps) {
             try {
                 result->attempt(change_of(step.name, step.contents.empty() ? nullptr : &step.contents));

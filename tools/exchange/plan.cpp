@@ -28,13 +28,13 @@ private:
     const bytes &now_of(const std::string &name) const;
 
     void forget_next();
-    void change_family(const option_family &family);
-    name_list put_new_options(const option_family &family);
+    void change_family(const option_kind &family);
+    name_list put_new_options(const option_kind &family);
     void put_safe_ones(reach *started, name_list *left);
-    bool put_order_if_safe(const option_family &family, reach *started);
-    void put_by_copies(const option_family &family, const name_list &left);
-    name_list free_names(const option_family &family, size_t wanted) const;
-    void delete_options(const option_family &family);
+    bool put_order_if_safe(const option_kind &family, reach *started);
+    void put_by_copies(const option_kind &family, const name_list &left);
+    name_list free_names(const option_kind &family, size_t wanted) const;
+    void delete_options(const option_kind &family);
 
     variable_values now;
     const variable_values &goal;
@@ -77,11 +77,11 @@ void planner::put_goal(const std::string &name)
 void planner::forget_next()
 {
     const bytes &next = now_of("BootNext");
-    if (next.size() == sizeof(uint16_t) && differs(name_in(families[0], ovra::unit_at(next, 0))))
+    if (next.size() == sizeof(uint16_t) && differs(boot_options.name(ovra::unit_at(next, 0))))
         put("BootNext", nothing, goal.contains("BootNext"));
 }
 
-name_list planner::put_new_options(const option_family &family)
+name_list planner::put_new_options(const option_kind &family)
 {
     name_list changed;
     for (const auto &[name, value] : goal) {
@@ -118,7 +118,7 @@ void planner::put_safe_ones(reach *started, name_list *left)
     }
 }
 
-bool planner::put_order_if_safe(const option_family &family, reach *started)
+bool planner::put_order_if_safe(const option_kind &family, reach *started)
 {
     const bytes before = now_of(family.order);
     variable_values changed = now;
@@ -137,7 +137,7 @@ bool planner::put_order_if_safe(const option_family &family, reach *started)
 }
 
 // Names that nothing has and nothing leads to.
-name_list planner::free_names(const option_family &family, size_t wanted) const
+name_list planner::free_names(const option_kind &family, size_t wanted) const
 {
     std::set<std::string> ordered;
     for (const variable_values *values : {&now, &goal}) {
@@ -147,7 +147,7 @@ name_list planner::free_names(const option_family &family, size_t wanted) const
     }
     name_list all;
     for (unsigned number = UINT16_MAX; number-- > 0 && all.size() < wanted;) {
-        std::string name = name_in(family, static_cast<uint16_t>(number));
+        std::string name = family.name(static_cast<uint16_t>(number));
         if (!now.contains(name) && !goal.contains(name) && !in_use.contains(name) && !ordered.contains(name))
             all.push_back(std::move(name));
     }
@@ -157,7 +157,7 @@ name_list planner::free_names(const option_family &family, size_t wanted) const
 }
 
 // The order names copies of the new options while these are written over the old ones.
-void planner::put_by_copies(const option_family &family, const name_list &left)
+void planner::put_by_copies(const option_kind &family, const name_list &left)
 {
     name_list free = free_names(family, left.size());
     std::map<std::string, std::string> copies;
@@ -168,7 +168,7 @@ void planner::put_by_copies(const option_family &family, const name_list &left)
     }
     bytes order = goal.at(family.order);
     for (size_t at = 0; at + sizeof(uint16_t) <= order.size(); at += sizeof(uint16_t)) {
-        const auto copy = copies.find(name_in(family, ovra::unit_at(byte_view(order).subspan(at), 0)));
+        const auto copy = copies.find(family.name(ovra::unit_at(byte_view(order).subspan(at), 0)));
         if (copy == copies.end())
             continue;
         const unsigned number =
@@ -184,7 +184,7 @@ void planner::put_by_copies(const option_family &family, const name_list &left)
         put(copy, nothing, true);
 }
 
-void planner::change_family(const option_family &family)
+void planner::change_family(const option_kind &family)
 {
     name_list left = put_new_options(family);
     reach started(family, now, goal);
@@ -197,7 +197,7 @@ void planner::change_family(const option_family &family)
         put_by_copies(family, left);
 }
 
-void planner::delete_options(const option_family &family)
+void planner::delete_options(const option_kind &family)
 {
     name_list gone;
     for (const auto &[name, value] : now) {
@@ -215,7 +215,7 @@ std::vector<planned_step> planner::plan()
     for (auto family = families.rbegin(); family != families.rend(); ++family)
         change_family(*family);
     put_goal("Timeout");
-    for (const option_family &family : families)
+    for (const option_kind &family : families)
         delete_options(family);
     put_goal("BootNext");
     return std::move(steps);

@@ -79,7 +79,7 @@ std::string quoted_units(byte_view units)
         units = units.subspan(next.size * sizeof(CHAR16));
         if (needs_backslash(character))
             text += '\\' + utf8;
-        else if (next.valid && printable(utf8) == utf8)
+        else if (next.valid && shows(character))
             text += utf8;
         else
             text += format(character < first_beyond_units ? "\\u%04x" : "\\U%08x",

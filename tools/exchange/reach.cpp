@@ -17,7 +17,7 @@ std::optional<std::string> started_by(byte_view option)
     return all.append(parts->optional_data.begin(), parts->optional_data.end());
 }
 
-std::set<std::string> names_in_order(const option_family &family, const variable_values &values)
+std::set<std::string> names_in_order(const option_kind &family, const variable_values &values)
 {
     const auto order = values.find(family.order);
     if (order == values.end())
@@ -28,7 +28,7 @@ std::set<std::string> names_in_order(const option_family &family, const variable
 
 } // namespace
 
-std::set<std::string> started_by(const option_family &family, const variable_values &values)
+std::set<std::string> started_by(const option_kind &family, const variable_values &values)
 {
     std::set<std::string> all;
     for (const std::string &name : names_in_order(family, values)) {
@@ -39,7 +39,7 @@ std::set<std::string> started_by(const option_family &family, const variable_val
     return all;
 }
 
-reach::reach(const option_family &of, const variable_values &first, const variable_values &last) : family(of)
+reach::reach(const option_kind &of, const variable_values &first, const variable_values &last) : family(of)
 {
     for (const std::string &started : started_by(family, first))
         places[started].in_first = true;

@@ -13,12 +13,12 @@ namespace tool {
 
 // What the active options of an order start: their paths with their optional data. Descriptions start
 // nothing.
-std::set<std::string> started_by(const option_family &family, const variable_values &values);
+std::set<std::string> started_by(const option_kind &family, const variable_values &values);
 
 // Follows one variable after the other, each at the cost of that variable.
 class reach {
 public:
-    reach(const option_family &of, const variable_values &first, const variable_values &last);
+    reach(const option_kind &of, const variable_values &first, const variable_values &last);
 
     // Whether all is still there that the first state starts, or all that the last one does.
     bool is_safe() const { return missing_of_first == 0 || missing_of_last == 0; }
@@ -35,7 +35,7 @@ private:
         bool in_first = false;
         bool in_last = false;
     };
-    const option_family &family;
+    const option_kind &family;
     std::map<std::string, place> places; // by what is started
     std::set<std::string> ordered;
     size_t missing_of_first = 0;

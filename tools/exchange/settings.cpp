@@ -14,10 +14,10 @@ namespace {
 
 constexpr std::string_view raw = "hex ";
 
-const option_family &family_of_setting(const std::string &name)
+const option_kind &family_of_setting(const std::string &name)
 {
     const auto found = std::find_if(families.begin(), families.end(),
-                                    [&name](const option_family &family) { return name == family.order; });
+                                    [&name](const option_kind &family) { return name == family.order; });
     return found == families.end() ? families.front() : *found; // BootNext is one of the first
 }
 
@@ -29,7 +29,7 @@ void append_number(bytes *to, uint16_t number)
 
 std::optional<bytes> names_of_text(const std::string &name, const std::string &text)
 {
-    const option_family &family = family_of_setting(name);
+    const option_kind &family = family_of_setting(name);
     std::istringstream stream(text);
     bytes value;
     for (std::string word; stream >> word;) {

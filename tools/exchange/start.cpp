@@ -44,7 +44,7 @@ std::string why_passed_over(firmware &machine, const boot_candidate &tried)
 {
     if (!machine.option_exists(tried.number))
         return "there is no such option";
-    const variable is = machine.read_global(option_name(tried.number));
+    const variable is = machine.read_global(boot_options.name(tried.number));
     const auto parts = split(is.data);
     if (is.status != EFI_SUCCESS || !parts)
         return "it is damaged";
@@ -81,7 +81,7 @@ std::string told(const std::vector<boot_candidate> &tried)
 {
     std::string text;
     for (const boot_candidate &each : tried)
-        text += (each.by_next ? "BootNext   " : "BootOrder  ") + option_name(each.number) + "  " +
+        text += (each.by_next ? "BootNext   " : "BootOrder  ") + boot_options.name(each.number) + "  " +
                 (each.passed_over.empty() ? "starts" : each.passed_over) + '\n';
     return text;
 }
@@ -90,7 +90,7 @@ json json_of(const std::vector<boot_candidate> &tried)
 {
     json list = json::array();
     for (const boot_candidate &each : tried)
-        list.push_back({{"option", option_name(each.number)},
+        list.push_back({{"option", boot_options.name(each.number)},
                         {"by", each.by_next ? "BootNext" : "BootOrder"},
                         {"passed_over", each.passed_over.empty() ? json(nullptr) : json(each.passed_over)}});
     return list;
@@ -142,7 +142,7 @@ void play_start(firmware &machine, const general_options &general)
     const std::optional<uint16_t> chosen = any ? std::optional(tried.back().number) : std::nullopt;
     const start next(machine, chosen);
     changes report(machine, general);
-    const std::string what = chosen ? option_name(*chosen) : "no option";
+    const std::string what = chosen ? boot_options.name(*chosen) : "no option";
     report.make(
         {"start", "started", what, {{"option", chosen ? json(what) : json(nullptr)}}, {}, {}},
         [&] { next.play(); }, [&] { next.check(); });

@@ -1,27 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "tools/exchange/store.h"
 
-#include <algorithm>
 #include <cstring>
 
-#include "src/base/ascii.h"
+#include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 
 namespace tool {
 
 namespace {
-
-constexpr size_t number_digits = 4;
-
-bool has_number(std::string_view name, std::string_view prefix)
-{
-    if (name.size() != prefix.size() + number_digits || !name.starts_with(prefix))
-        return false;
-    const std::string_view number = name.substr(prefix.size());
-    return std::all_of(number.begin(), number.end(),
-                       [](char c) { return ovra::is_ascii_digit(c) || (c >= 'A' && c <= 'F'); });
-}
 
 void add(firmware &machine, const std::string &name, boot_store *store)
 {
@@ -50,36 +38,27 @@ void add_remark(firmware &machine, const std::string &name, boot_store *store)
     if (is.status != EFI_SUCCESS)
         return;
     const auto parts = split(is.data);
-    if (parts && has_number(name, "PlatformRecovery")) {
-        std::vector<CHAR16> units(ovra::unit_count(parts->description));
-        memcpy(units.data(), parts->description.data(), parts->description.size());
-        store->of_firmware[name] = in_quotes(to_utf8(units));
-    } else {
-        store->of_firmware[name] = hex(is.data);
-    }
+    store->of_firmware[name] = parts && option_kinds.back().number_in(name)
+                                   ? quoted_description(description_of_units(parts->description))
+                                   : hex(is.data);
 }
 
 } // namespace
 
-const option_family *family_of(std::string_view name)
+const option_kind *family_of(std::string_view name)
 {
-    for (const option_family &family : families) {
-        if (has_number(name, family.prefix))
+    for (const option_kind &family : families) {
+        if (family.number_in(name))
             return &family;
     }
     return nullptr;
 }
 
-std::string name_in(const option_family &family, uint16_t number)
-{
-    return std::string(family.prefix) + option_name(number).substr(sizeof "Boot" - 1);
-}
-
-std::vector<std::string> ordered_names(const option_family &family, byte_view order)
+std::vector<std::string> ordered_names(const option_kind &family, byte_view order)
 {
     std::vector<std::string> names;
     for (size_t at = 0; at < ovra::unit_count(order); ++at)
-        names.push_back(name_in(family, ovra::unit_at(order, at)));
+        names.push_back(family.name(ovra::unit_at(order, at)));
     return names;
 }
 
@@ -89,14 +68,14 @@ boot_store read_boot_store(firmware &machine)
     for (const char *name : settings)
         add(machine, name, &store);
     for (const uint16_t number : machine.options()) // also those that are damaged
-        add(machine, option_name(number), &store);
+        add(machine, boot_options.name(number), &store);
     for (const variable_id &id : machine.variables()) {
         const std::string name = to_utf8(id.name);
         if (!ovra::same_guid(id.guid, ovra::global_variable_guid))
             continue;
-        if (const option_family *family = family_of(name); family && family != families.begin())
+        if (const option_kind *family = family_of(name); family && !family->is_boot())
             add(machine, name, &store);
-        else if (name == "OsIndications" || has_number(name, "PlatformRecovery"))
+        else if (name == "OsIndications" || option_kinds.back().number_in(name))
             add_remark(machine, name, &store);
     }
     return store;

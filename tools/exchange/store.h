@@ -6,6 +6,7 @@
 #include <array>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,25 +15,18 @@
 
 namespace tool {
 
-// A kind of load options, and the variable that orders them.
-struct option_family {
-    std::string_view prefix; // of the options' names, before four digits
-    const char *order;
-};
-
-inline constexpr std::array<option_family, 3> families = {
-    option_family{"Boot", "BootOrder"}, {"Driver", "DriverOrder"}, {"SysPrep", "SysPrepOrder"}};
+// The kinds of load options that a text has: not those that only the firmware writes.
+inline constexpr std::span families = std::span(option_kinds).first<3>();
 
 // The variables beside the options, in the order in which a text has them.
 inline constexpr std::array<const char *, 5> settings = {"BootOrder", "BootNext", "Timeout", "DriverOrder",
                                                          "SysPrepOrder"};
 
-// "Boot001F", "Driver0000": the family of such a name; null for any other.
-const option_family *family_of(std::string_view name);
-std::string name_in(const option_family &family, uint16_t number);
+// "Boot001F", "Driver0000": the kind of such a name; null for any other.
+const option_kind *family_of(std::string_view name);
 
 // The options that an order names. Half an entry at its end is none.
-std::vector<std::string> ordered_names(const option_family &family, byte_view order);
+std::vector<std::string> ordered_names(const option_kind &family, byte_view order);
 
 // Variables by their names, which sort as a text lists them within a family.
 using variable_values = std::map<std::string, bytes>;

@@ -4,19 +4,19 @@
 #include <algorithm>
 #include <set>
 
-#include "tools/text/numbers.h"
 #include "tools/text/output.h"
 
 namespace tool {
 
-std::vector<uint16_t> with_inserted(std::vector<uint16_t> order, uint16_t number, int position)
+std::vector<uint16_t> with_inserted(const option_kind &kind, std::vector<uint16_t> order, uint16_t number,
+                                    int position)
 {
     // A negative position counts from the end of the order as it was, the option's old places included.
     const int64_t place = position < 0 ? static_cast<int64_t>(order.size()) + position + 1 : position;
     order = without(std::move(order), number);
     const auto last = static_cast<int64_t>(order.size());
     if (place < 0 || (position >= 0 && place > last))
-        warn(format("BootOrder has no position %d: ", position) + option_name(number) +
+        warn(kind.order + format(" has no position %d: ", position) + kind.name(number) +
              (place < 0 ? " becomes the first" : " becomes the last"));
     order.insert(order.begin() + std::clamp<int64_t>(place, 0, last), number);
     return order;

@@ -6,11 +6,14 @@
 #include <cstdint>
 #include <vector>
 
+#include "tools/text/optionkind.h"
+
 namespace tool {
 
 // The order with an option put, or moved, to a position, as ovra_bootorder_insert has it; standard error says
 // when there is no such position.
-std::vector<uint16_t> with_inserted(std::vector<uint16_t> order, uint16_t number, int position);
+std::vector<uint16_t> with_inserted(const option_kind &kind, std::vector<uint16_t> order, uint16_t number,
+                                    int position);
 
 // The order without all places of an option.
 std::vector<uint16_t> without(std::vector<uint16_t> order, uint16_t number);

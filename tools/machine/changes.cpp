@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/machine/changes.h"
 
+#include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 
@@ -24,26 +25,26 @@ change deletes(const std::string &variable)
     return {"delete", "deleted", variable, {{"variable", variable}}, variable, {}};
 }
 
-change writes_order(const std::vector<uint16_t> &order)
+change writes_order(const option_kind &kind, const std::vector<uint16_t> &order)
 {
     if (order.empty())
-        return deletes("BootOrder");
-    return writes("BootOrder", stored(order), names_of(order), [order] {
-        return json{{"order", option_names(order)}};
+        return deletes(kind.order);
+    return writes(kind.order, stored(order), kind.names(order), [&kind, order] {
+        return json{{"order", option_names(kind, order)}};
     });
 }
 
-change writes_option(uint16_t number, const load_option &option)
+change writes_option(const std::string &name, const load_option &option)
 {
-    std::string meaning = in_quotes(option.description) + ", " + attribute_text(option.attributes);
+    std::string meaning = quoted_description(option.description) + ", " + attribute_text(option.attributes);
     if (!option.optional_data.empty())
         meaning += ", optional data " + optional_data_text(option.optional_data);
-    return writes(option_name(number), as_stored(option), meaning, [option] { return as_json(option); });
+    return writes(name, as_stored(option), meaning, [option] { return as_json(option); });
 }
 
-change makes_option(uint16_t number, const load_option &option)
+change makes_option(const std::string &name, const load_option &option)
 {
-    change made = writes_option(number, option);
+    change made = writes_option(name, option);
     made.makes = true;
     return made;
 }
@@ -128,6 +129,11 @@ void changes::remark(const std::string &text, const std::string &key, json value
     if (!text.empty())
         remarks += text + '\n';
     members[key] = std::move(value);
+}
+
+void changes::warn(const std::string &what)
+{
+    tool::warn(what);
 }
 
 void changes::report()

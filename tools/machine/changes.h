@@ -33,9 +33,9 @@ told_change told(const change &change);
 change writes(const std::string &variable, bytes data, const std::string &meaning,
               const std::function<json()> &long_fields = {});
 change deletes(const std::string &variable);
-change writes_order(const std::vector<uint16_t> &order);
-change writes_option(uint16_t number, const load_option &option);
-change makes_option(uint16_t number, const load_option &option);
+change writes_order(const option_kind &kind, const std::vector<uint16_t> &order);
+change writes_option(const std::string &name, const load_option &option);
+change makes_option(const std::string &name, const load_option &option);
 
 class changes {
 public:
@@ -59,6 +59,9 @@ public:
     // Something else to say: a line for people, which may be empty, for programs a member of the document.
     // A line alone takes the place of the one that nothing is to change.
     void remark(const std::string &text, const std::string &key, json value);
+
+    // A warning, on standard error and for programs.
+    void warn(const std::string &what);
 
     // Prints what was done, or would be.
     void report();

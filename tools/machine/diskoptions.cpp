@@ -62,7 +62,7 @@ disk_options::disk_options(firmware &machine, const drive_marks *only)
                 continue;
         } catch (const unreadable &reason) {
             if (!reason.damage.empty())
-                damaged.push_back(option_name(number));
+                damaged.push_back(machine.name_of(number));
             else if (!reason.is_gone)
                 warn_of_unreadable(reason);
             continue;
@@ -178,12 +178,12 @@ std::vector<uint16_t> numbers_of(const std::vector<found_option> &options)
     return numbers;
 }
 
-json remarks_of(const std::vector<found_option> &options)
+json remarks_of(const option_kind &kind, const std::vector<found_option> &options)
 {
     json all = json::object();
     for (const found_option &each : options) {
         if (const std::string what = each.remark(); !what.empty())
-            all[option_name(each.number)] = what;
+            all[kind.name(each.number)] = what;
     }
     return all;
 }

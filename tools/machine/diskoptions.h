@@ -72,7 +72,7 @@ private:
 std::vector<uint16_t> numbers_of(const std::vector<found_option> &options);
 
 // The names of the options in question, for programs.
-json remarks_of(const std::vector<found_option> &options);
+json remarks_of(const option_kind &kind, const std::vector<found_option> &options);
 
 } // namespace tool
 

@@ -8,6 +8,7 @@
 #include "tools/machine/loaders.h"
 #include "tools/machine/named.h"
 #include "tools/machine/pathnodes.h"
+#include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 
@@ -54,15 +55,17 @@ void look::look_at_order()
         order = machine.order();
     } catch (const damaged &reason) {
         result.order_is_damaged = true;
-        add("damaged", std::nullopt, std::string(reason.what()) + ": 'ovra order set' writes a new one");
+        add("damaged", std::nullopt,
+            std::string(reason.what()) + ": 'ovra order set" + machine.kind().in_advice() +
+                "' writes a new one");
         return;
     }
     std::vector<bool> repeated(UINT16_MAX + 1);
     for (const uint16_t number : order) {
         if (!ordered[number] && !machine.option_exists(number))
-            add("missing", number, "BootOrder names it, but it does not exist", true);
+            add("missing", number, machine.order_name() + " names it, but it does not exist", true);
         if (ordered[number] && !repeated[number]) {
-            add("repeated", number, "BootOrder names it more than once", true);
+            add("repeated", number, machine.order_name() + " names it more than once", true);
             repeated[number] = true;
         }
         ordered[number] = true;
@@ -85,7 +88,7 @@ void look::look_at_path(uint16_t number, const load_option &option)
 bool look::is_left_out(uint16_t number, const load_option &option) const
 {
     constexpr uint32_t category = 0x1f00; // other than 0: not booted by itself (UEFI 2.10, 3.1.3)
-    return !result.order_is_damaged && !ordered[number] && option.active() &&
+    return machine.kind().order && !result.order_is_damaged && !ordered[number] && option.active() &&
            (option.attributes & (LOAD_OPTION_HIDDEN | category)) == 0;
 }
 
@@ -102,14 +105,17 @@ void look::look_at_option(uint16_t number)
     }
     const auto same = seen.same_as(number, option);
     if (same && number != next) {
-        add("duplicate", number, "it has the path, file and data of " + option_name(*same), true);
+        add("duplicate", number, "it has the path, file and data of " + machine.name_of(*same), true);
         result.to_remove.push_back(number);
     } else if (number != current && partitions.are_gone(option.path)) {
         add("stale", number, "no disk has its partition", true);
         result.to_remove.push_back(number);
     } else if (is_left_out(number, option)) {
-        add("unordered", number, "it is active but not in BootOrder");
+        add("unordered", number, "it is active but not in " + machine.order_name());
     }
+    if (is_damaged_text(option.description))
+        add("damaged_text", number,
+            "its description has characters that are not whole: " + quoted_description(option.description));
     look_at_path(number, option);
 }
 

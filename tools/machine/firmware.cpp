@@ -60,7 +60,7 @@ bool is_damaged(const variable &read)
            (read.error == 0 || read.error == ELOOP || read.error == ENXIO || read.error == EBADMSG);
 }
 
-firmware::firmware(std::string root) : folder(std::move(root))
+firmware::firmware(std::string root, const option_kind &of) : folder(std::move(root)), options_kind(of)
 {
     // With it set, some calls would go to files in the working directory and others to the machine.
     if (getenv("OVRA_TEST_FILE"))

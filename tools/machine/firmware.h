@@ -14,6 +14,7 @@
 #include "tools/machine/status.h"
 #include "tools/text/failure.h"
 #include "tools/text/loadoption.h"
+#include "tools/text/optionkind.h"
 #include "tools/text/text.h"
 
 namespace tool {
@@ -51,8 +52,9 @@ std::string file_of_variables();
 
 class firmware {
 public:
-    // `root` names the machine's folder in messages; empty for the machine that runs the command.
-    explicit firmware(std::string root);
+    // `root` names the machine's folder in messages; empty for the machine that runs the command. Its load
+    // options are those of one kind.
+    explicit firmware(std::string root, const option_kind &of = boot_options);
     ~firmware();
     firmware(const firmware &) = delete;
     firmware &operator=(const firmware &) = delete;
@@ -89,7 +91,10 @@ public:
     // The folder in which their files are, or the file that holds them all.
     std::string variables_folder() const;
 
-    // Load options. Those that have a name, ascending: whether one is there is told by reading it.
+    // Load options of its kind. Those that have a name, ascending: whether one is there is told by reading
+    // it.
+    const option_kind &kind() const { return options_kind; }
+    std::string name_of(uint16_t number) const { return options_kind.name(number); }
     std::vector<uint16_t> options();
     // Reads one; false without it. What `found` had is lost, but not its memory: who reads many gives the
     // same one. Throws `unreadable`.
@@ -97,9 +102,10 @@ public:
     bool option_exists(uint16_t number);
     void require_option(uint16_t number);
     void require_sound_option(uint16_t number); // one that is damaged is refused as well
-    load_option read_option(uint16_t number);   // throws `unreadable`
+    load_option read_option(uint16_t number);   // throws `unreadable`, and a failure without it
 
-    // BootOrder, BootCurrent, BootNext.
+    // The order of its kind; BootCurrent and BootNext, which no other kind has.
+    std::string order_name() const;    // "BootOrder"
     std::vector<uint16_t> order();     // empty also when there is none; throws `damaged`
     std::optional<uint16_t> current(); // throws `damaged`, as next() does
     std::optional<uint16_t> next();
@@ -149,8 +155,6 @@ private:
         byte_view data;
     };
     buffered read_to_buffer(std::span<CHAR16> name, EFI_GUID guid);
-    // An option as only the library reads it.
-    void read_by_library(const std::string &name, load_option *option);
     // Throws unless a request to read something succeeded.
     void check(const std::string &what, EFI_STATUS status);
     void require_read(const std::string &name, const variable &read, const std::string &when_damaged = {});
@@ -193,7 +197,8 @@ private:
     bool may_replace_image() const;
     void check_copy(const change_request &request, room_taken *planned) const;
 
-    unreadable why_unreadable(const std::string &name);
+    failure no_such_option(uint16_t number) const;
+    unreadable why_unreadable(const std::string &name, const variable &is);
     std::string damage_of(const std::string &name, const variable &is) const;
     std::string not_there() const;
     std::string root_folder() const;  // empty for "/"
@@ -203,6 +208,7 @@ private:
     std::string file_of(const change_request &request) const;
 
     std::string folder;
+    const option_kind &options_kind;
     const std::string image = file_of_variables();
     ovra_hdl_t handle = nullptr;
     std::string messages;

@@ -23,7 +23,7 @@ namespace {
 using option_set = std::vector<char>;
 
 // The options among the names of all variables; false where these cannot be asked for.
-bool find_names(option_set *there)
+bool find_names(const option_kind &kind, option_set *there)
 {
     const std::string after_name = '-' + guid_text(ovra::global_variable_guid);
     const int services = devns_open(DEVNS_RUNTIME_SERVICES, O_RDWR);
@@ -37,8 +37,10 @@ bool find_names(option_set *there)
     there->assign(UINT16_MAX + 1, 0);
     for (const char *at = names.get(); *at != '\0';) {
         const std::string_view name = at;
-        const auto number = ovra::option_number(name.substr(0, ovra::option_name::length));
-        if (number && name.substr(ovra::option_name::length) == after_name)
+        const auto number = name.ends_with(after_name)
+                                ? kind.number_in(name.substr(0, name.size() - after_name.size()))
+                                : std::nullopt;
+        if (number)
             (*there)[*number] = 1;
         at += name.size() + 1;
     }
@@ -50,10 +52,10 @@ bool find_names(option_set *there)
 std::vector<uint16_t> firmware::options()
 {
     option_set there;
-    if (!find_names(&there))
+    if (!find_names(options_kind, &there))
         visit_variables([&there] { there.assign(UINT16_MAX + 1, 0); },
-                        [&there](const variable_id &id) {
-                            const auto number = ovra::option_number(to_utf8(id.name));
+                        [this, &there](const variable_id &id) {
+                            const auto number = options_kind.number_in(to_utf8(id.name));
                             if (number && ovra::same_guid(id.guid, ovra::global_variable_guid))
                                 there[*number] = 1;
                         });
@@ -67,13 +69,19 @@ std::vector<uint16_t> firmware::options()
 
 bool firmware::option_exists(uint16_t number)
 {
-    return exists_global(option_name(number));
+    return exists_global(name_of(number));
+}
+
+failure firmware::no_such_option(uint16_t number) const
+{
+    return failure("no such option: " + name_of(number),
+                   "'ovra list" + options_kind.in_advice() + "' shows the options.");
 }
 
 void firmware::require_option(uint16_t number)
 {
     if (!option_exists(number))
-        throw failure("no such option: " + option_name(number), "'ovra list' shows the options.");
+        throw no_such_option(number);
 }
 
 void firmware::require_sound_option(uint16_t number)
@@ -111,10 +119,9 @@ std::string firmware::damage_of(const std::string &name, const variable &is) con
     }
 }
 
-unreadable firmware::why_unreadable(const std::string &name)
+unreadable firmware::why_unreadable(const std::string &name, const variable &is)
 {
     const std::string said = messages;
-    const variable is = read_global(name);
     const auto because = [&](const std::string &why, const std::string &advice) {
         unreadable reason("cannot read " + name + ": " + why, advice, said, why);
         reason.damage = why == "damaged" ? damage_of(name, is) : "";
@@ -123,53 +130,30 @@ unreadable firmware::why_unreadable(const std::string &name)
     };
     if (is_refusal(is.status))
         return because("no permission", permission_advice());
-    const auto parts = split(is.data);
     const std::string bytes_advice = "'ovra vars -v " + name + "' shows its bytes.";
     std::error_code ignored;
     if (is_damaged(is) && std::filesystem::is_directory(file_of(name), ignored))
         return because("damaged", "A folder is in its place: remove " + file_of(name) + '.');
-    if (is_damaged(is) || (is.status == EFI_SUCCESS && !parts))
-        return because("damaged", (is_damaged(is) ? "" : bytes_advice + '\n') + "'ovra remove " + name +
-                                      "' removes it.");
-    if (is.status != EFI_SUCCESS)
-        return because(is.error != 0 ? strerror(is.error) : status_name(is.status), {});
-    if (parts->description.size() > ovra::description_limit)
-        return because("its description is longer than 127 characters", bytes_advice);
-    return because("the library cannot read it", bytes_advice);
+    if (is_damaged(is) || is.status == EFI_SUCCESS)
+        return because("damaged", (is_damaged(is) ? "" : bytes_advice + '\n') + "'ovra remove" +
+                                      options_kind.in_advice() + ' ' + name + "' removes it.");
+    return because(is.error != 0 ? strerror(is.error) : status_name(is.status), {});
 }
-
-namespace {
-
-// Takes an option that the library would read in no other way; false for another one.
-bool take_plain(byte_view variable, load_option *option)
-{
-    const auto parts = split(variable);
-    if (!parts || parts->description.size() > ovra::description_limit ||
-        variable.size() - parts->optional_data.size() > UINT16_MAX)
-        return false;
-    if (!assign_utf8(parts->description, &option->description) ||
-        option->description.size() > ovra::description_limit)
-        return false;
-    option->attributes = parts->attributes;
-    option->path.assign(parts->path.begin(), parts->path.end());
-    option->optional_data.assign(parts->optional_data.begin(), parts->optional_data.end());
-    return true;
-}
-
-} // namespace
 
 bool firmware::find_option(uint16_t number, load_option *found)
 {
+    constexpr size_t longest_name = 20; // "PlatformRecovery0000"
+    CHAR16 asked[longest_name + 1] = {};
     const ovra::option_name name(number);
-    CHAR16 asked[ovra::option_name::length + 1] = {};
-    std::copy(name.view().begin(), name.view().end(), asked);
+    CHAR16 *const end = std::copy(options_kind.prefix.begin(), options_kind.prefix.end(), asked);
+    std::copy(name.digits().begin(), name.digits().end(), end);
     const buffered is = read_to_buffer(asked, ovra::global_variable_guid);
     if (is.status == EFI_NOT_FOUND)
         return false;
-    // The library asks for the size first, and keeps what it hands out: it is asked for what only it can
-    // tell, and for why an option cannot be read.
-    if (is.status != EFI_SUCCESS || !take_plain(is.data, found))
-        read_by_library(name.text, found);
+    // Not by the library, which refuses long descriptions and characters beyond U+FFFF.
+    if (is.status != EFI_SUCCESS || !take_option(is.data, found))
+        throw why_unreadable(name_of(number),
+                             {is.status, error, is.attributes, {is.data.begin(), is.data.end()}});
     return true;
 }
 
@@ -177,47 +161,36 @@ load_option firmware::read_option(uint16_t number)
 {
     load_option found;
     if (!find_option(number, &found))
-        read_by_library(option_name(number), &found);
+        throw no_such_option(number);
     return found;
 }
 
-void firmware::read_by_library(const std::string &name, load_option *option)
+std::string firmware::order_name() const
 {
-    std::string asked = name;
-    ovra_epath_t path = nullptr;
-    int path_size = 0;
-    char *description = nullptr;
-    void *optional_data = nullptr;
-    size_t optional_size = 0;
-    if (call([&] {
-            return ovra_bootopt_get(handle, asked.data(), &path, &path_size, &description,
-                                    &option->attributes, &optional_data, &optional_size);
-        }) != 0)
-        throw why_unreadable(name);
-    option->description = description;
-    option->path.assign(path, path + path_size);
-    const auto *data = static_cast<const uint8_t *>(optional_data);
-    option->optional_data.assign(data, data + (data ? optional_size : 0));
+    return options_kind.order ? options_kind.order : "an order";
 }
 
 std::vector<uint16_t> firmware::order()
 {
-    const variable is = read_global("BootOrder");
+    if (!options_kind.order)
+        return {};
+    const std::string name = order_name();
+    const variable is = read_global(name);
     if (is.status == EFI_NOT_FOUND)
         return {};
     if (is_damaged(is)) {
         std::error_code ignored;
-        const std::string path = file_of("BootOrder");
-        require_read("BootOrder", is,
+        const std::string path = file_of(name);
+        require_read(name, is,
                      std::filesystem::is_directory(path, ignored)
                          ? "A folder is in its place: remove " + path + '.'
-                         : "'ovra order set' writes a new one.");
+                         : "'ovra order set" + options_kind.in_advice() + "' writes a new one.");
     }
-    require_read("BootOrder", is);
+    require_read(name, is);
     // The firmware does not look at half an entry either.
     if (is.data.size() % sizeof(uint16_t) != 0)
-        warn(format("BootOrder has %zu bytes: the last one is half an entry", is.data.size()),
-             "It is lost when BootOrder is written.");
+        warn(name + format(" has %zu bytes: the last one is half an entry", is.data.size()),
+             "It is lost when " + name + " is written.");
     std::vector<uint16_t> numbers(is.data.size() / sizeof(uint16_t));
     if (!numbers.empty())
         memcpy(numbers.data(), is.data.data(), numbers.size() * sizeof(uint16_t));
@@ -261,7 +234,7 @@ std::optional<uint16_t> firmware::booted_next()
         for (size_t at = 0; at + sizeof(uint16_t) <= options.size(); at += sizeof(uint16_t)) {
             uint16_t number = 0;
             memcpy(&number, options.data() + at, sizeof number);
-            const bytes variable = read_if_sound(option_name(number));
+            const bytes variable = read_if_sound(boot_options.name(number));
             const auto option = ovra::split_load_option(variable);
             if (option && (option->attributes & wanted) == wanted)
                 return number;
@@ -275,12 +248,12 @@ std::optional<uint16_t> firmware::booted_next()
 
 std::optional<uint16_t> firmware::current()
 {
-    return read_number("BootCurrent");
+    return options_kind.is_boot() ? read_number("BootCurrent") : std::nullopt;
 }
 
 std::optional<uint16_t> firmware::next()
 {
-    return read_number("BootNext");
+    return options_kind.is_boot() ? read_number("BootNext") : std::nullopt;
 }
 
 } // namespace tool

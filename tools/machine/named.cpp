@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/machine/named.h"
 
+#include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 #include "tools/text/output.h"
@@ -29,7 +30,7 @@ std::string description_of(firmware &machine, uint16_t number)
     try {
         if (!machine.option_exists(number))
             return "(no such option)";
-        return printable(machine.read_option(number).description);
+        return shown_description(machine.read_option(number).description);
     } catch (const unreadable &reason) {
         if (reason.is_gone)
             return "(no such option)";
@@ -46,9 +47,9 @@ void print_named_option(firmware &machine, const general_options &general, const
 {
     const std::optional<uint16_t> number = (machine.*get)();
     if (general.json)
-        print_json({{key, as_json(number)}});
+        print_json({{key, as_json(machine.kind(), number)}});
     else if (number)
-        print(option_name(*number) + "  " + description_of(machine, *number) + '\n');
+        print(machine.name_of(*number) + "  " + description_of(machine, *number) + '\n');
     else
         print(std::string(when_not_set) + '\n');
 }

@@ -17,12 +17,14 @@ namespace {
 // The variables that still name an option, which may be gone.
 struct names {
     std::vector<uint16_t> order;
+    std::string in_order_named; // the variable
     std::optional<uint16_t> next;
     std::optional<uint16_t> current;
 
     explicit names(firmware &machine)
-        : order(machine.order()), next(named_or_none(machine, &firmware::next)),
-          current(named_or_none(machine, &firmware::current)), ordered(UINT16_MAX + 1)
+        : order(machine.order()), in_order_named(machine.order_name()),
+          next(named_or_none(machine, &firmware::next)), current(named_or_none(machine, &firmware::current)),
+          ordered(UINT16_MAX + 1)
     {
         for (const uint16_t number : order)
             ordered[number] = true;
@@ -35,7 +37,7 @@ struct names {
         if (next == number)
             return "BootNext";
         if (in_order(number))
-            return "BootOrder";
+            return in_order_named.c_str();
         return current == number ? "BootCurrent" : nullptr;
     }
 
@@ -61,7 +63,8 @@ std::vector<uint16_t> order_after(firmware &machine, const names &names, uint16_
     std::vector<uint16_t> order = without(names.order, number);
     const auto found = std::find(order.begin(), order.end(), before);
     if (found == order.end())
-        throw failure(option_name(before) + " is not in BootOrder", "'ovra order' shows what is.");
+        throw failure(machine.name_of(before) + " is not in " + machine.order_name(),
+                      "'ovra order" + machine.kind().in_advice() + "' shows what is.");
     order.insert(found + 1, number);
     return order;
 }
@@ -74,7 +77,7 @@ std::vector<uint16_t> order_with(firmware &machine, const names &names, uint16_t
         return names.order;
     if (place.after)
         return order_after(machine, names, number, *place.after);
-    return with_inserted(names.order, number, place.position.value_or(-1));
+    return with_inserted(machine.kind(), names.order, number, place.position.value_or(-1));
 }
 
 // An option without its place in BootOrder would be half of what was asked for.
@@ -86,10 +89,11 @@ std::string take_back(firmware &machine, const std::string &name, const variable
     try {
         machine.change_global(name, before.data);
     } catch (const not_changed &reason) {
+        const std::string kind = machine.kind().in_advice() + ' ';
         if (!reason.done_anyway)
             return name + " stays: taking it back failed as well, " + reason.what() +
-                   ".\n'ovra order insert " + name + "' puts it into BootOrder, 'ovra remove " + name +
-                   "' removes it.";
+                   ".\n'ovra order insert" + kind + name + "' puts it into " + machine.order_name() +
+                   ", 'ovra remove" + kind + name + "' removes it.";
     } catch (const failure &reason) {
         return "Whether " + name + " could be taken back is not known: " + reason.what();
     }
@@ -101,7 +105,7 @@ uint16_t number_for(firmware &machine, const names &names, const new_option &mad
     if (!made.number)
         return free_number(machine, names);
     const uint16_t number = *made.number;
-    const std::string name = option_name(number);
+    const std::string name = machine.name_of(number);
     const bool exists = machine.option_exists(number);
     if (!made.force && exists)
         throw failure(name + " exists",
@@ -116,32 +120,8 @@ uint16_t number_for(firmware &machine, const names &names, const new_option &mad
         changes->remark("BootCurrent names " + name + ", for the option that was booted under this number.",
                         "current", name);
     if (names.in_order(number) && !exists)
-        changes->remark("BootOrder named " + name + " already.", "ordered", name);
+        changes->remark(machine.order_name() + " named " + name + " already.", "ordered", name);
     return number;
-}
-
-void require_kept(uint16_t number, const variable &stored_option, const load_option &read,
-                  bool keeps_description, bool keeps_optional_data)
-{
-    const std::string cannot = "cannot change " + option_name(number) + ": ";
-    const auto parts = split(stored_option.data);
-    if (!parts)
-        throw failure(cannot + "it is damaged");
-    const auto differs = [](byte_view is, const bytes &returned) {
-        return !std::equal(is.begin(), is.end(), returned.begin(), returned.end());
-    };
-    if (keeps_description) {
-        const auto text = to_ucs2(read.description);
-        if (!text || differs(parts->description, stored(*text)))
-            throw failure(cannot + "its description would not stay as it is",
-                          "It is longer than can be read back, or has characters that are no text. Give\n"
-                          "--desc as well.");
-    }
-    if (differs(parts->path, read.path))
-        throw failure(cannot + "its path would not stay as it is");
-    if (keeps_optional_data && differs(parts->optional_data, read.optional_data))
-        throw failure(cannot + "its optional data would not stay as it is",
-                      "It begins further in than can be read back. Give the optional data as well.");
 }
 
 } // namespace
@@ -151,10 +131,10 @@ void make_option(firmware &machine, const new_option &made, const general_option
     const names names(machine);
     const uint16_t number = number_for(machine, names, made, changes);
     const std::vector<uint16_t> order = order_with(machine, names, number, made.place);
-    const variable before = machine.read_global(option_name(number));
-    std::vector<change> all = {makes_option(number, made.option)};
+    const variable before = machine.read_global(machine.name_of(number));
+    std::vector<change> all = {makes_option(machine.name_of(number), made.option)};
     if (order != names.order)
-        all.push_back(writes_order(order));
+        all.push_back(writes_order(machine.kind(), order));
     changes->prepare(all);
     try {
         for (const change &next : all)
@@ -162,11 +142,11 @@ void make_option(firmware &machine, const new_option &made, const general_option
     } catch (not_changed &reason) {
         const bool order_stands = reason.done_anyway && machine.order() == order;
         const auto option_stands = [&] {
-            const variable now = machine.read_global(option_name(number));
+            const variable now = machine.read_global(machine.name_of(number));
             return !general.dry_run && (now.status != before.status || now.data != before.data);
         };
         if (option_stands() && !order_stands)
-            reason.advise(take_back(machine, option_name(number), before));
+            reason.advise(take_back(machine, machine.name_of(number), before));
         reason.done.clear();
         if (option_stands())
             reason.done.push_back(told(all.front()));
@@ -176,13 +156,13 @@ void make_option(firmware &machine, const new_option &made, const general_option
     }
     for (change &done : all)
         changes->record(std::move(done));
-    changes->remark({}, "option", option_name(number));
+    changes->remark({}, "option", machine.name_of(number));
 }
 
 std::optional<uint16_t> option_like(firmware &machine, const load_option &option)
 {
     for (const uint16_t number : in_boot_order(machine)) {
-        const variable is = machine.read_global(option_name(number));
+        const variable is = machine.read_global(machine.name_of(number));
         const auto parts = split(is.data);
         if (parts &&
             std::equal(parts->path.begin(), parts->path.end(), option.path.begin(), option.path.end()) &&
@@ -193,14 +173,27 @@ std::optional<uint16_t> option_like(firmware &machine, const load_option &option
     return std::nullopt;
 }
 
-load_option changeable_option(firmware &machine, uint16_t number, bool keeps_description,
-                              bool keeps_optional_data)
+load_option changeable_option(firmware &machine, uint16_t number)
 {
     machine.require_option(number);
-    load_option option = machine.read_option(number);
-    require_kept(number, machine.read_global(option_name(number)), option, keeps_description,
-                 keeps_optional_data);
-    return option;
+    return machine.read_option(number);
+}
+
+void warn_of_description(const load_option &option, changes *changes)
+{
+    if (const std::string why = description_obstacle(option.description); !why.empty())
+        changes->warn(why + ": programs that use the library cannot read the option");
+}
+
+void change_option(const firmware &machine, uint16_t number, const load_option &before,
+                   const load_option &after, changes *changes)
+{
+    if (as_stored(after) == as_stored(before))
+        return;
+    check_size(after);
+    if (after.description != before.description)
+        warn_of_description(after, changes);
+    changes->make(writes_option(machine.name_of(number), after));
 }
 
 } // namespace tool

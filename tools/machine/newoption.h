@@ -34,10 +34,15 @@ void make_option(firmware &machine, const new_option &made, const general_option
 // The first option in boot order with this path, file and optional data; nothing when there is none.
 std::optional<uint16_t> option_like(firmware &machine, const load_option &option);
 
-// An option to be changed. Throws a failure when what is kept of it, its path and these, could not be written
-// back as it is: the library cuts long descriptions and finds optional data by a 16-bit offset.
-load_option changeable_option(firmware &machine, uint16_t number, bool keeps_description,
-                              bool keeps_optional_data);
+// An option to be changed. Throws a failure.
+load_option changeable_option(firmware &machine, uint16_t number);
+
+// Writes an option that was changed, if it was, and says what makes it unreadable for the library.
+void change_option(const firmware &machine, uint16_t number, const load_option &before,
+                   const load_option &after, changes *changes);
+
+// Says it when programs that use the library cannot read an option's description.
+void warn_of_description(const load_option &option, changes *changes);
 
 } // namespace tool
 

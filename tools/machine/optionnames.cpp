@@ -2,10 +2,10 @@
 #include "tools/machine/optionnames.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "src/base/ascii.h"
 #include "tools/machine/devicepaths.h"
+#include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 
@@ -15,14 +15,6 @@ namespace {
 
 constexpr const char *advice = "An option is named by its number, as Boot001F, by its description or the\n"
                                "beginning of it, or as @current, @next or @first: 'ovra list' shows them.";
-
-// Also of an option that the library does not read, as for the length of its description.
-std::string description_in(const ovra::load_option_parts &parts)
-{
-    std::vector<CHAR16> units(ovra::unit_count(parts.description));
-    memcpy(units.data(), parts.description.data(), units.size() * sizeof(CHAR16));
-    return to_utf8(units);
-}
 
 // Firmware ends the names of disks in blanks.
 std::string_view without_blanks_at_end(std::string_view text)
@@ -58,10 +50,11 @@ const std::vector<option_lookup::known_option> &option_lookup::options()
         return *known;
     known.emplace();
     for (const uint16_t number : machine.options()) {
-        const variable is = machine.read_global(option_name(number));
+        const variable is = machine.read_global(machine.name_of(number));
         // One that is damaged has no description.
         if (const auto parts = split(is.data))
-            known->push_back({number, description_in(*parts), {parts->path.begin(), parts->path.end()}});
+            known->push_back(
+                {number, description_of_units(parts->description), {parts->path.begin(), parts->path.end()}});
     }
     return *known;
 }
@@ -91,7 +84,8 @@ uint16_t option_lookup::only(const std::vector<const known_option *> &found, con
     constexpr size_t most = 20;
     std::string candidates;
     for (size_t at = 0; at < std::min(found.size(), most); ++at)
-        candidates += (at == 0 ? "" : "\n") + option_name(found[at]->number) + "  " + found[at]->description;
+        candidates += (at == 0 ? "" : "\n") + machine.name_of(found[at]->number) + "  " +
+                      shown_description(found[at]->description);
     if (found.size() > most)
         candidates += format("\n... and %zu more", found.size() - most);
     throw failure(what + format(" names %zu options", found.size()), candidates);
@@ -104,6 +98,9 @@ std::optional<uint16_t> option_lookup::of_variable(const std::string &name)
             throw failure(std::string(variable) + " is not set", advice);
         return number;
     };
+    const bool is_of_boot = ovra::alike(name, "@current") || ovra::alike(name, "@next");
+    if (is_of_boot && !machine.kind().is_boot())
+        throw failure(name + " names a boot option, and no other kind");
     if (ovra::alike(name, "@current"))
         return require(machine.current(), "BootCurrent");
     if (ovra::alike(name, "@next"))
@@ -111,15 +108,11 @@ std::optional<uint16_t> option_lookup::of_variable(const std::string &name)
     if (!ovra::alike(name, "@first"))
         return std::nullopt;
     const std::vector<uint16_t> order = machine.order();
-    return require(order.empty() ? std::nullopt : std::optional(order.front()), "BootOrder");
+    return require(order.empty() ? std::nullopt : std::optional(order.front()), machine.order_name().c_str());
 }
 
-uint16_t option_lookup::named(const std::string &name)
+std::vector<const option_lookup::known_option *> option_lookup::described(const std::string &name)
 {
-    if (const auto number = parse_option(name))
-        return *number;
-    if (const auto number = of_variable(name))
-        return *number;
     const std::string_view wanted = without_blanks_at_end(name);
     const match by_rank[] = {
         [&](const known_option &each) { return each.description == name; },
@@ -131,8 +124,27 @@ uint16_t option_lookup::named(const std::string &name)
         },
     };
     for (const match &matches : by_rank) {
-        if (const auto found = all_with(matches); !found.empty())
-            return only(found, in_quotes(name));
+        if (auto found = all_with(matches); !found.empty())
+            return found;
+    }
+    return {};
+}
+
+uint16_t option_lookup::named(const std::string &name)
+{
+    if (const auto number = machine.kind().typed_number(name))
+        return *number;
+    if (const auto number = of_variable(name))
+        return *number;
+    // As it stands, or as it is shown.
+    for (const std::string &each : {name, typed_description(name)}) {
+        if (const auto found = described(each); !found.empty())
+            return only(found, quoted_description(each));
+    }
+    for (const option_kind &other : option_kinds) {
+        if (const auto number = other.typed_number(name))
+            throw failure(other.name(*number) + " is of another kind",
+                          "--kind " + std::string(other.word) + " is for these.");
     }
     throw failure("no option is named " + in_quotes(name), advice);
 }

@@ -20,8 +20,8 @@ public:
     explicit option_lookup(firmware &named) : machine(named) {}
 
     // The option that is named by its number ("Boot001F", "1f"), which need not exist, by its description or
-    // the only one that begins so, without regard to the case of A to Z, or as "@current", "@next" or
-    // "@first". Throws a failure, with the candidates when there are several.
+    // the only one that begins so, without regard to the case of A to Z and as it is shown or as it is, or as
+    // "@current", "@next" or "@first". Throws a failure, with the candidates when there are several.
     uint16_t named(const std::string &name);
 
     // The only option with this text in a device or file path, without regard to case and the kind of
@@ -42,6 +42,7 @@ private:
     const std::vector<known_option> &options();
     uint16_t only(const std::vector<const known_option *> &found, const std::string &what) const;
     std::vector<const known_option *> all_with(const match &matches);
+    std::vector<const known_option *> described(const std::string &name);
     std::optional<uint16_t> of_variable(const std::string &name);
 
     firmware &machine;

@@ -31,8 +31,9 @@ void removal::run()
 {
     for (const uint16_t number : options) { // nothing is removed unless everything can be
         if (!machine.option_exists(number))
-            throw failure("no such option: " + option_name(number),
-                          "Nothing is removed. 'ovra list' shows the options.");
+            throw failure("no such option: " + machine.name_of(number), "Nothing is removed. 'ovra list" +
+                                                                            machine.kind().in_advice() +
+                                                                            "' shows the options.");
     }
     order = machine.order();
     for (const uint16_t number : distinct(order)) {
@@ -49,8 +50,8 @@ void removal::run()
     write_order_after_all();
     if (next) {
         result.record(deletes("BootNext"));
-        result.remark("BootNext named " + option_name(*next) + ": the machine boots by BootOrder.", "next",
-                      option_name(*next));
+        result.remark("BootNext named " + machine.name_of(*next) + ": the machine boots by BootOrder.",
+                      "next", machine.name_of(*next));
     }
 }
 
@@ -58,13 +59,13 @@ void removal::prepare()
 {
     std::vector<change> all;
     for (const uint16_t number : options)
-        all.push_back(deletes(option_name(number)));
+        all.push_back(deletes(machine.name_of(number)));
     if (next)
         all.push_back(deletes("BootNext"));
     result.prepare(all);
     // By itself: it is written before they give their room back.
     if (ordered)
-        result.prepare({writes_order(order_without(options))});
+        result.prepare({writes_order(machine.kind(), order_without(options))});
 }
 
 // Before anything is removed. Without room for it the order is left as it is: removing may make some.
@@ -73,7 +74,7 @@ void removal::take_out_of_order()
     try {
         prepare();
         if (ordered)
-            result.attempt(writes_order(order_without(options)));
+            result.attempt(writes_order(machine.kind(), order_without(options)));
         order_is_written = ordered;
     } catch (not_changed &reason) {
         if (reason.no_room)
@@ -99,7 +100,7 @@ void removal::clear_next()
 void removal::delete_options()
 {
     for (const uint16_t number : options) {
-        const change change = deletes(option_name(number));
+        const change change = deletes(machine.name_of(number));
         try {
             result.attempt(change);
         } catch (const not_changed &reason) {
@@ -115,7 +116,7 @@ void removal::delete_options()
 void removal::tell_removed(failure *reason) const
 {
     for (const uint16_t number : removed)
-        reason->done.push_back(told(deletes(option_name(number))));
+        reason->done.push_back(told(deletes(machine.name_of(number))));
 }
 
 // Those that could not be removed get their places back.
@@ -125,16 +126,16 @@ void removal::stop(not_changed reason)
     tell_removed(&reason);
     if (order_is_written) {
         try {
-            result.attempt(writes_order(order_without(removed)));
+            result.attempt(writes_order(machine.kind(), order_without(removed)));
         } catch (const failure &second) {
-            reason.done.push_back(told(writes_order(order_without(options))));
-            reason.advise(std::string("BootOrder is without them now; writing it back failed as well: ") +
-                          second.what());
+            reason.done.push_back(told(writes_order(machine.kind(), order_without(options))));
+            reason.advise(machine.order_name() +
+                          " is without them now; writing it back failed as well: " + second.what());
         }
     }
     if (next_is_cleared && without(removed, *next) == removed) {
         try {
-            result.attempt(writes("BootNext", stored(numbers{*next}), option_name(*next)));
+            result.attempt(writes("BootNext", stored(numbers{*next}), machine.name_of(*next)));
         } catch (const failure &second) {
             reason.done.push_back(told(deletes("BootNext")));
             reason.advise(std::string("BootNext is deleted; writing it back failed as well: ") +
@@ -142,9 +143,9 @@ void removal::stop(not_changed reason)
         }
     }
     if (!removed.empty())
-        reason.advise("Removed before that: " + names_of(removed));
+        reason.advise("Removed before that: " + machine.kind().names(removed));
     if (const numbers rest = without_all(options, removed); !rest.empty())
-        reason.advise("Not touched: " + names_of(rest));
+        reason.advise("Not touched: " + machine.kind().names(rest));
     throw not_changed(reason);
 }
 
@@ -152,7 +153,7 @@ void removal::write_order_after_all()
 {
     if (!ordered)
         return;
-    const change change = writes_order(order_without(options));
+    const change change = writes_order(machine.kind(), order_without(options));
     if (!order_is_written) {
         try {
             result.attempt(change);
@@ -162,12 +163,14 @@ void removal::write_order_after_all()
                 throw;
             }
             const bool one = options.size() == 1;
-            std::string advice =
-                reason.advice + "\nThe firmware skips entries of BootOrder without an option.";
+            std::string advice = reason.advice + "\nThe firmware skips entries of " + machine.order_name() +
+                                 " without an option.";
             for (const uint16_t number : options)
-                advice += "\n'ovra order remove " + option_name(number) + "' takes it out.";
-            failure left(names_of(removed) + (one ? " is" : " are") + " removed, but BootOrder still names " +
-                             (one ? "it" : "them") + (reason.no_room ? ": no room to write it" : ""),
+                advice += "\n'ovra order remove" + machine.kind().in_advice() + ' ' +
+                          machine.name_of(number) + "' takes it out.";
+            failure left(machine.kind().names(removed) + (one ? " is" : " are") + " removed, but " +
+                             machine.order_name() + " still names " + (one ? "it" : "them") +
+                             (reason.no_room ? ": no room to write it" : ""),
                          advice, reason.messages);
             left.failed = reason.failed;
             tell_removed(&left);

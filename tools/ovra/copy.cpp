@@ -16,9 +16,10 @@ public:
     const char *summary() const override { return "make a boot option like another one"; }
     void declare(CLI::App &app) override
     {
+        kind.declare(app, true);
         option.declare(app, option_help);
         description.declare(app);
-        number.declare(app);
+        number.declare(app, kind);
         place.declare(app);
         add_example(app, "ovra copy Debian --desc 'Debian, single user' --after Debian");
     }
@@ -26,18 +27,20 @@ public:
 
     void run(const general_options &general) override
     {
-        firmware machine(general.folder());
+        firmware machine(general.folder(), *kind.kind);
         changes changes(machine, general);
         const machine_lock lock(machine, general);
         const uint16_t copied = option.find(machine);
-        load_option made = changeable_option(machine, copied, !description.text, true);
+        load_option made = changeable_option(machine, copied);
         if (description.text)
             made.description = *description.text;
+        warn_of_description(made, &changes);
         make_option(machine, {made, number.value, place.place}, general, &changes);
         changes.report();
     }
 
 private:
+    kind_argument kind;
     option_argument option;
     description_argument description;
     number_argument number;

@@ -32,6 +32,7 @@ private:
     given_path path_to_store(const general_options &general) const;
     load_option option_to_make(const general_options &general, changes *changes) const;
 
+    kind_argument kind;
     description_argument description;
     std::optional<bytes> packed; // the path
     path_arguments path;
@@ -46,6 +47,7 @@ private:
 
 void create_verb::declare(CLI::App &app)
 {
+    kind.declare(app, true);
     description.declare(app)->required();
     auto *digits = add_value(app, "--path-hex", "HEX", "the packed device path, as hexadecimal digits",
                              [this](const std::string &text) {
@@ -63,7 +65,7 @@ void create_verb::declare(CLI::App &app)
     app.add_flag("--full", path.full, "with --disk: the path begins with the hardware that leads to the disk")
         ->needs(disk);
     optional_data.declare(app);
-    number.declare(app);
+    number.declare(app, kind);
     place.declare(app);
     app.add_flag("--inactive", inactive, "firmware does not boot it by itself");
     app.add_flag("--if-absent", if_absent,
@@ -78,6 +80,9 @@ void create_verb::check()
     if (!packed && !path.device_text && !path.disk.name && !network.given())
         throw usage_error("create: one of --path-hex, --devpath, --disk, --uri and --mac is required");
     path.settle_file();
+    // An option that is read only here would be of little use to those who boot it.
+    if (const std::string why = description_obstacle(description.text.value()); !why.empty())
+        throw usage_error("--desc: " + why + ": programs that use the library could not read it");
 }
 
 given_path create_verb::path_to_store(const general_options &general) const
@@ -112,15 +117,15 @@ load_option create_verb::option_to_make(const general_options &general, changes 
 
 void create_verb::run(const general_options &general)
 {
-    firmware machine(general.folder());
+    firmware machine(general.folder(), *kind.kind);
     changes changes(machine, general);
     const load_option option = option_to_make(general, &changes);
 
     const machine_lock lock(machine, general);
     const auto like = if_absent ? option_like(machine, option) : std::nullopt;
     if (like)
-        changes.remark(option_name(*like) + " is there already, with this path, file and data.", "option",
-                       option_name(*like));
+        changes.remark(machine.name_of(*like) + " is there already, with this path, file and data.", "option",
+                       machine.name_of(*like));
     else
         make_option(machine, {option, number.value, place.place, force}, general, &changes);
     changes.report();

@@ -98,7 +98,7 @@ std::string controller_of(const drive &drive)
 
 json names_or_null(const std::optional<std::vector<found_option>> &options)
 {
-    return options ? option_names(numbers_of(*options)) : json(nullptr);
+    return options ? option_names(boot_options, numbers_of(*options)) : json(nullptr);
 }
 
 using all_contents = std::unordered_map<std::string, drive_contents>;
@@ -110,14 +110,15 @@ json to_json(const std::vector<drive> &drives, const all_contents &contents, use
         json volumes = json::array();
         for (const volume &volume : drive.volumes) {
             const auto options = uses.of(drive, volume);
-            volumes.push_back({{"name", volume.name},
-                               {"kernel_name", volume.kernel_name},
-                               {"kind", volume.is_slice ? "slice" : "partition"},
-                               {"start", volume.start},
-                               {"size", volume.size},
-                               {"guid", volume.is_slice ? json(guid_text(volume.guid)) : json(nullptr)},
-                               {"options", names_or_null(options)},
-                               {"remarks", remarks_of(options.value_or(std::vector<found_option>()))}});
+            volumes.push_back(
+                {{"name", volume.name},
+                 {"kernel_name", volume.kernel_name},
+                 {"kind", volume.is_slice ? "slice" : "partition"},
+                 {"start", volume.start},
+                 {"size", volume.size},
+                 {"guid", volume.is_slice ? json(guid_text(volume.guid)) : json(nullptr)},
+                 {"options", names_or_null(options)},
+                 {"remarks", remarks_of(boot_options, options.value_or(std::vector<found_option>()))}});
         }
         const auto options = uses.of(drive);
         const drive_contents &on = contents.at(drive.name);
@@ -164,8 +165,8 @@ std::vector<std::string> lines_of(const std::optional<std::vector<found_option>>
             lines.emplace_back();
             on_line = 0;
         }
-        lines.back() +=
-            (on_line == 0 ? "" : " ") + option_name(each.number) + (remark.empty() ? "" : ": " + remark);
+        lines.back() += (on_line == 0 ? "" : " ") + boot_options.name(each.number) +
+                        (remark.empty() ? "" : ": " + remark);
         on_line = remark.empty() ? on_line + 1 : most;
     }
     return lines.empty() ? std::vector<std::string>(1) : lines;

@@ -57,13 +57,14 @@ public:
     const char *summary() const override { return "the boot options that boot from a disk"; }
     void declare(CLI::App &app) override
     {
+        kind.declare(app, false);
         disk.declare(app, "disk", find_help)->required();
         add_example(app, "ovra find /dev/sda1");
     }
 
     void run(const general_options &general) override
     {
-        firmware machine(general.folder());
+        firmware machine(general.folder(), *kind.kind);
         require_machine();
         const disk_name wanted = understood(disk.name.value());
         const std::optional<drive> whole = disk.part ? std::nullopt : whole_drive(wanted);
@@ -78,8 +79,8 @@ public:
             whole ? known.of_drive(marks) : known.of_volume(chosen.node, chosen.drive);
         if (general.json) {
             json document = chosen.members();
-            document["options"] = option_names(numbers_of(options));
-            document["remarks"] = remarks_of(options);
+            document["options"] = option_names(machine.kind(), numbers_of(options));
+            document["remarks"] = remarks_of(machine.kind(), options);
             print_json(document);
             return;
         }
@@ -87,7 +88,7 @@ public:
             print("no option boots from " + chosen.both_names() + '\n');
         table rows;
         for (const found_option &each : options)
-            rows.row({option_name(each.number), description_of(machine, each.number), each.remark()});
+            rows.row({machine.name_of(each.number), description_of(machine, each.number), each.remark()});
         print(rows.text());
     }
 
@@ -109,6 +110,7 @@ private:
         return chosen;
     }
 
+    kind_argument kind;
     disk_argument disk;
 };
 

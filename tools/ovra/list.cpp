@@ -8,9 +8,11 @@
 #include "tools/machine/devicepaths.h"
 #include "tools/machine/health.h"
 #include "tools/machine/named.h"
+#include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 #include "tools/text/output.h"
+#include "tools/text/terminal.h"
 
 namespace tool {
 
@@ -136,7 +138,7 @@ private:
     std::optional<present_partitions> partitions;
 };
 
-std::string notes(const listing &all, const entry &entry)
+std::string notes(const option_kind &kind, const listing &all, const entry &entry)
 {
     const uint16_t number = entry.where.number;
     std::string notes;
@@ -148,7 +150,9 @@ std::string notes(const listing &all, const entry &entry)
     if (entry.is_stale)
         add("stale");
     if (entry.same)
-        add("duplicate of " + option_name(*entry.same));
+        add("duplicate of " + kind.name(*entry.same));
+    if (is_damaged_text(entry.option.description))
+        add("damaged text");
     return notes;
 }
 
@@ -158,12 +162,12 @@ std::string described(const entry &entry)
         return "(no such option)";
     if (!entry.error.empty())
         return '(' + printable(entry.error) + ')';
-    return printable(entry.option.description);
+    return shown_description(entry.option.description);
 }
 
-void put_members(json_members &to, const listing &all, const entry &entry)
+void put_members(json_members &to, const option_kind &kind, const listing &all, const entry &entry)
 {
-    to.member("option", ovra::option_name(entry.where.number).view());
+    to.member("option", kind.name(entry.where.number));
     to.member("position", entry.where.position);
     to.member("current", all.current == entry.where.number);
     to.member("next", all.next == entry.where.number);
@@ -179,16 +183,18 @@ void put_members(json_members &to, const listing &all, const entry &entry)
         if (entry.is_stale)
             to.member("stale", true);
         if (entry.same)
-            to.member("duplicate_of", option_name(*entry.same));
+            to.member("duplicate_of", kind.name(*entry.same));
     }
 }
 
 void print_as_json(firmware &machine, const listing &all, bool verbose)
 {
-    json_list document({{"current", as_json(all.current)},
-                        {"next", as_json(all.next)},
-                        {"order", !all.order_problem.empty() ? json(nullptr) : option_names(all.order)}},
-                       "options");
+    const option_kind &kind = machine.kind();
+    json_list document(
+        {{"current", as_json(kind, all.current)},
+         {"next", as_json(kind, all.next)},
+         {"order", !all.order_problem.empty() ? json(nullptr) : option_names(kind, all.order)}},
+        "options");
     device_paths paths;
     marks marks(all, verbose);
     entry entry;
@@ -196,7 +202,7 @@ void print_as_json(firmware &machine, const listing &all, bool verbose)
         read_entry(machine, &paths, where, &entry);
         marks.put(&entry);
         if (is_shown(entry))
-            document.add([&](json_members &to) { put_members(to, all, entry); });
+            document.add([&](json_members &to) { put_members(to, kind, all, entry); });
     }
     document.end();
 }
@@ -219,15 +225,32 @@ void add_details(const entry &entry, table *rows)
         rows->below(indent, "optional data  " + optional_data_text(entry.option.optional_data));
 }
 
+std::string no_options(const option_kind &kind)
+{
+    return kind.is_boot() ? "no boot options\n" : "no " + std::string(kind.prefix) + " options\n";
+}
+
+tint tint_of(const listing &all, const entry &entry)
+{
+    if (!entry.exists || !entry.error.empty() || entry.is_stale)
+        return tint::alarming;
+    if (!entry.option.active())
+        return tint::faint;
+    return all.current == entry.where.number ? tint::emphasised : tint::plain;
+}
+
 void print_as_text(firmware &machine, const listing &all, bool verbose)
 {
-    table rows;
+    constexpr size_t widest_column = 48; // with the columns before it less than 80
+    table rows(widest_column);
     device_paths paths;
     marks marks(all, verbose);
     entry entry;
+    std::optional<progress> shown_progress(std::in_place, all.places.size(), "options", 500);
     for (const place &where : all.places) {
         read_entry(machine, verbose ? &paths : nullptr, where, &entry);
         marks.put(&entry);
+        shown_progress->step();
         if (!is_shown(entry))
             continue;
         if (rows.empty())
@@ -235,15 +258,17 @@ void print_as_text(firmware &machine, const listing &all, bool verbose)
         const bool readable = entry.exists && entry.error.empty();
         const char *active = !readable ? "?" : entry.option.active() ? "*" : "";
         const std::string position = where.position ? std::to_string(*where.position) : "-";
-        rows.row(
-            {position, ovra::option_name(where.number).view(), active, described(entry), notes(all, entry)});
+        rows.row({position, machine.name_of(where.number), active, described(entry),
+                  notes(machine.kind(), all, entry)});
+        rows.tint_row(tint_of(all, entry));
         if (verbose)
             add_details(entry, &rows);
     }
+    shown_progress.reset();
     if (!all.order_problem.empty())
         print(printable(all.order_problem) + '\n');
     if (rows.empty())
-        print("no boot options\n");
+        print(no_options(machine.kind()));
     rows.print();
 }
 
@@ -252,6 +277,7 @@ public:
     const char *summary() const override { return "the boot options, in boot order"; }
     void declare(CLI::App &app) override
     {
+        kind.declare(app, false);
         app.add_flag("-v,--verbose", verbose,
                      "also paths, attributes, optional data, and which partitions are gone");
         add_example(app, "ovra list -v");
@@ -259,7 +285,7 @@ public:
 
     void run(const general_options &general) override
     {
-        firmware machine(general.folder());
+        firmware machine(general.folder(), *kind.kind);
         const one_moment of_many_reads;
         const listing all = read_listing(machine);
         if (general.json)
@@ -269,6 +295,7 @@ public:
     }
 
 private:
+    kind_argument kind;
     bool verbose = false;
 };
 

@@ -47,8 +47,8 @@ private:
             const uint16_t number = option.find(machine);
             if (!force)
                 machine.require_sound_option(number);
-            changes.make(writes("BootNext", stored(std::vector{number}), option_name(number), [number] {
-                return json{{"option", option_name(number)}};
+            changes.make(writes("BootNext", stored(std::vector{number}), boot_options.name(number), [number] {
+                return json{{"option", boot_options.name(number)}};
             }));
         }
         changes.report();

@@ -21,16 +21,16 @@ void show_order(firmware &machine, const general_options &general)
 {
     const std::vector<uint16_t> order = machine.order();
     if (general.json) {
-        print_json({{"order", option_names(order)}});
+        print_json({{"order", option_names(machine.kind(), order)}});
         return;
     }
     if (order.empty()) {
-        print("BootOrder is not set\n");
+        print(machine.order_name() + " is not set\n");
         return;
     }
     table rows;
     for (size_t position = 0; position < order.size(); ++position)
-        rows.row({std::to_string(position), option_name(order[position]),
+        rows.row({std::to_string(position), machine.name_of(order[position]),
                   description_of(machine, order[position])});
     print(rows.text());
 }
@@ -46,11 +46,11 @@ void say_what_is_dropped(firmware &machine, const std::vector<uint16_t> &order, 
     }
     std::string text;
     for (const uint16_t number : dropped) {
-        text += (text.empty() ? "" : "\n") + std::string("no longer in BootOrder: ") + option_name(number) +
-                "  " + description_of(machine, number);
+        text += std::string(text.empty() ? "" : "\n") + "no longer in " + machine.order_name() + ": " +
+                machine.name_of(number) + "  " + description_of(machine, number);
     }
     if (!dropped.empty())
-        changes->remark(text, "dropped", option_names(dropped));
+        changes->remark(text, "dropped", option_names(machine.kind(), dropped));
 }
 
 // The names in a list separated by commas.
@@ -65,12 +65,12 @@ std::vector<std::string> names_in(const std::string &list)
     return names;
 }
 
-void require_distinct(const std::vector<uint16_t> &order)
+void require_distinct(const option_kind &kind, const std::vector<uint16_t> &order)
 {
     std::set<uint16_t> seen;
     for (const uint16_t number : order) {
         if (!seen.insert(number).second)
-            throw usage_error(option_name(number) + " is named twice");
+            throw usage_error(kind.name(number) + " is named twice");
     }
 }
 
@@ -91,6 +91,7 @@ private:
     std::vector<uint16_t> changed_order(firmware &machine, const std::vector<uint16_t> &before) const;
 
     action wanted = action::show;
+    kind_argument kind;
     option_argument option;     // insert, move, remove
     options_argument options;   // first, last, set
     position_argument position; // insert, move
@@ -112,6 +113,7 @@ void order_verb::declare_position(CLI::App &app, const char *help)
 
 void order_verb::declare(CLI::App &app)
 {
+    kind.declare(app, true);
     CLI::App &insert =
         add_action(app, "insert", "put an option into BootOrder, out of its old place", action::insert);
     declare_position(
@@ -176,17 +178,19 @@ std::vector<uint16_t> order_verb::changed_order(firmware &machine, const std::ve
     const uint16_t number = option.find(machine);
     if (wanted == action::insert) {
         require_options(machine, {number});
-        return with_inserted(before, number, position.place.value_or(-1));
+        return with_inserted(machine.kind(), before, number, position.place.value_or(-1));
     }
     const std::vector<uint16_t> after = without(before, number);
     if (after == before)
-        throw failure(option_name(number) + " is not in BootOrder", "'ovra order' shows what is.");
-    return wanted == action::remove ? after : with_inserted(after, number, position.place.value());
+        throw failure(machine.name_of(number) + " is not in " + machine.order_name(),
+                      "'ovra order" + machine.kind().in_advice() + "' shows what is.");
+    return wanted == action::remove ? after
+                                    : with_inserted(machine.kind(), after, number, position.place.value());
 }
 
 void order_verb::run(const general_options &general)
 {
-    firmware machine(general.folder());
+    firmware machine(general.folder(), *kind.kind);
     if (wanted == action::show) {
         show_order(machine, general);
         return;
@@ -194,19 +198,19 @@ void order_verb::run(const general_options &general)
     const machine_lock lock(machine, general);
     changes changes(machine, general);
     if (wanted == action::clear) {
-        if (machine.exists_global("BootOrder"))
-            changes.make(deletes("BootOrder"));
+        if (machine.exists_global(machine.order_name()))
+            changes.make(deletes(machine.order_name()));
     } else if (wanted == action::set) {
         const std::vector<uint16_t> order = options.find(machine);
-        require_distinct(order);
+        require_distinct(machine.kind(), order);
         require_options(machine, order);
         say_what_is_dropped(machine, order, &changes);
-        changes.make(writes_order(order));
+        changes.make(writes_order(machine.kind(), order));
     } else {
         const std::vector<uint16_t> before = machine.order();
         const std::vector<uint16_t> after = changed_order(machine, before);
         if (after != before || wanted == action::insert)
-            changes.make(writes_order(after));
+            changes.make(writes_order(machine.kind(), after));
     }
     changes.report();
 }

@@ -13,9 +13,10 @@ namespace {
 
 class remove_verb : public verb {
 public:
-    const char *summary() const override { return "remove boot options, also from BootOrder"; }
+    const char *summary() const override { return "remove boot options, also from their order"; }
     void declare(CLI::App &app) override
     {
+        kind.declare(app, true);
         options.declare(app, option_help);
         app.add_flag("--stale", stale, "those whose partitions are on none of this machine's disks");
         app.add_flag("--duplicates", duplicates,
@@ -31,7 +32,7 @@ public:
 
     void run(const general_options &general) override
     {
-        firmware machine(general.folder());
+        firmware machine(general.folder(), *kind.kind);
         const machine_lock lock(machine, general);
         removal removal(machine, chosen(machine), general);
         removal.run();
@@ -52,6 +53,7 @@ private:
         return all;
     }
 
+    kind_argument kind;
     options_argument options;
     bool stale = false;
     bool duplicates = false;

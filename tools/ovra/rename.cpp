@@ -6,7 +6,7 @@
 #include "tools/machine/changes.h"
 #include "tools/machine/lock.h"
 #include "tools/machine/newoption.h"
-#include "tools/text/numbers.h"
+#include "tools/text/description.h"
 
 namespace tool {
 
@@ -17,29 +17,30 @@ public:
     const char *summary() const override { return "give a boot option another description"; }
     void declare(CLI::App &app) override
     {
+        kind.declare(app, true);
         option.declare(app, option_help)->required();
         add_value(app, "description", "TEXT", "the new description", [this](const std::string &text) {
-            check_description(text);
-            description = text;
+            description = typed_description(text);
+            check_description(description);
         })->required();
         add_example(app, "ovra rename Boot0003 'Debian 12'");
     }
 
     void run(const general_options &general) override
     {
-        firmware machine(general.folder());
+        firmware machine(general.folder(), *kind.kind);
         const machine_lock lock(machine, general);
         const uint16_t number = option.find(machine);
-        load_option renamed = changeable_option(machine, number, false, true);
+        const load_option before = changeable_option(machine, number);
+        load_option renamed = before;
         renamed.description = description;
-        check_size(renamed);
         changes changes(machine, general);
-        if (as_stored(renamed) != machine.read_global(option_name(number)).data)
-            changes.make(writes_option(number, renamed));
+        change_option(machine, number, before, renamed, &changes);
         changes.report();
     }
 
 private:
+    kind_argument kind;
     option_argument option;
     std::string description;
 };

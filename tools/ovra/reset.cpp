@@ -106,9 +106,10 @@ void reset_verb::reset(firmware &machine, const general_options &general) const
         [&] { machine.check_reset(); });
     if (!general.dry_run) {
         const auto booted = keeps_current ? named_or_none(machine, &firmware::current) : next;
-        changes.remark(booted ? "booted " + option_name(*booted) + "  " + description_of(machine, *booted)
-                              : "booted no option",
-                       "booted", as_json(booted));
+        changes.remark(booted
+                           ? "booted " + boot_options.name(*booted) + "  " + description_of(machine, *booted)
+                           : "booted no option",
+                       "booted", as_json(boot_options, booted));
     }
     changes.report();
 }

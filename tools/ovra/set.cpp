@@ -55,6 +55,7 @@ private:
     void declare_data(CLI::App &app);
     bytes changed_path(bytes before, const general_options &general, changes *changes) const;
 
+    kind_argument kind;
     option_argument option;
     description_argument description;
     path_arguments path;
@@ -69,6 +70,7 @@ private:
 
 void set_verb::declare(CLI::App &app)
 {
+    kind.declare(app, true);
     option.declare(app, option_help);
     description.declare(app);
     auto *devices = path.declare_devpath(app);
@@ -158,12 +160,12 @@ bytes set_verb::changed_path(bytes before, const general_options &general, chang
 
 void set_verb::run(const general_options &general)
 {
-    firmware machine(general.folder());
+    firmware machine(general.folder(), *kind.kind);
     const std::optional<bytes> data = no_optional_data ? bytes{} : optional_data.read();
     const machine_lock lock(machine, general);
     const uint16_t number = option.find(machine);
-    load_option changed = changeable_option(machine, number, !description.text, !data);
-    const variable before = machine.read_global(option_name(number));
+    const load_option before = changeable_option(machine, number);
+    load_option changed = before;
     if (description.text)
         changed.description = *description.text;
     if (attributes)
@@ -178,10 +180,7 @@ void set_verb::run(const general_options &general)
     changes changes(machine, general);
     if (changes_path())
         changed.path = changed_path(changed.path, general, &changes);
-    check_size(changed);
-
-    if (as_stored(changed) != before.data)
-        changes.make(writes_option(number, changed));
+    change_option(machine, number, before, changed, &changes);
     changes.report();
 }
 

@@ -12,6 +12,7 @@
 #include "tools/machine/drives.h"
 #include "tools/machine/firmware.h"
 #include "tools/machine/leading.h"
+#include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 #include "tools/text/output.h"
@@ -21,7 +22,7 @@ namespace tool {
 namespace {
 
 struct shown_option {
-    uint16_t number = 0;
+    std::string name;
     load_option option;
     decoded_path path;
     std::vector<std::string> disks;
@@ -29,7 +30,8 @@ struct shown_option {
     std::vector<std::string> other_extent;      // those of them that have other blocks than the path says
     std::map<std::string, std::string> remarks; // on these
     std::optional<size_t> position;             // in BootOrder
-    std::string why_no_order;                   // why BootOrder cannot be read
+    std::string order_name;
+    std::string why_no_order; // why it cannot be read
 };
 
 // Adds the slices and partitions that a path names.
@@ -92,8 +94,9 @@ shown_option read_shown(firmware &machine, uint16_t number)
 {
     machine.require_option(number);
     shown_option all;
-    all.number = number;
+    all.name = machine.name_of(number);
     all.option = machine.read_option(number);
+    all.order_name = machine.order_name();
     try {
         const std::vector<uint16_t> order = machine.order();
         const auto found = std::find(order.begin(), order.end(), number);
@@ -111,8 +114,7 @@ shown_option read_shown(firmware &machine, uint16_t number)
 
 json to_json(const shown_option &all)
 {
-    json fields = {{"option", option_name(all.number)},
-                   {"position", all.position ? json(*all.position) : json(nullptr)}};
+    json fields = {{"option", all.name}, {"position", all.position ? json(*all.position) : json(nullptr)}};
     fields.update(as_json(all.option));
     fields.update(as_json(all.path));
     fields["disks"] = all.disks;
@@ -126,7 +128,7 @@ std::string position_text(const shown_option &all)
 {
     if (!all.why_no_order.empty())
         return '(' + printable(all.why_no_order) + ')';
-    return all.position ? std::to_string(*all.position) : "not in BootOrder";
+    return all.position ? std::to_string(*all.position) : "not in " + all.order_name;
 }
 
 std::string after_comma(const shown_option &all, const std::string &disk)
@@ -139,8 +141,9 @@ std::string as_text(const shown_option &all)
 {
     const load_option &option = all.option;
     table rows;
-    rows.row({"Option", option_name(all.number)});
-    rows.row({"Description", printable(option.description)});
+    rows.row({"Option", all.name});
+    rows.row({"Description", shown_description(option.description) +
+                                 (is_damaged_text(option.description) ? " (damaged text)" : "")});
     rows.row({"Attributes", attribute_text(option.attributes)});
     rows.row({"Position", position_text(all)});
     rows.row({"Path", hex(option.path) + format(" (%zu bytes)", option.path.size())});
@@ -159,6 +162,7 @@ public:
     const char *summary() const override { return "one boot option"; }
     void declare(CLI::App &app) override
     {
+        kind.declare(app, false);
         option.declare(app, option_help);
         add_example(app, "ovra show Boot0003");
     }
@@ -166,7 +170,7 @@ public:
 
     void run(const general_options &general) override
     {
-        firmware machine(general.folder());
+        firmware machine(general.folder(), *kind.kind);
         const shown_option all = read_shown(machine, option.find(machine));
         if (general.json)
             print_json(to_json(all));
@@ -175,6 +179,7 @@ public:
     }
 
 private:
+    kind_argument kind;
     option_argument option;
 };
 

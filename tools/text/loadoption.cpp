@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "src/base/nodes.h"
+#include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 
@@ -24,11 +25,24 @@ std::optional<ovra::load_option_parts> split(byte_view variable)
     return *option;
 }
 
+bool take_option(byte_view variable, load_option *option)
+{
+    const auto parts = split(variable);
+    if (!parts)
+        return false;
+    option->attributes = parts->attributes;
+    if (!assign_utf8(parts->description, &option->description))
+        option->description = description_of_units(parts->description);
+    option->path.assign(parts->path.begin(), parts->path.end());
+    option->optional_data.assign(parts->optional_data.begin(), parts->optional_data.end());
+    return true;
+}
+
 bytes as_stored(const load_option &option)
 {
-    const auto description = to_ucs2(option.description);
+    const auto description = units_of_description(option.description);
     if (!description)
-        throw failure("the description " + in_quotes(option.description) + " cannot be stored as UCS-2");
+        throw failure("the description " + in_quotes(option.description) + " is no text");
     const ovra::load_option_parts parts = {option.attributes, ovra::bytes_of_units(*description), option.path,
                                            option.optional_data};
     bytes variable(ovra::stored_size(parts));
@@ -38,13 +52,19 @@ bytes as_stored(const load_option &option)
 
 void check_description(const std::string &description)
 {
+    if (!units_of_description(description) || is_damaged_text(description))
+        throw usage_error("--desc: " + in_quotes(description) + " is no UTF-8 text without null characters");
+}
+
+std::string description_obstacle(const std::string &description)
+{
     const auto units = to_ucs2(description);
     if (!units)
-        throw usage_error("--desc: " + in_quotes(description) +
-                          " is no UTF-8 text of characters up to U+FFFF");
+        return "the description has characters beyond U+FFFF";
     if (units->size() - 1 > description_characters || description.size() > ovra::description_limit)
-        throw usage_error(format("--desc: a description has at most %zu characters and %zu bytes in UTF-8",
-                                 description_characters, ovra::description_limit));
+        return format("the description has more than %zu characters or %zu bytes in UTF-8",
+                      description_characters, ovra::description_limit);
+    return {};
 }
 
 void check_size(const load_option &option)

@@ -63,28 +63,6 @@ std::vector<std::string> hex_dump(byte_view data)
     return rows;
 }
 
-std::string option_name(uint16_t number)
-{
-    return ovra::option_name(number).text;
-}
-
-std::string names_of(const std::vector<uint16_t> &options)
-{
-    std::vector<std::string> names;
-    names.reserve(options.size());
-    for (const uint16_t number : options)
-        names.push_back(option_name(number));
-    return join(names, " ");
-}
-
-std::optional<uint16_t> parse_option(std::string_view text)
-{
-    const std::string_view prefix = "boot";
-    if (text.size() > prefix.size() && ovra::alike(text.substr(0, prefix.size()), prefix))
-        text.remove_prefix(prefix.size());
-    return text.size() <= 4 ? ovra::whole_number<uint16_t>(text, 16) : std::nullopt;
-}
-
 std::optional<uint32_t> parse_number(std::string_view text)
 {
     if (text.starts_with("0x") || text.starts_with("0X"))

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-// Numbers, bytes and the numbers of options as people type and read them.
+// Numbers and bytes as people type and read them.
 #ifndef OVRA_TOOLS_NUMBERS_H
 #define OVRA_TOOLS_NUMBERS_H
 
@@ -24,15 +24,6 @@ std::optional<bytes> parse_hex(std::string_view text);
 
 // Rows of 16 bytes: offset, hexadecimal, ASCII.
 std::vector<std::string> hex_dump(byte_view data);
-
-// "Boot001F" of 0x1F.
-std::string option_name(uint16_t number);
-
-// "Boot001F Boot0002"
-std::string names_of(const std::vector<uint16_t> &options);
-
-// The number of "Boot001F", "boot1f" or "1f".
-std::optional<uint16_t> parse_option(std::string_view text);
 
 // A whole number that fits in 32 bits: "0x" hexadecimal, else decimal.
 std::optional<uint32_t> parse_number(std::string_view text);

@@ -8,8 +8,10 @@
 #include <unistd.h>
 #include <utility>
 
+#include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
+#include "tools/text/terminal.h"
 
 namespace tool {
 
@@ -158,16 +160,28 @@ void table::row(std::span<const std::string_view> texts)
     for (size_t at = 0; at < texts.size(); ++at) {
         const size_t wide = columns(texts[at]);
         add_cell(texts[at], wide);
-        widths[at] = std::max(widths[at], wide);
+        if (wide <= widest_column)
+            widths[at] = std::max(widths[at], wide);
     }
-    lines.push_back({static_cast<uint32_t>(texts.size()), true});
+    lines.push_back({static_cast<uint32_t>(texts.size()), true, tint::plain});
 }
 
 void table::below(size_t spaces, const std::string &text)
 {
     add_cell(std::string(spaces, ' ') + text, 0);
-    lines.push_back({1, false});
+    lines.push_back({1, false, tint::plain});
 }
+
+namespace {
+
+std::string_view colour_of(tint which)
+{
+    if (which == tint::plain || !shows_colours())
+        return {};
+    return which == tint::emphasised ? "\033[1m" : which == tint::faint ? "\033[2m" : "\033[31m";
+}
+
+} // namespace
 
 void table::write(const std::function<void(std::string_view)> &take) const
 {
@@ -177,6 +191,8 @@ void table::write(const std::function<void(std::string_view)> &take) const
     auto block = content.begin();
     size_t at = 0; // in the block
     for (const line &each : lines) {
+        const std::string_view colour = colour_of(each.shown_as);
+        part += colour;
         for (size_t column = 0; column < each.cells; ++column, ++next) {
             if (block->size() - at < next->size) {
                 ++block;
@@ -185,10 +201,10 @@ void table::write(const std::function<void(std::string_view)> &take) const
             part.append(*block, at, next->size);
             at += next->size;
             if (each.is_row)
-                part.append(widths[column] - next->columns + between, ' ');
+                part.append(std::max<size_t>(widths[column], next->columns) - next->columns + between, ' ');
         }
         part.erase(part.find_last_not_of(' ') + 1);
-        part += '\n';
+        part += colour.empty() ? "\n" : "\033[0m\n";
         if (part.size() > part_size) {
             take(part);
             part.clear();
@@ -214,7 +230,9 @@ namespace {
 template <typename object>
 void put_fields(object &to, const load_option &option)
 {
-    to.member("description", option.description);
+    to.member("description", description_for_json(option.description));
+    if (is_damaged_text(option.description))
+        to.member("damaged_description", shown_description(option.description));
     to.member("active", option.active());
     to.member("attributes", option.attributes);
     to.member("path", hex(option.path));
@@ -237,16 +255,16 @@ void put_members(json_members &to, const load_option &option)
     put_fields(to, option);
 }
 
-json as_json(std::optional<uint16_t> option)
+json as_json(const option_kind &kind, std::optional<uint16_t> option)
 {
-    return option ? json(option_name(*option)) : json(nullptr);
+    return option ? json(kind.name(*option)) : json(nullptr);
 }
 
-json option_names(const std::vector<uint16_t> &options)
+json option_names(const option_kind &kind, const std::vector<uint16_t> &options)
 {
     json names = json::array();
     for (const uint16_t option : options)
-        names.push_back(option_name(option));
+        names.push_back(kind.name(option));
     return names;
 }
 

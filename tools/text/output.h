@@ -14,6 +14,7 @@
 
 #include "tools/text/jsontext.h"
 #include "tools/text/loadoption.h"
+#include "tools/text/optionkind.h"
 
 namespace tool {
 
@@ -45,15 +46,22 @@ private:
 // One line to standard error, and what to do about it. Programs find it in the next document.
 void warn(const std::string &what, const std::string &advice = {});
 
-// Columns as wide as their widest cell.
+// How a row looks on a terminal with colours.
+enum class tint : uint8_t { plain, emphasised, faint, alarming };
+
+// Columns as wide as their widest cell, of those up to `widest`: what follows a wider one is only pushed
+// aside.
 class table {
 public:
+    explicit table(size_t widest = SIZE_MAX) : widest_column(widest) {}
+
     void row(std::span<const std::string_view> texts);
     void row(std::initializer_list<std::string_view> texts) { row(std::span(texts.begin(), texts.size())); }
     void row(const std::vector<std::string> &texts)
     {
         row(std::vector<std::string_view>(texts.begin(), texts.end()));
     }
+    void tint_row(tint which) { lines.back().shown_as = which; }
     // A line below the last row, indented by `spaces`.
     void below(size_t spaces, const std::string &text);
     bool empty() const { return lines.empty(); }
@@ -78,9 +86,11 @@ private:
     struct line {
         uint32_t cells = 0;
         bool is_row = true;
+        tint shown_as = tint::plain;
     };
     std::deque<line> lines;
     std::vector<size_t> widths;
+    size_t widest_column;
 };
 
 // A load option's fields.
@@ -88,9 +98,9 @@ json as_json(const load_option &option);
 void put_members(json_members &to, const load_option &option);
 
 // "Boot001F", or null.
-json as_json(std::optional<uint16_t> option);
+json as_json(const option_kind &kind, std::optional<uint16_t> option);
 
-json option_names(const std::vector<uint16_t> &options);
+json option_names(const option_kind &kind, const std::vector<uint16_t> &options);
 
 } // namespace tool
 

@@ -9,6 +9,7 @@
 #include <cwctype>
 
 #include "src/base/text.h"
+#include "tools/text/terminal.h"
 
 namespace tool {
 
@@ -32,13 +33,6 @@ bool misleads(char32_t character)
     return std::any_of(std::begin(ranges), std::end(ranges), [character](const range &range) {
         return character >= range.first && character <= range.last;
     });
-}
-
-bool shows(char32_t character)
-{
-    if (character < 0x80)
-        return character >= 0x20 && character != 0x7f;
-    return !misleads(character) && std::iswprint(static_cast<wint_t>(character)) != 0;
 }
 
 // The beginning of a text that is ASCII and shows, as nearly all text does, in one column each.
@@ -157,6 +151,23 @@ std::optional<std::string> as_text(byte_view data)
     return to_utf8(units);
 }
 
+bool shows(char32_t character)
+{
+    if (character < 0x80)
+        return character >= 0x20 && character != 0x7f;
+    return !misleads(character) && std::iswprint(static_cast<wint_t>(character)) != 0;
+}
+
+bool shows_here(char32_t character)
+{
+    return shows(character) && (character < 0x80 || shows_utf8());
+}
+
+std::string escaped_character(char32_t character)
+{
+    return format(character > 0xffff ? "\\U%08x" : "\\u%04x", static_cast<unsigned>(character));
+}
+
 std::string printable(std::string_view utf8)
 {
     std::string shown;
@@ -169,10 +180,10 @@ std::string printable(std::string_view utf8)
         const auto next = ovra::first_of_utf8(utf8);
         if (!next.valid)
             shown += format("\\x%02x", static_cast<unsigned char>(utf8[0]));
-        else if (shows(next.character))
+        else if (shows_here(next.character))
             shown += utf8.substr(0, next.size);
         else
-            shown += format("\\u%04x", static_cast<unsigned>(next.character));
+            shown += escaped_character(next.character);
         utf8.remove_prefix(next.size);
     }
 }

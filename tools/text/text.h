@@ -37,6 +37,14 @@ std::optional<std::string> as_text(byte_view data);
 // escapes: a variable cannot drive the terminal.
 std::string printable(std::string_view utf8);
 
+// Whether a character can be shown and does not mislead about the text around it; and whether it can be shown
+// where the command writes to.
+bool shows(char32_t character);
+bool shows_here(char32_t character);
+
+// "\u001b", "\U000e0001"
+std::string escaped_character(char32_t character);
+
 // Whether it is ASCII and shows, which is one column for each byte.
 bool is_plain(std::string_view utf8);
 
