@@ -134,4 +134,21 @@ std::vector<caution> cautions_of_network(byte_view path)
          "Firmware looks for a card by the hardware that leads to it: --devpath beside --mac names that."}};
 }
 
+bool is_firmware_mark(byte_view optional_data)
+{
+    // 8108ac4e-9f11-4d59-850e-e21a522c59b2, as EDK2 has it for options that its boot manager makes: at each
+    // start those that equal none of what it finds then are deleted.
+    constexpr uint8_t mark[] = {0x4e, 0xac, 0x08, 0x81, 0x11, 0x9f, 0x59, 0x4d,
+                                0x85, 0x0e, 0xe2, 0x1a, 0x52, 0x2c, 0x59, 0xb2};
+    return std::equal(optional_data.begin(), optional_data.end(), std::begin(mark), std::end(mark));
+}
+
+std::vector<caution> cautions_of_mark(byte_view optional_data)
+{
+    if (!is_firmware_mark(optional_data))
+        return {};
+    return {{"firmware made this option itself, and may make it anew as it was when it starts",
+             "'ovra set --no-optdata' takes firmware's mark away: it then leaves the option as it is."}};
+}
+
 } // namespace tool

@@ -33,6 +33,12 @@ std::vector<caution> cautions_of_no_file(byte_view path);
 // Of a path to a network card by its address alone.
 std::vector<caution> cautions_of_network(byte_view path);
 
+// Whether optional data is the mark of the options that firmware makes itself.
+bool is_firmware_mark(byte_view optional_data);
+
+// Of an option with this optional data that is to be changed: firmware may make its own anew.
+std::vector<caution> cautions_of_mark(byte_view optional_data);
+
 } // namespace tool
 
 #endif

@@ -34,8 +34,10 @@ public:
         renamed.description = description;
         check_size(renamed);
         changes changes(machine, general);
-        if (as_stored(renamed) != machine.read_global(option_name(number)).data)
+        if (as_stored(renamed) != machine.read_global(option_name(number)).data) {
+            warn_of(cautions_of_mark(renamed.optional_data));
             changes.make(writes_option(number, renamed));
+        }
         changes.report();
     }
 

@@ -8,6 +8,7 @@
 #include "tools/machine/changes.h"
 #include "tools/machine/devicepaths.h"
 #include "tools/machine/lock.h"
+#include "tools/machine/networkpath.h"
 #include "tools/machine/newoption.h"
 #include "tools/machine/pathnodes.h"
 #include "tools/machine/startable.h"
@@ -151,6 +152,9 @@ bytes set_verb::changed_path(bytes before, const general_options &general, chang
         for (const auto &[name, value] : devices.disk.items())
             changes->remark({}, name, value);
     }
+    if (file && has_uri(before))
+        throw failure("the option boots what a URI names, which has no file",
+                      "--uri names another; --disk or --devpath beside --file boots from a disk.");
     if (file)
         before = with_file(before, paths.encode("", file));
     return before;
@@ -180,8 +184,10 @@ void set_verb::run(const general_options &general)
         changed.path = changed_path(changed.path, general, &changes);
     check_size(changed);
 
-    if (as_stored(changed) != before.data)
+    if (as_stored(changed) != before.data) {
+        warn_of(cautions_of_mark(changed.optional_data));
         changes.make(writes_option(number, changed));
+    }
     changes.report();
 }
 
