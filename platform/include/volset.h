@@ -95,14 +95,17 @@ kvlist_t *vs_get_file_system(vs_descriptor_t desc, int *err);
  * (text) is one of
  *     "gpt", "mbr"    a table, which media are there for. "first-header-damaged" (uint32): 1 if only the copy
  *                     at the end of the disk makes this a GPT, which some firmware does not look for.
- *     "damaged-gpt"   headers of a GPT, none of which is good
- *     "other-table"   a table without media; "detail" (text): its kind, such as "sun"
+ *     "damaged-gpt"   a GPT of which neither copy is good; "detail" (text): what is wrong, unless both
+ * headers are damaged "unused-gpt"    a good GPT that Linux does not take for one; "detail" (text): why, such
+ * as "no protective MBR" "other-table"   a table without media; "detail" (text): its kind, such as "sun"
  *     "file-system"   a file system without a table; "detail" (text): its type, such as "vfat"
  *     "unknown"       something else
  *     "blank"         zeros in the first and the last 256 KiB
  *     "absent"        nothing that can be read: no device file, or no medium in the drive
- * A disk that cannot be read is no error: "error" (uint32) is the errno value, and there is no "kind".
- * Null with EINVAL for a descriptor of another kind than VS_DRIVE.
+ * "short" (uint32): 1 if the device or image ends before the disk does. "more-entries" (uint32): 1 if the
+ * table has entries that are not among its slices or partitions, as they make no sense. A disk that cannot be
+ * read is no error: "error" (uint32) is the errno value, and there is no "kind". Null with EINVAL for a
+ * descriptor of another kind than VS_DRIVE.
  */
 kvlist_t *vs_get_contents(vs_descriptor_t drive, int *err);
 

@@ -35,6 +35,7 @@ struct medium {
     std::uint32_t signature = 0;       /* of an MBR */
     std::vector<partition> partitions; /* by number; in an MBR the whole disk comes first */
     std::string other;                 /* libblkid's word for a table of another kind, such as "sun" */
+    bool has_more = false;             /* entries that make no sense are left out */
     int error = 0;                     /* errno value: why the device cannot be read */
 
     bool operator==(const medium &) const = default;

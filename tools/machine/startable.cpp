@@ -6,10 +6,9 @@
 
 #include "src/base/hard_drive.h"
 #include "src/base/nodes.h"
-#include "src/base/whole_number.h"
 #include "tools/machine/contents.h"
 #include "tools/machine/drives.h"
-#include "tools/machine/machinefiles.h"
+#include "tools/machine/kernelpartitions.h"
 #include "tools/machine/pathnodes.h"
 
 namespace tool {
@@ -36,27 +35,6 @@ bool is_removable(byte_view node)
     constexpr uint8_t usb = 5;
     constexpr uint8_t sd = 26;
     return node[0] == UEFI_MESSAGING && (node[1] == usb || node[1] == sd);
-}
-
-constexpr uint64_t sysfs_sector = 512; // whatever the size of the disk's blocks
-
-// Where the kernel has a partition, in sectors; nothing when it does not say.
-std::optional<ovra::extent> kernel_extent(const drive &drive, const std::string &partition)
-{
-    constexpr size_t limit = 4096;
-    const auto in_sysfs = [](std::string name) {
-        std::replace(name.begin(), name.end(), '/', '!'); // the kernel's mark
-        return name;
-    };
-    const std::string folder = "/sys/block/" + in_sysfs(drive.kernel_name) + '/' + in_sysfs(partition) + '/';
-    const machine_files files;
-    const auto number = [&](const char *name) -> std::optional<uint64_t> {
-        const auto text = files.text(folder + name, limit);
-        return text ? ovra::whole_number<uint64_t>(text->substr(0, text->find('\n'))) : std::nullopt;
-    };
-    const auto start = number("start");
-    const auto size = number("size");
-    return start && size ? std::optional(ovra::extent{*start, *size}) : std::nullopt;
 }
 
 } // namespace
@@ -90,7 +68,7 @@ std::vector<caution> cautions_of_kernel(const chosen_disk &disk, const drive &dr
     const auto known = kernel_extent(drive, disk.kernel_name);
     if (!node || !known || disk.kernel_name == drive.kernel_name)
         return all;
-    const uint64_t unit = std::max<uint64_t>(drive.block_size / sysfs_sector, 1);
+    const uint64_t unit = sectors_of_block(drive);
     if (known->start == node->part_start * unit && known->size == node->part_size * unit)
         return all;
     const auto blocks = [](uint64_t start, uint64_t size) {
