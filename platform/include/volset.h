@@ -20,7 +20,7 @@
  *     blanks between them).
  *   - A medium: "blocksize" and "nblocks" as above; with an MBR "volserno" (uint32, the disk signature).
  *   - A partition of an MBR, "/dev/rdsk/<drive>p<n>"; p0 is the whole disk. "relsect" and "nsectors" (uint32,
- *     start and size in logical blocks).
+ *     start and size in logical blocks, as the table has them: it may end beyond the disk).
  *   - A slice of a GPT, "/dev/dsk/<drive>s<n>", where n is one less than the number of its entry. "start" and
  *     "size" (uint64, in logical blocks), "uguid" (uint8 array, the 16 bytes of the partition GUID as stored
  *     on disk), "partlabel" (text in UTF-8, the name in its entry) unless that is empty.

@@ -99,9 +99,11 @@ private:
                           static_cast<std::uint64_t>(start) / units_per_block,
                           static_cast<std::uint64_t>(size) / units_per_block,
                           {}};
-        if (part.start >= blocks || part.size > blocks - part.start)
+        // The kernel cuts such a partition of an MBR, and has none for such an entry of a GPT.
+        const bool is_gpt = found->table == table_kind::gpt;
+        if (part.start >= blocks || (is_gpt && part.size > blocks - part.start))
             return leave_out("partition " + std::to_string(number) + " reaches beyond the disk", found);
-        if (found->table == table_kind::gpt) {
+        if (is_gpt) {
             const char *text = blkid().partition_get_uuid(stored);
             const auto guid = ovra::parse_guid(text != nullptr ? text : "");
             if (!guid)
