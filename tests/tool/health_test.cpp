@@ -114,7 +114,7 @@ TEST_F(health, partitions_that_the_kernel_has_are_not_gone)
     put_text(place + "/block/sdx/sdx1/start", "4096");
     put_text(place + "/block/sdx/sdx1/size", "2048");
     put("Boot0010", load_option(1, "gone", from_hex(sample_path_hex)));
-    const auto not_known = [this] { return unbroken(output({"check", "--fix"})); };
+    const auto not_known = [this] { return unbroken(run({"check", "--fix"}).out); };
     std::ofstream(root / "dev/sdx").close();
     std::filesystem::resize_file(root / "dev/sdx", 65536UL * 512);
     EXPECT_THAT(not_known(), HasSubstr("/dev/sdx: the kernel has sdx1, which is not in its partition table"));
