@@ -23,7 +23,8 @@
  *     start and size in logical blocks, as the table has them: it may end beyond the disk).
  *   - A slice of a GPT, "/dev/dsk/<drive>s<n>", where n is one less than the number of its entry. "start" and
  *     "size" (uint64, in logical blocks), "uguid" (uint8 array, the 16 bytes of the partition GUID as stored
- *     on disk), "partlabel" (text in UTF-8, the name in its entry) unless that is empty.
+ *     on disk), "attributes" (uint64, the bits in its entry), "partlabel" (text in UTF-8, the name in its
+ * entry) unless that is empty.
  *
  * A descriptor belongs to the caller until vs_free_descriptor, the descriptors of an array until
  * vs_free_descriptors. It stays valid while the machine changes; a call for something that is gone fails.

@@ -109,6 +109,7 @@ private:
             if (!guid)
                 return leave_out("partition " + std::to_string(number) + " has no GUID", found);
             part.guid = ovra::stored_guid(*guid);
+            part.attributes = blkid().partition_get_flags(stored);
             if (const char *label = blkid().partition_get_name(stored); label != nullptr)
                 part.label = label;
         } else if (part.start > largest_mbr_number || part.size > largest_mbr_number) {

@@ -22,10 +22,11 @@ enum class table_kind { none, mbr, gpt };
 struct partition {
     /* The table's entry, from 1. In an MBR logical partitions have numbers from 5, the whole disk has 0. */
     unsigned number = 0;
-    std::uint64_t start = 0;    /* logical blocks */
-    std::uint64_t size = 0;     /* logical blocks */
-    ovra::guid_bytes guid = {}; /* of a GPT */
-    std::string label = {};     /* of a GPT, in UTF-8 */
+    std::uint64_t start = 0;      /* logical blocks */
+    std::uint64_t size = 0;       /* logical blocks */
+    ovra::guid_bytes guid = {};   /* of a GPT */
+    std::string label = {};       /* of a GPT, in UTF-8 */
+    std::uint64_t attributes = 0; /* of a GPT: the bits in its entry */
 
     bool operator==(const partition &) const = default;
 };

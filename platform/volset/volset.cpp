@@ -218,6 +218,7 @@ void add_attributes(const object &of, kvlist_t *list)
         check(kvlist_add_uint64(list, "size", of.part->size));
         check(kvlist_add_uint8_array(list, "uguid", of.part->guid.data(),
                                      static_cast<unsigned>(of.part->guid.size())));
+        check(kvlist_add_uint64(list, "attributes", of.part->attributes));
         add_known_text(list, "partlabel", of.part->label);
         break;
     }
