@@ -266,6 +266,8 @@ given_path path_arguments::encode(device_paths &paths, packs what, const general
     const drive drive = drive_of(found.name);
     for (const caution &each : cautions_of_kernel(found, drive))
         cautions.push_back(each);
+    for (const caution &each : cautions_of_table(found, drive))
+        cautions.push_back(each);
     given.is_removable = drive.attached.is_removable;
     if (full)
         add_hardware(paths, drive, &given.packed, &cautions);

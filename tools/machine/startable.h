@@ -24,6 +24,9 @@ std::vector<caution> cautions_of_disk(const chosen_disk &disk, bool full, bool m
 // makes, or read from another table than the one that is on the disk now.
 std::vector<caution> cautions_of_kernel(const chosen_disk &disk, const drive &drive);
 
+// Of a slice or partition that firmware may pass over, or know by another number, as its table stands.
+std::vector<caution> cautions_of_table(const chosen_disk &disk, const drive &drive);
+
 // Of a path that has the number 0 where firmware looks for that of a partition.
 std::vector<caution> cautions_of_number(byte_view path);
 
