@@ -61,7 +61,7 @@ class Start:
     def __init__(self, machine, number, emulator="qemu-system-x86_64"):
         self.machine = machine
         self.read = 0  # of what came from the guest
-        self.waited = 0  # nanoseconds in which a thread of the emulator was ready and did not run
+        self.waited = 0  # nanoseconds in which threads of the emulator were ready and did not run
         self.console, self.guest, self.qmp = self.channels = [Channel() for _ in range(3)]
         ends = [channel.emulator_end.fileno() for channel in self.channels]
         arguments = [
@@ -89,12 +89,15 @@ class Start:
         return True
 
     def _seconds(self):
-        """A clock that stands while the emulator waits for a processor of the host: a busy host makes a slow machine."""
+        """A clock that stands while the emulator waits for a processor of the host: a busy host makes a slow machine. What its
+        threads waited is added up: one that waits for a processor holds up those that wait for it."""
+        waited = 0
         for thread in Path("/proc", str(self.process.pid), "task").glob("*/schedstat"):
             try:
-                self.waited = max(self.waited, int(thread.read_text().split()[1]))
+                waited += int(thread.read_text().split()[1])
             except (FileNotFoundError, ProcessLookupError):
                 pass  # this thread has ended
+        self.waited = max(self.waited, waited)
         return time.monotonic() - self.waited / 1e9
 
     def wait_until(self, what, limit, condition):
