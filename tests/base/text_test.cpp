@@ -36,14 +36,14 @@ bool is_written_and_read(char32_t c)
     const ovra::utf8_character written(c);
     const std::string_view view = written.view();
     char text[8] = {};
-    uint64_t bytes = 0;
+    uint64_t packed = 0;
     for (size_t i = 0; i < view.size(); ++i) {
         text[i] = view[i];
-        bytes = bytes << 8 | static_cast<unsigned char>(view[i]);
+        packed = packed << 8 | static_cast<unsigned char>(view[i]);
     }
     text[view.size()] = 'x';
     const ovra::decoded_character read = ovra::first_of_utf8({text, view.size() + 1});
-    return bytes == by_the_table(c) && (c < 0xd800 || c > 0xdfff ? is(read, c, view.size()) : !read.valid);
+    return packed == by_the_table(c) && (c < 0xd800 || c > 0xdfff ? is(read, c, view.size()) : !read.valid);
 }
 
 // The same in UTF-16, with nothing behind it too.
