@@ -164,16 +164,18 @@ pid_t start(const words &arguments, const surroundings &around, int in, int out,
     const std::string leaks = started++ % 4 == 0 ? "1" : "0";
     words environment = {"PATH=/usr/bin:/bin",
                          "ASAN_OPTIONS=exitcode=99:verify_asan_link_order=0:malloc_context_size=8:"
-                         "quarantine_size_mb=16:thread_local_quarantine_size_kb=256:detect_leaks=" + leaks,
+                         "quarantine_size_mb=16:thread_local_quarantine_size_kb=256:detect_leaks=" +
+                             leaks,
                          "UBSAN_OPTIONS=exitcode=99"};
     for (const auto &[name, value] : around.environment)
         environment.push_back(name + '=' + value);
     const std::vector<char *> argv = pointers(command);
     const std::vector<char *> envp = pointers(environment);
 
-    // What a child writes in its copy of the memory costs more than the command itself. Until it becomes another program
-    // it uses ours, but for another user's: the C library keeps that of each thread.
-    const pid_t child = around.as_nobody ? fork() : vfork(); // NOLINT(clang-analyzer-security.insecureAPI.vfork)
+    // What a child writes in its copy of the memory costs more than the command itself. Until it becomes
+    // another program it uses ours, but for another user's: the C library keeps that of each thread.
+    const pid_t child =
+        around.as_nobody ? fork() : vfork(); // NOLINT(clang-analyzer-security.insecureAPI.vfork)
     if (child == -1)
         give_up("fork");
     if (child != 0)
