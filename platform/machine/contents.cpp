@@ -46,16 +46,18 @@ contents without_entries(const machine_root &root, const disk &disk, const devic
     }
     const gpt_copies copies = read_gpt_copies(on, disk.block_size);
     // What was on the disk before it had this MBR may still look like a file system.
-    if (is_left_to_gpt(on)) {
-        put_reason(on, copies, disk.block_size, &found);
-    } else if (!table.other.empty()) {
+    const bool is_gpt = is_left_to_gpt(on);
+    if (!is_gpt && !table.other.empty()) {
         found.kind = contents_kind::other_table;
         found.detail = table.other;
-    } else if (auto system = read_file_system(root, disk, {0, 0, on.size / disk.block_size, {}, {}});
-               !system.type.empty()) {
+        return found;
+    }
+    auto system =
+        is_gpt ? file_system{} : read_file_system(root, disk, {0, 0, on.size / disk.block_size, {}, {}});
+    if (!system.type.empty()) {
         found.kind = contents_kind::file_system;
         found.detail = std::move(system.type);
-    } else if (copies.has_mark()) {
+    } else if (is_gpt || copies.has_mark()) {
         put_reason(on, copies, disk.block_size, &found);
     }
     return found;

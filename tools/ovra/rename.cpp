@@ -35,8 +35,8 @@ public:
         check_size(renamed);
         changes changes(machine, general);
         if (as_stored(renamed) != machine.read_global(option_name(number)).data) {
-            warn_of(cautions_of_mark(renamed.optional_data));
             changes.make(writes_option(number, renamed));
+            warn_of(cautions_of_mark(renamed.optional_data));
         }
         changes.report();
     }

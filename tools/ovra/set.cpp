@@ -185,8 +185,8 @@ void set_verb::run(const general_options &general)
     check_size(changed);
 
     if (as_stored(changed) != before.data) {
-        warn_of(cautions_of_mark(changed.optional_data));
         changes.make(writes_option(number, changed));
+        warn_of(cautions_of_mark(changed.optional_data));
     }
     changes.report();
 }
