@@ -69,10 +69,10 @@ std::string doubt_of_partitions(const drive &drive, const drive_contents &conten
         const auto volume = std::find_if(drive.volumes.begin(), drive.volumes.end(),
                                          [&](const auto &each) { return each.kernel_name == name; });
         if (volume == drive.volumes.end())
-            return device + "the kernel has " + name + ", which is not in its partition table";
+            return device + format("the kernel has %s, which is not in its partition table", name.c_str());
         const auto known = kernel_extent(drive, name);
         if (known && known->start != volume->start * sectors_of_block(drive))
-            return device + "the kernel has " + name + " at another place than its partition table";
+            return device + format("the kernel has %s at another place than its partition table", name.c_str());
     }
     return {};
 }
