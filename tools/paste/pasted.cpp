@@ -270,7 +270,7 @@ pasted_path pack_pasted(device_paths &paths, const std::string &text, const std:
     if (why_not && !all)
         fail_to_cut(text, why_not);
     const auto pasted = is_device_name(whole) ? std::nullopt : cut_if_possible(whole);
-    if ((all && all->has_gap) || (pasted && pasted->has_gap))
+    if (!whole.starts_with('/') && ((all && all->has_gap) || (pasted && pasted->has_gap)))
         throw failure("nothing stands between two slashes of the path", node_may_be_missing);
     const style written = pasted ? style_of(*pasted) : style{of_ovra, 0};
     constexpr std::string_view whole_disk = "HD(0,";
