@@ -72,7 +72,8 @@ std::string doubt_of_partitions(const drive &drive, const drive_contents &conten
             return device + format("the kernel has %s, which is not in its partition table", name.c_str());
         const auto known = kernel_extent(drive, name);
         if (known && known->start != volume->start * sectors_of_block(drive))
-            return device + format("the kernel has %s at another place than its partition table", name.c_str());
+            return device +
+                   format("the kernel has %s at another place than its partition table", name.c_str());
     }
     return {};
 }
