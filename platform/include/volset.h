@@ -20,10 +20,11 @@
  *     blanks between them).
  *   - A medium: "blocksize" and "nblocks" as above; with an MBR "volserno" (uint32, the disk signature).
  *   - A partition of an MBR, "/dev/rdsk/<drive>p<n>"; p0 is the whole disk. "relsect" and "nsectors" (uint32,
- *     start and size in logical blocks).
+ *     start and size in logical blocks, as the table has them: it may end beyond the disk).
  *   - A slice of a GPT, "/dev/dsk/<drive>s<n>", where n is one less than the number of its entry. "start" and
  *     "size" (uint64, in logical blocks), "uguid" (uint8 array, the 16 bytes of the partition GUID as stored
- *     on disk), "partlabel" (text in UTF-8, the name in its entry) unless that is empty.
+ *     on disk), "attributes" (uint64, the bits in its entry), "partlabel" (text in UTF-8, the name in its
+ * entry) unless that is empty.
  *
  * A descriptor belongs to the caller until vs_free_descriptor, the descriptors of an array until
  * vs_free_descriptors. It stays valid while the machine changes; a call for something that is gone fails.
@@ -95,14 +96,17 @@ kvlist_t *vs_get_file_system(vs_descriptor_t desc, int *err);
  * (text) is one of
  *     "gpt", "mbr"    a table, which media are there for. "first-header-damaged" (uint32): 1 if only the copy
  *                     at the end of the disk makes this a GPT, which some firmware does not look for.
- *     "damaged-gpt"   headers of a GPT, none of which is good
- *     "other-table"   a table without media; "detail" (text): its kind, such as "sun"
+ *     "damaged-gpt"   a GPT of which neither copy is good; "detail" (text): what is wrong, unless both
+ * headers are damaged "unused-gpt"    a good GPT that Linux does not take for one; "detail" (text): why, such
+ * as "no protective MBR" "other-table"   a table without media; "detail" (text): its kind, such as "sun"
  *     "file-system"   a file system without a table; "detail" (text): its type, such as "vfat"
  *     "unknown"       something else
  *     "blank"         zeros in the first and the last 256 KiB
  *     "absent"        nothing that can be read: no device file, or no medium in the drive
- * A disk that cannot be read is no error: "error" (uint32) is the errno value, and there is no "kind".
- * Null with EINVAL for a descriptor of another kind than VS_DRIVE.
+ * "short" (uint32): 1 if the device or image ends before the disk does. "more-entries" (uint32): 1 if the
+ * table has entries that are not among its slices or partitions, as they make no sense. A disk that cannot be
+ * read is no error: "error" (uint32) is the errno value, and there is no "kind". Null with EINVAL for a
+ * descriptor of another kind than VS_DRIVE.
  */
 kvlist_t *vs_get_contents(vs_descriptor_t drive, int *err);
 

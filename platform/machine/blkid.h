@@ -24,7 +24,8 @@ namespace machine {
                 call(partlist_get_partition) call(parttable_get_type) call(parttable_get_id)                 \
                     call(partition_get_table) call(partition_get_partno) call(partition_get_start)           \
                         call(partition_get_size) call(partition_get_uuid) call(partition_get_name)           \
-                            call(probe_set_superblocks_flags) call(do_safeprobe) call(probe_lookup_value)
+                            call(partition_get_flags) call(probe_set_superblocks_flags) call(do_safeprobe)   \
+                                call(probe_lookup_value)
 
 struct blkid_library {
 #define HWPLAT_BLKID_MEMBER(name) decltype(&blkid_##name) name = nullptr;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "platform/machine/filesystem.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -64,9 +65,12 @@ file_system read_file_system(const machine_root &root, const disk &disk, const p
         throw read_failure{errno};
     // libblkid ignores some failures, as it does of tables: a result counts when it comes twice.
     static constexpr unsigned attempts = 4;
-    file_system found = probe_once(disk, device.get(), part);
+    partition on_disk = part; // that of an MBR may reach beyond it
+    if (part.start < disk.blocks)
+        on_disk.size = std::min(part.size, disk.blocks - part.start);
+    file_system found = probe_once(disk, device.get(), on_disk);
     for (unsigned i = 0; i < attempts; ++i) {
-        file_system again = probe_once(disk, device.get(), part);
+        file_system again = probe_once(disk, device.get(), on_disk);
         if (again == found)
             return found;
         found = std::move(again);

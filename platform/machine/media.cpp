@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include "platform/machine/blkid.h"
+#include "platform/machine/bootrecord.h"
 #include "platform/machine/debug.h"
 #include "platform/machine/failure.h"
 #include "platform/machine/sysfs.h"
@@ -92,37 +93,36 @@ private:
         const int number = blkid().partition_get_partno(stored);
         const blkid_loff_t start = blkid().partition_get_start(stored);
         const blkid_loff_t size = blkid().partition_get_size(stored);
-        if (number < 1 || start < 0 || size <= 0) {
-            if (telling)
-                debug("%s: a partition entry makes no sense", entry.kernel_name.c_str());
-            return;
-        }
+        if (number < 1 || start < 0 || size <= 0)
+            return leave_out("a partition entry makes no sense", found);
         partition part = {static_cast<unsigned>(number),
                           static_cast<std::uint64_t>(start) / units_per_block,
                           static_cast<std::uint64_t>(size) / units_per_block,
                           {}};
-        if (part.start >= blocks || part.size > blocks - part.start) {
-            if (telling)
-                debug("%s: partition %d reaches beyond the disk", entry.kernel_name.c_str(), number);
-            return;
-        }
-        if (found->table == table_kind::gpt) {
+        // The kernel cuts such a partition of an MBR, and has none for such an entry of a GPT.
+        const bool is_gpt = found->table == table_kind::gpt;
+        if (part.start >= blocks || (is_gpt && part.size > blocks - part.start))
+            return leave_out("partition " + std::to_string(number) + " reaches beyond the disk", found);
+        if (is_gpt) {
             const char *text = blkid().partition_get_uuid(stored);
             const auto guid = ovra::parse_guid(text != nullptr ? text : "");
-            if (!guid) {
-                if (telling)
-                    debug("%s: partition %d has no GUID", entry.kernel_name.c_str(), number);
-                return;
-            }
+            if (!guid)
+                return leave_out("partition " + std::to_string(number) + " has no GUID", found);
             part.guid = ovra::stored_guid(*guid);
+            part.attributes = blkid().partition_get_flags(stored);
             if (const char *label = blkid().partition_get_name(stored); label != nullptr)
                 part.label = label;
         } else if (part.start > largest_mbr_number || part.size > largest_mbr_number) {
-            if (telling)
-                debug("%s: partition %d has a number beyond 32 bits", entry.kernel_name.c_str(), number);
-            return;
+            return leave_out("partition " + std::to_string(number) + " has a number beyond 32 bits", found);
         }
         found->partitions.push_back(part);
+    }
+
+    void leave_out(const std::string &why, medium *found) const
+    {
+        found->has_more = true;
+        if (telling)
+            debug("%s: %s", entry.kernel_name.c_str(), why.c_str());
     }
 
     const disk &entry;
@@ -130,12 +130,6 @@ private:
     std::uint64_t units_per_block;
     std::uint64_t blocks;
 };
-
-std::uint32_t little_endian(const unsigned char *bytes)
-{
-    return static_cast<std::uint32_t>(bytes[0] | bytes[1] << 8 | bytes[2] << 16) |
-           static_cast<std::uint32_t>(bytes[3]) << 24;
-}
 
 // Whether the device has all of `bytes` at `offset`.
 bool read_at(int fd, std::uint64_t offset, std::span<unsigned char> bytes)
@@ -146,35 +140,7 @@ bool read_at(int fd, std::uint64_t offset, std::span<unsigned char> bytes)
     return static_cast<std::size_t>(count) == bytes.size();
 }
 
-constexpr std::uint64_t record_size = 512; // of an MBR, whatever the block size
 using boot_record = std::array<unsigned char, record_size>;
-
-struct record_entry {
-    unsigned char type;
-    std::uint32_t start; // logical blocks
-};
-
-// The entries of an MBR (UEFI 5.2.1), or of the same record before a logical partition; none without its
-// mark.
-std::vector<record_entry> entries_of(const boot_record &record)
-{
-    static constexpr std::size_t first_entry = 446;
-    static constexpr std::size_t entry_size = 16;
-    static constexpr std::size_t type_in_entry = 4;
-    static constexpr std::size_t start_in_entry = 8;
-    std::vector<record_entry> entries;
-    if (record[510] != 0x55 || record[511] != 0xaa)
-        return entries;
-    for (std::size_t at = first_entry; at < 510; at += entry_size)
-        entries.push_back({record[at + type_in_entry], little_endian(&record[at + start_in_entry])});
-    return entries;
-}
-
-// Whether an MBR leaves the disk to a GPT (UEFI 5.2.3). Otherwise the header of a GPT is a remnant.
-bool is_protective(const std::vector<record_entry> &entries)
-{
-    return std::any_of(entries.begin(), entries.end(), [](const auto &entry) { return entry.type == 0xee; });
-}
 
 // The record that continues an MBR; 0 if there is none.
 std::uint32_t next_record(const std::vector<record_entry> &entries)
@@ -227,10 +193,9 @@ private:
             return true;
         if (there != nullptr)
             *there = true;
-        const std::uint64_t start =
-            little_endian(&header[72]) | static_cast<std::uint64_t>(little_endian(&header[76])) << 32;
-        const std::uint64_t count = little_endian(&header[80]);
-        const std::uint64_t size = little_endian(&header[84]);
+        const std::uint64_t start = little_endian64(header, 72);
+        const std::uint64_t count = little_endian(header, 80);
+        const std::uint64_t size = little_endian(header, 84);
         if (count > most_gpt_entries || size > largest_gpt_entry)
             return false;
         if (start < blocks)

@@ -22,10 +22,11 @@ enum class table_kind { none, mbr, gpt };
 struct partition {
     /* The table's entry, from 1. In an MBR logical partitions have numbers from 5, the whole disk has 0. */
     unsigned number = 0;
-    std::uint64_t start = 0;    /* logical blocks */
-    std::uint64_t size = 0;     /* logical blocks */
-    ovra::guid_bytes guid = {}; /* of a GPT */
-    std::string label = {};     /* of a GPT, in UTF-8 */
+    std::uint64_t start = 0;      /* logical blocks */
+    std::uint64_t size = 0;       /* logical blocks */
+    ovra::guid_bytes guid = {};   /* of a GPT */
+    std::string label = {};       /* of a GPT, in UTF-8 */
+    std::uint64_t attributes = 0; /* of a GPT: the bits in its entry */
 
     bool operator==(const partition &) const = default;
 };
@@ -35,6 +36,7 @@ struct medium {
     std::uint32_t signature = 0;       /* of an MBR */
     std::vector<partition> partitions; /* by number; in an MBR the whole disk comes first */
     std::string other;                 /* libblkid's word for a table of another kind, such as "sun" */
+    bool has_more = false;             /* entries that make no sense are left out */
     int error = 0;                     /* errno value: why the device cannot be read */
 
     bool operator==(const medium &) const = default;

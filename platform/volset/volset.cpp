@@ -218,6 +218,7 @@ void add_attributes(const object &of, kvlist_t *list)
         check(kvlist_add_uint64(list, "size", of.part->size));
         check(kvlist_add_uint8_array(list, "uguid", of.part->guid.data(),
                                      static_cast<unsigned>(of.part->guid.size())));
+        check(kvlist_add_uint64(list, "attributes", of.part->attributes));
         add_known_text(list, "partlabel", of.part->label);
         break;
     }
@@ -252,6 +253,8 @@ const char *word_for(machine::contents_kind kind)
         return "other-table";
     case machine::contents_kind::damaged_gpt:
         return "damaged-gpt";
+    case machine::contents_kind::unused_gpt:
+        return "unused-gpt";
     case machine::contents_kind::gpt:
         return "gpt";
     case machine::contents_kind::mbr:
@@ -274,6 +277,10 @@ void add_contents(const object &of, kvlist_t *list)
         add_text(list, "detail", found.detail);
     if (found.first_damaged)
         check(kvlist_add_uint32(list, "first-header-damaged", 1));
+    if (found.is_short)
+        check(kvlist_add_uint32(list, "short", 1));
+    if (found.has_more)
+        check(kvlist_add_uint32(list, "more-entries", 1));
 }
 
 std::string name_of(const object &of)

@@ -20,7 +20,7 @@ from machine import FIRMWARE_CODE, FIRMWARE_VARIABLES, Failure, Machine
 
 HERE = Path(__file__).parent
 
-SCENARIO_LIMIT = 420  # seconds; ctest's own is longer: the machines are switched off here
+SCENARIO_LIMIT = 840  # seconds; ctest's own is longer: the machines are switched off here
 
 # Where each Debian package is seen.
 PACKAGES = {

@@ -193,6 +193,27 @@ TEST_F(disk_paths, of_hidden_mounts_are_not_taken)
     EXPECT_EQ(found("/boot/efi"), "c5t0d0s0") << "in a circle";
 }
 
+TEST_F(disk_paths, name_a_file_as_people_see_it)
+{
+    put_esp();
+    const auto planned = [this](const std::string &file) {
+        return run({"create", "--desc", "x", "--dry-run", "--disk", "sda1", "--file", file});
+    };
+    EXPECT_EQ(file_of("/boot/efi", {"--file", "/boot/efi/EFI/a/grub.efi"}), "\\EFI\\a\\grub.efi");
+    EXPECT_THAT(planned("/boot/efi/EFI/a/grub.efi").err,
+                HasSubstr("The file on c5t0d0s0 (sda1) is \\EFI\\a\\grub.efi.\n"));
+    EXPECT_THAT(planned("\\efi\\A\\GRUB.EFI").err, Not(HasSubstr("there is no file")));
+    for (const char *absent : {"grub.efi", "EFI/a/shim.efi", "/boot/efi/EFI/a/shim.efi"}) {
+        const outcome made = planned(absent);
+        EXPECT_EQ(made.status, 0);
+        EXPECT_THAT(made.err, HasSubstr("there is no file /boot/efi/")) << absent;
+    }
+    fs::create_directories(root / "boot/efi/boot/efi/EFI/a");
+    put_text("boot/efi/boot/efi/EFI/a/grub.efi", "");
+    EXPECT_EQ(file_of("sda1", {"--file", "/boot/efi/EFI/a/grub.efi"}), "\\boot\\efi\\EFI\\a\\grub.efi")
+        << "the partition has it by that name";
+}
+
 TEST_F(disk_paths, of_files_on_no_disk_are_refused)
 {
     put_mounts("30 20 0:44 / /run/user rw - tmpfs tmpfs rw\n"

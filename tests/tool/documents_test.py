@@ -120,6 +120,13 @@ class Changing(Story):
         with open(os.path.join(self.root, "boot/efi/EFI/a.efi"), "w", encoding="ascii") as file:
             file.write("MZ")
 
+    def mark(self):
+        """A file with the optional data of options that firmware made itself."""
+        path = os.path.join(self.place, "mark")
+        with open(path, "wb") as file:
+            file.write(bytes.fromhex("4eac0881119f594d850ee21a522c59b2"))
+        return path
+
     def test_options(self):
         made = self.call("create", "--desc", "Debian", "--disk", "/boot/efi/EFI/a.efi")["option"]
         self.call("create", "--desc", "Debian", "--disk", "sda1", "--file", "\\EFI\\a.efi", "--if-absent")
@@ -129,6 +136,8 @@ class Changing(Story):
         self.call("set", made, "--replace-disk", "sdb1", "--optdata-text", "quiet")
         self.call("rename", made, "Other")
         copied = self.call("copy", made, "--first")["option"]
+        self.call("set", made, "--optdata-file", self.mark())
+        self.call("copy", made)
         for words in (("order", "set", made), ("order", "insert", copied), ("order", "clear"), ("next", made)):
             self.call(*words)
         for kind in ("current", "next"):

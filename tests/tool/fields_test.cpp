@@ -35,10 +35,20 @@ TEST_F(fields, create_if_absent_makes_no_second_one)
     const auto before = snapshot();
     EXPECT_EQ(output(linux_option({"--optdata-ascii", "x", "--if-absent"})),
               "Boot0008 is there already, with this path, file and data.\n");
-    EXPECT_EQ(parsed(linux_option({"--optdata-ascii", "x", "--if-absent"})),
-              json({{"dry_run", false}, {"changes", json::array()}, {"option", "Boot0008"}}));
+    EXPECT_EQ(parsed(linux_option({"--optdata-ascii", "x", "--if-absent"})), json({{"dry_run", false},
+                                                                                   {"changes", json::array()},
+                                                                                   {"option", "Boot0008"},
+                                                                                   {"active", true},
+                                                                                   {"in_order", true}}));
     EXPECT_EQ(snapshot(), before);
     EXPECT_EQ(parsed(linux_option({"--if-absent"}))["option"], "Boot0009");
+    output({"set", "8", "--inactive"});
+    EXPECT_EQ(output(linux_option({"--optdata-ascii", "x", "--if-absent"})),
+              "Boot0008 is there already, with this path, file and data, but is inactive.\n");
+    put_order({1});
+    EXPECT_EQ(
+        output(linux_option({"--optdata-ascii", "x", "--if-absent"})),
+        "Boot0008 is there already, with this path, file and data, but is inactive and not in BootOrder.\n");
 }
 
 TEST_F(fields, create_and_copy_take_a_place)
@@ -92,6 +102,55 @@ TEST_F(fields, create_boots_over_a_network)
           words{"--mac", "52:54:00:12:34"}, words{"--mac", "x"}, words{"--uri", "http://a", "--file", "x"},
           words{"--mac", "525400123456", "--disk", "sda1"}})
         EXPECT_EQ(run(words{"create", "--desc", "n"} + wrong).status, 2);
+}
+
+TEST_F(fields, over_a_network_go_with_the_hardware_of_a_card)
+{
+    const auto created = [this](const std::string &devices, const words &more) {
+        return run(words{"create", "--desc", "n", "--devpath", devices} + more);
+    };
+    const words mac = {"--mac", "52:54:00:12:34:56"};
+    const words uri = {"--uri", "http://a/b"};
+    const std::string card = "/PciRoot(0x0)/Pci(0x3,0x0)/MAC(525400123456,0x1)";
+    ASSERT_EQ(created("/PciRoot(0x0)/Pci(0x3,0x0)", mac + uri).status, 0);
+    for (const std::string &same : {card, card + "/IPv4(0.0.0.0:0<->0.0.0.0:0,0x0,0x0)"}) {
+        const outcome made = created(same, mac + uri);
+        ASSERT_EQ(made.status, 0) << made.err;
+    }
+    EXPECT_EQ(path_of("9"), path_of("8")) << "its address once";
+    EXPECT_EQ(path_of("a"), path_of("8"));
+
+    const auto before = snapshot();
+    const auto refused = [&](const std::string &devices, const words &more) {
+        const outcome tried = created(devices, more);
+        EXPECT_EQ(tried.status, 1) << devices;
+        return tried.err;
+    };
+    EXPECT_THAT(refused("/PciRoot(0x0)/Pci(0x3,0x0)/MAC(525400123457,0x1)", mac),
+                StartsWith("ovra: the device path leads to another network card than --mac\n"));
+    for (const char *disk : {"c5t0d0s0", "/PciRoot(0x0)/Pci(0x1f,0x2)/Sata(0x0,0xffff,0x0)"})
+        EXPECT_THAT(refused(disk, mac), HasSubstr("ovra: the device path leads to no network card\n"));
+    for (const words &network : {mac, uri})
+        EXPECT_THAT(refused("PciRoot(0x0)/Pci(0x3,0x0)/\\EFI\\a.efi", network),
+                    HasSubstr("ovra: what is booted over a network has no file: \"\\EFI\\a.efi\"\n"));
+    EXPECT_EQ(snapshot(), before);
+    output({"set", "0", "--uri", "http://a/b"});
+    EXPECT_THAT(failure({"set", "0", "--file", "\\x"}),
+                StartsWith("ovra: the option boots what a URI names, which has no file\n"));
+}
+
+TEST_F(fields, of_an_option_that_firmware_made_are_changed_with_a_warning)
+{
+    const std::string mark = from_hex("4eac0881119f594d850ee21a522c59b2");
+    put("Boot0010", load_option(1, "UEFI QEMU", path, mark));
+    const std::string warning = "firmware made this option itself, and may make it anew as it was\n";
+    for (const words &change : {words{"set", "10", "--inactive"}, words{"rename", "10", "mine"}})
+        EXPECT_THAT(run(change).err, HasSubstr(warning));
+    EXPECT_EQ(run({"rename", "10", "mine"}).err, "") << "nothing changes";
+    EXPECT_EQ(parsed({"copy", "10", "--number", "11"})["unmarked"], true);
+    EXPECT_EQ(get("Boot0011"), load_option(0, "mine", path));
+    EXPECT_EQ(run({"set", "10", "--no-optdata"}).err, "");
+    EXPECT_EQ(get("Boot0010"), load_option(0, "mine", path));
 }
 
 TEST_F(fields, set_appends_to_text_of_both_kinds)

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Options that lead nowhere, or where another one leads.
+#include <sstream>
+
 #include "tests/tool/disks.h"
 
 namespace tool_test {
@@ -27,6 +29,103 @@ TEST_F(health, stale_are_options_of_partitions_that_are_gone)
     EXPECT_EQ(output({"remove", "--stale"}), "deleted Boot0010\nwrote BootOrder: Boot0011\n");
     EXPECT_EQ(output({"remove", "--stale"}), "nothing to change\n");
     EXPECT_THAT(run_command({"--vars", file("Boot0011"), "remove", "--stale"}).status, 1);
+}
+
+// With the lines of a message joined.
+std::string unbroken(const std::string &text)
+{
+    std::string all;
+    std::istringstream lines(text);
+    for (std::string word; lines >> word;)
+        all += (all.empty() ? "" : " ") + word;
+    return all;
+}
+
+// What is done to the disk of an option, and what is said then. The kernel has none of its partitions.
+struct obstacle {
+    const char *said;
+    std::vector<std::pair<uint64_t, std::string>> written; // at an offset
+    uint64_t size = 0;                                     // that the image is cut or extended to
+};
+
+std::vector<obstacle> table_obstacles()
+{
+    constexpr uint64_t first = 512;
+    constexpr uint64_t last = 65535 * 512;
+    const std::string zeros(512, '\0');
+    // The entries as half as many of 256 bytes: the same bytes.
+    const auto with_wide_entries = [](std::string header) {
+        ovra::test::put_number(&header, 80, 64, 4);
+        ovra::test::put_number(&header, 84, 256, 4);
+        ovra::test::put_number(&header, 16, 0, 4);
+        ovra::test::put_number(&header, 16, ovra::test::crc32(header.substr(0, 92)), 4);
+        return header;
+    };
+    const ovra::test::gpt_bytes good = ovra::test::make_gpt(65536, {{1, 2048, 4095}});
+    const ovra::test::gpt_bytes wide_blocks = ovra::test::make_gpt(8192, {{1, 256, 511}}, 128, 1, 4096);
+    const std::string wide_first = with_wide_entries(good.head.substr(first, 512));
+    const std::string wide_last = with_wide_entries(good.tail.substr(good.tail.size() - 512));
+    std::string mbr = zeros;
+    mbr.replace(446, 16, from_hex("00000000 8e000000 00080000 00080000"));
+    mbr.replace(510, 2, "\x55\xaa");
+    return {
+        {"GPT, both headers damaged", {{first + 16, "bad"}, {last + 16, "bad"}}},
+        {"GPT, both headers damaged", {{first + 16, "bad"}, {last, zeros}}},
+        {"GPT, damaged: protective MBR alone", {{first, zeros}, {last, zeros}}},
+        {"GPT, damaged: entries damaged", {{1100, "bad"}, {last - 32 * 512, "bad"}}},
+        {"its device or image ends before the disk does", {}, 32000UL * 512},
+        {"its device or image ends before the disk does", {}, 2000UL * 512},
+        {"its device or image ends before the disk does", {}, 512},
+        {"GPT, which Linux does not use: no protective MBR", {{0, zeros}}},
+        {"GPT, which Linux does not use: blocks of 4096 bytes",
+         {{0, wide_blocks.head}, {last + 512 - wide_blocks.tail.size(), wide_blocks.tail}}},
+        {"GPT, which Linux does not use: entries of 256 bytes", {{first, wide_first}, {last, wide_last}}},
+    };
+}
+
+// What is on a disk is not known when its table is damaged: its options stay.
+TEST_F(health, options_of_damaged_disks_are_not_stale)
+{
+    put_disk("sdx", "sys/devices/pci0000:00/0000:00:1f.2/ata6/host5/target5:0:0/5:0:0:0");
+    put("Boot0010", load_option(1, "gone", from_hex(sample_path_hex)));
+    for (const obstacle &each : table_obstacles()) {
+        ovra::test::write_gpt(root / "dev/sdx", 65536, ovra::test::make_gpt(65536, {{1, 2048, 4095}}));
+        std::fstream image(root / "dev/sdx", std::ios::in | std::ios::out | std::ios::binary);
+        for (const auto &[at, bytes] : each.written)
+            image.seekp(static_cast<std::streamoff>(at)) << bytes;
+        image.close();
+        if (each.size != 0)
+            std::filesystem::resize_file(root / "dev/sdx", each.size);
+        const outcome removed = run({"remove", "--stale"});
+        EXPECT_EQ(removed.status, 1) << each.said;
+        EXPECT_EQ(removed.out, "") << each.said;
+        EXPECT_THAT(unbroken(removed.err),
+                    HasSubstr(std::string("which options are stale is not known: /dev/sdx: ") + each.said));
+        EXPECT_NE(get("Boot0010"), "(none)") << each.said;
+    }
+}
+
+// A partition that the kernel still has, on a disk that is blank now, or at another place.
+TEST_F(health, partitions_that_the_kernel_has_are_not_gone)
+{
+    const std::string place = "sys/devices/pci0000:00/0000:00:1f.2/ata6/host5/target5:0:0/5:0:0:0";
+    put_disk("sdx", place);
+    put_text(place + "/block/sdx/sdx1/partition", "1");
+    put_text(place + "/block/sdx/sdx1/start", "4096");
+    put_text(place + "/block/sdx/sdx1/size", "2048");
+    put("Boot0010", load_option(1, "gone", from_hex(sample_path_hex)));
+    const auto not_known = [this] { return unbroken(run({"check", "--fix"}).out); };
+    std::ofstream(root / "dev/sdx").close();
+    std::filesystem::resize_file(root / "dev/sdx", 65536UL * 512);
+    EXPECT_THAT(not_known(), HasSubstr("/dev/sdx: the kernel has sdx1, which is not in its partition table"));
+    const auto write_table = [this](uint64_t first) {
+        ovra::test::write_gpt(root / "dev/sdx", 65536, ovra::test::make_gpt(65536, {{1, first, 8191}}));
+    };
+    write_table(2048);
+    EXPECT_THAT(not_known(),
+                HasSubstr("/dev/sdx: the kernel has sdx1 at another place than its partition table"));
+    write_table(4096);
+    EXPECT_THAT(output({"remove", "--stale", "--dry-run"}), HasSubstr("would delete Boot0010"));
 }
 
 // Each of what is looked for, and what of it --fix takes away.

@@ -87,7 +87,7 @@ TEST_F(machine_verb, create_refuses_a_line_in_error_and_leaves_nothing)
 TEST_F(machine_verb, boot_tells_of_each_option_why_it_starts_or_not)
 {
     put("Boot0001", "damaged");
-    output({"set", "Boot0002", "--inactive"});
+    output({"set", "Boot0002", "--inactive", "--no-optdata"});
     put("Boot0003", load_option(1, "gone", from_hex(sample_path_hex)));
     put_order({9, 1, 2, 3, 4, 5});
     const auto before = snapshot();
@@ -104,7 +104,7 @@ TEST_F(machine_verb, boot_tells_of_each_option_why_it_starts_or_not)
 
 TEST_F(machine_verb, boot_takes_boot_next_once)
 {
-    output({"set", "Boot0002", "--inactive"});
+    output({"set", "Boot0002", "--inactive", "--no-optdata"});
     put("BootNext", std::string("\x02\0", 2));
     EXPECT_EQ(boot().out, "BootNext   Boot0002  starts\nstarted Boot0002\n");
     EXPECT_EQ(get("BootNext"), "(none)");

@@ -79,6 +79,17 @@ TEST(path_encode_verb, points_at_the_node_that_is_wrong)
         HasSubstr("node 2 of the path cannot be packed: it is empty\n  /Pci(1,2)//\n             ^\n"));
 }
 
+TEST(path_encode_verb, misses_a_node_between_two_slashes)
+{
+    for (const char *text :
+         {"PciRoot(0x0)/Pci(0x1f,0x2)//HD(1,GPT,11111111-1111-1111-1111-111111111111,0x800,0x1000)",
+          "PciRoot(0x0)/Pci(0x1f,0x2)///Sata(0x0,0xffff,0x0)", "PciRoot(0x0)/Pci(0x1f,0x2)//\\EFI\\a.efi"})
+        EXPECT_EQ(said_at_failure({"path", "encode", text}),
+                  "ovra: nothing stands between two slashes of the path\n"
+                  "  efibootmgr prints nothing for some nodes: one may be missing.\n")
+            << text;
+}
+
 TEST(path_encode_verb, says_that_a_file_or_a_device_is_wrong)
 {
     EXPECT_THAT(said_at_failure({"path", "encode", "/Pci(1,2)", "--file", "\xff"}),

@@ -100,7 +100,7 @@ TEST_F(watch, tells_of_each_change_and_ends_by_a_signal)
 TEST_F(watch, prints_an_object_a_line_and_ends_when_nobody_reads)
 {
     begin({"--root", root, "watch", "--json"});
-    output({"set", "Boot0001", "--desc", "x"});
+    output({"set", "Boot0001", "--desc", "x", "--no-optdata"});
     const json object = json::parse(line_of(out), nullptr, false);
     EXPECT_EQ(object["action"], "write");
     EXPECT_EQ(object["variable"], "Boot0001");

@@ -126,7 +126,7 @@ TEST_F(words_of_people, an_option_is_no_value_of_another)
     }
     EXPECT_GE(tried, 100u / share());
     EXPECT_EQ(snapshot(), before);
-    output({"set", "3", "--desc=--dry-run"});
+    output({"set", "3", "--desc=--dry-run", "--no-optdata"});
     EXPECT_EQ(parsed({"show", "3"})["description"], "--dry-run");
 }
 

@@ -13,6 +13,7 @@
 #include "tools/machine/drives.h"
 #include "tools/machine/files.h"
 #include "tools/machine/fullform.h"
+#include "tools/machine/loaders.h"
 #include "tools/machine/pathnodes.h"
 #include "tools/paste/pasted.h"
 #include "tools/text/description.h"
@@ -177,17 +178,31 @@ bytes path_arguments::pack_text(device_paths &paths, const std::optional<std::st
     return packed.packed;
 }
 
-void warn_of(const std::vector<caution> &cautions)
+namespace {
+
+// The file as the partition has it. People name it by where they see it, below the mount point.
+std::string on_the_partition(const std::string &file, const chosen_disk &found,
+                             const general_options &general)
 {
-    for (const auto &[what, advice] : cautions)
-        warn(what, advice);
+    const mounted_loaders loaders;
+    const auto below = loaders.below_mount_point(found.kernel_name, file);
+    if (below && !general.json)
+        fprintf(stderr, "The file on %s is %s.\n", found.both_names().c_str(), printable(*below).c_str());
+    if (const auto missing = loaders.missing(found.kernel_name, below.value_or(file)))
+        warn("there is no file " + printable(*missing) + " now",
+             "Firmware starts nothing before it is there.");
+    return below.value_or(file);
 }
+
+} // namespace
 
 // The file that was given, else the one that was named as the disk.
 std::optional<std::string> path_arguments::file_of(const chosen_disk &found,
                                                    const general_options &general) const
 {
-    if (file || !found.file)
+    if (file)
+        return on_the_partition(*file, found, general);
+    if (!found.file)
         return file;
     if (!general.json)
         fprintf(stderr, "The file is named as firmware does, %s.\n", printable(*found.file).c_str());
@@ -236,6 +251,8 @@ given_path path_arguments::encode(device_paths &paths, packs what, const general
     std::vector<caution> cautions = cautions_of_disk(found, full, disk.name.has_value());
     const drive drive = drive_of(found.name);
     for (const caution &each : cautions_of_kernel(found, drive))
+        cautions.push_back(each);
+    for (const caution &each : cautions_of_table(found, drive))
         cautions.push_back(each);
     given.is_removable = drive.attached.is_removable;
     if (full)

@@ -131,8 +131,6 @@ struct disk_argument {
     chosen_disk find(const general_options &general) const;
 };
 
-void warn_of(const std::vector<caution> &cautions);
-
 struct given_path {
     bytes packed;
     std::optional<std::string> file = {}; // that was given, or named together with the disk

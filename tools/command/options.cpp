@@ -221,12 +221,14 @@ void network_arguments::declare(CLI::App &app, const std::vector<CLI::Option *> 
 bytes network_arguments::encode(const path_arguments &devices, device_paths &paths,
                                 const general_options &general) const
 {
-    bytes path = network_path(mac, uri);
+    if (devices.file)
+        throw failure("what is booted over a network has no file: " + in_quotes(*devices.file),
+                      "Leave it out of the device path; --uri names what is fetched.");
     if (!devices.device_text || devices.device_text->empty())
-        return path;
+        return network_path(mac, uri);
     const bytes front = devices.encode(paths, packs::devices, general).packed;
     require_devices(front);
-    return joined(front, path);
+    return network_path_behind(front, mac, uri);
 }
 
 } // namespace tool

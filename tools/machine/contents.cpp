@@ -79,6 +79,8 @@ drive_contents contents_of(vs_descriptor_t drive, bool reads_media)
     found.kind = text_attribute(contents.get(), "kind");
     found.detail = text_attribute(contents.get(), "detail");
     found.first_header_damaged = number_attribute(contents.get(), "first-header-damaged") != 0;
+    found.is_short = number_attribute(contents.get(), "short") != 0;
+    found.has_more = number_attribute(contents.get(), "more-entries") != 0;
     found.error = static_cast<int>(number_attribute(contents.get(), "error"));
     found.is_special_file =
         found.kind == "absent" && is_special(text_attribute(attributes.get(), "kernel-name"));
@@ -98,7 +100,9 @@ std::string drive_contents::text() const
     if (kind == "mbr")
         return "MBR";
     if (kind == "damaged-gpt")
-        return "GPT, both headers damaged";
+        return detail.empty() ? "GPT, both headers damaged" : "GPT, damaged: " + printable(detail);
+    if (kind == "unused-gpt")
+        return "GPT, which Linux does not use: " + printable(detail);
     if (kind == "other-table")
         return "partition table of kind " + printable(detail) + ", which is not used";
     if (kind == "file-system")
@@ -110,6 +114,15 @@ std::string drive_contents::text() const
     return kind == "unknown" ? "no partition table" : "no medium that can be read";
 }
 
+std::string drive_contents::doubt() const
+{
+    if (is_short)
+        return "its device or image ends before the disk does";
+    if (kind == "damaged-gpt" || kind == "unused-gpt")
+        return text();
+    return has_more ? text() + " with entries that make no sense" : "";
+}
+
 bool is_made_by_the_kernel(const std::string &path)
 {
     static constexpr const char *buses[] = {"/dm@", "/loop@", "/nbd@", "/virtual@"};
@@ -119,7 +132,7 @@ bool is_made_by_the_kernel(const std::string &path)
 
 bool drive_contents::is_no_disk(const std::string &path) const
 {
-    static constexpr const char *tables[] = {"gpt", "mbr", "damaged-gpt", "other-table"};
+    static constexpr const char *tables[] = {"gpt", "mbr", "damaged-gpt", "unused-gpt", "other-table"};
     return error == 0 && is_made_by_the_kernel(path) &&
            std::find(std::begin(tables), std::end(tables), kind) == std::end(tables);
 }

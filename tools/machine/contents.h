@@ -13,6 +13,8 @@ struct drive_contents {
     std::string kind;   // as libvolset says it, such as "file-system"; empty when it cannot be read
     std::string detail; // such as "vfat"
     bool first_header_damaged = false;
+    bool is_short = false;            // what is read ends before the disk does
+    bool has_more = false;            // the table has entries that are not shown
     bool is_special_file = false;     // neither a device nor an image, such as a FIFO
     int error = 0;                    // errno value
     std::string metadata;             // of an array: its format
@@ -20,6 +22,8 @@ struct drive_contents {
 
     // In the words of a person.
     std::string text() const;
+    // Why its partitions are not known; empty when they are, or when there are none.
+    std::string doubt() const;
     // Whether this is known to be a device of the kernel's own, such as a logical volume, without a table.
     bool is_no_disk(const std::string &path) const;
     // "sda1 and sdb1"

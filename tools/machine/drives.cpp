@@ -121,6 +121,7 @@ void read_volumes(vs_descriptor_t medium, vs_kind_t kind, bool reads_file_system
         next.size = number_of(list.get(), next.is_slice ? "size" : "nsectors");
         next.guid = array_of(list.get(), "uguid");
         next.label = text_of(list.get(), "partlabel");
+        next.attributes = number_of(list.get(), "attributes");
         // What a whole disk held before it was partitioned may still stand at its start.
         if (reads_file_systems && (next.is_slice || next.number != 0 || found.get()[1] == 0))
             read_file_system(*at, &next);
@@ -219,7 +220,7 @@ drive drive_of(const std::string &volume)
         const size_t size = drive.name.size();
         return volume.starts_with(drive.name) && (volume[size] == 's' || volume[size] == 'p');
     };
-    const std::vector<drive> drives = read_drives({.attachments = has_it});
+    const std::vector<drive> drives = read_drives({.media = has_it, .attachments = has_it});
     if (const auto found = std::find_if(drives.begin(), drives.end(), has_it); found != drives.end())
         return *found;
     throw failure("the disks changed: " + volume + " is gone", "Nothing was written.");

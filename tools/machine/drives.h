@@ -24,8 +24,9 @@ struct volume {
     unsigned number = 0; // as in its name
     uint64_t start = 0;  // in logical blocks, as is the size
     uint64_t size = 0;
-    bytes guid;        // of a slice: 16 bytes as they stand on disk
-    std::string label; // of a slice, in its entry
+    bytes guid;              // of a slice: 16 bytes as they stand on disk
+    std::string label;       // of a slice, in its entry
+    uint64_t attributes = 0; // of a slice: the bits in its entry
 
     // Of the file system, when read_drives was to read it.
     std::string fs_uuid;
@@ -84,8 +85,8 @@ std::string both_names(const std::string &name, const std::string &kernel_name);
 // Linux's name of a drive, slice or partition; empty without the drive.
 std::string kernel_name_of(const std::vector<drive> &drives, std::string_view volume);
 
-// The drive that has a slice or partition of this name, with its attachment. Throws a failure, also when
-// there is none.
+// The drive that has a slice or partition of this name, with its medium and its attachment. Throws a failure,
+// also when there is none.
 drive drive_of(const std::string &volume);
 
 // The hard-drive node that stands for a volume in a path, by which options that boot from it are known.

@@ -6,7 +6,9 @@
 
 #include "src/base/nodes.h"
 #include "tools/machine/bootorder.h"
+#include "tools/machine/contents.h"
 #include "tools/machine/drives.h"
+#include "tools/machine/kernelpartitions.h"
 #include "tools/machine/named.h"
 #include "tools/machine/pathnodes.h"
 #include "tools/machine/sysfs.h"
@@ -59,6 +61,17 @@ bool is_all_built_in(byte_view nodes)
     return true;
 }
 
+// Firmware sees the disk in place of the members, or of what the kernel makes of it: a table that begins on a
+// member may be that of the array.
+bool is_part_of_another(const drive &drive, const std::unordered_map<std::string, drive_contents> &contents)
+{
+    return is_made_by_the_kernel(drive.path) ||
+           std::any_of(contents.begin(), contents.end(), [&](const auto &each) {
+               const auto &members = each.second.members;
+               return std::find(members.begin(), members.end(), drive.kernel_name) != members.end();
+           });
+}
+
 } // namespace
 
 std::optional<uint16_t> seen_options::same_as(uint16_t number, const load_option &option)
@@ -76,9 +89,13 @@ present_partitions::present_partitions()
         problem = "the disks of this machine are not known, only its variables";
         return;
     }
+    const one_moment picture;
+    const auto contents = read_contents(true);
     for (const drive &drive : read_drives({.media = of_every_drive})) {
         if (drive.error != 0)
             problem = "cannot read /dev/" + drive.kernel_name + ": " + strerror(drive.error);
+        else if (problem.empty() && !is_part_of_another(drive, contents))
+            problem = doubt_of_partitions(drive, contents.at(drive.name));
         for (const volume &volume : drive.volumes)
             names.emplace(key_of(hard_drive_node(drive, volume)), volume.kernel_name);
     }

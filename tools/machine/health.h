@@ -39,7 +39,8 @@ public:
     // Linux's name of the partition that a hard-drive node leads to; nothing when it is not there.
     std::optional<std::string> linux_name(byte_view hard_drive) const;
 
-    // Why an option cannot be called gone: a disk could not be read, or there is none. Empty if all is well.
+    // Why an option cannot be called gone: a disk could not be read, its table is
+    // damaged, or there is none. Empty if all is well.
     const std::string &doubt() const { return problem; }
 
 private:

@@ -84,6 +84,20 @@ std::optional<std::string> mounted_loaders::missing(const std::string &kernel_na
     return std::nullopt;
 }
 
+std::optional<std::string> mounted_loaders::below_mount_point(const std::string &kernel_name,
+                                                              const std::string &firmware_file) const
+{
+    const auto mounted = places.find(kernel_name);
+    if (mounted == places.end() || mounted->second == "/")
+        return std::nullopt;
+    std::string front = mounted->second + '/';
+    std::replace(front.begin(), front.end(), '/', '\\');
+    if (!firmware_file.starts_with(front) || !missing(kernel_name, firmware_file))
+        return std::nullopt;
+    std::string rest = firmware_file.substr(front.size() - 1);
+    return missing(kernel_name, rest) ? std::nullopt : std::optional(rest);
+}
+
 std::string file_in(byte_view path)
 {
     std::string file;

@@ -21,6 +21,12 @@ public:
     std::optional<std::string> missing(const std::string &kernel_name,
                                        const std::string &firmware_file) const;
 
+    // The file on a partition that a file's name from the machine's root means: the part below the mount
+    // point. Nothing when the partition has the file itself under that name, or there is none below the mount
+    // point.
+    std::optional<std::string> below_mount_point(const std::string &kernel_name,
+                                                 const std::string &firmware_file) const;
+
 private:
     machine_files files;
     std::map<std::string, std::string> places; // mount points of FAT by Linux's names

@@ -20,6 +20,14 @@ bool is_boot_uri(const std::string &text);
 // it; at least one of them. Without a card it is the short form, for any card.
 bytes network_path(const std::optional<bytes> &mac, const std::optional<std::string> &uri);
 
+// The same behind the packed devices that lead to the card, less the nodes that these end in already. Throws
+// a failure when they lead to a disk, to a file or to another card.
+bytes network_path_behind(byte_view devices, const std::optional<bytes> &mac,
+                          const std::optional<std::string> &uri);
+
+// Whether a packed path names by a URI what is booted.
+bool has_uri(byte_view path);
+
 } // namespace tool
 
 #endif

@@ -7,6 +7,7 @@
 #include "tools/machine/health.h"
 #include "tools/machine/named.h"
 #include "tools/machine/optionnames.h"
+#include "tools/machine/startable.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 
@@ -194,6 +195,7 @@ void change_option(const firmware &machine, uint16_t number, const load_option &
     if (after.description != before.description)
         warn_of_description(after, changes);
     changes->make(writes_option(machine.name_of(number), after));
+    warn_of(cautions_of_mark(after.optional_data));
 }
 
 } // namespace tool

@@ -6,6 +6,7 @@
 #include "tools/machine/changes.h"
 #include "tools/machine/lock.h"
 #include "tools/machine/newoption.h"
+#include "tools/machine/startable.h"
 
 namespace tool {
 
@@ -35,6 +36,11 @@ public:
         if (description.text)
             made.description = *description.text;
         warn_of_description(made, &changes);
+        if (is_firmware_mark(made.optional_data)) {
+            made.optional_data.clear(); // firmware would delete the copy
+            changes.remark("The copy is without the mark of options that firmware makes itself.", "unmarked",
+                           true);
+        }
         make_option(machine, {made, number.value, place.place}, general, &changes);
         changes.report();
     }

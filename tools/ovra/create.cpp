@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include <algorithm>
+
 #include <CLI/CLI.hpp>
 
 #include "tools/command/arguments.h"
@@ -115,6 +117,21 @@ load_option create_verb::option_to_make(const general_options &general, changes 
     return option;
 }
 
+// It may be there, but not start.
+void tell_of_like(firmware &machine, uint16_t number, changes *changes)
+{
+    const bool active = (machine.read_option(number).attributes & LOAD_OPTION_ACTIVE) != 0;
+    const std::vector<uint16_t> order = machine.order();
+    const bool in_order = std::find(order.begin(), order.end(), number) != order.end();
+    const std::string name = machine.name_of(number);
+    std::string but = active ? "" : ", but is inactive";
+    if (!in_order)
+        but += but.empty() ? ", but is not in BootOrder" : " and not in BootOrder";
+    changes->remark(name + " is there already, with this path, file and data" + but + ".", "option", name);
+    changes->remark({}, "active", active);
+    changes->remark({}, "in_order", in_order);
+}
+
 void create_verb::run(const general_options &general)
 {
     firmware machine(general.folder(), *kind.kind);
@@ -124,8 +141,7 @@ void create_verb::run(const general_options &general)
     const machine_lock lock(machine, general);
     const auto like = if_absent ? option_like(machine, option) : std::nullopt;
     if (like)
-        changes.remark(machine.name_of(*like) + " is there already, with this path, file and data.", "option",
-                       machine.name_of(*like));
+        tell_of_like(machine, *like, &changes);
     else
         make_option(machine, {option, number.value, place.place, force}, general, &changes);
     changes.report();

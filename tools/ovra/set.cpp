@@ -7,7 +7,9 @@
 #include "tools/command/verb.h"
 #include "tools/machine/changes.h"
 #include "tools/machine/devicepaths.h"
+#include "tools/machine/drives.h"
 #include "tools/machine/lock.h"
+#include "tools/machine/networkpath.h"
 #include "tools/machine/newoption.h"
 #include "tools/machine/pathnodes.h"
 #include "tools/machine/startable.h"
@@ -139,6 +141,7 @@ bytes set_verb::changed_path(bytes before, const general_options &general, chang
     if (other_disk.name) {
         const chosen_disk found = other_disk.find(general);
         warn_of(cautions_of_disk(found, false, false));
+        warn_of(cautions_of_table(found, drive_of(found.name)));
         const json document = found.members();
         for (const auto &[name, value] : document.items())
             changes->remark({}, name, value);
@@ -153,6 +156,9 @@ bytes set_verb::changed_path(bytes before, const general_options &general, chang
         for (const auto &[name, value] : devices.disk.items())
             changes->remark({}, name, value);
     }
+    if (file && has_uri(before))
+        throw failure("the option boots what a URI names, which has no file",
+                      "--uri names another; --disk or --devpath beside --file boots from a disk.");
     if (file)
         before = with_file(before, paths.encode("", file));
     return before;

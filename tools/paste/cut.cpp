@@ -164,6 +164,7 @@ private:
             skip_slashes();
             result.open_end = at == text.size();
             parted = true;
+            result.has_gap = result.has_gap || at - slashes > 1;
             if (result.open_end && at - slashes > 1)
                 refuse("it is empty");
         } else if (text[at] == ',' && at + 1 < text.size()) {

@@ -31,6 +31,7 @@ struct cut_text {
     bool joined = false;                       // nodes follow each other without a slash
     bool from_root = false;                    // begins with a slash
     bool open_end = false;                     // ends in one, as where efibootmgr prints nothing for a node
+    bool has_gap = false;                      // nothing stands between two slashes
 };
 
 // Why a text cannot be cut.

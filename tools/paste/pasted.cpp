@@ -210,6 +210,8 @@ private:
     size_t begin = 0; // of the instance
 };
 
+constexpr char node_may_be_missing[] = "efibootmgr prints nothing for some nodes: one may be missing.";
+
 // Whether a packed path prints as this text.
 bool prints_as(device_paths &paths, byte_view packed, const std::string &text,
                const std::optional<std::string> &file)
@@ -268,6 +270,8 @@ pasted_path pack_pasted(device_paths &paths, const std::string &text, const std:
     if (why_not && !all)
         fail_to_cut(text, why_not);
     const auto pasted = is_device_name(whole) ? std::nullopt : cut_if_possible(whole);
+    if (!whole.starts_with('/') && ((all && all->has_gap) || (pasted && pasted->has_gap)))
+        throw failure("nothing stands between two slashes of the path", node_may_be_missing);
     const style written = pasted ? style_of(*pasted) : style{of_ovra, 0};
     constexpr std::string_view whole_disk = "HD(0,";
     const bool is_ours = !all || text.starts_with('/');
@@ -278,8 +282,7 @@ pasted_path pack_pasted(device_paths &paths, const std::string &text, const std:
         return own;
     }
     if (all->open_end)
-        throw failure("the path ends in a slash",
-                      "efibootmgr prints nothing for some nodes: one may be missing.");
+        throw failure("the path ends in a slash", node_may_be_missing);
     if (file && all->instances.size() > 1)
         throw failure("the path has several instances: --file belongs to one",
                       "The file can stand in the text, behind the devices of its instance.");

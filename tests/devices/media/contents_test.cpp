@@ -27,7 +27,9 @@ std::string contents_of(vs_descriptor_t drive)
         if (kvlist_lookup_uint8_array(list.get(), name, &bytes, &count) == 0)
             text += (text.empty() ? "" : " ") + std::string(bytes, bytes + count - 1);
     }
-    return text + (attribute(list.get(), "first-header-damaged") ? ", first header damaged" : "");
+    return text + (attribute(list.get(), "first-header-damaged") ? ", first header damaged" : "") +
+           (attribute(list.get(), "short") ? ", short" : "") +
+           (attribute(list.get(), "more-entries") ? ", more entries" : "");
 }
 
 std::string contents_of_the_disk()
@@ -74,7 +76,25 @@ TEST_F(disk_media, contents_with_damaged_headers)
     sample::patch(image, 512, std::string(92, 'x'));
     EXPECT_EQ(contents_of_the_disk(), "damaged-gpt");
     sample::patch(image, 65535 * 512, std::string(92, 'x'));
+    EXPECT_EQ(contents_of_the_disk(), "damaged-gpt protective MBR alone");
+    sample::patch(image, 510, "xx");
     EXPECT_EQ(contents_of_the_disk(), "unknown");
+}
+
+// What libblkid leaves out of a table, and why it takes a good one for none.
+TEST_F(disk_media, contents_that_are_not_all_there_is)
+{
+    make_disk();
+    make_gpt_of({{1, 2048, 4095}, {2, 4096, 65535}});
+    EXPECT_THAT(volumes(), testing::ElementsAre("c0t0d0s0 2048 2048"));
+    EXPECT_EQ(contents_of_the_disk(), "gpt, more entries");
+    sample::patch(image, 510, "xx");
+    EXPECT_EQ(contents_of_the_disk(), "unused-gpt no protective MBR");
+    make_gpt_of({{1, 2048, 4095}});
+    fs::resize_file(image, 32000UL * 512);
+    EXPECT_EQ(contents_of_the_disk(), "damaged-gpt for a larger disk, short");
+    make_mbr({{0x83, 2048, 8192}, {0x83, 65536, 1}});
+    EXPECT_EQ(contents_of_the_disk(), "mbr, more entries");
 }
 
 TEST_F(disk_media, contents_in_blocks_of_4096)

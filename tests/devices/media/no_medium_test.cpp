@@ -104,7 +104,10 @@ TEST_F(disk_media, damaged_tables)
                 uint64_t first = 0;
                 uint64_t size = 0;
                 EXPECT_TRUE(fields >> name >> first >> size) << row;
-                EXPECT_TRUE(size > 0 && size <= 65536 && first <= 65536 - size) << at << ": " << row;
+                // Such a partition of an MBR may end beyond the disk, as it does for the kernel.
+                EXPECT_TRUE(size > 0 && first < 65536) << at << ": " << row;
+                EXPECT_TRUE((in_entries && row.starts_with(damaged)) || size <= 65536 - first)
+                    << at << ": " << row;
             }
             sample::patch(image, at, good.substr(at, 1));
         }
