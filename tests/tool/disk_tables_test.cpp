@@ -51,7 +51,8 @@ protected:
     // What the creation of an option for one of its partitions warns of.
     std::string warnings_of(const std::string &partition) const
     {
-        return warnings({"create", "--desc", "x", "--disk", partition, "--file", "\\a", "--dry-run", "--json"});
+        return warnings(
+            {"create", "--desc", "x", "--disk", partition, "--file", "\\a", "--dry-run", "--json"});
     }
 };
 
@@ -60,7 +61,7 @@ TEST_F(disk_tables, slices_that_firmware_ignores)
     put_gpt({{1, 2048, 4095}, {2, 4096, 8191}, {3, 8191, 10000}}, 2);
     EXPECT_EQ(warnings_of("sdx1"), "the GPT's entry of c5t5d0s0 (sdx1) tells firmware to ignore it\n");
     EXPECT_EQ(warnings_of("sdx2"), "c5t5d0s1 (sdx2) overlaps c5t5d0s2 (sdx3)\n");
-    put_option("Boot0000", 1, "x", hard_drive(1));
+    put("Boot0000", load_option(1, "x", from_hex(sample_path_hex)));
     EXPECT_EQ(warnings({"set", "0000", "--replace-disk", "sdx2", "--dry-run", "--json"}),
               "c5t5d0s1 (sdx2) overlaps c5t5d0s2 (sdx3)\n");
     put_gpt({{1, 2048, 4095}, {2, 4096, 8191}}, 5);
