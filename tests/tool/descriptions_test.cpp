@@ -105,8 +105,9 @@ TEST_F(odd_descriptions, are_written_with_a_warning_but_not_made)
     const outcome renamed = run({"--json", "rename", "Boot0003", text});
     EXPECT_EQ(renamed.status, 0);
     const json document = json::parse(renamed.out);
-    EXPECT_EQ(document["warnings"][0], "the description has characters beyond U+FFFF: programs that use the "
-                                       "library cannot read the option");
+    EXPECT_EQ(
+        document["warnings"][0]["text"],
+        "the description has characters beyond U+FFFF: programs that use the library cannot read the option");
     EXPECT_EQ(parsed({"show", "Boot0003"})["description"], text);
     EXPECT_EQ(run({"create", "--desc", text, "--devpath", "\\EFI\\a.efi"}).status, 2);
     EXPECT_EQ(run({"rename", "Boot0003", "a\\ud800z"}).status, 2);

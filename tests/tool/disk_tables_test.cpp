@@ -39,10 +39,10 @@ protected:
     }
 
     // What a verb warns of, a line each.
-    std::string warnings(const std::vector<std::string> &words) const
+    std::string warnings(const words &arguments) const
     {
         std::string said;
-        const json document = json::parse(run(words).out);
+        const json document = json::parse(run(arguments).out);
         for (const json &each : document["warnings"])
             said += each["text"].get<std::string>() + '\n';
         return said;

@@ -236,8 +236,7 @@ TEST_F(writing_obstacles, to_reading_one_option_leave_the_others)
     EXPECT_THAT(order.out, HasSubstr("3  Boot0003  (no permission)\n4  Boot0004  UEFI Misc Device\n"));
     EXPECT_THAT(order.err, HasSubstr("cannot read Boot0003: no permission\n"));
     EXPECT_EQ(run({"show", "Boot0003"}, *around).err, "ovra: cannot read Boot0003: no permission\n"
-                                                      "  Run this as root, or as the owner of the folder.\n"
-                                                      "    unable to read variable Boot0003\n");
+                                                      "  Run this as root, or as the owner of the folder.\n");
 }
 
 // What cannot be read may be what is looked for, or stand in the way of it.
