@@ -57,7 +57,8 @@ TEST_F(failing_writes, to_read_one_option_leave_the_others)
     const outcome list = run_with({"list"}, fail);
     EXPECT_EQ(list.status, 0);
     EXPECT_THAT(list.out, HasSubstr("3         Boot0003  ?       (Input/output error)\n"));
-    EXPECT_THAT(list.out, HasSubstr("7         Boot0007  *       EFI Internal Shell\n"));
+    EXPECT_THAT(list.out,
+                HasSubstr("7         Boot0007  *       EFI Internal Shell           firmware volume\n"));
     EXPECT_THAT(list.err, HasSubstr("cannot read Boot0003: Input/output error\n"));
     const outcome order = run_with({"order"}, fail);
     EXPECT_EQ(order.status, 0);

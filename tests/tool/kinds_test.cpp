@@ -124,7 +124,7 @@ protected:
 TEST_F(recovery_options, are_shown)
 {
     const words kind = {"--kind", "platformrecovery"};
-    EXPECT_THAT(output(words{"list"} + kind), HasSubstr("-         PlatformRecovery0000  *       Default\n"));
+    EXPECT_THAT(output(words{"list"} + kind), HasSubstr("-         PlatformRecovery0000  *       Default  "));
     EXPECT_EQ(parsed(words{"show", "default"} + kind)["option"], "PlatformRecovery0000");
     EXPECT_EQ(parsed(words{"show", "0"} + kind)["position"], nullptr);
     EXPECT_EQ(parsed(words{"check"} + kind)["findings"], json::array());

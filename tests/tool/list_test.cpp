@@ -14,15 +14,17 @@ class list_verb : public Machine {};
 
 TEST_F(list_verb, shows_the_options_in_boot_order)
 {
-    EXPECT_EQ(output({"list"}), "Position  Option    Active  Description\n"
-                                "0         Boot0000  *       UiApp\n"
-                                "1         Boot0001  *       UEFI QEMU QEMU HARDDISK\n"
-                                "2         Boot0002  *       UEFI QEMU NVMe Ctrl N1 1\n"
-                                "3         Boot0003  *       UEFI QEMU QEMU USB HARDDRIVE 1-0000:00:05.0-1\n"
-                                "4         Boot0004  *       UEFI Misc Device\n"
-                                "5         Boot0005  *       UEFI QEMU HARDDISK QM00001\n"
-                                "6         Boot0006  *       UEFI QEMU HARDDISK QM00007\n"
-                                "7         Boot0007  *       EFI Internal Shell\n");
+    EXPECT_EQ(output({"list"}),
+              "Position  Option    Active  Description                  Device\n"
+              "0         Boot0000  *       UiApp                        firmware volume\n"
+              "1         Boot0001  *       UEFI QEMU QEMU HARDDISK      SCSI device\n"
+              "2         Boot0002  *       UEFI QEMU NVMe Ctrl N1 1     NVMe device\n"
+              "3         Boot0003  *       UEFI QEMU QEMU USB HARDDRIVE 1-0000:00:05.0-1\n"
+              "                            USB device\n"
+              "4         Boot0004  *       UEFI Misc Device          /PciRoot(0x0)/Pci(0x6,0x0)\n"
+              "5         Boot0005  *       UEFI QEMU HARDDISK QM00001   SATA device\n"
+              "6         Boot0006  *       UEFI QEMU HARDDISK QM00007   SATA device\n"
+              "7         Boot0007  *       EFI Internal Shell           firmware volume\n");
 }
 
 TEST_F(list_verb, puts_options_outside_the_order_last_and_marks_current_and_next)
@@ -32,10 +34,11 @@ TEST_F(list_verb, puts_options_outside_the_order_last_and_marks_current_and_next
         std::filesystem::remove(file(unused));
     put("BootCurrent", std::string("\x07\0", 2), 6);
     put("BootNext", std::string("\x05\0", 2));
-    EXPECT_EQ(output({"list"}), "Position  Option    Active  Description\n"
-                                "0         Boot0007  *       EFI Internal Shell           current\n"
-                                "1         Boot0005  *       UEFI QEMU HARDDISK QM00001   next\n"
-                                "-         Boot0000  *       UiApp\n");
+    EXPECT_EQ(output({"list"}),
+              "Position  Option    Active  Description                           Device\n"
+              "0         Boot0007  *       EFI Internal Shell          current  firmware volume\n"
+              "1         Boot0005  *       UEFI QEMU HARDDISK QM00001   next     SATA device\n"
+              "-         Boot0000  *       UiApp                                firmware volume\n");
 }
 
 TEST_F(list_verb, verbose_adds_path_attributes_and_optional_data)
@@ -46,13 +49,13 @@ TEST_F(list_verb, verbose_adds_path_attributes_and_optional_data)
     for (const char *unused : {"Boot0002", "Boot0003", "Boot0004", "Boot0005", "Boot0006", "Boot0007"})
         std::filesystem::remove(file(unused));
     EXPECT_EQ(output({"list", "-v"}),
-              "Position  Option    Active  Description\n"
-              "0         Boot0000  *       Linux\n"
+              "Position  Option    Active  Description               Device\n"
+              "0         Boot0000  *       Linux                     none\n"
               "          attributes     0x00000109 (active, hidden, application)\n"
               "          path           7fff0400\n"
               "          device path    none\n"
               "          optional data  \"root=/dev/sda1 quiet\"\n"
-              "-         Boot0001  *       UEFI QEMU QEMU HARDDISK\n"
+              "-         Boot0001  *       UEFI QEMU QEMU HARDDISK   SCSI device\n"
               "          attributes     0x00000001 (active)\n"
               "          path           02010c00d041030a000000000101060000020101060000000302080000000000"
               "7fff0400\n"
@@ -82,6 +85,7 @@ TEST_F(list_verb, json_has_order_marks_and_every_field)
                     {"path", "02010c00d041030a0000000001010600000201010600000003020800000000007fff0400"},
                     {"optional_data", "4eac0881119f594d850ee21a522c59b2"},
                     {"optional_data_text", nullptr},
+                    {"device", "SCSI device"},
                     {"instances", json::array({instance})}}));
 }
 
@@ -138,7 +142,8 @@ TEST_F(list_verb, goes_on_past_a_damaged_option)
     put("Boot0003", "\x01");
     const std::string text = output({"list"});
     EXPECT_THAT(text, HasSubstr("3         Boot0003  ?       (damaged)\n"));
-    EXPECT_THAT(text, HasSubstr("7         Boot0007  *       EFI Internal Shell\n"));
+    EXPECT_THAT(text,
+                HasSubstr("7         Boot0007  *       EFI Internal Shell           firmware volume\n"));
     EXPECT_EQ(parsed({"list"})["options"][3]["error"], "damaged");
 }
 
@@ -190,7 +195,8 @@ TEST_F(list_verb, goes_on_past_a_damaged_order)
     std::ofstream(file("BootOrder"), std::ios::trunc) << "12";
     const std::string text = output({"list"});
     EXPECT_THAT(text, StartsWith("BootOrder is damaged; 'ovra order set' writes a new one.\nPosition"));
-    EXPECT_THAT(text, HasSubstr("-         Boot0007  *       EFI Internal Shell\n"));
+    EXPECT_THAT(text,
+                HasSubstr("-         Boot0007  *       EFI Internal Shell           firmware volume\n"));
     EXPECT_EQ(parsed({"list"})["order"], nullptr);
     EXPECT_EQ(parsed({"list"})["options"].size(), 8u);
 }
@@ -198,7 +204,7 @@ TEST_F(list_verb, goes_on_past_a_damaged_order)
 TEST_F(list_verb, shows_no_control_characters_of_a_description)
 {
     put("Boot0000", load_option(1, "a\x1b[31m\n\x7f", from_hex("7fff0400")));
-    EXPECT_THAT(output({"list"}), HasSubstr("Boot0000  *       a\\u001b[31m\\u000a\\u007f\n"));
+    EXPECT_THAT(output({"list"}), HasSubstr("Boot0000  *       a\\u001b[31m\\u000a\\u007f      none\n"));
     EXPECT_EQ(parsed({"list"})["options"][0]["description"], "a\x1b[31m\n\x7f");
 }
 
@@ -218,8 +224,8 @@ TEST_F(list_verb, aligns_wide_characters_by_columns)
     const std::string text = output({"list"});
     const size_t at = text.find("Boot0000");
     const std::string line = text.substr(at, text.find('\n', at) - at);
-    const size_t widest = std::string("UEFI QEMU QEMU USB HARDDRIVE 1-0000:00:05.0-1").size();
-    EXPECT_EQ(line, "Boot0000  *       \u7acb\u672f" + std::string(widest - 4 + 2, ' ') + "next");
+    const size_t widest = std::string("UEFI QEMU HARDDISK QM00001 ").size();
+    EXPECT_EQ(line, "Boot0000  *       \u7acb\u672f" + std::string(widest - 4 + 2, ' ') + "next  none");
 }
 
 TEST_F(list_verb, passes_over_options_of_other_vendors)

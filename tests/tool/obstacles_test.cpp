@@ -226,7 +226,9 @@ TEST_F(writing_obstacles, to_reading_one_option_leave_the_others)
     const outcome list = run({"list"}, *around);
     EXPECT_EQ(list.status, 0) << list.err;
     EXPECT_THAT(list.out, HasSubstr("3         Boot0003  ?       (no permission)\n"));
-    EXPECT_THAT(list.out, HasSubstr("7         Boot0007  *       EFI Internal Shell           next\n"));
+    EXPECT_THAT(
+        list.out,
+        HasSubstr("7         Boot0007  *       EFI Internal Shell           next  firmware volume\n"));
     EXPECT_EQ(list.err, "ovra: warning: cannot read Boot0003: no permission\n"
                         "  Run this as root, or as the owner of the folder.\n");
     const outcome programs = run({"list", "--json"}, *around);

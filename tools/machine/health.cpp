@@ -7,7 +7,6 @@
 #include "src/base/nodes.h"
 #include "tools/machine/bootorder.h"
 #include "tools/machine/contents.h"
-#include "tools/machine/drives.h"
 #include "tools/machine/kernelpartitions.h"
 #include "tools/machine/named.h"
 #include "tools/machine/pathnodes.h"
@@ -91,7 +90,8 @@ present_partitions::present_partitions()
     }
     const one_moment picture;
     const auto contents = read_contents(true);
-    for (const drive &drive : read_drives({.media = of_every_drive})) {
+    all = read_drives({.media = of_every_drive});
+    for (const drive &drive : all) {
         if (drive.error != 0)
             problem = "cannot read /dev/" + drive.kernel_name + ": " + strerror(drive.error);
         else if (problem.empty() && !is_part_of_another(drive, contents))

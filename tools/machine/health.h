@@ -9,6 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "tools/machine/drives.h"
 #include "tools/machine/firmware.h"
 
 namespace tool {
@@ -39,11 +40,15 @@ public:
     // Linux's name of the partition that a hard-drive node leads to; nothing when it is not there.
     std::optional<std::string> linux_name(byte_view hard_drive) const;
 
+    // All that were read, with their media.
+    const std::vector<drive> &drives() const { return all; }
+
     // Why an option cannot be called gone: a disk could not be read, its table is
     // damaged, or there is none. Empty if all is well.
     const std::string &doubt() const { return problem; }
 
 private:
+    std::vector<drive> all;
     std::unordered_map<std::string, std::string> names; // Linux's, by what firmware goes by
     std::string problem;
 };

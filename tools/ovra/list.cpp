@@ -6,6 +6,7 @@
 #include "tools/command/verb.h"
 #include "tools/machine/contents.h"
 #include "tools/machine/devicepaths.h"
+#include "tools/machine/devicewords.h"
 #include "tools/machine/health.h"
 #include "tools/machine/named.h"
 #include "tools/text/description.h"
@@ -33,6 +34,7 @@ struct entry {
     decoded_path path;
     std::optional<uint16_t> same = {}; // an option before it
     bool is_stale = false;
+    std::string device; // in words
 };
 
 struct listing {
@@ -114,28 +116,36 @@ bool is_shown(const entry &entry)
 // What the other options and the disks say of one.
 class marks {
 public:
-    // All disks are read to tell which options are stale.
-    marks(const listing &all, bool tells_stale) : booted(all.current)
+    explicit marks(const listing &all) : booted(all.current)
     {
-        if (tells_stale)
+        std::vector<drive> drives;
+        try {
             partitions.emplace();
+            drives = partitions->drives();
+        } catch (const failure &reason) {
+            warn(printable(reason.what()), reason.advice); // the options are worth showing without the disks
+        }
+        devices.emplace(drives);
     }
 
     void put(entry *of)
     {
         of->same.reset();
         of->is_stale = false;
+        of->device.clear();
         if (!of->exists || !of->error.empty())
             return;
         const uint16_t number = of->where.number;
         of->same = seen.same_as(number, of->option);
         of->is_stale = partitions && number != booted && partitions->are_gone(of->option.path);
+        of->device = devices->of(of->option.path);
     }
 
 private:
     std::optional<uint16_t> booted;
     seen_options seen;
     std::optional<present_partitions> partitions;
+    std::optional<device_words> devices;
 };
 
 std::string notes(const option_kind &kind, const listing &all, const entry &entry)
@@ -179,6 +189,7 @@ void put_members(json_members &to, const option_kind &kind, const listing &all, 
             to.member("damage", entry.damage);
     } else {
         put_members(to, entry.option);
+        to.member("device", description_for_json(entry.device));
         put_members(to, entry.path);
         if (entry.is_stale)
             to.member("stale", true);
@@ -187,7 +198,7 @@ void put_members(json_members &to, const option_kind &kind, const listing &all, 
     }
 }
 
-void print_as_json(firmware &machine, const listing &all, bool verbose)
+void print_as_json(firmware &machine, const listing &all)
 {
     const option_kind &kind = machine.kind();
     json_list document(
@@ -196,7 +207,7 @@ void print_as_json(firmware &machine, const listing &all, bool verbose)
          {"order", !all.order_problem.empty() ? json(nullptr) : option_names(kind, all.order)}},
         "options");
     device_paths paths;
-    marks marks(all, verbose);
+    marks marks(all);
     entry entry;
     for (const place &where : all.places) {
         read_entry(machine, &paths, where, &entry);
@@ -241,10 +252,11 @@ tint tint_of(const listing &all, const entry &entry)
 
 void print_as_text(firmware &machine, const listing &all, bool verbose)
 {
-    constexpr size_t widest_column = 48; // with the columns before it less than 80
-    table rows(widest_column);
+    constexpr size_t widest_column = 28; // with the columns before it there is room for a device
+    constexpr size_t description = 3;
+    table rows(widest_column, description);
     device_paths paths;
-    marks marks(all, verbose);
+    marks marks(all);
     entry entry;
     std::optional<progress> shown_progress(std::in_place, all.places.size(), "options", 500);
     for (const place &where : all.places) {
@@ -254,12 +266,12 @@ void print_as_text(firmware &machine, const listing &all, bool verbose)
         if (!is_shown(entry))
             continue;
         if (rows.empty())
-            rows.row({"Position", "Option", "Active", "Description", ""});
+            rows.row({"Position", "Option", "Active", "Description", "", "Device"});
         const bool readable = entry.exists && entry.error.empty();
         const char *active = !readable ? "?" : entry.option.active() ? "*" : "";
         const std::string position = where.position ? std::to_string(*where.position) : "-";
         rows.row({position, machine.name_of(where.number), active, described(entry),
-                  notes(machine.kind(), all, entry)});
+                  notes(machine.kind(), all, entry), printable(entry.device)});
         rows.tint_row(tint_of(all, entry));
         if (verbose)
             add_details(entry, &rows);
@@ -278,8 +290,7 @@ public:
     void declare(CLI::App &app) override
     {
         kind.declare(app, false);
-        app.add_flag("-v,--verbose", verbose,
-                     "also paths, attributes, optional data, and which partitions are gone");
+        app.add_flag("-v,--verbose", verbose, "also paths, attributes and optional data");
         add_example(app, "ovra list -v");
     }
 
@@ -289,7 +300,7 @@ public:
         const one_moment of_many_reads;
         const listing all = read_listing(machine);
         if (general.json)
-            print_as_json(machine, all, verbose);
+            print_as_json(machine, all);
         else
             print_as_text(machine, all, verbose);
     }

@@ -174,6 +174,8 @@ void table::below(size_t spaces, const std::string &text)
 
 namespace {
 
+constexpr size_t between = 2; // columns
+
 std::string_view colour_of(tint which)
 {
     if (which == tint::plain || !shows_colours())
@@ -183,25 +185,85 @@ std::string_view colour_of(tint which)
 
 } // namespace
 
+// Moves the places of cells behind the main column to the left until none ends beyond the line. False when
+// these would be in each other's way.
+bool table::fits(std::span<const cell> row, std::vector<size_t> *places) const
+{
+    size_t end = line_width;
+    for (size_t at = row.size(); at-- > 0;) {
+        const size_t wide = row[at].columns;
+        size_t &place = places->at(at);
+        if (wide == 0)
+            continue;
+        if (place + wide > end && (at <= main_column || wide > end))
+            return false;
+        place = std::min(place, end - wide);
+        end = std::max(place, between) - between;
+    }
+    return true;
+}
+
+void table::put_places(std::span<const cell> row, std::vector<size_t> *places) const
+{
+    size_t begin = 0;
+    size_t end = 0;
+    places->clear();
+    for (size_t at = 0; at < row.size(); ++at) {
+        places->push_back(begin);
+        end = row[at].columns != 0 ? begin + row[at].columns : end;
+        const size_t wide = std::max<size_t>(widths[at], row[at].columns);
+        begin += wide == 0 ? 0 : wide + between;
+    }
+    if (main_column == 0 || end <= line_width)
+        return;
+    const std::vector<size_t> aligned = *places;
+    size_t count = row.size();
+    while (count > main_column + 1 && !fits(row.first(count), places)) {
+        *places = aligned;
+        --count;
+    }
+    for (begin = aligned[main_column]; count < row.size(); ++count) {
+        const size_t wide = row[count].columns;
+        if (begin + wide > line_width)
+            begin = aligned[main_column];
+        places->at(count) = begin;
+        begin += wide == 0 ? 0 : wide + between;
+    }
+}
+
 void table::write(const std::function<void(std::string_view)> &take) const
 {
-    constexpr size_t between = 2;
     std::string part;
     auto next = cells.begin();
     auto block = content.begin();
     size_t at = 0; // in the block
+    std::vector<cell> row;
+    std::vector<size_t> places;
     for (const line &each : lines) {
         const std::string_view colour = colour_of(each.shown_as);
         part += colour;
-        for (size_t column = 0; column < each.cells; ++column, ++next) {
-            if (block->size() - at < next->size) {
+        row.assign(next, next + each.cells);
+        next += each.cells;
+        if (each.is_row)
+            put_places(row, &places);
+        else
+            places.assign(1, 0);
+        size_t end = 0; // of the cell before
+        for (size_t column = 0; column < row.size(); ++column) {
+            if (block->size() - at < row[column].size) {
                 ++block;
                 at = 0;
             }
-            part.append(*block, at, next->size);
-            at += next->size;
-            if (each.is_row)
-                part.append(std::max<size_t>(widths[column], next->columns) - next->columns + between, ' ');
+            if (row[column].size == 0)
+                continue;
+            if (places[column] < end) {
+                part.erase(part.find_last_not_of(' ') + 1);
+                part += '\n';
+                end = 0;
+            }
+            part.append(places[column] - end, ' ').append(*block, at, row[column].size);
+            at += row[column].size;
+            end = places[column] + row[column].columns;
         }
         part.erase(part.find_last_not_of(' ') + 1);
         part += colour.empty() ? "\n" : "\033[0m\n";

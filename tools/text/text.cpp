@@ -237,10 +237,9 @@ std::string in_quotes(std::string_view text)
 
 std::string broken(const std::string &line, size_t indent)
 {
-    constexpr size_t width = 80;
     constexpr size_t longest_word = 24;
     const std::string next_line = "\n      ";
-    if (indent + columns(line) <= width || line.find('"') != std::string::npos || line.starts_with(' '))
+    if (indent + columns(line) <= line_width || line.find('"') != std::string::npos || line.starts_with(' '))
         return line;
     std::string all;
     size_t column = indent;
@@ -250,7 +249,7 @@ std::string broken(const std::string &line, size_t indent)
         if (word.size() > longest_word || word.find('/') != std::string::npos)
             return line;
         const bool is_first = all.empty();
-        if (!is_first && column + 1 + columns(word) > width) {
+        if (!is_first && column + 1 + columns(word) > line_width) {
             all += next_line;
             column = next_line.size() - 1;
         } else if (!is_first) {

@@ -56,6 +56,8 @@ size_t columns(std::string_view utf8);
 
 std::string in_quotes(std::string_view text);
 
+inline constexpr size_t line_width = 80; // of a terminal, in columns
+
 // A line that begins after `indent` columns, broken where it goes beyond 80. One with a path, another long
 // word or quotes stays whole: it is to be copied, or searched for. So does one that begins with blanks, as a
 // mark below another line does.

@@ -1,0 +1,256 @@
+// SPDX-License-Identifier: MIT
+#include "tools/machine/devicewords.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "src/base/hard_drive.h"
+#include "src/base/nodes.h"
+#include "src/base/text.h"
+#include "tools/machine/machinefiles.h"
+#include "tools/machine/pathnodes.h"
+#include "tools/machine/sysfs.h"
+#include "tools/text/description.h"
+#include "tools/text/failure.h"
+
+namespace tool {
+
+namespace {
+
+// Nodes for which the library has no record (UEFI 2.10, 10.3.4 and 10.3.5).
+constexpr uint8_t nvme = 23, uri = 24, ufs = 25, sd = 26, wifi = 28, emmc = 29;
+constexpr uint8_t firmware_file_node = 6, firmware_volume = 7, ram_disk = 9;
+
+struct kind_in_words {
+    uint8_t subtype;
+    const char *words;
+};
+
+// Messaging devices that hold what is booted.
+constexpr kind_in_words messaging[] = {
+    {1, "ATA device"},   {2, "SCSI device"},    {3, "Fibre Channel device"},
+    {5, "USB device"},   {15, "USB device"},    {16, "USB device"},
+    {18, "SATA device"}, {19, "iSCSI device"},  {21, "Fibre Channel device"},
+    {22, "SAS device"},  {nvme, "NVMe device"}, {ufs, "UFS device"},
+    {sd, "SD card"},     {emmc, "eMMC device"}};
+
+// What a BIOS boots from (UEFI 2.10, 10.3.6).
+constexpr kind_in_words legacy[] = {{1, "legacy floppy disk"}, {2, "legacy hard disk"},
+                                    {3, "legacy CD-ROM"},      {4, "legacy PC card"},
+                                    {5, "legacy USB device"},  {6, "legacy network"}};
+
+template <size_t size>
+const char *words_of(const kind_in_words (&kinds)[size], unsigned subtype)
+{
+    const auto *found =
+        std::find_if(std::begin(kinds), std::end(kinds),
+                     [subtype](const kind_in_words &each) { return each.subtype == subtype; });
+    return found == std::end(kinds) ? nullptr : found->words;
+}
+
+// What an instance of a path consists of, as far as words are made of it.
+struct parts {
+    const uefi_macaddr_device_path_t *card = nullptr;
+    const uefi_device_path_t *address = nullptr; // IPv4 or IPv6
+    const uefi_device_path_t *uri = nullptr;
+    const uefi_device_path_t *bios = nullptr;
+    const char *device = nullptr; // the last of `messaging`
+    const char *media = nullptr;
+    bool is_wireless = false;
+    std::string file;
+
+    explicit parts(byte_view nodes)
+    {
+        for (ovra::cursor rest{nodes}; const auto *node = rest.next();) {
+            if (node->type == UEFI_MESSAGING)
+                take_messaging(node);
+            else if (node->type == UEFI_MEDIA)
+                take_media(node);
+            else if (node->type == UEFI_BIOS)
+                bios = node;
+        }
+    }
+
+    bool is_network() const { return card || uri || is_wireless; }
+
+private:
+    void take_messaging(const uefi_device_path_t *node)
+    {
+        if (ovra::is_kind<uefi_macaddr_device_path_t>(node))
+            card = ovra::as<uefi_macaddr_device_path_t>(node);
+        else if (ovra::is_kind<uefi_ipv4_device_path_t>(node) || ovra::is_kind<uefi_ipv6_device_path_t>(node))
+            address = node;
+        else if (node->subtype == tool::uri)
+            uri = node;
+        else if (node->subtype == wifi)
+            is_wireless = true;
+        else if (const char *words = words_of(messaging, node->subtype))
+            device = words;
+    }
+
+    void take_media(const uefi_device_path_t *node)
+    {
+        if (ovra::is_kind<uefi_cdrom_path_t>(node))
+            media = "CD-ROM";
+        else if (node->subtype == firmware_volume || node->subtype == firmware_file_node)
+            media = "firmware volume";
+        else if (node->subtype == ram_disk)
+            media = "RAM disk";
+        else if (const auto *named = ovra::as<uefi_file_path_t>(node))
+            add_file(description_of_units(ovra::tail(*named)));
+    }
+
+    // A file's name may stand in several nodes.
+    void add_file(const std::string &name)
+    {
+        if (!file.empty() && !file.ends_with('\\') && !name.starts_with('\\'))
+            file += '\\';
+        file += name;
+    }
+};
+
+std::string network_words(const parts &path)
+{
+    std::string words = path.is_wireless ? "wireless network" : "network";
+    if (path.card) {
+        constexpr size_t ethernet_size = 6;
+        words += " MAC ";
+        for (size_t at = 0; at < ethernet_size; ++at)
+            words += format(at == 0 ? "%02x" : ":%02x", path.card->mac_addr[at]);
+    }
+    if (path.address)
+        words += ovra::is_kind<uefi_ipv6_device_path_t>(path.address) ? " IPv6" : " IPv4";
+    if (path.uri && path.uri->len > sizeof *path.uri) {
+        const byte_view text = ovra::node_bytes(path.uri).subspan(sizeof *path.uri);
+        words += ' ' + std::string(text.begin(), text.end());
+    }
+    return words;
+}
+
+std::string legacy_words(const uefi_device_path_t *node)
+{
+    const auto *device = ovra::as<uefi_bbs_path_t>(node);
+    const char *words = device ? words_of(legacy, device->device_type) : nullptr;
+    return words ? words : "legacy device";
+}
+
+bool is_end(byte_view path)
+{
+    const auto *node = ovra::cursor{path}.next();
+    return path.empty() || (node && node->type == UEFI_END);
+}
+
+// As "PARTUUID=" in the kernel's command line names it; empty for one that has no such name.
+std::string partuuid_of(const uefi_hard_drive_path_t &node)
+{
+    if (node.sig_type == ovra::signature_guid)
+        return guid_text(byte_view(node.part_sig));
+    if (node.sig_type == ovra::signature_mbr && node.part_number != 0)
+        return format("%08x-%02x", ovra::mbr_signature(node), node.part_number);
+    return {};
+}
+
+// As udev has it: a user who may not read the disks can still see that.
+std::optional<std::string> name_by_udev(const std::string &partuuid)
+{
+    if (!has_devices())
+        return std::nullopt;
+    try {
+        return machine_files().link_name("/dev/disk/by-partuuid/" + partuuid);
+    } catch (const failure &) {
+        return std::nullopt; // the path still says which it is
+    }
+}
+
+} // namespace
+
+device_words::device_words(const std::vector<drive> &all)
+{
+    for (const drive &drive : all) {
+        drives.emplace(drive.name, drive.kernel_name.empty() ? drive.name : drive.kernel_name);
+        for (const volume &volume : drive.volumes) {
+            volumes[identity_of(hard_drive_node(drive, volume))].push_back(
+                {drive.name, volume.kernel_name.empty() ? volume.name : volume.kernel_name});
+        }
+    }
+}
+
+// Words are worth having without it.
+drives_by_hardware::way device_words::way_of(byte_view nodes)
+{
+    if (drives.empty() || !is_hardware_known)
+        return {};
+    try {
+        if (!hardware)
+            hardware.emplace(read_drives({.attachments = of_every_drive}));
+        return hardware->way_of(nodes);
+    } catch (const failure &) {
+        is_hardware_known = false;
+        return {};
+    }
+}
+
+std::string device_words::of_volume(const hard_drive_place &place)
+{
+    std::vector<std::string> names;
+    if (const auto found = volumes.find(identity_of(place.node)); found != volumes.end()) {
+        const auto way = place.before.empty() ? drives_by_hardware::way() : way_of(place.before);
+        for (const named_volume &each : found->second) {
+            if (way.drives.empty() ||
+                std::find(way.drives.begin(), way.drives.end(), each.drive) != way.drives.end())
+                names.push_back(each.kernel_name);
+        }
+    }
+    if (!names.empty())
+        return join(names, " or ");
+    const auto *node = ovra::as<uefi_hard_drive_path_t>(place.node);
+    const std::string partuuid = node ? partuuid_of(*node) : std::string();
+    if (partuuid.empty())
+        return "a partition";
+    return name_by_udev(partuuid).value_or("PARTUUID=" + partuuid);
+}
+
+// The drive to which the nodes lead; or as what they say of it. Empty when they say nothing.
+std::string device_words::of_drive(byte_view nodes, const char *otherwise)
+{
+    std::vector<std::string> names;
+    if (!nodes.empty() && nodes[0] == UEFI_ACPI) {
+        for (const std::string &name : way_of(nodes).drives)
+            names.push_back(drives.contains(name) ? drives.at(name) : name);
+    }
+    return !names.empty() ? join(names, " or ") : otherwise ? otherwise : "";
+}
+
+std::string device_words::text_of(byte_view nodes)
+{
+    if (!paths)
+        paths.emplace();
+    const decoded_path path = paths->decode(with_end(nodes));
+    return path.error.empty() ? path.instances.front().device : "damaged path";
+}
+
+std::string device_words::of(byte_view option_path)
+{
+    const byte_view nodes = first_instance_of(option_path);
+    const parts path(nodes);
+    std::string words;
+    if (const hard_drive_place place = hard_drive_in(nodes); !place.node.empty())
+        words = of_volume(place);
+    else if (path.media)
+        words = path.media;
+    else if (path.is_network())
+        words = network_words(path);
+    else if (path.bios)
+        words = legacy_words(path.bios);
+    else
+        words = of_drive(nodes, path.device);
+    if (words.empty() && path.file.empty())
+        words = !nodes.empty() ? text_of(nodes) : is_end(option_path) ? "none" : "damaged path";
+    if (!path.file.empty())
+        words += (words.empty() ? "" : " ") + path.file;
+    if (ovra::cursor rest{option_path.subspan(nodes.size())}; rest.next() && rest.next())
+        words += " and others";
+    return words;
+}
+
+} // namespace tool
