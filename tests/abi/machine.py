@@ -14,7 +14,7 @@ def file_path(text):
 
 
 def load_option(description, path, attributes=1, optional_data=b""):
-    text = description.encode("utf-16-le") + b"\0\0"
+    text = description.encode("utf-16-le", "surrogatepass") + b"\0\0"
     return struct.pack("<IH", attributes, len(path)) + text + path + optional_data
 
 

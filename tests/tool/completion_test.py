@@ -32,19 +32,19 @@ class Bash:
         if self.process == 0:
             os.chdir(folder)
             os.execve("/bin/bash", ["bash", "--norc", "--noprofile", "-i"],
-                      {"PATH": os.path.dirname(TOOL) + ":/usr/bin:/bin", "TERM": "dumb", "PS1": "ready%", "HOME": folder,
-                       "LC_ALL": "C.UTF-8", "HISTFILE": "/dev/null"})
+                      {"PATH": os.path.dirname(TOOL) + ":/usr/bin:/bin", "TERM": "dumb", "PS1": "ready%", "PS2": "waits>",
+                       "HOME": folder, "LC_ALL": "C.UTF-8", "HISTFILE": "/dev/null"})
         self.until("ready%")
         self.run("bind 'set enable-bracketed-paste off'; bind 'set bell-style none'; stty -echo cols 500")
         self.run(f"source {SCRIPTS}/ovra.bash")
 
-    def until(self, end, seconds=20):
+    def until(self, *ends, seconds=20):
         text = ""
         limit = time.monotonic() + seconds
-        while not text.endswith(end):
+        while not text.endswith(ends):
             ready = select.select([self.terminal], [], [], max(0, limit - time.monotonic()))[0]
             if not ready:
-                raise AssertionError(f"no {end!r} in {text!r}")
+                raise AssertionError(f"no {ends!r} in {text!r}")
             text += os.read(self.terminal, 65536).decode("utf-8", "replace")
         return text
 
@@ -83,6 +83,18 @@ class Completed(unittest.TestCase):
         for begun in ("h8:", "h8\\:\\ a=", "h8:\\ a=b@c", "'h8: a=", "\"h8: a=b@"):
             self.assertEqual(self.shown(f"show {begun}\t"), "Boot0008", begun)
         self.assertFalse(os.path.exists(os.path.join(self.folder, "touched")))
+
+    # Bash would drop one of two quotes, and run what stands behind them.
+    def test_what_must_leave_its_quote_at_once_is_not_completed(self):
+        there = machine.Machine(os.path.join(self.folder, "other"))
+        for number, start in enumerate(["!", "De\u200b", "Win\x7f", "\x01", "'", "x!", "Hi!"]):
+            description = start + ";touch touched;#"
+            there.write(f"Boot{number:04X}", machine.load_option(description, machine.file_path("\\a.efi")))
+        for begun in ("\"!", "De\"", "\"De", "Win'", "'Win", "\"\x16\x01", "'", "\"", "x\"", "x'", "\"x\t!", "Hi\"", "Hi'"):
+            os.write(self.bash.terminal, f"ovra --root other show {begun}\t\n".encode())
+            if self.bash.until("ready%", "waits>").endswith("waits>"):
+                self.bash.run("\"" if "\"" in begun else "'")
+            self.assertFalse(os.path.exists(os.path.join(self.folder, "touched")), begun)
 
     def test_verbs_options_and_names(self):
         self.assertEqual(self.shown("sho\tBoot0003\t"), "Boot0003")

@@ -102,10 +102,12 @@ class Showing(Story):
         self.variable("Boot0052", machine.load_option("c", machine.file_path("\\a") + b"\1\2\7\0zzz" + machine.END))
         self.variable("Boot0053", machine.load_option("d", GONE))
         self.variable("Boot0054", machine.load_option("d", GONE))
+        self.variable("Boot0055", machine.load_option("half \ud800", GONE))
         self.variable("BootNext", b"\x51\0")
-        for words in (("list", "-v"), ("show", "50"), ("show", "51"), ("show", "52"), ("next",), ("vars",), ("export",)):
-            self.call(*words)
+        for words in ("list -v", "show 50", "show 51", "show 52", "show 55", "next", "vars", "export"):
+            self.call(*words.split())
         self.call("check", status=1)
+        self.call("copy", "55", "--dry-run")
         self.call("path", "decode", NVME.hex() + machine.file_path("\\a").hex() + "00")
 
 

@@ -121,6 +121,8 @@ bytes optional_data(const settings &given)
 bytes new_entry(const settings &given)
 {
     load_option option;
+    if (!to_ucs2(given.label))
+        throw failure(in_quotes(given.label) + " cannot be stored as UCS-2");
     option.description = given.label;
     option.optional_data = optional_data(given);
     option.path = given.interface ? interface_path(*given.interface) : disk_path(given);
