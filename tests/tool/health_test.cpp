@@ -7,6 +7,7 @@
 namespace tool_test {
 
 using ::testing::HasSubstr;
+using ::testing::StartsWith;
 
 class health : public disks_verb {};
 
@@ -29,6 +30,26 @@ TEST_F(health, stale_are_options_of_partitions_that_are_gone)
     EXPECT_EQ(output({"remove", "--stale"}), "deleted Boot0010\nwrote BootOrder: Boot0011\n");
     EXPECT_EQ(output({"remove", "--stale"}), "nothing to change\n");
     EXPECT_THAT(run_command({"--vars", file("Boot0011"), "remove", "--stale"}).status, 1);
+}
+
+// Of an option with several instances, or paths, one that is there is enough.
+TEST_F(health, an_option_is_stale_when_nothing_that_it_names_is_there)
+{
+    const auto node = [](const char *guid) {
+        return from_hex(std::string("04012a000100000000080000000000000060000000000000") + guid + "0202");
+    };
+    const std::string gone = node("11223344556677889900aabbccddeeff");
+    const std::string there = node("370a9f5f448ad04a9c2e1d9e6f5b7cd1");
+    const std::string next = from_hex("7f010400");
+    const std::string end = from_hex("7fff0400");
+    put("Boot0010", load_option(1, "second", gone + next + there + end));
+    put("Boot0011", load_option(1, "behind", gone + end + there + end));
+    put("Boot0012",
+        load_option(1, "network", gone + next + from_hex("030c1b00") + std::string(23, '\0') + end));
+    put("Boot0013", load_option(1, "none", gone + next + gone + end));
+    EXPECT_THAT(output({"remove", "--stale"}), StartsWith("deleted Boot0013\n"));
+    EXPECT_EQ(get("Boot0010").size() + get("Boot0011").size(),
+              2 * load_option(1, "second", gone + end + there + end).size());
 }
 
 // With the lines of a message joined.

@@ -54,7 +54,7 @@ private:
     void set_active();
     void create();
     void set_order();
-    void remove_variable(const char *variable, int status);
+    void remove_variable(const std::string &variable, int status);
     std::vector<uint16_t> order_given() const;
 
     store &options;
@@ -69,8 +69,8 @@ void session::remove_option()
     if (!name)
         throw ended{is_not_deleted, missing("Could not delete variable")};
     attempt(is_not_deleted, "Could not delete variable", [&] {
+        const auto order = options.order(); // one that cannot be read would name the option afterwards
         options.remove(*name);
-        const auto order = options.order();
         if (order && std::find(order->begin(), order->end(), *given.number) != order->end())
             options.write_order(without(*order, *given.number));
     });
@@ -97,7 +97,7 @@ void session::set_active()
 
 void session::create()
 {
-    if (given.number && options.name_of(*given.number))
+    if (given.number && options.is_taken(*given.number))
         throw ended{is_there_already, given.program + ": Cannot create " + options.new_name(*given.number) +
                                           ": already exists.\n"};
     const std::string what = "Could not prepare " + given.kind + " variable";
@@ -126,7 +126,8 @@ std::vector<uint16_t> session::order_given() const
         const auto read = static_cast<size_t>(behind - text.c_str());
         if (read != end)
             throw ended{has_wrong_order, marked("Invalid " + variable + " order", text, read)};
-        if (number > UINT16_MAX)
+        const bool is_negative = text.substr(begin, end - begin).find('-') != std::string::npos;
+        if (number > UINT16_MAX || is_negative)
             throw ended{has_wrong_order, given.program + ": Invalid " + variable +
                                              format(" order entry value: %lX\n", number) +
                                              marked("Invalid " + variable + " order", text, begin)};
@@ -143,27 +144,29 @@ std::vector<uint16_t> session::order_given() const
 void session::set_order()
 {
     const std::string variable = given.kind + "Order";
-    if (given.deletes_order) {
-        if (!options.data_of(variable) && !given.order)
-            throw ended{is_misused, missing("Could not delete " + variable)};
-        if (options.data_of(variable) && !given.order)
-            attempt(is_misused, "Could not delete " + variable, [&] { options.remove(variable); });
-    }
+    if (given.deletes_order && !given.order)
+        remove_variable(variable, is_misused);
     if (given.order) {
         const std::vector<uint16_t> order = order_given();
         attempt(has_wrong_order, "Could not set " + variable, [&] { options.write_order(order); });
     }
-    const auto order = given.removes_duplicates ? options.order() : std::nullopt;
-    if (order && distinct(*order) != *order)
-        attempt(keeps_order, "Could not set " + variable, [&] { options.write_order(distinct(*order)); });
+    if (!given.removes_duplicates)
+        return;
+    attempt(keeps_order, "Could not set " + variable, [&] {
+        const auto order = options.order();
+        if (order && distinct(*order) != *order)
+            options.write_order(distinct(*order));
+    });
 }
 
-void session::remove_variable(const char *variable, int status)
+void session::remove_variable(const std::string &variable, int status)
 {
-    const std::string what = std::string("Could not delete ") + variable;
-    if (!options.data_of(variable))
-        throw ended{status, missing(what)};
-    attempt(status, what, [&] { options.remove(variable); });
+    const std::string what = "Could not delete " + variable;
+    attempt(status, what, [&] {
+        if (!options.data_of(variable))
+            throw ended{status, missing(what)};
+        options.remove(variable);
+    });
 }
 
 void session::change_all()

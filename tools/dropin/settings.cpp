@@ -81,7 +81,8 @@ uint16_t option_in(const std::string &text, const char *name, int status)
     if (text.empty() || *end != '\0')
         throw ended{status,
                     marked(format("Invalid %s value", name), text, static_cast<size_t>(end - text.c_str()))};
-    if (value > UINT16_MAX)
+    if (value > UINT16_MAX ||
+        text.find('-') != std::string::npos) // a negative one is counted from the largest
         throw ended{status + 1, format("Invalid %s value: %lX\n\n", name, value)};
     return static_cast<uint16_t>(value);
 }

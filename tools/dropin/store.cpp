@@ -78,6 +78,11 @@ std::string store::new_name(uint16_t number) const
     return kind_ + format("%04X", number);
 }
 
+bool store::is_taken(uint16_t number) const
+{
+    return name_of(number) || machine_.exists_global(new_name(number));
+}
+
 uint16_t store::free_number() const
 {
     // An option that is gone may still be named: what names it would name the new one.
@@ -86,7 +91,7 @@ uint16_t store::free_number() const
     for (unsigned number = 0; number <= UINT16_MAX; ++number) {
         const auto candidate = static_cast<uint16_t>(number);
         if (next != candidate && std::find(named.begin(), named.end(), candidate) == named.end() &&
-            !name_of(candidate) && !machine_.exists_global(new_name(candidate)))
+            !is_taken(candidate))
             return candidate;
     }
     throw failure("no number is free");

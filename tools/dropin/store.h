@@ -26,6 +26,7 @@ public:
     // Of an option with this number; nothing without one.
     std::optional<std::string> name_of(uint16_t number) const;
     std::string new_name(uint16_t number) const;
+    bool is_taken(uint16_t number) const; // also by what cannot be read
     uint16_t free_number() const;
 
     // Nothing without the variable. Throws a failure when it cannot be read.

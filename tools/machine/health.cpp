@@ -51,13 +51,19 @@ bool is_built_in(const uefi_device_path_t *node)
             std::find(std::begin(attached), std::end(attached), node->subtype) != std::end(attached));
 }
 
-bool is_all_built_in(byte_view nodes)
+bool is_all_built_in(const std::vector<byte_view> &nodes)
 {
-    for (ovra::cursor rest{nodes}; const auto *node = rest.next();) {
-        if (!is_built_in(node))
-            return false;
-    }
-    return true;
+    return std::all_of(nodes.begin(), nodes.end(),
+                       [](byte_view node) { return is_built_in(ovra::cursor{node}.next()); });
+}
+
+// The hard-drive node of an instance; empty when it has none.
+byte_view hard_drive_of(const std::vector<byte_view> &nodes)
+{
+    const auto found = std::find_if(nodes.begin(), nodes.end(), [](byte_view node) {
+        return ovra::is_kind<uefi_hard_drive_path_t>(ovra::cursor{node}.next());
+    });
+    return found == nodes.end() ? byte_view() : *found;
 }
 
 // Firmware sees the disk in place of the members, or of what the kernel makes of it: a table that begins on a
@@ -113,10 +119,12 @@ bool present_partitions::are_gone(byte_view option_path) const
 {
     bool names_any = false;
     for (const byte_view path : paths_of(option_path)) {
-        const byte_view node = first_hard_drive(path);
-        if (node.empty() || !is_all_built_in(first_instance_of(path)) || linux_name(node))
-            return false;
-        names_any = true;
+        for (const std::vector<byte_view> &nodes : instances_of(path)) {
+            const byte_view node = hard_drive_of(nodes);
+            if (node.empty() || !is_all_built_in(nodes) || linux_name(node))
+                return false;
+            names_any = true;
+        }
     }
     return names_any && problem.empty();
 }

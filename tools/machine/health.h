@@ -34,7 +34,8 @@ public:
     present_partitions();
 
     // Whether an option leads to partitions of which none is there. Paths through what may be pulled out or
-    // is reached over a network, such as USB, are never called gone.
+    // is reached over a network, such as USB, are never called gone; one that begins with the partition does
+    // not say where its disk was.
     bool are_gone(byte_view option_path) const;
 
     // Linux's name of the partition that a hard-drive node leads to; nothing when it is not there.
