@@ -164,8 +164,8 @@ std::optional<std::string> bash_text(const std::string &word, const bash_line &l
     }
     if (line.quote == 0)
         return text;
-    // Bash takes a quote at the beginning for the one that is open, and drops one of the two: all that follows
-    // would stand outside of quotes.
+    // Bash takes a quote at the beginning for the one that is open, and drops one of the two: all that
+    // follows would stand outside of quotes.
     if (text.starts_with(line.quote))
         return std::nullopt;
     return text + line.quote; // bash closes the quote too, but not behind another one

@@ -17,9 +17,16 @@ namespace tool {
 
 namespace {
 
-// Nodes for which the library has no record (UEFI 2.10, 10.3.4 and 10.3.5).
-constexpr uint8_t nvme = 23, uri = 24, ufs = 25, sd = 26, wifi = 28, emmc = 29;
-constexpr uint8_t firmware_file_node = 6, firmware_volume = 7, ram_disk = 9;
+// Subtypes of nodes for which the library has no record (UEFI 2.10, 10.3.4 and 10.3.5).
+enum messaging_subtype : uint8_t {
+    nvme_node = 23,
+    uri_node = 24,
+    ufs_node = 25,
+    sd_node = 26,
+    wifi_node = 28,
+    emmc_node = 29
+};
+enum media_subtype : uint8_t { firmware_file_node = 6, firmware_volume_node = 7, ram_disk_node = 9 };
 
 struct kind_in_words {
     uint8_t subtype;
@@ -27,17 +34,17 @@ struct kind_in_words {
 };
 
 // Messaging devices that hold what is booted.
-constexpr kind_in_words messaging[] = {
-    {1, "ATA device"},   {2, "SCSI device"},    {3, "Fibre Channel device"},
-    {5, "USB device"},   {15, "USB device"},    {16, "USB device"},
-    {18, "SATA device"}, {19, "iSCSI device"},  {21, "Fibre Channel device"},
-    {22, "SAS device"},  {nvme, "NVMe device"}, {ufs, "UFS device"},
-    {sd, "SD card"},     {emmc, "eMMC device"}};
+constexpr kind_in_words boot_devices[] = {
+    {1, "ATA device"},    {2, "SCSI device"},         {3, "Fibre Channel device"},
+    {5, "USB device"},    {15, "USB device"},         {16, "USB device"},
+    {18, "SATA device"},  {19, "iSCSI device"},       {21, "Fibre Channel device"},
+    {22, "SAS device"},   {nvme_node, "NVMe device"}, {ufs_node, "UFS device"},
+    {sd_node, "SD card"}, {emmc_node, "eMMC device"}};
 
 // What a BIOS boots from (UEFI 2.10, 10.3.6).
-constexpr kind_in_words legacy[] = {{1, "legacy floppy disk"}, {2, "legacy hard disk"},
-                                    {3, "legacy CD-ROM"},      {4, "legacy PC card"},
-                                    {5, "legacy USB device"},  {6, "legacy network"}};
+constexpr kind_in_words legacy_devices[] = {{1, "legacy floppy disk"}, {2, "legacy hard disk"},
+                                            {3, "legacy CD-ROM"},      {4, "legacy PC card"},
+                                            {5, "legacy USB device"},  {6, "legacy network"}};
 
 template <size_t size>
 const char *words_of(const kind_in_words (&kinds)[size], unsigned subtype)
@@ -49,17 +56,17 @@ const char *words_of(const kind_in_words (&kinds)[size], unsigned subtype)
 }
 
 // What an instance of a path consists of, as far as words are made of it.
-struct parts {
+struct path_parts {
     const uefi_macaddr_device_path_t *card = nullptr;
     const uefi_device_path_t *address = nullptr; // IPv4 or IPv6
     const uefi_device_path_t *uri = nullptr;
     const uefi_device_path_t *bios = nullptr;
-    const char *device = nullptr; // the last of `messaging`
+    const char *device = nullptr; // the last of `boot_devices`
     const char *media = nullptr;
     bool is_wireless = false;
     std::string file;
 
-    explicit parts(byte_view nodes)
+    explicit path_parts(byte_view nodes)
     {
         for (ovra::cursor rest{nodes}; const auto *node = rest.next();) {
             if (node->type == UEFI_MESSAGING)
@@ -80,11 +87,11 @@ private:
             card = ovra::as<uefi_macaddr_device_path_t>(node);
         else if (ovra::is_kind<uefi_ipv4_device_path_t>(node) || ovra::is_kind<uefi_ipv6_device_path_t>(node))
             address = node;
-        else if (node->subtype == tool::uri)
+        else if (node->subtype == uri_node)
             uri = node;
-        else if (node->subtype == wifi)
+        else if (node->subtype == wifi_node)
             is_wireless = true;
-        else if (const char *words = words_of(messaging, node->subtype))
+        else if (const char *words = words_of(boot_devices, node->subtype))
             device = words;
     }
 
@@ -92,9 +99,9 @@ private:
     {
         if (ovra::is_kind<uefi_cdrom_path_t>(node))
             media = "CD-ROM";
-        else if (node->subtype == firmware_volume || node->subtype == firmware_file_node)
+        else if (node->subtype == firmware_volume_node || node->subtype == firmware_file_node)
             media = "firmware volume";
-        else if (node->subtype == ram_disk)
+        else if (node->subtype == ram_disk_node)
             media = "RAM disk";
         else if (const auto *named = ovra::as<uefi_file_path_t>(node))
             add_file(description_of_units(ovra::tail(*named)));
@@ -109,7 +116,7 @@ private:
     }
 };
 
-std::string network_words(const parts &path)
+std::string network_words(const path_parts &path)
 {
     std::string words = path.is_wireless ? "wireless network" : "network";
     if (path.card) {
@@ -130,7 +137,7 @@ std::string network_words(const parts &path)
 std::string legacy_words(const uefi_device_path_t *node)
 {
     const auto *device = ovra::as<uefi_bbs_path_t>(node);
-    const char *words = device ? words_of(legacy, device->device_type) : nullptr;
+    const char *words = device ? words_of(legacy_devices, device->device_type) : nullptr;
     return words ? words : "legacy device";
 }
 
@@ -232,7 +239,7 @@ std::string device_words::text_of(byte_view nodes)
 std::string device_words::of(byte_view option_path)
 {
     const byte_view nodes = first_instance_of(option_path);
-    const parts path(nodes);
+    const path_parts path(nodes);
     std::string words;
     if (const hard_drive_place place = hard_drive_in(nodes); !place.node.empty())
         words = of_volume(place);

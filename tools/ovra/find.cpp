@@ -18,6 +18,7 @@
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 #include "tools/text/output.h"
+#include "tools/text/table.h"
 
 namespace tool {
 

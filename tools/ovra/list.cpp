@@ -6,13 +6,13 @@
 #include "tools/command/verb.h"
 #include "tools/machine/contents.h"
 #include "tools/machine/devicepaths.h"
-#include "tools/machine/devicewords.h"
-#include "tools/machine/health.h"
 #include "tools/machine/named.h"
+#include "tools/machine/optionmarks.h"
 #include "tools/text/description.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
 #include "tools/text/output.h"
+#include "tools/text/table.h"
 #include "tools/text/terminal.h"
 
 namespace tool {
@@ -32,9 +32,7 @@ struct entry {
     std::string damage; // what is damaged; empty when nothing is
     load_option option;
     decoded_path path;
-    std::optional<uint16_t> same = {}; // an option before it
-    bool is_stale = false;
-    std::string device; // in words
+    option_marks marks;
 };
 
 struct listing {
@@ -113,41 +111,6 @@ bool is_shown(const entry &entry)
     return entry.exists || entry.where.position;
 }
 
-// What the other options and the disks say of one.
-class marks {
-public:
-    explicit marks(const listing &all) : booted(all.current)
-    {
-        std::vector<drive> drives;
-        try {
-            partitions.emplace();
-            drives = partitions->drives();
-        } catch (const failure &reason) {
-            warn(printable(reason.what()), reason.advice); // the options are worth showing without the disks
-        }
-        devices.emplace(drives);
-    }
-
-    void put(entry *of)
-    {
-        of->same.reset();
-        of->is_stale = false;
-        of->device.clear();
-        if (!of->exists || !of->error.empty())
-            return;
-        const uint16_t number = of->where.number;
-        of->same = seen.same_as(number, of->option);
-        of->is_stale = partitions && number != booted && partitions->are_gone(of->option.path);
-        of->device = devices->of(of->option.path);
-    }
-
-private:
-    std::optional<uint16_t> booted;
-    seen_options seen;
-    std::optional<present_partitions> partitions;
-    std::optional<device_words> devices;
-};
-
 std::string notes(const option_kind &kind, const listing &all, const entry &entry)
 {
     const uint16_t number = entry.where.number;
@@ -157,10 +120,10 @@ std::string notes(const option_kind &kind, const listing &all, const entry &entr
         add("current");
     if (all.next == number)
         add("next");
-    if (entry.is_stale)
+    if (entry.marks.is_stale)
         add("stale");
-    if (entry.same)
-        add("duplicate of " + kind.name(*entry.same));
+    if (entry.marks.same)
+        add("duplicate of " + kind.name(*entry.marks.same));
     if (is_damaged_text(entry.option.description))
         add("damaged text");
     return notes;
@@ -189,12 +152,12 @@ void put_members(json_members &to, const option_kind &kind, const listing &all, 
             to.member("damage", entry.damage);
     } else {
         put_members(to, entry.option);
-        to.member("device", description_for_json(entry.device));
+        to.member("device", description_for_json(entry.marks.device));
         put_members(to, entry.path);
-        if (entry.is_stale)
+        if (entry.marks.is_stale)
             to.member("stale", true);
-        if (entry.same)
-            to.member("duplicate_of", kind.name(*entry.same));
+        if (entry.marks.same)
+            to.member("duplicate_of", kind.name(*entry.marks.same));
     }
 }
 
@@ -207,11 +170,12 @@ void print_as_json(firmware &machine, const listing &all)
          {"order", !all.order_problem.empty() ? json(nullptr) : option_names(kind, all.order)}},
         "options");
     device_paths paths;
-    marks marks(all);
+    option_marker marker(all.current);
     entry entry;
     for (const place &where : all.places) {
         read_entry(machine, &paths, where, &entry);
-        marks.put(&entry);
+        entry.marks = !entry.exists || !entry.error.empty() ? option_marks{}
+                                                            : marker.marks_of(where.number, entry.option);
         if (is_shown(entry))
             document.add([&](json_members &to) { put_members(to, kind, all, entry); });
     }
@@ -243,7 +207,7 @@ std::string no_options(const option_kind &kind)
 
 tint tint_of(const listing &all, const entry &entry)
 {
-    if (!entry.exists || !entry.error.empty() || entry.is_stale)
+    if (!entry.exists || !entry.error.empty() || entry.marks.is_stale)
         return tint::alarming;
     if (!entry.option.active())
         return tint::faint;
@@ -256,12 +220,13 @@ void print_as_text(firmware &machine, const listing &all, bool verbose)
     constexpr size_t description = 3;
     table rows(widest_column, description);
     device_paths paths;
-    marks marks(all);
+    option_marker marker(all.current);
     entry entry;
     std::optional<progress> shown_progress(std::in_place, all.places.size(), "options", 500);
     for (const place &where : all.places) {
         read_entry(machine, verbose ? &paths : nullptr, where, &entry);
-        marks.put(&entry);
+        entry.marks = !entry.exists || !entry.error.empty() ? option_marks{}
+                                                            : marker.marks_of(where.number, entry.option);
         shown_progress->step();
         if (!is_shown(entry))
             continue;
@@ -271,7 +236,7 @@ void print_as_text(firmware &machine, const listing &all, bool verbose)
         const char *active = !readable ? "?" : entry.option.active() ? "*" : "";
         const std::string position = where.position ? std::to_string(*where.position) : "-";
         rows.row({position, machine.name_of(where.number), active, described(entry),
-                  notes(machine.kind(), all, entry), printable(entry.device)});
+                  notes(machine.kind(), all, entry), printable(entry.marks.device)});
         rows.tint_row(tint_of(all, entry));
         if (verbose)
             add_details(entry, &rows);

@@ -12,6 +12,7 @@
 #include "tools/machine/named.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
+#include "tools/text/table.h"
 
 namespace tool {
 

@@ -6,6 +6,7 @@
 #include "tools/machine/files.h"
 #include "tools/text/failure.h"
 #include "tools/text/numbers.h"
+#include "tools/text/table.h"
 
 namespace tool {
 

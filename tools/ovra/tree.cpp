@@ -10,6 +10,7 @@
 #include "tools/machine/sysfs.h"
 #include "tools/machine/treenodes.h"
 #include "tools/text/output.h"
+#include "tools/text/table.h"
 
 namespace tool {
 

@@ -10,8 +10,6 @@ namespace tool {
 
 namespace {
 
-constexpr char32_t first_beyond_units = 0x10000;
-
 // The first character of a text that is not empty; a surrogate counts as one.
 ovra::decoded_character first_of_description(std::string_view text)
 {

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+#include "tools/machine/optionmarks.h"
+
+#include "tools/text/failure.h"
+#include "tools/text/output.h"
+
+namespace tool {
+
+option_marker::option_marker(std::optional<uint16_t> booted) : booted_option(booted)
+{
+    std::vector<drive> drives;
+    try {
+        partitions.emplace();
+        drives = partitions->drives();
+    } catch (const failure &reason) {
+        warn(printable(reason.what()), reason.advice); // the options are worth showing without the disks
+    }
+    devices.emplace(drives);
+}
+
+option_marks option_marker::marks_of(uint16_t number, const load_option &option)
+{
+    return {seen.same_as(number, option),
+            partitions && number != booted_option && partitions->are_gone(option.path),
+            devices->of(option.path)};
+}
+
+} // namespace tool
