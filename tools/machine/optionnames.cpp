@@ -13,8 +13,9 @@ namespace tool {
 
 namespace {
 
-constexpr const char *advice = "An option is named by its number, as Boot001F, by its description or the\n"
-                               "beginning of it, or as @current, @next or @first: 'ovra list' shows them.";
+constexpr const char *naming_advice =
+    "An option is named by its number, as Boot001F, by its description or the\n"
+    "beginning of it, or as @current, @next or @first: 'ovra list' shows them.";
 
 // Firmware ends the names of disks in blanks.
 std::string_view without_blanks_at_end(std::string_view text)
@@ -95,7 +96,7 @@ std::optional<uint16_t> option_lookup::of_variable(const std::string &name)
 {
     const auto require = [](std::optional<uint16_t> number, const char *variable) {
         if (!number)
-            throw failure(std::string(variable) + " is not set", advice);
+            throw failure(std::string(variable) + " is not set", naming_advice);
         return number;
     };
     const bool is_of_boot = ovra::alike(name, "@current") || ovra::alike(name, "@next");
@@ -146,7 +147,7 @@ uint16_t option_lookup::named(const std::string &name)
             throw failure(other.name(*number) + " is of another kind",
                           "--kind " + std::string(other.word) + " is for these.");
     }
-    throw failure("no option is named " + in_quotes(name), advice);
+    throw failure("no option is named " + in_quotes(name), naming_advice);
 }
 
 uint16_t option_lookup::with_path(const std::string &part)
