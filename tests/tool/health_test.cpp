@@ -10,6 +10,11 @@ using ::testing::HasSubstr;
 
 class health : public disks_verb {};
 
+// The hardware in front of a disk that is always in the machine.
+const std::string on_sata = from_hex("02010c00d041030a00000000"
+                                     "01010600001f"
+                                     "03120a000000ffff0000");
+
 // A partition that is there, with other blocks; one that is not; one behind USB, which may be pulled out.
 TEST_F(health, stale_are_options_of_partitions_that_are_gone)
 {
@@ -134,7 +139,7 @@ TEST_F(health, check_finds_and_fixes)
     EXPECT_EQ(output({"check"}), "nothing found\n");
     EXPECT_EQ(parsed({"check"}), json({{"findings", json::array()}, {"not_known", nullptr}}));
     const std::string path = from_hex(sample_path_hex);
-    put("Boot0010", load_option(1, "gone", path));
+    put("Boot0010", load_option(1, "gone", on_sata + path));
     put("Boot0011", get("Boot0001"));
     put("Boot0012", "1");
     put("Boot0013", load_option(1, "outside", from_hex("02010c00d041030a000000007fff0400")));
@@ -196,6 +201,37 @@ TEST_F(health, list_marks_duplicates_and_with_v_stale_ones)
     EXPECT_EQ(options[8]["stale"], true);
     EXPECT_EQ(options[9]["duplicate_of"], "Boot0001");
     EXPECT_FALSE(options[9].contains("stale"));
+}
+
+// The disk of a path that begins with its partition may have been a stick: who repairs all keeps the option.
+TEST_F(health, check_fix_keeps_options_that_do_not_say_where_the_disk_was)
+{
+    const std::string path = from_hex(sample_path_hex);
+    put("Boot0010", load_option(1, "gone", path));
+    put("Boot0011", load_option(1, "gone too", on_sata + path));
+    put_order({0, 1, 2, 3, 4, 5, 6, 7, 0x10, 0x11});
+    const outcome fixed = run({"check", "--fix"});
+    EXPECT_EQ(fixed.status, 1);
+    EXPECT_THAT(unbroken(fixed.out), HasSubstr("Boot0010: no disk has its partition; its path does not say "
+                                               "where the disk was: 'ovra remove Boot0010' removes it "));
+    EXPECT_NE(get("Boot0010"), "(none)");
+    EXPECT_EQ(get("Boot0011"), "(none)");
+    EXPECT_EQ(json::parse(run({"check", "--json"}).out)["findings"][0]["can_be_fixed"], false);
+    EXPECT_THAT(output({"remove", "--stale"}), HasSubstr("deleted Boot0010\n"));
+}
+
+// Firmware boots whichever it finds.
+TEST_F(health, each_instance_of_a_path_counts)
+{
+    const std::string gone = from_hex(sample_path_hex.substr(0, 84));
+    const std::string there = from_hex("04012a0001000000"
+                                       "01000000000000000200000000000000"
+                                       "370a9f5f448ad04a9c2e1d9e6f5b7cd102027fff0400");
+    const std::string next_instance = from_hex("7f010400");
+    put("Boot0010", load_option(1, "second", on_sata + gone + next_instance + there));
+    put("Boot0011", load_option(1, "none", on_sata + gone + next_instance + gone + from_hex("7fff0400")));
+    EXPECT_EQ(output({"remove", "--stale"}), "deleted Boot0011\n");
+    EXPECT_THAT(parsed({"find", "sdd1"})["options"], ::testing::Contains("Boot0010"));
 }
 
 // On a file system that is mounted: the names of FAT have no case.

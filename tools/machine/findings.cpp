@@ -32,6 +32,7 @@ private:
     }
     void look_at_order();
     void look_at_option(uint16_t number);
+    void add_stale(uint16_t number, byte_view path);
     void look_at_path(uint16_t number, const load_option &option);
     void look_at_next();
     bool is_left_out(uint16_t number, const load_option &option) const;
@@ -89,6 +90,18 @@ bool look::is_left_out(uint16_t number, const load_option &option) const
            (option.attributes & (LOAD_OPTION_HIDDEN | category)) == 0;
 }
 
+void look::add_stale(uint16_t number, byte_view path)
+{
+    if (!says_where_its_disks_are(path)) {
+        add("stale", number,
+            "no disk has its partition; its path does not say where the disk was: 'ovra remove " +
+                option_name(number) + "' removes it unless the disk was only pulled out");
+        return;
+    }
+    add("stale", number, "no disk has its partition", true);
+    result.to_remove.push_back(number);
+}
+
 void look::look_at_option(uint16_t number)
 {
     load_option option;
@@ -105,8 +118,7 @@ void look::look_at_option(uint16_t number)
         add("duplicate", number, "it has the path, file and data of " + option_name(*same), true);
         result.to_remove.push_back(number);
     } else if (number != current && partitions.are_gone(option.path)) {
-        add("stale", number, "no disk has its partition", true);
-        result.to_remove.push_back(number);
+        add_stale(number, option.path);
     } else if (is_left_out(number, option)) {
         add("unordered", number, "it is active but not in BootOrder");
     }

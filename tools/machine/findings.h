@@ -21,7 +21,7 @@ struct finding {
 
 struct findings {
     std::vector<finding> all;
-    std::vector<uint16_t> to_remove; // the stale ones and the duplicates
+    std::vector<uint16_t> to_remove; // duplicates, and stale ones whose disks cannot have been pulled out
     bool order_is_damaged = false;   // it cannot be repaired then
     std::string not_known;           // what could not be looked at; empty if all is well
 };

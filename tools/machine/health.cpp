@@ -111,14 +111,20 @@ std::optional<std::string> present_partitions::linux_name(byte_view hard_drive) 
 
 bool present_partitions::are_gone(byte_view option_path) const
 {
-    bool names_any = false;
-    for (const byte_view path : paths_of(option_path)) {
-        const byte_view node = first_hard_drive(path);
-        if (node.empty() || !is_all_built_in(first_instance_of(path)) || linux_name(node))
-            return false;
-        names_any = true;
-    }
-    return names_any && problem.empty();
+    const std::vector<byte_view> instances = all_instances_of(option_path);
+    return !instances.empty() && problem.empty() &&
+           std::all_of(instances.begin(), instances.end(), [this](byte_view instance) {
+               const byte_view node = first_hard_drive(instance);
+               return !node.empty() && is_all_built_in(instance) && !linux_name(node);
+           });
+}
+
+bool says_where_its_disks_are(byte_view option_path)
+{
+    const std::vector<byte_view> instances = all_instances_of(option_path);
+    return std::none_of(instances.begin(), instances.end(), [](byte_view instance) {
+        return ovra::as<uefi_hard_drive_path_t>(instance) != nullptr;
+    });
 }
 
 std::vector<uint16_t> in_boot_order(firmware &machine)

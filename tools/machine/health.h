@@ -32,8 +32,8 @@ public:
     // Reads all disks. Throws a failure.
     present_partitions();
 
-    // Whether an option leads to partitions of which none is there. Paths through what may be pulled out or
-    // is reached over a network, such as USB, are never called gone.
+    // Whether every instance of an option's paths leads to a partition, and none of these is there. Paths
+    // through what may be pulled out or is reached over a network, such as USB, are never called gone.
     bool are_gone(byte_view option_path) const;
 
     // Linux's name of the partition that a hard-drive node leads to; nothing when it is not there.
@@ -47,6 +47,9 @@ private:
     std::unordered_map<std::string, std::string> names; // Linux's, by what firmware goes by
     std::string problem;
 };
+
+// False when an instance begins with its partition: the disk that had it may have been a USB stick.
+bool says_where_its_disks_are(byte_view option_path);
 
 // The options to which this applies, in boot order. Throws a failure when the disks cannot be read; with
 // nothing to be said of them none is stale. The option that was booted is never called stale, and a duplicate
