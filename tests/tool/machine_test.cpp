@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Machines in folders: made from a text, and started.
 #include <fstream>
+#include <sys/stat.h>
 
 #include "tests/tool/support.h"
 
@@ -23,6 +24,12 @@ protected:
     }
 
     outcome boot(const words &more = {}) const { return run_command(words{"machine", "boot", root} + more); }
+
+    outcome capture_made() const
+    {
+        fs::remove_all(folder / "copy");
+        return run_command({"--root", made, "machine", "capture", folder / "copy"});
+    }
 
     const std::string disk =
         "# A disk on a controller.\n"
@@ -155,6 +162,16 @@ TEST_F(machine_verb, capture_copies_a_machine_without_firmware_too)
     EXPECT_EQ(result.status, 0);
     EXPECT_THAT(result.err, HasSubstr("no firmware variables on "));
     EXPECT_EQ(json::parse(result.out)["disks"], 1);
+}
+
+// What may stand in a folder in place of what sysfs has.
+TEST_F(machine_verb, capture_does_not_wait_for_a_fifo)
+{
+    create(disk);
+    const fs::path name = "sys/devices/pci0000:00/0000:00:1f.2/vendor";
+    ASSERT_EQ(mkfifo((made / name).c_str(), 0600), 0);
+    EXPECT_EQ(capture_made().status, 0);
+    EXPECT_FALSE(fs::exists(folder / "copy" / name));
 }
 
 TEST_F(machine_verb, boot_takes_a_folder_that_is_a_machine)

@@ -3,8 +3,11 @@
 
 #include <algorithm>
 #include <cstring>
+#include <fcntl.h>
 #include <fstream>
 #include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "src/base/whole_number.h"
 #include "tools/exchange/tablecopy.h"
@@ -77,12 +80,22 @@ bool is_among(const names &all, std::string_view name)
 std::optional<std::string> line_in(const fs::path &file)
 {
     constexpr size_t longest = 4096;
-    std::ifstream stream(file, std::ios::binary);
-    std::string text(longest, '\0');
-    stream.read(text.data(), static_cast<std::streamsize>(text.size()));
-    if (stream.bad() || stream.gcount() == 0)
+    // Of the folder of another machine, in which anything may be: to open a FIFO must not wait.
+    const int fd = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd == -1)
         return std::nullopt;
-    text.resize(static_cast<size_t>(stream.gcount()));
+    struct stat info = {};
+    std::string text(longest, '\0');
+    size_t size = 0;
+    ssize_t part = fstat(fd, &info) == 0 && S_ISREG(info.st_mode) ? 1 : 0;
+    while (part > 0 && size < longest) {
+        part = read(fd, text.data() + size, longest - size);
+        size += part > 0 ? static_cast<size_t>(part) : 0;
+    }
+    close(fd);
+    if (size == 0)
+        return std::nullopt;
+    text.resize(size);
     return text;
 }
 
