@@ -174,6 +174,21 @@ TEST_F(machine_verb, capture_does_not_wait_for_a_fifo)
     EXPECT_FALSE(fs::exists(folder / "copy" / name));
 }
 
+// Links may lead out of the machine's folder.
+TEST_F(machine_verb, capture_follows_no_links_to_disks)
+{
+    create(disk);
+    fs::rename(made / "dev/sda", folder / "other");
+    fs::create_symlink(folder / "other", made / "dev/sda");
+    EXPECT_THAT(capture_made().err, HasSubstr("not in the copy: sda: its file is a link"));
+    EXPECT_FALSE(fs::exists(folder / "copy/dev/sda"));
+    fs::remove(made / "dev/sda");
+    fs::rename(folder / "other", folder / "sda");
+    fs::remove(made / "dev");
+    fs::create_directory_symlink(folder, made / "dev");
+    EXPECT_THAT(capture_made().err, HasSubstr("not in the copy: sda: "));
+}
+
 TEST_F(machine_verb, boot_takes_a_folder_that_is_a_machine)
 {
     EXPECT_THAT(run_command({"machine", "boot", "/"}).err, StartsWith("ovra: this machine is no folder\n"));

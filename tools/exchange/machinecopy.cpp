@@ -2,6 +2,7 @@
 #include "tools/exchange/machinecopy.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
@@ -201,10 +202,11 @@ private:
             if (node.find("..") != std::string::npos)
                 continue;
             fs::create_directories((to / "dev" / node).parent_path());
-            const int why = copy_tables(from / "dev" / node, to / "dev" / node, units * unit,
+            const int why = copy_tables(from, "dev/" + node, to / "dev" / node, units * unit,
                                         static_cast<uint32_t>(block));
             if (why != 0)
-                copied.left_out.push_back(name + ": " + strerror(why));
+                copied.left_out.push_back(name + ": " +
+                                          (why == ELOOP ? "its file is a link" : strerror(why)));
             else
                 ++copied.disks;
         }
