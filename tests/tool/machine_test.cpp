@@ -174,6 +174,17 @@ TEST_F(machine_verb, capture_does_not_wait_for_a_fifo)
     EXPECT_FALSE(fs::exists(folder / "copy" / name));
 }
 
+// By them the place of a namespace is known.
+TEST_F(machine_verb, capture_copies_the_controllers_of_nvme_subsystems)
+{
+    create(disk);
+    const fs::path link = "sys/devices/virtual/nvme-subsystem/nvme-subsys0/nvme0";
+    fs::create_directories((made / link).parent_path());
+    fs::create_symlink("../../../pci0000:00/0000:00:04.0/nvme/nvme0", made / link);
+    EXPECT_EQ(capture_made().status, 0);
+    EXPECT_TRUE(fs::is_symlink(folder / "copy" / link));
+}
+
 // Links may lead out of the machine's folder.
 TEST_F(machine_verb, capture_follows_no_links_to_disks)
 {

@@ -145,6 +145,14 @@ private:
         return above != "virtual" || name == "block" || name.starts_with("nvme");
     }
 
+    static bool is_copied_link(const fs::path &link)
+    {
+        const std::string name = link.filename();
+        const std::string above = link.parent_path().filename();
+        return is_among(links, name) || above == "slaves" || above == "holders" ||
+               (above.starts_with("nvme-subsys") && name.starts_with("nvme")); // to its controllers
+    }
+
     void copy_devices()
     {
         std::error_code error;
@@ -154,8 +162,7 @@ private:
             const std::string name = at->path().filename();
             std::error_code ignored; // devices come and go
             if (at->is_symlink(ignored)) {
-                const std::string above = at->path().parent_path().filename();
-                if (is_among(links, name) || above == "slaves" || above == "holders")
+                if (is_copied_link(at->path()))
                     put_link(*at);
             } else if (at->is_directory(ignored)) {
                 if (!is_of_interest(at->path()))
