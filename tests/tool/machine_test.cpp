@@ -82,6 +82,15 @@ TEST_F(machine_verb, create_refuses_a_line_in_error_and_leaves_nothing)
           wrong{"image d gpt 4096 9\n", "line 1: no extent: 9"},
           wrong{"image d mbr 4096\n", "line 1: an MBR has a signature"},
           wrong{"image d mbr 4096 1 5\n", "line 1: no type of a partition: 5"},
+          wrong{"file a\tb c\n", "line 1: it has a tab; blanks separate words"},
+          wrong{"in a\n\tfile b c\n", "line 2: it has a tab"},
+          wrong{"image d mbr 4096 1 1ef:64+64\n", "line 1: no number, or too large a one: 1ef"},
+          wrong{"image d mbr 4096 123456789 ef:64+64\n", "line 1: no number"},
+          wrong{"image d mbr 4096 1 ef:64+4294967296\n", "line 1: the partition is beyond"},
+          wrong{"image d gpt 4096 64+0\n", "line 1: no extent of a partition: 64+0"},
+          wrong{"image d gpt 4096 1+8\n", "line 1: the slice is not between the disk's tables: 1+8"},
+          wrong{"image d gpt 4096 64+4096\n", "line 1: the slice is not between"},
+          wrong{"image d data 0\n", "line 1: the disk is too small: 0"},
           wrong{"image d tape 4096\n", "line 1: no kind of image: tape"}}) {
         const outcome result = create(text);
         EXPECT_EQ(result.status, 1) << text;
