@@ -11,6 +11,11 @@ using ::testing::StartsWith;
 
 class health : public disks_verb {};
 
+// The hardware in front of a disk that is always in the machine.
+const std::string on_sata = from_hex("02010c00d041030a00000000"
+                                     "01010600001f"
+                                     "03120a000000ffff0000");
+
 // A partition that is there, with other blocks; one that is not; one behind USB, which may be pulled out.
 TEST_F(health, stale_are_options_of_partitions_that_are_gone)
 {
@@ -155,7 +160,7 @@ TEST_F(health, check_finds_and_fixes)
     EXPECT_EQ(output({"check"}), "nothing found\n");
     EXPECT_EQ(parsed({"check"}), json({{"findings", json::array()}, {"not_known", nullptr}}));
     const std::string path = from_hex(sample_path_hex);
-    put("Boot0010", load_option(1, "gone", path));
+    put("Boot0010", load_option(1, "gone", on_sata + path));
     put("Boot0011", get("Boot0001"));
     put("Boot0012", "1");
     put("Boot0013", load_option(1, "outside", from_hex("02010c00d041030a000000007fff0400")));
@@ -203,20 +208,34 @@ TEST_F(health, check_fixes_an_order_alone)
     EXPECT_EQ(output({"check", "--fix"}), "nothing to change\n");
 }
 
-TEST_F(health, list_marks_duplicates_and_stale_ones)
+TEST_F(health, list_marks_duplicates_and_with_v_stale_ones)
 {
     put("Boot0010", load_option(1, "gone", from_hex(sample_path_hex)));
     put("Boot0011", get("Boot0001"));
     put("BootNext", std::string("\x11\0", 2));
-    const std::string text = output({"list"});
-    EXPECT_THAT(text,
-                ::testing::ContainsRegex("  UEFI QEMU QEMU HARDDISK\n +next, duplicate of Boot0001  sdd\n"));
-    EXPECT_THAT(text, ::testing::ContainsRegex("  gone +stale\n? +PARTUUID="));
-    const json options = parsed({"list"})["options"];
+    EXPECT_THAT(
+        output({"list"}),
+        ::testing::ContainsRegex("  UEFI QEMU QEMU HARDDISK\n +next, duplicate of Boot0001  SCSI device\n"));
+    EXPECT_THAT(output({"list", "-v"}), ::testing::ContainsRegex("  gone +stale\n? +PARTUUID="));
+    const json options = parsed({"list", "-v"})["options"];
     EXPECT_FALSE(options[0].contains("duplicate_of"));
     EXPECT_EQ(options[8]["stale"], true);
     EXPECT_EQ(options[9]["duplicate_of"], "Boot0001");
     EXPECT_FALSE(options[9].contains("stale"));
+}
+
+// Firmware boots whichever it finds.
+TEST_F(health, each_instance_of_a_path_counts)
+{
+    const std::string gone = from_hex(sample_path_hex.substr(0, 84));
+    const std::string there = from_hex("04012a0001000000"
+                                       "01000000000000000200000000000000"
+                                       "370a9f5f448ad04a9c2e1d9e6f5b7cd102027fff0400");
+    const std::string next_instance = from_hex("7f010400");
+    put("Boot0010", load_option(1, "second", on_sata + gone + next_instance + there));
+    put("Boot0011", load_option(1, "none", on_sata + gone + next_instance + gone + from_hex("7fff0400")));
+    EXPECT_EQ(output({"remove", "--stale"}), "deleted Boot0011\n");
+    EXPECT_THAT(parsed({"find", "sdd1"})["options"], ::testing::Contains("Boot0010"));
 }
 
 // On a file system that is mounted: the names of FAT have no case.

@@ -14,13 +14,13 @@ protected:
         return from_hex(json::parse(run({"path", "encode", text, "--json"}).out)["path"].get<std::string>());
     }
 
-    // The words for options with these paths.
-    std::vector<std::string> devices(const std::vector<std::string> &paths) const
+    // The words for options with these paths, with the disks read or not.
+    std::vector<std::string> devices(const std::vector<std::string> &paths, bool reads_disks = true) const
     {
         for (size_t at = 0; at < paths.size(); ++at)
             put("Boot002" + std::string(1, static_cast<char>('0' + at)), load_option(1, "x", paths[at]));
         std::vector<std::string> said;
-        const json document = parsed({"list"});
+        const json document = parsed(reads_disks ? words{"list", "-v"} : words{"list"});
         for (const json &option : document["options"]) {
             if (option["option"].get<std::string>() >= "Boot0020")
                 said.push_back(option["device"]);
@@ -41,8 +41,8 @@ TEST_F(listed_devices, are_named_as_linux_does_with_their_files)
         devices({packed(slice + "/\\EFI\\debian\\shimx64.efi"), packed(sata + "/" + slice + "/\\a"),
                  packed(slice), packed(sata), packed(sata + "/CDROM(0x0,0x1,0x2)")}),
         ::testing::ElementsAre("sdx1 \\EFI\\debian\\shimx64.efi", "sdx1 \\a", "sdx1", "sdx", "CD-ROM"));
-    EXPECT_THAT(output({"list"}), HasSubstr("Boot0020  *       x" + std::string(23, ' ') +
-                                            "sdx1 \\EFI\\debian\\shimx64.efi\n"));
+    EXPECT_THAT(output({"list", "-v"}), HasSubstr("Boot0020  *       x" + std::string(23, ' ') +
+                                                  "sdx1 \\EFI\\debian\\shimx64.efi\n"));
 }
 
 // Firmware may take either without hardware in front.
@@ -67,7 +67,9 @@ TEST_F(listed_devices, that_no_disk_has_are_named_as_the_path_does)
     std::filesystem::create_directories(root / "dev/disk/by-partuuid");
     std::ofstream(root / "dev/sdq1") << "";
     std::filesystem::create_symlink("../../sdq1", root / "dev/disk/by-partuuid" / guid);
-    EXPECT_EQ(devices({slice})[0], "sdq1");
+    EXPECT_THAT(devices({slice, packed(sata)}, false), ::testing::ElementsAre("sdq1", "SATA device"));
+    std::filesystem::remove_all(root / "sys/block"); // no disk is looked at
+    EXPECT_EQ(devices({slice}, false)[0], "sdq1");
 }
 
 TEST_F(listed_devices, that_are_no_disks_have_words_too)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Machines in folders: made from a text, and started.
 #include <fstream>
+#include <sys/stat.h>
 
 #include "tests/tool/support.h"
 
@@ -23,6 +24,12 @@ protected:
     }
 
     outcome boot(const words &more = {}) const { return run_command(words{"machine", "boot", root} + more); }
+
+    outcome capture_made() const
+    {
+        fs::remove_all(folder / "copy");
+        return run_command({"--root", made, "machine", "capture", folder / "copy"});
+    }
 
     const std::string disk =
         "# A disk on a controller.\n"
@@ -75,6 +82,15 @@ TEST_F(machine_verb, create_refuses_a_line_in_error_and_leaves_nothing)
           wrong{"image d gpt 4096 9\n", "line 1: no extent: 9"},
           wrong{"image d mbr 4096\n", "line 1: an MBR has a signature"},
           wrong{"image d mbr 4096 1 5\n", "line 1: no type of a partition: 5"},
+          wrong{"file a\tb c\n", "line 1: it has a tab; blanks separate words"},
+          wrong{"in a\n\tfile b c\n", "line 2: it has a tab"},
+          wrong{"image d mbr 4096 1 1ef:64+64\n", "line 1: no number, or too large a one: 1ef"},
+          wrong{"image d mbr 4096 123456789 ef:64+64\n", "line 1: no number"},
+          wrong{"image d mbr 4096 1 ef:64+4294967296\n", "line 1: the partition is beyond"},
+          wrong{"image d gpt 4096 64+0\n", "line 1: no extent of a partition: 64+0"},
+          wrong{"image d gpt 4096 1+8\n", "line 1: the slice is not between the disk's tables: 1+8"},
+          wrong{"image d gpt 4096 64+4096\n", "line 1: the slice is not between"},
+          wrong{"image d data 0\n", "line 1: the disk is too small: 0"},
           wrong{"image d tape 4096\n", "line 1: no kind of image: tape"}}) {
         const outcome result = create(text);
         EXPECT_EQ(result.status, 1) << text;
@@ -155,6 +171,42 @@ TEST_F(machine_verb, capture_copies_a_machine_without_firmware_too)
     EXPECT_EQ(result.status, 0);
     EXPECT_THAT(result.err, HasSubstr("no firmware variables on "));
     EXPECT_EQ(json::parse(result.out)["disks"], 1);
+}
+
+// What may stand in a folder in place of what sysfs has.
+TEST_F(machine_verb, capture_does_not_wait_for_a_fifo)
+{
+    create(disk);
+    const fs::path name = "sys/devices/pci0000:00/0000:00:1f.2/vendor";
+    ASSERT_EQ(mkfifo((made / name).c_str(), 0600), 0);
+    EXPECT_EQ(capture_made().status, 0);
+    EXPECT_FALSE(fs::exists(folder / "copy" / name));
+}
+
+// By them the place of a namespace is known.
+TEST_F(machine_verb, capture_copies_the_controllers_of_nvme_subsystems)
+{
+    create(disk);
+    const fs::path link = "sys/devices/virtual/nvme-subsystem/nvme-subsys0/nvme0";
+    fs::create_directories((made / link).parent_path());
+    fs::create_symlink("../../../pci0000:00/0000:00:04.0/nvme/nvme0", made / link);
+    EXPECT_EQ(capture_made().status, 0);
+    EXPECT_TRUE(fs::is_symlink(folder / "copy" / link));
+}
+
+// Links may lead out of the machine's folder.
+TEST_F(machine_verb, capture_follows_no_links_to_disks)
+{
+    create(disk);
+    fs::rename(made / "dev/sda", folder / "other");
+    fs::create_symlink(folder / "other", made / "dev/sda");
+    EXPECT_THAT(capture_made().err, HasSubstr("not in the copy: sda: its file is a link"));
+    EXPECT_FALSE(fs::exists(folder / "copy/dev/sda"));
+    fs::remove(made / "dev/sda");
+    fs::rename(folder / "other", folder / "sda");
+    fs::remove(made / "dev");
+    fs::create_directory_symlink(folder, made / "dev");
+    EXPECT_THAT(capture_made().err, HasSubstr("not in the copy: sda: "));
 }
 
 TEST_F(machine_verb, boot_takes_a_folder_that_is_a_machine)

@@ -89,6 +89,10 @@ TEST_F(watch, tells_of_each_change_and_ends_by_a_signal)
     begin({"--root", root, "watch", "--interval", "3600"});
     output({"next", "Boot0001"});
     EXPECT_EQ(behind_time(line_of(out)), "wrote BootNext: Boot0001");
+    std::ofstream(file("Boot0005")) << "x"; // shorter than its attributes
+    EXPECT_THAT(behind_time(line_of(out)), ::testing::EndsWith(" Boot0005"));
+    put("Boot0005", load_option(1, "x", from_hex(sample_path_hex)));
+    EXPECT_EQ(behind_time(line_of(out)), "wrote Boot0005: \"x\", 0x00000001 (active)");
     output({"remove", "Boot0003"});
     EXPECT_THAT(behind_time(line_of(out)),
                 StartsWith("wrote BootOrder: Boot0000 Boot0001 Boot0002 Boot0004 "));

@@ -2,9 +2,13 @@
 #include "tools/exchange/machinecopy.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <fstream>
 #include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "src/base/whole_number.h"
 #include "tools/exchange/tablecopy.h"
@@ -77,12 +81,22 @@ bool is_among(const names &all, std::string_view name)
 std::optional<std::string> line_in(const fs::path &file)
 {
     constexpr size_t longest = 4096;
-    std::ifstream stream(file, std::ios::binary);
-    std::string text(longest, '\0');
-    stream.read(text.data(), static_cast<std::streamsize>(text.size()));
-    if (stream.bad() || stream.gcount() == 0)
+    // Of the folder of another machine, in which anything may be: to open a FIFO must not wait.
+    const int fd = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd == -1)
         return std::nullopt;
-    text.resize(static_cast<size_t>(stream.gcount()));
+    struct stat info = {};
+    std::string text(longest, '\0');
+    size_t size = 0;
+    ssize_t part = fstat(fd, &info) == 0 && S_ISREG(info.st_mode) ? 1 : 0;
+    while (part > 0 && size < longest) {
+        part = read(fd, text.data() + size, longest - size);
+        size += part > 0 ? static_cast<size_t>(part) : 0;
+    }
+    close(fd);
+    if (size == 0)
+        return std::nullopt;
+    text.resize(size);
     return text;
 }
 
@@ -131,6 +145,14 @@ private:
         return above != "virtual" || name == "block" || name.starts_with("nvme");
     }
 
+    static bool is_copied_link(const fs::path &link)
+    {
+        const std::string name = link.filename();
+        const std::string above = link.parent_path().filename();
+        return is_among(links, name) || above == "slaves" || above == "holders" ||
+               (above.starts_with("nvme-subsys") && name.starts_with("nvme")); // to its controllers
+    }
+
     void copy_devices()
     {
         std::error_code error;
@@ -140,8 +162,7 @@ private:
             const std::string name = at->path().filename();
             std::error_code ignored; // devices come and go
             if (at->is_symlink(ignored)) {
-                const std::string above = at->path().parent_path().filename();
-                if (is_among(links, name) || above == "slaves" || above == "holders")
+                if (is_copied_link(at->path()))
                     put_link(*at);
             } else if (at->is_directory(ignored)) {
                 if (!is_of_interest(at->path()))
@@ -188,10 +209,11 @@ private:
             if (node.find("..") != std::string::npos)
                 continue;
             fs::create_directories((to / "dev" / node).parent_path());
-            const int why = copy_tables(from / "dev" / node, to / "dev" / node, units * unit,
+            const int why = copy_tables(from, "dev/" + node, to / "dev" / node, units * unit,
                                         static_cast<uint32_t>(block));
             if (why != 0)
-                copied.left_out.push_back(name + ": " + strerror(why));
+                copied.left_out.push_back(name + ": " +
+                                          (why == ELOOP ? "its file is a link" : strerror(why)));
             else
                 ++copied.disks;
         }

@@ -112,8 +112,9 @@ private:
             throw line_error(number, in_quotes(key) + (to.name.empty() ? " is no line in front of the options"
                                                                        : " is no line of an option"));
         const bool may_repeat = key == "file" || key == "instance" || key == "further-path";
-        for (const text_line &line : to.lines) {
-            if (line.key == key && !may_repeat)
+        for (size_t at = 0; !may_repeat && at < to.lines.size(); ++at) {
+            const text_line &line = to.lines[at];
+            if (line.key == key)
                 throw line_error(number, key + format(" stands in line %zu already", line.number));
         }
         to.lines.push_back({key, trimmed(words.substr(equals + 1)), number});

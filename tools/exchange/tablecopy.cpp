@@ -136,11 +136,31 @@ private:
     int error = 0;
 };
 
+// Opens a file below a folder, without following links: they may lead out of it to what is not the machine's.
+// -1 with errno when it cannot.
+int open_below(const std::string &folder, const std::string &name)
+{
+    int at = open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    for (size_t begin = 0; at != -1 && begin <= name.size();) {
+        const size_t slash = std::min(name.find('/', begin), name.size());
+        const int flags = slash < name.size() ? O_PATH | O_DIRECTORY : O_RDONLY | O_NONBLOCK | O_NOCTTY;
+        const int next =
+            openat(at, name.substr(begin, slash - begin).c_str(), flags | O_NOFOLLOW | O_CLOEXEC);
+        const int error = errno;
+        close(at);
+        errno = error;
+        at = next;
+        begin = slash + 1;
+    }
+    return at;
+}
+
 } // namespace
 
-int copy_tables(const std::string &disk, const std::string &image, uint64_t size, uint32_t block)
+int copy_tables(const std::string &folder, const std::string &disk, const std::string &image, uint64_t size,
+                uint32_t block)
 {
-    const int in = open(disk.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    const int in = open_below(folder, disk);
     if (in == -1)
         return errno;
     constexpr mode_t mode = 0644;

@@ -8,10 +8,12 @@
 
 namespace tool {
 
-// Makes an image of a disk with the tables on it, which are read from `disk`: those of an MBR with its
-// logical partitions, without boot code, and both of a GPT. Sizes in bytes. 0, or an errno value of reading.
-// Throws a failure when the image cannot be written.
-int copy_tables(const std::string &disk, const std::string &image, uint64_t size, uint32_t block);
+// Makes an image of a disk with the tables on it, which are read from `disk` below the machine's folder:
+// those of an MBR with its logical partitions, without boot code, and both of a GPT. Sizes in bytes. 0, or an
+// errno value of reading: links in `disk` are not followed. Throws a failure when the image cannot be
+// written.
+int copy_tables(const std::string &folder, const std::string &disk, const std::string &image, uint64_t size,
+                uint32_t block);
 
 } // namespace tool
 

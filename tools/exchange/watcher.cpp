@@ -112,6 +112,8 @@ private:
     void tell(const boot_store &now) const
     {
         for (const std::string &name : differing(known.values, now.values)) {
+            if (now.unread.contains(name)) // it is there, but cannot be read any more
+                continue;
             const auto value = now.values.find(name);
             tell(change_of(name, value == now.values.end() ? nullptr : &value->second));
         }

@@ -27,10 +27,20 @@ words_of_line split(const std::string &line)
     return words;
 }
 
-// A number of blocks or bytes, with which nothing that is reckoned goes beyond 64 bits.
-std::uint64_t number(const std::string &word, int base = 10)
+// Where a word of a line begins.
+std::size_t start_of(const std::string &text, const words_of_line &words, std::size_t wanted)
 {
-    constexpr std::uint64_t most = std::uint64_t{1} << 48;
+    std::size_t at = text.find(words[0]);
+    for (std::size_t word = 1; word <= wanted; ++word)
+        at = text.find(words[word], at + words[word - 1].size());
+    return at;
+}
+
+// By default of blocks or bytes, with which nothing that is reckoned goes beyond 64 bits.
+constexpr std::uint64_t most_blocks = std::uint64_t{1} << 48;
+
+std::uint64_t number(const std::string &word, int base = 10, std::uint64_t most = most_blocks)
+{
     std::uint64_t value = 0;
     const char *const end = word.data() + word.size();
     const auto [at, error] = std::from_chars(word.data(), end, value, base);
@@ -46,7 +56,20 @@ gpt_entry extent_of(const std::string &word)
     if (plus == std::string::npos)
         throw std::runtime_error("no extent: " + word);
     const std::uint64_t first = number(word.substr(0, plus));
-    return {0, first, first + number(word.substr(plus + 1)) - 1};
+    const std::uint64_t count = number(word.substr(plus + 1));
+    if (first == 0 || count == 0)
+        throw std::runtime_error("no extent of a partition: " + word);
+    return {0, first, first + count - 1};
+}
+
+// The words of an entry stand apart by blanks alone: a tab would become part of a name, or hide that a line
+// is indented. The text of a file may have any.
+void require_no_tab(const std::string &text, const words_of_line &words)
+{
+    const std::size_t tab = text.find('\t');
+    const bool is_file = words.size() > 2 && words[0] == "file";
+    if (tab != std::string::npos && (!is_file || tab < start_of(text, words, 2)))
+        throw std::runtime_error("it has a tab; blanks separate words");
 }
 
 void put_bytes(const fs::path &image, std::uint64_t offset, const std::string &bytes)
@@ -59,9 +82,10 @@ void put_bytes(const fs::path &image, std::uint64_t offset, const std::string &b
 }
 
 // The boot record of an MBR with primary entries "0c:2048+4096".
-std::string make_mbr(std::uint32_t signature, const words_of_line &entries)
+std::string make_mbr(std::uint32_t signature, const words_of_line &entries, std::uint64_t blocks)
 {
     constexpr std::size_t most = 4;
+    constexpr std::uint64_t most_types = 0xff;
     if (entries.size() > most)
         throw std::runtime_error("an MBR has four partitions");
     std::string record(512, '\0');
@@ -71,8 +95,10 @@ std::string make_mbr(std::uint32_t signature, const words_of_line &entries)
         if (colon == std::string::npos)
             throw std::runtime_error("no type of a partition: " + entries[i]);
         const gpt_entry extent = extent_of(entries[i].substr(colon + 1));
+        if (extent.last >= blocks || extent.last > UINT32_MAX)
+            throw std::runtime_error("the partition is beyond the disk's end or an MBR's: " + entries[i]);
         const std::size_t at = 0x1be + 16 * i;
-        put_number(&record, at + 4, number(entries[i].substr(0, colon), 16), 1);
+        put_number(&record, at + 4, number(entries[i].substr(0, colon), 16, most_types), 1);
         put_number(&record, at + 8, extent.first, 4);
         put_number(&record, at + 12, extent.last - extent.first + 1, 4);
     }
@@ -93,6 +119,7 @@ public:
         const words_of_line words = split(text);
         if (words.empty() || words[0].starts_with('#'))
             return;
+        require_no_tab(text, words);
         if (words.size() < 2)
             throw std::runtime_error("it names no path");
         if (words[0] == "in") {
@@ -105,9 +132,7 @@ public:
         if (words[0] == "dir")
             fs::create_directories(path);
         else if (words[0] == "file")
-            put_text(path, words.size() == 2
-                               ? ""
-                               : text.substr(text.find(words[2], text.find(words[1]) + words[1].size())));
+            put_text(path, words.size() == 2 ? "" : text.substr(start_of(text, words, 2)));
         else if (words[0] == "link")
             fs::create_symlink(arguments(words, 1)[0], path);
         else if (words[0] == "disk")
@@ -185,12 +210,15 @@ private:
         constexpr std::uint64_t largest_file = std::uint64_t{1} << 62;
         if (blocks > largest_file / block)
             throw std::runtime_error("the disk is too large: " + words[1]);
+        constexpr std::uint64_t least_bytes = 8192; // more than any of the contents but a GPT takes
+        if (blocks * block < least_bytes && !kind.starts_with("gpt"))
+            throw std::runtime_error("the disk is too small: " + words[1]);
         std::ofstream(path).flush();
         fs::resize_file(path, blocks * block);
         if (kind.starts_with("gpt"))
             put_gpt(path, blocks, block, rest);
         else if (kind == "mbr")
-            put_bytes(path, 0, mbr_of(rest));
+            put_bytes(path, 0, mbr_of(rest, blocks));
         else if (kind == "fat")
             put_bytes(path, 0, make_fat(0x1234abcd, "ESP"));
         else if (kind == "data")
@@ -214,11 +242,12 @@ private:
         return size;
     }
 
-    static std::string mbr_of(const words_of_line &words)
+    static std::string mbr_of(const words_of_line &words, std::uint64_t blocks)
     {
         if (words.empty())
             throw std::runtime_error("an MBR has a signature");
-        return make_mbr(static_cast<std::uint32_t>(number(words[0], 16)), {words.begin() + 1, words.end()});
+        return make_mbr(static_cast<std::uint32_t>(number(words[0], 16, UINT32_MAX)),
+                        {words.begin() + 1, words.end()}, blocks);
     }
 
     void put_gpt(const fs::path &path, std::uint64_t blocks, std::size_t block, const words_of_line &extents)
@@ -230,6 +259,9 @@ private:
         std::vector<gpt_entry> entries;
         for (const std::string &word : extents) {
             entries.push_back(extent_of(word));
+            const std::uint64_t tables = 2 + (16384 + block - 1) / block; // at each end
+            if (entries.back().first < tables || entries.back().last > blocks - tables)
+                throw std::runtime_error("the slice is not between the disk's tables: " + word);
             entries.back().number = static_cast<unsigned>(entries.size());
         }
         write_gpt(path, blocks, make_gpt(blocks, entries, 128, ++images, block), block);

@@ -7,7 +7,6 @@
 #include "src/base/hard_drive.h"
 #include "src/base/nodes.h"
 #include "src/base/text.h"
-#include "tools/machine/machinefiles.h"
 #include "tools/machine/pathnodes.h"
 #include "tools/machine/sysfs.h"
 #include "tools/text/description.h"
@@ -157,18 +156,6 @@ std::string partuuid_of(const uefi_hard_drive_path_t &node)
     return {};
 }
 
-// As udev has it: a user who may not read the disks can still see that.
-std::optional<std::string> name_by_udev(const std::string &partuuid)
-{
-    if (!has_devices())
-        return std::nullopt;
-    try {
-        return machine_files().link_name("/dev/disk/by-partuuid/" + partuuid);
-    } catch (const failure &) {
-        return std::nullopt; // the path still says which it is
-    }
-}
-
 } // namespace
 
 device_words::device_words(const std::vector<drive> &all)
@@ -179,6 +166,27 @@ device_words::device_words(const std::vector<drive> &all)
             volumes[identity_of(hard_drive_node(drive, volume))].push_back(
                 {drive.name, volume.kernel_name.empty() ? volume.name : volume.kernel_name});
         }
+    }
+}
+
+// Links that are there for anybody to read, on most machines, while disks are not.
+std::optional<std::string> device_words::name_by_udev(const std::string &partuuid)
+{
+    constexpr const char *folder = "/dev/disk/by-partuuid";
+    try {
+        if (!files) {
+            files.emplace();
+            for (const std::string &link : has_devices() ? files->names(folder) : std::vector<std::string>())
+                links.emplace(link, "");
+        }
+        const auto found = links.find(partuuid);
+        if (found == links.end())
+            return std::nullopt;
+        if (found->second.empty())
+            found->second = files->link_name(std::string(folder) + '/' + partuuid).value_or("");
+        return found->second.empty() ? std::nullopt : std::optional(found->second);
+    } catch (const failure &) {
+        return std::nullopt; // the path still says which it is
     }
 }
 

@@ -10,16 +10,18 @@
 
 #include "tools/machine/devicepaths.h"
 #include "tools/machine/leading.h"
+#include "tools/machine/machinefiles.h"
 
 namespace tool {
 
 class device_words {
 public:
-    // With the names of the slices and partitions of these drives, which were read with their media.
+    // With the names of these drives and of their slices and partitions; they were read with their media.
+    // Without drives partitions have the names that udev knows.
     explicit device_words(const std::vector<drive> &drives);
 
     // "sda1 \EFI\debian\shimx64.efi", "network MAC 52:54:00:12:34:56", "firmware volume"; of hardware without
-    // such words its text. What leads to no partition of this machine is named as the path has it.
+    // such words its text. A partition without a name is called by its PARTUUID.
     std::string of(byte_view option_path);
 
 private:
@@ -32,12 +34,16 @@ private:
     std::string of_drive(byte_view nodes, const char *otherwise);
     std::string text_of(byte_view nodes);
     drives_by_hardware::way way_of(byte_view nodes);
+    std::optional<std::string> name_by_udev(const std::string &partuuid);
 
     std::unordered_map<std::string, std::vector<named_volume>> volumes; // by what firmware goes by
     std::unordered_map<std::string, std::string> drives;                // Linux's names
     std::optional<drives_by_hardware> hardware;                         // once an option asked for it
     std::optional<device_paths> paths;                                  // the same
     bool is_hardware_known = true;
+    std::optional<machine_files> files; // the same
+    std::unordered_map<std::string, std::string>
+        links; // of udev's by PARTUUID; their names once they were read
 };
 
 } // namespace tool

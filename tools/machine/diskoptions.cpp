@@ -67,23 +67,22 @@ disk_options::disk_options(firmware &machine, const drive_marks *only)
                 warn_of_unreadable(reason);
             continue;
         }
-        for (const byte_view path : paths_of(option.path))
-            add(number, path, kept);
+        for (const byte_view instance : all_instances_of(option.path))
+            add(number, instance, kept);
     }
     if (!damaged.empty())
         warn(join(damaged, ", ") + (damaged.size() == 1 ? " is damaged" : " are damaged"),
              "To which disks this leads is not known; 'ovra list -v' says what is damaged.");
 }
 
-void disk_options::add(uint16_t number, byte_view path, const interest &kept)
+void disk_options::add(uint16_t number, byte_view nodes, const interest &kept)
 {
-    if (const hard_drive_place place = hard_drive_in(path); !place.node.empty()) {
+    if (const hard_drive_place place = hard_drive_in(nodes); !place.node.empty()) {
         const std::string identity = identity_of(place.node);
         if (kept.has(identity))
             by_identity[identity].push_back(
                 {number, {place.node.begin(), place.node.end()}, way_of(place.before)});
     }
-    const byte_view nodes = first_instance_of(path);
     if (!nodes.empty() && nodes[0] != UEFI_MEDIA && kept.has_hardware(nodes))
         beginnings.push_back({number, {nodes.begin(), nodes.end()}});
 }

@@ -24,7 +24,8 @@ struct found_option {
     std::string remark() const;
 };
 
-// The options of a machine by what their paths begin with: each of the paths that an option holds counts.
+// The options of a machine by what their paths begin with: each instance of each path that an option
+// holds counts.
 class disk_options {
 public:
     // Options that cannot be read are named on standard error, as each may be one of a disk. Who asks for one
@@ -54,14 +55,14 @@ private:
         bool has(const std::string &identity) const;
         bool has_hardware(byte_view nodes) const;
     };
-    void add(uint16_t number, byte_view path, const interest &kept);
+    void add(uint16_t number, byte_view nodes, const interest &kept);
     const drives_by_hardware::way *way_of(byte_view nodes);
     void add_hardware(const drive_marks &marks, std::vector<found_option> *found) const;
     void add_volumes(const drive_marks &marks, std::vector<found_option> *found) const;
 
     struct beginning {
         uint16_t number = 0;
-        bytes nodes; // of the first instance
+        bytes nodes; // of an instance
     };
     std::unordered_map<std::string, std::vector<on_volume>> by_identity;
     std::map<std::string, drives_by_hardware::way> ways; // by their nodes

@@ -6,12 +6,12 @@
 
 namespace tool {
 
-option_marker::option_marker(std::optional<uint16_t> booted) : booted_option(booted)
+option_marker::option_marker(std::optional<uint16_t> booted, bool reads_disks) : booted_option(booted)
 {
     std::vector<drive> drives;
     try {
-        partitions.emplace();
-        drives = partitions->drives();
+        if (reads_disks)
+            drives = partitions.emplace().drives();
     } catch (const failure &reason) {
         warn(printable(reason.what()), reason.advice); // the options are worth showing without the disks
     }

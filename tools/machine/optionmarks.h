@@ -19,8 +19,9 @@ struct option_marks {
 
 class option_marker {
 public:
-    // Reads all disks; warns when they cannot be read. The option that was booted is never called stale.
-    explicit option_marker(std::optional<uint16_t> booted);
+    // The option that was booted is never called stale, and without `reads_disks` none is. A warning says
+    // that the disks cannot be read.
+    option_marker(std::optional<uint16_t> booted, bool reads_disks);
 
     option_marks marks_of(uint16_t number, const load_option &option);
 

@@ -83,6 +83,22 @@ std::vector<byte_view> paths_of(byte_view packed)
     return paths;
 }
 
+std::vector<byte_view> all_instances_of(byte_view packed)
+{
+    std::vector<byte_view> instances;
+    byte_view rest = packed;
+    byte_view behind = packed; // the last node that was read
+    for (ovra::cursor nodes{packed}; const auto *node = nodes.next(); behind = nodes.rest) {
+        if (node->type != UEFI_END)
+            continue;
+        instances.push_back(rest.first(rest.size() - behind.size()));
+        rest = nodes.rest;
+    }
+    if (!rest.empty())
+        instances.push_back(rest);
+    return instances;
+}
+
 bytes with_end(byte_view nodes)
 {
     bytes path(nodes.begin(), nodes.end());

@@ -161,7 +161,7 @@ void put_members(json_members &to, const option_kind &kind, const listing &all, 
     }
 }
 
-void print_as_json(firmware &machine, const listing &all)
+void print_as_json(firmware &machine, const listing &all, bool verbose)
 {
     const option_kind &kind = machine.kind();
     json_list document(
@@ -170,7 +170,7 @@ void print_as_json(firmware &machine, const listing &all)
          {"order", !all.order_problem.empty() ? json(nullptr) : option_names(kind, all.order)}},
         "options");
     device_paths paths;
-    option_marker marker(all.current);
+    option_marker marker(all.current, verbose);
     entry entry;
     for (const place &where : all.places) {
         read_entry(machine, &paths, where, &entry);
@@ -220,7 +220,7 @@ void print_as_text(firmware &machine, const listing &all, bool verbose)
     constexpr size_t description = 3;
     table rows(widest_column, description);
     device_paths paths;
-    option_marker marker(all.current);
+    option_marker marker(all.current, verbose);
     entry entry;
     std::optional<progress> shown_progress(std::in_place, all.places.size(), "options", 500);
     for (const place &where : all.places) {
@@ -255,7 +255,8 @@ public:
     void declare(CLI::App &app) override
     {
         kind.declare(app, false);
-        app.add_flag("-v,--verbose", verbose, "also paths, attributes and optional data");
+        app.add_flag("-v,--verbose", verbose,
+                     "also paths, attributes, optional data, and what the disks say");
         add_example(app, "ovra list -v");
     }
 
@@ -265,7 +266,7 @@ public:
         const one_moment of_many_reads;
         const listing all = read_listing(machine);
         if (general.json)
-            print_as_json(machine, all);
+            print_as_json(machine, all, verbose);
         else
             print_as_text(machine, all, verbose);
     }
