@@ -54,6 +54,8 @@ const char *words_of(const kind_in_words (&kinds)[size], unsigned subtype)
     return found == std::end(kinds) ? nullptr : found->words;
 }
 
+} // namespace
+
 // What an instance of a path consists of, as far as words are made of it.
 struct path_parts {
     const uefi_macaddr_device_path_t *card = nullptr;
@@ -103,17 +105,22 @@ private:
         else if (node->subtype == ram_disk_node)
             media = "RAM disk";
         else if (const auto *named = ovra::as<uefi_file_path_t>(node))
-            add_file(description_of_units(ovra::tail(*named)));
+            add_file(ovra::tail(*named));
     }
 
     // A file's name may stand in several nodes.
-    void add_file(const std::string &name)
+    void add_file(byte_view units)
     {
+        std::string name;
+        if (!assign_utf8(units, &name))
+            name = description_of_units(units);
         if (!file.empty() && !file.ends_with('\\') && !name.starts_with('\\'))
             file += '\\';
-        file += name;
+        file = file.empty() ? std::move(name) : file + name;
     }
 };
+
+namespace {
 
 std::string network_words(const path_parts &path)
 {
@@ -208,7 +215,8 @@ drives_by_hardware::way device_words::way_of(byte_view nodes)
 std::string device_words::of_volume(const hard_drive_place &place)
 {
     std::vector<std::string> names;
-    if (const auto found = volumes.find(identity_of(place.node)); found != volumes.end()) {
+    const auto found = volumes.empty() ? volumes.end() : volumes.find(identity_of(place.node));
+    if (found != volumes.end()) {
         const auto way = place.before.empty() ? drives_by_hardware::way() : way_of(place.before);
         for (const named_volume &each : found->second) {
             if (way.drives.empty() ||
@@ -244,28 +252,45 @@ std::string device_words::text_of(byte_view nodes)
     return path.error.empty() ? path.instances.front().device : "damaged path";
 }
 
-std::string device_words::of(byte_view option_path)
+void device_words::put_volume(const hard_drive_place &place, std::string *words)
+{
+    // The node stands right behind what stands before it.
+    const byte_view both(place.before.empty() ? place.node.data() : place.before.data(),
+                         place.before.size() + place.node.size());
+    if (!std::equal(both.begin(), both.end(), last_volume.begin(), last_volume.end())) {
+        last_words = of_volume(place);
+        last_volume.assign(both.begin(), both.end());
+    }
+    *words += last_words;
+}
+
+void device_words::put_device(byte_view nodes, const path_parts &path, std::string *words)
+{
+    if (const hard_drive_place place = hard_drive_in(nodes); !place.node.empty())
+        put_volume(place, words);
+    else if (path.media)
+        *words += path.media;
+    else if (path.is_network())
+        *words += network_words(path);
+    else if (path.bios)
+        *words += legacy_words(path.bios);
+    else
+        *words += of_drive(nodes, path.device);
+}
+
+void device_words::put(byte_view option_path, std::string *words)
 {
     const byte_view nodes = first_instance_of(option_path);
     const path_parts path(nodes);
-    std::string words;
-    if (const hard_drive_place place = hard_drive_in(nodes); !place.node.empty())
-        words = of_volume(place);
-    else if (path.media)
-        words = path.media;
-    else if (path.is_network())
-        words = network_words(path);
-    else if (path.bios)
-        words = legacy_words(path.bios);
-    else
-        words = of_drive(nodes, path.device);
-    if (words.empty() && path.file.empty())
-        words = !nodes.empty() ? text_of(nodes) : is_end(option_path) ? "none" : "damaged path";
+    words->clear();
+    put_device(nodes, path, words);
+    if (words->empty() && path.file.empty())
+        *words = !nodes.empty() ? text_of(nodes) : is_end(option_path) ? "none" : "damaged path";
     if (!path.file.empty())
-        words += (words.empty() ? "" : " ") + path.file;
-    if (ovra::cursor rest{option_path.subspan(nodes.size())}; rest.next() && rest.next())
-        words += " and others";
-    return words;
+        words->append(words->empty() ? "" : " ").append(path.file);
+    ovra::cursor rest{option_path.subspan(nodes.size())};
+    if (const auto *further = rest.next() ? rest.next() : nullptr; further && further->type != UEFI_END)
+        *words += " and others";
 }
 
 } // namespace tool

@@ -18,11 +18,11 @@ option_marker::option_marker(std::optional<uint16_t> booted, bool reads_disks) :
     devices.emplace(drives);
 }
 
-option_marks option_marker::marks_of(uint16_t number, const load_option &option)
+void option_marker::put_marks(uint16_t number, const load_option &option, option_marks *marks)
 {
-    return {seen.same_as(number, option),
-            partitions && number != booted_option && partitions->are_gone(option.path),
-            devices->of(option.path)};
+    marks->same = seen.same_as(number, option);
+    marks->is_stale = partitions && number != booted_option && partitions->are_gone(option.path);
+    devices->put(option.path, &marks->device);
 }
 
 } // namespace tool

@@ -23,7 +23,8 @@ public:
     // that the disks cannot be read.
     option_marker(std::optional<uint16_t> booted, bool reads_disks);
 
-    option_marks marks_of(uint16_t number, const load_option &option);
+    // Into `*marks`, whose memory is used again.
+    void put_marks(uint16_t number, const load_option &option, option_marks *marks);
 
 private:
     std::optional<uint16_t> booted_option;

@@ -68,6 +68,15 @@ void read_entry(firmware &machine, device_paths *paths, const place &where, entr
     }
 }
 
+void put_marks(option_marker *marker, entry *of)
+{
+    of->marks.same.reset();
+    of->marks.is_stale = false;
+    of->marks.device.clear();
+    if (of->exists && of->error.empty())
+        marker->put_marks(of->where.number, of->option, &of->marks);
+}
+
 // BootNext and BootCurrent only mark options: the list is worth showing without them.
 std::optional<uint16_t> named_if_readable(firmware &machine, named_option get)
 {
@@ -174,8 +183,7 @@ void print_as_json(firmware &machine, const listing &all, bool verbose)
     entry entry;
     for (const place &where : all.places) {
         read_entry(machine, &paths, where, &entry);
-        entry.marks = !entry.exists || !entry.error.empty() ? option_marks{}
-                                                            : marker.marks_of(where.number, entry.option);
+        put_marks(&marker, &entry);
         if (is_shown(entry))
             document.add([&](json_members &to) { put_members(to, kind, all, entry); });
     }
@@ -225,8 +233,7 @@ void print_as_text(firmware &machine, const listing &all, bool verbose)
     std::optional<progress> shown_progress(std::in_place, all.places.size(), "options", 500);
     for (const place &where : all.places) {
         read_entry(machine, verbose ? &paths : nullptr, where, &entry);
-        entry.marks = !entry.exists || !entry.error.empty() ? option_marks{}
-                                                            : marker.marks_of(where.number, entry.option);
+        put_marks(&marker, &entry);
         shown_progress->step();
         if (!is_shown(entry))
             continue;
