@@ -67,7 +67,8 @@ TEST_F(listed_devices, that_no_disk_has_are_named_as_the_path_does)
     std::filesystem::create_directories(root / "dev/disk/by-partuuid");
     std::ofstream(root / "dev/sdq1") << "";
     std::filesystem::create_symlink("../../sdq1", root / "dev/disk/by-partuuid" / guid);
-    EXPECT_THAT(devices({slice, packed(sata)}, false), ::testing::ElementsAre("sdq1", "SATA device", "a partition"));
+    EXPECT_THAT(devices({slice, packed(sata)}, false),
+                ::testing::ElementsAre("sdq1", "SATA device", "a partition"));
     std::filesystem::remove_all(root / "sys/block"); // no disk is looked at
     EXPECT_EQ(devices({slice}, false)[0], "sdq1");
 }
