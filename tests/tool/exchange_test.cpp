@@ -101,6 +101,29 @@ TEST_F(exchange, shows_the_difference_first)
     EXPECT_THAT(output({"show", "Boot0000"}), HasSubstr("Setup"));
 }
 
+TEST_F(exchange, takes_files_and_paths_as_create_does)
+{
+    put("Boot0008", load_option(1, "x", from_hex(sample_path_hex)));
+    output({"export", file_of_text});
+    replace("file = \\EFI", "file = /EFI/a.efi");
+    output({"import", file_of_text});
+    EXPECT_THAT(get("Boot0008"), HasSubstr(ucs2("\\EFI\\a.efi")));
+    replace("file = /EFI/a.efi", "file =");
+    EXPECT_THAT(failure({"import", file_of_text}), HasSubstr("the name of a file is needed"));
+    replace("file =\n", "file = \"\\EFI\\a.efi\"\n");
+    EXPECT_THAT(failure({"import", file_of_text}), HasSubstr("a file is named without quotes"));
+    replace("file = \"\\EFI\\a.efi\"\n", "instance = MAC(525400123456,1)/IPv4(0.0.0.0)\n");
+    EXPECT_THAT(run({"import", file_of_text}).err, HasSubstr("IPv4(0.0.0.0) leaves values open"));
+    // What is stored already is written as bytes where the text would not give these.
+    put("Boot0008", load_option(1, "x",
+                                from_hex("0404080061002f00"
+                                         "00007fff0400")));
+    const auto before = snapshot();
+    output({"export", file_of_text});
+    EXPECT_EQ(output({"import", file_of_text}), "nothing to change\n");
+    EXPECT_EQ(snapshot(), before);
+}
+
 TEST_F(exchange, is_undone_when_a_step_fails)
 {
     output({"export", file_of_text});

@@ -2,6 +2,7 @@
 #include "tools/exchange/pathlines.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <functional>
 #include <iterator>
 
@@ -11,6 +12,7 @@
 #include "tools/text/failure.h"
 #include "tools/text/nodeparse.h"
 #include "tools/text/numbers.h"
+#include "tools/text/output.h"
 
 namespace tool {
 
@@ -25,6 +27,15 @@ constexpr const char *no_path = "none";
 
 using path_packer = std::function<bytes(const std::string &device, const std::optional<std::string> &file)>;
 
+std::string file_of_line(const text_line &line)
+{
+    if (line.value.empty())
+        throw line_error(line.number, "the name of a file is needed");
+    if (line.value.find('"') != std::string::npos) // no file system of firmware has it in names
+        throw line_error(line.number, "a file is named without quotes");
+    return firmware_file(line.value);
+}
+
 // The path of lines, of which each but `file` begins an instance or a path.
 bytes packed(const text_lines &lines, const path_packer &pack)
 {
@@ -33,7 +44,7 @@ bytes packed(const text_lines &lines, const path_packer &pack)
         const text_line &device = *at++;
         std::optional<std::string> file;
         if (at != lines.end() && at->key == file_key)
-            file = (at++)->value;
+            file = file_of_line(*at++);
         try {
             const bytes part = pack(device.value, file);
             all.insert(all.end(), part.begin(), part.end());
@@ -89,7 +100,12 @@ bytes pack_any(device_paths &paths, const std::string &device, const std::option
     if (device.empty() || is_device_name(device))
         return paths.encode(device, file);
     try {
-        return pack_pasted(paths, device, file, device).packed;
+        const pasted_path pasted = pack_pasted(paths, device, file, device);
+        for (const std::string &each : pasted.assumed)
+            warn(printable(each));
+        for (const std::string &each : pasted.decided)
+            fprintf(stderr, "%s.\n", printable(each).c_str());
+        return pasted.packed;
     } catch (const unclear_node &why) {
         throw failure(why.what());
     }
