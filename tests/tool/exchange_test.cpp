@@ -124,6 +124,30 @@ TEST_F(exchange, takes_files_and_paths_as_create_does)
     EXPECT_EQ(snapshot(), before);
 }
 
+TEST_F(exchange, warns_of_what_the_text_does_not_have)
+{
+    output({"export", file_of_text});
+    replace("BootOrder = Boot0000", "BootOrder = Boot0001 Boot0042 Boot0000");
+    replace("BootNext = none", "BootNext = Boot0043");
+    EXPECT_EQ(run({"import", file_of_text, "--dry-run"}).err,
+              "ovra: warning: BootOrder names Boot0042, which the text does not have\n"
+              "ovra: warning: BootOrder names Boot0001 more than once\n"
+              "ovra: warning: BootNext names Boot0043, which the text does not have\n");
+}
+
+// Without a line in the text they are not to be, as sound ones.
+TEST_F(exchange, deletes_damaged_variables_that_the_text_does_not_leave)
+{
+    output({"export", file_of_text});
+    const auto before = snapshot();
+    std::ofstream(file("Boot0044")) << "1";
+    std::ofstream(file("BootNext")) << "1";
+    EXPECT_THAT(output({"import", file_of_text, "--dry-run"}),
+                StartsWith("[Boot0044]\n- unreadable\n\n- BootNext = unreadable\n\nwould delete Boot0044\n"));
+    EXPECT_EQ(parsed({"import", file_of_text})["changes"].size(), 2u);
+    EXPECT_EQ(snapshot(), before);
+}
+
 TEST_F(exchange, is_undone_when_a_step_fails)
 {
     output({"export", file_of_text});

@@ -31,6 +31,9 @@ boot_document read_boot_text(const std::string &text, const std::string &source,
 // All variables as they are to be on a machine: what the text does not speak of stays.
 variable_values wanted_values(const boot_document &document, const boot_store &store);
 
+// The damaged variables of a machine that a text does not leave as they are.
+std::vector<std::string> unwanted_damage(const boot_document &document, const boot_store &store);
+
 // What one value says that another does not: lines with + and -, the name in front. Both may be absent.
 std::string difference(const std::string &name, const bytes *before, const bytes *after, device_paths &paths);
 

@@ -157,6 +157,9 @@ void show_differences(const std::vector<std::string> &names, const boot_store &b
             list.push_back({{"variable", name},
                             {"before", old_value ? json(hex(*old_value)) : json(nullptr)},
                             {"after", new_value ? json(hex(*new_value)) : json(nullptr)}});
+        else if (!old_value && !new_value)
+            text +=
+                (is_setting(name) ? "- " + name + " = unreadable" : '[' + name + "]\n- unreadable") + "\n\n";
         else
             text += difference(name, old_value, new_value, paths) + '\n';
     }
@@ -166,17 +169,50 @@ void show_differences(const std::vector<std::string> &names, const boot_store &b
         print(text);
 }
 
+// A text may say more than the machine can be: what it then is.
+void warn_of_orders(const option_kind &family, const boot_store &before, const variable_values &after)
+{
+    const bytes *order = value_in(after, family.order);
+    const bytes *order_before = value_in(before.values, family.order);
+    const bool is_new = order && (!order_before || *order != *order_before);
+    std::set<std::string> named;
+    for (const std::string &name : order ? ordered_names(family, *order) : std::vector<std::string>()) {
+        const bool is_repeated = !named.insert(name).second;
+        const bool is_absent = !after.contains(name) && !before.unread.contains(name);
+        if (is_repeated && is_new)
+            warn(std::string(family.order) + " names " + name + " more than once");
+        if (!is_repeated && is_absent && (is_new || before.values.contains(name)))
+            warn(std::string(family.order) + " names " + name + ", which the text does not have");
+    }
+}
+
+void warn_of_next(const boot_store &before, const variable_values &after)
+{
+    const bytes *next = value_in(after, "BootNext");
+    if (!next || next->size() != sizeof(uint16_t))
+        return;
+    const std::string name = boot_options.name(ovra::unit_at(*next, 0));
+    if (!after.contains(name) && !before.unread.contains(name))
+        warn("BootNext names " + name + ", which the text does not have");
+}
+
 } // namespace
 
 void exchange(firmware &machine, const general_options &general, const boot_store &before,
-              const variable_values &after, device_paths &paths)
+              const variable_values &after, const std::vector<std::string> &unwanted, device_paths &paths)
 {
     changes report(machine, general);
-    const std::vector<std::string> names = differing(before.values, after);
+    std::vector<std::string> names = differing(before.values, after);
+    names.insert(names.end(), unwanted.begin(), unwanted.end());
+    for (const option_kind &family : families)
+        warn_of_orders(family, before, after);
+    warn_of_next(before, after);
     std::set<std::string> taken;
     for (const auto &[name, why] : before.unread)
         taken.insert(name);
-    const std::vector<planned_step> steps = plan_steps(before.values, after, taken);
+    std::vector<planned_step> steps = plan_steps(before.values, after, taken);
+    for (const std::string &name : unwanted)
+        steps.push_back({name, {}});
     std::vector<change> all;
     all.reserve(steps.size());
     for (const planned_step &step : steps)

@@ -11,9 +11,9 @@ namespace tool {
 
 // Shows what differs, then writes it, or with --dry-run says what would be written. The machine's lock is
 // held, and `before` was read since. When a step fails, those before it are undone, and the failure says so;
-// it also says what could not be undone.
+// it also says what could not be undone. `unwanted` are damaged variables that go.
 void exchange(firmware &machine, const general_options &general, const boot_store &before,
-              const variable_values &after, device_paths &paths);
+              const variable_values &after, const std::vector<std::string> &unwanted, device_paths &paths);
 
 // The names of what differs between two states, in the order in which a text has them.
 std::vector<std::string> differing(const variable_values &before, const variable_values &after);

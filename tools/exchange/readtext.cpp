@@ -224,4 +224,15 @@ variable_values wanted_values(const boot_document &document, const boot_store &s
     return wanted;
 }
 
+std::vector<std::string> unwanted_damage(const boot_document &document, const boot_store &store)
+{
+    std::vector<std::string> unwanted;
+    for (const auto &[name, why] : store.unread) {
+        const bool is_spoken_of = document.values.contains(name) || document.left.contains(name);
+        if (!is_spoken_of && (!is_setting(name) || document.absent.contains(name)))
+            unwanted.push_back(name);
+    }
+    return unwanted;
+}
+
 } // namespace tool

@@ -41,7 +41,8 @@ public:
             const machine_lock lock(machine, general);
             const boot_store now = read_boot_store(machine);
             require_unchanged(store, now);
-            exchange(machine, general, now, wanted_values(document, now), paths);
+            exchange(machine, general, now, wanted_values(document, now), unwanted_damage(document, now),
+                     paths);
         } catch (failure &reason) {
             reason.advise(file.keep());
             throw;

@@ -36,7 +36,8 @@ public:
         const boot_store store = read_boot_store(machine);
         if (!other_machine)
             require_same_machine(document.marks, store);
-        exchange(machine, general, store, wanted_values(document, store), paths);
+        exchange(machine, general, store, wanted_values(document, store), unwanted_damage(document, store),
+                 paths);
     }
 
 private:
