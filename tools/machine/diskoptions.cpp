@@ -67,15 +67,18 @@ disk_options::disk_options(firmware &machine, const drive_marks *only)
                 warn_of_unreadable(reason);
             continue;
         }
-        for (const byte_view instance : all_instances_of(option.path))
-            add(number, instance, kept);
+        for (const byte_view path : paths_of(option.path)) {
+            add_hardware_of(number, first_instance_of(path), kept);
+            for (const byte_view instance : all_instances_of(path))
+                add_volume_of(number, instance, kept);
+        }
     }
     if (!damaged.empty())
         warn(join(damaged, ", ") + (damaged.size() == 1 ? " is damaged" : " are damaged"),
              "To which disks this leads is not known; 'ovra list -v' says what is damaged.");
 }
 
-void disk_options::add(uint16_t number, byte_view nodes, const interest &kept)
+void disk_options::add_volume_of(uint16_t number, byte_view nodes, const interest &kept)
 {
     if (const hard_drive_place place = hard_drive_in(nodes); !place.node.empty()) {
         const std::string identity = identity_of(place.node);
@@ -83,6 +86,10 @@ void disk_options::add(uint16_t number, byte_view nodes, const interest &kept)
             by_identity[identity].push_back(
                 {number, {place.node.begin(), place.node.end()}, way_of(place.before)});
     }
+}
+
+void disk_options::add_hardware_of(uint16_t number, byte_view nodes, const interest &kept)
+{
     if (!nodes.empty() && nodes[0] != UEFI_MEDIA && kept.has_hardware(nodes))
         beginnings.push_back({number, {nodes.begin(), nodes.end()}});
 }

@@ -24,8 +24,8 @@ struct found_option {
     std::string remark() const;
 };
 
-// The options of a machine by what their paths begin with: each instance of each path that an option
-// holds counts.
+// The options of a machine by where they lead. Each path that an option holds counts: its first instance by
+// the hardware that it begins with, each instance by its slice or partition.
 class disk_options {
 public:
     // Options that cannot be read are named on standard error, as each may be one of a disk. Who asks for one
@@ -55,14 +55,15 @@ private:
         bool has(const std::string &identity) const;
         bool has_hardware(byte_view nodes) const;
     };
-    void add(uint16_t number, byte_view nodes, const interest &kept);
+    void add_volume_of(uint16_t number, byte_view nodes, const interest &kept);
+    void add_hardware_of(uint16_t number, byte_view nodes, const interest &kept);
     const drives_by_hardware::way *way_of(byte_view nodes);
     void add_hardware(const drive_marks &marks, std::vector<found_option> *found) const;
     void add_volumes(const drive_marks &marks, std::vector<found_option> *found) const;
 
     struct beginning {
         uint16_t number = 0;
-        bytes nodes; // of an instance
+        bytes nodes; // of the first instance of a path
     };
     std::unordered_map<std::string, std::vector<on_volume>> by_identity;
     std::map<std::string, drives_by_hardware::way> ways; // by their nodes
