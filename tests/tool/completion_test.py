@@ -66,6 +66,7 @@ class Completed(unittest.TestCase):
         there = machine.Machine(os.path.join(place.name, "machine"))
         for number, description in enumerate(HOSTILE):
             there.write(f"Boot{number:04X}", machine.load_option(description, machine.file_path("\\a.efi")))
+        there.write("Driver0001", machine.load_option("one driver", machine.file_path("\\a.efi")))
         there.write("BootOrder", b"".join(number.to_bytes(2, "little") for number in range(len(HOSTILE))))
         cls.bash = Bash(place.name)
         cls.addClassCleanup(cls.bash.close)
@@ -99,6 +100,8 @@ class Completed(unittest.TestCase):
     def test_verbs_options_and_names(self):
         self.assertEqual(self.shown("sho\tBoot0003\t"), "Boot0003")
         self.assertEqual(self.shown("show @fir\t"), "Boot0000")
+        self.assertIn("Driver0001", self.bash.run("ovra --root machine show --kin\tdri\tone\t"))
+        self.assertIn('"@ne"', self.bash.run("ovra --root machine show @ne\t"))
         self.assertIn("Boot0002 Boot0001", self.bash.run("ovra --root mach\t order se\tBoot0002,Boot0001\t --dry-r\t"))
         self.assertIn('"format"', self.bash.run("ovra --root=machine lis\t--js\t"))
 

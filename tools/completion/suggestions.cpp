@@ -67,6 +67,10 @@ private:
             result.root = value;
         if (option.check_lname("vars"))
             result.vars = value;
+        for (const option_kind &kind : option_kinds) {
+            if (option.check_lname("kind") && value == kind.word)
+                result.kind = &kind;
+        }
     }
 
     const CLI::App *verb_of(const std::string &word) const
@@ -135,6 +139,11 @@ private:
     {
         const std::string shown = option.get_type_name();
         result.begun = begun;
+        for (const option_kind &kind : option_kinds) {
+            if (shown == "KIND")
+                add({result.before + kind.word, std::string(kind.prefix) + "0000, ..."},
+                    result.before + begun);
+        }
         if (shown == "DIR")
             result.more = "folders";
         // That one is on a device, as firmware sees it.
@@ -168,7 +177,7 @@ void add_to(completion *of, const std::string &word, const std::string &about)
 // A description is a name where no other option has it, and where it is not read as another name.
 void add_boot_options(const std::string &folder, completion *of, bool with_descriptions)
 {
-    firmware machine(folder);
+    firmware machine(folder, *of->kind);
     const std::vector<std::pair<uint16_t, std::string>> options = option_lookup(machine).descriptions();
     for (const auto &[number, description] : options)
         add_to(of, machine.name_of(number), description);
@@ -185,10 +194,12 @@ void add_boot_options(const std::string &folder, completion *of, bool with_descr
             !machine.kind().typed_number(description) && description[0] != '@' && description[0] != '-')
             add_to(of, description, machine.name_of(number));
     }
-    for (const auto &[name, about] : {std::pair{"@current", "the option that was booted"},
-                                      std::pair{"@next", "the option that is booted once"},
-                                      std::pair{"@first", "the first of BootOrder"}})
-        add_to(of, name, about);
+    if (!machine.order().empty())
+        add_to(of, "@first", "the first of the order");
+    if (machine.current())
+        add_to(of, "@current", "the option that was booted");
+    if (machine.next())
+        add_to(of, "@next", "the option that is booted once");
 }
 
 void add_disks(completion *of)

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/text/optionkind.h"
+
 namespace CLI {
 class App;
 }
@@ -26,6 +28,7 @@ struct completion {
     // The machine that the line names, of whose options and disks `value` may be one.
     std::optional<std::string> root;
     std::optional<std::string> vars;
+    const option_kind *kind = &boot_options;
     std::string value;  // "OPTION", "DISK": what is wanted; empty: nothing of a machine
     std::string before; // what stands before it in its word, as "--disk="
     std::string begun;  // of it
