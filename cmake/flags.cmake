@@ -16,7 +16,9 @@ target_compile_options(ovra_flags INTERFACE
 add_library(ovra_core_flags INTERFACE)
 target_link_libraries(ovra_core_flags INTERFACE ovra_flags)
 target_compile_options(ovra_core_flags INTERFACE
-  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
+  # Symbols that are unique in a process cannot be kept inside an archive.
+  $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-fno-gnu-unique>)
 
 if(OVRA_SANITIZE)
   # Recovery off: a finding ends the test that made it.

@@ -13,8 +13,23 @@ install(TARGETS ${platform_libraries} EXPORT ovra
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
   FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/hwplat)
-# Not in the CMake package: what links the archive chooses its platform libraries itself.
-install(TARGETS ovra_static ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+# The archive is one object of which only the interface can be linked: a function of the program's that has the name of
+# one inside would be called in its place. Not in the CMake package: what links it chooses its platform libraries itself.
+set(archive ${PROJECT_BINARY_DIR}/archive)
+file(READ ${PROJECT_SOURCE_DIR}/src/ovra.map interface)
+string(REPLACE ";" "!" interface "${interface}")
+string(REGEX MATCHALL "[a-z][a-z_0-9]*!" interface "${interface}")
+list(JOIN interface "\n" interface)
+string(REPLACE "!" "" interface "${interface}")
+file(CONFIGURE OUTPUT ${archive}/interface CONTENT "@interface@\n" @ONLY)
+add_custom_command(OUTPUT ${archive}/libovra.a
+  COMMAND ${CMAKE_LINKER} -r -o ${archive}/ovra.o --whole-archive $<TARGET_FILE:ovra_static>
+  COMMAND ${CMAKE_OBJCOPY} --keep-global-symbols=${archive}/interface ${archive}/ovra.o
+  COMMAND ${CMAKE_COMMAND} -E rm -f ${archive}/libovra.a
+  COMMAND ${CMAKE_AR} qcsD ${archive}/libovra.a ${archive}/ovra.o
+  DEPENDS ovra_static VERBATIM)
+add_custom_target(ovra_installed_archive ALL DEPENDS ${archive}/libovra.a)
+install(FILES ${archive}/libovra.a DESTINATION ${CMAKE_INSTALL_LIBDIR})
 
 install(TARGETS ovra_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 # Called by this name the command is what scripts know as that. No shell looks there: whoever wants it makes it an

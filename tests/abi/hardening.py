@@ -91,7 +91,7 @@ class Hardened(unittest.TestCase):
                 # A program is entered through the start files of the C library, which not every system marks.
                 self.assertLessEqual({"SHSTK"} if name == "ovra" else {"IBT", "SHSTK"}, *properties(path))
         members = properties(os.path.join(lib, "libovra.a"))
-        self.assertGreaterEqual(len(members), len(FOLDERS))
+        self.assertGreaterEqual(len(members), 1 if WHAT == "installed" else len(FOLDERS))
         self.assertEqual([found for found in members if found != {"IBT", "SHSTK"}], [])
 
     @unittest.skipUnless(X86 and accepts("-fcf-protection"), "no branch tracking here")

@@ -177,6 +177,11 @@ class PkgConfig(BootOptions):
         self.assertNotIn("libovra.so.1", elf.needed(program))
         self.use(program, LD_LIBRARY_PATH=self.path(LIB))
 
+    def test_the_archive_shows_the_interface_alone(self):
+        shown = elf.output("nm", "-g", "--defined-only", "-j", self.path(LIB, "libovra.a")).split()
+        self.assertEqual(sorted(name for name in shown if not name.endswith(":")),
+                         sorted(symbol.name for symbol in elf.listed()["libovra.so.1"]))
+
     def test_a_platform_library_of_ones_own_takes_the_place_of_the_installed_one(self):
         own = os.path.join(self.work.name, "own")
         os.mkdir(own)
