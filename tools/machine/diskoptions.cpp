@@ -67,10 +67,10 @@ disk_options::disk_options(firmware &machine, const drive_marks *only)
                 warn_of_unreadable(reason);
             continue;
         }
-        for (const byte_view path : paths_of(option.path)) {
-            add_hardware_of(number, first_instance_of(path), kept);
-            for (const byte_view instance : all_instances_of(path))
-                add_volume_of(number, instance, kept);
+        for (const path_instance &each : all_instances_of(option.path)) {
+            add_volume_of(number, each.nodes, kept);
+            if (each.begins_path)
+                add_hardware_of(number, each.nodes, kept);
         }
     }
     if (!damaged.empty())

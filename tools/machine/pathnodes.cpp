@@ -83,19 +83,21 @@ std::vector<byte_view> paths_of(byte_view packed)
     return paths;
 }
 
-std::vector<byte_view> all_instances_of(byte_view packed)
+std::vector<path_instance> all_instances_of(byte_view packed)
 {
-    std::vector<byte_view> instances;
+    std::vector<path_instance> instances;
+    bool begins_path = true;
     byte_view rest = packed;
     byte_view behind = packed; // the last node that was read
     for (ovra::cursor nodes{packed}; const auto *node = nodes.next(); behind = nodes.rest) {
         if (node->type != UEFI_END)
             continue;
-        instances.push_back(rest.first(rest.size() - behind.size()));
+        instances.push_back({rest.first(rest.size() - behind.size()), begins_path});
+        begins_path = ovra::is_end_entire(node);
         rest = nodes.rest;
     }
     if (!rest.empty())
-        instances.push_back(rest);
+        instances.push_back({rest, begins_path});
     return instances;
 }
 

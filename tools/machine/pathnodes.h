@@ -21,7 +21,11 @@ std::vector<std::vector<byte_view>> instances_of(byte_view packed);
 std::vector<byte_view> paths_of(byte_view packed);
 
 // The nodes of each instance of each path of an option, without END nodes; at the end what has none.
-std::vector<byte_view> all_instances_of(byte_view packed);
+struct path_instance {
+    byte_view nodes;
+    bool begins_path = true;
+};
+std::vector<path_instance> all_instances_of(byte_view packed);
 
 // The nodes of a packed path in front of its first END node.
 byte_view first_instance_of(byte_view packed);
