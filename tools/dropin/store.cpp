@@ -2,6 +2,7 @@
 #include "tools/dropin/store.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <utility>
 
@@ -138,6 +139,8 @@ void store::remove(const std::string &variable)
 change store::order_change(const std::vector<uint16_t> &order) const
 {
     const std::string variable = kind_ + "Order";
+    if (machine_.read_global(variable).data.size() % sizeof(uint16_t) != 0)
+        fprintf(stderr, "** Warning ** : %s ends in half a number, which is dropped\n", variable.c_str());
     return order.empty() ? deletes(variable) : writes(variable, stored(order), hex(stored(order)));
 }
 
