@@ -74,6 +74,9 @@ void session::remove_option()
         if (order && std::find(order->begin(), order->end(), *given.number) != order->end())
             options.write_order(without(*order, *given.number));
     });
+    // One whose letters are in the other case.
+    if (const auto left = options.name_of(*given.number))
+        fprintf(stderr, "** Warning ** : %s has the same number and is still there\n", left->c_str());
 }
 
 void session::set_active()
