@@ -151,6 +151,7 @@ word
     (["-u", "two wörds"], {}),
     (["--", "-x"], {}),
     (["-@", "-", "word"], {}),
+    (["-@", __file__, "word"], {}),
     (["-u", "--append-binary-args", "-"], {}),
     (["--quiet", "--label=A", "--loader", "\\a.efi", "--part", "1", "--edd30", "3", "--edd-device", "80"], {}),
     (["--disk=/dev/sdx", "-b", "2"], {}),
