@@ -80,6 +80,17 @@ class Beside(unittest.TestCase):
                 self.assertEqual((ours[0], ours[3]), (row.status, row.written))
                 self.assertIn(row.shown, ours[1] + ours[2])
 
+    def test_a_list_that_cannot_be_written(self):
+        machine = self.machines["q35"]
+        for words, made in ((["-n", "1"], True), ([], False)):
+            machine.lay_out({})
+            with self.subTest(words=words), open("/dev/full", "wb") as full:
+                done = subprocess.run(["efibootmgr", *words], executable=OURS, stdout=full, stderr=subprocess.PIPE,
+                                      env={"EFIVARFS_PATH": machine.variables}, check=False)
+                self.assertEqual(done.returncode, 1)
+                self.assertEqual(b"The changes were made.\n" in done.stderr, made)
+                self.assertEqual("BootNext" in machine.stored(), made)
+
     def test_help(self):
         for words in (["-h"], ["--help"], ["--nothing"], ["-n"]):
             with self.subTest(words=words):

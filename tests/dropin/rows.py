@@ -138,6 +138,7 @@ word
     (["-b", "2"], {}),
     (["-b", "9"], {"Boot0009": b"\1\2"}),
     (["-b", "2", "-B"], {"BootOrder": None}),
+    (["-b", "9"], {"Boot0009": b""}),
     (["-C"], {}),
     (["-r"], {}),
     (["-r", "-b", "5"], DRIVERS),
@@ -150,6 +151,7 @@ word
     (["-u", "two wörds"], {}),
     (["--", "-x"], {}),
     (["-@", "-", "word"], {}),
+    (["-@", __file__, "word"], {}),
     (["-u", "--append-binary-args", "-"], {}),
     (["--quiet", "--label=A", "--loader", "\\a.efi", "--part", "1", "--edd30", "3", "--edd-device", "80"], {}),
     (["--disk=/dev/sdx", "-b", "2"], {}),
@@ -163,6 +165,8 @@ REFUSED = [(CREATE + words, {}) for words in (
     ["-d", "/dev/sdx"], ["-d", "/dev/sde"], ["-i", "none"], ["-i", "../x"], ["-d", "/dev/vda"])]
 
 ORDER = numbers(0, 1, 2, 3, 4, 5, 6, 7)
+NETWORK_OPTION = option("Linux", bytes.fromhex("030b2500525400123456") + bytes(26) + b"\1" + bytes.fromhex("030c1b00") +
+                        bytes(23) + bytes.fromhex("7fff0400"))
 
 
 class Row(NamedTuple):
@@ -181,9 +185,7 @@ BETTER = [
     Row("the last option stays in the order when it is removed", ["-b", "7", "-B"], {}, 0,
         {"Boot0007": None, "BootOrder": numbers(0, 1, 2, 3, 4, 5, 6)}, ",0005,0006\nBoot0000"),
     Row("the number of an option that is gone, which BootOrder names", CREATE + ["-q", "-i", CARD[0]],
-        {"BootOrder": numbers(8)}, 0, {"BootOrder": numbers(9, 8), "Boot0009": option(
-            "Linux", bytes.fromhex("030b2500525400123456") + bytes(26) + b"\1" + bytes.fromhex("030c1b00") + bytes(23) +
-            bytes.fromhex("7fff0400"))}, ""),
+        {"BootOrder": numbers(8)}, 0, {"BootOrder": numbers(9, 8), "Boot0009": NETWORK_OPTION}, ""),
     Row("a partition that is not there", CREATE + ["-p", "2"], {}, 5, {}, "has no partition 2"),
     Row("an option without a path ends its list", ["-v"], {"Boot0000": option("", b""), "BootOrder": ORDER}, 0, {},
         "\nBoot0007* EFI Internal Shell\t"),
@@ -205,6 +207,18 @@ BETTER = [
         "cannot read BootOrder"),
     Row("an order that cannot be read", ["-D"], {"BootOrder": b"\1"}, 9, {}, "Could not set BootOrder: cannot"),
     Row("a time that cannot be read", ["-T"], {"Timeout": b"\1"}, 11, {}, "Could not delete Timeout: cannot"),
+    Row("an option that cannot be read is there", CREATE + ["-b", "ab"], {"Boot00ab": b"\1\2"}, 40, {},
+        "Cannot create Boot00AB: already exists.\n"),
+    Row("an order that cannot be read is none that is not set", [], {"BootOrder": b"\1"}, 18, {},
+        "\nBoot0007* EFI Internal Shell\nCould not list BootOrder: cannot read"),
+    Row("the same", ["-n", "1"], {"BootOrder": b"\1"}, 18, {"BootNext": numbers(1)}, "\nThe changes were made.\n"),
+    Row("half a number stays", CREATE + ["-q", "-b", "9", "-i", CARD[0]], {"BootOrder": numbers(1) + b"\2"}, 0,
+        {"BootOrder": numbers(9, 1), "Boot0009": NETWORK_OPTION}, "BootOrder ends in half a number, which is dropped\n"),
+    Row("half a number goes without a word", ["-D"], {"BootOrder": numbers(1, 1) + b"\2"}, 0,
+        {"BootOrder": numbers(1)}, "BootOrder ends in half a number, which is dropped\n"),
+    Row("another option of the number stays without a word", ["-b", "ab", "-B"],
+        {"Boot00ab": option("lower"), "Boot00AB": option("upper"), "BootOrder": numbers(0xab, 1)}, 0,
+        {"Boot00AB": None, "BootOrder": numbers(1)}, "Boot00ab has the same number and is still there\n"),
     Row("a negative number is counted from the largest", ["-b", "-FFFFFFFFFFFFFFFE", "-B"], {}, 29, {},
         "Invalid bootnum value: 2\n"),
     Row("the same", ["-n", "-FFFFFFFFFFFFFFFE"], {}, 36, {}, "Invalid BootNext value: 2\n"),

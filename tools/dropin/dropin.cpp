@@ -74,6 +74,9 @@ void session::remove_option()
         if (order && std::find(order->begin(), order->end(), *given.number) != order->end())
             options.write_order(without(*order, *given.number));
     });
+    // One whose letters are in the other case.
+    if (const auto left = options.name_of(*given.number))
+        fprintf(stderr, "** Warning ** : %s has the same number and is still there\n", left->c_str());
 }
 
 void session::set_active()
@@ -205,6 +208,23 @@ bool changes_something(const settings &given)
            given.deletes_timeout || given.mirror_below || given.mirror_above;
 }
 
+// A list that fails must not read as if nothing was changed.
+void list(const store &options, const settings &given)
+{
+    const std::string advice = changes_something(given) ? "The changes were made." : "";
+    std::string unread;
+    try {
+        unread = print_listing(options, given);
+    } catch (const failure &reason) {
+        if (!advice.empty())
+            throw failure(reason.what(), advice);
+        throw;
+    }
+    if (!unread.empty())
+        throw ended{is_not_listed, "Could not list " + given.kind + "Order: " + printable(unread) + '\n' +
+                                       advice + (advice.empty() ? "" : "\n")};
+}
+
 // EFIVARFS_PATH names the folder of the variables, as for other programs. The rest of its machine, its lock
 // and its disks, is found from there.
 std::optional<std::string> root_of_variables()
@@ -240,7 +260,7 @@ void run_on_machine(const settings &given)
     store options(*machine, given.kind, general);
     session(options, given).change_all();
     if (!given.quiet)
-        print_listing(options, given);
+        list(options, given);
 }
 
 } // namespace

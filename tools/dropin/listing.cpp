@@ -119,13 +119,20 @@ std::string option_line(device_paths *paths, const std::string &name, const byte
 
 } // namespace
 
-void print_listing(const store &store, const settings &given)
+std::string print_listing(const store &store, const settings &given)
 {
     warn_of_names(store);
     const bool boots = store.kind() == "Boot";
     if (boots)
         print(boot_lines(store));
-    print(order_line(store));
+    std::string order;
+    std::string unread;
+    try {
+        order = order_line(store);
+    } catch (const failure &reason) { // the options are listed all the same
+        unread = reason.what();
+    }
+    print(order);
     device_paths paths;
     std::string last; // scripts take the last line for the option that was made
     for (const auto &[name, data] : store.options()) {
@@ -138,6 +145,7 @@ void print_listing(const store &store, const settings &given)
     print(last);
     if (boots)
         print(mirror_lines(store.machine()));
+    return unread;
 }
 
 } // namespace tool::dropin

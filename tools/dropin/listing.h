@@ -7,8 +7,9 @@
 
 namespace tool::dropin {
 
-// What efibootmgr prints of the variables. Throws a failure.
-void print_listing(const store &store, const settings &given);
+// What efibootmgr prints of the variables. Why their order is not among it; empty when it is. Throws a
+// failure.
+std::string print_listing(const store &store, const settings &given);
 
 } // namespace tool::dropin
 

@@ -2,6 +2,7 @@
 #include "tools/dropin/store.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <utility>
 
@@ -47,14 +48,17 @@ store::store(firmware &machine, std::string kind, const general_options &options
 void store::read(bool tells)
 {
     found.clear();
+    unread.clear();
     for (const variable_id &id : machine_.variables()) {
         const std::string name = to_utf8(id.name);
-        if (!ovra::same_guid(id.guid, ovra::global_variable_guid) || !number_of(kind_, name))
+        const auto number = number_of(kind_, name);
+        if (!ovra::same_guid(id.guid, ovra::global_variable_guid) || !number)
             continue;
         variable is = machine_.read(id);
         if (is.status == EFI_NOT_FOUND)
             continue; // gone meanwhile
         if (is.status != EFI_SUCCESS) {
+            unread.insert(*number); // in whichever case its letters are
             if (tells)
                 print("Skipping unreadable variable \"" + name +
                       "\": " + (is.error != 0 ? strerror(is.error) : status_name(is.status)) + '\n');
@@ -80,7 +84,7 @@ std::string store::new_name(uint16_t number) const
 
 bool store::is_taken(uint16_t number) const
 {
-    return name_of(number) || machine_.exists_global(new_name(number));
+    return name_of(number) || unread.contains(number) || machine_.exists_global(new_name(number));
 }
 
 uint16_t store::free_number() const
@@ -135,6 +139,8 @@ void store::remove(const std::string &variable)
 change store::order_change(const std::vector<uint16_t> &order) const
 {
     const std::string variable = kind_ + "Order";
+    if (machine_.read_global(variable).data.size() % sizeof(uint16_t) != 0)
+        fprintf(stderr, "** Warning ** : %s ends in half a number, which is dropped\n", variable.c_str());
     return order.empty() ? deletes(variable) : writes(variable, stored(order), hex(stored(order)));
 }
 
