@@ -48,17 +48,14 @@ store::store(firmware &machine, std::string kind, const general_options &options
 void store::read(bool tells)
 {
     found.clear();
-    unread.clear();
     for (const variable_id &id : machine_.variables()) {
         const std::string name = to_utf8(id.name);
-        const auto number = number_of(kind_, name);
-        if (!ovra::same_guid(id.guid, ovra::global_variable_guid) || !number)
+        if (!ovra::same_guid(id.guid, ovra::global_variable_guid) || !number_of(kind_, name))
             continue;
         variable is = machine_.read(id);
         if (is.status == EFI_NOT_FOUND)
             continue; // gone meanwhile
         if (is.status != EFI_SUCCESS) {
-            unread.insert(*number); // in whichever case its letters are
             if (tells)
                 print("Skipping unreadable variable \"" + name +
                       "\": " + (is.error != 0 ? strerror(is.error) : status_name(is.status)) + '\n');
@@ -84,7 +81,21 @@ std::string store::new_name(uint16_t number) const
 
 bool store::is_taken(uint16_t number) const
 {
-    return name_of(number) || unread.contains(number) || machine_.exists_global(new_name(number));
+    if (name_of(number))
+        return true;
+    // What cannot be read may be in no list: each letter is tried in both cases.
+    std::vector<std::string> names = {new_name(number)};
+    for (size_t at = kind_.size(); at < kind_.size() + digits; ++at) {
+        const char digit = names.front()[at];
+        const size_t count = digit >= 'A' ? names.size() : 0;
+        for (size_t i = 0; i < count; ++i) {
+            std::string other = names[i];
+            other[at] = static_cast<char>(digit - 'A' + 'a');
+            names.push_back(std::move(other));
+        }
+    }
+    return std::any_of(names.begin(), names.end(),
+                       [this](const std::string &name) { return machine_.exists_global(name); });
 }
 
 uint16_t store::free_number() const

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -55,7 +54,6 @@ private:
     std::string kind_;
     general_options general;
     std::map<std::string, bytes> found;
-    std::set<uint16_t> unread; // the numbers of those that cannot be read
     std::string newest;
 };
 
